@@ -89,40 +89,33 @@
 
 // A number with a type of its own. It converts to the number; `nullValue`, also the default, makes operator! true.
 #define GANT_SCALAR( Type, Rep, nullValue )                                                                            \
- public:                                                                                                               \
-   constexpr Type() = default;                                                                                         \
+   GANT_SCALAR_VALUE( Type, Rep, nullValue )                                                                           \
    explicit constexpr Type( Rep value ) : value_( value ) {}                                                           \
-   constexpr Rep value() const { return value_; }                                                                      \
-   constexpr operator Rep() const { return value_; }                                                                   \
-   constexpr bool operator!() const { return value_ == static_cast< Rep >( nullValue ); }                              \
-   friend constexpr bool operator==( Type a, Type b ) { return a.value_ == b.value_; }                                 \
-   friend constexpr auto operator<=>( Type a, Type b ) { return a.value_ <=> b.value_; }                               \
-   size_t hash() const { return Gant::hashOf( value_ ); }                                                              \
-   Gant::String strep() const { return std::to_string( value_ ); }                                                     \
-   void strepIs( Gant::StrepReader & in ) { *this = Type( in.number< Rep >() ); }                                      \
-                                                                                                                       \
- private:                                                                                                              \
-   Rep value_ = static_cast< Rep >( nullValue );                                                                       \
-                                                                                                                       \
- public:
+   GANT_SCALAR_TEXT( Type, Rep )
 
 // As GANT_SCALAR, with a range error outside `low` to `high`. `nullValue` may lie outside: no value is given.
 #define GANT_RANGED( Type, Rep, nullValue, low, high, text )                                                           \
- public:                                                                                                               \
-   constexpr Type() = default;                                                                                         \
+   GANT_SCALAR_VALUE( Type, Rep, nullValue )                                                                           \
    explicit Type( Rep value ) : value_( value ) {                                                                      \
       if ( value < ( low ) || value > ( high ) ) Gant::throwRangeException( text );                                    \
    }                                                                                                                   \
+   GANT_SCALAR_TEXT( Type, Rep )
+
+// The two parts, for a number whose text is not the number.
+#define GANT_SCALAR_VALUE( Type, Rep, nullValue )                                                                      \
+ public:                                                                                                               \
+   constexpr Type() = default;                                                                                         \
    constexpr Rep value() const { return value_; }                                                                      \
    constexpr operator Rep() const { return value_; }                                                                   \
    constexpr bool operator!() const { return value_ == static_cast< Rep >( nullValue ); }                              \
    friend constexpr bool operator==( Type a, Type b ) { return a.value_ == b.value_; }                                 \
    friend constexpr auto operator<=>( Type a, Type b ) { return a.value_ <=> b.value_; }                               \
    size_t hash() const { return Gant::hashOf( value_ ); }                                                              \
-   Gant::String strep() const { return std::to_string( value_ ); }                                                     \
-   void strepIs( Gant::StrepReader & in ) { *this = Type( in.number< Rep >() ); }                                      \
                                                                                                                        \
  private:                                                                                                              \
    Rep value_ = static_cast< Rep >( nullValue );                                                                       \
                                                                                                                        \
  public:
+#define GANT_SCALAR_TEXT( Type, Rep )                                                                                  \
+   Gant::String strep() const { return std::to_string( value_ ); }                                                     \
+   void strepIs( Gant::StrepReader & in ) { *this = Type( in.number< Rep >() ); }
