@@ -97,7 +97,7 @@
 #define GANT_RANGED( Type, Rep, nullValue, low, high, text )                                                           \
    GANT_SCALAR_VALUE( Type, Rep, nullValue )                                                                           \
    explicit Type( Rep value ) : value_( value ) {                                                                      \
-      if ( value < ( low ) || value > ( high ) ) Gant::throwRangeException( text );                                    \
+      if ( S64( value ) < ( low ) || S64( value ) > ( high ) ) Gant::throwRangeException( text );                      \
    }                                                                                                                   \
    GANT_SCALAR_TEXT( Type, Rep )
 

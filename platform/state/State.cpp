@@ -1,0 +1,2 @@
+#include "StateBridging.h"
+#include "StateL3.h"
