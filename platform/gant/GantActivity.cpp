@@ -101,7 +101,7 @@ void Clock::timeMinIs( double time ) {
    const auto wait = std::chrono::duration< double >( std::max( 0.0, time - now() ) );
    alarm_ = std::make_shared< Alarm >( Alarm{ asio::steady_timer( impl.io ) } );
    alarm_->timer.expires_after( std::chrono::duration_cast< std::chrono::steady_clock::duration >( wait ) );
-   alarm_->timer.async_wait( [this, alarm = alarm_]( const std::error_code & error ) {
+   alarm_->timer.async_wait( [ this, alarm = alarm_ ]( const std::error_code & error ) {
       if ( !error && !alarm->off ) ring();
    } );
 }

@@ -21,13 +21,5 @@ namespace Gant {
          Gant::assertionFailed( #condition, __FILE__, __LINE__, Gant::textsOf( __VA_ARGS__ ) );                        \
    } while ( false )
 
-namespace Gant {
-
-template < typename... Args >
-String textsOf( const Args &... args ) {
-   String out;
-   ( out.append( textOf( args ) ), ... );
-   return out;
-}
-
-} // namespace Gant
+// The same where there is no condition to print, but a text.
+#define GANT_FAIL( text, ... ) Gant::assertionFailed( text, __FILE__, __LINE__, Gant::textsOf( __VA_ARGS__ ) )

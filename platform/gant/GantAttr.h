@@ -7,6 +7,7 @@
 //   GANT_MAP( M, xxx )                   xxx( key ): the value, or its type's default; xxxIs( key, v ), xxxDel( key ),
 //                                        which returns the value that was held, xxxDelAll(), xxxHas( key ), xxxs(): the
 //                                        number of entries, xxxIterator(): the entries, xxxKeys(): a copy of the keys
+//   GANT_KEYED( M, xxx )                 the same but for xxxIs, which the class writes out since it makes the entries
 //   GANT_SET( S, xxx )                   xxxIs( key, bool ), xxxDel( key ), xxxDelAll(), xxxHas( key ), xxxs(),
 //                                        xxxIterator(), xxxKeys()
 //   GANT_STACK( T, xxx )                 xxxPush( v ), xxxPop(), xxxs()
@@ -30,17 +31,17 @@
 
 #define GANT_CONST( T, name )                                                                                          \
  public:                                                                                                               \
-   const T & name() const { return name##_; }                                                                          \
+   T const & name() const { return name##_; }                                                                          \
                                                                                                                        \
  private:                                                                                                              \
-   const T name##_;                                                                                                    \
+   T const name##_;                                                                                                    \
                                                                                                                        \
  public:
 
 #define GANT_ATTR( T, name, ... )                                                                                      \
  public:                                                                                                               \
-   const T & name() const { return name##_; }                                                                          \
-   const T & name##Is( T value ) { return name##_ = std::move( value ); }                                              \
+   T const & name() const { return name##_; }                                                                          \
+   T const & name##Is( T value ) { return name##_ = std::move( value ); }                                              \
    void name##Del() { name##_ = T{ __VA_ARGS__ }; }                                                                    \
                                                                                                                        \
  private:                                                                                                              \
@@ -50,8 +51,8 @@
 
 #define GANT_WATCHED( T, name, on, ... )                                                                               \
  public:                                                                                                               \
-   const T & name() const { return name##_; }                                                                          \
-   const T & name##Is( T value ) {                                                                                     \
+   T const & name() const { return name##_; }                                                                          \
+   T const & name##Is( T value ) {                                                                                     \
       GANT_ON_LOOP();                                                                                                  \
       if ( name##_ == value ) return name##_;                                                                          \
       name##_ = std::move( value );                                                                                    \
@@ -79,10 +80,10 @@
 
 #define GANT_PER_FAMILY( T, name )                                                                                     \
  public:                                                                                                               \
-   T name( U32 af ) const { return name##_[af]; }                                                                      \
-   T name##Is( U32 af, T value ) { return name##_[af] = value; }                                                       \
-   T name##Inc( U32 af, T n = 1 ) { return name##_[af] += n; }                                                         \
-   T name##Dec( U32 af, T n = 1 ) { return name##_[af] -= n; }                                                         \
+   T name( U32 af ) const { return name##_[ af ]; }                                                                    \
+   T name##Is( U32 af, T value ) { return name##_[ af ] = value; }                                                     \
+   T name##Inc( U32 af, T n = 1 ) { return name##_[ af ] += n; }                                                       \
+   T name##Dec( U32 af, T n = 1 ) { return name##_[ af ] -= n; }                                                       \
                                                                                                                        \
  private:                                                                                                              \
    std::array< T, 3 > name##_{};                                                                                       \
@@ -102,12 +103,9 @@
                                                                                                                        \
  public:
 
-#define GANT_MAP( Map, name )                                                                                          \
+#define GANT_KEYED( Map, name )                                                                                        \
    GANT_COLLECTION( Map, name )                                                                                        \
    const Map::mapped_type & name( const Map::key_type & key ) const { return Gant::valueOf( name##_, key ); }          \
-   const Map::mapped_type & name##Is( const Map::key_type & key, Map::mapped_type value ) {                            \
-      return name##_.insert_or_assign( key, std::move( value ) ).first->second;                                        \
-   }                                                                                                                   \
    Map::mapped_type name##Del( const Map::key_type & key ) {                                                           \
       const auto at = name##_.find( key );                                                                             \
       if ( at == name##_.end() ) return Map::mapped_type{};                                                            \
@@ -117,12 +115,18 @@
    }                                                                                                                   \
    void name##DelAll() { name##_.clear(); }
 
+#define GANT_MAP( Map, name )                                                                                          \
+   GANT_KEYED( Map, name )                                                                                             \
+   const Map::mapped_type & name##Is( const Map::key_type & key, Map::mapped_type value ) {                            \
+      return name##_.insert_or_assign( key, std::move( value ) ).first->second;                                        \
+   }
+
 #define GANT_WATCHED_MAP( Map, name, on )                                                                              \
    GANT_COLLECTION( Map, name )                                                                                        \
    const Map::mapped_type & name( const Map::key_type & key ) const { return Gant::valueOf( name##_, key ); }          \
    Map::mapped_type name##Is( const Map::key_type & key, Map::mapped_type value ) {                                    \
       GANT_ON_LOOP();                                                                                                  \
-      const auto [at, added] = name##_.try_emplace( key, value );                                                      \
+      const auto [ at, added ] = name##_.try_emplace( key, value );                                                    \
       if ( !added ) {                                                                                                  \
          if ( at->second == value ) return value;                                                                      \
          at->second = value;                                                                                           \

@@ -80,7 +80,7 @@ class NotifieeList {
       if ( notifiees_.empty() ) return;
       Walk walk( *this );
       for ( size_t i = 0, told = notifiees_.size(); i < told; ++i ) {
-         auto * notifiee = notifiees_[i];
+         auto * notifiee = notifiees_[ i ];
          if ( notifiee != nullptr && listening( *notifiee ) ) ( static_cast< N * >( notifiee )->*on )( args... );
       }
    }

@@ -27,12 +27,12 @@ String StrepReader::quoted() {
    expect( "'" );
    String out;
    for ( size_t i = 0; i < rest_.size(); ++i ) {
-      if ( rest_[i] == '\'' ) {
+      if ( rest_[ i ] == '\'' ) {
          rest_.remove_prefix( i + 1 );
          return out;
       }
-      if ( rest_[i] == '\\' && i + 1 < rest_.size() ) ++i;
-      out += rest_[i];
+      if ( rest_[ i ] == '\\' && i + 1 < rest_.size() ) ++i;
+      out += rest_[ i ];
    }
    fail( "a closing quote", rest_ );
 }

@@ -25,7 +25,7 @@ class StrepReader {
    T number() {
       const auto text = bare();
       T value{};
-      const auto [end, error] = std::from_chars( text.data(), text.data() + text.size(), value );
+      const auto [ end, error ] = std::from_chars( text.data(), text.data() + text.size(), value );
       if ( error != std::errc() || end != text.data() + text.size() ) fail( "a number", text );
       return value;
    }
@@ -84,6 +84,8 @@ String textOf( const T & value ) {
       return String( std::string_view( value ) );
    } else if constexpr ( std::is_same_v< T, bool > ) {
       return value ? "true" : "false";
+   } else if constexpr ( requires { value.get()->references(); } ) {
+      return value ? textOf( *value ) : "none";
    } else if constexpr ( requires { value.str(); } ) {
       return value.str();
    } else if constexpr ( requires { value.stringValue(); } ) {
@@ -91,6 +93,14 @@ String textOf( const T & value ) {
    } else {
       return valueToStrep( value );
    }
+}
+
+// Their texts, one after the other.
+template < typename... Args >
+String textsOf( const Args &... args ) {
+   String out;
+   ( out.append( textOf( args ) ), ... );
+   return out;
 }
 
 } // namespace Gant

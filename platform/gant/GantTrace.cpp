@@ -56,7 +56,7 @@ std::vector< TraceLine > traceLines( size_t most, std::string_view unit ) {
    std::vector< TraceLine > out;
    const auto kept = std::min( ring.written, blips );
    for ( size_t back = 1; back <= kept && out.size() < most; ++back ) {
-      const auto & slot = ( *ring.slots )[( ring.written - back ) % blips];
+      const auto & slot = ( *ring.slots )[ ( ring.written - back ) % blips ];
       if ( unit.empty() || unit == slot.handle()->unit() ) out.push_back( slot.line() );
    }
    std::ranges::reverse( out );
@@ -67,7 +67,7 @@ namespace detail {
 
 TraceSlot & traceSlot() {
    auto & ring = blipline();
-   return ( *ring.slots )[ring.written++ % blips];
+   return ( *ring.slots )[ ring.written++ % blips ];
 }
 
 void traceStreamed( const TraceSlot & slot ) {
@@ -95,7 +95,7 @@ void TraceSlot::addText( std::string_view text ) {
    const auto room = sizeof( data_ ) - used_;
    if ( room <= overhead ) return;
    const auto size = static_cast< U16 >( std::min( text.size(), room - overhead ) );
-   std::byte kept[sizeof( data_ )];
+   std::byte kept[ sizeof( data_ ) ];
    std::memcpy( kept, &size, sizeof( size ) );
    std::memcpy( kept + sizeof( size ), text.data(), size );
    addBytes( &formatText, kept, sizeof( size ) + size );

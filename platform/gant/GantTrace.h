@@ -103,7 +103,7 @@ class TraceSlot {
    const TraceHandle * handle_ = nullptr;
    U16 level_ = 0;
    U16 used_ = 0;
-   std::byte data_[232];
+   std::byte data_[ 232 ];
 };
 
 TraceSlot & traceSlot();

@@ -25,8 +25,7 @@ class Table : public Gant::Entity {
    };
    GANT_NOTIFIER( Notifiee )
    Table( Gant::Name name, bool internalVlanNeeded ) :
-        Entity( std::move( name ) ),
-        internalVlanNeeded_( internalVlanNeeded ) {}
+        Entity( std::move( name ) ), internalVlanNeeded_( internalVlanNeeded ) {}
 
    // Routed ports get a VLAN of their own, from 4094 downwards.
    GANT_CONST( bool, internalVlanNeeded )

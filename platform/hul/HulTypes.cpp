@@ -11,7 +11,7 @@ bool ViaBitmap::viaHas( U32 via ) const { return ( bitList( ViaBitmapIndex( via 
 
 void ViaBitmap::bitListIs( ViaBitmapIndex index, U64 word ) {
    if ( index >= words_.size() ) words_.resize( index + 1 );
-   words_[index] = word;
+   words_[ index ] = word;
    while ( !words_.empty() && words_.back() == 0 ) words_.pop_back();
 }
 
@@ -32,8 +32,8 @@ Gant::String ViaBitmap::strep() const {
 namespace Hul {
 
 void NextHopCollection::nextHopInc( const NextHop & nextHop, U32 multiplicity, U32 via ) {
-   nextHops_[nextHop] += multiplicity;
-   bitmaps_[nextHop].viaIs( via );
+   nextHops_[ nextHop ] += multiplicity;
+   bitmaps_[ nextHop ].viaIs( via );
 }
 
 const HulTypes::ViaBitmap & NextHopCollection::nextHopBitmap( const NextHop & nextHop ) const {

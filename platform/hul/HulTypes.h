@@ -32,7 +32,7 @@ class ViaBitmap {
    void viaIs( U32 via );
    bool viaHas( U32 via ) const;
    // The word at the index; 0 beyond the last one that is set.
-   U64 bitList( ViaBitmapIndex index ) const { return index < words_.size() ? words_[index] : 0; }
+   U64 bitList( ViaBitmapIndex index ) const { return index < words_.size() ? words_[ index ] : 0; }
    void bitListIs( ViaBitmapIndex index, U64 word );
 
    friend bool operator==( const ViaBitmap &, const ViaBitmap & ) = default;
@@ -134,7 +134,7 @@ class NextHopCollection {
    // Adds to what the next hop has. `via` is the via's position in its route.
    void nextHopInc( const NextHop & nextHop, U32 multiplicity, U32 via );
    // As given, also a multiplicity of 0.
-   void nextHopIs( const NextHop & nextHop, U32 multiplicity ) { nextHops_[nextHop] = multiplicity; }
+   void nextHopIs( const NextHop & nextHop, U32 multiplicity ) { nextHops_[ nextHop ] = multiplicity; }
    NextHops::const_iterator begin() const { return nextHops_.begin(); }
    NextHops::const_iterator end() const { return nextHops_.end(); }
    size_t size() const { return nextHops_.size(); }
@@ -151,9 +151,7 @@ class NextHopCollection {
 class AdjEntry : public Gant::PtrInterface {
  public:
    AdjEntry( U64 adjIndex, U8 routeType, U64 fibFecId ) :
-        adjIndex_( adjIndex ),
-        routeType_( routeType ),
-        fibFecId_( fibFecId ) {}
+        adjIndex_( adjIndex ), routeType_( routeType ), fibFecId_( fibFecId ) {}
    GANT_CONST( U64, adjIndex )
    GANT_CONST( U8, routeType )
    GANT_CONST( U64, fibFecId )

@@ -14,10 +14,10 @@ constexpr size_t textMax = INET6_ADDRSTRLEN;
 
 template < typename Raw >
 bool parse( int family, std::string_view text, Raw & raw ) {
-   char buffer[textMax];
+   char buffer[ textMax ];
    if ( text.size() >= sizeof( buffer ) ) return false;
    std::memcpy( buffer, text.data(), text.size() );
-   buffer[text.size()] = '\0';
+   buffer[ text.size() ] = '\0';
    return std::strlen( buffer ) == text.size() && inet_pton( family, buffer, &raw ) == 1;
 }
 
@@ -31,7 +31,7 @@ std::optional< Parts > parts( std::string_view text ) {
    if ( slash == text.npos ) return std::nullopt;
    const auto digits = text.substr( slash + 1 );
    U8 len = 0;
-   const auto [end, error] = std::from_chars( digits.data(), digits.data() + digits.size(), len );
+   const auto [ end, error ] = std::from_chars( digits.data(), digits.data() + digits.size(), len );
    if ( error != std::errc() || end != digits.data() + digits.size() ) return std::nullopt;
    return Parts{ text.substr( 0, slash ), len };
 }
@@ -60,13 +60,13 @@ std::optional< IpAddr > IpAddr::fromString( std::string_view text ) {
 }
 
 size_t Ip6Addr::hash() const {
-   U64 words[2];
+   U64 words[ 2 ];
    std::memcpy( words, bytes_.data(), sizeof( words ) );
-   return Gant::Hash().word( words[0] ).word( words[1] ).value();
+   return Gant::Hash().word( words[ 0 ] ).word( words[ 1 ] ).value();
 }
 
 Gant::String Ip6Addr::stringValue() const {
-   char text[INET6_ADDRSTRLEN];
+   char text[ INET6_ADDRSTRLEN ];
    return inet_ntop( AF_INET6, bytes_.data(), text, sizeof( text ) );
 }
 
@@ -120,7 +120,7 @@ std::optional< Prefix > Prefix::fromString( std::string_view text ) {
 
 bool Ip6Prefix::canonical() const {
    for ( size_t bit = len_; bit < 128; ++bit )
-      if ( address_.bytes()[bit / 8] & 0x80 >> bit % 8 ) return false;
+      if ( address_.bytes()[ bit / 8 ] & 0x80 >> bit % 8 ) return false;
    return true;
 }
 
@@ -153,8 +153,8 @@ size_t EthAddr::hash() const {
 }
 
 Gant::String EthAddr::stringValue() const {
-   return Gant::format( "%02x:%02x:%02x:%02x:%02x:%02x", bytes_[0], bytes_[1], bytes_[2], bytes_[3], bytes_[4],
-                        bytes_[5] );
+   return Gant::format( "%02x:%02x:%02x:%02x:%02x:%02x", bytes_[ 0 ], bytes_[ 1 ], bytes_[ 2 ], bytes_[ 3 ],
+                        bytes_[ 4 ], bytes_[ 5 ] );
 }
 
 void EthAddr::strepIs( Gant::StrepReader & in ) { fromBare( in, *this, "an Ethernet address" ); }
@@ -164,7 +164,7 @@ std::optional< EthAddr > EthAddr::fromString( std::string_view text ) {
    Bytes bytes;
    for ( size_t i = 0; i < bytes.size(); ++i ) {
       const char * const at = text.data() + 3 * i;
-      const auto [end, error] = std::from_chars( at, at + 2, bytes[i], 16 );
+      const auto [ end, error ] = std::from_chars( at, at + 2, bytes[ i ], 16 );
       if ( error != std::errc() || end != at + 2 || ( i < 5 && *end != ':' ) ) return std::nullopt;
    }
    return EthAddr( bytes );

@@ -151,7 +151,7 @@ class EthAddr {
    friend constexpr bool operator==( const EthAddr &, const EthAddr & ) = default;
    friend constexpr auto operator<=>( const EthAddr &, const EthAddr & ) = default;
    size_t hash() const;
-   bool multicast() const { return ( bytes_[0] & 1 ) != 0; }
+   bool multicast() const { return ( bytes_[ 0 ] & 1 ) != 0; }
    // "00:1c:73:00:00:01"
    Gant::String stringValue() const;
    Gant::String strep() const { return stringValue(); }

@@ -35,9 +35,9 @@ bool acceptWord( std::string_view & text, std::string_view word ) {
 
 // A number from `least` up, without leading zeros.
 bool acceptNumber( std::string_view & text, U16 least, U16 & number ) {
-   const auto [end, error] = std::from_chars( text.data(), text.data() + text.size(), number );
+   const auto [ end, error ] = std::from_chars( text.data(), text.data() + text.size(), number );
    if ( error != std::errc() || number < least ) return false;
-   if ( text[0] == '0' && end != text.data() + 1 ) return false;
+   if ( text[ 0 ] == '0' && end != text.data() + 1 ) return false;
    text.remove_prefix( static_cast< size_t >( end - text.data() ) );
    return true;
 }

@@ -43,13 +43,13 @@ TEST( Activity, manualTimeWakesClocksInOrderAndOnce ) {
 TEST( Activity, workPostedFromAnyThreadRunsInOrderOnTheLoop ) {
    auto * const loop = Gant::activityManager();
    Gant::String log;
-   std::thread other( [&] {
-      loop->post( [&] { log += loop->onLoop() ? "1" : "?"; } );
-      loop->post( [&] {
+   std::thread other( [ & ] {
+      loop->post( [ & ] { log += loop->onLoop() ? "1" : "?"; } );
+      loop->post( [ & ] {
          log += "2";
-         loop->post( [&] { log += "4"; } );
+         loop->post( [ & ] { log += "4"; } );
       } );
-      loop->post( [&] { log += "3"; } );
+      loop->post( [ & ] { log += "3"; } );
    } );
    other.join();
    EXPECT_EQ( log, "" );

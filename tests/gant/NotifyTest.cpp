@@ -28,9 +28,7 @@ class Thing : public Gant::Entity {
 class Watcher : public Gant::StateMachine {
  public:
    Watcher( Gant::String name, std::vector< Gant::String > & log, Gant::Ptr< const Thing > thing ) :
-        name( std::move( name ) ),
-        log( log ),
-        reactor( std::make_unique< GantThing >( this, std::move( thing ) ) ) {}
+        name( std::move( name ) ), log( log ), reactor( std::make_unique< GantThing >( this, std::move( thing ) ) ) {}
 
    void said( const Gant::String & what ) {
       log.push_back( name + " " + what );
@@ -39,8 +37,7 @@ class Watcher : public Gant::StateMachine {
 
    struct GantThing : Thing::Notifiee {
       GantThing( Watcher * owner, Gant::Ptr< const Thing > thing ) :
-           Notifiee( owner, std::move( thing ) ),
-           owner( owner ) {}
+           Notifiee( owner, std::move( thing ) ), owner( owner ) {}
       void onSize() override { owner->said( "size " + std::to_string( notifier()->size() ) ); }
       void onPart( const int & key ) override {
          owner->said( "part " + std::to_string( key ) + "=" + notifier()->part( key ) );
@@ -91,7 +88,7 @@ TEST_F( Notify, aChangeIsToldAtOnceInOrderOfRegistrationAndOnlyWhenItIsOne ) {
 
 TEST_F( Notify, watchersMayComeAndGoWhileTheyAreTold ) {
    Gant::Ptr< Watcher > c;
-   a->then = [&] {
+   a->then = [ & ] {
       a->then = nullptr;
       b = nullptr;
       c = watcher( "c" );
@@ -104,7 +101,7 @@ TEST_F( Notify, watchersMayComeAndGoWhileTheyAreTold ) {
 }
 
 TEST_F( Notify, aWatcherMayChangeWhatItWatchesWhileItIsTold ) {
-   a->then = [&] {
+   a->then = [ & ] {
       if ( thing->size() < 12 ) thing->sizeIs( thing->size() + 1 );
       thing->partDelAll();
    };

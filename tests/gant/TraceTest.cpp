@@ -40,7 +40,7 @@ TEST( Trace, aLineThatIsTooLongIsCutAndTheNextOneIsWhole ) {
    GANT_TRACE( 1, "long ", Gant::String( 10000, 'x' ), " tail" );
    GANT_TRACE( 1, "next" );
    const auto lines = ring();
-   EXPECT_TRUE( lines[lines.size() - 2].starts_with( "1:long xxxx" ) );
+   EXPECT_TRUE( lines[ lines.size() - 2 ].starts_with( "1:long xxxx" ) );
    EXPECT_EQ( lines.back(), "1:next" );
 }
 

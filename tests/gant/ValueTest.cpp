@@ -35,11 +35,11 @@ TEST( Value, textFormReadsBackToAnEqualValue ) {
         outer( Colour::blue_, 12, "it's {odd}, 'on': \\ %s", true, -2147483648, 4094 ),
         outer( Colour( 3 ), 0, "", false, 2147483647, 1 ),
    };
-   EXPECT_EQ( values[0].strep(), "Value('Test::Outer', ** {'colour': red, 'inner': Value('Test::Inner', ** "
-                                 "{'key': 4294967295, 'text': ''}), 'on': False, 'offset': -5, 'vlan': 0})" );
-   EXPECT_EQ( Outer( values[1].strep() ), values[1] );
+   EXPECT_EQ( values[ 0 ].strep(), "Value('Test::Outer', ** {'colour': red, 'inner': Value('Test::Inner', ** "
+                                   "{'key': 4294967295, 'text': ''}), 'on': False, 'offset': -5, 'vlan': 0})" );
+   EXPECT_EQ( Outer( values[ 1 ].strep() ), values[ 1 ] );
    // A number without an enumerator has no name to read back.
-   EXPECT_THROW( Outer( values[2].strep() ), Gant::ParseException );
+   EXPECT_THROW( Outer( values[ 2 ].strep() ), Gant::ParseException );
 }
 
 TEST( Value, aTextThatIsNotTheFormIsRefused ) {

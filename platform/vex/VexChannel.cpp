@@ -1,0 +1,44 @@
+#include "VexChannel.h"
+
+#include "GantTrace.h"
+
+namespace Vex {
+
+static Gant::TraceHandle traceHandle( "VexChannel" );
+
+Channel::OriginId Channel::originAdd( Origin * origin ) {
+   origins_.push_back( origin );
+   return static_cast< OriginId >( origins_.size() - 1 );
+}
+
+void Channel::originDel( OriginId id ) { origins_[ id ] = nullptr; }
+
+void Channel::responseIs( OriginId id, const google::protobuf::Any & data ) {
+   if ( auto * const to = origin( id ) ) to->response( data );
+}
+
+void Channel::refusalIs( OriginId id, Refusal refusal ) {
+   GANT_TRACE( 0, "refused: ", refusal.module, " ", refusal.action, " ", refusal.argument, ": ", refusal.text, " (",
+               refusal.code, ")" );
+   ++requestsRefused_;
+   if ( refusals_.size() == refusalsKept ) refusals_.erase( refusals_.begin() );
+   refusals_.push_back( refusal );
+   if ( auto * const to = origin( id ) ) to->refused( refusal );
+   notifiees_.tell( &Notifiee::onRefusal, refusal );
+}
+
+void Channel::acknowledgedIs( U64 requests ) {
+   if ( requests == requestsAcknowledged_ ) return;
+   requestsAcknowledged_ = requests;
+   notifiees_.tell( &Notifiee::onAcknowledged );
+}
+
+void Channel::lostIs( const Gant::String & reason ) {
+   if ( lost_ ) return;
+   GANT_TRACE( 0, "data plane lost: ", reason );
+   lost_ = true;
+   lossReason_ = reason;
+   notifiees_.tell( &Notifiee::onLost );
+}
+
+} // namespace Vex

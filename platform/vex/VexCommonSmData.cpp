@@ -1,0 +1,40 @@
+#include "VexCommonSmData.h"
+
+namespace Vex {
+
+VexCommonSmData::VexCommonSmData( Gant::Ptr< ModuleGlobalCmdConfig > moduleGlobalCmdConfig,
+                                  Gant::Ptr< Module > trapModule, Gant::Ptr< BessCounterInfo > bessCounterInfo ) :
+     moduleGlobalCmdConfig_( std::move( moduleGlobalCmdConfig ) ),
+     trapModule_( std::move( trapModule ) ), bessCounterInfo_( std::move( bessCounterInfo ) ),
+     cliSm_( Gant::make< CliSm >() ) {}
+
+VexCommonSmData::~VexCommonSmData() = default;
+
+Gant::Ptr< L3Intf > VexCommonSmData::l3IntfIs( Kynet::IntfId intfId, Hul::VrfId vrfId,
+                                               const Gant::Ptr< L2Intf > & l2Intf, U32 ipMtu ) {
+   GANT_ON_LOOP();
+   if ( const auto present = l3Intf( intfId ) ) {
+      if ( present->vrfId() == vrfId && present->l2Intf() == l2Intf ) {
+         present->ipMtuIs( ipMtu );
+         return present;
+      }
+      l3IntfDel( intfId );
+   }
+   const auto made = Gant::make< L3Intf >( intfId, vrfId, l2Intf, ipMtu );
+   l3Intfs_[ intfId ] = made;
+   notifiees_.tell( &Notifiee::onL3Intf, intfId );
+   return made;
+}
+
+void VexCommonSmData::l3IntfDel( Kynet::IntfId intfId ) {
+   GANT_ON_LOOP();
+   const auto at = l3Intfs_.find( intfId );
+   if ( at == l3Intfs_.end() ) return;
+   const auto gone = at->second;
+   l3Intfs_.erase( at );
+   // Before anybody deletes modules: packets stop at the edge, not in the middle.
+   gone->takeDown();
+   notifiees_.tell( &Notifiee::onL3Intf, intfId );
+}
+
+} // namespace Vex

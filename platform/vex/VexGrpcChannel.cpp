@@ -1,0 +1,308 @@
+#include "VexGrpcChannel.h"
+
+#include "GantActivity.h"
+#include "GantAssert.h"
+#include "GantTrace.h"
+#include "vex/engine.pb.h"
+#include "VexDescribe.h"
+#include "VexTransport.h"
+
+#include <algorithm>
+#include <google/protobuf/arena.h>
+#include <mutex>
+#include <optional>
+
+namespace Vex {
+
+static Gant::TraceHandle traceHandle( "VexGrpcChannel" );
+
+struct GrpcChannel::Batch {
+   U64 number;
+   U32 requests;
+   std::vector< std::pair< U32, OriginId > > origins;
+   grpc::ByteBuffer bytes;
+   double sent = 0;
+
+   OriginId origin( U32 index ) const {
+      auto at = std::ranges::upper_bound( origins, index, {}, []( const auto & o ) { return o.first; } );
+      return std::prev( at )->second;
+   }
+   vex::pb::Batch parsed() const {
+      std::vector< grpc::Slice > slices;
+      vex::pb::Batch batch;
+      std::string whole;
+      if ( bytes.Dump( &slices ).ok() )
+         for ( const auto & slice : slices )
+            whole.append( reinterpret_cast< const char * >( slice.begin() ), slice.size() );
+      batch.ParseFromString( whole );
+      return batch;
+   }
+};
+
+// Carries what the transport's thread tells over to the loop.
+class GrpcChannel::Inbox : public TransportSink, public std::enable_shared_from_this< Inbox > {
+ public:
+   explicit Inbox( GrpcChannel * channel ) : channel_( channel ) {}
+
+   void reply( std::unique_ptr< vex::pb::BatchReply > reply ) override {
+      put( [ & ] { replies_.push_back( std::move( reply ) ); } );
+   }
+   void end( const Gant::String & reason, bool unimplemented ) override {
+      put( [ & ] { end_ = { reason, unimplemented }; } );
+   }
+   // On the loop: nothing reaches the channel any more.
+   void close() { channel_ = nullptr; }
+
+ private:
+   template < typename Put >
+   void put( Put put ) {
+      const std::lock_guard lock( mutex_ );
+      put();
+      if ( std::exchange( posted_, true ) ) return;
+      Gant::activityManager()->post( [ self = shared_from_this() ] { self->deliver(); } );
+   }
+
+   void deliver() {
+      std::vector< std::unique_ptr< vex::pb::BatchReply > > replies;
+      std::optional< std::pair< Gant::String, bool > > end;
+      {
+         const std::lock_guard lock( mutex_ );
+         posted_ = false;
+         replies.swap( replies_ );
+         end.swap( end_ );
+      }
+      // Whoever is told may let go of the channel.
+      const auto alive = Gant::Ptr< GrpcChannel >( channel_ );
+      for ( const auto & reply : replies ) {
+         if ( channel_ == nullptr ) return;
+         if ( reply->number() == 0 )
+            channel_->begun( reply->hello() );
+         else
+            channel_->replied( *reply );
+      }
+      if ( end && channel_ != nullptr ) channel_->ended( end->first, end->second );
+   }
+
+   GrpcChannel * channel_;
+   std::mutex mutex_;
+   std::vector< std::unique_ptr< vex::pb::BatchReply > > replies_;
+   std::optional< std::pair< Gant::String, bool > > end_;
+   bool posted_ = false;
+};
+
+namespace {
+
+std::unique_ptr< google::protobuf::Arena > newArena() {
+   google::protobuf::ArenaOptions options;
+   options.start_block_size = 4096;
+   return std::make_unique< google::protobuf::Arena >( options );
+}
+
+constexpr size_t arenaMax = 64 * 1024;
+
+grpc::ByteBuffer byteBuffer( std::string bytes ) {
+   auto * const kept = new std::string( std::move( bytes ) );
+   const grpc::Slice slice(
+        kept->data(), kept->size(), []( void * string ) { delete static_cast< std::string * >( string ); }, kept );
+   return grpc::ByteBuffer( &slice, 1 );
+}
+
+} // namespace
+
+GrpcChannel::GrpcChannel( const Gant::String & address ) :
+     address_( address ), inbox_( std::make_shared< Inbox >( this ) ), transport_( streamTransport( address, inbox_ ) ),
+     arena_( newArena() ) {}
+
+GrpcChannel::~GrpcChannel() { inbox_->close(); }
+
+google::protobuf::Arena & GrpcChannel::arena() { return *arena_; }
+
+bool GrpcChannel::streaming() const { return transport_->streaming(); }
+
+void GrpcChannel::createModule( OriginId origin, const Gant::String & name, const char * moduleClass,
+                                const Message * initArgs ) {
+   vex::pb::Request request;
+   auto & create = *request.mutable_create_module();
+   create.set_name( name );
+   create.set_mclass( moduleClass );
+   if ( initArgs != nullptr ) create.mutable_arg()->PackFrom( *initArgs );
+   noteOrigin( origin );
+   open_.request( request );
+   added( true );
+}
+
+void GrpcChannel::destroyModule( OriginId origin, const Gant::String & name ) {
+   vex::pb::Request request;
+   request.mutable_destroy_module()->set_name( name );
+   noteOrigin( origin );
+   open_.request( request );
+   added( true );
+}
+
+void GrpcChannel::connectModules( OriginId origin, const Gant::String & from, GateId outGate, const Gant::String & to,
+                                  GateId inGate ) {
+   vex::pb::Request request;
+   auto & connect = *request.mutable_connect_modules();
+   connect.set_m1( from );
+   connect.set_ogate( outGate );
+   connect.set_m2( to );
+   connect.set_igate( inGate );
+   noteOrigin( origin );
+   open_.request( request );
+   added( true );
+}
+
+void GrpcChannel::disconnectModules( OriginId origin, const Gant::String & from, GateId outGate ) {
+   vex::pb::Request request;
+   auto & disconnect = *request.mutable_disconnect_modules();
+   disconnect.set_name( from );
+   disconnect.set_ogate( outGate );
+   noteOrigin( origin );
+   open_.request( request );
+   added( true );
+}
+
+void GrpcChannel::command( OriginId origin, std::string_view module, std::string_view action, const Message & message,
+                           bool changesForwarding ) {
+   noteOrigin( origin );
+   open_.command( module, action, message );
+   added( changesForwarding );
+}
+
+// Before the request is written, so that the open batch still tells its position.
+void GrpcChannel::noteOrigin( OriginId origin ) {
+   if ( openOrigins_.empty() || openOrigins_.back().second != origin )
+      openOrigins_.emplace_back( open_.requests(), origin );
+}
+
+void GrpcChannel::added( bool changesForwarding ) {
+   requestQueued( changesForwarding );
+   if ( open_.requests() >= batchRequestsMax || open_.bytes() >= batchBytesMax ) {
+      closeBatch();
+      sendWaiting();
+   } else if ( !flushPosted_ ) {
+      flushPosted_ = true;
+      Gant::activityManager()->post( [ self = Gant::Ptr< GrpcChannel >( this ) ] {
+         self->flushPosted_ = false;
+         self->sendWaiting();
+      } );
+   }
+}
+
+void GrpcChannel::closeBatch() {
+   if ( open_.empty() ) return;
+   const auto requests = open_.requests();
+   const auto number = nextNumber_++;
+   waiting_.push_back( { number, requests, std::exchange( openOrigins_, {} ), byteBuffer( open_.take( number ) ) } );
+   // The messages of what was written are gone now.
+   if ( arena_->SpaceUsed() > arenaMax ) arena_->Reset();
+}
+
+void GrpcChannel::sendWaiting() {
+   if ( lost() ) {
+      // The session is over, and what it had is fed to the next one from the state.
+      closeBatch();
+      waiting_.clear();
+      return;
+   }
+   // A partly filled batch stays open while it could not leave anyway.
+   if ( running_ && outstanding_.size() + waiting_.size() < outstandingMax ) closeBatch();
+   while ( running_ && !waiting_.empty() && outstanding_.size() < outstandingMax ) {
+      outstanding_.push_back( std::move( waiting_.front() ) );
+      waiting_.pop_front();
+      outstanding_.back().sent = Gant::activityManager()->now();
+      transport_->send( outstanding_.back().bytes );
+   }
+}
+
+void GrpcChannel::begun( const vex::pb::Hello & hello ) {
+   GANT_TRACE( 1, "session with ", address_, ", data plane ", hello.version(),
+               streaming() ? ", by the batch stream" : ", by unary calls" );
+   running_ = true;
+   dataPlaneVersion_ = hello.version();
+   counterPath_ = hello.counter_path();
+   sendWaiting();
+}
+
+void GrpcChannel::replied( const vex::pb::BatchReply & reply ) {
+   if ( outstanding_.empty() || outstanding_.front().number != reply.number() ) {
+      ended( "reply " + std::to_string( reply.number() ) + " to a batch that is not outstanding", false );
+      return;
+   }
+   const auto batch = std::move( outstanding_.front() );
+   outstanding_.pop_front();
+   sendWaiting();
+   for ( int i = 0; i < reply.refusal_size(); ++i ) {
+      const auto index = reply.refusal( i ).index();
+      if ( index < batch.requests ) refusalIs( batch.origin( index ), describedRefusal( batch, reply, i ) );
+   }
+   for ( const auto & answer : reply.answer() )
+      if ( answer.index() < batch.requests ) responseIs( batch.origin( answer.index() ), answer.data() );
+   acknowledgedIs( requestsAcknowledged() + batch.requests );
+}
+
+Refusal GrpcChannel::describedRefusal( const Batch & batch, const vex::pb::BatchReply & reply, int i ) const {
+   const auto & refused = reply.refusal( i );
+   Refusal refusal;
+   refusal.time = Gant::activityManager()->now();
+   refusal.code = refused.error().code();
+   refusal.text = refused.error().errmsg();
+   if ( refused.has_status() ) refusal.status = refused.status().SerializeAsString();
+   describe( batch.parsed(), refused.index(), [ & ]( DescribedRequest request ) {
+      refusal.module = std::move( request.module );
+      refusal.action = std::move( request.action );
+      refusal.argument = std::move( request.argument );
+      refusal.type = request.type;
+      return false;
+   } );
+   return refusal;
+}
+
+void GrpcChannel::ended( const Gant::String & reason, bool unimplemented ) {
+   if ( unimplemented && !running_ && streaming() ) {
+      GANT_TRACE( 1, address_, " has no batch stream: falling back to unary calls" );
+      transport_ = unaryTransport( address_, inbox_ );
+      return;
+   }
+   running_ = false;
+   lostIs( reason );
+}
+
+size_t GrpcChannel::requestsWaiting() const {
+   size_t sum = open_.requests();
+   for ( const auto & batch : waiting_ ) sum += batch.requests;
+   return sum;
+}
+
+size_t GrpcChannel::requestsOutstanding() const {
+   size_t sum = 0;
+   for ( const auto & batch : outstanding_ ) sum += batch.requests;
+   return sum;
+}
+
+size_t GrpcChannel::bytesWaiting() const {
+   size_t sum = open_.bytes();
+   for ( const auto & batch : waiting_ ) sum += batch.bytes.Length();
+   return sum;
+}
+
+double GrpcChannel::oldestOutstanding() const {
+   return outstanding_.empty() ? 0 : Gant::activityManager()->now() - outstanding_.front().sent;
+}
+
+void GrpcChannel::describeQueue( size_t most,
+                                 const std::function< void( const DescribedRequest &, bool ) > & each ) const {
+   const auto walk = [ & ]( const std::deque< Batch > & batches, bool outstanding ) {
+      for ( const auto & batch : batches ) {
+         if ( most == 0 ) return;
+         describe( batch.parsed(), 0, [ & ]( const DescribedRequest & request ) {
+            each( request, outstanding );
+            return --most > 0;
+         } );
+      }
+   };
+   walk( outstanding_, true );
+   walk( waiting_, false );
+}
+
+} // namespace Vex

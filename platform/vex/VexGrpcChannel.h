@@ -1,0 +1,96 @@
+// The channel over gRPC: batches on the engine's stream, or, where the data plane does not implement it, the same
+// requests one by one through the control API.
+#pragma once
+
+#include "VexBatchWriter.h"
+#include "VexChannel.h"
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace vex::pb {
+class BatchReply;
+class Hello;
+} // namespace vex::pb
+
+namespace Vex {
+
+class Transport;
+struct DescribedRequest;
+
+// Requests are encoded into the open batch. It is closed at the end of the loop's turn, or when it is full, and waits
+// until fewer than `outstandingMax` batches are on their way. So a slow data plane holds the queue, and nothing blocks.
+//
+// States: connecting (nothing is sent until the data plane has begun the session), running, lost.
+class GrpcChannel : public Channel {
+ public:
+   static constexpr U32 batchRequestsMax = 4096;
+   static constexpr size_t batchBytesMax = 1 << 20;
+   static constexpr size_t outstandingMax = 8;
+
+   // `address` is a gRPC target: "unix:/path" or "host:port". Connects at once.
+   explicit GrpcChannel( const Gant::String & address );
+   ~GrpcChannel() override;
+   const char * fwkType() const override { return "Vex::GrpcChannel"; }
+
+   void createModule( OriginId origin, const Gant::String & name, const char * moduleClass,
+                      const Message * initArgs ) override;
+   void destroyModule( OriginId origin, const Gant::String & name ) override;
+   void connectModules( OriginId origin, const Gant::String & from, GateId outGate, const Gant::String & to,
+                        GateId inGate ) override;
+   void disconnectModules( OriginId origin, const Gant::String & from, GateId outGate ) override;
+   void command( OriginId origin, std::string_view module, std::string_view action, const Message & message,
+                 bool changesForwarding ) override;
+   google::protobuf::Arena & arena() override;
+
+   bool running() const { return running_; }
+   // True: by the stream. False: by unary calls.
+   bool streaming() const;
+   // What the data plane said of itself when the session began; empty before.
+   const Gant::String & dataPlaneVersion() const { return dataPlaneVersion_; }
+   // The counter table's file, empty when there is none.
+   const Gant::String & counterPath() const { return counterPath_; }
+
+   // Requests that wait in this process, and those on their way.
+   size_t requestsWaiting() const;
+   size_t requestsOutstanding() const;
+   size_t bytesWaiting() const;
+   // Seconds since the oldest outstanding batch was sent; 0 when there is none.
+   double oldestOutstanding() const;
+   // The oldest requests that are not answered, in words; those on their way first.
+   void describeQueue( size_t most,
+                       const std::function< void( const DescribedRequest &, bool outstanding ) > & each ) const;
+
+ private:
+   struct Batch;
+   class Inbox;
+
+   void noteOrigin( OriginId origin );
+   void added( bool changesForwarding );
+   void closeBatch();
+   void sendWaiting();
+   void begun( const vex::pb::Hello & hello );
+   void replied( const vex::pb::BatchReply & reply );
+   void ended( const Gant::String & reason, bool unimplemented );
+   Refusal describedRefusal( const Batch & batch, const vex::pb::BatchReply & reply, int index ) const;
+
+   const Gant::String address_;
+   std::shared_ptr< Inbox > inbox_;
+   std::unique_ptr< Transport > transport_;
+   std::unique_ptr< google::protobuf::Arena > arena_;
+   BatchWriter open_;
+   // Origins of the open batch's requests: from this request on, this one.
+   std::vector< std::pair< U32, OriginId > > openOrigins_;
+   std::deque< Batch > waiting_;
+   std::deque< Batch > outstanding_;
+   U64 nextNumber_ = 1;
+   bool flushPosted_ = false;
+   bool running_ = false;
+   Gant::String dataPlaneVersion_;
+   Gant::String counterPath_;
+};
+
+} // namespace Vex

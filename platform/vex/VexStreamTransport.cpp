@@ -1,0 +1,138 @@
+#include "vex/engine.pb.h"
+#include "VexTransport.h"
+#include "VexTransportChannel.h"
+
+#include <deque>
+#include <grpcpp/generic/generic_stub.h>
+#include <mutex>
+#include <thread>
+
+namespace Vex {
+
+namespace {
+
+// One thread waits for the completions of the stream. A write goes out on the caller's thread when none is on its way,
+// so that a lone batch does not wait for a second thread.
+class StreamTransport : public Transport {
+ public:
+   StreamTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink ) :
+        sink_( std::move( sink ) ), stub_( transportChannel( address ) ),
+        stream_( stub_.PrepareCall( &context_, "/vex.pb.Engine/Session", &queue_ ) ) {
+      stream_->StartCall( tag( Event::started ) );
+      thread_ = std::thread( [ this ] { run(); } );
+   }
+
+   ~StreamTransport() override {
+      context_.TryCancel();
+      thread_.join();
+   }
+
+   bool streaming() const override { return true; }
+
+   void send( const grpc::ByteBuffer & batch ) override {
+      const std::lock_guard lock( mutex_ );
+      pending_.push_back( batch );
+      writeNext();
+   }
+
+ private:
+   enum class Event : intptr_t { started = 1, read, written, finished };
+   static void * tag( Event event ) { return reinterpret_cast< void * >( event ); }
+
+   // With the mutex held.
+   void writeNext() {
+      if ( writing_ || !open_ || pending_.empty() ) return;
+      writing_ = true;
+      stream_->Write( pending_.front(), tag( Event::written ) );
+   }
+
+   void run() {
+      void * event;
+      bool ok;
+      while ( queue_.Next( &event, &ok ) ) handle( static_cast< Event >( reinterpret_cast< intptr_t >( event ) ), ok );
+   }
+
+   void handle( Event event, bool ok ) {
+      switch ( event ) {
+      case Event::started:
+         if ( ok ) {
+            opened();
+            stream_->Read( &incoming_, tag( Event::read ) );
+         } else {
+            stream_->Finish( &status_, tag( Event::finished ) );
+         }
+         break;
+      case Event::read:
+         if ( ok && deliver() )
+            stream_->Read( &incoming_, tag( Event::read ) );
+         else
+            stream_->Finish( &status_, tag( Event::finished ) );
+         break;
+      case Event::written: written( ok ); break;
+      case Event::finished:
+         sink_->end( reason(), status_.error_code() == grpc::StatusCode::UNIMPLEMENTED );
+         queue_.Shutdown();
+         break;
+      }
+   }
+
+   void opened() {
+      const std::lock_guard lock( mutex_ );
+      open_ = true;
+      writeNext();
+   }
+
+   void written( bool ok ) {
+      const std::lock_guard lock( mutex_ );
+      writing_ = false;
+      pending_.pop_front();
+      // A failed write is followed by the end of the reads, which tells why.
+      if ( !ok ) open_ = false;
+      writeNext();
+   }
+
+   // False: the data plane speaks something else.
+   bool deliver() {
+      std::vector< grpc::Slice > slices;
+      auto reply = std::make_unique< vex::pb::BatchReply >();
+      std::string whole;
+      if ( incoming_.Dump( &slices ).ok() )
+         for ( const auto & slice : slices )
+            whole.append( reinterpret_cast< const char * >( slice.begin() ), slice.size() );
+      if ( !reply->ParseFromString( whole ) ) {
+         malformed_ = true;
+         context_.TryCancel();
+         return false;
+      }
+      sink_->reply( std::move( reply ) );
+      return true;
+   }
+
+   Gant::String reason() const {
+      if ( malformed_ ) return "a reply that is not one";
+      return status_.ok() ? "the data plane ended the session" : status_.error_message();
+   }
+
+   std::shared_ptr< TransportSink > sink_;
+   grpc::ClientContext context_;
+   grpc::CompletionQueue queue_;
+   grpc::GenericStub stub_;
+   std::unique_ptr< grpc::GenericClientAsyncReaderWriter > stream_;
+   grpc::ByteBuffer incoming_;
+   grpc::Status status_;
+   bool malformed_ = false;
+   std::thread thread_;
+
+   std::mutex mutex_;
+   std::deque< grpc::ByteBuffer > pending_; // the front one is on its way while writing_
+   bool writing_ = false;
+   bool open_ = false;
+};
+
+} // namespace
+
+std::unique_ptr< Transport > streamTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink ) {
+   return std::make_unique< StreamTransport >( address, std::move( sink ) );
+}
+
+} // namespace Vex

@@ -1,0 +1,36 @@
+// How batches travel. For the channel's sources only.
+#pragma once
+
+#include "GantTypes.h"
+
+#include <grpcpp/support/byte_buffer.h>
+#include <memory>
+
+namespace vex::pb {
+class BatchReply;
+}
+
+namespace Vex {
+
+// What a transport tells, from a thread of its own.
+class TransportSink {
+ public:
+   virtual ~TransportSink() = default;
+   // In the order of the batches; number 0 begins the session.
+   virtual void reply( std::unique_ptr< vex::pb::BatchReply > reply ) = 0;
+   // Once; nothing comes after it.
+   virtual void end( const Gant::String & reason, bool unimplemented ) = 0;
+};
+
+// send() takes a batch in wire form and does not wait. The destructor ends everything, and no call comes after it.
+class Transport {
+ public:
+   virtual ~Transport() = default;
+   virtual void send( const grpc::ByteBuffer & batch ) = 0;
+   virtual bool streaming() const = 0;
+};
+
+std::unique_ptr< Transport > streamTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink );
+std::unique_ptr< Transport > unaryTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink );
+
+} // namespace Vex

@@ -1,0 +1,178 @@
+#include "Engine.h"
+#include "GantException.h"
+
+#include <gtest/gtest.h>
+#include <random>
+
+namespace {
+
+using namespace Test;
+using namespace VexL3Unicast;
+
+NextHopKey someKey() {
+   return NextHopKey( NextHopPktCmd::pktCmdForward(), Bridging::VlanIdOrNone( 12 ), intf( "Ethernet1" ),
+                      intf( "Tunnel2" ), mac( "00:00:00:00:00:07" ), 3,
+                      Hul::VrfAndIpAddr( Hul::VrfId( 4 ), ip( "10.0.0.1" ) ) );
+}
+
+TEST( L3Types, textsReadBack ) {
+   const auto key = someKey();
+   EXPECT_EQ( key.strep(),
+              "Value('VexL3Unicast::NextHopKey', ** {'pktCmd': pktCmdForward, 'vlanId': 12, 'intf': 'Ethernet1', "
+              "'tunnelIntf': 'Tunnel2', 'ethAddr': 00:00:00:00:00:07, 'nhLocalIndex': 3, 'tunnelKey': "
+              "Value('Hul::VrfAndIpAddr', ** {'vrfId': 4, 'ipAddr': 10.0.0.1})})" );
+   EXPECT_EQ( NextHopKey( key.strep() ), key );
+   EXPECT_EQ( key.str(), "pktCmdForward,12,Ethernet1,00:00:00:00:00:07,3,4,10.0.0.1" );
+   const NhrEntryKey nhr( FecKey( 9 ), 1, intf( "Ethernet1" ), 3 );
+   EXPECT_EQ( NhrEntryKey( nhr.strep() ), nhr );
+   const VexNhEntry entry;
+   EXPECT_EQ( VexNhEntry( entry.strep() ), entry );
+   EXPECT_EQ( entry.strep(), "Value('VexL3Unicast::VexNhEntry', ** {'pktCmd': 0, 'macDA': 00:00:00:00:00:00, "
+                             "'nhLocalIndex': 0, 'egressVif': 4294967295, 'egressBd': 0, 'l2HdrInsertPtr': 0, "
+                             "'propTTL': 0, 'ecmpSize': 0, 'isTunnelVif': 0})" );
+   const IntfAndVlan intfAndVlan( intf( "Vlan7" ), Bridging::VlanId( 7 ) );
+   EXPECT_EQ( IntfAndVlan( intfAndVlan.strep() ), intfAndVlan );
+   const VexHwTableCmdInfo info( 5, Hul::VrfAndIpGenPrefix( Hul::VrfId( 1 ), prefix( "10.0.0.0/8" ) ) );
+   EXPECT_EQ( info.strep(), "Value('VexL3Unicast::VexHwTableCmdInfo', ** {'cmdIndex': 5, 'vfrAndPrefix': "
+                            "Value('Hul::VrfAndIpGenPrefix', ** {'vrfId': 1, 'prefix': 10.0.0.0/8})})" );
+   EXPECT_EQ( VexHwTableCmdInfo( info.strep() ), info );
+}
+
+TEST( L3Types, theTunnelCountsForIdentityAndNotForTheHash ) {
+   auto other = someKey();
+   other.tunnelIntfIs( intf( "Tunnel3" ) );
+   EXPECT_NE( other, someKey() );
+   EXPECT_EQ( other.hash(), someKey().hash() );
+   other.nhLocalIndexIs( 4 );
+   EXPECT_NE( other.hash(), someKey().hash() );
+   EXPECT_TRUE( !NextHopKey() );
+   EXPECT_FALSE( !someKey() );
+}
+
+FecInfo infoOf( std::initializer_list< U32 > indexes, U32 total ) {
+   FecInfo info;
+   for ( const U32 index : indexes ) {
+      auto key = someKey();
+      key.nhLocalIndexIs( index );
+      info.nextHopIs( info.numberOfUniqueNextHops(), key );
+      HulTypes::ViaBitmap bitmap;
+      bitmap.viaIs( index );
+      info.nextHopBitmapIs( info.numberOfUniqueNextHops(), bitmap );
+      info.numberOfUniqueNextHopsInc( 1 );
+   }
+   info.numberOfNextHopsIs( total );
+   return info;
+}
+
+TEST( L3Types, fecInfoLooksAtItsUsedSlotsOnly ) {
+   const auto two = infoOf( { 1, 2 }, 3 );
+   auto cut = infoOf( { 1, 2, 9 }, 3 );
+   cut.numberOfUniqueNextHopsDec( 1 );
+   EXPECT_EQ( two, cut );
+   EXPECT_EQ( two.hash(), cut.hash() );
+   EXPECT_NE( two, infoOf( { 1, 2 }, 2 ) );
+   EXPECT_NE( two, infoOf( { 1, 3 }, 3 ) );
+   EXPECT_LT( infoOf( { 9 }, 9 ), two );
+   EXPECT_LT( infoOf( { 1, 2 }, 2 ), two );
+   EXPECT_LT( two, infoOf( { 1, 3 }, 3 ) );
+   EXPECT_EQ( two.str(), "2 3" );
+   EXPECT_EQ( infoOf( { 5 }, 1 ).strdet(), " 0 pktCmdForward,12,Ethernet1,00:00:00:00:00:07,5,4,10.0.0.1" );
+   EXPECT_EQ( FecInfo().strep(), "Value('VexL3Unicast::FecInfo', ** {'nextHop': [], 'nextHopBitmap': [], "
+                                 "'numberOfNextHops': 0, 'numberOfUniqueNextHops': 0})" );
+   EXPECT_DEATH( FecInfo( FecInfo().strep() ), "Failed\\(No String constructor for FecInfo - has collection\\)" );
+   EXPECT_DEATH( NexthopInfoColl( "" ), "Failed\\(No String constructor for NexthopInfoColl - has collection\\)" );
+}
+
+TEST( L3Types, rangesAreKept ) {
+   for ( const auto & [ make, text ] : std::initializer_list< std::pair< void ( * )(), const char * > >{
+              { [] { Bridging::VlanId( 4095 ); }, "VlanId::value < 1 or > 4094 not allowed" },
+              { [] { HulTypes::ViaBitmapIndex( 65 ); },
+                "ViaBitmapIndex::value < ViaBitmapIndex::min or > ViaBitmapIndex::max not allowed" } } ) {
+      try {
+         make();
+         ADD_FAILURE() << text;
+      } catch ( const Gant::RangeException & e ) {
+         EXPECT_STREQ( e.what(), text );
+      }
+   }
+}
+
+TEST( L3Types, fecKeysAreReusedLowestFirst ) {
+   const auto db = routeDbFactory( "routeDb" );
+   EXPECT_TRUE( !db->adjIdxToFec( Hul::L2AdjKey( 1 ) ) );
+   EXPECT_EQ( db->adjIdxToFec( Hul::L2AdjKey( 1 ) ).value(), 4294967295u );
+   for ( const U32 expected : { 0u, 1u, 2u } ) EXPECT_EQ( db->allocateFecKey(), expected );
+   db->nextFecKeyIs( 10 );
+   db->unusedFecKeyIs( FecKey( 7 ), true );
+   db->unusedFecKeyIs( FecKey( 3 ), true );
+   for ( const U32 expected : { 3u, 7u, 10u } ) EXPECT_EQ( db->allocateFecKey(), expected );
+}
+
+TEST( L3Types, recordsDescribeThemselves ) {
+   const auto fec = fecFactory( FecKey( 4 ) );
+   fec->infoIs( infoOf( { 1 }, 2 ) );
+   fec->lpmRouteIs( Hul::VrfAndIpGenPrefix( Hul::VrfId( 0 ), prefix( "10.0.0.0/8" ) ), true );
+   EXPECT_EQ( fec->versionInc( FecVersion( 1 ) ), 1u );
+   EXPECT_EQ( fec->str(), "4,1,1,2" );
+   EXPECT_TRUE( fec->isEcmp() );
+   const auto set = Gant::make< FecSet >();
+   set->fecIs( fec, true );
+   set->fecIs( fecFactory( FecKey( 2 ) ), true );
+   EXPECT_EQ( set->str(), "2,4," );
+   EXPECT_EQ( routeInfoFactory()->str(), "4294967295,,noneTableType" );
+}
+
+TEST( L3Types, localIndexesAreAStackPerInterface ) {
+   const auto manager = Gant::make< NhIndexManager >();
+   const auto et1 = intf( "Ethernet1" ), et2 = intf( "Ethernet2" );
+   manager->freeNhLocalIndex( et1, 0 );
+   for ( const U16 expected : { 1, 2, 3 } ) EXPECT_EQ( manager->allocNhLocalIndex( et1 ), expected );
+   EXPECT_EQ( manager->allocNhLocalIndex( et2 ), 1 );
+   EXPECT_EQ( manager->allocNhLocalIndex( Kynet::IntfId() ), 1 );
+   manager->freeNhLocalIndex( et1, 2 );
+   manager->freeNhLocalIndex( et1, 1 );
+   for ( const U16 expected : { 1, 2, 4 } ) EXPECT_EQ( manager->allocNhLocalIndex( et1 ), expected );
+   for ( U32 i = 5; i <= NhIndexManager::indexMax; ++i ) ASSERT_EQ( manager->allocNhLocalIndex( et1 ), i );
+   EXPECT_EQ( manager->allocNhLocalIndex( et1 ), 0 );
+   manager->freeNhLocalIndex( et1, 99 );
+   EXPECT_EQ( manager->allocNhLocalIndex( et1 ), 99 );
+   EXPECT_DEATH( manager->freeNhLocalIndex( intf( "Ethernet3" ), 1 ),
+                 "Failed\\(1 == 0\\)  No local indexes allocated for intf Ethernet3" );
+}
+
+TEST( L3Types, prefixContainersAgreeWithAnOrderedMap ) {
+   std::mt19937 random( 7 );
+   PrefixMap< U32 > map;
+   PrefixSet set;
+   std::map< Hul::VrfAndIpGenPrefix, U32 > model;
+   const auto someKeyOf = [ & ]() {
+      const Hul::VrfId vrf( random() % 3 );
+      if ( random() % 4 != 0 )
+         return Hul::VrfAndIpGenPrefix( vrf, Kynet::Prefix( Kynet::IpAddr( random() % 64 << 24 ), random() % 33 ) );
+      Kynet::Ip6Addr::Bytes bytes{};
+      bytes[ 0 ] = static_cast< U8 >( random() % 64 );
+      return Hul::VrfAndIpGenPrefix( vrf, Kynet::Ip6Prefix( Kynet::Ip6Addr( bytes ), random() % 129 ) );
+   };
+   for ( U32 i = 0; i < 20000; ++i ) {
+      const auto key = someKeyOf();
+      if ( random() % 3 == 0 ) {
+         const auto erased = model.erase( key );
+         ASSERT_EQ( map.erase( key ), erased );
+         ASSERT_EQ( set.erase( key ), erased );
+      } else {
+         const bool added = model.insert_or_assign( key, i ).second;
+         const auto [ value, made ] = map.tryEmplace( key );
+         *value = i;
+         ASSERT_EQ( made, added );
+         ASSERT_EQ( set.insert( key ), added );
+      }
+      ASSERT_EQ( map.size(), model.size() );
+   }
+   std::map< Hul::VrfAndIpGenPrefix, U32 > walked;
+   for ( const auto & [ key, value ] : map ) walked.emplace( key, value );
+   EXPECT_EQ( walked, model );
+   const auto keys = set.keys();
+   EXPECT_TRUE( std::ranges::equal( keys, model, {}, {}, []( const auto & entry ) { return entry.first; } ) );
+}
+
+} // namespace

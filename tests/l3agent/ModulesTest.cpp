@@ -1,0 +1,191 @@
+#include "Engine.h"
+#include "GantException.h"
+#include "vex/ip.pb.h"
+#include "VexL3Counters.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace Test;
+using namespace VexL3Unicast;
+
+// Proxies of which each sends its commands.
+class Modules : public testing::Test {
+ protected:
+   Modules() { engine.take(); }
+   Lines sent() {
+      auto all = engine.take();
+      std::erase_if( all, []( const Gant::String & line ) { return line.starts_with( "create" ); } );
+      return all;
+   }
+   template < typename Mod >
+   Gant::Ptr< Mod > proxy() {
+      return Gant::make< Mod >( "m", 8192, 8192, nullptr, engine.l3Pair, intf( "Ethernet1" ) );
+   }
+   template < typename Mod >
+   Gant::Ptr< Mod > proxyOfSm() {
+      return Gant::make< Mod >( "m", 8192, 8192, nullptr, engine.l3Pair, nullptr, intf( "Ethernet1" ) );
+   }
+   Engine engine;
+};
+
+TEST_F( Modules, theIpModulesSendTheirCommands ) {
+   const auto input = proxy< IpInputMod >();
+   const auto output = proxy< IpOutputMod >();
+   const auto gre = proxyOfSm< Ip4GreTun >();
+   input->setTcpMssAdjust( 1360, true );
+   output->setIpMtu( 9000 );
+   output->setTcpMssAdjust( 1240, false );
+   output->setHwOffload( true );
+   gre->setIp4TunTos( 0 );
+   gre->setIp4TunTos( 200 );
+   gre->setIp4TunTtl( true );
+   EXPECT_EQ( sent(), lines( R"(
+      m setTcpMssAdjust mss 1360 do_mss_checksum true
+      m setMtu ip_mtu 9000
+      m setTcpMssAdjust mss 1240 do_mss_checksum false
+      m setHwOffload ip_hdr_cksum_offload true
+      m setIp4TunTos tun_tos false
+      m setIp4TunTos tun_tos true
+      m setIp4TunTtl ttl_from_inner_header true
+   )" ) );
+}
+
+TEST_F( Modules, theFibSendsItsCommands ) {
+   const auto fib = Gant::make< FibIpv4 >( "fib", 8192, 8192, nullptr, engine.l3Pair, nullptr );
+   fib->intfIdToOutGateIs( intf( "Ethernet1" ), Vex::GateId( 4 ) );
+   fib->addRoute( Hul::VrfId( 1 ), ip( "10.0.0.0" ).value(), 8, FecKey( 9 ) );
+   fib->delRoute( Hul::VrfId( 1 ), ip( "10.0.0.0" ).value(), 8 );
+   NexthopInfoColl members;
+   members.newNh( NexthopInfo( intf( "Ethernet2" ), 7 ) );
+   members.newNh( NexthopInfo( intf( "Ethernet1" ), 3 ) );
+   fib->addFec( FecKey( 9 ), members );
+   fib->addFec( FecKey( 8 ), NexthopInfoColl() );
+   fib->addFecWithGate( FecKey( 7 ), Vex::GateId( 0 ) );
+   fib->delFec( FecKey( 9 ) );
+   fib->delVrf( Hul::VrfId( 1 ) );
+   EXPECT_EQ( sent(), lines( R"(
+      fib addRoute vrf 1 prefix 10.0.0.0 prefix_len 8 fec_id 9
+      fib delRoute vrf 1 prefix 10.0.0.0 prefix_len 8
+      fib addFec fec_id 9 nh_info {gate 4 nh_index 3} nh_info {gate 4294967295 nh_index 7}
+      fib addFec fec_id 8
+      fib addFec fec_id 7 nh_info {gate 0}
+      fib delFec fec_id 9
+      fib delVrf vrf 1
+   )" ) );
+}
+
+TEST_F( Modules, theNextHopModulesSendTheirCommands ) {
+   const auto nextHop = proxyOfSm< NextHopMod >();
+   VexNhEntry entry;
+   entry.pktCmdIs( 1 );
+   const NextHopKey neighbour( NextHopPktCmd::pktCmdForward(), {}, intf( "Ethernet1" ), {}, mac( "00:00:00:00:00:42" ),
+                               5, {} );
+   const NextHopKey macless( NextHopPktCmd::pktCmdArpTrap(), {}, intf( "Ethernet1" ), {}, {}, 6, {} );
+   nextHop->writeNH( neighbour, entry );
+   nextHop->writeNH( macless, VexNhEntry() );
+   nextHop->deleteNH( neighbour );
+   nextHop->setSrcMacAddr( mac( "00:00:00:00:00:01" ) );
+   nextHop->setSrcMacAddr( Kynet::EthAddr() );
+
+   const auto resolve = proxyOfSm< NhResolve >();
+   const NhrEntryKey key( FecKey( 3 ), 1, intf( "Ethernet1" ), 5 );
+   resolve->nhrEntryIs( key, 12 );
+   resolve->addNhResolveEntry( key );
+   resolve->intfIdToOutGateIs( intf( "Ethernet1" ), Vex::GateId( 2 ) );
+   resolve->addNhResolveEntry( key );
+   resolve->deleteNhResolveEntry( key );
+   EXPECT_EQ( sent(), lines( R"(
+      m writeNH nexthopinfo {nh_index 5 mac_da 00:00:00:00:00:42 pkt_cmd 1}
+      m writeNH nexthopinfo {nh_index 6 pkt_cmd 0}
+      m deleteNH nexthopinfo {nh_index 5}
+      m setSrcMacAddr mac_addr 00:00:00:00:00:01
+      m addNhResolveEntry nhr_index 12 ogate 4294967295 nhm_index 5
+      m addNhResolveEntry nhr_index 12 ogate 2 nhm_index 5
+      m deleteNhResolveEntry nhr_index 12
+   )" ) );
+}
+
+TEST_F( Modules, resolveIndexesComeLowestFirstAndExhaustionIsTheReservedOne ) {
+   const auto resolve = proxyOfSm< NhResolve >();
+   for ( U32 index = 1; index < NhResolve::entriesMax; ++index ) resolve->freeNhrIndex( index );
+   for ( U32 index = 1; index < NhResolve::entriesMax; ++index ) ASSERT_EQ( resolve->allocNhrIndex(), index );
+   EXPECT_EQ( resolve->allocNhrIndex(), 0u );
+   EXPECT_EQ( resolve->allocNhrIndex(), 0u );
+   resolve->freeNhrIndex( 700 );
+   resolve->freeNhrIndex( 41 );
+   EXPECT_EQ( resolve->allocNhrIndex(), 41u );
+   EXPECT_EQ( resolve->allocNhrIndex(), 700u );
+}
+
+TEST_F( Modules, askingAgainKeepsTheProxyAndTakesTheMessage ) {
+   const auto modules = Gant::make< L3Modules >();
+   const auto arg = []( U32 mtu ) {
+      auto * const message = new vex::pb::IpOutputArg;
+      message->set_ip_mtu( mtu );
+      return message;
+   };
+   const auto first =
+        modules->ipOutputModIs( "IpOutput_et1", 8192, 2, arg( 1500 ), engine.l3Pair, intf( "Ethernet1" ) );
+   engine.take();
+   const auto again =
+        modules->ipOutputModIs( "IpOutput_et1", 8192, 2, arg( 9000 ), engine.l3Pair, intf( "Ethernet1" ) );
+   EXPECT_EQ( again, first );
+   EXPECT_EQ( engine.take(), Lines{} );
+   EXPECT_EQ( static_cast< const vex::pb::IpOutputArg * >( first->initArgs() )->ip_mtu(), 9000u );
+   EXPECT_EQ( modules->ipOutputModDel( intf( "Ethernet1" ) ), first );
+   EXPECT_FALSE( modules->ipOutputModHas( intf( "Ethernet1" ) ) );
+}
+
+TEST_F( Modules, askingAgainWithOtherValuesIsANameInUse ) {
+   const auto modules = Gant::make< L3Modules >();
+   const auto otherPair = engine.global->moduleConfigStatusPairIs( "other" );
+   auto * const sm = reinterpret_cast< VexL3Sm * >( 0x10 );
+   const auto ask = [ & ]( const char * name, U32 in, U32 out, const auto & pair, VexL3Sm * l3Sm ) -> Gant::String {
+      try {
+         modules->nhResolveIs( name, in, out, nullptr, pair, l3Sm, intf( "Tunnel1" ) );
+      } catch ( const Gant::NameInUseException & e ) {
+         return e.what();
+      }
+      return "";
+   };
+   EXPECT_EQ( ask( "n", 1, 8192, engine.l3Pair, nullptr ), "" );
+   const Gant::String begin = "Reinstantiating the pointer interface where constructor parameter attribute ";
+   EXPECT_EQ( ask( "x", 1, 8192, engine.l3Pair, nullptr ),
+              begin + "_name has a different value of x than the current value of n not allowed" );
+   EXPECT_EQ( ask( "n", 2, 8192, engine.l3Pair, nullptr ),
+              begin + "_maxInGate has a different value of 2 than the current value of 1 not allowed" );
+   EXPECT_EQ( ask( "n", 1, 8191, engine.l3Pair, nullptr ),
+              begin + "_maxOutGate has a different value of 8191 than the current value of 8192 not allowed" );
+   EXPECT_EQ( ask( "n", 1, 8192, otherPair, nullptr ),
+              begin + "_modulePair has a different value of other than the current value of l3 not allowed" );
+   EXPECT_EQ( ask( "n", 1, 8192, engine.l3Pair, sm ).substr( 0, begin.size() + 5 ), begin + "_l3Sm" );
+   EXPECT_EQ( ask( "n", 1, 8192, engine.l3Pair, nullptr ), "" );
+}
+
+TEST_F( Modules, countersAreNamedByTheirModuleAndGivenBack ) {
+   const auto a = Gant::make< IpInputMod >( "a", 1, 2, nullptr, engine.l3Pair, intf( "Ethernet1" ) );
+   const auto b = Gant::make< IpInputMod >( "b", 1, 2, nullptr, engine.l3Pair, intf( "Ethernet2" ) );
+   addIpInputCounters( a, engine.vexcsd );
+   addIpInputCounters( b, engine.vexcsd );
+   EXPECT_EQ( sent(), lines( "a setCounterIds bad_ip_checksum_counter 0 bad_ip_len_counter 1\n"
+                             "b setCounterIds bad_ip_checksum_counter 2 bad_ip_len_counter 3" ) );
+   Lines names;
+   for ( const auto & [ id, counter ] : engine.counters->counterIterator() ) names.push_back( counter.name );
+   EXPECT_EQ( names, lines( "a-Bad_Checksum_Pkts\n a-Bad_Len_Pkts\n b-Bad_Checksum_Pkts\n b-Bad_Len_Pkts" ) );
+   freeModuleCounters( a, engine.vexcsd );
+   freeModuleCounters( a, engine.vexcsd );
+   EXPECT_EQ( engine.counters->counterIterator().size(), 2u );
+   addIpInputCounters( a, engine.vexcsd );
+   EXPECT_EQ( sent(), lines( "a setCounterIds bad_ip_checksum_counter 0 bad_ip_len_counter 1" ) );
+   freeModuleCounters( a, engine.vexcsd );
+   freeModuleCounters( b, engine.vexcsd );
+}
+
+TEST_F( Modules, withoutCounterInfoACounterIsAnAssertion ) {
+   const auto bare = Gant::make< Vex::VexCommonSmData >( engine.global, engine.trap, nullptr );
+   EXPECT_DEATH( allocModuleCounter( engine.trap, bare, "x" ), "Failed\\(vexcsd->bessCounterInfo\\(\\)\\)" );
+}
+
+} // namespace

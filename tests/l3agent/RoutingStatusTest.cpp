@@ -1,0 +1,110 @@
+#include "Engine.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace Test;
+
+class RoutingStatusFacts : public testing::Test {
+ protected:
+   void SetUp() override {
+      core.port( "Ethernet1" );
+      core.take();
+   }
+   HulHelper::RoutingStatusSmHelper & helper() { return *core.routingStatusHelper; }
+   Gant::Ptr< VexL3Unicast::VlanRoutingStatus > entry( U16 vlan ) const {
+      return core.routingStatus->vlanRoutingStatus( Bridging::VlanId( vlan ) );
+   }
+   const Kynet::IntfId et1 = intf( "Ethernet1" );
+   L3Core core;
+};
+
+TEST_F( RoutingStatusFacts, anInterfaceIsMadeChangedAndRemoved ) {
+   helper().handleL3Intf( et1, 4094, 1500, true, false, Hul::VrfId( 2 ) );
+   ASSERT_TRUE( core.vexcsd->l3IntfHas( et1 ) );
+   EXPECT_EQ( core.vexcsd->l3Intf( et1 )->vrfId(), 2u );
+   EXPECT_EQ( entry( 4094 )->genId(), 1u );
+   EXPECT_EQ( entry( 4094 )->intfId(), et1 );
+   EXPECT_TRUE( entry( 4094 )->vrfIdValid() );
+   core.take();
+
+   helper().handleL3Intf( et1, 4094, 9000, true, true, Hul::VrfId( 3 ) );
+   EXPECT_EQ( core.take(), lines( "IpOutput_et1 setMtu ip_mtu 9000" ) );
+   EXPECT_EQ( core.vexcsd->l3Intf( et1 )->ipMtu(), 9000u );
+   // A change of VRF goes only into the model.
+   EXPECT_EQ( core.vexcsd->l3Intf( et1 )->vrfId(), 2u );
+   EXPECT_EQ( entry( 4094 )->vrfId(), 3u );
+
+   // Without its output module, the interface still takes the MTU.
+   core.l3Modules->ipOutputModDel( et1 );
+   core.take();
+   helper().handleL3Intf( et1, 4094, 1400, true, true, Hul::VrfId( 3 ) );
+   EXPECT_EQ( core.take(), Lines{} );
+   EXPECT_EQ( core.vexcsd->l3Intf( et1 )->ipMtu(), 1400u );
+
+   helper().handleL3Intf( et1, 4094, 0, false, false, Hul::VrfId( 2 ) );
+   EXPECT_FALSE( core.vexcsd->l3IntfHas( et1 ) );
+   EXPECT_FALSE( entry( 4094 ) );
+   helper().handleL3Intf( et1, 4094, 0, false, false, Hul::VrfId( 2 ) );
+   EXPECT_DEATH( helper().handleL3Intf( et1, 4094, 1500, true, true, Hul::VrfId( 2 ) ), "Failed\\(!update\\)" );
+}
+
+TEST_F( RoutingStatusFacts, whoReactsToTheGenerationStillSeesTheFormerInterface ) {
+   struct Reactor : VexL3Unicast::VlanRoutingStatus::Notifiee {
+      using Notifiee::Notifiee;
+      void onGenId() override { seen.push_back( notifier()->intfId() ); }
+      std::vector< Kynet::IntfId > seen;
+   };
+   const auto owner = Gant::make< Gant::StateMachine >();
+   helper().handleL3Intf( et1, 4094, 1500, true, false, Hul::VrfId( 2 ) );
+   Reactor reactor( owner.get(), entry( 4094 ) );
+   helper().handleL3Intf( intf( "Ethernet2" ), 4094, 1500, true, true, Hul::VrfId( 2 ) );
+   EXPECT_EQ( reactor.seen, std::vector{ et1 } );
+   EXPECT_EQ( entry( 4094 )->intfId(), intf( "Ethernet2" ) );
+}
+
+TEST_F( RoutingStatusFacts, routingIsEnabledOnlyForAVlanThatIsThere ) {
+   const Hul::RoutingState state( true, false, true, false );
+   helper().enableVlanRouting( et1, 4094, state );
+   EXPECT_FALSE( entry( 4094 ) );
+   helper().handleL3Intf( et1, 4094, 1500, true, false, Hul::VrfId( 0 ) );
+   EXPECT_FALSE( entry( 4094 )->routingStateValid() );
+   helper().enableVlanRouting( et1, 4094, state );
+   EXPECT_EQ( entry( 4094 )->routingState(), state );
+   EXPECT_TRUE( entry( 4094 )->routingStateValid() );
+   EXPECT_EQ( entry( 4094 )->genId(), 2u );
+   EXPECT_DEATH( helper().enableVlanRouting( et1, 0, state ), "Failed\\(vlanId\\)" );
+}
+
+TEST_F( RoutingStatusFacts, anMssIsRememberedUntilThereIsAModule ) {
+   helper().handleTcpMssEgress( et1, 1360 );
+   helper().handleTcpMssIngress( et1, 1340 );
+   EXPECT_EQ( core.take(), Lines{} );
+   helper().handleL3Intf( et1, 4094, 1500, true, false, Hul::VrfId( 0 ) );
+   EXPECT_EQ( core.channel->takeOf( { "create Ip" } ),
+              lines( "create IpOutput_et1 IpOutput ip_mtu 1500 mss 1360 do_mss_checksum true\n"
+                     "create IpInput_et1 IpInput mss 1340 do_mss_checksum true" ) );
+   helper().handleTcpMssEgress( et1, 1240 );
+   helper().handleTcpMssIngress( et1, 0 );
+   EXPECT_EQ( core.take(), lines( "IpOutput_et1 setTcpMssAdjust mss 1240 do_mss_checksum true\n"
+                                  "IpInput_et1 setTcpMssAdjust mss 0 do_mss_checksum true" ) );
+   core.l3Modules->ipInputModDel( et1 );
+   EXPECT_DEATH( helper().handleTcpMssIngress( et1, 1 ), "Failed\\(ipInputMod\\)" );
+}
+
+TEST_F( RoutingStatusFacts, macsAreModelledWithoutTheirMask ) {
+   const auto router = mac( "00:1c:73:00:00:01" ), virtualRouter = mac( "00:00:5e:00:01:0a" );
+   helper().handleRouterMac( router, true );
+   helper().handleVirtualRouterMac( Kynet::EthAddrWithMask( virtualRouter, mac( "ff:ff:ff:00:00:00" ) ), true );
+   EXPECT_EQ( core.routingStatus->routerMac(), router );
+   EXPECT_EQ( core.routingStatus->virtualRouterMac(), virtualRouter );
+   helper().handleRouterMac( router, false );
+   helper().handleVirtualRouterMac( Kynet::EthAddrWithMask( router, {} ), false );
+   EXPECT_TRUE( !core.routingStatus->routerMac() );
+   EXPECT_TRUE( !core.routingStatus->virtualRouterMac() );
+   helper().handleRouting( true, true );
+   EXPECT_EQ( core.take(), Lines{} );
+}
+
+} // namespace
