@@ -30,18 +30,18 @@ class HulCommonSmData;
 class AclSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< HulCommonSmData > vexcsd;
-      Gant::Ptr< Acl::Config > aclConfig;
-      Gant::Ptr< const Acl::ParamConfig > aclParamConfig;
-      Gant::Ptr< const Gant::Dir > aclIntfConfigDir;
-      Gant::Ptr< const Acl::IntfConfig > aclIntfConfigCli;
-      Gant::Ptr< const Gant::Dir > aclHwConfig;
-      Gant::Ptr< Acl::StatusDp > aclStatusDp;
-      Gant::Ptr< Errdisable::CauseStatus > aclCauseStatus;
-      Gant::Ptr< const Lag::Input::Config > lagInputConfig;
-      Gant::Ptr< HulHelper::AclHelper > aclHelper;
-      Gant::Ptr< Gant::Clock > clock;
-      Gant::Ptr< const Bridging::Config > bridgingConfig;
+      Gant::Ptr< HulCommonSmData > vexcsd{};
+      Gant::Ptr< Acl::Config > aclConfig{};
+      Gant::Ptr< const Acl::ParamConfig > aclParamConfig{};
+      Gant::Ptr< const Gant::Dir > aclIntfConfigDir{};
+      Gant::Ptr< const Acl::IntfConfig > aclIntfConfigCli{};
+      Gant::Ptr< const Gant::Dir > aclHwConfig{};
+      Gant::Ptr< Acl::StatusDp > aclStatusDp{};
+      Gant::Ptr< Errdisable::CauseStatus > aclCauseStatus{};
+      Gant::Ptr< const Lag::Input::Config > lagInputConfig{};
+      Gant::Ptr< HulHelper::AclHelper > aclHelper{};
+      Gant::Ptr< Gant::Clock > clock{};
+      Gant::Ptr< const Bridging::Config > bridgingConfig{};
    };
    explicit AclSm( Args args ) : args_( std::move( args ) ) {}
    const Args & args() const { return args_; }

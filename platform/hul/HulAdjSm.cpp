@@ -91,6 +91,7 @@ struct AdjSm::Impl {
    void handlePaths( const VrfAndIpAddr & end );
    void handleVrfs();
    void handleAll();
+   void handleReview();
 
    template < typename Index, typename Key >
    void reviewAll( Index & index, const Key & key );
@@ -194,8 +195,8 @@ struct AdjSm::Impl::GantVrfs : VrfDir::Notifiee {
 
 struct AdjSm::Impl::GantReview : AdjReviewEvent::Notifiee {
    explicit GantReview( Impl & impl ) : Notifiee( &impl.sm, impl.args.adjReviewEvent ), impl( impl ) {}
-   void onReview() override { impl.handleAll(); }
-   void onRenotify() override { impl.handleAll(); }
+   void onReview() override { impl.handleReview(); }
+   void onRenotify() override { impl.handleReview(); }
    Impl & impl;
 };
 
@@ -349,6 +350,14 @@ void AdjSm::Impl::handleAll() {
       if ( !adjs[number].l2Adj ) continue;
       bind( number );
       if ( resolve( number ) ) tell( number );
+   }
+}
+
+void AdjSm::Impl::handleReview() {
+   handleAll();
+   for ( Number number = 0; number < adjs.size(); ++number ) {
+      const auto & adj = adjs[number];
+      if ( adj.l2Adj && ( !adj.created || adj.walk == WalkState::waiting_ ) ) tell( number );
    }
 }
 

@@ -54,13 +54,13 @@ class VrfSm;
 class AdjSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< L3Status > hulL3Status;
-      Gant::Ptr< L2AdjHelper > hulL2AdjHelper;
-      Gant::Ptr< const Arp::Table::Status > arpMirel;
-      Gant::Ptr< const Interface::AllIntfStatusDir > allIntfStatusDir;
-      Gant::Ptr< RoutePathSm > routePathSm;
-      Gant::Ptr< VrfSm > vrfSm;
-      Gant::Ptr< const AdjReviewEvent > adjReviewEvent;
+      Gant::Ptr< L3Status > hulL3Status{};
+      Gant::Ptr< L2AdjHelper > hulL2AdjHelper{};
+      Gant::Ptr< const Arp::Table::Status > arpMirel{};
+      Gant::Ptr< const Interface::AllIntfStatusDir > allIntfStatusDir{};
+      Gant::Ptr< RoutePathSm > routePathSm{};
+      Gant::Ptr< VrfSm > vrfSm{};
+      Gant::Ptr< const AdjReviewEvent > adjReviewEvent{};
    };
 
    class Notifiee : public Gant::NotifieeOf< AdjSm > {

@@ -30,17 +30,17 @@ class L3Status;
 class IntfStatusSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< HulCommonSmData > vexcsd;
-      Gant::Ptr< L3Status > hulL3Status;
-      Gant::Ptr< L2AdjHelper > hulL2AdjHelper;
-      Gant::Ptr< const Interface::EthIntfStatusDir > ethIntfStatusDir;
-      Gant::Ptr< const Bfd::StatusPeer > bfdAllPeerStatusDir;
-      Gant::Ptr< Bfd::AppStatus > bfdAllPeerStatus;
-      Gant::Ptr< const Interface::AllIntfStatusDir > allIntfStatusDir;
-      Gant::Ptr< const Interface::AllIntfStatusLocalDir > allIntfStatusLocalDir;
-      Gant::Ptr< Routing::Hardware::Config > routingHwConfig;
-      Gant::Ptr< Routing::Hardware::RouteStatus > routingHwRouteStatus;
-      Gant::Ptr< const Mlag::Status > mlagStatus;
+      Gant::Ptr< HulCommonSmData > vexcsd{};
+      Gant::Ptr< L3Status > hulL3Status{};
+      Gant::Ptr< L2AdjHelper > hulL2AdjHelper{};
+      Gant::Ptr< const Interface::EthIntfStatusDir > ethIntfStatusDir{};
+      Gant::Ptr< const Bfd::StatusPeer > bfdAllPeerStatusDir{};
+      Gant::Ptr< Bfd::AppStatus > bfdAllPeerStatus{};
+      Gant::Ptr< const Interface::AllIntfStatusDir > allIntfStatusDir{};
+      Gant::Ptr< const Interface::AllIntfStatusLocalDir > allIntfStatusLocalDir{};
+      Gant::Ptr< Routing::Hardware::Config > routingHwConfig{};
+      Gant::Ptr< Routing::Hardware::RouteStatus > routingHwRouteStatus{};
+      Gant::Ptr< const Mlag::Status > mlagStatus{};
    };
    explicit IntfStatusSm( Args args ) : args_( std::move( args ) ) {}
    const Args & args() const { return args_; }

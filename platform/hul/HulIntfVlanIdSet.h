@@ -33,9 +33,9 @@ class Table : public Gant::Entity {
 class ConfigSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< const Bridging::Config > bridgingConfig;
-      Gant::Ptr< const PrivateVlanLib::LibState > privateVlanLibState;
-      Gant::Ptr< Table > intfVlanIdSetTable;
+      Gant::Ptr< const Bridging::Config > bridgingConfig{};
+      Gant::Ptr< const PrivateVlanLib::LibState > privateVlanLibState{};
+      Gant::Ptr< Table > intfVlanIdSetTable{};
    };
    explicit ConfigSm( Args args );
    ~ConfigSm() override;

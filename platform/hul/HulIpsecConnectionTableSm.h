@@ -14,8 +14,8 @@ class HulIpsecSmHelper;
 class HulConnectionTableSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< HulIpsecSmHelper > platformHelper;
-      Gant::Ptr< Ipsec::Ike::ConnectionTable > connectionTable;
+      Gant::Ptr< HulIpsecSmHelper > platformHelper{};
+      Gant::Ptr< Ipsec::Ike::ConnectionTable > connectionTable{};
    };
    explicit HulConnectionTableSm( Args args ) : args_( std::move( args ) ) {}
    const Args & args() const { return args_; }

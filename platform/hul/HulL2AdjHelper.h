@@ -43,20 +43,20 @@ class L3Status;
 class L2AdjHelper : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< HulCommonSmData > vexcsd;
-      Gant::Ptr< const L3Config > hulL3Config;
-      Gant::Ptr< L3Status > hulL3Status;
-      Gant::Ptr< const Routing::Hardware::Config > routingHwConfig;
-      Gant::Ptr< const Routing::Hardware::Status > routingHwStatus;
-      Gant::Ptr< const Routing::Hardware::DlbConfig > routingHwDlbConfig;
-      Gant::Ptr< HulHelper::AdjSmHelper > adjHelper;
-      Gant::Ptr< const Interface::EthIntfStatusDir > ethIntfStatusDir;
-      Gant::Ptr< const Mlag::Status > mlagStatus;
-      Gant::Ptr< const L2AdjResponse > tunnelL2AdjResponse;
-      Gant::Ptr< const Tunnel::TunnelTable::EvpnVxlanTunnelTable > evpnVxlanTunnelTable;
-      Gant::Ptr< Routing::Hardware::RouteStatus > routingHwRouteStatus;
-      Gant::Ptr< HulHelper::AdjCapabilityHelper > adjCapHelper;
-      Gant::Ptr< Quorl::EntityManager > em;
+      Gant::Ptr< HulCommonSmData > vexcsd{};
+      Gant::Ptr< const L3Config > hulL3Config{};
+      Gant::Ptr< L3Status > hulL3Status{};
+      Gant::Ptr< const Routing::Hardware::Config > routingHwConfig{};
+      Gant::Ptr< const Routing::Hardware::Status > routingHwStatus{};
+      Gant::Ptr< const Routing::Hardware::DlbConfig > routingHwDlbConfig{};
+      Gant::Ptr< HulHelper::AdjSmHelper > adjHelper{};
+      Gant::Ptr< const Interface::EthIntfStatusDir > ethIntfStatusDir{};
+      Gant::Ptr< const Mlag::Status > mlagStatus{};
+      Gant::Ptr< const L2AdjResponse > tunnelL2AdjResponse{};
+      Gant::Ptr< const Tunnel::TunnelTable::EvpnVxlanTunnelTable > evpnVxlanTunnelTable{};
+      Gant::Ptr< Routing::Hardware::RouteStatus > routingHwRouteStatus{};
+      Gant::Ptr< HulHelper::AdjCapabilityHelper > adjCapHelper{};
+      Gant::Ptr< Quorl::EntityManager > em{};
    };
    explicit L2AdjHelper( Args args );
    ~L2AdjHelper() override;

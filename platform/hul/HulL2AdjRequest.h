@@ -5,7 +5,7 @@
 
 namespace Hul {
 
-// Asks for a look at every adjacency.
+// Asks for a look at every adjacency: those that the helper refused, or took in part, are offered again.
 class AdjReviewEvent : public Gant::PtrInterface {
  public:
    class Notifiee : public Gant::NotifieeOf< AdjReviewEvent > {

@@ -22,10 +22,10 @@ namespace HulL3Intf {
 class ConfigSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< const Bridging::Config > bridgingConfig;
-      Gant::Ptr< const Interface::VlanIntfStatusDir > vlanIntfStatusDir;
-      Gant::Ptr< const Gant::Dir > l3IndexDir; // ids that others give; a data plane without such has none
-      Gant::Ptr< Table > hulL3IntfTable;
+      Gant::Ptr< const Bridging::Config > bridgingConfig{};
+      Gant::Ptr< const Interface::VlanIntfStatusDir > vlanIntfStatusDir{};
+      Gant::Ptr< const Gant::Dir > l3IndexDir{}; // ids that others give; a data plane without such has none
+      Gant::Ptr< Table > hulL3IntfTable{};
       bool internalVlansAllowed = true; // false: only VLAN interfaces get an id
    };
    explicit ConfigSm( Args args );

@@ -70,6 +70,9 @@ L3IntfSm::L3IntfSm( Args args ) :
 L3IntfSm::~L3IntfSm() = default;
 
 void L3IntfSm::reviewAll() {
+   // Those that go first: after a time of silence another one may have got their VLAN.
+   for ( const auto intfId : Gant::keysOf( told_ ) )
+      if ( told_.contains( intfId ) && !stays( intfId, wanted( intfId ) ) ) remove( intfId );
    Gant::OrderedSet< Kynet::IntfId > intfs;
    for ( const auto & [intfId, facts] : told_ ) intfs.insert( intfId );
    for ( const auto & [intfId, mss] : toldMss_ ) intfs.insert( intfId );
@@ -122,16 +125,19 @@ void L3IntfSm::review( Kynet::IntfId intfId ) {
 
 void L3IntfSm::bring( Kynet::IntfId intfId ) {
    const auto wanted = this->wanted( intfId );
-   const auto told = told_.find( intfId );
-   const bool stays =
-        told != told_.end() && wanted && told->second.vrfId == wanted->vrfId && told->second.vlanId == wanted->vlanId;
-   if ( told != told_.end() && !stays ) remove( intfId );
+   const bool stays = this->stays( intfId, wanted );
+   if ( told_.contains( intfId ) && !stays ) remove( intfId );
    if ( !wanted ) return;
    tellMss( intfId );
    if ( stays )
       update( intfId, *wanted );
    else
       create( intfId, *wanted );
+}
+
+bool L3IntfSm::stays( Kynet::IntfId intfId, const std::optional< Facts > & wanted ) const {
+   const auto told = told_.find( intfId );
+   return told != told_.end() && wanted && told->second.vrfId == wanted->vrfId && told->second.vlanId == wanted->vlanId;
 }
 
 void L3IntfSm::create( Kynet::IntfId intfId, const Facts & wanted ) {

@@ -42,14 +42,14 @@ class VrfSm;
 class L3IntfSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< const L3::Config > l3Config;
-      Gant::Ptr< const Ip::Status > ipStatus;
-      Gant::Ptr< const Ip6::Status > ip6Status;
-      Gant::Ptr< const Interface::AllIntfStatusDir > allIntfStatusDir;
-      Gant::Ptr< HulL3Intf::Table > hulL3IntfTable;
-      Gant::Ptr< L3Status > hulL3Status;
-      Gant::Ptr< VrfSm > vrfSm;
-      Gant::Ptr< HulHelper::RoutingStatusSmHelper > routingStatusHelper;
+      Gant::Ptr< const L3::Config > l3Config{};
+      Gant::Ptr< const Ip::Status > ipStatus{};
+      Gant::Ptr< const Ip6::Status > ip6Status{};
+      Gant::Ptr< const Interface::AllIntfStatusDir > allIntfStatusDir{};
+      Gant::Ptr< HulL3Intf::Table > hulL3IntfTable{};
+      Gant::Ptr< L3Status > hulL3Status{};
+      Gant::Ptr< VrfSm > vrfSm{};
+      Gant::Ptr< HulHelper::RoutingStatusSmHelper > routingStatusHelper{};
    };
    explicit L3IntfSm( Args args );
    ~L3IntfSm() override;
@@ -78,6 +78,8 @@ class L3IntfSm : public Gant::StateMachine {
    void reviewAll();
    void review( Kynet::IntfId intfId );
    void bring( Kynet::IntfId intfId );
+   // Whether what was told can stay, changed as it may be.
+   bool stays( Kynet::IntfId intfId, const std::optional< Facts > & wanted ) const;
    void create( Kynet::IntfId intfId, const Facts & wanted );
    void update( Kynet::IntfId intfId, const Facts & wanted );
    void remove( Kynet::IntfId intfId );

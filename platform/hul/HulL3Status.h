@@ -67,7 +67,7 @@ class L3Status : public Gant::Entity {
       const auto & status = vrfL3Status( name );
       return status ? status->vrfId() : VrfId();
    }
-   // Set by a helper that wants no IPv6 routes.
+   // Set by a helper that wants no IPv6 routes: those that it has are taken back, and it is told no more.
    GANT_WATCHED( bool, suspendIp6RouteUpdates, onSuspendIp6RouteUpdates, false )
    GANT_MAP( Adjacencies, l2AdjList )
    GANT_WATCHED_MAP( ResolvedAddrs, resolvedAddr, onResolvedAddr )

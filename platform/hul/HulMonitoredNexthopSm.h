@@ -18,10 +18,10 @@ class L3Status;
 class MonitoredNexthopSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< L3Status > hulL3Status;
-      Gant::Ptr< Arp::MonitoredNexthop::Input::Status > monitoredNHStatus;
-      Gant::Ptr< Arp::MonitoredNexthop::Input::VrfStatusDir > monitoredNHVrfStatusDir;
-      Gant::Ptr< const Vrf::VrfIdMap::Status > arpMirelVrfIdMap;
+      Gant::Ptr< L3Status > hulL3Status{};
+      Gant::Ptr< Arp::MonitoredNexthop::Input::Status > monitoredNHStatus{};
+      Gant::Ptr< Arp::MonitoredNexthop::Input::VrfStatusDir > monitoredNHVrfStatusDir{};
+      Gant::Ptr< const Vrf::VrfIdMap::Status > arpMirelVrfIdMap{};
    };
    explicit MonitoredNexthopSm( Args args ) : args_( std::move( args ) ) {}
    const Args & args() const { return args_; }

@@ -41,14 +41,14 @@ class NextHopMapStatus : public Gant::Entity {
 class NatSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< HulCommonSmData > vexcsd;
-      Gant::Ptr< Ip::Nat::Status > natStatus;
-      Gant::Ptr< Ip::Nat::HwStatus > natHwStatus;
-      Gant::Ptr< Ip::Nat::HwCapabilities > natHwCapabilities;
-      Gant::Ptr< NextHopMapConfig > nhMapConfig;
-      Gant::Ptr< NextHopMapStatus > nhMapStatus;
-      Gant::Ptr< HulHelper::HulHelperNat > natHelper;
-      Gant::Ptr< MrouteLib::StaticNatInfo > staticNatInfo;
+      Gant::Ptr< HulCommonSmData > vexcsd{};
+      Gant::Ptr< Ip::Nat::Status > natStatus{};
+      Gant::Ptr< Ip::Nat::HwStatus > natHwStatus{};
+      Gant::Ptr< Ip::Nat::HwCapabilities > natHwCapabilities{};
+      Gant::Ptr< NextHopMapConfig > nhMapConfig{};
+      Gant::Ptr< NextHopMapStatus > nhMapStatus{};
+      Gant::Ptr< HulHelper::HulHelperNat > natHelper{};
+      Gant::Ptr< MrouteLib::StaticNatInfo > staticNatInfo{};
    };
    explicit NatSm( Args args ) : args_( std::move( args ) ) {}
    const Args & args() const { return args_; }

@@ -36,20 +36,20 @@ namespace Hul {
 // Any of them may be empty.
 struct PackedArgs : public Gant::PtrInterface {
    struct Args {
-      Gant::Ptr< const Mirel::Fib::RouteStatus > routeStatus;
-      Gant::Ptr< const Mirel::Fib6::RouteStatus > route6Status;
-      Gant::Ptr< Mirel::Fib::UnprogrammedRouteStatus > unprogrammedRouteStatus;
-      Gant::Ptr< Mirel::Fib6::UnprogrammedRouteStatus > unprogrammedRoute6Status;
-      Gant::Ptr< Routing::Hardware::Config > routingHwConfig;
-      Gant::Ptr< Routing::Hardware::Status > routingHwStatus;
-      Gant::Ptr< const Routing6::Hardware::Config > routing6HwConfig;
-      Gant::Ptr< Routing6::Hardware::Status > routing6HwStatus;
-      Gant::Ptr< Routing::Hardware::DlbConfig > routingHwDlbConfig;
-      Gant::Ptr< const Routing::Multicast::Fib::VrfConfig > mfibVrfConfig;
-      Gant::Ptr< Routing::Multicast::Fib::Hardware::Status > mfibHwStatus;
-      Gant::Ptr< Urpf::Status > urpfStatus;
-      Gant::Ptr< Urpf::Status > urpf6Status;
-      Gant::Ptr< Routing::Hardware::NexthopGroupStatus > routingHwNexthopGroupStatus;
+      Gant::Ptr< const Mirel::Fib::RouteStatus > routeStatus{};
+      Gant::Ptr< const Mirel::Fib6::RouteStatus > route6Status{};
+      Gant::Ptr< Mirel::Fib::UnprogrammedRouteStatus > unprogrammedRouteStatus{};
+      Gant::Ptr< Mirel::Fib6::UnprogrammedRouteStatus > unprogrammedRoute6Status{};
+      Gant::Ptr< Routing::Hardware::Config > routingHwConfig{};
+      Gant::Ptr< Routing::Hardware::Status > routingHwStatus{};
+      Gant::Ptr< const Routing6::Hardware::Config > routing6HwConfig{};
+      Gant::Ptr< Routing6::Hardware::Status > routing6HwStatus{};
+      Gant::Ptr< Routing::Hardware::DlbConfig > routingHwDlbConfig{};
+      Gant::Ptr< const Routing::Multicast::Fib::VrfConfig > mfibVrfConfig{};
+      Gant::Ptr< Routing::Multicast::Fib::Hardware::Status > mfibHwStatus{};
+      Gant::Ptr< Urpf::Status > urpfStatus{};
+      Gant::Ptr< Urpf::Status > urpf6Status{};
+      Gant::Ptr< Routing::Hardware::NexthopGroupStatus > routingHwNexthopGroupStatus{};
    };
    explicit PackedArgs( Args args ) : args( std::move( args ) ) {}
    const Args args;

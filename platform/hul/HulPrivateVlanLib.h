@@ -17,8 +17,8 @@ class LibState : public Gant::Entity {
 class LibSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< const Bridging::Config > bridgingConfig;
-      Gant::Ptr< LibState > privateVlanLibState;
+      Gant::Ptr< const Bridging::Config > bridgingConfig{};
+      Gant::Ptr< LibState > privateVlanLibState{};
    };
    explicit LibSm( Args args ) : args_( std::move( args ) ) {}
    const Args & args() const { return args_; }

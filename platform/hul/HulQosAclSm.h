@@ -33,19 +33,19 @@ class HulCommonSmData;
 class QosAclSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< HulCommonSmData > vexcsd;
-      Gant::Ptr< const Qos::CounterConfig > qosCliCounterConfig;
-      Gant::Ptr< const Gant::Dir > qosCounterConfigDir;
-      Gant::Ptr< const Qos::Status > qosStatus;
-      Gant::Ptr< Qos::HwStatus > qosHwStatus;
-      Gant::Ptr< Gant::Dir > qosSliceHwStatusDir;
-      Gant::Ptr< Qos::AclHwStatus > qosAclHwStatus;
-      Gant::Ptr< Qos::AclSliceHwStatus > qosAclSliceHwStatus;
-      Gant::Ptr< Qos::Input::Config > qosPdpHwCfg;
-      Gant::Ptr< const HwEpoch::Status > hwEpochStatus;
-      Gant::Ptr< Acl::Config > aclConfig;
-      Gant::Ptr< HulHelper::QosAclHelper > qosAclHelper;
-      Gant::Ptr< Kyt::TimerWheel > clock;
+      Gant::Ptr< HulCommonSmData > vexcsd{};
+      Gant::Ptr< const Qos::CounterConfig > qosCliCounterConfig{};
+      Gant::Ptr< const Gant::Dir > qosCounterConfigDir{};
+      Gant::Ptr< const Qos::Status > qosStatus{};
+      Gant::Ptr< Qos::HwStatus > qosHwStatus{};
+      Gant::Ptr< Gant::Dir > qosSliceHwStatusDir{};
+      Gant::Ptr< Qos::AclHwStatus > qosAclHwStatus{};
+      Gant::Ptr< Qos::AclSliceHwStatus > qosAclSliceHwStatus{};
+      Gant::Ptr< Qos::Input::Config > qosPdpHwCfg{};
+      Gant::Ptr< const HwEpoch::Status > hwEpochStatus{};
+      Gant::Ptr< Acl::Config > aclConfig{};
+      Gant::Ptr< HulHelper::QosAclHelper > qosAclHelper{};
+      Gant::Ptr< Kyt::TimerWheel > clock{};
    };
    explicit QosAclSm( Args args ) : args_( std::move( args ) ) {}
    const Args & args() const { return args_; }

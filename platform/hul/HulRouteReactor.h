@@ -56,11 +56,11 @@ class Route6ReactorConfig : public Gant::Entity {
 class AddrResolverSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< RouteReactorConfig > hulRouteReactorConfig;
-      Gant::Ptr< const L3Status > hulL3Status;
-      Gant::Ptr< const Arp::Table::Status > arpMirel;
-      Gant::Ptr< const Interface::AllIntfStatusDir > allIntfStatusDir;
-      Gant::Ptr< RoutePathSm > routePathSm;
+      Gant::Ptr< RouteReactorConfig > hulRouteReactorConfig{};
+      Gant::Ptr< const L3Status > hulL3Status{};
+      Gant::Ptr< const Arp::Table::Status > arpMirel{};
+      Gant::Ptr< const Interface::AllIntfStatusDir > allIntfStatusDir{};
+      Gant::Ptr< RoutePathSm > routePathSm{};
    };
    explicit AddrResolverSm( Args args );
    ~AddrResolverSm() override;
@@ -89,12 +89,12 @@ class AddrResolverSm : public Gant::StateMachine {
 class RouteResolverSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< RouteReactorConfig > hulRouteReactorConfig;
-      Gant::Ptr< L3Status > hulL3Status;
-      Gant::Ptr< HulCommonSmData > vexcsd;
-      Gant::Ptr< const Ip::Status > ipStatus;
-      Gant::Ptr< MonitoredNexthopSm > monitoredNexthopSm;
-      Gant::Ptr< Routing::Hardware::Status > routingHwStatus;
+      Gant::Ptr< RouteReactorConfig > hulRouteReactorConfig{};
+      Gant::Ptr< L3Status > hulL3Status{};
+      Gant::Ptr< HulCommonSmData > vexcsd{};
+      Gant::Ptr< const Ip::Status > ipStatus{};
+      Gant::Ptr< MonitoredNexthopSm > monitoredNexthopSm{};
+      Gant::Ptr< Routing::Hardware::Status > routingHwStatus{};
    };
    explicit RouteResolverSm( Args args );
    ~RouteResolverSm() override;

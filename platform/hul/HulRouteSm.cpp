@@ -125,11 +125,7 @@ void RouteMachine< F >::handleCreated( const Gant::Ptr< L2Adjacency > & l2Adj ) 
 
 template < typename F >
 void RouteMachine< F >::handleSuspend() {
-   if ( std::exchange( suspended_, F::suspended( *args_.hulL3Status ) ) == suspended_ ) return;
-   // A helper that wants no routes of the family keeps none: there is nothing to take back.
-   for ( U32 slot = 0; suspended_ && slot < told_.size(); ++slot )
-      if ( told_[slot].here ) toldIs( told_[slot], What() );
-   handleAll();
+   if ( std::exchange( suspended_, F::suspended( *args_.hulL3Status ) ) != suspended_ ) handleAll();
 }
 
 template < typename F >
@@ -161,12 +157,13 @@ void RouteMachine< F >::review( U32 slot, U64 sequence, bool retry ) {
    const auto route = args_.table->routeAt( slot );
    place( slot, route.fecId() );
    if ( suspended_ ) {
+      tell( told, What(), sequence );
       unprogrammedIs( told, Mirel::UnprogrammedReason::familyNotSupported_ );
       return;
    }
    const auto what = wanted( told, route.routeType() );
-   if ( what.routeType == 0 && told.unprogrammed != 0 ) unprogrammedIs( told, 0 );
-   if ( told.unprogrammed == Mirel::UnprogrammedReason::refused_ && !retry ) return;
+   if ( told.unprogrammed == Mirel::UnprogrammedReason::refused_ && what.routeType != 0 && !retry ) return;
+   unprogrammedIs( told, 0 );
    tell( told, what, sequence );
 }
 
@@ -407,8 +404,10 @@ size_t RouteMachine< F >::moveSome( size_t routes ) {
 
 template < typename F >
 size_t RouteMachine< F >::sweepSome( size_t slots ) {
-   for ( ; slots != 0 && sweepLeft_ != 0; --slots, --sweepLeft_ ) {
+   for ( ; slots != 0 && sweepLeft_ != 0; --slots ) {
       if ( sweepAt_ >= told_.size() ) sweepAt_ = 0;
+      // Counted first: what a review leads to may begin the sweep anew, and that one is to come here once more.
+      --sweepLeft_;
       review( sweepAt_++, 0, false );
    }
    return slots;

@@ -41,7 +41,7 @@ struct Ip6Routes {
 //   watches  RouteTable                               routes and FECs
 //            VrfDir::vrfPhase
 //            AdjSm                                    adjacencies that come after a refusal
-//            L3Status::suspendIp6RouteUpdates         of IPv6
+//            L3Status::suspendIp6RouteUpdates         of IPv6: what was told is taken back, and no more is told
 //   calls    updateRoute; endOfSyncOnInit, once; commitRouteBatch, in the turn after a change
 //            AdjSm
 //   writes   UnprogrammedTable
@@ -63,12 +63,12 @@ class RouteMachine : public Gant::StateMachine {
    using Prefix = typename F::Prefix;
    using Table = Mirel::RouteTable< Prefix >;
    struct Args {
-      Gant::Ptr< const Table > table;
-      Gant::Ptr< Mirel::UnprogrammedTable > unprogrammed;
-      Gant::Ptr< L3Status > hulL3Status;
-      Gant::Ptr< VrfSm > vrfSm;
-      Gant::Ptr< AdjSm > adjSm;
-      Gant::Ptr< typename F::Helper > helper;
+      Gant::Ptr< const Table > table{};
+      Gant::Ptr< Mirel::UnprogrammedTable > unprogrammed{};
+      Gant::Ptr< L3Status > hulL3Status{};
+      Gant::Ptr< VrfSm > vrfSm{};
+      Gant::Ptr< AdjSm > adjSm{};
+      Gant::Ptr< typename F::Helper > helper{};
    };
    // Looks at no route yet: the first sweep begins in the next turn.
    explicit RouteMachine( Args args );

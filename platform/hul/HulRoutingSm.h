@@ -34,12 +34,12 @@ namespace Hul {
 class RoutingSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< const L3::Config > l3Config;
-      Gant::Ptr< const Bridging::Config > bridgingConfig;
-      Gant::Ptr< const Routing::Fhrp::VirtualRouterMacStatus > virtualMacStatusIn;
-      Gant::Ptr< HulHelper::RoutingStatusSmHelper > routingStatusHelper;
-      Gant::Ptr< HulHelper::RouteSmHelper > routeHelper;
-      Gant::Ptr< HulHelper::Route6SmHelper > route6Helper;
+      Gant::Ptr< const L3::Config > l3Config{};
+      Gant::Ptr< const Bridging::Config > bridgingConfig{};
+      Gant::Ptr< const Routing::Fhrp::VirtualRouterMacStatus > virtualMacStatusIn{};
+      Gant::Ptr< HulHelper::RoutingStatusSmHelper > routingStatusHelper{};
+      Gant::Ptr< HulHelper::RouteSmHelper > routeHelper{};
+      Gant::Ptr< HulHelper::Route6SmHelper > route6Helper{};
    };
    explicit RoutingSm( Args args );
    ~RoutingSm() override;

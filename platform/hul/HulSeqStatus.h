@@ -37,9 +37,9 @@ class VrfSeqStatus : public Gant::Entity {
 class HulSeqStatusCreatorSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< HulCommonSmData > vexcsd;
-      Gant::Ptr< const Ip::AllVrfStatusLocal > allVrfStatusLocal;
-      Gant::Ptr< Gant::Dir > vrfSeqStatusDir;
+      Gant::Ptr< HulCommonSmData > vexcsd{};
+      Gant::Ptr< const Ip::AllVrfStatusLocal > allVrfStatusLocal{};
+      Gant::Ptr< Gant::Dir > vrfSeqStatusDir{};
    };
    explicit HulSeqStatusCreatorSm( Args args );
    ~HulSeqStatusCreatorSm() override;

@@ -33,16 +33,16 @@ class HulTunnelStatusDir : public Gant::Entity {
 class HulTunnelSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< HulCommonSmData > vexcsd;
-      Gant::Ptr< RouteReactorConfig > hulRouteReactorConfig;
-      Gant::Ptr< L3Status > hulL3Status;
-      Gant::Ptr< Gant::Clock > clock;
-      Gant::Ptr< HulTunnelConfigDir > hulTunnelConfigDir;
-      Gant::Ptr< HulTunnelStatusDir > hulTunnelStatusDir;
-      Gant::Ptr< AdjReviewEvent > adjReviewEvent;
-      Gant::Ptr< L2AdjHelper > l2AdjHelper;
-      Gant::Ptr< const Vxlan::BootStatus > vxlanBootStatus;
-      Gant::Ptr< Interface::DelayRestartMonitorSm > delayRestartMonitorSm;
+      Gant::Ptr< HulCommonSmData > vexcsd{};
+      Gant::Ptr< RouteReactorConfig > hulRouteReactorConfig{};
+      Gant::Ptr< L3Status > hulL3Status{};
+      Gant::Ptr< Gant::Clock > clock{};
+      Gant::Ptr< HulTunnelConfigDir > hulTunnelConfigDir{};
+      Gant::Ptr< HulTunnelStatusDir > hulTunnelStatusDir{};
+      Gant::Ptr< AdjReviewEvent > adjReviewEvent{};
+      Gant::Ptr< L2AdjHelper > l2AdjHelper{};
+      Gant::Ptr< const Vxlan::BootStatus > vxlanBootStatus{};
+      Gant::Ptr< Interface::DelayRestartMonitorSm > delayRestartMonitorSm{};
    };
    explicit HulTunnelSm( Args args ) : args_( std::move( args ) ) {}
    const Args & args() const { return args_; }

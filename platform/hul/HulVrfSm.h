@@ -47,10 +47,10 @@ class VrfDir : public Gant::Entity {
 class VrfSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< const Ip::AllVrfStatusLocal > allVrfStatusLocal;
-      Gant::Ptr< L3Status > hulL3Status;
-      Gant::Ptr< HulHelper::VrfHelper > vrfHelper;
-      Gant::Ptr< const Gant::Dir > vrfSeqStatusDir;
+      Gant::Ptr< const Ip::AllVrfStatusLocal > allVrfStatusLocal{};
+      Gant::Ptr< L3Status > hulL3Status{};
+      Gant::Ptr< HulHelper::VrfHelper > vrfHelper{};
+      Gant::Ptr< const Gant::Dir > vrfSeqStatusDir{};
    };
    explicit VrfSm( Args args );
    ~VrfSm() override;

@@ -27,12 +27,12 @@ namespace Zeph {
 class NexthopGroupSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< Routing::NexthopGroup::Config > nexthopGroupConfig;
-      Gant::Ptr< Routing::NexthopGroup::Status > nexthopGroupStatus;
-      Gant::Ptr< const Ip::Status > ipStatus;
-      Gant::Ptr< const Ip6::Status > ip6Status;
-      Gant::Ptr< Routing::Hardware::Status > routingHwStatus;
-      Gant::Ptr< Routing::NexthopGroup::EntryStatus > nexthopGroupEntryStatus;
+      Gant::Ptr< Routing::NexthopGroup::Config > nexthopGroupConfig{};
+      Gant::Ptr< Routing::NexthopGroup::Status > nexthopGroupStatus{};
+      Gant::Ptr< const Ip::Status > ipStatus{};
+      Gant::Ptr< const Ip6::Status > ip6Status{};
+      Gant::Ptr< Routing::Hardware::Status > routingHwStatus{};
+      Gant::Ptr< Routing::NexthopGroup::EntryStatus > nexthopGroupEntryStatus{};
    };
    explicit NexthopGroupSm( Args args ) : args_( std::move( args ) ) {}
    const Args & args() const { return args_; }
@@ -48,10 +48,10 @@ class NexthopGroupSm : public Gant::StateMachine {
 class NexthopGroupConfigMergeSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< Routing::NexthopGroup::Config > nexthopGroupConfig;
-      Gant::Ptr< const Routing::NexthopGroup::ConfigInput > nexthopGroupCliConfig;
-      Gant::Ptr< const Gant::Dir > nexthopGroupConfigInput;
-      Gant::Ptr< Quorl::EntityManager > em;
+      Gant::Ptr< Routing::NexthopGroup::Config > nexthopGroupConfig{};
+      Gant::Ptr< const Routing::NexthopGroup::ConfigInput > nexthopGroupCliConfig{};
+      Gant::Ptr< const Gant::Dir > nexthopGroupConfigInput{};
+      Gant::Ptr< Quorl::EntityManager > em{};
    };
    explicit NexthopGroupConfigMergeSm( Args args ) : args_( std::move( args ) ) {}
    const Args & args() const { return args_; }

@@ -32,7 +32,7 @@ namespace Kyt {
 class AttrLogSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< Gant::NboAttrLog::SocketOutSm > socketOutSm;
+      Gant::Ptr< Gant::NboAttrLog::SocketOutSm > socketOutSm{};
       U32 maxIterUntilBufferCheck = 0; // records written between two looks at the socket's buffer
    };
    explicit AttrLogSm( Args args ) : args_( std::move( args ) ) {}

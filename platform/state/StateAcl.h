@@ -57,9 +57,9 @@ class Config : public Gant::Entity {
 class AclConfigAggregatorSm : public Gant::StateMachine {
  public:
    struct Args {
-      Gant::Ptr< const Gant::Dir > aclInputConfig;
-      Gant::Ptr< const Input::Config > aclCliConfig;
-      Gant::Ptr< Config > aclConfig;
+      Gant::Ptr< const Gant::Dir > aclInputConfig{};
+      Gant::Ptr< const Input::Config > aclCliConfig{};
+      Gant::Ptr< Config > aclConfig{};
    };
    explicit AclConfigAggregatorSm( Args args ) : args_( std::move( args ) ) {}
    const Args & args() const { return args_; }
