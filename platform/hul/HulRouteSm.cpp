@@ -67,8 +67,6 @@ void RouteMachine< F >::hasNotificationActiveIs( bool active ) {
    if ( active && ( busy() || uncommitted_ ) ) turns_.post();
 }
 
-// ---- changes
-
 template < typename F >
 void RouteMachine< F >::handleRoute( const Ref & ref ) {
    const U64 sequence = sweeping_ ? 0 : args_.table->sequence( ref.vrfId );
@@ -90,8 +88,7 @@ void RouteMachine< F >::handleFec( U64 fecId ) {
       fec.adj = args_.adjSm->use( F::af, fecId, *vias );
    } else if ( args_.adjSm->vias( old ) == *vias ) {
       return;
-   } else if ( args_.adjSm->fecs( old ) == 1 && args_.adjSm->routes( old ) == fec.told &&
-               links( movingRing( number ) ).next == movingRing( number ) &&
+   } else if ( args_.adjSm->fecs( old ) == 1 && args_.adjSm->routes( old ) == fec.told && fec.moving.empty() &&
                args_.adjSm->find( F::af, *vias ) == AdjSm::none ) {
       // Nobody else is on the adjacency: it changes, and the routes stay on it.
       args_.adjSm->viasIs( old, *vias );
@@ -143,8 +140,6 @@ void RouteMachine< F >::handleAll() {
    sweep();
 }
 
-// ---- one route
-
 template < typename F >
 void RouteMachine< F >::review( U32 slot, U64 sequence, bool retry ) {
    told_.grow( args_.table->slots() );
@@ -155,7 +150,7 @@ void RouteMachine< F >::review( U32 slot, U64 sequence, bool retry ) {
    }
    if ( !told.here ) adopt( slot );
    const auto route = args_.table->routeAt( slot );
-   place( slot, route.fecId() );
+   join( slot, route.fecId() );
    if ( suspended_ ) {
       tell( told, What(), sequence );
       unprogrammedIs( told, Mirel::UnprogrammedReason::familyNotSupported_ );
@@ -244,10 +239,8 @@ void RouteMachine< F >::forget( U32 slot, U64 sequence ) {
    auto & told = told_[slot];
    tell( told, What(), sequence );
    unprogrammedIs( told, 0 );
-   const auto fec = told.fec;
-   unlink( slot );
+   leave( told );
    told = Told();
-   fecMaybeDelete( fec );
 }
 
 template < typename F >
@@ -266,8 +259,6 @@ void RouteMachine< F >::acknowledge( const Vrf & vrf, U64 sequence ) {
    if ( vrf.status && F::sequence( *vrf.status ) < sequence ) F::sequenceIs( *vrf.status, sequence );
 }
 
-// ---- FECs and their routes
-
 template < typename F >
 U32 RouteMachine< F >::fecNumber( U64 fecId ) {
    const auto [at, added] = fecById_.try_emplace( fecId, 0 );
@@ -275,84 +266,64 @@ U32 RouteMachine< F >::fecNumber( U64 fecId ) {
    const auto number = fecs_.take();
    at->second = number;
    fecs_[number].fecId = fecId;
-   fecs_[number].inLine = { inLineRing( number ), inLineRing( number ) };
-   fecs_[number].moving = { movingRing( number ), movingRing( number ) };
    return number;
 }
 
 template < typename F >
 void RouteMachine< F >::fecMaybeDelete( U32 number ) {
    const auto & fec = fecs_[number];
-   const bool routes = fec.inLine.next != inLineRing( number ) || fec.moving.next != movingRing( number );
-   if ( fec.adj != AdjSm::none || routes || fec.queued ) return;
+   if ( fec.adj != AdjSm::none || fec.routes != 0 || fec.queued ) return;
    fecById_.erase( fec.fecId );
    fecs_.give( number );
 }
 
 template < typename F >
-typename RouteMachine< F >::Links & RouteMachine< F >::links( U32 place ) {
-   if ( ( place & ringBit ) == 0 ) return told_[place].links;
-   auto & fec = fecs_[( place & ~ringBit ) >> 1];
-   return ( place & 1 ) == 0 ? fec.inLine : fec.moving;
-}
-
-template < typename F >
-void RouteMachine< F >::link( U32 place, U32 ring ) {
-   auto & own = links( place );
-   auto & head = links( ring );
-   own = { head.next, ring };
-   links( head.next ).prev = place;
-   head.next = place;
-}
-
-template < typename F >
-void RouteMachine< F >::unlink( U32 place ) {
-   const auto own = links( place );
-   links( own.prev ).next = own.next;
-   links( own.next ).prev = own.prev;
-}
-
-// Into the ring of the routes that are in line: whoever places a route tells it next.
-template < typename F >
-void RouteMachine< F >::place( U32 slot, U64 fecId ) {
+void RouteMachine< F >::join( U32 slot, U64 fecId ) {
    auto & told = told_[slot];
-   const auto old = told.fec;
-   if ( old != noFec && fecs_[old].fecId == fecId ) {
-      if ( fecs_[old].moving.next == movingRing( old ) ) return;
-      unlink( slot );
-      link( slot, inLineRing( old ) );
-      return;
+   if ( told.fec != noFec && fecs_[told.fec].fecId == fecId ) return;
+   // Taken before the old one is left, whose number might come back at once.
+   const auto number = fecNumber( fecId );
+   auto & fec = fecs_[number];
+   ++fec.routes;
+   if ( told.routeType != 0 ) ++fec.told;
+   if ( told.fec != noFec ) leave( told );
+   told.fec = number;
+   list( fec, number, slot );
+}
+
+template < typename F >
+void RouteMachine< F >::leave( Told & told ) {
+   auto & fec = fecs_[told.fec];
+   --fec.routes;
+   if ( told.routeType != 0 ) --fec.told;
+   fecMaybeDelete( told.fec );
+}
+
+template < typename F >
+void RouteMachine< F >::list( Fec & fec, U32 number, U32 slot ) {
+   auto & slots = fec.inLine;
+   if ( slots.size() == slots.capacity() && slots.size() > 2 * size_t( fec.routes ) ) {
+      // A slot may be here twice, when its route left and came again.
+      std::erase_if( slots, [&]( U32 at ) { return told_[at].fec != number; } );
+      std::ranges::sort( slots );
+      slots.erase( std::unique( slots.begin(), slots.end() ), slots.end() );
    }
-   const auto fec = fecNumber( fecId );
-   told.fec = fec;
-   if ( old != noFec ) unlink( slot );
-   link( slot, inLineRing( fec ) );
-   if ( old == noFec ) return;
-   if ( told.routeType != 0 ) {
-      --fecs_[old].told;
-      ++fecs_[fec].told;
-   }
-   fecMaybeDelete( old );
+   slots.push_back( slot );
 }
 
 template < typename F >
 void RouteMachine< F >::move( U32 number ) {
    auto & fec = fecs_[number];
-   if ( fec.inLine.next != inLineRing( number ) ) {
-      const auto all = fec.inLine;
-      links( fec.moving.prev ).next = all.next;
-      links( all.next ).prev = fec.moving.prev;
-      links( all.prev ).next = movingRing( number );
-      fec.moving.prev = all.prev;
-      fec.inLine = { inLineRing( number ), inLineRing( number ) };
-   }
-   if ( fec.queued || fec.moving.next == movingRing( number ) ) return;
+   if ( fec.moving.empty() )
+      fec.moving.swap( fec.inLine );
+   else
+      fec.moving.insert( fec.moving.end(), fec.inLine.begin(), fec.inLine.end() );
+   fec.inLine.clear();
+   if ( fec.queued || fec.moving.empty() ) return;
    fec.queued = true;
    moves_.push_back( number );
    turns_.post();
 }
-
-// ---- many routes
 
 template < typename F >
 const typename RouteMachine< F >::Vrf & RouteMachine< F >::vrf( U32 vrfId ) const {
@@ -390,13 +361,17 @@ template < typename F >
 size_t RouteMachine< F >::moveSome( size_t routes ) {
    while ( !moves_.empty() ) {
       const auto number = moves_.front();
-      const auto ring = movingRing( number );
-      for ( ; links( ring ).next != ring; --routes ) {
+      auto & fec = fecs_[number];
+      for ( ; !fec.moving.empty(); --routes ) {
          if ( routes == 0 ) return 0;
-         review( links( ring ).next, 0, true );
+         const auto slot = fec.moving.back();
+         fec.moving.pop_back();
+         if ( told_[slot].fec != number ) continue;
+         list( fec, number, slot );
+         review( slot, 0, true );
       }
       moves_.pop_front();
-      fecs_[number].queued = false;
+      fec.queued = false;
       fecMaybeDelete( number );
    }
    return routes;
@@ -420,8 +395,6 @@ void RouteMachine< F >::swept() {
    if ( std::exchange( sweptOnce_, true ) ) return;
    args_.helper->endOfSyncOnInit();
 }
-
-// ---- inspection
 
 template < typename F >
 void RouteMachine< F >::verify() {

@@ -88,33 +88,28 @@ class RouteMachine : public Gant::StateMachine {
    using Address = typename Table::Address;
    using Ref = typename Table::Ref;
 
-   // Two places in a ring: the routes of a FEC stand in rings around the FEC. A number below `ringBit` is a route's
-   // slot, one with it a ring's own place.
-   static constexpr U32 ringBit = 0x80000000;
    static constexpr U32 noFec = ~U32( 0 );
-   struct Links {
-      U32 next = 0;
-      U32 prev = 0;
-   };
    // By slot of the table. The slot may meanwhile belong to another route, while nobody listened.
    struct Told {
       Address address;
       U32 vrfId = 0;
       U32 fec = noFec;
       AdjSm::Number adj = 0; // with `routeType`
-      Links links;
       U8 len = 0;
       U8 routeType = 0; // 0: the helper has nothing of the route
       bool here = false;
       U8 unprogrammed = 0; // the reason of its entry there; 0: it has none
    };
+   // Its routes stand in one of its lists. A route that leaves is not looked for: its slot stays until a walk, or the
+   // list's compaction, finds it to be another FEC's.
    struct Fec {
       U64 fecId = 0;
       AdjSm::Number adj = AdjSm::none;
-      U32 told = 0; // routes that the helper has
-      bool queued = false;
-      Links inLine; // ring of the routes that are as the FEC says
-      Links moving; // ring of those still to be looked at
+      U32 routes = 0;
+      U32 told = 0;              // those that the helper has
+      bool queued = false;       // in moves_
+      std::vector< U32 > inLine; // slots of routes that are as the FEC says
+      std::vector< U32 > moving; // slots of those still to be looked at
    };
    struct Vrf {
       bool active = false;
@@ -152,13 +147,10 @@ class RouteMachine : public Gant::StateMachine {
 
    U32 fecNumber( U64 fecId );
    void fecMaybeDelete( U32 fec );
-   void place( U32 slot, U64 fecId );
+   void join( U32 slot, U64 fecId );
+   void leave( Told & told );
+   void list( Fec & fec, U32 number, U32 slot );
    void move( U32 fec );
-   Links & links( U32 place );
-   void link( U32 place, U32 ring );
-   void unlink( U32 place );
-   static U32 inLineRing( U32 fec ) { return ringBit | fec << 1; }
-   static U32 movingRing( U32 fec ) { return ringBit | fec << 1 | 1; }
 
    const Vrf & vrf( U32 vrfId ) const;
    Vrf & vrf( U32 vrfId );

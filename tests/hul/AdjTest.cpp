@@ -142,8 +142,6 @@ TEST_F( Router, anAdjacencyGoesWithItsLastRouteWhicheverGoesFirst ) {
    EXPECT_THAT( drained(), ElementsAre( "11.0.0.0/8 vrf 0 forward/1 -> none seq 4", "deleteAdj 1" ) );
 }
 
-// ---- changes of a FEC's vias
-
 TEST_F( Router, aFecThatIsAloneOnItsAdjacencyChangesItInPlace ) {
    startUsual();
    state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
@@ -200,8 +198,6 @@ TEST_F( Router, aFecThatReturnsBeforeItsRoutesHaveLeftMovesNone ) {
    state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
    EXPECT_THAT( drained(), ElementsAre( "createAdj 1: unresolved Et2 x1", "deleteAdj 1" ) );
 }
-
-// ---- walks and refusals
 
 TEST_F( Router, aWalkIsOneUpdateInALaterTurnHoweverOftenItIsAskedFor ) {
    startUsual();

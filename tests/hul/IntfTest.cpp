@@ -90,8 +90,6 @@ TEST_F( Router, anInterfaceThatMovesToAnotherVrfIsMadeAnewAndItsAdjacenciesFollo
                              "updateAdj 0: forward Et1 02:00:00:00:00:02 x1" ) );
 }
 
-// ---- VLANs of interfaces
-
 TEST_F( Router, internalVlansAreTheHighestThatNobodyHasARightTo ) {
    state.bridging->vlanConfigIs( Bridging::VlanId( 4094 ),
                                  Gant::make< Bridging::VlanConfig >( Bridging::VlanId( 4094 ) ) );

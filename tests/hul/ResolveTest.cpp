@@ -127,8 +127,6 @@ TEST_F( Tunnels, theTunnelAndItsUnderlayMustBeUsable ) {
    layer.drain();
 }
 
-// ---- registered addresses
-
 TEST_F( Router, aRegisteredAddressIsResolvedToItsNeighbour ) {
    startUsual();
    Hul::RouteResolverSm resolver( { layer.reactorConfig, layer.l3Status, layer.csd, state.ip, nullptr, nullptr } );
@@ -151,8 +149,6 @@ TEST_F( Router, aRegisteredAddressIsResolvedToItsNeighbour ) {
    EXPECT_FALSE( layer.l3Status->resolvedAddrHas( key ) );
    layer.drain();
 }
-
-// ---- shares
 
 TEST( Ways, sharesAreBroughtToOneMeasureInTheSmallestWholeNumbers ) {
    using Shares = std::vector< std::vector< U32 > >;

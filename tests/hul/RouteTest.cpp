@@ -134,8 +134,6 @@ TEST_F( Router, verificationAsksForEverythingThatWasTold ) {
                                      "prepareForVerifyRoute", "verifyRoute 10.0.0.0/8", "cleanupForVerifyRoute" ) );
 }
 
-// ---- IPv6
-
 TEST_F( Router, ip6RoutesGoTheSameWay ) {
    startUsual();
    state.l3->routing6Is( true );
@@ -174,8 +172,6 @@ TEST_F( Router, aHelperThatWantsNoIp6RoutesHearsOfNoneAndTheyAreListed ) {
    EXPECT_THAT( drained(), ElementsAre( "2001:db8::/32 vrf 0 forward/0 -> none", "deleteAdj 0" ) );
    EXPECT_THAT( layer.unprogrammed(), ElementsAre( "vrf 0 2001:db8::/32 familyNotSupported" ) );
 }
-
-// ---- silence and the end
 
 TEST_F( Router, aTimeOfSilenceIsMadeUpFor ) {
    startUsual();
