@@ -123,6 +123,28 @@ TEST_F( Router, aTableOfManyRoutesIsToldInTurnsAndChangesMeanwhileAreRight ) {
    EXPECT_EQ( rec.adjs(), 1u );
 }
 
+TEST_F( Router, routesThatCameAndWentManyTimesMoveWithTheirFec ) {
+   startUsual();
+   state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
+   state.fec( 2, { via( Mirel::RouteType::drop_ ) } );
+   const auto at = []( U32 n ) { return Kynet::Prefix( Kynet::IpAddr( 0x0a000000 + ( n << 8 ) ), 24 ); };
+   const auto toFec = []( U64 fecId ) { return Mirel::Route( Mirel::RouteType::forward(), fecId, 0 ); };
+   for ( int round = 0; round < 20; ++round )
+      for ( U32 n = 0; n < 100; ++n ) {
+         state.fib->routeIs( 0, at( n ), toFec( 1 ) );
+         if ( n % 2 == 0 ) state.fib->routeIs( 0, at( n ), toFec( 2 ) );
+         if ( n % 3 == 0 ) state.fib->routeDel( 0, at( n ) );
+      }
+   layer.drain();
+   rec.take();
+   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
+   layer.drain();
+   for ( U32 n = 0; n < 100; ++n )
+      EXPECT_EQ( rec.route( Hul::VrfId( 0 ), at( n ) ), n % 3 == 0   ? "none"
+                                                        : n % 2 == 0 ? "forward: drop x1"
+                                                                     : "forward: unresolved Et1 x1" );
+}
+
 TEST_F( Router, verificationAsksForEverythingThatWasTold ) {
    startUsual();
    state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
