@@ -239,6 +239,19 @@ struct Bench {
       if ( adjHelper->updates - before != size_t( rounds ) * fecs * hopsPerFec )
          std::printf( "not every move was told\n" );
    }
+   void fecChanges() {
+      const auto before = adjHelper->updates;
+      constexpr U32 rounds = 200;
+      measure( "a FEC changes one of its four vias, under these routes", size_t( rounds ) * fecs, [&] {
+         for ( U32 round = 0; round < rounds; ++round )
+            for ( U32 fec = 0; fec < fecs; ++fec ) {
+               auto vias = viasOf( fec );
+               if ( round % 2 == 0 ) vias[0].intfIdIs( intf( hopsPerFec ) );
+               fib->fecIs( fec, vias );
+            }
+      } );
+      if ( adjHelper->updates - before != size_t( rounds ) * fecs ) std::printf( "not every change was told\n" );
+   }
    void neighbour( U32 fec, U32 n, U8 mac ) const {
       arp->neighborIs( Arp::NeighborKey( intf( n ), Kynet::IpGenAddr( hop( fec, n ) ) ),
                        Kynet::EthAddr( Kynet::EthAddr::Bytes{ 2, 0, 0, 0, U8( fec ), mac } ) );
@@ -282,6 +295,7 @@ int main( int argc, char ** argv ) {
    bench.memory();
    bench.start();
    bench.neighbours();
+   bench.fecChanges();
    bench.moves();
    return 0;
 }

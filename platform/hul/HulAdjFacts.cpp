@@ -24,21 +24,21 @@ void put( Index & index, const Key & key, AdjSm::Number number, bool present ) {
 struct AdjSm::Impl::GantArp : Arp::Table::Status::Notifiee {
    explicit GantArp( Impl & impl ) : Notifiee( &impl.sm, impl.args.arpMirel ), impl( impl ) {}
    void onNeighbor( const Arp::NeighborKey & key ) override { impl.handleNeighbor( key ); }
-   void onRenotify() override { impl.handleAll(); }
+   void onRenotify() override { impl.missed = true; }
    Impl & impl;
 };
 
 struct AdjSm::Impl::GantL3Status : L3Status::Notifiee {
    explicit GantL3Status( Impl & impl ) : Notifiee( &impl.sm, impl.args.hulL3Status ), impl( impl ) {}
    void onIntfRoutingState( const Kynet::IntfId & intfId ) override { impl.handleRoutingState( intfId ); }
-   void onRenotify() override { impl.handleAll(); }
+   void onRenotify() override { impl.missed = true; }
    Impl & impl;
 };
 
 struct AdjSm::Impl::GantIntfs : Interface::AllIntfStatusDir::Notifiee {
    explicit GantIntfs( Impl & impl ) : Notifiee( &impl.sm, impl.args.allIntfStatusDir ), impl( impl ) {}
    void onIntfStatus( const Kynet::IntfId & intfId ) override { impl.handleIntf( intfId ); }
-   void onRenotify() override { impl.handleAll(); }
+   void onRenotify() override { impl.missed = true; }
    Impl & impl;
 };
 
@@ -47,28 +47,28 @@ struct AdjSm::Impl::GantTunnels : Interface::TunnelIntfStatusDir::Notifiee {
         Notifiee( &impl.sm, impl.args.allIntfStatusDir->tunnelIntfStatusDir() ),
         impl( impl ) {}
    void onIntfStatus( const Kynet::IntfId & intfId ) override { impl.handleTunnel( intfId ); }
-   void onRenotify() override { impl.handleAll(); }
+   void onRenotify() override { impl.missed = true; }
    Impl & impl;
 };
 
 struct AdjSm::Impl::GantPaths : RoutePathSm::Notifiee {
    explicit GantPaths( Impl & impl ) : Notifiee( &impl.sm, impl.args.routePathSm ), impl( impl ) {}
    void onPaths( const VrfAndIpAddr & end ) override { impl.handlePaths( end ); }
-   void onRenotify() override { impl.handleAll(); }
+   void onRenotify() override { impl.missed = true; }
    Impl & impl;
 };
 
 struct AdjSm::Impl::GantVrfs : VrfDir::Notifiee {
    explicit GantVrfs( Impl & impl ) : Notifiee( &impl.sm, impl.args.vrfSm->vrfDir() ), impl( impl ) {}
    void onVrfPhase( const VrfId & ) override { impl.handleVrfs(); }
-   void onRenotify() override { impl.handleAll(); }
+   void onRenotify() override { impl.missed = true; }
    Impl & impl;
 };
 
 struct AdjSm::Impl::GantReview : AdjReviewEvent::Notifiee {
    explicit GantReview( Impl & impl ) : Notifiee( &impl.sm, impl.args.adjReviewEvent ), impl( impl ) {}
    void onReview() override { impl.handleReview(); }
-   void onRenotify() override { impl.handleReview(); }
+   void onRenotify() override { impl.missedReview = true; }
    Impl & impl;
 };
 

@@ -108,6 +108,10 @@ struct AdjSm::Impl {
    Gant::OrderedMap< VrfAndIpAddr, Numbers > byTunnelEnd;
    Gant::OrderedSet< Kynet::IntfId > toldIntfs;
 
+   // In a time of silence.
+   bool missed = false;
+   bool missedReview = false;
+
    NextHopCollection resolved; // keeps its memory between resolutions
    std::vector< std::vector< Number > > spare;
 

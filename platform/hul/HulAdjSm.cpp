@@ -98,7 +98,14 @@ AdjSm::~AdjSm() = default;
 
 void AdjSm::hasNotificationActiveIs( bool active ) {
    StateMachine::hasNotificationActiveIs( active );
-   if ( active && !impl_->queue.empty() ) impl_->walks.post();
+   if ( !active ) return;
+   // One look at everything, however many reactors missed something.
+   const bool missed = std::exchange( impl_->missed, false );
+   if ( std::exchange( impl_->missedReview, false ) )
+      impl_->handleReview();
+   else if ( missed )
+      impl_->handleAll();
+   if ( !impl_->queue.empty() ) impl_->walks.post();
 }
 
 void AdjSm::schedulePrefixWalk( const Gant::Ptr< AdjEntry > & adjEntry ) {

@@ -84,27 +84,30 @@ void RoutePathSm::find( const VrfAndIpAddr & address, U32 depth, Target & target
    target.fecs.push_back( fecId );
    const auto * const vias = routeStatus_->fec( fecId );
    if ( vias == nullptr ) return;
-   std::vector< U32 > weights;
-   std::vector< std::vector< U32 > > shares;
+   std::vector< ShareGroup > groups;
    const auto first = out.size();
    for ( const auto & via : *vias ) {
       const auto before = out.size();
-      const bool tunnel = Kynet::TunnelIntfId::isTunnelIntfId( via.intfId() );
-      if ( via.kind() == Mirel::RouteType::attached_ && !tunnel )
-         out.push_back( { via.intfId(), address.ipAddr(), 1 } );
-      else if ( via.kind() == Mirel::RouteType::forward_ && !via.intfId() && via.hopHas() )
-         find( VrfAndIpAddr( address.vrfId(), via.hop().v4Addr() ), depth + 1, target, out );
-      else if ( via.kind() == Mirel::RouteType::forward_ && !!via.intfId() && !tunnel )
-         out.push_back( { via.intfId(), via.hopHas() ? via.hop() : Kynet::IpGenAddr( address.ipAddr() ), 1 } );
-      if ( out.size() == before ) continue;
-      weights.push_back( std::max< U32 >( 1, via.weight() ) );
-      shares.emplace_back();
-      for ( auto at = before; at < out.size(); ++at ) shares.back().push_back( out[at].weight );
+      findBy( via, address, depth, target, out );
+      const auto members = static_cast< U32 >( out.size() - before );
+      if ( members != 0 ) groups.push_back( { members, std::max< U32 >( 1, via.weight() ) } );
    }
-   spread( weights, shares );
-   auto path = out.begin() + static_cast< std::ptrdiff_t >( first );
-   for ( const auto & group : shares )
-      for ( const auto weight : group ) ( path++ )->weight = weight;
+   std::vector< U32 > shares;
+   for ( auto at = first; at < out.size(); ++at ) shares.push_back( out[at].weight );
+   spread( groups, shares );
+   for ( auto at = first; at < out.size(); ++at ) out[at].weight = shares[at - first];
+}
+
+void RoutePathSm::findBy( const Mirel::Via & via, const VrfAndIpAddr & address, U32 depth, Target & target,
+                          Paths & out ) const {
+   if ( Kynet::TunnelIntfId::isTunnelIntfId( via.intfId() ) ) return;
+   const Kynet::IpGenAddr self( address.ipAddr() );
+   if ( via.kind() == Mirel::RouteType::attached_ )
+      out.push_back( { via.intfId(), self, 1 } );
+   else if ( via.kind() == Mirel::RouteType::forward_ && !!via.intfId() )
+      out.push_back( { via.intfId(), via.hopHas() ? via.hop() : self, 1 } );
+   else if ( via.kind() == Mirel::RouteType::forward_ && via.hopHas() )
+      find( VrfAndIpAddr( address.vrfId(), via.hop().v4Addr() ), depth + 1, target, out );
 }
 
 void RoutePathSm::indexIs( const VrfAndIpAddr & address, const Target & target, bool present ) {

@@ -48,7 +48,9 @@ class RoutePathSm : public Gant::StateMachine {
    void handleFec( U64 fecId );
    void reviewAll();
    void review( const VrfAndIpAddr & address );
+   // The paths of the address, and of one via of its route.
    void find( const VrfAndIpAddr & address, U32 depth, Target & target, Paths & out ) const;
+   void findBy( const Mirel::Via & via, const VrfAndIpAddr & address, U32 depth, Target & target, Paths & out ) const;
    void indexIs( const VrfAndIpAddr & address, const Target & target, bool present );
 
    Gant::Ptr< const Mirel::Fib::RouteStatus > routeStatus_;

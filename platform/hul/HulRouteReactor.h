@@ -39,6 +39,7 @@ class RouteReactorConfig : public Gant::Entity {
    };
    GANT_NOTIFIER( Notifiee )
    using Entity::Entity;
+   // One entry for all who want the address; whoever takes it out speaks for all of them.
    GANT_WATCHED_SET( Addrs, addr, onAddr )
    // Of the resolved ones among them.
    GANT_WATCHED_MAP( Resolutions, resolution, onResolution )

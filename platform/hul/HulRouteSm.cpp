@@ -19,7 +19,7 @@ struct RouteMachine< F >::GantTable : Table::Notifiee {
    explicit GantTable( RouteMachine * owner ) : Table::Notifiee( owner, owner->args_.table ), owner( owner ) {}
    void onRoute( const Ref & ref ) override { owner->handleRoute( ref ); }
    void onFec( const U64 & fecId ) override { owner->handleFec( fecId ); }
-   void onRenotify() override { owner->handleAll(); }
+   void onRenotify() override { owner->missed_ = true; }
    RouteMachine * owner;
 };
 
@@ -27,7 +27,7 @@ template < typename F >
 struct RouteMachine< F >::GantVrfDir : VrfDir::Notifiee {
    explicit GantVrfDir( RouteMachine * owner ) : Notifiee( owner, owner->args_.vrfSm->vrfDir() ), owner( owner ) {}
    void onVrfPhase( const VrfId & vrfId ) override { owner->handleVrf( vrfId ); }
-   void onRenotify() override { owner->handleAll(); }
+   void onRenotify() override { owner->missed_ = true; }
    RouteMachine * owner;
 };
 
@@ -35,7 +35,7 @@ template < typename F >
 struct RouteMachine< F >::GantAdjSm : AdjSm::Notifiee {
    explicit GantAdjSm( RouteMachine * owner ) : Notifiee( owner, owner->args_.adjSm ), owner( owner ) {}
    void onCreated( const Gant::Ptr< L2Adjacency > & l2Adj ) override { owner->handleCreated( l2Adj ); }
-   void onRenotify() override { owner->handleAll(); }
+   void onRenotify() override { owner->missed_ = true; }
    RouteMachine * owner;
 };
 
@@ -43,14 +43,13 @@ template < typename F >
 struct RouteMachine< F >::GantL3Status : L3Status::Notifiee {
    explicit GantL3Status( RouteMachine * owner ) : Notifiee( owner, owner->args_.hulL3Status ), owner( owner ) {}
    void onSuspendIp6RouteUpdates() override { owner->handleSuspend(); }
-   void onRenotify() override { owner->handleSuspend(); }
+   void onRenotify() override { owner->missed_ = true; }
    RouteMachine * owner;
 };
 
 template < typename F >
 RouteMachine< F >::RouteMachine( Args args ) :
      args_( std::move( args ) ),
-     suspended_( F::suspended( *args_.hulL3Status ) ),
      tableReactor_( std::make_unique< GantTable >( this ) ),
      vrfReactor_( std::make_unique< GantVrfDir >( this ) ),
      adjReactor_( std::make_unique< GantAdjSm >( this ) ),
@@ -64,7 +63,10 @@ RouteMachine< F >::~RouteMachine() = default;
 template < typename F >
 void RouteMachine< F >::hasNotificationActiveIs( bool active ) {
    StateMachine::hasNotificationActiveIs( active );
-   if ( active && ( busy() || uncommitted_ ) ) turns_.post();
+   if ( !active ) return;
+   // One look at everything, however many reactors missed something.
+   if ( std::exchange( missed_, false ) ) handleAll();
+   if ( busy() || uncommitted_ ) turns_.post();
 }
 
 template < typename F >
@@ -122,11 +124,12 @@ void RouteMachine< F >::handleCreated( const Gant::Ptr< L2Adjacency > & l2Adj ) 
 
 template < typename F >
 void RouteMachine< F >::handleSuspend() {
-   if ( std::exchange( suspended_, F::suspended( *args_.hulL3Status ) ) != suspended_ ) handleAll();
+   if ( F::suspended( *args_.hulL3Status ) != suspended_ ) handleAll();
 }
 
 template < typename F >
 void RouteMachine< F >::handleAll() {
+   suspended_ = F::suspended( *args_.hulL3Status );
    // Routes that went while nobody listened go first: their slots, and their prefixes, may be others' by now.
    for ( U32 slot = 0; slot < told_.size(); ++slot )
       if ( told_[slot].here && !same( told_[slot], slot ) ) forget( slot, 0 );
@@ -158,7 +161,7 @@ void RouteMachine< F >::review( U32 slot, U64 sequence, bool retry ) {
    }
    const auto what = wanted( told, route.routeType() );
    if ( told.unprogrammed == Mirel::UnprogrammedReason::refused_ && what.routeType != 0 && !retry ) return;
-   unprogrammedIs( told, 0 );
+   if ( what.routeType == 0 ) unprogrammedIs( told, 0 );
    tell( told, what, sequence );
 }
 

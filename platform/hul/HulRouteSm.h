@@ -81,8 +81,6 @@ class RouteMachine : public Gant::StateMachine {
    void verify();
    // At most `most` routes.
    void pending( Pendings & out, size_t most ) const;
-   // What is kept of the routes, in bytes.
-   size_t bytes() const { return size_t( told_.size() ) * sizeof( Told ); }
 
  private:
    using Address = typename Table::Address;
@@ -145,11 +143,14 @@ class RouteMachine : public Gant::StateMachine {
    void acknowledge( const Vrf & vrf, U64 sequence );
    RouteInfo info( const What & what ) const;
 
+   // A FEC has a number while it has an adjacency, or routes that name it.
    U32 fecNumber( U64 fecId );
    void fecMaybeDelete( U32 fec );
+   // Makes the route one of the FEC's. Whoever calls it tells the route next.
    void join( U32 slot, U64 fecId );
    void leave( Told & told );
    void list( Fec & fec, U32 number, U32 slot );
+   // Has all routes of the FEC looked at, in turns.
    void move( U32 fec );
 
    const Vrf & vrf( U32 vrfId ) const;
@@ -161,7 +162,8 @@ class RouteMachine : public Gant::StateMachine {
    void swept();
 
    Args args_;
-   bool suspended_;
+   bool suspended_ = false;
+   bool missed_ = false; // something, in a time of silence
    Mirel::ChunkArray< Told > told_;
    Mirel::Slab< Fec > fecs_;
    Gant::FlatMap< U64, U32 > fecById_;

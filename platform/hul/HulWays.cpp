@@ -35,45 +35,55 @@ void add( Ways & ways, U32 via, const Mirel::Via & from, const Paths * paths ) {
 
 } // namespace
 
-void spread( const std::vector< U32 > & weights, std::vector< std::vector< U32 > > & shares ) {
+void spread( const std::vector< ShareGroup > & groups, std::vector< U32 > & shares ) {
    constexpr U64 most = std::numeric_limits< U32 >::max();
-   std::vector< U64 > sums;
+   const auto sumOf = [&]( size_t first, const ShareGroup & group ) {
+      const auto from = shares.begin() + static_cast< std::ptrdiff_t >( first );
+      return std::max< U64 >( 1, std::accumulate( from, from + group.members, U64( 0 ) ) );
+   };
    U64 common = 1;
-   for ( const auto & group : shares ) {
-      sums.push_back( std::max< U64 >( 1, std::accumulate( group.begin(), group.end(), U64( 0 ) ) ) );
-      common = std::min( most, std::lcm( common, sums.back() ) );
+   size_t at = 0;
+   for ( const auto & group : groups ) {
+      common = std::min( most, std::lcm( common, sumOf( at, group ) ) );
+      at += group.members;
    }
-   U64 divisor = 0;
-   std::vector< std::vector< U64 > > parts( shares.size() );
-   for ( size_t i = 0; i < shares.size(); ++i )
-      for ( const auto share : shares[i] ) {
-         const auto part = std::max< U64 >( 1, common / sums[i] * share ) * weights[i];
-         divisor = std::gcd( divisor, part );
-         parts[i].push_back( part );
+   // Shares and what they are multiplied by stay below 2^32, and their product below 2^48.
+   const auto partOf = [&]( U64 sum, U32 share, U32 weight ) {
+      return std::max< U64 >( 1, std::max< U64 >( 1, common / sum ) * share ) * weight;
+   };
+   const auto each = [&]( const auto & act ) {
+      size_t next = 0;
+      for ( const auto & group : groups ) {
+         const auto sum = sumOf( next, group );
+         for ( const auto end = next + group.members; next != end; ++next ) act( shares[next], sum, group.weight );
       }
-   for ( size_t i = 0; i < shares.size(); ++i )
-      for ( size_t j = 0; j < shares[i].size(); ++j )
-         shares[i][j] = static_cast< U32 >( std::min( most, parts[i][j] / divisor ) );
+   };
+   U64 divisor = 0;
+   each( [&]( U32 share, U64 sum, U32 weight ) { divisor = std::gcd( divisor, partOf( sum, share, weight ) ); } );
+   std::vector< U32 > parts;
+   parts.reserve( shares.size() );
+   each( [&]( U32 share, U64 sum, U32 weight ) {
+      parts.push_back( static_cast< U32 >( std::min( most, partOf( sum, share, weight ) / divisor ) ) );
+   } );
+   shares.swap( parts );
 }
 
 Ways waysOf( const Mirel::Vias & vias, const std::function< const Paths &( Kynet::IntfId tunnelIntfId ) > & pathsOf ) {
    Ways ways;
-   std::vector< U32 > weights;
-   std::vector< std::vector< U32 > > shares;
+   std::vector< ShareGroup > groups;
    for ( U32 position = 0; position < vias.size(); ++position ) {
       const auto & via = vias[position];
       const bool tunnel =
            via.kind() == Mirel::RouteType::forward_ && Kynet::TunnelIntfId::isTunnelIntfId( via.intfId() );
-      const auto first = ways.size();
+      const auto before = ways.size();
       add( ways, position, via, tunnel ? &pathsOf( via.intfId() ) : nullptr );
-      weights.push_back( std::max< U32 >( 1, via.weight() ) );
-      shares.emplace_back();
-      for ( auto at = first; at < ways.size(); ++at ) shares.back().push_back( ways[at].multiplicity );
+      groups.push_back( { static_cast< U32 >( ways.size() - before ), std::max< U32 >( 1, via.weight() ) } );
    }
-   spread( weights, shares );
-   auto way = ways.begin();
-   for ( const auto & group : shares )
-      for ( const auto multiplicity : group ) ( way++ )->multiplicity = multiplicity;
+   std::vector< U32 > shares;
+   shares.reserve( ways.size() );
+   for ( const auto & way : ways ) shares.push_back( way.multiplicity );
+   spread( groups, shares );
+   for ( size_t at = 0; at < ways.size(); ++at ) ways[at].multiplicity = shares[at];
    return ways;
 }
 

@@ -29,9 +29,16 @@ struct Way {
 };
 using Ways = std::vector< Way >;
 
-// Brings groups of shares to one measure: group i gets `weights[i]` parts of all, divided among its members in the
-// ratio of their shares, in the smallest whole numbers. Where these would pass 32 bits, the ratio is approximate.
-void spread( const std::vector< U32 > & weights, std::vector< std::vector< U32 > > & shares );
+// Members that divide among them what a group of them gets.
+struct ShareGroup {
+   U32 members;
+   U32 weight; // of the group among the groups
+};
+
+// Brings the shares of all groups, one group's after the other's, to one measure: a group gets `weight` parts of all,
+// divided among its members in the ratio of their shares, in the smallest whole numbers. Where these would pass 32
+// bits, the ratio is approximate.
+void spread( const std::vector< ShareGroup > & groups, std::vector< U32 > & shares );
 
 // The ways of the vias. `pathsOf` gives the neighbours by which a tunnel interface reaches its other end: none while
 // there is no route to it.

@@ -151,30 +151,28 @@ TEST_F( Router, aRegisteredAddressIsResolvedToItsNeighbour ) {
 }
 
 TEST( Ways, sharesAreBroughtToOneMeasureInTheSmallestWholeNumbers ) {
-   using Shares = std::vector< std::vector< U32 > >;
    struct Case {
-      std::vector< U32 > weights;
-      Shares before;
-      Shares after;
+      std::vector< Hul::ShareGroup > groups; // members, weight
+      std::vector< U32 > before;
+      std::vector< U32 > after;
    };
    const Case cases[] = {
         { {}, {}, {} },
-        { { 5 }, { { 7 } }, { { 1 } } },
-        { { 1, 1 }, { { 1, 1 }, { 1 } }, { { 1, 1 }, { 2 } } },
-        { { 1, 2 }, { { 1, 3 }, { 1 } }, { { 1, 3 }, { 8 } } },
-        { { 2, 4 }, { { 1 }, { 1 } }, { { 1 }, { 2 } } },
-        { { 3, 1 }, { { 1, 1, 1 }, { 1, 1 } }, { { 2, 2, 2 }, { 1, 1 } } },
+        { { { 1, 5 } }, { 7 }, { 1 } },
+        { { { 2, 1 }, { 1, 1 } }, { 1, 1, 1 }, { 1, 1, 2 } },
+        { { { 2, 1 }, { 1, 2 } }, { 1, 3, 1 }, { 1, 3, 8 } },
+        { { { 1, 2 }, { 1, 4 } }, { 1, 1 }, { 1, 2 } },
+        { { { 3, 3 }, { 2, 1 } }, { 1, 1, 1, 1, 1 }, { 2, 2, 2, 1, 1 } },
    };
    for ( const auto & c : cases ) {
       auto shares = c.before;
-      Hul::spread( c.weights, shares );
+      Hul::spread( c.groups, shares );
       EXPECT_EQ( shares, c.after );
    }
    // Ratios beyond 32 bits stay ratios, and nobody's share becomes none.
-   Shares large{ { 65535, 65521 }, { 65519, 65497 }, { 65479, 1 } };
-   Hul::spread( { 65535, 65535, 65535 }, large );
-   for ( const auto & group : large )
-      for ( const auto share : group ) EXPECT_GT( share, 0u );
+   std::vector< U32 > large{ 65535, 65521, 65519, 65497, 4000000000, 1 };
+   Hul::spread( { { 2, 65535 }, { 2, 65535 }, { 2, 65535 } }, large );
+   for ( const auto share : large ) EXPECT_GT( share, 0u );
 }
 
 } // namespace
