@@ -1,15 +1,55 @@
-// State that the state machines of the layer share.
+// What all state machines of the layer share: the request to verify, and where its findings go.
 #pragma once
 
-#include "GantAttr.h"
+#include "GantEntity.h"
+#include "GantEnum.h"
+#include "GantValue.h"
+
+namespace HulTypes {
+
+GANT_ENUM( VerifyResult, U8, ( verifyPass, 0 ), ( verifyFail, 1 ) )
+inline VerifyResult verifyFail() { return VerifyResult::verifyFail(); }
+
+} // namespace HulTypes
 
 namespace Hul {
 
-class VerifyData;
+// One finding, as a simulated run reports it.
+class VerifyOutput {
+   GANT_VALUE( "Hul::VerifyOutput", VerifyOutput, ( Gant::String, description ), ( U32, lineNum ),
+               ( Gant::String, filename ), ( Gant::String, function ), ( HulTypes::VerifyResult, verifyResult ) )
+};
 
-class HulCommonSmData : public Gant::PtrInterface {
+class VerifyData : public Gant::Entity {
  public:
-   GANT_ATTR( Gant::Ptr< VerifyData >, verifyData )
+   class Notifiee : public Gant::NotifieeOf< VerifyData > {
+    public:
+      using NotifieeOf::NotifieeOf;
+      virtual void onVerify() {}
+   };
+   GANT_NOTIFIER( Notifiee )
+   using Entity::Entity;
+   // Counted up by each request.
+   GANT_WATCHED( U64, verify, onVerify )
+   GANT_ATTR( VerifyOutput, verifyOutput )
+   // Findings for the command line: a text and the function that found it.
+   void updateCliVerifyOutput( const Gant::String & text, const Gant::String & function ) {
+      cliVerifyOutput_.push_back( function + ": " + text );
+   }
+   const std::vector< Gant::String > & cliVerifyOutput() const { return cliVerifyOutput_; }
+   void cliVerifyOutputDelAll() { cliVerifyOutput_.clear(); }
+
+ private:
+   std::vector< Gant::String > cliVerifyOutput_;
+};
+
+// A forwarding engine's shared state derives from it.
+class HulCommonSmData : public Gant::Entity {
+ public:
+   explicit HulCommonSmData( Gant::Name name = {} ) :
+        Entity( std::move( name ) ),
+        verifyData_( Gant::make< VerifyData >( "verifyData" ) ) {}
+   GANT_CONST( Gant::Ptr< VerifyData >, verifyData )
 };
 
 } // namespace Hul

@@ -1,8 +1,10 @@
 // The helpers: what a data plane supplies, and the layer's state machines call. The virtual operations stand in slot
 // order. Those that are not pure have a behaviour that suits a data plane without that facility.
 //
-// Order of calls, which the layer keeps: a VRF before its interfaces; an interface before the adjacencies over it; an
-// adjacency before the first route that names it, and its last route gone before the adjacency.
+// Order of calls, which the layer keeps: a VRF before its interfaces and routes, and these gone before the VRF; an
+// interface before an adjacency forwards over it, and no adjacency forwards over it any more before it goes; an
+// adjacency before the first route that names it, and its last route gone before the adjacency. What the helper has
+// been told of a route is the old information of the route's next change.
 #pragma once
 
 #include "HulTypes.h"
@@ -24,6 +26,11 @@ namespace Urpf {
 class UrpfStatus;
 }
 
+namespace Routing::Hardware {
+class Status;
+class RouteStatus;
+} // namespace Routing::Hardware
+
 namespace Acl {
 class UniqueId;
 class Config;
@@ -35,7 +42,7 @@ class VrfHelper : public Hul::HulBaseHelper {
  public:
    using HulBaseHelper::HulBaseHelper;
    virtual void createVrf( Hul::VrfId vrf ) = 0;
-   // The VRF's interfaces, routes and adjacencies are gone.
+   // The VRF's interfaces and routes are gone.
    virtual void deleteVrf( Hul::VrfId vrf ) = 0;
    virtual void verifyVrf( Hul::VrfId vrf ) = 0;
 };
@@ -46,7 +53,8 @@ class RouteSmHelper : public Hul::HulBaseHelper {
    virtual void handleRouting( bool enable ) = 0;
    virtual void verifyRouting( bool enabled ) = 0;
    // A change of one prefix, with what was told before and what holds now; a routeType of 0 is no route. `sequence` is
-   // the VRF's, 0 where there is none. False: the route could not be programmed.
+   // the VRF's, 0 where there is none. False: the route could not be programmed, and the helper holds nothing of it any
+   // more; its next change comes as a new route.
    virtual bool updateRoute( const Kynet::Prefix & prefix, Hul::VrfId vrfId, const Hul::RouteInfo & oldRouteInfo,
                              const Hul::RouteInfo & newRouteInfo, const U64 & sequence ) = 0;
    // What a restarted data plane still holds of the prefix: nothing.
@@ -107,6 +115,18 @@ class AdjSmHelper : public Hul::HulBaseHelper {
    virtual U32 getL2IntfHwId( Kynet::IntfId ) const { return 0; }
    virtual bool adjOptimizeSupported( const AdjPtr &, const U64 & ) { return false; }
    virtual void notifyNonOptimizedTableTypeChange( Hul::TableType ) {}
+};
+
+// What a data plane can do about adjacencies, beyond what its status declares.
+class AdjCapabilityHelper : public Hul::HulBaseHelper {
+ public:
+   AdjCapabilityHelper( Gant::Name name, Gant::Ptr< const Routing::Hardware::Status > routingHwStatus,
+                        Gant::Ptr< const Routing::Hardware::RouteStatus > routingHwRouteStatus ) :
+        HulBaseHelper( std::move( name ) ),
+        routingHwStatus_( std::move( routingHwStatus ) ),
+        routingHwRouteStatus_( std::move( routingHwRouteStatus ) ) {}
+   GANT_CONST( Gant::Ptr< const Routing::Hardware::Status >, routingHwStatus )
+   GANT_CONST( Gant::Ptr< const Routing::Hardware::RouteStatus >, routingHwRouteStatus )
 };
 
 class RoutingStatusSmHelper : public Hul::HulBaseHelper {

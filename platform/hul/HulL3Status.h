@@ -26,9 +26,18 @@ class VrfL3Status : public Gant::Entity {
    GANT_WATCHED( U64, sequence6Programmed, onSequence6Programmed )
 };
 
-// What a registered address resolves to (RouteResolverSm): its neighbour's interface and MAC, empty while unresolved.
+// What a registered address resolves to (HulRouteReactor.h): its neighbour's interface and MAC, empty while unresolved.
 class ResolvedAddr {
    GANT_VALUE( "Hul::ResolvedAddr", ResolvedAddr, ( Kynet::IntfId, intfId ), ( Kynet::EthAddr, mac ) )
+};
+
+// Settings of the layer.
+class L3Config : public Gant::PtrInterface {};
+
+// The status of the router's own stack as the layer sees it.
+class L3HostStatus : public Gant::Entity {
+ public:
+   using Entity::Entity;
 };
 
 class L3Status : public Gant::Entity {
@@ -58,10 +67,11 @@ class L3Status : public Gant::Entity {
       const auto & status = vrfL3Status( name );
       return status ? status->vrfId() : VrfId();
    }
-   // Set by a helper that wants no IPv6 routes.
+   // Set by a helper that wants no IPv6 routes: those that it has are taken back, and it is told no more.
    GANT_WATCHED( bool, suspendIp6RouteUpdates, onSuspendIp6RouteUpdates, false )
    GANT_MAP( Adjacencies, l2AdjList )
    GANT_WATCHED_MAP( ResolvedAddrs, resolvedAddr, onResolvedAddr )
+   // The interfaces that the helper has been told of.
    GANT_WATCHED_MAP( RoutingStates, intfRoutingState, onIntfRoutingState )
    GANT_ATTR( Gant::Ptr< HulL3Intf::Table >, hulL3IntfTable )
    GANT_ATTR( Gant::Ptr< IntfVlanIdSet::Table >, intfVlanIdSetTable )

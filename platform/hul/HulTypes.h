@@ -12,7 +12,7 @@
 #include "StateBridging.h"
 #include "StateL3.h"
 
-#include <map>
+#include <utility>
 #include <vector>
 
 namespace HulTypes {
@@ -32,7 +32,7 @@ class ViaBitmap {
    void viaIs( U32 via );
    bool viaHas( U32 via ) const;
    // The word at the index; 0 beyond the last one that is set.
-   U64 bitList( ViaBitmapIndex index ) const { return index < words_.size() ? words_[ index ] : 0; }
+   U64 bitList( ViaBitmapIndex index ) const;
    void bitListIs( ViaBitmapIndex index, U64 word );
 
    friend bool operator==( const ViaBitmap &, const ViaBitmap & ) = default;
@@ -42,7 +42,8 @@ class ViaBitmap {
    Gant::String strep() const;
 
  private:
-   std::vector< U64 > words_; // the last one is not 0
+   U64 first_ = 0;           // the word at 0, the only one that most routes need
+   std::vector< U64 > more_; // the words after it; the last one is not 0
 };
 
 } // namespace HulTypes
@@ -129,22 +130,29 @@ class NextHop {
 // order.
 class NextHopCollection {
  public:
-   using NextHops = std::map< NextHop, U32 >;
+   using NextHops = std::vector< std::pair< NextHop, U32 > >;
 
    // Adds to what the next hop has. `via` is the via's position in its route.
    void nextHopInc( const NextHop & nextHop, U32 multiplicity, U32 via );
    // As given, also a multiplicity of 0.
-   void nextHopIs( const NextHop & nextHop, U32 multiplicity ) { nextHops_[ nextHop ] = multiplicity; }
+   void nextHopIs( const NextHop & nextHop, U32 multiplicity ) { nextHops_[slot( nextHop )].second = multiplicity; }
+   // Keeps its memory for the next filling.
+   void clear();
+   void swap( NextHopCollection & other ) noexcept;
    NextHops::const_iterator begin() const { return nextHops_.begin(); }
    NextHops::const_iterator end() const { return nextHops_.end(); }
    size_t size() const { return nextHops_.size(); }
    // Empty for a next hop that is not there.
    const HulTypes::ViaBitmap & nextHopBitmap( const NextHop & nextHop ) const;
-   friend bool operator==( const NextHopCollection &, const NextHopCollection & ) = default;
+   friend bool operator==( const NextHopCollection & a, const NextHopCollection & b ) {
+      return a.nextHops_ == b.nextHops_ && a.bitmaps_ == b.bitmaps_;
+   }
 
  private:
-   NextHops nextHops_;
-   std::map< NextHop, HulTypes::ViaBitmap > bitmaps_;
+   size_t slot( const NextHop & nextHop );
+
+   NextHops nextHops_;                          // sorted
+   std::vector< HulTypes::ViaBitmap > bitmaps_; // of the next hop at the same position
 };
 
 // One use of an adjacency by the routing layer.
@@ -164,6 +172,8 @@ class L2Adjacency : public Gant::PtrInterface {
    explicit L2Adjacency( L2AdjKey key ) : key_( key ) {}
    GANT_CONST( L2AdjKey, key )
    GANT_ATTR( NextHopCollection, via )
+   // Takes the argument's ways out and gives it the former ones, without allocation.
+   void viaSwap( NextHopCollection & via ) { via_.swap( via ); }
    GANT_MAP( AdjEntries, adjEntry )
 };
 

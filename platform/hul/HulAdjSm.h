@@ -1,0 +1,110 @@
+// The adjacencies: which there are, what they resolve to, and who has to hear of a neighbour's change.
+#pragma once
+
+#include "HulPending.h"
+#include "HulTypes.h"
+
+#include <memory>
+
+namespace Arp::Table {
+class Status;
+}
+namespace Interface {
+class AllIntfStatusDir;
+}
+namespace Mirel {
+class Via;
+using Vias = std::vector< Via >;
+} // namespace Mirel
+
+namespace Hul {
+
+class AdjReviewEvent;
+class L2AdjHelper;
+class L3Status;
+class RoutePathSm;
+class VrfSm;
+
+//   watches  Arp::Table::Status::neighbor
+//            L3Status::intfRoutingState               the interfaces that the helper knows
+//            AllIntfStatusDir::intfStatus             up or down
+//            TunnelIntfStatusDir::intfStatus          where a tunnel ends
+//            RoutePathSm                              by which neighbours that end is reached
+//            VrfDir::vrfPhase                         the tunnels' underlay
+//            AdjReviewEvent                           somebody wants all of them looked at
+//   calls    L2AdjHelper::create, update, del
+//
+// FECs of one family with equal vias share an adjacency, in whatever VRFs their routes are. An adjacency lives while a
+// FEC uses it or a route that has been told names it. It is updated exactly when its resolved next hops change, when an
+// interface that they name has come anew, and when a walk of its prefixes was asked for; the cost of a neighbour's
+// change depends on the adjacencies that use the neighbour, and on nothing else.
+//
+// Resolution of a via:
+//   forward to a hop   the hop's MAC, while it is known and the interface is usable: told to the helper, routing the
+//                      family, and up. Otherwise unresolved, on the interface as given.
+//   forward, tunnel    by each neighbour that the route of the tunnel's end leads to, as above; a drop while there is
+//   no
+//                      such route; unresolved while the tunnel itself is not usable.
+//   the other kinds    as they say.
+// Next hops that come out equal become one, and their multiplicities add up.
+//
+// Walks. A walk is an update in a later turn of the loop, one however often it was asked for. An update that asks for a
+// walk gets one; when that one asks again, nothing has changed in between, so the adjacency then waits, and is listed
+// as pending, until a fact of it changes or someone schedules a walk.
+class AdjSm : public Gant::StateMachine {
+ public:
+   struct Args {
+      Gant::Ptr< L3Status > hulL3Status{};
+      Gant::Ptr< L2AdjHelper > hulL2AdjHelper{};
+      Gant::Ptr< const Arp::Table::Status > arpMirel{};
+      Gant::Ptr< const Interface::AllIntfStatusDir > allIntfStatusDir{};
+      Gant::Ptr< RoutePathSm > routePathSm{};
+      Gant::Ptr< VrfSm > vrfSm{};
+      Gant::Ptr< const AdjReviewEvent > adjReviewEvent{};
+   };
+
+   class Notifiee : public Gant::NotifieeOf< AdjSm > {
+    public:
+      using NotifieeOf::NotifieeOf;
+      // An adjacency that the helper had refused is there now.
+      virtual void onCreated( const Gant::Ptr< L2Adjacency > & ) {}
+   };
+   GANT_NOTIFIER( Notifiee )
+
+   explicit AdjSm( Args args );
+   ~AdjSm() override;
+   void hasNotificationActiveIs( bool active ) override;
+
+   // Has the adjacency of the entry updated in a later turn. An entry whose adjacency is gone is ignored.
+   void schedulePrefixWalk( const Gant::Ptr< AdjEntry > & adjEntry );
+
+   // For the route machines. A number names an adjacency while a FEC or a route uses it.
+   using Number = U32;
+   static constexpr Number none = ~Number( 0 );
+   // The adjacency with these vias, or `none`.
+   Number find( Kynet::AddressFamily af, const Mirel::Vias & vias ) const;
+   // The same, made where there is none, and used by the FEC from now on.
+   Number use( Kynet::AddressFamily af, U64 fecId, const Mirel::Vias & vias );
+   void unuse( Number number, U64 fecId );
+   // Gives the adjacency other vias. REQUIRES: no adjacency has these.
+   void viasIs( Number number, const Mirel::Vias & vias );
+   const Mirel::Vias & vias( Number number ) const;
+   size_t fecs( Number number ) const;
+   // Routes that have been told with it.
+   void routesInc( Number number );
+   void routesDec( Number number );
+   U32 routes( Number number ) const;
+   // False: the helper refused it, and no route may name it.
+   bool created( Number number ) const;
+   U64 adjIndex( Number number ) const;
+
+   size_t adjs() const;
+   void verify();
+   void pending( Pendings & out ) const;
+
+ private:
+   struct Impl;
+   std::unique_ptr< Impl > impl_;
+};
+
+} // namespace Hul

@@ -1,0 +1,285 @@
+#include "HulRouter.h"
+
+#include "GantActivity.h"
+
+namespace HulTest {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST_F( Router, aRouteIsToldWithWhatWasInForceBefore ) {
+   startUsual();
+   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
+   state.fec( 2, { via( Mirel::RouteType::drop_ ) } );
+   take();
+   state.route( "10.0.0.0/8", 1 );
+   EXPECT_THAT( take(), ElementsAre( "10.0.0.0/8 vrf 0 none -> forward/0 seq 1" ) );
+   state.route( "10.0.0.0/8", 1 );
+   EXPECT_THAT( take(), IsEmpty() );
+   state.route( "10.0.0.0/8", 2 );
+   EXPECT_THAT( take(), ElementsAre( "10.0.0.0/8 vrf 0 forward/0 -> forward/1 seq 2" ) );
+   state.route( "10.0.0.0/8", 2, 0, Mirel::RouteType::drop_ );
+   EXPECT_THAT( take(), ElementsAre( "10.0.0.0/8 vrf 0 forward/1 -> drop/1 seq 3" ) );
+   // Another writer's mark is nothing to the data plane.
+   state.fib->routeIs( 0, prefix( "10.0.0.0/8" ), Mirel::Route( Mirel::RouteType::drop(), 2, 99 ) );
+   EXPECT_THAT( take(), IsEmpty() );
+   EXPECT_EQ( layer.l3Status->vrfL3Status( L3::VrfName( "default" ) )->sequenceProgrammed(), 4u );
+   state.routeDel( "10.0.0.0/8" );
+   EXPECT_THAT( drained(), ElementsAre( "10.0.0.0/8 vrf 0 drop/1 -> none seq 5" ) );
+}
+
+TEST_F( Router, routesOfOneTurnAreCommittedTogether ) {
+   startUsual();
+   state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
+   state.route( "10.0.0.0/8", 1 );
+   state.route( "11.0.0.0/8", 1 );
+   layer.drain();
+   const auto lines = rec.take();
+   ASSERT_EQ( lines.size(), 4u );
+   EXPECT_EQ( lines.back(), "commitRouteBatch" );
+   layer.drain();
+   EXPECT_THAT( rec.take(), IsEmpty() );
+}
+
+TEST_F( Router, aRefusedRouteIsForgottenReportedAndComesAgainAsNew ) {
+   startUsual();
+   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
+   state.fec( 2, { via( Mirel::RouteType::drop_ ) } );
+   state.route( "10.0.0.0/8", 1 );
+   drained();
+   bool refuse = true;
+   rec.refusesRoute = [&]( const auto & ) { return refuse; };
+   state.route( "10.0.0.0/8", 2 );
+   EXPECT_THAT( drained(), ElementsAre( "10.0.0.0/8 vrf 0 forward/0 -> forward/1 seq 2 refused" ) );
+   EXPECT_THAT( layer.unprogrammed(), ElementsAre( "vrf 0 10.0.0.0/8 refused" ) );
+   EXPECT_THAT( layer.pending(), ElementsAre( "route 10.0.0.0/8 in VRF 0: the data plane refused it" ) );
+   // Nothing about it changes: it is left alone, also when all routes are looked at.
+   state.vrf( "red", 7 );
+   state.route( "11.0.0.0/8", 2, 7 );
+   state.vrfDel( "red" );
+   layer.drain();
+   rec.take();
+   refuse = false;
+   state.vrf( "red", 7 );
+   EXPECT_THAT( drained(), ElementsAre( "createVrf 7", "11.0.0.0/8 vrf 7 none -> forward/1" ) );
+   EXPECT_THAT( layer.unprogrammed(), ElementsAre( "vrf 0 10.0.0.0/8 refused" ) );
+   state.route( "10.0.0.0/8", 1 );
+   EXPECT_THAT( drained(), ElementsAre( "10.0.0.0/8 vrf 0 none -> forward/0 seq 3" ) );
+   EXPECT_THAT( layer.unprogrammed(), IsEmpty() );
+   // A refused route that goes is nobody's business.
+   refuse = true;
+   state.route( "12.0.0.0/8", 1 );
+   take();
+   state.routeDel( "12.0.0.0/8" );
+   EXPECT_THAT( drained(), IsEmpty() );
+   EXPECT_THAT( layer.unprogrammed(), IsEmpty() );
+   // A change of its FEC is a change of the route.
+   state.route( "13.0.0.0/8", 9 );
+   refuse = true;
+   state.fec( 9, { via( Mirel::RouteType::drop_ ) } );
+   EXPECT_THAT( drained(), ElementsAre( "13.0.0.0/8 vrf 0 none -> forward/1 refused" ) );
+   refuse = false;
+   state.fec( 9, { via( "Et1", "10.9.0.2" ) } );
+   EXPECT_THAT( drained(), ElementsAre( "13.0.0.0/8 vrf 0 none -> forward/0" ) );
+}
+
+TEST_F( Router, aTableOfManyRoutesIsToldInTurnsAndChangesMeanwhileAreRight ) {
+   state.vrf( "default", 0 );
+   state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
+   state.fec( 2, { via( "Et1", "10.9.0.2" ) } );
+   const auto at = [&]( U32 n ) { return Kynet::Prefix( Kynet::IpAddr( 0x0a000000 + ( n << 8 ) ), 24 ); };
+   constexpr U32 routes = 20000;
+   for ( U32 n = 0; n < routes; ++n )
+      state.fib->routeIs( 0, at( n ), Mirel::Route( Mirel::RouteType::forward(), 1, 0 ) );
+   start();
+   // In between the turns: one that has been told, one that has not, one of each that goes, and one that comes.
+   size_t turn = 0, longest = 0;
+   while ( layer.root->busy() ) {
+      Gant::activityManager()->post( [&, n = ++turn] {
+         longest = std::max( longest, rec.take().size() );
+         if ( n != 1 ) return;
+         state.fib->routeIs( 0, at( 0 ), Mirel::Route( Mirel::RouteType::forward(), 2, 0 ) );
+         state.fib->routeIs( 0, at( routes - 1 ), Mirel::Route( Mirel::RouteType::forward(), 2, 0 ) );
+         state.fib->routeDel( 0, at( 1 ) );
+         state.fib->routeDel( 0, at( routes - 2 ) );
+         state.fib->routeIs( 0, at( routes ), Mirel::Route( Mirel::RouteType::forward(), 2, 0 ) );
+      } );
+      Gant::activityManager()->poll();
+   }
+   layer.drain();
+   EXPECT_LT( longest, 5000u );
+   EXPECT_EQ( layer.root->toldRoutes(), routes - 1 );
+   EXPECT_EQ( rec.route( Hul::VrfId( 0 ), at( 0 ) ), "forward: unresolved Et1 x1" );
+   EXPECT_EQ( rec.route( Hul::VrfId( 0 ), at( 1 ) ), "none" );
+   EXPECT_EQ( rec.route( Hul::VrfId( 0 ), at( 2 ) ), "forward: drop x1" );
+   EXPECT_EQ( rec.route( Hul::VrfId( 0 ), at( routes ) ), "forward: unresolved Et1 x1" );
+   // All of them move to another adjacency, again in turns.
+   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
+   rec.take();
+   Gant::activityManager()->poll();
+   layer.drain();
+   EXPECT_EQ( rec.route( Hul::VrfId( 0 ), at( 2 ) ), "forward: unresolved Et1 x1" );
+   EXPECT_EQ( rec.adjs(), 1u );
+}
+
+TEST_F( Router, routesThatCameAndWentManyTimesMoveWithTheirFec ) {
+   startUsual();
+   state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
+   state.fec( 2, { via( Mirel::RouteType::drop_ ) } );
+   const auto at = []( U32 n ) { return Kynet::Prefix( Kynet::IpAddr( 0x0a000000 + ( n << 8 ) ), 24 ); };
+   const auto toFec = []( U64 fecId ) { return Mirel::Route( Mirel::RouteType::forward(), fecId, 0 ); };
+   for ( int round = 0; round < 20; ++round )
+      for ( U32 n = 0; n < 100; ++n ) {
+         state.fib->routeIs( 0, at( n ), toFec( 1 ) );
+         if ( n % 2 == 0 ) state.fib->routeIs( 0, at( n ), toFec( 2 ) );
+         if ( n % 3 == 0 ) state.fib->routeDel( 0, at( n ) );
+      }
+   layer.drain();
+   rec.take();
+   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
+   layer.drain();
+   for ( U32 n = 0; n < 100; ++n )
+      EXPECT_EQ( rec.route( Hul::VrfId( 0 ), at( n ) ), n % 3 == 0   ? "none"
+                                                        : n % 2 == 0 ? "forward: drop x1"
+                                                                     : "forward: unresolved Et1 x1" );
+}
+
+TEST_F( Router, verificationAsksForEverythingThatWasTold ) {
+   startUsual();
+   state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
+   state.route( "10.0.0.0/8", 1 );
+   state.route( "11.0.0.0/8", 9 );
+   drained();
+   layer.csd->verifyData()->verifyIs( 1 );
+   EXPECT_THAT( take(), ElementsAre( "verifyVrf 0", "verifyL3Intf Et1", "verifyL3Intf Et2", "verifyAdj 0",
+                                     "prepareForVerifyRoute", "verifyRoute 10.0.0.0/8", "cleanupForVerifyRoute" ) );
+}
+
+TEST_F( Router, ip6RoutesGoTheSameWay ) {
+   startUsual();
+   state.l3->routing6Is( true );
+   state.ip6->intfStatusIs( intfId( "Et1" ), Ip6::IntfStatus( true ) );
+   state.fib6->fecIs( 1, { via( "Et1", "fe80::2" ) } );
+   state.fib6->routeIs( 0, prefix6( "2001:db8::/32" ), Mirel::Route( Mirel::RouteType::forward(), 1, 0 ) );
+   state.neighbor( "Et1", "fe80::2", 6 );
+   EXPECT_THAT( drained(), ElementsAre( "handleRouting 1 1", "enableVlanRouting Et1 vlan 4094 ip+ip6",
+                                        "createAdj 0: unresolved Et1 x1", "2001:db8::/32 vrf 0 none -> forward/0 seq 1",
+                                        "updateAdj 0: forward Et1 02:00:00:00:00:06 x1" ) );
+   EXPECT_EQ( layer.l3Status->vrfL3Status( L3::VrfName( "default" ) )->sequence6Programmed(), 1u );
+   // Without IPv6 on the interface there is nobody to send to.
+   state.ip6->intfStatusDel( intfId( "Et1" ) );
+   EXPECT_THAT( drained(), ElementsAre( "enableVlanRouting Et1 vlan 4094 ip", "updateAdj 0: unresolved Et1 x1" ) );
+}
+
+TEST_F( Router, aHelperThatWantsNoIp6RoutesHearsOfNoneAndTheyAreListed ) {
+   rec.refusesIp6 = true;
+   state.fib6->fecIs( 1, { via( "Et1", "fe80::2" ) } );
+   state.fib6->routeIs( 0, prefix6( "2001:db8::/32" ), Mirel::Route( Mirel::RouteType::forward(), 1, 0 ) );
+   startUsual();
+   state.fib6->routeIs( 0, prefix6( "2001:db9::/32" ), Mirel::Route( Mirel::RouteType::forward(), 2, 0 ) );
+   EXPECT_THAT( drained(), IsEmpty() );
+   EXPECT_THAT( layer.unprogrammed(),
+                ElementsAre( "vrf 0 2001:db8::/32 familyNotSupported", "vrf 0 2001:db9::/32 familyNotSupported" ) );
+   EXPECT_EQ( layer.pending().front(),
+              "route 2001:db8::/32 in VRF 0: refused: the data plane takes no routes of this family" );
+   state.fib6->routeDel( 0, prefix6( "2001:db9::/32" ) );
+   EXPECT_THAT( layer.unprogrammed(), ElementsAre( "vrf 0 2001:db8::/32 familyNotSupported" ) );
+   // A helper that changes its mind is told what there is; when it changes it again, that is taken back.
+   rec.refusesIp6 = false;
+   layer.l3Status->suspendIp6RouteUpdatesIs( false );
+   EXPECT_THAT( drained(), ElementsAre( "createAdj 0: unresolved Et1 x1", "2001:db8::/32 vrf 0 none -> forward/0" ) );
+   EXPECT_THAT( layer.unprogrammed(), IsEmpty() );
+   layer.l3Status->suspendIp6RouteUpdatesIs( true );
+   EXPECT_THAT( drained(), ElementsAre( "2001:db8::/32 vrf 0 forward/0 -> none", "deleteAdj 0" ) );
+   EXPECT_THAT( layer.unprogrammed(), ElementsAre( "vrf 0 2001:db8::/32 familyNotSupported" ) );
+}
+
+TEST_F( Router, aTimeOfSilenceIsMadeUpFor ) {
+   startUsual();
+   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
+   state.fec( 2, { via( Mirel::RouteType::drop_ ) } );
+   state.route( "10.0.0.0/8", 1 );
+   state.route( "11.0.0.0/8", 1 );
+   drained();
+   layer.root->hasNotificationActiveIs( false );
+   // The slots of routes change hands meanwhile, and one prefix moves to the slot of another one.
+   state.routeDel( "10.0.0.0/8" );
+   state.routeDel( "11.0.0.0/8" );
+   state.route( "10.0.0.0/8", 2 );
+   state.route( "12.0.0.0/8", 1 );
+   state.fec( 3, { via( "Et2", "10.8.0.2" ) } );
+   state.route( "13.0.0.0/8", 3 );
+   state.neighbor( "Et1", "10.9.0.2", 2 );
+   state.intfDel( "Et2" );
+   state.vrf( "red", 7 );
+   EXPECT_THAT( drained(), IsEmpty() );
+   layer.root->hasNotificationActiveIs( true );
+   layer.drain();
+   EXPECT_EQ( rec.breaches(), 0u );
+   EXPECT_THAT( rec.state(),
+                ElementsAre( "vrf 0", "vrf 7", "Et1 vrf 0 mtu 1500 ip", "vrf 0 10.0.0.0/8 forward: drop x1",
+                             "vrf 0 12.0.0.0/8 forward: forward Et1 02:00:00:00:00:02 x1",
+                             "vrf 0 13.0.0.0/8 forward: unresolved Et2 x1" ) );
+}
+
+TEST_F( Router, turnsWaitWhileAllIsSilent ) {
+   state.vrf( "default", 0 );
+   state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
+   state.route( "10.0.0.0/8", 1 );
+   start();
+   layer.root->hasNotificationActiveIs( false );
+   Gant::activityManager()->poll();
+   EXPECT_THAT( take(), IsEmpty() );
+   layer.root->hasNotificationActiveIs( true );
+   EXPECT_THAT( drained(), ElementsAre( "10.0.0.0/8 vrf 0 none -> forward/0", "endOfSyncOnInit" ) );
+}
+
+TEST_F( Router, nobodyIsCalledAfterTheEnd ) {
+   startUsual();
+   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
+   state.route( "10.0.0.0/8", 1 );
+   const auto adjSm = layer.root->hulAdjSm();
+   const auto entry = layer.l3Status->l2AdjList( Hul::L2AdjKey( 0 ) )->adjEntry( 1 );
+   adjSm->schedulePrefixWalk( entry );
+   layer.root->gantDoZombieReactors( true );
+   rec.over = true;
+   state.route( "11.0.0.0/8", 1 );
+   state.neighbor( "Et1", "10.9.0.2", 2 );
+   state.intfDel( "Et1" );
+   state.vrfDel( "default" );
+   layer.root->verify();
+   adjSm->schedulePrefixWalk( entry );
+   layer.root = nullptr;
+   adjSm->schedulePrefixWalk( entry );
+   state.neighborDel( "Et1", "10.9.0.2" );
+   while ( Gant::activityManager()->poll() != 0 ) continue;
+}
+
+TEST_F( Router, aStandByFollowsNothing ) {
+   Hul::VrfRootSm::Args args;
+   args.programmingEnabled = false;
+   args.vrfHelper = rec.vrfHelper;
+   args.routingStatusHelper = rec.routingStatusHelper;
+   args.route4Helper = rec.route4Helper;
+   args.route6Helper = rec.route6Helper;
+   args.hulL3Status = layer.l3Status;
+   args.hulL3IntfTable = layer.table;
+   args.hulL2AdjHelper = Gant::make< Hul::L2AdjHelper >( Hul::L2AdjHelper::Args{} );
+   args.allVrfStatusLocal = state.vrfs;
+   const auto root = Gant::make< Hul::VrfRootSm >( args );
+   state.vrf( "default", 0 );
+   root->hasNotificationActiveIs( false );
+   root->hasNotificationActiveIs( true );
+   root->verify();
+   EXPECT_THAT( take(), IsEmpty() );
+   EXPECT_FALSE( root->hulAdjSm() );
+   EXPECT_TRUE( root->pending().empty() );
+   // The rest of the entities may be missing too.
+   args.programmingEnabled = true;
+   const auto bare = Gant::make< Hul::VrfRootSm >( args );
+   EXPECT_THAT( take(), testing::Contains( "createVrf 0" ) );
+}
+
+} // namespace
+} // namespace HulTest
