@@ -195,17 +195,17 @@ struct Bench {
                 const std::vector< Kynet::Prefix > & again ) {
       newFib();
       newRoot();
-      const auto told = [&]( U64 before ) {
+      const auto told = [ & ]( U64 before ) {
          if ( routeHelper->updates - before != count ) std::printf( "not every route was told\n" );
       };
-      const auto line = [&]( const char * what ) { return Gant::format( "%u routes, %s: %s", count, name, what ); };
+      const auto line = [ & ]( const char * what ) { return Gant::format( "%u routes, %s: %s", count, name, what ); };
       auto before = routeHelper->updates;
-      measure( line( "added" ).c_str(), count, [&] { write( order, 0 ); } );
+      measure( line( "added" ).c_str(), count, [ & ] { write( order, 0 ); } );
       told( std::exchange( before, routeHelper->updates ) );
-      measure( line( "changed, each to another FEC" ).c_str(), count, [&] { write( again, 1 ); } );
+      measure( line( "changed, each to another FEC" ).c_str(), count, [ & ] { write( again, 1 ); } );
       told( std::exchange( before, routeHelper->updates ) );
       drain();
-      measure( line( "deleted" ).c_str(), count, [&] {
+      measure( line( "deleted" ).c_str(), count, [ & ] {
          for ( const auto & prefix : again ) fib->routeDel( 0, prefix );
       } );
       told( before );
@@ -224,14 +224,14 @@ struct Bench {
    void start() {
       newFib();
       write( shuffled, 0 );
-      measure( Gant::format( "%u routes, there at start: told in turns", count ).c_str(), count, [&] { newRoot(); } );
+      measure( Gant::format( "%u routes, there at start: told in turns", count ).c_str(), count, [ & ] { newRoot(); } );
    }
    void neighbours() {
       for ( U32 fec = 0; fec < fecs; ++fec )
          for ( U32 n = 0; n < hopsPerFec; ++n ) neighbour( fec, n, 1 );
       const auto before = adjHelper->updates;
       constexpr U32 rounds = 200;
-      measure( "a neighbour moves, under these routes", size_t( rounds ) * fecs * hopsPerFec, [&] {
+      measure( "a neighbour moves, under these routes", size_t( rounds ) * fecs * hopsPerFec, [ & ] {
          for ( U32 round = 0; round < rounds; ++round )
             for ( U32 fec = 0; fec < fecs; ++fec )
                for ( U32 n = 0; n < hopsPerFec; ++n ) neighbour( fec, n, U8( 2 + round % 2 ) );
@@ -242,11 +242,11 @@ struct Bench {
    void fecChanges() {
       const auto before = adjHelper->updates;
       constexpr U32 rounds = 200;
-      measure( "a FEC changes one of its four vias, under these routes", size_t( rounds ) * fecs, [&] {
+      measure( "a FEC changes one of its four vias, under these routes", size_t( rounds ) * fecs, [ & ] {
          for ( U32 round = 0; round < rounds; ++round )
             for ( U32 fec = 0; fec < fecs; ++fec ) {
                auto vias = viasOf( fec );
-               if ( round % 2 == 0 ) vias[0].intfIdIs( intf( hopsPerFec ) );
+               if ( round % 2 == 0 ) vias[ 0 ].intfIdIs( intf( hopsPerFec ) );
                fib->fecIs( fec, vias );
             }
       } );
@@ -258,7 +258,7 @@ struct Bench {
    }
    void moves() {
       // Every FEC gets the vias of another one, which that one still has: all routes change their adjacency.
-      measure( Gant::format( "%u routes, moved to other adjacencies in turns", count ).c_str(), count, [&] {
+      measure( Gant::format( "%u routes, moved to other adjacencies in turns", count ).c_str(), count, [ & ] {
          for ( U32 fec = 0; fec < fecs; ++fec ) fib->fecIs( fec, viasOf( ( fec + 1 ) % fecs ) );
          drain();
       } );
@@ -284,9 +284,9 @@ struct Bench {
 } // namespace
 
 int main( int argc, char ** argv ) {
-   const long asked = argc > 1 ? std::atol( argv[1] ) : 1000000;
+   const long asked = argc > 1 ? std::atol( argv[ 1 ] ) : 1000000;
    if ( argc > 2 || asked < 1 || asked > 5000000 ) {
-      std::fprintf( stderr, "usage: %s [routes, 1 to 5000000]\n", argv[0] );
+      std::fprintf( stderr, "usage: %s [routes, 1 to 5000000]\n", argv[ 0 ] );
       return 2;
    }
    Bench bench( static_cast< U32 >( asked ) );

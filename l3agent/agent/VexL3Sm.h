@@ -17,6 +17,7 @@
 
 #include "HulL3Status.h"
 #include "VexCommonSmData.h"
+#include "VexL3Export.h"
 #include "VexL3Modules.h"
 #include "VexL3Types.h"
 #include "VexL3Utils.h"
@@ -139,7 +140,7 @@ class VexL3Sm : public Gant::StateMachine {
    std::unique_ptr< GantModuleStatus > gant_ModuleStatusIn_;
 };
 
-Gant::Ptr< VexL3Sm > vexL3SmFactory(
+VEXL3_EXPORT Gant::Ptr< VexL3Sm > vexL3SmFactory(
      const Gant::Ptr< Vex::ModuleConfigStatusPair > & configStatusPair,
      const Gant::Ptr< Vex::VexCommonSmData > & vexcsd, const Gant::Ptr< L3Modules > & l3Modules,
      const Gant::Ptr< RouteDb > & routeDb, const Gant::Ptr< const Bridging::Config > & bridgingConfig,

@@ -4,6 +4,7 @@
 
 #include "HulHelper.h"
 #include "HulL3Status.h"
+#include "VexL3Export.h"
 #include "VexL3Modules.h"
 #include "VexMcast.h"
 
@@ -39,12 +40,10 @@ class VexVrfHelper : public HulHelper::VrfHelper {
    void addMulticastRoutes( Hul::VrfId vrf, const Gant::Ptr< VexL3Mcast::MfibAf > & mfibModule );
 };
 
-Gant::Ptr< VexVrfHelper > vexVrfHelperFactory( const Gant::Name & name,
-                                               const Gant::Ptr< Vex::VexCommonSmData > & vexcsd,
-                                               const Gant::Ptr< L3Modules > & l3Modules,
-                                               const Gant::Ptr< Hul::L3Status > & hulL3Status,
-                                               const Gant::Ptr< Vex::ModuleConfigStatusPair > & configStatusPair,
-                                               const Gant::Ptr< VexL3Mcast::MfaAgent > & mfa4,
-                                               const Gant::Ptr< VexL3Mcast::MfaAgent > & mfa6 );
+VEXL3_EXPORT Gant::Ptr< VexVrfHelper > vexVrfHelperFactory(
+     const Gant::Name & name, const Gant::Ptr< Vex::VexCommonSmData > & vexcsd,
+     const Gant::Ptr< L3Modules > & l3Modules, const Gant::Ptr< Hul::L3Status > & hulL3Status,
+     const Gant::Ptr< Vex::ModuleConfigStatusPair > & configStatusPair, const Gant::Ptr< VexL3Mcast::MfaAgent > & mfa4,
+     const Gant::Ptr< VexL3Mcast::MfaAgent > & mfa6 );
 
 } // namespace VexL3Unicast

@@ -13,6 +13,7 @@
 #pragma once
 
 #include "GantEntity.h"
+#include "VexL3Export.h"
 #include "VexL3Keys.h"
 #include "VexPrefixMap.h"
 
@@ -99,7 +100,7 @@ class Fec : public Gant::PtrInterface {
    PrefixSet lpmRoute_;
 };
 
-Gant::Ptr< Fec > fecFactory( FecKey key );
+VEXL3_EXPORT Gant::Ptr< Fec > fecFactory( FecKey key );
 
 // FECs that share a property.
 class FecSet : public Gant::PtrInterface {
@@ -123,7 +124,7 @@ class RouteInfo : public Gant::PtrInterface {
    Gant::String str() const;
 };
 
-Gant::Ptr< RouteInfo > routeInfoFactory();
+VEXL3_EXPORT Gant::Ptr< RouteInfo > routeInfoFactory();
 
 // The one database, for the life of the agent. A per-family attribute is indexed by Kynet::AddressFamily.
 class RouteDb : public Gant::Entity {
@@ -192,6 +193,6 @@ class RouteDb : public Gant::Entity {
    Routes route_;
 };
 
-Gant::Ptr< RouteDb > routeDbFactory( const Gant::Name & name );
+VEXL3_EXPORT Gant::Ptr< RouteDb > routeDbFactory( const Gant::Name & name );
 
 } // namespace VexL3Unicast

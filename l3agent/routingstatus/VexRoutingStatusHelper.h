@@ -4,6 +4,7 @@
 
 #include "HulHelper.h"
 #include "VexCommonSmData.h"
+#include "VexL3Export.h"
 #include "VexL3Modules.h"
 #include "VexRoutingStatusTypes.h"
 
@@ -33,9 +34,8 @@ class RoutingStatusHelper : public HulHelper::RoutingStatusSmHelper {
    void handleTcpMssIngress( Kynet::IntfId intfId, U16 mss ) override;
 };
 
-Gant::Ptr< RoutingStatusHelper > routingStatusHelperFactory( const Gant::Name & name,
-                                                             const Gant::Ptr< RoutingStatus > & routingStatus,
-                                                             const Gant::Ptr< Vex::VexCommonSmData > & vexcsd,
-                                                             const Gant::Ptr< L3Modules > & l3Modules );
+VEXL3_EXPORT Gant::Ptr< RoutingStatusHelper > routingStatusHelperFactory(
+     const Gant::Name & name, const Gant::Ptr< RoutingStatus > & routingStatus,
+     const Gant::Ptr< Vex::VexCommonSmData > & vexcsd, const Gant::Ptr< L3Modules > & l3Modules );
 
 } // namespace VexL3Unicast

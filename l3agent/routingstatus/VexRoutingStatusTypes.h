@@ -4,6 +4,7 @@
 
 #include "GantEntity.h"
 #include "HulTypes.h"
+#include "VexL3Export.h"
 
 namespace VexL3Unicast {
 
@@ -64,6 +65,6 @@ class RoutingStatus : public Gant::Entity {
    VlanRoutingStatuses vlanRoutingStatuses_;
 };
 
-Gant::Ptr< RoutingStatus > routingStatusFactory( const Gant::Name & name );
+VEXL3_EXPORT Gant::Ptr< RoutingStatus > routingStatusFactory( const Gant::Name & name );
 
 } // namespace VexL3Unicast

@@ -10,7 +10,7 @@ namespace {
 template < typename Index, typename Key >
 void put( Index & index, const Key & key, AdjSm::Number number, bool present ) {
    if ( present ) {
-      index[key].insert( number );
+      index[ key ].insert( number );
       return;
    }
    const auto at = index.find( key );
@@ -44,8 +44,7 @@ struct AdjSm::Impl::GantIntfs : Interface::AllIntfStatusDir::Notifiee {
 
 struct AdjSm::Impl::GantTunnels : Interface::TunnelIntfStatusDir::Notifiee {
    explicit GantTunnels( Impl & impl ) :
-        Notifiee( &impl.sm, impl.args.allIntfStatusDir->tunnelIntfStatusDir() ),
-        impl( impl ) {}
+        Notifiee( &impl.sm, impl.args.allIntfStatusDir->tunnelIntfStatusDir() ), impl( impl ) {}
    void onIntfStatus( const Kynet::IntfId & intfId ) override { impl.handleTunnel( intfId ); }
    void onRenotify() override { impl.missed = true; }
    Impl & impl;
@@ -73,17 +72,12 @@ struct AdjSm::Impl::GantReview : AdjReviewEvent::Notifiee {
 };
 
 AdjSm::Impl::Impl( AdjSm & sm, Args given ) :
-     sm( sm ),
-     args( std::move( given ) ),
-     neighbors{ args.hulL3Status, args.arpMirel, args.allIntfStatusDir },
-     arpReactor( std::make_unique< GantArp >( *this ) ),
-     l3Reactor( std::make_unique< GantL3Status >( *this ) ),
-     intfReactor( std::make_unique< GantIntfs >( *this ) ),
-     tunnelReactor( std::make_unique< GantTunnels >( *this ) ),
-     pathReactor( std::make_unique< GantPaths >( *this ) ),
-     vrfReactor( std::make_unique< GantVrfs >( *this ) ),
+     sm( sm ), args( std::move( given ) ), neighbors{ args.hulL3Status, args.arpMirel, args.allIntfStatusDir },
+     arpReactor( std::make_unique< GantArp >( *this ) ), l3Reactor( std::make_unique< GantL3Status >( *this ) ),
+     intfReactor( std::make_unique< GantIntfs >( *this ) ), tunnelReactor( std::make_unique< GantTunnels >( *this ) ),
+     pathReactor( std::make_unique< GantPaths >( *this ) ), vrfReactor( std::make_unique< GantVrfs >( *this ) ),
      reviewReactor( std::make_unique< GantReview >( *this ) ) {
-   for ( const auto & [intfId, state] : args.hulL3Status->intfRoutingStateIterator() ) toldIntfs.insert( intfId );
+   for ( const auto & [ intfId, state ] : args.hulL3Status->intfRoutingStateIterator() ) toldIntfs.insert( intfId );
 }
 
 AdjSm::Impl::~Impl() = default;
@@ -101,7 +95,7 @@ NextHop AdjSm::Impl::nextHop( const Way & way, Kynet::AddressFamily af ) const {
 }
 
 bool AdjSm::Impl::resolve( Number number ) {
-   auto & adj = adjs[number];
+   auto & adj = adjs[ number ];
    resolved.clear();
    for ( const auto & way : adj.ways ) resolved.nextHopInc( nextHop( way, adj.af ), way.multiplicity, way.via );
    if ( resolved == adj.l2Adj->via() ) return false;
@@ -123,18 +117,18 @@ const Paths & AdjSm::Impl::pathsOf( Kynet::IntfId tunnelIntfId, Adj & adj ) {
 }
 
 void AdjSm::Impl::bind( Number number ) {
-   auto & adj = adjs[number];
+   auto & adj = adjs[ number ];
    indexIs( number, false );
    // The new ends are followed before the old ones are given up: most are the same.
    const auto before = std::exchange( adj.followed, {} );
-   adj.ways =
-        waysOf( adj.vias, [&]( Kynet::IntfId tunnelIntfId ) -> const Paths & { return pathsOf( tunnelIntfId, adj ); } );
+   adj.ways = waysOf( adj.vias,
+                      [ & ]( Kynet::IntfId tunnelIntfId ) -> const Paths & { return pathsOf( tunnelIntfId, adj ); } );
    for ( const auto & end : before ) args.routePathSm->unfollow( end );
    indexIs( number, true );
 }
 
 void AdjSm::Impl::indexIs( Number number, bool present ) {
-   const auto & adj = adjs[number];
+   const auto & adj = adjs[ number ];
    for ( const auto & way : adj.ways ) {
       if ( way.type == NextHopEntryType::forward_ )
          put( byNeighbor, Arp::NeighborKey( way.intfId, way.hop ), number, present );
@@ -155,7 +149,7 @@ void AdjSm::Impl::each( const Numbers & numbers, const Do & act ) {
    }
    copy.assign( numbers.begin(), numbers.end() );
    for ( const auto number : copy )
-      if ( adjs[number].l2Adj ) act( number );
+      if ( adjs[ number ].l2Adj ) act( number );
    spare.push_back( std::move( copy ) );
 }
 
@@ -163,7 +157,7 @@ template < typename Index, typename Key >
 void AdjSm::Impl::reviewAll( Index & index, const Key & key ) {
    const auto at = index.find( key );
    if ( at == index.end() ) return;
-   each( at->second, [&]( Number number ) {
+   each( at->second, [ & ]( Number number ) {
       if ( resolve( number ) ) tell( number );
    } );
 }
@@ -183,7 +177,7 @@ void AdjSm::Impl::handleRoutingState( Kynet::IntfId intfId ) {
    // What the helper was told with the interface's name went with the interface that had it before.
    const auto at = byIntf.find( intfId );
    if ( at == byIntf.end() ) return;
-   each( at->second, [&]( Number number ) {
+   each( at->second, [ & ]( Number number ) {
       resolve( number );
       tell( number );
    } );
@@ -192,7 +186,7 @@ void AdjSm::Impl::handleRoutingState( Kynet::IntfId intfId ) {
 void AdjSm::Impl::handleTunnel( Kynet::IntfId tunnelIntfId ) {
    const auto at = byIntf.find( tunnelIntfId );
    if ( at == byIntf.end() ) return;
-   each( at->second, [&]( Number number ) {
+   each( at->second, [ & ]( Number number ) {
       bind( number );
       if ( resolve( number ) ) tell( number );
    } );
@@ -201,7 +195,7 @@ void AdjSm::Impl::handleTunnel( Kynet::IntfId tunnelIntfId ) {
 void AdjSm::Impl::handlePaths( const VrfAndIpAddr & end ) {
    const auto at = byTunnelEnd.find( end );
    if ( at == byTunnelEnd.end() ) return;
-   each( at->second, [&]( Number number ) {
+   each( at->second, [ & ]( Number number ) {
       bind( number );
       if ( resolve( number ) ) tell( number );
    } );
@@ -209,7 +203,7 @@ void AdjSm::Impl::handlePaths( const VrfAndIpAddr & end ) {
 
 void AdjSm::Impl::handleVrfs() {
    std::vector< Kynet::IntfId > tunnels;
-   for ( const auto & [intfId, numbers] : byIntf )
+   for ( const auto & [ intfId, numbers ] : byIntf )
       if ( Kynet::TunnelIntfId::isTunnelIntfId( intfId ) ) tunnels.push_back( intfId );
    std::ranges::sort( tunnels );
    for ( const auto intfId : tunnels ) handleTunnel( intfId );
@@ -221,7 +215,7 @@ void AdjSm::Impl::handleAll() {
    for ( const auto & intfId : args.hulL3Status->intfRoutingStateKeys() )
       if ( !toldIntfs.contains( intfId ) ) handleRoutingState( intfId );
    for ( Number number = 0; number < adjs.size(); ++number ) {
-      if ( !adjs[number].l2Adj ) continue;
+      if ( !adjs[ number ].l2Adj ) continue;
       bind( number );
       if ( resolve( number ) ) tell( number );
    }
@@ -230,7 +224,7 @@ void AdjSm::Impl::handleAll() {
 void AdjSm::Impl::handleReview() {
    handleAll();
    for ( Number number = 0; number < adjs.size(); ++number ) {
-      const auto & adj = adjs[number];
+      const auto & adj = adjs[ number ];
       if ( adj.l2Adj && ( !adj.created || adj.walk == WalkState::waiting_ ) ) tell( number );
    }
 }

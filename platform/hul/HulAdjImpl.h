@@ -48,7 +48,7 @@ struct ViasHash {
       return hash.value();
    }
    size_t operator()( AdjSm::Number number ) const {
-      return ( *this )( ViasKey{ adjs[number].af, adjs[number].vias } );
+      return ( *this )( ViasKey{ adjs[ number ].af, adjs[ number ].vias } );
    }
 };
 
@@ -56,7 +56,9 @@ struct ViasEqual {
    using is_transparent = void;
    const Mirel::Slab< Adj > & adjs;
    bool operator()( AdjSm::Number a, AdjSm::Number b ) const { return a == b; }
-   bool operator()( AdjSm::Number a, const ViasKey & b ) const { return adjs[a].af == b.af && adjs[a].vias == b.vias; }
+   bool operator()( AdjSm::Number a, const ViasKey & b ) const {
+      return adjs[ a ].af == b.af && adjs[ a ].vias == b.vias;
+   }
    bool operator()( const ViasKey & a, AdjSm::Number b ) const { return ( *this )( b, a ); }
 };
 
@@ -116,7 +118,7 @@ struct AdjSm::Impl {
    std::vector< std::vector< Number > > spare;
 
    std::vector< Number > queue; // walks, in order
-   Posted walks{ [this] { walk(); } };
+   Posted walks{ [ this ] { walk(); } };
 
    struct GantArp;
    struct GantL3Status;

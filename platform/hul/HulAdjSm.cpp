@@ -18,12 +18,12 @@ constexpr size_t walksPerTurn = 256;
 } // namespace
 
 void AdjSm::Impl::tell( Number number ) {
-   adjs[number].walkGranted = false;
+   adjs[ number ].walkGranted = false;
    update( number );
 }
 
 void AdjSm::Impl::update( Number number ) {
-   auto & adj = adjs[number];
+   auto & adj = adjs[ number ];
    // This update does what a walk in the queue would do. One that is asked for while it runs comes after it.
    adj.walk = WalkState::idle();
    if ( adj.created )
@@ -40,7 +40,7 @@ void AdjSm::Impl::offer( Adj & adj ) {
 }
 
 void AdjSm::Impl::answered( Number number, const AdjUpdateReturnType & answer ) {
-   auto & adj = adjs[number];
+   auto & adj = adjs[ number ];
    if ( !answer.prefixWalkRequired() || adj.walk == WalkState::scheduled_ ) return;
    if ( adj.walkGranted ) {
       GANT_TRACE( 4, "AdjSm: adjacency ", adj.l2Adj->key().index(), " wants a walk after its walk, and waits" );
@@ -52,8 +52,8 @@ void AdjSm::Impl::answered( Number number, const AdjUpdateReturnType & answer ) 
 }
 
 void AdjSm::Impl::schedule( Number number ) {
-   if ( adjs[number].walk == WalkState::scheduled_ ) return;
-   adjs[number].walk = WalkState::scheduled();
+   if ( adjs[ number ].walk == WalkState::scheduled_ ) return;
+   adjs[ number ].walk = WalkState::scheduled();
    queue.push_back( number );
    walks.post();
 }
@@ -64,25 +64,25 @@ void AdjSm::Impl::walk() {
    const std::vector< Number > numbers( queue.begin(), queue.begin() + static_cast< std::ptrdiff_t >( turn ) );
    queue.erase( queue.begin(), queue.begin() + static_cast< std::ptrdiff_t >( turn ) );
    for ( const auto number : numbers )
-      if ( adjs[number].l2Adj && adjs[number].walk == WalkState::scheduled_ ) update( number );
+      if ( adjs[ number ].l2Adj && adjs[ number ].walk == WalkState::scheduled_ ) update( number );
    if ( !queue.empty() ) walks.post();
 }
 
 AdjSm::Number AdjSm::Impl::make( Kynet::AddressFamily af, const Mirel::Vias & vias ) {
    const auto number = adjs.take();
-   auto & adj = adjs[number];
+   auto & adj = adjs[ number ];
    adj.af = af;
    adj.vias = vias;
    adj.l2Adj = args.hulL2AdjHelper->newAdj();
    byVias.insert( number );
-   byIndex[adj.l2Adj->key().index()] = number;
+   byIndex[ adj.l2Adj->key().index() ] = number;
    bind( number );
    resolve( number );
    return number;
 }
 
 void AdjSm::Impl::maybeDelete( Number number ) {
-   auto & adj = adjs[number];
+   auto & adj = adjs[ number ];
    if ( adj.routes != 0 || adj.l2Adj->adjEntrys() != 0 ) return;
    args.hulL2AdjHelper->del( adj.l2Adj, adj.created );
    indexIs( number, false );
@@ -112,7 +112,7 @@ void AdjSm::schedulePrefixWalk( const Gant::Ptr< AdjEntry > & adjEntry ) {
    if ( zombie() || !adjEntry ) return;
    const auto at = impl_->byIndex.find( adjEntry->adjIndex() );
    if ( at == impl_->byIndex.end() ) return;
-   impl_->adjs[at->second].walkGranted = false;
+   impl_->adjs[ at->second ].walkGranted = false;
    impl_->schedule( at->second );
 }
 
@@ -125,7 +125,7 @@ AdjSm::Number AdjSm::use( Kynet::AddressFamily af, U64 fecId, const Mirel::Vias 
    auto number = find( af, vias );
    const bool made = number == none;
    if ( made ) number = impl_->make( af, vias );
-   auto & adj = impl_->adjs[number];
+   auto & adj = impl_->adjs[ number ];
    const auto & l2Adj = adj.l2Adj;
    const U8 routeType = vias.empty() ? Mirel::RouteType::none_ : vias.front().kind().value();
    l2Adj->adjEntryIs( fecId, Gant::make< AdjEntry >( l2Adj->key().index(), routeType, fecId ) );
@@ -134,12 +134,12 @@ AdjSm::Number AdjSm::use( Kynet::AddressFamily af, U64 fecId, const Mirel::Vias 
 }
 
 void AdjSm::unuse( Number number, U64 fecId ) {
-   impl_->adjs[number].l2Adj->adjEntryDel( fecId );
+   impl_->adjs[ number ].l2Adj->adjEntryDel( fecId );
    impl_->maybeDelete( number );
 }
 
 void AdjSm::viasIs( Number number, const Mirel::Vias & vias ) {
-   auto & adj = impl_->adjs[number];
+   auto & adj = impl_->adjs[ number ];
    impl_->indexIs( number, false );
    impl_->byVias.erase( number );
    adj.ways.clear();
@@ -149,36 +149,36 @@ void AdjSm::viasIs( Number number, const Mirel::Vias & vias ) {
    if ( impl_->resolve( number ) ) impl_->tell( number );
 }
 
-const Mirel::Vias & AdjSm::vias( Number number ) const { return impl_->adjs[number].vias; }
+const Mirel::Vias & AdjSm::vias( Number number ) const { return impl_->adjs[ number ].vias; }
 
-size_t AdjSm::fecs( Number number ) const { return impl_->adjs[number].l2Adj->adjEntrys(); }
+size_t AdjSm::fecs( Number number ) const { return impl_->adjs[ number ].l2Adj->adjEntrys(); }
 
-void AdjSm::routesInc( Number number ) { ++impl_->adjs[number].routes; }
+void AdjSm::routesInc( Number number ) { ++impl_->adjs[ number ].routes; }
 
 void AdjSm::routesDec( Number number ) {
-   auto & adj = impl_->adjs[number];
+   auto & adj = impl_->adjs[ number ];
    GANT_ASSERT( adj.routes != 0, " adjacency ", adj.l2Adj->key().index() );
    if ( --adj.routes == 0 ) impl_->maybeDelete( number );
 }
 
-U32 AdjSm::routes( Number number ) const { return impl_->adjs[number].routes; }
+U32 AdjSm::routes( Number number ) const { return impl_->adjs[ number ].routes; }
 
-bool AdjSm::created( Number number ) const { return impl_->adjs[number].created; }
+bool AdjSm::created( Number number ) const { return impl_->adjs[ number ].created; }
 
-U64 AdjSm::adjIndex( Number number ) const { return impl_->adjs[number].l2Adj->key().index(); }
+U64 AdjSm::adjIndex( Number number ) const { return impl_->adjs[ number ].l2Adj->key().index(); }
 
 size_t AdjSm::adjs() const { return impl_->adjs.taken(); }
 
 void AdjSm::verify() {
    auto & adjs = impl_->adjs;
    for ( Number number = 0; number < adjs.size(); ++number )
-      if ( adjs[number].l2Adj && adjs[number].created ) impl_->args.hulL2AdjHelper->verify( adjs[number].l2Adj );
+      if ( adjs[ number ].l2Adj && adjs[ number ].created ) impl_->args.hulL2AdjHelper->verify( adjs[ number ].l2Adj );
 }
 
 void AdjSm::pending( Pendings & out ) const {
    const auto & adjs = impl_->adjs;
    for ( Number number = 0; number < adjs.size(); ++number ) {
-      const auto & adj = adjs[number];
+      const auto & adj = adjs[ number ];
       if ( !adj.l2Adj ) continue;
       const auto object = "adjacency " + std::to_string( adj.l2Adj->key().index() );
       if ( !adj.created )

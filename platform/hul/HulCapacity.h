@@ -42,8 +42,7 @@ using HulCapacity::TableKey;
 class CapacityHelperSm : public Gant::StateMachine {
  public:
    CapacityHelperSm( Gant::Ptr< HulCapacity::TableCapacity > capacityStatus, Gant::Ptr< const Gant::Clock > clock ) :
-        capacityStatus_( std::move( capacityStatus ) ),
-        clock_( std::move( clock ) ) {}
+        capacityStatus_( std::move( capacityStatus ) ), clock_( std::move( clock ) ) {}
    GANT_CONST( Gant::Ptr< HulCapacity::TableCapacity >, capacityStatus )
    GANT_CONST( Gant::Ptr< const Gant::Clock >, clock )
 

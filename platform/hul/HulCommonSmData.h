@@ -47,8 +47,7 @@ class VerifyData : public Gant::Entity {
 class HulCommonSmData : public Gant::Entity {
  public:
    explicit HulCommonSmData( Gant::Name name = {} ) :
-        Entity( std::move( name ) ),
-        verifyData_( Gant::make< VerifyData >( "verifyData" ) ) {}
+        Entity( std::move( name ) ), verifyData_( Gant::make< VerifyData >( "verifyData" ) ) {}
    GANT_CONST( Gant::Ptr< VerifyData >, verifyData )
 };
 

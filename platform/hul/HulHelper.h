@@ -123,8 +123,7 @@ class AdjCapabilityHelper : public Hul::HulBaseHelper {
    AdjCapabilityHelper( Gant::Name name, Gant::Ptr< const Routing::Hardware::Status > routingHwStatus,
                         Gant::Ptr< const Routing::Hardware::RouteStatus > routingHwRouteStatus ) :
         HulBaseHelper( std::move( name ) ),
-        routingHwStatus_( std::move( routingHwStatus ) ),
-        routingHwRouteStatus_( std::move( routingHwRouteStatus ) ) {}
+        routingHwStatus_( std::move( routingHwStatus ) ), routingHwRouteStatus_( std::move( routingHwRouteStatus ) ) {}
    GANT_CONST( Gant::Ptr< const Routing::Hardware::Status >, routingHwStatus )
    GANT_CONST( Gant::Ptr< const Routing::Hardware::RouteStatus >, routingHwRouteStatus )
 };

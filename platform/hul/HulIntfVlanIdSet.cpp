@@ -11,8 +11,7 @@ struct ConfigSm::GantBridgingConfig : Bridging::Config::Notifiee {
 
 struct ConfigSm::GantVlanConfig : Bridging::VlanConfig::Notifiee {
    GantVlanConfig( ConfigSm * owner, Gant::Ptr< const Bridging::VlanConfig > config ) :
-        Notifiee( owner, std::move( config ) ),
-        owner( owner ) {}
+        Notifiee( owner, std::move( config ) ), owner( owner ) {}
    void onIntf( const Kynet::IntfId & intfId ) override {
       owner->memberIs( intfId, notifier()->vlanId(), notifier()->intfHas( intfId ) );
    }
@@ -21,8 +20,7 @@ struct ConfigSm::GantVlanConfig : Bridging::VlanConfig::Notifiee {
 };
 
 ConfigSm::ConfigSm( Args args ) :
-     args_( std::move( args ) ),
-     reactor_( std::make_unique< GantBridgingConfig >( this ) ) {
+     args_( std::move( args ) ), reactor_( std::make_unique< GantBridgingConfig >( this ) ) {
    reviewAll();
 }
 
@@ -36,7 +34,7 @@ void ConfigSm::reviewAll() {
 
 void ConfigSm::review( Bridging::VlanId vlanId ) {
    const auto config = args_.bridgingConfig->vlanConfig( vlanId );
-   const auto member = [&]( Kynet::IntfId intfId ) { return config && config->intfHas( intfId ); };
+   const auto member = [ & ]( Kynet::IntfId intfId ) { return config && config->intfHas( intfId ); };
    for ( const auto & intfId : args_.intfVlanIdSetTable->intfVlanIdsKeys() )
       if ( !member( intfId ) ) memberIs( intfId, vlanId, false );
    if ( !config ) {
@@ -44,7 +42,7 @@ void ConfigSm::review( Bridging::VlanId vlanId ) {
       return;
    }
    for ( const auto & intfId : config->intfKeys() ) memberIs( intfId, vlanId, true );
-   auto & reactor = vlanReactors_[vlanId];
+   auto & reactor = vlanReactors_[ vlanId ];
    if ( !reactor || reactor->notifier() != config ) reactor = std::make_unique< GantVlanConfig >( this, config );
 }
 

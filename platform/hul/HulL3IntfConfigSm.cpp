@@ -24,8 +24,7 @@ struct ConfigSm::GantBridgingConfig : Bridging::Config::Notifiee {
 
 struct ConfigSm::GantVlanIntfStatusDir : Interface::VlanIntfStatusDir::Notifiee {
    explicit GantVlanIntfStatusDir( ConfigSm * owner ) :
-        Notifiee( owner, owner->args_.vlanIntfStatusDir ),
-        owner( owner ) {}
+        Notifiee( owner, owner->args_.vlanIntfStatusDir ), owner( owner ) {}
    void onIntfStatus( const Kynet::IntfId & intfId ) override { owner->review( intfId ); }
    void onRenotify() override { owner->reviewAll(); }
    ConfigSm * owner;
@@ -39,8 +38,7 @@ struct ConfigSm::GantTable : Table::Notifiee {
 };
 
 ConfigSm::ConfigSm( Args args ) :
-     args_( std::move( args ) ),
-     bridgingReactor_( std::make_unique< GantBridgingConfig >( this ) ),
+     args_( std::move( args ) ), bridgingReactor_( std::make_unique< GantBridgingConfig >( this ) ),
      vlanIntfReactor_( std::make_unique< GantVlanIntfStatusDir >( this ) ),
      tableReactor_( std::make_unique< GantTable >( this ) ) {
    reviewAll();
@@ -115,7 +113,7 @@ void ConfigSm::vlanIs( Kynet::IntfId intfId, U16 vlanId ) {
       args_.hulL3IntfTable->intfL3IndexDel( intfId );
       return;
    }
-   used_[vlanId] = intfId;
+   used_[ vlanId ] = intfId;
    args_.hulL3IntfTable->intfL3IndexIs( intfId, L3Id( vlanId ) );
 }
 

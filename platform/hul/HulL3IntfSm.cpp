@@ -28,8 +28,7 @@ struct L3IntfSm::GantIp6Status : Ip6::Status::Notifiee {
 
 struct L3IntfSm::GantAllIntfStatusDir : Interface::AllIntfStatusDir::Notifiee {
    explicit GantAllIntfStatusDir( L3IntfSm * owner ) :
-        Notifiee( owner, owner->args_.allIntfStatusDir ),
-        owner( owner ) {}
+        Notifiee( owner, owner->args_.allIntfStatusDir ), owner( owner ) {}
    void onIntfStatus( const Kynet::IntfId & intfId ) override { owner->review( intfId ); }
    void onRenotify() override { owner->reviewAll(); }
    L3IntfSm * owner;
@@ -57,12 +56,10 @@ struct L3IntfSm::GantL3Config : L3::Config::Notifiee {
 };
 
 L3IntfSm::L3IntfSm( Args args ) :
-     args_( std::move( args ) ),
-     ipReactor_( std::make_unique< GantIpStatus >( this ) ),
+     args_( std::move( args ) ), ipReactor_( std::make_unique< GantIpStatus >( this ) ),
      ip6Reactor_( std::make_unique< GantIp6Status >( this ) ),
      intfReactor_( std::make_unique< GantAllIntfStatusDir >( this ) ),
-     tableReactor_( std::make_unique< GantTable >( this ) ),
-     vrfReactor_( std::make_unique< GantVrfDir >( this ) ),
+     tableReactor_( std::make_unique< GantTable >( this ) ), vrfReactor_( std::make_unique< GantVrfDir >( this ) ),
      l3Reactor_( std::make_unique< GantL3Config >( this ) ) {
    reviewAll();
 }
@@ -74,10 +71,10 @@ void L3IntfSm::reviewAll() {
    for ( const auto intfId : Gant::keysOf( told_ ) )
       if ( told_.contains( intfId ) && !stays( intfId, wanted( intfId ) ) ) remove( intfId );
    Gant::OrderedSet< Kynet::IntfId > intfs;
-   for ( const auto & [intfId, facts] : told_ ) intfs.insert( intfId );
-   for ( const auto & [intfId, mss] : toldMss_ ) intfs.insert( intfId );
-   for ( const auto & [intfId, status] : args_.ipStatus->intfStatusIterator() ) intfs.insert( intfId );
-   for ( const auto & [intfId, status] : args_.ip6Status->intfStatusIterator() ) intfs.insert( intfId );
+   for ( const auto & [ intfId, facts ] : told_ ) intfs.insert( intfId );
+   for ( const auto & [ intfId, mss ] : toldMss_ ) intfs.insert( intfId );
+   for ( const auto & [ intfId, status ] : args_.ipStatus->intfStatusIterator() ) intfs.insert( intfId );
+   for ( const auto & [ intfId, status ] : args_.ip6Status->intfStatusIterator() ) intfs.insert( intfId );
    for ( const auto & intfId : args_.hulL3IntfTable->routedIntfIterator() ) intfs.insert( intfId );
    for ( const auto intfId : intfs ) review( intfId );
 }
@@ -96,7 +93,7 @@ RoutingState L3IntfSm::state( Kynet::IntfId intfId ) const {
 }
 
 std::optional< L3IntfSm::Facts > L3IntfSm::wanted( Kynet::IntfId intfId, Gant::String * missing ) const {
-   const auto lacks = [missing]( const auto & why ) {
+   const auto lacks = [ missing ]( const auto & why ) {
       if ( missing != nullptr ) *missing = why();
       return std::nullopt;
    };
@@ -107,7 +104,7 @@ std::optional< L3IntfSm::Facts > L3IntfSm::wanted( Kynet::IntfId intfId, Gant::S
    const auto ip = args_.ipStatus->intfStatus( intfId );
    const auto & vrf = args_.hulL3Status->vrfL3Status( ip.vrfName() );
    if ( !vrf || !args_.vrfSm->vrfDir()->active( vrf->vrfId() ) )
-      return lacks( [&] { return "VRF " + ip.vrfName().value() + " does not exist"; } );
+      return lacks( [ & ] { return "VRF " + ip.vrfName().value() + " does not exist"; } );
    const auto l3Id = args_.hulL3IntfTable->intfIdToL3Id( intfId );
    if ( !l3Id ) return lacks( [] { return "there is no VLAN for it"; } );
    return Facts{ vrf->vrfId(), static_cast< U16 >( l3Id.value() ), ip.mtu(), state( intfId ) };
@@ -142,7 +139,7 @@ bool L3IntfSm::stays( Kynet::IntfId intfId, const std::optional< Facts > & wante
 
 void L3IntfSm::create( Kynet::IntfId intfId, const Facts & wanted ) {
    GANT_TRACE( 2, "L3IntfSm::create ", intfId, " vlan ", wanted.vlanId, " vrf ", wanted.vrfId );
-   told_[intfId] = wanted;
+   told_[ intfId ] = wanted;
    args_.vrfSm->useInc( wanted.vrfId );
    args_.routingStatusHelper->handleL3Intf( intfId, wanted.vlanId, wanted.mtu, true, false, wanted.vrfId );
    args_.routingStatusHelper->enableVlanRouting( intfId, wanted.vlanId, wanted.state );
@@ -150,7 +147,7 @@ void L3IntfSm::create( Kynet::IntfId intfId, const Facts & wanted ) {
 }
 
 void L3IntfSm::update( Kynet::IntfId intfId, const Facts & wanted ) {
-   auto & told = told_[intfId];
+   auto & told = told_[ intfId ];
    if ( std::exchange( told.mtu, wanted.mtu ) != wanted.mtu )
       args_.routingStatusHelper->handleL3Intf( intfId, wanted.vlanId, wanted.mtu, true, true, wanted.vrfId );
    if ( told.state != wanted.state ) {
@@ -171,7 +168,7 @@ void L3IntfSm::remove( Kynet::IntfId intfId ) {
 
 void L3IntfSm::tellMss( Kynet::IntfId intfId ) {
    const auto ip = args_.ipStatus->intfStatus( intfId );
-   auto & told = toldMss_[intfId];
+   auto & told = toldMss_[ intfId ];
    if ( std::exchange( told.ingress, ip.tcpMssIngress() ) != ip.tcpMssIngress() )
       args_.routingStatusHelper->handleTcpMssIngress( intfId, ip.tcpMssIngress() );
    if ( std::exchange( told.egress, ip.tcpMssEgress() ) != ip.tcpMssEgress() )
@@ -179,18 +176,18 @@ void L3IntfSm::tellMss( Kynet::IntfId intfId ) {
 }
 
 void L3IntfSm::verify() {
-   for ( const auto & [intfId, told] : told_ )
+   for ( const auto & [ intfId, told ] : told_ )
       args_.routingStatusHelper->verifyL3Intf( intfId, told.vlanId, told.state.routingEnabled(), told.vrfId, told.mtu );
 }
 
 void L3IntfSm::pending( Pendings & out ) const {
-   const auto add = [&]( Kynet::IntfId intfId ) {
+   const auto add = [ & ]( Kynet::IntfId intfId ) {
       Gant::String missing;
       if ( !wanted( intfId, &missing ) && !missing.empty() )
          out.push_back( { "interface " + intfId.stringValue(), std::move( missing ) } );
    };
-   for ( const auto & [intfId, status] : args_.ipStatus->intfStatusIterator() ) add( intfId );
-   for ( const auto & [intfId, status] : args_.ip6Status->intfStatusIterator() )
+   for ( const auto & [ intfId, status ] : args_.ipStatus->intfStatusIterator() ) add( intfId );
+   for ( const auto & [ intfId, status ] : args_.ip6Status->intfStatusIterator() )
       if ( !args_.ipStatus->intfStatusHas( intfId ) ) add( intfId );
 }
 

@@ -15,7 +15,7 @@ void Posted::post() {
    if ( turn_->posted ) return;
    turn_->posted = true;
    // A lone pointer fits into the loop's queue without an allocation of its own.
-   Gant::activityManager()->post( [turn = turn_] { run( turn ); } );
+   Gant::activityManager()->post( [ turn = turn_ ] { run( turn ); } );
 }
 
 void Posted::run( Turn * turn ) {

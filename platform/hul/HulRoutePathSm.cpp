@@ -17,13 +17,12 @@ struct RoutePathSm::GantRouteStatus : Mirel::Fib::RouteStatus::Notifiee {
 };
 
 RoutePathSm::RoutePathSm( Gant::Ptr< const Mirel::Fib::RouteStatus > routeStatus ) :
-     routeStatus_( std::move( routeStatus ) ),
-     reactor_( std::make_unique< GantRouteStatus >( this ) ) {}
+     routeStatus_( std::move( routeStatus ) ), reactor_( std::make_unique< GantRouteStatus >( this ) ) {}
 
 RoutePathSm::~RoutePathSm() = default;
 
 void RoutePathSm::follow( const VrfAndIpAddr & address ) {
-   if ( targets_[address].followers++ == 0 ) review( address );
+   if ( targets_[ address ].followers++ == 0 ) review( address );
 }
 
 void RoutePathSm::unfollow( const VrfAndIpAddr & address ) {
@@ -93,9 +92,9 @@ void RoutePathSm::find( const VrfAndIpAddr & address, U32 depth, Target & target
       if ( members != 0 ) groups.push_back( { members, std::max< U32 >( 1, via.weight() ) } );
    }
    std::vector< U32 > shares;
-   for ( auto at = first; at < out.size(); ++at ) shares.push_back( out[at].weight );
+   for ( auto at = first; at < out.size(); ++at ) shares.push_back( out[ at ].weight );
    spread( groups, shares );
-   for ( auto at = first; at < out.size(); ++at ) out[at].weight = shares[at - first];
+   for ( auto at = first; at < out.size(); ++at ) out[ at ].weight = shares[ at - first ];
 }
 
 void RoutePathSm::findBy( const Mirel::Via & via, const VrfAndIpAddr & address, U32 depth, Target & target,
@@ -111,9 +110,9 @@ void RoutePathSm::findBy( const Mirel::Via & via, const VrfAndIpAddr & address, 
 }
 
 void RoutePathSm::indexIs( const VrfAndIpAddr & address, const Target & target, bool present ) {
-   const auto put = [&]( auto & index, const auto & key ) {
+   const auto put = [ & ]( auto & index, const auto & key ) {
       if ( present ) {
-         index[key].insert( address );
+         index[ key ].insert( address );
          return;
       }
       const auto at = index.find( key );

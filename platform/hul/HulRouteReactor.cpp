@@ -8,8 +8,7 @@ namespace Hul {
 
 struct AddrResolverSm::GantConfig : RouteReactorConfig::Notifiee {
    explicit GantConfig( AddrResolverSm * owner ) :
-        Notifiee( owner, owner->args_.hulRouteReactorConfig ),
-        owner( owner ) {}
+        Notifiee( owner, owner->args_.hulRouteReactorConfig ), owner( owner ) {}
    void onAddr( const VrfAndIpAddr & addr ) override { owner->review( addr ); }
    void onRenotify() override { owner->reviewAll(); }
    AddrResolverSm * owner;
@@ -44,12 +43,9 @@ struct AddrResolverSm::GantIntfs : Interface::AllIntfStatusDir::Notifiee {
 };
 
 AddrResolverSm::AddrResolverSm( Args args ) :
-     args_( std::move( args ) ),
-     configReactor_( std::make_unique< GantConfig >( this ) ),
-     pathReactor_( std::make_unique< GantPaths >( this ) ),
-     arpReactor_( std::make_unique< GantArp >( this ) ),
-     l3Reactor_( std::make_unique< GantL3Status >( this ) ),
-     intfReactor_( std::make_unique< GantIntfs >( this ) ) {
+     args_( std::move( args ) ), configReactor_( std::make_unique< GantConfig >( this ) ),
+     pathReactor_( std::make_unique< GantPaths >( this ) ), arpReactor_( std::make_unique< GantArp >( this ) ),
+     l3Reactor_( std::make_unique< GantL3Status >( this ) ), intfReactor_( std::make_unique< GantIntfs >( this ) ) {
    reviewAll();
 }
 
@@ -66,7 +62,7 @@ void AddrResolverSm::reviewOver( Kynet::IntfId intfId ) {
    if ( followed_.empty() ) return;
    for ( const auto & addr : Gant::keysOf( followed_ ) ) {
       const auto & paths = args_.routePathSm->paths( addr );
-      if ( std::ranges::any_of( paths, [&]( const Path & path ) { return path.intfId == intfId; } ) ) review( addr );
+      if ( std::ranges::any_of( paths, [ & ]( const Path & path ) { return path.intfId == intfId; } ) ) review( addr );
    }
 }
 
@@ -92,8 +88,7 @@ void AddrResolverSm::review( const VrfAndIpAddr & addr ) {
 
 struct RouteResolverSm::GantConfig : RouteReactorConfig::Notifiee {
    explicit GantConfig( RouteResolverSm * owner ) :
-        Notifiee( owner, owner->args_.hulRouteReactorConfig ),
-        owner( owner ) {}
+        Notifiee( owner, owner->args_.hulRouteReactorConfig ), owner( owner ) {}
    void onAddr( const VrfAndIpAddr & addr ) override { owner->review( addr ); }
    void onResolution( const VrfAndIpAddr & addr ) override { owner->review( addr ); }
    void onRenotify() override { owner->reviewAll(); }
@@ -101,8 +96,7 @@ struct RouteResolverSm::GantConfig : RouteReactorConfig::Notifiee {
 };
 
 RouteResolverSm::RouteResolverSm( Args args ) :
-     args_( std::move( args ) ),
-     reactor_( std::make_unique< GantConfig >( this ) ) {
+     args_( std::move( args ) ), reactor_( std::make_unique< GantConfig >( this ) ) {
    reviewAll();
 }
 

@@ -49,10 +49,8 @@ struct RouteMachine< F >::GantL3Status : L3Status::Notifiee {
 
 template < typename F >
 RouteMachine< F >::RouteMachine( Args args ) :
-     args_( std::move( args ) ),
-     tableReactor_( std::make_unique< GantTable >( this ) ),
-     vrfReactor_( std::make_unique< GantVrfDir >( this ) ),
-     adjReactor_( std::make_unique< GantAdjSm >( this ) ),
+     args_( std::move( args ) ), tableReactor_( std::make_unique< GantTable >( this ) ),
+     vrfReactor_( std::make_unique< GantVrfDir >( this ) ), adjReactor_( std::make_unique< GantAdjSm >( this ) ),
      l3Reactor_( std::make_unique< GantL3Status >( this ) ) {
    handleAll();
 }
@@ -81,7 +79,7 @@ void RouteMachine< F >::handleFec( U64 fecId ) {
    const auto * const vias = suspended_ ? nullptr : args_.table->fec( fecId );
    if ( vias == nullptr && !fecById_.contains( fecId ) ) return;
    const auto number = fecNumber( fecId );
-   auto & fec = fecs_[number];
+   auto & fec = fecs_[ number ];
    const auto old = fec.adj;
    if ( vias == nullptr ) {
       if ( old == AdjSm::none ) return;
@@ -114,10 +112,10 @@ void RouteMachine< F >::handleVrf( VrfId vrfId ) {
 
 template < typename F >
 void RouteMachine< F >::handleCreated( const Gant::Ptr< L2Adjacency > & l2Adj ) {
-   for ( const auto & [fecId, entry] : l2Adj->adjEntryIterator() ) {
+   for ( const auto & [ fecId, entry ] : l2Adj->adjEntryIterator() ) {
       const auto at = fecById_.find( fecId );
       if ( at == fecById_.end() ) continue;
-      const auto adj = fecs_[at->second].adj;
+      const auto adj = fecs_[ at->second ].adj;
       if ( adj != AdjSm::none && args_.adjSm->adjIndex( adj ) == l2Adj->key().index() ) move( at->second );
    }
 }
@@ -132,13 +130,13 @@ void RouteMachine< F >::handleAll() {
    suspended_ = F::suspended( *args_.hulL3Status );
    // Routes that went while nobody listened go first: their slots, and their prefixes, may be others' by now.
    for ( U32 slot = 0; slot < told_.size(); ++slot )
-      if ( told_[slot].here && !same( told_[slot], slot ) ) forget( slot, 0 );
+      if ( told_[ slot ].here && !same( told_[ slot ], slot ) ) forget( slot, 0 );
    std::vector< U64 > fecIds;
-   for ( const auto & [fecId, number] : fecById_ ) fecIds.push_back( fecId );
-   for ( const auto & [fecId, vias] : args_.table->fecIterator() ) fecIds.push_back( fecId );
+   for ( const auto & [ fecId, number ] : fecById_ ) fecIds.push_back( fecId );
+   for ( const auto & [ fecId, vias ] : args_.table->fecIterator() ) fecIds.push_back( fecId );
    std::ranges::sort( fecIds );
    for ( const auto fecId : fecIds ) handleFec( fecId );
-   for ( const auto & [vrfId, vrf] : vrfs_ ) handleVrf( VrfId( vrfId ) );
+   for ( const auto & [ vrfId, vrf ] : vrfs_ ) handleVrf( VrfId( vrfId ) );
    for ( const auto & vrfId : args_.vrfSm->vrfDir()->vrfPhaseKeys() ) handleVrf( vrfId );
    sweep();
 }
@@ -146,7 +144,7 @@ void RouteMachine< F >::handleAll() {
 template < typename F >
 void RouteMachine< F >::review( U32 slot, U64 sequence, bool retry ) {
    told_.grow( args_.table->slots() );
-   auto & told = told_[slot];
+   auto & told = told_[ slot ];
    if ( !args_.table->slotHas( slot ) ) {
       if ( told.here ) forget( slot, sequence );
       return;
@@ -175,7 +173,7 @@ bool RouteMachine< F >::same( const Told & told, U32 slot ) const {
 template < typename F >
 void RouteMachine< F >::adopt( U32 slot ) {
    const auto ref = args_.table->refAt( slot );
-   auto & told = told_[slot];
+   auto & told = told_[ slot ];
    told.here = true;
    told.address = ref.prefix.address();
    told.len = ref.prefix.len();
@@ -185,16 +183,17 @@ void RouteMachine< F >::adopt( U32 slot ) {
 template < typename F >
 typename RouteMachine< F >::What RouteMachine< F >::wanted( const Told & told, Mirel::RouteType routeType,
                                                             Gant::String * missing ) const {
-   const auto lacks = [missing]( const auto & why ) {
+   const auto lacks = [ missing ]( const auto & why ) {
       if ( missing != nullptr ) *missing = why();
       return What();
    };
-   const auto & fec = fecs_[told.fec];
-   if ( !vrf( told.vrfId ).active ) return lacks( [&] { return Gant::format( "VRF %u does not exist", told.vrfId ); } );
+   const auto & fec = fecs_[ told.fec ];
+   if ( !vrf( told.vrfId ).active )
+      return lacks( [ & ] { return Gant::format( "VRF %u does not exist", told.vrfId ); } );
    if ( fec.adj == AdjSm::none )
-      return lacks( [&] { return "FEC " + std::to_string( fec.fecId ) + " does not exist"; } );
+      return lacks( [ & ] { return "FEC " + std::to_string( fec.fecId ) + " does not exist"; } );
    if ( !args_.adjSm->created( fec.adj ) )
-      return lacks( [&] { return "the data plane refused the adjacency of FEC " + std::to_string( fec.fecId ); } );
+      return lacks( [ & ] { return "the data plane refused the adjacency of FEC " + std::to_string( fec.fecId ); } );
    return { routeType.value(), fec.adj };
 }
 
@@ -226,7 +225,7 @@ void RouteMachine< F >::toldIs( Told & told, const What & what ) {
    told.adj = what.adj;
    const int more = int( what.routeType != 0 ) - int( old.routeType != 0 );
    toldRoutes_ += static_cast< U32 >( more );
-   fecs_[told.fec].told += static_cast< U32 >( more );
+   fecs_[ told.fec ].told += static_cast< U32 >( more );
    if ( what.routeType != 0 ) args_.adjSm->routesInc( what.adj );
    if ( old.routeType != 0 ) args_.adjSm->routesDec( old.adj );
    if ( more == 0 ) return;
@@ -239,7 +238,7 @@ void RouteMachine< F >::toldIs( Told & told, const What & what ) {
 
 template < typename F >
 void RouteMachine< F >::forget( U32 slot, U64 sequence ) {
-   auto & told = told_[slot];
+   auto & told = told_[ slot ];
    tell( told, What(), sequence );
    unprogrammedIs( told, 0 );
    leave( told );
@@ -264,17 +263,17 @@ void RouteMachine< F >::acknowledge( const Vrf & vrf, U64 sequence ) {
 
 template < typename F >
 U32 RouteMachine< F >::fecNumber( U64 fecId ) {
-   const auto [at, added] = fecById_.try_emplace( fecId, 0 );
+   const auto [ at, added ] = fecById_.try_emplace( fecId, 0 );
    if ( !added ) return at->second;
    const auto number = fecs_.take();
    at->second = number;
-   fecs_[number].fecId = fecId;
+   fecs_[ number ].fecId = fecId;
    return number;
 }
 
 template < typename F >
 void RouteMachine< F >::fecMaybeDelete( U32 number ) {
-   const auto & fec = fecs_[number];
+   const auto & fec = fecs_[ number ];
    if ( fec.adj != AdjSm::none || fec.routes != 0 || fec.queued ) return;
    fecById_.erase( fec.fecId );
    fecs_.give( number );
@@ -282,11 +281,11 @@ void RouteMachine< F >::fecMaybeDelete( U32 number ) {
 
 template < typename F >
 void RouteMachine< F >::join( U32 slot, U64 fecId ) {
-   auto & told = told_[slot];
-   if ( told.fec != noFec && fecs_[told.fec].fecId == fecId ) return;
+   auto & told = told_[ slot ];
+   if ( told.fec != noFec && fecs_[ told.fec ].fecId == fecId ) return;
    // Taken before the old one is left, whose number might come back at once.
    const auto number = fecNumber( fecId );
-   auto & fec = fecs_[number];
+   auto & fec = fecs_[ number ];
    ++fec.routes;
    if ( told.routeType != 0 ) ++fec.told;
    if ( told.fec != noFec ) leave( told );
@@ -296,7 +295,7 @@ void RouteMachine< F >::join( U32 slot, U64 fecId ) {
 
 template < typename F >
 void RouteMachine< F >::leave( Told & told ) {
-   auto & fec = fecs_[told.fec];
+   auto & fec = fecs_[ told.fec ];
    --fec.routes;
    if ( told.routeType != 0 ) --fec.told;
    fecMaybeDelete( told.fec );
@@ -307,7 +306,7 @@ void RouteMachine< F >::list( Fec & fec, U32 number, U32 slot ) {
    auto & slots = fec.inLine;
    if ( slots.size() == slots.capacity() && slots.size() > 2 * size_t( fec.routes ) ) {
       // A slot may be here twice, when its route left and came again.
-      std::erase_if( slots, [&]( U32 at ) { return told_[at].fec != number; } );
+      std::erase_if( slots, [ & ]( U32 at ) { return told_[ at ].fec != number; } );
       std::ranges::sort( slots );
       slots.erase( std::unique( slots.begin(), slots.end() ), slots.end() );
    }
@@ -316,7 +315,7 @@ void RouteMachine< F >::list( Fec & fec, U32 number, U32 slot ) {
 
 template < typename F >
 void RouteMachine< F >::move( U32 number ) {
-   auto & fec = fecs_[number];
+   auto & fec = fecs_[ number ];
    if ( fec.moving.empty() )
       fec.moving.swap( fec.inLine );
    else
@@ -338,7 +337,7 @@ const typename RouteMachine< F >::Vrf & RouteMachine< F >::vrf( U32 vrfId ) cons
 
 template < typename F >
 typename RouteMachine< F >::Vrf & RouteMachine< F >::vrf( U32 vrfId ) {
-   if ( lastVrf_.second == nullptr || lastVrf_.first != vrfId ) lastVrf_ = { vrfId, &vrfs_[vrfId] };
+   if ( lastVrf_.second == nullptr || lastVrf_.first != vrfId ) lastVrf_ = { vrfId, &vrfs_[ vrfId ] };
    return *lastVrf_.second;
 }
 
@@ -364,12 +363,12 @@ template < typename F >
 size_t RouteMachine< F >::moveSome( size_t routes ) {
    while ( !moves_.empty() ) {
       const auto number = moves_.front();
-      auto & fec = fecs_[number];
+      auto & fec = fecs_[ number ];
       for ( ; !fec.moving.empty(); --routes ) {
          if ( routes == 0 ) return 0;
          const auto slot = fec.moving.back();
          fec.moving.pop_back();
-         if ( told_[slot].fec != number ) continue;
+         if ( told_[ slot ].fec != number ) continue;
          list( fec, number, slot );
          review( slot, 0, true );
       }
@@ -394,7 +393,7 @@ size_t RouteMachine< F >::sweepSome( size_t slots ) {
 template < typename F >
 void RouteMachine< F >::swept() {
    sweeping_ = false;
-   for ( const auto & [vrfId, vrf] : vrfs_ ) acknowledge( vrf, args_.table->sequence( vrfId ) );
+   for ( const auto & [ vrfId, vrf ] : vrfs_ ) acknowledge( vrf, args_.table->sequence( vrfId ) );
    if ( std::exchange( sweptOnce_, true ) ) return;
    args_.helper->endOfSyncOnInit();
 }
@@ -403,7 +402,7 @@ template < typename F >
 void RouteMachine< F >::verify() {
    args_.helper->prepareForVerifyRoute();
    for ( U32 slot = 0; slot < told_.size(); ++slot ) {
-      const auto & told = told_[slot];
+      const auto & told = told_[ slot ];
       if ( told.routeType == 0 ) continue;
       args_.helper->verifyRoute( Prefix( told.address, told.len ), VrfId( told.vrfId ),
                                  info( { told.routeType, told.adj } ) );
@@ -416,7 +415,7 @@ template < typename F >
 void RouteMachine< F >::pending( Pendings & out, size_t most ) const {
    size_t listed = 0;
    for ( U32 slot = 0; slot < told_.size() && listed < most; ++slot ) {
-      const auto & told = told_[slot];
+      const auto & told = told_[ slot ];
       if ( !told.here || told.routeType != 0 || !args_.table->slotHas( slot ) ) continue;
       Gant::String reason;
       if ( told.unprogrammed == Mirel::UnprogrammedReason::familyNotSupported_ )

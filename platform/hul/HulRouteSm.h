@@ -177,7 +177,7 @@ class RouteMachine : public Gant::StateMachine {
    U32 sweepAt_ = 0;
    U32 sweepLeft_ = 0; // slots
    bool uncommitted_ = false;
-   Posted turns_{ [this] { turn(); } };
+   Posted turns_{ [ this ] { turn(); } };
 
    std::unique_ptr< GantTable > tableReactor_;
    std::unique_ptr< GantVrfDir > vrfReactor_;

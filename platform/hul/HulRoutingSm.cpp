@@ -24,16 +24,14 @@ struct RoutingSm::GantBridgingConfig : Bridging::Config::Notifiee {
 
 struct RoutingSm::GantVirtualMacStatus : Routing::Fhrp::VirtualRouterMacStatus::Notifiee {
    explicit GantVirtualMacStatus( RoutingSm * owner ) :
-        Notifiee( owner, owner->args_.virtualMacStatusIn ),
-        owner( owner ) {}
+        Notifiee( owner, owner->args_.virtualMacStatusIn ), owner( owner ) {}
    void onAnygwMac() override { owner->handleVirtualRouterMac(); }
    void onRenotify() override { owner->handleVirtualRouterMac(); }
    RoutingSm * owner;
 };
 
 RoutingSm::RoutingSm( Args args ) :
-     args_( std::move( args ) ),
-     l3Reactor_( std::make_unique< GantL3Config >( this ) ),
+     args_( std::move( args ) ), l3Reactor_( std::make_unique< GantL3Config >( this ) ),
      bridgingReactor_( std::make_unique< GantBridgingConfig >( this ) ),
      virtualMacReactor_( std::make_unique< GantVirtualMacStatus >( this ) ) {
    args_.routingStatusHelper->l3Init( true );

@@ -7,16 +7,14 @@ namespace Hul {
 
 struct HulSeqStatusCreatorSm::GantAllVrfStatusLocal : Ip::AllVrfStatusLocal::Notifiee {
    GantAllVrfStatusLocal( HulSeqStatusCreatorSm * owner ) :
-        Notifiee( owner, owner->args_.allVrfStatusLocal ),
-        owner( owner ) {}
+        Notifiee( owner, owner->args_.allVrfStatusLocal ), owner( owner ) {}
    void onVrfStatus( const L3::VrfName & name ) override { owner->review( name ); }
    void onRenotify() override { owner->reviewAll(); }
    HulSeqStatusCreatorSm * owner;
 };
 
 HulSeqStatusCreatorSm::HulSeqStatusCreatorSm( Args args ) :
-     args_( std::move( args ) ),
-     reactor_( std::make_unique< GantAllVrfStatusLocal >( this ) ) {
+     args_( std::move( args ) ), reactor_( std::make_unique< GantAllVrfStatusLocal >( this ) ) {
    reviewAll();
 }
 

@@ -18,13 +18,13 @@ void ViaBitmap::bitListIs( ViaBitmapIndex index, U64 word ) {
       return;
    }
    if ( index > more_.size() ) more_.resize( index );
-   more_[index - 1] = word;
+   more_[ index - 1 ] = word;
    while ( !more_.empty() && more_.back() == 0 ) more_.pop_back();
 }
 
 U64 ViaBitmap::bitList( ViaBitmapIndex index ) const {
    if ( index == 0 ) return first_;
-   return index <= more_.size() ? more_[index - 1] : 0;
+   return index <= more_.size() ? more_[ index - 1 ] : 0;
 }
 
 size_t ViaBitmap::hash() const {
@@ -65,8 +65,8 @@ size_t NextHopCollection::slot( const NextHop & nextHop ) {
 
 void NextHopCollection::nextHopInc( const NextHop & nextHop, U32 multiplicity, U32 via ) {
    const auto at = slot( nextHop );
-   nextHops_[at].second += multiplicity;
-   bitmaps_[at].viaIs( via );
+   nextHops_[ at ].second += multiplicity;
+   bitmaps_[ at ].viaIs( via );
 }
 
 void NextHopCollection::clear() {
@@ -83,7 +83,7 @@ const HulTypes::ViaBitmap & NextHopCollection::nextHopBitmap( const NextHop & ne
    static const HulTypes::ViaBitmap none;
    const auto at = position( nextHops_, nextHop );
    if ( at == nextHops_.end() || at->first != nextHop ) return none;
-   return bitmaps_[static_cast< size_t >( at - nextHops_.begin() )];
+   return bitmaps_[ static_cast< size_t >( at - nextHops_.begin() ) ];
 }
 
 } // namespace Hul

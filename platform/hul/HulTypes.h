@@ -135,7 +135,7 @@ class NextHopCollection {
    // Adds to what the next hop has. `via` is the via's position in its route.
    void nextHopInc( const NextHop & nextHop, U32 multiplicity, U32 via );
    // As given, also a multiplicity of 0.
-   void nextHopIs( const NextHop & nextHop, U32 multiplicity ) { nextHops_[slot( nextHop )].second = multiplicity; }
+   void nextHopIs( const NextHop & nextHop, U32 multiplicity ) { nextHops_[ slot( nextHop ) ].second = multiplicity; }
    // Keeps its memory for the next filling.
    void clear();
    void swap( NextHopCollection & other ) noexcept;

@@ -94,8 +94,7 @@ VrfRootSm::Machines::Machines( const Args & args ) {
 
 struct VrfRootSm::GantVerifyData : VerifyData::Notifiee {
    explicit GantVerifyData( VrfRootSm * owner ) :
-        Notifiee( owner, owner->args_.vexcsd ? owner->args_.vexcsd->verifyData() : nullptr ),
-        owner( owner ) {}
+        Notifiee( owner, owner->args_.vexcsd ? owner->args_.vexcsd->verifyData() : nullptr ), owner( owner ) {}
    void onVerify() override { owner->verify(); }
    VrfRootSm * owner;
 };

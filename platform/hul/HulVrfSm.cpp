@@ -13,8 +13,7 @@ static Gant::TraceHandle traceHandle( "HulVrfSm" );
 // Copies a VRF's progress to where the host reads it.
 struct VrfSm::GantVrfL3Status : VrfL3Status::Notifiee {
    GantVrfL3Status( VrfSm * owner, Gant::Ptr< VrfL3Status > status, Gant::Ptr< VrfSeqStatus > seqStatus ) :
-        Notifiee( owner, std::move( status ) ),
-        seqStatus( std::move( seqStatus ) ) {}
+        Notifiee( owner, std::move( status ) ), seqStatus( std::move( seqStatus ) ) {}
    void onSequenceProgrammed() override { seqStatus->sequenceProgrammedIs( notifier()->sequenceProgrammed() ); }
    void onSequence6Programmed() override { seqStatus->sequence6ProgrammedIs( notifier()->sequence6Programmed() ); }
    void onRenotify() override {
@@ -32,16 +31,14 @@ struct VrfSm::Told {
 
 struct VrfSm::GantAllVrfStatusLocal : Ip::AllVrfStatusLocal::Notifiee {
    explicit GantAllVrfStatusLocal( VrfSm * owner ) :
-        Notifiee( owner, owner->args_.allVrfStatusLocal ),
-        owner( owner ) {}
+        Notifiee( owner, owner->args_.allVrfStatusLocal ), owner( owner ) {}
    void onVrfStatus( const L3::VrfName & name ) override { owner->review( name ); }
    void onRenotify() override { owner->reviewAll(); }
    VrfSm * owner;
 };
 
 VrfSm::VrfSm( Args args ) :
-     args_( std::move( args ) ),
-     vrfDir_( Gant::make< VrfDir >( "vrfDir" ) ),
+     args_( std::move( args ) ), vrfDir_( Gant::make< VrfDir >( "vrfDir" ) ),
      reactor_( std::make_unique< GantAllVrfStatusLocal >( this ) ) {
    reviewAll();
 }
@@ -76,7 +73,7 @@ void VrfSm::create( const L3::VrfName & name, VrfId vrfId ) {
    const auto entity = args_.vrfSeqStatusDir ? args_.vrfSeqStatusDir->entity( name.value() ) : nullptr;
    if ( const Gant::Ptr< VrfSeqStatus > seqStatus( dynamic_cast< VrfSeqStatus * >( entity.get() ) ); seqStatus )
       told->reactor = std::make_unique< GantVrfL3Status >( this, status, seqStatus );
-   told_[vrfId] = std::move( told );
+   told_[ vrfId ] = std::move( told );
    args_.hulL3Status->vrfL3StatusIs( name, status );
    args_.hulL3Status->vrfNameIs( vrfId, name );
    args_.vrfHelper->createVrf( vrfId );
@@ -123,11 +120,11 @@ void VrfSm::useDec( VrfId vrfId ) {
 }
 
 void VrfSm::verify() {
-   for ( const auto & [vrfId, told] : told_ ) args_.vrfHelper->verifyVrf( vrfId );
+   for ( const auto & [ vrfId, told ] : told_ ) args_.vrfHelper->verifyVrf( vrfId );
 }
 
 void VrfSm::pending( Pendings & out ) const {
-   for ( const auto & [name, wanted] : args_.allVrfStatusLocal->vrfStatusIterator() ) {
+   for ( const auto & [ name, wanted ] : args_.allVrfStatusLocal->vrfStatusIterator() ) {
       if ( !wanted.active() ) continue;
       const VrfId wantedId( wanted.vrfId() );
       const auto status = args_.hulL3Status->vrfL3Status( name );
@@ -140,7 +137,7 @@ void VrfSm::pending( Pendings & out ) const {
       else if ( holder != told_.end() )
          out.push_back( { object, "id " + wantedId.strep() + " belongs to VRF " + holder->second->name.value() } );
    }
-   for ( const auto & [vrfId, told] : told_ )
+   for ( const auto & [ vrfId, told ] : told_ )
       if ( vrfDir_->vrfPhase( vrfId ) == VrfPhase::leaving_ )
          out.push_back( { "deletion of VRF " + told->name.value(), "its routes and interfaces are still going" } );
 }

@@ -37,7 +37,7 @@ void add( Ways & ways, U32 via, const Mirel::Via & from, const Paths * paths ) {
 
 void spread( const std::vector< ShareGroup > & groups, std::vector< U32 > & shares ) {
    constexpr U64 most = std::numeric_limits< U32 >::max();
-   const auto sumOf = [&]( size_t first, const ShareGroup & group ) {
+   const auto sumOf = [ & ]( size_t first, const ShareGroup & group ) {
       const auto from = shares.begin() + static_cast< std::ptrdiff_t >( first );
       return std::max< U64 >( 1, std::accumulate( from, from + group.members, U64( 0 ) ) );
    };
@@ -48,21 +48,21 @@ void spread( const std::vector< ShareGroup > & groups, std::vector< U32 > & shar
       at += group.members;
    }
    // Shares and what they are multiplied by stay below 2^32, and their product below 2^48.
-   const auto partOf = [&]( U64 sum, U32 share, U32 weight ) {
+   const auto partOf = [ & ]( U64 sum, U32 share, U32 weight ) {
       return std::max< U64 >( 1, std::max< U64 >( 1, common / sum ) * share ) * weight;
    };
-   const auto each = [&]( const auto & act ) {
+   const auto each = [ & ]( const auto & act ) {
       size_t next = 0;
       for ( const auto & group : groups ) {
          const auto sum = sumOf( next, group );
-         for ( const auto end = next + group.members; next != end; ++next ) act( shares[next], sum, group.weight );
+         for ( const auto end = next + group.members; next != end; ++next ) act( shares[ next ], sum, group.weight );
       }
    };
    U64 divisor = 0;
-   each( [&]( U32 share, U64 sum, U32 weight ) { divisor = std::gcd( divisor, partOf( sum, share, weight ) ); } );
+   each( [ & ]( U32 share, U64 sum, U32 weight ) { divisor = std::gcd( divisor, partOf( sum, share, weight ) ); } );
    std::vector< U32 > parts;
    parts.reserve( shares.size() );
-   each( [&]( U32 share, U64 sum, U32 weight ) {
+   each( [ & ]( U32 share, U64 sum, U32 weight ) {
       parts.push_back( static_cast< U32 >( std::min( most, partOf( sum, share, weight ) / divisor ) ) );
    } );
    shares.swap( parts );
@@ -72,7 +72,7 @@ Ways waysOf( const Mirel::Vias & vias, const std::function< const Paths &( Kynet
    Ways ways;
    std::vector< ShareGroup > groups;
    for ( U32 position = 0; position < vias.size(); ++position ) {
-      const auto & via = vias[position];
+      const auto & via = vias[ position ];
       const bool tunnel =
            via.kind() == Mirel::RouteType::forward_ && Kynet::TunnelIntfId::isTunnelIntfId( via.intfId() );
       const auto before = ways.size();
@@ -83,7 +83,7 @@ Ways waysOf( const Mirel::Vias & vias, const std::function< const Paths &( Kynet
    shares.reserve( ways.size() );
    for ( const auto & way : ways ) shares.push_back( way.multiplicity );
    spread( groups, shares );
-   for ( size_t at = 0; at < ways.size(); ++at ) ways[at].multiplicity = shares[at];
+   for ( size_t at = 0; at < ways.size(); ++at ) ways[ at ].multiplicity = shares[ at ];
    return ways;
 }
 

@@ -5,7 +5,7 @@
 namespace Gant::NboAttrLog {
 
 Ptr< SocketOutSm > OutManagerSm::socketOutSm( const Name & name ) {
-   auto & sm = socketOutSms_[name];
+   auto & sm = socketOutSms_[ name ];
    if ( !sm ) sm = make< SocketOutSm >( name );
    return sm;
 }

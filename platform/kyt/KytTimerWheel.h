@@ -11,9 +11,7 @@ class TimerWheel : public Gant::PtrInterface {
    TimerWheel( Gant::Ptr< Gant::Clock > systemClock, U32 tickMsecs, U32 initialMaxTicks, bool preserveOrder,
                U32 defaultBucketSize ) :
         systemClock_( std::move( systemClock ) ),
-        tickMsecs_( tickMsecs ),
-        initialMaxTicks_( initialMaxTicks ),
-        preserveOrder_( preserveOrder ),
+        tickMsecs_( tickMsecs ), initialMaxTicks_( initialMaxTicks ), preserveOrder_( preserveOrder ),
         defaultBucketSize_( defaultBucketSize ) {}
    GANT_CONST( Gant::Ptr< Gant::Clock >, systemClock )
    GANT_CONST( U32, tickMsecs )         // milliseconds

@@ -15,7 +15,7 @@ Kynet::Ip6Prefix prefixOf( const Kynet::Ip6Addr & address, U8 len ) {
    auto bytes = address.bytes();
    for ( size_t at = 0; at < bytes.size(); ++at ) {
       const int bits = std::clamp( int( len ) - int( at ) * 8, 0, 8 );
-      bytes[at] = static_cast< U8 >( bytes[at] & ~( 0xff >> bits ) );
+      bytes[ at ] = static_cast< U8 >( bytes[ at ] & ~( 0xff >> bits ) );
    }
    return Kynet::Ip6Prefix( Kynet::Ip6Addr( bytes ), len );
 }
@@ -29,15 +29,15 @@ U32 RouteTable< P >::hashOf( U32 vrfId, const P & prefix ) {
 
 template < typename P >
 U32 RouteTable< P >::find( U32 hash, U32 vrfId, const P & prefix ) const {
-   return index_.find( hash, [&]( U32 slot ) {
-      const auto & entry = slab_[slot];
+   return index_.find( hash, [ & ]( U32 slot ) {
+      const auto & entry = slab_[ slot ];
       return entry.address == prefix.address() && entry.len == prefix.len() && entry.vrfId == vrfId;
    } );
 }
 
 template < typename P >
 typename RouteTable< P >::Vrf & RouteTable< P >::vrf( U32 vrfId ) {
-   if ( lastVrf_.second == nullptr || lastVrf_.first != vrfId ) lastVrf_ = { vrfId, &vrfs_[vrfId] };
+   if ( lastVrf_.second == nullptr || lastVrf_.first != vrfId ) lastVrf_ = { vrfId, &vrfs_[ vrfId ] };
    return *lastVrf_.second;
 }
 
@@ -66,17 +66,17 @@ bool RouteTable< P >::routeIs( U32 vrfId, const P & prefix, const Route & route 
    auto & vrf = this->vrf( vrfId );
    if ( slot == HashIndex::none ) {
       slot = slab_.take();
-      auto & entry = slab_[slot];
+      auto & entry = slab_[ slot ];
       entry.address = prefix.address();
       entry.len = prefix.len();
       entry.vrfId = vrfId;
       index_.add( hash, slot );
       ++vrf.routes;
-      ++vrf.lengths[prefix.len()];
+      ++vrf.lengths[ prefix.len() ];
    } else if ( routeAt( slot ) == route ) {
       return true;
    }
-   store( slab_[slot], route );
+   store( slab_[ slot ], route );
    ++vrf.sequence;
    notifiees_.tell( &Notifiee::onRoute, Ref{ vrfId, prefix, slot } );
    return true;
@@ -91,10 +91,10 @@ bool RouteTable< P >::routeDel( U32 vrfId, const P & prefix ) {
    // The prefix may be a reference into the entry that goes.
    const Ref ref{ vrfId, prefix, slot };
    index_.remove( hash, slot );
-   slab_[slot] = Entry();
+   slab_[ slot ] = Entry();
    auto & vrf = this->vrf( vrfId );
    --vrf.routes;
-   --vrf.lengths[ref.prefix.len()];
+   --vrf.lengths[ ref.prefix.len() ];
    ++vrf.sequence;
    notifiees_.tell( &Notifiee::onRoute, ref );
    slab_.give( slot );
@@ -105,7 +105,7 @@ template < typename P >
 bool RouteTable< P >::fecIs( U64 fecId, const Vias & vias ) {
    GANT_ON_LOOP();
    if ( vias.size() > viasMax ) return false;
-   const auto [at, added] = fecs_.try_emplace( fecId, vias );
+   const auto [ at, added ] = fecs_.try_emplace( fecId, vias );
    if ( !added ) {
       if ( at->second == vias ) return true;
       at->second = vias;
@@ -152,7 +152,7 @@ std::optional< RouteRef< P > > RouteTable< P >::match( U32 vrfId, const Address 
    const auto * const vrf = vrfHas( vrfId );
    if ( vrf == nullptr ) return std::nullopt;
    for ( int len = PrefixBits< P >::bits; len >= 0; --len ) {
-      if ( vrf->lengths[static_cast< size_t >( len )] == 0 ) continue;
+      if ( vrf->lengths[ static_cast< size_t >( len ) ] == 0 ) continue;
       const auto prefix = prefixOf( address, static_cast< U8 >( len ) );
       const auto slot = find( hashOf( vrfId, prefix ), vrfId, prefix );
       if ( slot != HashIndex::none ) return Ref{ vrfId, prefix, slot };
@@ -162,13 +162,13 @@ std::optional< RouteRef< P > > RouteTable< P >::match( U32 vrfId, const Address 
 
 template < typename P >
 RouteRef< P > RouteTable< P >::refAt( U32 slot ) const {
-   const auto & entry = slab_[slot];
+   const auto & entry = slab_[ slot ];
    return { entry.vrfId, P( entry.address, entry.len ), slot };
 }
 
 template < typename P >
 Route RouteTable< P >::routeAt( U32 slot ) const {
-   const auto & entry = slab_[slot];
+   const auto & entry = slab_[ slot ];
    return Route( entry.routeType, U64( entry.fecHigh ) << 32 | entry.fecLow, entry.protocol );
 }
 

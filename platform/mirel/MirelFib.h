@@ -108,7 +108,7 @@ class RouteTable : public Gant::Entity {
 
    // A walk counts through the slots; it may pause, and meets every route that is there all the while.
    U32 slots() const { return slab_.size(); }
-   bool slotHas( U32 slot ) const { return slot < slab_.size() && slab_[slot].routeType != RouteType::none_; }
+   bool slotHas( U32 slot ) const { return slot < slab_.size() && slab_[ slot ].routeType != RouteType::none_; }
    // REQUIRES: slotHas( slot )
    Ref refAt( U32 slot ) const;
    Route routeAt( U32 slot ) const;

@@ -16,21 +16,21 @@ void HashIndex::add( U32 hash, U32 place ) {
 
 void HashIndex::put( const Bucket & bucket ) {
    U32 at = bucket.hash & mask();
-   while ( buckets_[at].place != none ) at = ( at + 1 ) & mask();
-   buckets_[at] = bucket;
+   while ( buckets_[ at ].place != none ) at = ( at + 1 ) & mask();
+   buckets_[ at ] = bucket;
 }
 
 void HashIndex::remove( U32 hash, U32 place ) {
    U32 gap = hash & mask();
-   while ( buckets_[gap].place != place ) gap = ( gap + 1 ) & mask();
+   while ( buckets_[ gap ].place != place ) gap = ( gap + 1 ) & mask();
    // Whoever stands behind the gap, and would be looked for from the gap or from before it, moves up.
-   for ( U32 at = ( gap + 1 ) & mask(); buckets_[at].place != none; at = ( at + 1 ) & mask() ) {
-      const U32 home = buckets_[at].hash & mask();
+   for ( U32 at = ( gap + 1 ) & mask(); buckets_[ at ].place != none; at = ( at + 1 ) & mask() ) {
+      const U32 home = buckets_[ at ].hash & mask();
       if ( ( ( at - home ) & mask() ) < ( ( at - gap ) & mask() ) ) continue;
-      buckets_[gap] = buckets_[at];
+      buckets_[ gap ] = buckets_[ at ];
       gap = at;
    }
-   buckets_[gap] = Bucket();
+   buckets_[ gap ] = Bucket();
    --used_;
    if ( buckets_.size() > least && used_ * 8 < buckets_.size() ) resize( buckets_.size() / 2 );
 }

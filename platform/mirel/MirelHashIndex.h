@@ -19,7 +19,7 @@ class HashIndex {
    U32 find( U32 hash, const Is & is ) const {
       if ( buckets_.empty() ) return none;
       for ( U32 at = hash & mask();; at = ( at + 1 ) & mask() ) {
-         const auto & bucket = buckets_[at];
+         const auto & bucket = buckets_[ at ];
          if ( bucket.place == none ) return none;
          if ( bucket.hash == hash && is( bucket.place ) ) return bucket.place;
       }

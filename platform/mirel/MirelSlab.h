@@ -23,8 +23,8 @@ class ChunkArray {
       if ( size > size_ ) size_ = size;
    }
    // `at` below size().
-   T & operator[]( U32 at ) { return chunks_[at >> chunkBits][at & ( chunkSize - 1 )]; }
-   const T & operator[]( U32 at ) const { return chunks_[at >> chunkBits][at & ( chunkSize - 1 )]; }
+   T & operator[]( U32 at ) { return chunks_[ at >> chunkBits ][ at & ( chunkSize - 1 ) ]; }
+   const T & operator[]( U32 at ) const { return chunks_[ at >> chunkBits ][ at & ( chunkSize - 1 ) ]; }
 
  private:
    std::vector< std::unique_ptr< T[] > > chunks_;
@@ -51,11 +51,11 @@ class Slab {
    }
    // `at` is taken.
    void give( U32 at ) {
-      records_[at] = T{};
+      records_[ at ] = T{};
       free_.push_back( at );
    }
-   T & operator[]( U32 at ) { return records_[at]; }
-   const T & operator[]( U32 at ) const { return records_[at]; }
+   T & operator[]( U32 at ) { return records_[ at ]; }
+   const T & operator[]( U32 at ) const { return records_[ at ]; }
 
  private:
    ChunkArray< T > records_;

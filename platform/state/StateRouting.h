@@ -27,8 +27,7 @@ class Status : public Gant::Entity {
  public:
    using StaticInterfaceTunnelSupports = Gant::OrderedSet< StaticInterfaceTunnelSupport >;
    explicit Status( Gant::Name name = {} ) :
-        Entity( std::move( name ) ),
-        vrfCapability_( Gant::make< Ip::VrfCapability >() ) {}
+        Entity( std::move( name ) ), vrfCapability_( Gant::make< Ip::VrfCapability >() ) {}
    GANT_CONST( Gant::Ptr< Ip::VrfCapability >, vrfCapability )
    GANT_ATTR( bool, routingSupported, false )
    GANT_ATTR( U32, maxEcmp, 0 ) // next hops of a route

@@ -55,7 +55,7 @@ TEST_F( Router, theBitmapOfANextHopNamesItsVias ) {
    state.fec( 1, { via( "Et1", "10.9.0.3" ), via( Mirel::RouteType::drop_ ), via( "Et1", "10.9.0.4" ) } );
    const auto & adj = layer.l3Status->l2AdjList( Hul::L2AdjKey( 0 ) );
    ASSERT_TRUE( adj );
-   for ( const auto & [nextHop, multiplicity] : adj->via() )
+   for ( const auto & [ nextHop, multiplicity ] : adj->via() )
       EXPECT_EQ( adj->via().nextHopBitmap( nextHop ).bitList( HulTypes::ViaBitmapIndex( 0 ) ),
                  nextHop.type() == Hul::NextHopEntryType::drop_ ? 0b010u : 0b101u );
 }
@@ -205,7 +205,7 @@ TEST_F( Router, aWalkIsOneUpdateInALaterTurnHoweverOftenItIsAskedFor ) {
    state.fec( 2, { via( "Et1", "10.9.0.2" ) } );
    take();
    const auto adj = layer.l3Status->l2AdjList( Hul::L2AdjKey( 0 ) );
-   for ( const auto & [fecId, entry] : adj->adjEntryIterator() ) {
+   for ( const auto & [ fecId, entry ] : adj->adjEntryIterator() ) {
       layer.root->hulAdjSm()->schedulePrefixWalk( entry );
       layer.root->hulAdjSm()->schedulePrefixWalk( entry );
    }
@@ -248,10 +248,10 @@ TEST_F( Router, manyWalksAreSpreadOverTurns ) {
       state.fec( fecId, { via( "Et1", "10.9.0.2", U16( 1 ) ), via( "Et2", "10.8.0.2", U16( fecId + 1 ) ) } );
    take();
    for ( U64 index = 0; index < 1000; ++index )
-      for ( const auto & [fecId, entry] : layer.l3Status->l2AdjList( Hul::L2AdjKey( index ) )->adjEntryIterator() )
+      for ( const auto & [ fecId, entry ] : layer.l3Status->l2AdjList( Hul::L2AdjKey( index ) )->adjEntryIterator() )
          layer.root->hulAdjSm()->schedulePrefixWalk( entry );
    size_t firstOther = 0;
-   Gant::activityManager()->post( [&] { firstOther = rec.take().size(); } );
+   Gant::activityManager()->post( [ & ] { firstOther = rec.take().size(); } );
    EXPECT_EQ( drained().size() + firstOther, 1000u );
    EXPECT_LT( firstOther, 500u );
 }
@@ -259,7 +259,7 @@ TEST_F( Router, manyWalksAreSpreadOverTurns ) {
 TEST_F( Router, noRouteIsToldOnAnAdjacencyThatWasRefusedUntilItIsTaken ) {
    startUsual();
    bool refuse = true;
-   rec.refusesAdj = [&] { return refuse; };
+   rec.refusesAdj = [ & ] { return refuse; };
    state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
    state.route( "10.0.0.0/8", 1 );
    EXPECT_THAT( drained(), ElementsAre( "createAdj 0: unresolved Et1 x1 refused" ) );

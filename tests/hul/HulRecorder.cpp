@@ -10,7 +10,7 @@ namespace {
 
 Gant::String text( const Hul::RoutingState & state ) {
    Gant::String out;
-   const auto add = [&]( bool on, const char * name ) {
+   const auto add = [ & ]( bool on, const char * name ) {
       if ( on ) out += ( out.empty() ? "" : "+" ) + Gant::String( name );
    };
    add( state.routingEnabled(), "ip" );
@@ -29,7 +29,7 @@ Gant::String text( const Hul::RouteInfo & info ) {
 
 Gant::String text( const Hul::NextHopCollection & via ) {
    Gant::String out;
-   for ( const auto & [nextHop, multiplicity] : via ) {
+   for ( const auto & [ nextHop, multiplicity ] : via ) {
       if ( !out.empty() ) out += ", ";
       out += nextHop.type().stringValue();
       if ( !!nextHop.l3Intf() ) out += " " + nextHop.l3Intf().shortName();
@@ -52,8 +52,8 @@ class Recorder::Vrfs : public HulHelper::VrfHelper {
       r.line( "deleteVrf " + vrf.strep() );
       r.check( r.vrfs_.erase( vrf ) == 1, "the VRF is not there" );
       r.check( !!r.l3Status_->vrfName( vrf ), "the VRF has no name any more" );
-      for ( const auto & [intfId, intf] : r.intfs_ ) r.check( intf.vrfId != vrf, "an interface is in the VRF" );
-      for ( const auto & [key, info] : r.routes_ ) r.check( key.first != vrf, "a route is in the VRF" );
+      for ( const auto & [ intfId, intf ] : r.intfs_ ) r.check( intf.vrfId != vrf, "an interface is in the VRF" );
+      for ( const auto & [ key, info ] : r.routes_ ) r.check( key.first != vrf, "a route is in the VRF" );
    }
    void verifyVrf( Hul::VrfId vrf ) override { r.line( "verifyVrf " + vrf.strep() ); }
    Recorder & r;
@@ -87,8 +87,8 @@ class Recorder::Routing : public HulHelper::RoutingStatusSmHelper {
       if ( !create || update )
          r.check( there && at->second.vlanId == vlanId && at->second.vrfId == vrfId, "the interface is not this one" );
       if ( !create ) {
-         for ( const auto & [index, via] : r.adjs_ )
-            for ( const auto & [nextHop, multiplicity] : via )
+         for ( const auto & [ index, via ] : r.adjs_ )
+            for ( const auto & [ nextHop, multiplicity ] : via )
                r.check( nextHop.type() != Hul::NextHopEntryType::forward_ ||
                              ( nextHop.l3Intf() != intfId && nextHop.staticInterfaceTunnelIntfId() != intfId ),
                         "an adjacency forwards over the interface that goes" );
@@ -104,8 +104,8 @@ class Recorder::Routing : public HulHelper::RoutingStatusSmHelper {
          return;
       }
       r.check( !there, "the interface is there already" );
-      for ( const auto & [other, intf] : r.intfs_ ) r.check( intf.vlanId != vlanId, "two interfaces have one VLAN" );
-      r.intfs_[intfId] = { vrfId, vlanId, mtu, {} };
+      for ( const auto & [ other, intf ] : r.intfs_ ) r.check( intf.vlanId != vlanId, "two interfaces have one VLAN" );
+      r.intfs_[ intfId ] = { vrfId, vlanId, mtu, {} };
    }
    void enableVlanRouting( Kynet::IntfId intfId, U32 vlanId, Hul::RoutingState state ) override {
       r.line( Gant::format( "enableVlanRouting %s vlan %u ", intfId.shortName().c_str(), vlanId ) + text( state ) );
@@ -133,19 +133,19 @@ class Recorder::Adjs : public HulHelper::AdjSmHelper {
       tell( "createAdj", adj, refused );
       r.check( !r.adjs_.contains( adj->key().index() ), "the adjacency is there already" );
       if ( refused ) return Hul::AdjUpdateStatus::adjUpdateFailed();
-      r.adjs_[adj->key().index()] = adj->via();
+      r.adjs_[ adj->key().index() ] = adj->via();
       return Hul::AdjUpdateStatus::adjUpdateSucceeded();
    }
    Hul::AdjUpdateReturnType updateAdj( const AdjPtr & adj ) override {
       tell( "updateAdj", adj, false );
       r.check( r.adjs_.contains( adj->key().index() ), "the adjacency is not there" );
-      r.adjs_[adj->key().index()] = adj->via();
+      r.adjs_[ adj->key().index() ] = adj->via();
       return Hul::AdjUpdateReturnType( Hul::AdjUpdateStatus::adjUpdateSucceeded(), r.wantsWalk() );
    }
    void deleteAdj( const AdjPtr & adj ) override {
       r.line( Gant::format( "deleteAdj %u", U32( adj->key().index() ) ) );
       r.check( r.adjs_.erase( adj->key().index() ) == 1, "the adjacency is not there" );
-      for ( const auto & [key, info] : r.routes_ )
+      for ( const auto & [ key, info ] : r.routes_ )
          r.check( info.adjIndex() != adj->key().index(), "a route names the adjacency that goes" );
    }
    void verifyAdj( const AdjPtr & adj ) override {
@@ -204,12 +204,9 @@ class Recorder::Routes6 : public HulHelper::Route6SmHelper {
 };
 
 Recorder::Recorder( Gant::Ptr< Hul::L3Status > l3Status ) :
-     vrfHelper( Gant::make< Vrfs >( *this ) ),
-     routingStatusHelper( Gant::make< Routing >( *this ) ),
-     adjHelper( Gant::make< Adjs >( *this ) ),
-     route4Helper( Gant::make< Routes >( *this ) ),
-     route6Helper( Gant::make< Routes6 >( *this ) ),
-     l3Status_( std::move( l3Status ) ) {}
+     vrfHelper( Gant::make< Vrfs >( *this ) ), routingStatusHelper( Gant::make< Routing >( *this ) ),
+     adjHelper( Gant::make< Adjs >( *this ) ), route4Helper( Gant::make< Routes >( *this ) ),
+     route6Helper( Gant::make< Routes6 >( *this ) ), l3Status_( std::move( l3Status ) ) {}
 
 void Recorder::line( const Gant::String & text ) {
    if ( !silent ) lines_.push_back( text );
@@ -223,7 +220,7 @@ void Recorder::check( bool holds, const char * what ) {
 }
 
 void Recorder::checkVia( const Hul::NextHopCollection & via ) {
-   for ( const auto & [nextHop, multiplicity] : via ) {
+   for ( const auto & [ nextHop, multiplicity ] : via ) {
       check( multiplicity != 0, "a next hop has no share" );
       check( via.nextHopBitmap( nextHop ) != HulTypes::ViaBitmap(), "a next hop comes from no via" );
       if ( nextHop.type() != Hul::NextHopEntryType::forward_ ) continue;
@@ -252,7 +249,7 @@ bool Recorder::updateRoute( const Kynet::IpGenPrefix & prefix, Hul::VrfId vrfId,
    if ( now.routeType() == 0 || refused )
       routes_.erase( key );
    else
-      routes_[key] = now;
+      routes_[ key ] = now;
    return !refused;
 }
 
@@ -273,10 +270,10 @@ Gant::String Recorder::route( Hul::VrfId vrfId, const Kynet::IpGenPrefix & prefi
 Lines Recorder::state() const {
    Lines out;
    for ( const auto vrf : vrfs_ ) out.push_back( Gant::format( "vrf %u", vrf ) );
-   for ( const auto & [intfId, intf] : intfs_ )
+   for ( const auto & [ intfId, intf ] : intfs_ )
       out.push_back( intfId.shortName() + Gant::format( " vrf %u mtu %u ", intf.vrfId.value(), intf.mtu ) +
                      text( intf.state ) );
-   for ( const auto & [key, info] : routes_ )
+   for ( const auto & [ key, info ] : routes_ )
       out.push_back( Gant::format( "vrf %u ", key.first ) + key.second.stringValue() + " " +
                      route( Hul::VrfId( key.first ), key.second ) );
    return out;

@@ -81,14 +81,14 @@ void Layer::drain() {
 
 Lines Layer::pending() const {
    Lines out;
-   for ( const auto & [object, reason] : root->pending() ) out.push_back( object + ": " + reason );
+   for ( const auto & [ object, reason ] : root->pending() ) out.push_back( object + ": " + reason );
    return out;
 }
 
 Lines Layer::unprogrammed() const {
    Lines out;
-   const auto add = [&]( const Mirel::UnprogrammedTable & table ) {
-      for ( const auto & [key, reason] : table.routeIterator() )
+   const auto add = [ & ]( const Mirel::UnprogrammedTable & table ) {
+      for ( const auto & [ key, reason ] : table.routeIterator() )
          out.push_back( Gant::format( "vrf %u ", key.vrfId() ) + key.prefix().stringValue() + " " +
                         reason.stringValue() );
    };

@@ -35,7 +35,7 @@ TEST_F( Router, anInterfaceIsToldWhenTheLastThingItNeedsIsThere ) {
 
 TEST_F( Router, eachFactOfAnInterfaceHasItsCallAndAnUnchangedOneNone ) {
    startUsual();
-   const auto tell = [&]( const Ip::IntfStatus & status ) {
+   const auto tell = [ & ]( const Ip::IntfStatus & status ) {
       state.ip->intfStatusIs( intfId( "Et1" ), status );
       return take();
    };
@@ -94,7 +94,7 @@ TEST_F( Router, internalVlansAreTheHighestThatNobodyHasARightTo ) {
    state.bridging->vlanConfigIs( Bridging::VlanId( 4094 ),
                                  Gant::make< Bridging::VlanConfig >( Bridging::VlanId( 4094 ) ) );
    startUsual();
-   const auto vlan = [&]( const char * name ) { return layer.table->intfIdToL3Id( intfId( name ) ).value(); };
+   const auto vlan = [ & ]( const char * name ) { return layer.table->intfIdToL3Id( intfId( name ) ).value(); };
    state.intf( "Vlan100" );
    state.intf( "Vlan4092" );
    EXPECT_EQ( vlan( "Et1" ), 4093u );

@@ -39,9 +39,9 @@ class Chaos {
 
    U32 below( U32 n ) { return random_() % n; }
    bool mostly() { return below( 4 ) != 0; }
-   const char * anyIntf() { return intfNames[below( std::size( intfNames ) )]; }
-   const char * anyHop() { return hops[below( std::size( hops ) )]; }
-   const char * anyVrf() { return vrfNames[below( std::size( vrfNames ) )]; }
+   const char * anyIntf() { return intfNames[ below( std::size( intfNames ) ) ]; }
+   const char * anyHop() { return hops[ below( std::size( hops ) ) ]; }
+   const char * anyVrf() { return vrfNames[ below( std::size( vrfNames ) ) ]; }
 
    void vrf() {
       if ( !mostly() ) return state_.vrfDel( anyVrf() );
@@ -57,7 +57,7 @@ class Chaos {
       }
    }
    void tunnel() {
-      const auto * const name = intfNames[4 + below( 2 )];
+      const auto * const name = intfNames[ 4 + below( 2 ) ];
       if ( mostly() )
          state_.tunnel( name, anyHop(), anyVrf() );
       else
@@ -75,7 +75,7 @@ class Chaos {
       case 1: return via( Mirel::RouteType::receive_, anyIntf() );
       case 2: return via( Mirel::RouteType::attached_, anyIntf() );
       case 3: return via( nullptr, anyHop() );
-      case 4: return via( intfNames[4 + below( 2 )], nullptr );
+      case 4: return via( intfNames[ 4 + below( 2 ) ], nullptr );
       default: return via( anyIntf(), anyHop(), U16( 1 + below( 3 ) ) );
       }
    }
@@ -96,7 +96,7 @@ class Chaos {
          mostly() ? state_.fib6->routeIs( below( 3 ), prefix, route ) : state_.fib6->routeDel( below( 3 ), prefix );
          return;
       }
-      const auto at = prefix( prefixes[below( std::size( prefixes ) )] );
+      const auto at = prefix( prefixes[ below( std::size( prefixes ) ) ] );
       mostly() ? state_.fib->routeIs( below( 3 ), at, route ) : state_.fib->routeDel( below( 3 ), at );
    }
    void vlan() {
@@ -115,7 +115,7 @@ class Chaos {
       case 1: {
          const auto adj = layer_.l3Status->l2AdjList( Hul::L2AdjKey( below( 50 ) ) );
          if ( !adj ) return;
-         for ( const auto & [fecId, entry] : adj->adjEntryIterator() )
+         for ( const auto & [ fecId, entry ] : adj->adjEntryIterator() )
             layer_.root->hulAdjSm()->schedulePrefixWalk( entry );
          return;
       }
@@ -144,10 +144,10 @@ TEST_P( Random, theContractHoldsAndTheEndIsThatOfALayerThatSawOnlyTheEnd ) {
    std::minstd_rand moods( seed );
    const bool moody = seed % 3 == 0;
    bool atPeace = false;
-   const auto mood = [&]( U32 odds ) { return moody && !atPeace && moods() % odds == 0; };
-   layer.rec.refusesRoute = [&]( const auto & ) { return mood( 7 ); };
-   layer.rec.refusesAdj = [&] { return mood( 11 ); };
-   layer.rec.wantsWalk = [&] { return mood( 3 ); };
+   const auto mood = [ & ]( U32 odds ) { return moody && !atPeace && moods() % odds == 0; };
+   layer.rec.refusesRoute = [ & ]( const auto & ) { return mood( 7 ); };
+   layer.rec.refusesAdj = [ & ] { return mood( 11 ); };
+   layer.rec.wantsWalk = [ & ] { return mood( 3 ); };
    layer.start();
    Chaos chaos( state, layer, seed );
    for ( int step = 0; step < 2000 && layer.rec.breaches() == 0; ++step ) {
@@ -171,7 +171,7 @@ TEST_P( Random, theContractHoldsAndTheEndIsThatOfALayerThatSawOnlyTheEnd ) {
       atPeace = true;
       layer.review->reviewIs( 1 );
       for ( const bool there : { false, true } )
-         for ( const auto & [name, status] : Ip::AllVrfStatusLocal::VrfStatuses( state.vrfs->vrfStatusIterator() ) ) {
+         for ( const auto & [ name, status ] : Ip::AllVrfStatusLocal::VrfStatuses( state.vrfs->vrfStatusIterator() ) ) {
             state.vrf( name.value().c_str(), status.vrfId(), there && status.active() );
             layer.drain();
          }

@@ -131,7 +131,7 @@ TEST_F( Router, aRegisteredAddressIsResolvedToItsNeighbour ) {
    startUsual();
    Hul::RouteResolverSm resolver( { layer.reactorConfig, layer.l3Status, layer.csd, state.ip, nullptr, nullptr } );
    const Hul::VrfAndIpAddr key( Hul::VrfId( 0 ), addr( "192.0.2.1" ).v4Addr() );
-   const auto resolved = [&] { return layer.l3Status->resolvedAddr( key ); };
+   const auto resolved = [ & ] { return layer.l3Status->resolvedAddr( key ); };
    layer.reactorConfig->addrIs( key, true );
    EXPECT_TRUE( layer.l3Status->resolvedAddrHas( key ) );
    EXPECT_EQ( resolved(), Hul::ResolvedAddr() );

@@ -49,7 +49,7 @@ TEST_F( Router, aRefusedRouteIsForgottenReportedAndComesAgainAsNew ) {
    state.route( "10.0.0.0/8", 1 );
    drained();
    bool refuse = true;
-   rec.refusesRoute = [&]( const auto & ) { return refuse; };
+   rec.refusesRoute = [ & ]( const auto & ) { return refuse; };
    state.route( "10.0.0.0/8", 2 );
    EXPECT_THAT( drained(), ElementsAre( "10.0.0.0/8 vrf 0 forward/0 -> forward/1 seq 2 refused" ) );
    EXPECT_THAT( layer.unprogrammed(), ElementsAre( "vrf 0 10.0.0.0/8 refused" ) );
@@ -88,7 +88,7 @@ TEST_F( Router, aTableOfManyRoutesIsToldInTurnsAndChangesMeanwhileAreRight ) {
    state.vrf( "default", 0 );
    state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
    state.fec( 2, { via( "Et1", "10.9.0.2" ) } );
-   const auto at = [&]( U32 n ) { return Kynet::Prefix( Kynet::IpAddr( 0x0a000000 + ( n << 8 ) ), 24 ); };
+   const auto at = [ & ]( U32 n ) { return Kynet::Prefix( Kynet::IpAddr( 0x0a000000 + ( n << 8 ) ), 24 ); };
    constexpr U32 routes = 20000;
    for ( U32 n = 0; n < routes; ++n )
       state.fib->routeIs( 0, at( n ), Mirel::Route( Mirel::RouteType::forward(), 1, 0 ) );
@@ -96,7 +96,7 @@ TEST_F( Router, aTableOfManyRoutesIsToldInTurnsAndChangesMeanwhileAreRight ) {
    // In between the turns: one that has been told, one that has not, one of each that goes, and one that comes.
    size_t turn = 0, longest = 0;
    while ( layer.root->busy() ) {
-      Gant::activityManager()->post( [&, n = ++turn] {
+      Gant::activityManager()->post( [ &, n = ++turn ] {
          longest = std::max( longest, rec.take().size() );
          if ( n != 1 ) return;
          state.fib->routeIs( 0, at( 0 ), Mirel::Route( Mirel::RouteType::forward(), 2, 0 ) );

@@ -17,7 +17,7 @@ namespace {
 TEST( Posted, runsOnceALaterTurnAndNotForAnOwnerThatIsGone ) {
    auto * const loop = Gant::activityManager();
    int runs = 0;
-   auto posted = std::make_unique< Hul::Posted >( [&] { ++runs; } );
+   auto posted = std::make_unique< Hul::Posted >( [ & ] { ++runs; } );
    posted->post();
    posted->post();
    EXPECT_EQ( runs, 0 );
@@ -28,7 +28,7 @@ TEST( Posted, runsOnceALaterTurnAndNotForAnOwnerThatIsGone ) {
    loop->poll();
    EXPECT_EQ( runs, 1 );
    // It may post itself again, and its owner may go while it runs.
-   posted = std::make_unique< Hul::Posted >( [&] {
+   posted = std::make_unique< Hul::Posted >( [ & ] {
       if ( ++runs < 4 )
          posted->post();
       else
@@ -79,12 +79,12 @@ TEST( NextHopCollection, nextHopsAreInOrderWithWhatWasAdded ) {
 TEST( IntfVlanIdSet, followsTheMembersOfTheVlans ) {
    const auto bridging = Gant::make< Bridging::Config >();
    const auto table = Gant::make< IntfVlanIdSet::Table >( "intfVlanIdSetTable" );
-   const auto vlan = [&]( U16 id ) {
+   const auto vlan = [ & ]( U16 id ) {
       const auto config = Gant::make< Bridging::VlanConfig >( Bridging::VlanId( id ) );
       config->intfIs( intfId( "Et1" ), true );
       return bridging->vlanConfigIs( config->vlanId(), config );
    };
-   const auto vlans = [&] {
+   const auto vlans = [ & ] {
       Gant::String out;
       for ( const auto id : table->intfVlanIds( intfId( "Et1" ) ) ) out += std::to_string( id ) + " ";
       return out;

@@ -20,8 +20,7 @@ class Watcher : public Gant::StateMachine {
    explicit Watcher( Gant::Ptr< const Mirel::Fib::RouteStatus > fib ) : reactor( this, std::move( fib ) ) {}
    struct GantFib : Mirel::Fib::RouteStatus::Notifiee {
       GantFib( Watcher * owner, Gant::Ptr< const Mirel::Fib::RouteStatus > fib ) :
-           Notifiee( owner, std::move( fib ) ),
-           owner( owner ) {}
+           Notifiee( owner, std::move( fib ) ), owner( owner ) {}
       void onRoute( const Mirel::RouteRef< Kynet::Prefix > & ref ) override {
          const auto route = notifier()->route( ref.vrfId, ref.prefix );
          owner->log += Gant::format( "%u:", ref.vrfId ) + ref.prefix.stringValue() + "=" +
@@ -79,7 +78,7 @@ TEST( Fib, whatCannotBeARouteIsRefusedAndNobodyIsTold ) {
 
 TEST( Fib, theLongestPrefixMatches ) {
    const auto fib = Gant::make< Mirel::Fib::RouteStatus >();
-   const auto match = [&]( U32 vrfId, const char * text ) {
+   const auto match = [ & ]( U32 vrfId, const char * text ) {
       const auto ref = fib->match( vrfId, addr( text ) );
       return ref ? ref->prefix.stringValue() : "none";
    };
@@ -115,14 +114,14 @@ TEST( Fib, manyRandomWritesGiveWhatAMapGives ) {
          } else {
             const U64 fecId = random() % 3;
             fib->routeIs( vrfId, at, toFec( fecId ) );
-            model[key] = fecId;
+            model[ key ] = fecId;
          }
       }
    std::map< std::pair< U32, Kynet::Prefix >, U64 > walked;
    for ( U32 slot = 0; slot < fib->slots(); ++slot ) {
       if ( !fib->slotHas( slot ) ) continue;
       const auto ref = fib->refAt( slot );
-      walked[{ ref.vrfId, ref.prefix }] = fib->routeAt( slot ).fecId();
+      walked[ { ref.vrfId, ref.prefix } ] = fib->routeAt( slot ).fecId();
       EXPECT_EQ( fib->route( ref.vrfId, ref.prefix )->fecId(), fib->routeAt( slot ).fecId() );
    }
    EXPECT_EQ( walked, model );

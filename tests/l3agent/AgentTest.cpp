@@ -1,0 +1,226 @@
+#include "AgentRouter.h"
+#include "GantTrace.h"
+#include "HulL3Status.h"
+#include "HulSeqStatus.h"
+#include "KytTimerWheel.h"
+#include "StateBfd.h"
+#include "StateIpNat.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace Test;
+using namespace VexL3Unicast;
+
+TEST( Agent, itsArgumentsAreKeptAndNothingElseExists ) {
+   RouterState state;
+   RouterAgent router( state );
+   const auto & agent = *router.agent;
+   EXPECT_EQ( agent.cellId(), 1 );
+   EXPECT_EQ( agent.em(), state.em );
+   EXPECT_EQ( agent.vexcsd(), router.vexcsd );
+   EXPECT_FALSE( agent.initialized() || agent.processingStarted() || agent.constrainersCreated() );
+   EXPECT_FALSE( agent.l3Modules() || agent.hulL3Status() || agent.routeDb() );
+   EXPECT_EQ( router.take(), lines( "create trap Trap" ) );
+}
+
+TEST( Agent, phaseOneMakesTablesAndTellsTheDataPlaneNothing ) {
+   RouterState state;
+   RouterAgent router( state );
+   router.take();
+   router.agent->initializedIs( true );
+   const auto & agent = *router.agent;
+   EXPECT_EQ( router.take(), Lines{} );
+   ASSERT_TRUE( agent.l3Modules() );
+   EXPECT_EQ( agent.l3Modules()->nextHopMods(), 0u );
+   EXPECT_FALSE( agent.routeDb() || agent.l3Sm() );
+   EXPECT_EQ( agent.hulL3Status()->hulL3IntfTable(), agent.hulL3IntfTable() );
+   EXPECT_EQ( agent.vrfCapability(), state.routingMounts->routingHwStatus()->vrfCapability() );
+
+   // A set to the same value runs nothing; one back to false runs the phase again.
+   const auto l3Modules = agent.l3Modules();
+   router.agent->initializedIs( true );
+   EXPECT_EQ( agent.l3Modules(), l3Modules );
+   router.agent->initializedIs( false );
+   EXPECT_NE( agent.l3Modules(), l3Modules );
+}
+
+TEST( Agent, withoutItsErrorDisableCauseItStops ) {
+   RouterState state;
+   state.em->entityIs( "interface/errdisable/cause/acl", nullptr );
+   RouterAgent router( state );
+   EXPECT_DEATH( router.agent->initializedIs( true ), "Failed\\(aclCauseStatus\\(\\)\\)  \\[VexL3AgentSm:" );
+}
+
+TEST( Agent, phaseTwoPublishesCapabilitiesAndRunsOnce ) {
+   RouterState state;
+   RouterAgent router( state );
+   router.take();
+   router.start();
+   EXPECT_EQ(
+        router.channel->takeOf( { "create" } ),
+        lines(
+             "create fibIpv4 FibIpv4 max_rules 1048576 max_tbl8s 2048\n create ForUsClassifyIpv4 ForUsClassifyIpv4" ) );
+   const auto & hw = *state.routingMounts->routingHwStatus();
+   const auto & hw6 = *state.routingMounts->routing6HwStatus();
+   EXPECT_TRUE( hw.routingSupported() && hw.vrfRoutingSupported() && hw.multicastRoutingSupported() );
+   EXPECT_TRUE( hw.staticTunIntfPlatformKernelDevice() && hw.staticTunIntfPlatformCounterSupported() );
+   EXPECT_TRUE( hw.staticTunIntfPlatformCapabilityDeclared() );
+   EXPECT_FALSE( hw.ucmpSupported() || hw.hwMulticastStarGSupported() || hw.kernelForwardingSupported() ||
+                 hw.fibAckSupported() );
+   EXPECT_EQ( hw.maxEcmp(), 16u );
+   EXPECT_EQ( hw.maxHierarchicalFecChainLength(), 1u );
+   EXPECT_EQ( hw.staticInterfaceTunnelSupportKeys(),
+              ( std::vector{ Routing::Hardware::StaticInterfaceTunnelSupport( 1 ),
+                             Routing::Hardware::StaticInterfaceTunnelSupport( 3 ) } ) );
+   EXPECT_EQ( hw6.maxEcmp(), 16u );
+   EXPECT_FALSE( hw6.routingSupported() || hw6.vrfRoutingSupported() || hw6.ecmpSupported() || hw6.ucmpSupported() ||
+                 hw6.multicastRoutingSupported() );
+   EXPECT_EQ( state.routingMounts->arpHardwareStatus()->arpTableSize(), 10240u );
+   EXPECT_EQ( state.routingMounts->arpHardwareStatus()->neighborTableSize(), 10240u );
+   EXPECT_TRUE( state.ipsecMounts->ipsecCapabilitiesStatus()->ipsecSupported() );
+   EXPECT_GT( hw.vrfCapability()->maxVrfs(), 0u );
+
+   const auto l3Sm = router.agent->l3Sm();
+   const auto & nat = router.agent->natHwCapabilities();
+   nat->natSupportedIs( false );
+   router.agent->maybeStartProcessing();
+   EXPECT_TRUE( nat->natSupported() );
+   EXPECT_EQ( router.agent->l3Sm(), l3Sm );
+   EXPECT_EQ( Gant::traceLines( 1, "VexL3AgentSm" ).back().text,
+              "AgentSm::maybeStartProcessing Agent processing has already started" );
+}
+
+TEST( Agent, theNumberOfVrfsFollowsTheMachine ) {
+   EXPECT_EQ( maxVrfsOf( false, 7516192768 ), 6u );
+   EXPECT_EQ( maxVrfsOf( false, 7516192769 ), 14u );
+   EXPECT_EQ( maxVrfsOf( true, 1 ), 8u );
+   EXPECT_EQ( maxVrfsOf( true, U64( 1 ) << 40 ), 8u );
+}
+
+// Everything that a router of two interfaces and an ECMP route is to the data plane.
+class RoutedAgent : public testing::Test {
+ protected:
+   RoutedAgent() {
+      state.vrf( "default", 0 );
+      for ( const char * name : { "Ethernet1", "Ethernet2" } ) state.intf( name );
+      state.neighbor( "Ethernet1", "10.0.1.2", "00:00:00:00:01:02" );
+      state.fec( 1, { viaTo( "10.0.1.2", "Ethernet1" ), viaTo( "10.0.2.2", "Ethernet2" ) } );
+      state.route( "192.0.2.0/24", 1 );
+   }
+   void start() {
+      for ( const char * name : { "Ethernet1", "Ethernet2" } ) router.port( name );
+      router.start();
+      router.drained();
+   }
+   RouterState state;
+   RouterAgent router{ state };
+};
+
+TEST_F( RoutedAgent, stateBecomesCommandsInTheContractsOrder ) {
+   for ( const char * name : { "Ethernet1", "Ethernet2" } ) router.port( name );
+   router.take();
+   router.start();
+   const auto all = router.drained();
+   const auto at = [ & ]( const char * begin ) {
+      const auto found = std::ranges::find_if( all, [ & ]( const auto & line ) { return line.starts_with( begin ); } );
+      EXPECT_NE( found, all.end() ) << begin;
+      return found - all.begin();
+   };
+   EXPECT_LT( at( "fibIpv4 addVrf vrf 0" ), at( "create NextHop_et1" ) );
+   EXPECT_LT( at( "create NextHop_et1" ), at( "NextHop_et1 writeNH" ) );
+   EXPECT_LT( at( "NextHop_et1 writeNH nexthopinfo {nh_index 1 mac_da 00:00:00:00:01:02 pkt_cmd 1}" ),
+              at( "fibIpv4 addFec fec_id 3 nh_info {gate 2 nh_index 1} nh_info {gate 3 nh_index 1}" ) );
+   EXPECT_LT( at( "NextHop_et2 writeNH nexthopinfo {nh_index 1 pkt_cmd 0}" ), at( "fibIpv4 addFec fec_id 3" ) );
+   EXPECT_LT( at( "fibIpv4 addFec fec_id 3" ), at( "fibIpv4 addRoute vrf 0 prefix 192.0.2.0 prefix_len 24 fec_id 3" ) );
+}
+
+TEST_F( RoutedAgent, aNeighbourThatResolvesMovesOrGoesRewritesTheFecAndNoRoute ) {
+   start();
+   state.neighbor( "Ethernet2", "10.0.2.2", "00:00:00:00:02:02" );
+   EXPECT_EQ( router.take(), lines( R"(
+      NextHop_et1 writeNH nexthopinfo {nh_index 2 mac_da 00:00:00:00:01:02 pkt_cmd 1}
+      NextHop_et2 writeNH nexthopinfo {nh_index 2 mac_da 00:00:00:00:02:02 pkt_cmd 1}
+      fibIpv4 addFec fec_id 3 nh_info {gate 2 nh_index 2} nh_info {gate 3 nh_index 2}
+      NextHop_et2 deleteNH nexthopinfo {nh_index 1}
+      NextHop_et1 deleteNH nexthopinfo {nh_index 1}
+   )" ) );
+   state.neighbor( "Ethernet2", "10.0.2.2", "00:00:00:00:02:99" );
+   EXPECT_EQ( router.channel->takeOf( { "NextHop_et2 writeNH" } ),
+              lines( "NextHop_et2 writeNH nexthopinfo {nh_index 1 mac_da 00:00:00:00:02:99 pkt_cmd 1}" ) );
+   state.neighborDel( "Ethernet2", "10.0.2.2" );
+   EXPECT_EQ( router.channel->takeOf( { "NextHop_et2 writeNH" } ),
+              lines( "NextHop_et2 writeNH nexthopinfo {nh_index 2 pkt_cmd 0}" ) );
+}
+
+TEST_F( RoutedAgent, routesWithEqualViasShareAFecAndSequencesAreAcknowledged ) {
+   start();
+   state.fec( 2, { viaTo( "10.0.1.2", "Ethernet1" ), viaTo( "10.0.2.2", "Ethernet2" ) } );
+   state.route( "198.51.100.0/24", 2 );
+   EXPECT_EQ( router.take(), lines( "fibIpv4 addRoute vrf 0 prefix 198.51.100.0 prefix_len 24 fec_id 3" ) );
+   state.routeDel( "198.51.100.0/24" );
+   EXPECT_EQ( router.take(), lines( "fibIpv4 delRoute vrf 0 prefix 198.51.100.0 prefix_len 24" ) );
+   const auto & status = router.agent->hulL3Status()->vrfL3Status( L3::VrfName::defaultVrf() );
+   EXPECT_EQ( status->sequenceProgrammed(), state.fib->sequence( 0 ) );
+   EXPECT_EQ( status->sequenceProgrammed(), 3u );
+}
+
+TEST_F( RoutedAgent, anInterfaceThatGoesTakesItsNextHopsAlongBeforeItsModules ) {
+   start();
+   state.intfDel( "Ethernet1" );
+   const auto all = router.drained();
+   const auto at = [ & ]( const char * begin ) {
+      return std::ranges::find_if( all, [ & ]( const auto & line ) { return line.starts_with( begin ); } ) -
+             all.begin();
+   };
+   EXPECT_LT( at( "NextHop_et1 deleteNH nexthopinfo {nh_index 1}" ), at( "destroy NextHop_et1" ) );
+   EXPECT_LT( at( "destroy NextHop_et1" ), static_cast< long >( all.size() ) );
+   EXPECT_FALSE( router.agent->l3Modules()->nextHopModHas( intf( "Ethernet1" ) ) );
+}
+
+TEST_F( RoutedAgent, aSecondAgentIsFedFromTheStateAgain ) {
+   for ( const char * name : { "Ethernet1", "Ethernet2" } ) router.port( name );
+   router.take();
+   router.start();
+   const auto first = router.drained();
+   router.agent = nullptr;
+   RouterAgent again( state );
+   for ( const char * name : { "Ethernet1", "Ethernet2" } ) again.port( name );
+   again.take();
+   again.start();
+   EXPECT_EQ( again.drained(), first );
+}
+
+TEST_F( RoutedAgent, whatItMissedWhileItWasSilentIsBroughtInLine ) {
+   start();
+   router.agent->hasNotificationActiveIs( false );
+   state.neighbor( "Ethernet2", "10.0.2.2", "00:00:00:00:02:02" );
+   state.route( "198.51.100.0/24", 1 );
+   state.routeDel( "192.0.2.0/24" );
+   EXPECT_EQ( router.drained(), Lines{} );
+   router.agent->hasNotificationActiveIs( true );
+   router.drained();
+   EXPECT_EQ( router.agent->routeDb()->routes(), 1u );
+   EXPECT_EQ( router.agent->routeDb()->fec( FecKey( 3 ) )->info().nextHop( 1 ).ethAddr(), mac( "00:00:00:00:02:02" ) );
+}
+
+TEST( Mounts, ownedObjectsAreReplacedOnlyByOthers ) {
+   const auto bfd = bfdMountsFactory();
+   const auto status = bfd->bfdAllPeerStatusIs( "vex" );
+   EXPECT_EQ( bfd->bfdAllPeerStatusIs( "vex" ), status );
+   EXPECT_NE( bfd->bfdAllPeerStatusIs( "other" ), status );
+   bfd->bfdAllPeerStatusDel();
+   EXPECT_FALSE( bfd->bfdAllPeerStatus() );
+
+   const auto qos = qosMountsFactory();
+   const auto & clock = Gant::activityManager()->clock();
+   const auto wheel = qos->clockIs( clock, 100, 64, true, 8 );
+   EXPECT_EQ( qos->clockIs( clock, 100, 64, true, 8 ), wheel );
+   EXPECT_NE( qos->clockIs( clock, 101, 64, true, 8 ), wheel );
+   EXPECT_EQ( qos->clock()->tickMsecs(), 101u );
+   qos->qosNameIs( "other" );
+   EXPECT_EQ( qos->qosName(), "VexQos" );
+}
+
+} // namespace
