@@ -1,0 +1,89 @@
+#include "DpIpv4.h"
+
+namespace Vexdp {
+
+namespace {
+
+std::uint16_t folded( std::uint64_t sum ) {
+   while ( sum >> 16 ) sum = ( sum & 0xffff ) + ( sum >> 16 );
+   return std::uint16_t( sum );
+}
+
+// The finalizer of splitmix64: every input bit reaches every output bit.
+std::uint64_t mixed( std::uint64_t x ) {
+   x = ( x ^ x >> 30 ) * 0xbf58476d1ce4e5b9;
+   x = ( x ^ x >> 27 ) * 0x94d049bb133111eb;
+   return x ^ x >> 31;
+}
+
+} // namespace
+
+std::uint16_t onesSum( std::span< const std::uint8_t > bytes, std::uint16_t sum ) {
+   std::uint64_t total = sum;
+   std::size_t i = 0;
+   for ( ; i + 1 < bytes.size(); i += 2 ) total += get16( bytes.data() + i );
+   if ( i < bytes.size() ) total += std::uint64_t( bytes[i] ) << 8;
+   return folded( total );
+}
+
+std::uint16_t checksumChanged( std::uint16_t checksum, std::uint16_t oldWord, std::uint16_t newWord ) {
+   const std::uint64_t sum = std::uint64_t( std::uint16_t( ~checksum ) ) + std::uint16_t( ~oldWord ) + newWord;
+   return std::uint16_t( ~folded( sum ) );
+}
+
+std::optional< Ipv4Header > Ipv4Header::of( Packet & packet ) {
+   if ( packet.size() < kMinLen || packet.data()[0] >> 4 != 4 ) return std::nullopt;
+   Ipv4Header header( packet.data() );
+   if ( header.headerLen() < kMinLen || header.headerLen() > packet.size() ) return std::nullopt;
+   return header;
+}
+
+void Ipv4Header::checksumRenew() {
+   put16( at_ + 10, 0 );
+   put16( at_ + 10, std::uint16_t( ~onesSum( { at_, headerLen() } ) ) );
+}
+
+void Ipv4Header::ttlDecrement() {
+   const auto before = get16( at_ + 8 );
+   --at_[8];
+   put16( at_ + 10, checksumChanged( checksum(), before, get16( at_ + 8 ) ) );
+}
+
+void writeIpv4Header( std::uint8_t * at, const Ipv4Fields & fields ) {
+   at[0] = 0x45;
+   at[1] = fields.tos;
+   put16( at + 2, fields.totalLen );
+   put16( at + 4, fields.id );
+   put16( at + 6, fields.dontFragment ? 0x4000 : 0 );
+   at[8] = fields.ttl;
+   at[9] = fields.proto;
+   put16( at + 10, 0 );
+   put32( at + 12, fields.src.value );
+   put32( at + 16, fields.dst.value );
+   put16( at + 10, std::uint16_t( ~onesSum( { at, Ipv4Header::kMinLen } ) ) );
+}
+
+std::uint16_t pseudoHeaderSum( Ipv4Addr src, Ipv4Addr dst, std::uint8_t proto, std::size_t l4Len ) {
+   const std::uint64_t sum = std::uint64_t( src.value >> 16 ) + ( src.value & 0xffff ) + ( dst.value >> 16 ) +
+                             ( dst.value & 0xffff ) + proto + l4Len;
+   return folded( sum );
+}
+
+Flow Flow::of( const Ipv4Header & header, const Packet & packet ) {
+   Flow flow{ header.src(), header.dst(), header.proto() };
+   const bool ports = flow.proto == kProtoTcp || flow.proto == kProtoUdp;
+   const bool fragment = header.moreFragments() || header.fragmentOffset() != 0;
+   if ( !ports || fragment || packet.size() < header.headerLen() + 4 ) return flow;
+   const auto * l4 = packet.data() + header.headerLen();
+   flow.sport = get16( l4 );
+   flow.dport = get16( l4 + 2 );
+   return flow;
+}
+
+std::uint32_t Flow::hash() const {
+   const auto addresses = std::uint64_t( src.value ) << 32 | dst.value;
+   const auto rest = std::uint64_t( proto ) << 32 | std::uint64_t( sport ) << 16 | dport;
+   return std::uint32_t( mixed( mixed( addresses + 0x9e3779b97f4a7c15 ) ^ rest ) >> 32 );
+}
+
+} // namespace Vexdp

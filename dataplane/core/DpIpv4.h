@@ -1,0 +1,93 @@
+// IPv4 on the bytes of a packet: the header (RFC 791), checksums (RFC 1071, RFC 1624) and the flow.
+#pragma once
+
+#include "DpPacket.h"
+#include "DpTypes.h"
+
+#include <optional>
+#include <span>
+
+namespace Vexdp {
+
+inline std::uint16_t get16( const std::uint8_t * at ) { return std::uint16_t( at[0] << 8 | at[1] ); }
+inline std::uint32_t get32( const std::uint8_t * at ) { return std::uint32_t( get16( at ) ) << 16 | get16( at + 2 ); }
+inline void put16( std::uint8_t * at, std::uint16_t value ) {
+   at[0] = std::uint8_t( value >> 8 );
+   at[1] = std::uint8_t( value );
+}
+inline void put32( std::uint8_t * at, std::uint32_t value ) {
+   put16( at, std::uint16_t( value >> 16 ) );
+   put16( at + 2, std::uint16_t( value ) );
+}
+
+// One's complement sum of 16-bit words, not yet complemented. `sum` carries over from an earlier piece of even length.
+std::uint16_t onesSum( std::span< const std::uint8_t > bytes, std::uint16_t sum = 0 );
+
+// What becomes of a checksum when one 16-bit word under it changes (RFC 1624, equation 3).
+std::uint16_t checksumChanged( std::uint16_t checksum, std::uint16_t oldWord, std::uint16_t newWord );
+
+// The header at the front of a packet's bytes. It owns nothing, and holds only until the packet's front moves.
+class Ipv4Header {
+ public:
+   static constexpr std::size_t kMinLen = 20;
+   static constexpr std::size_t kMaxTotalLen = 65535;
+
+   // Nothing when the bytes are too few for a header, the version is not 4, or the header's length is impossible.
+   static std::optional< Ipv4Header > of( Packet & packet );
+
+   std::size_t headerLen() const { return std::size_t( at_[0] & 15 ) * 4; }
+   std::uint8_t tos() const { return at_[1]; }
+   std::uint16_t totalLen() const { return get16( at_ + 2 ); }
+   std::uint16_t id() const { return get16( at_ + 4 ); }
+   bool dontFragment() const { return at_[6] & 0x40; }
+   bool moreFragments() const { return at_[6] & 0x20; }
+   std::size_t fragmentOffset() const { return std::size_t( get16( at_ + 6 ) & 0x1fff ) * 8; }
+   std::uint8_t ttl() const { return at_[8]; }
+   std::uint8_t proto() const { return at_[9]; }
+   std::uint16_t checksum() const { return get16( at_ + 10 ); }
+   Ipv4Addr src() const { return { get32( at_ + 12 ) }; }
+   Ipv4Addr dst() const { return { get32( at_ + 16 ) }; }
+   std::uint8_t * bytes() { return at_; }
+
+   bool checksumGood() const { return onesSum( { at_, headerLen() } ) == 0xffff; }
+   void checksumRenew();
+   // Takes one from the TTL and keeps the checksum right. REQUIRES: ttl() > 0
+   void ttlDecrement();
+
+ private:
+   explicit Ipv4Header( std::uint8_t * at ) : at_( at ) {}
+   std::uint8_t * at_;
+};
+
+// Fields of a header without options, to be written whole.
+struct Ipv4Fields {
+   std::uint8_t tos = 0;
+   std::uint16_t totalLen = 0;
+   std::uint16_t id = 0;
+   bool dontFragment = false;
+   std::uint8_t ttl = 0;
+   std::uint8_t proto = 0;
+   Ipv4Addr src;
+   Ipv4Addr dst;
+};
+// Writes Ipv4Header::kMinLen bytes with a right checksum.
+void writeIpv4Header( std::uint8_t * at, const Ipv4Fields & fields );
+
+// Sum of the pseudo-header that TCP and UDP checksums cover (RFC 793, RFC 768), to go on with onesSum().
+std::uint16_t pseudoHeaderSum( Ipv4Addr src, Ipv4Addr dst, std::uint8_t proto, std::size_t l4Len );
+
+// What tells flows apart. Ports are 0 where there are none, and in every fragment, so that the fragments of a packet
+// stay together.
+struct Flow {
+   Ipv4Addr src;
+   Ipv4Addr dst;
+   std::uint8_t proto = 0;
+   std::uint16_t sport = 0;
+   std::uint16_t dport = 0;
+
+   static Flow of( const Ipv4Header & header, const Packet & packet );
+   // The same in every process and release: a restart moves no flow.
+   std::uint32_t hash() const;
+};
+
+} // namespace Vexdp

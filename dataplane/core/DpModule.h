@@ -1,0 +1,98 @@
+// A module of the graph: a packet processor with numbered gates, driven by commands.
+#pragma once
+
+#include "DpRefusal.h"
+#include "DpTypes.h"
+
+#include <absl/container/flat_hash_set.h>
+#include <google/protobuf/any.pb.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Vexdp {
+
+class Context;
+class Fate;
+class Module;
+class Packet;
+struct ModuleClass;
+
+struct GateCounters {
+   std::uint64_t batches = 0;
+   std::uint64_t packets = 0;
+   std::uint64_t bytes = 0;
+   double timestamp = 0; // of the last packet, seconds since 1970
+};
+
+// An output gate feeds one input gate.
+struct OGate {
+   Module * peer = nullptr; // null: not connected
+   GateId igate = 0;        // of the peer
+   GateCounters counters;
+};
+
+// Takes the commands that would bring a new module to the state of another, in order.
+class CommandSink {
+ public:
+   virtual ~CommandSink() = default;
+   virtual void command( std::string_view cmd, const google::protobuf::Message & arg ) = 0;
+};
+// Tells those commands. It owns a copy of the state that it tells: it runs while the module changes or is gone.
+using CommandSource = std::function< void( CommandSink & ) >;
+
+// Derived classes keep the state of their class and offer commands, each a member function that takes the command's
+// message and returns an Outcome (see DpModuleClass.h). A command that is refused has changed nothing.
+class Module {
+ public:
+   struct Identity {
+      std::string name;
+      const ModuleClass & mclass;
+   };
+
+   explicit Module( Identity identity ) : name_( std::move( identity.name ) ), mclass_( identity.mclass ) {}
+   virtual ~Module() = default;
+   Module( const Module & ) = delete;
+   Module & operator=( const Module & ) = delete;
+
+   // Matches and rewrites the packet, and says what becomes of it. The packet can hold any bytes whatever.
+   virtual Fate process( Packet & packet, Context & context ) = 0;
+   // The commands in effect, beyond what the init message says. Calling it is quick; what it returns may be slow.
+   virtual CommandSource commands() const {
+      return []( CommandSink & ) {};
+   }
+   // A few words on what it holds, for listings.
+   virtual std::string desc() const { return {}; }
+
+   const std::string & name() const { return name_; }
+   const ModuleClass & mclass() const { return mclass_; }
+
+   // The init message as it was given, if it was.
+   const std::optional< google::protobuf::Any > & initArg() const { return initArg_; }
+   void initArgIs( const google::protobuf::Any & arg ) { initArg_ = arg; }
+
+   // Gates up to the highest that was ever used. Connections are made by the graph.
+   const std::vector< OGate > & ogates() const { return ogates_; }
+   const std::vector< GateCounters > & igates() const { return igates_; }
+   // Output gates of other modules that lead here.
+   const absl::flat_hash_set< std::pair< Module *, GateId > > & upstream() const { return upstream_; }
+   // Packets that were dropped here, or left by a gate that leads nowhere.
+   std::uint64_t deadEnds() const { return deadEnds_; }
+
+ private:
+   friend class Graph;
+   friend class Walk;
+
+   std::string name_;
+   const ModuleClass & mclass_;
+   std::optional< google::protobuf::Any > initArg_;
+   std::vector< OGate > ogates_;
+   std::vector< GateCounters > igates_;
+   absl::flat_hash_set< std::pair< Module *, GateId > > upstream_;
+   std::uint64_t deadEnds_ = 0;
+};
+
+} // namespace Vexdp

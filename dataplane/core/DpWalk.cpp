@@ -1,0 +1,132 @@
+#include "DpWalk.h"
+
+#include "DpModuleClass.h"
+
+#include <chrono>
+
+namespace Vexdp {
+
+using Reply = vex::pb::TracePacketReply;
+
+namespace {
+
+void countPacket( GateCounters & gate, const Packet & packet, double now ) {
+   ++gate.batches;
+   ++gate.packets;
+   gate.bytes += packet.size();
+   gate.timestamp = now;
+}
+
+} // namespace
+
+Fate Context::send( std::string_view intfname, const MacAddr & mac ) {
+   if ( trace_ != nullptr ) {
+      trace_->clear_reason();
+      trace_->set_intfname( std::string( intfname ) );
+      if ( mac != MacAddr() ) trace_->set_mac( bytesOf( mac ) );
+   }
+   return Fate( Fate::Kind::sent );
+}
+
+// A packet that isn't counted is of no consequence once it is out of sight.
+void Context::also( Packet && packet, GateId ogate ) {
+   if ( !counting_ || made_ >= Walk::kMaxMade ) return;
+   ++made_;
+   parked_.push_back( { std::move( packet ), at_, ogate, hops_ } );
+}
+
+void Context::reasonIs( std::string reason ) {
+   noteIs( reason );
+   trace_->set_reason( std::move( reason ) );
+}
+
+void Context::noteIs( std::string text ) {
+   auto & action = *step_->mutable_action();
+   if ( !action.empty() ) action += ", ";
+   action += text;
+}
+
+Walk::Walk( CounterTable & counters, bool counting ) :
+     context_( counters, counting ),
+     now_( std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count() ) {}
+
+void Walk::run( Module & source, Packet packet, Reply * trace ) {
+   context_.trace_ = trace;
+   context_.hops_ = 0;
+   context_.made_ = 0;
+   follow( source, packet );
+   context_.trace_ = nullptr;
+   while ( !context_.parked_.empty() ) {
+      auto parked = std::move( context_.parked_.back() );
+      context_.parked_.pop_back();
+      context_.hops_ = parked.hops;
+      follow( *parked.from, parked.ogate, parked.packet );
+   }
+}
+
+void Walk::follow( Module & source, Packet & packet ) {
+   context_.igate_ = 0;
+   const auto fate = visit( source, packet );
+   if ( fate.kind_ == Fate::Kind::forwarded )
+      follow( source, fate.ogate_, packet );
+   else
+      end( source, fate, packet );
+}
+
+void Walk::follow( Module & from, GateId ogate, Packet & packet ) {
+   Module * at = &from;
+   while ( true ) {
+      if ( context_.hops_ >= kMaxHops ) return lose( *at, packet, "loop" );
+      Module * next = cross( *at, ogate, packet );
+      if ( next == nullptr ) return lose( *at, packet, fmt::format( "gate {} is not connected", ogate ) );
+      at = next;
+      const auto fate = visit( *at, packet );
+      if ( fate.kind_ != Fate::Kind::forwarded ) return end( *at, fate, packet );
+      ogate = fate.ogate_;
+   }
+}
+
+Module * Walk::cross( Module & from, GateId ogate, const Packet & packet ) {
+   if ( ogate >= from.ogates_.size() || from.ogates_[ogate].peer == nullptr ) return nullptr;
+   auto & gate = from.ogates_[ogate];
+   context_.igate_ = gate.igate;
+   if ( context_.counting_ ) {
+      countPacket( gate.counters, packet, now_ );
+      countPacket( gate.peer->igates_[gate.igate], packet, now_ );
+   }
+   return gate.peer;
+}
+
+Fate Walk::visit( Module & module, Packet & packet ) {
+   context_.at_ = &module;
+   ++context_.hops_;
+   if ( context_.trace_ == nullptr ) return module.process( packet, context_ );
+   context_.step_ = context_.trace_->add_step();
+   context_.step_->set_module( module.name() );
+   context_.step_->set_mclass( module.mclass().name );
+   const auto fate = module.process( packet, context_ );
+   if ( fate.kind_ == Fate::Kind::forwarded ) context_.step_->set_ogate( fate.ogate_ );
+   return fate;
+}
+
+void Walk::end( Module & module, Fate fate, const Packet & packet ) {
+   if ( fate.kind_ == Fate::Kind::dropped && context_.counting_ ) ++module.deadEnds_;
+   if ( context_.trace_ == nullptr ) return;
+   using enum Fate::Kind;
+   context_.trace_->set_end( fate.kind_ == sent    ? Reply::END_SENT
+                             : fate.kind_ == local ? Reply::END_LOCAL
+                                                   : Reply::END_DROPPED );
+   context_.trace_->set_module( module.name() );
+   context_.trace_->set_length( std::uint32_t( packet.size() ) );
+}
+
+// A punted packet keeps its reason beside why it was lost.
+void Walk::lose( Module & module, const Packet & packet, std::string_view why ) {
+   if ( context_.trace_ != nullptr ) {
+      auto & reason = *context_.trace_->mutable_reason();
+      reason = reason.empty() ? std::string( why ) : fmt::format( "{} ({})", why, reason );
+   }
+   end( module, Fate( Fate::Kind::dropped ), packet );
+}
+
+} // namespace Vexdp

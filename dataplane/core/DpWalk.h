@@ -1,0 +1,129 @@
+// How a packet goes through the graph, module after module, until it is sent, handed to the router itself, or dropped.
+#pragma once
+
+#include "DpCounterTable.h"
+#include "DpModule.h"
+#include "DpPacket.h"
+
+#include "vex/engine.pb.h"
+
+#include <string_view>
+#include <vector>
+
+namespace Vexdp {
+
+// What a module did with a packet. Only a Context makes one.
+class Fate {
+ private:
+   friend class Context;
+   friend class Walk;
+   enum class Kind : std::uint8_t { forwarded, dropped, local, sent };
+   explicit Fate( Kind kind, GateId ogate = 0 ) : kind_( kind ), ogate_( ogate ) {}
+   Kind kind_;
+   GateId ogate_;
+};
+
+// What a module works with while it has a packet. Texts are formatted only when somebody reads them: the arguments of
+// note(), drop() and punt() are to be cheap values.
+class Context {
+ public:
+   // Punted packets leave by this gate.
+   static constexpr GateId kTrapGate = 0;
+
+   // The gate that it came in by.
+   GateId igate() const { return igate_; }
+
+   Fate forward( GateId ogate ) { return Fate( Fate::Kind::forwarded, ogate ); }
+
+   // Hands it to the router itself, by way of the trap gate.
+   template < typename... Args >
+   Fate punt( fmt::format_string< Args... > reason, Args &&... args ) {
+      if ( trace_ != nullptr ) reasonIs( fmt::format( reason, std::forward< Args >( args )... ) );
+      return Fate( Fate::Kind::forwarded, kTrapGate );
+   }
+
+   template < typename... Args >
+   Fate drop( CounterId counter, fmt::format_string< Args... > reason, Args &&... args ) {
+      count( counter );
+      if ( trace_ != nullptr ) reasonIs( fmt::format( reason, std::forward< Args >( args )... ) );
+      return Fate( Fate::Kind::dropped );
+   }
+
+   // The end of the way: it is the router's, for the reason that it was punted for.
+   Fate deliver() { return Fate( Fate::Kind::local ); }
+   // The same for a reason of its own.
+   template < typename... Args >
+   Fate deliver( fmt::format_string< Args... > reason, Args &&... args ) {
+      if ( trace_ != nullptr ) reasonIs( fmt::format( reason, std::forward< Args >( args )... ) );
+      return Fate( Fate::Kind::local );
+   }
+   // The end of the way: it left by the interface.
+   Fate send( std::string_view intfname, const MacAddr & mac );
+
+   // Says what the module is doing; several notes make one sentence.
+   template < typename... Args >
+   void note( fmt::format_string< Args... > text, Args &&... args ) {
+      if ( trace_ != nullptr ) noteIs( fmt::format( text, std::forward< Args >( args )... ) );
+   }
+
+   void count( CounterId counter ) {
+      if ( counting_ ) counters_.add( counter );
+   }
+
+   // One more packet that the module made of this one. It leaves by the gate, after this one has found its end.
+   void also( Packet && packet, GateId ogate );
+
+ private:
+   friend class Walk;
+   Context( CounterTable & counters, bool counting ) : counters_( counters ), counting_( counting ) {}
+
+   struct Parked {
+      Packet packet;
+      Module * from;
+      GateId ogate;
+      unsigned hops;
+   };
+
+   void reasonIs( std::string reason );
+   void noteIs( std::string text );
+
+   CounterTable & counters_;
+   bool counting_;
+   vex::pb::TracePacketReply * trace_ = nullptr;
+   vex::pb::TracePacketReply::Step * step_ = nullptr;
+   Module * at_ = nullptr;
+   GateId igate_ = 0;
+   unsigned hops_ = 0;
+   unsigned made_ = 0;
+   std::vector< Parked > parked_;
+};
+
+// Runs packets from a source on. Gates and counters move only when the walk counts: for a real source, and for a
+// described packet on demand.
+class Walk {
+ public:
+   // A packet that passes more modules is in a loop.
+   static constexpr unsigned kMaxHops = 128;
+   // One packet becomes at most so many more; beyond them they are dropped.
+   static constexpr unsigned kMaxMade = 4096;
+
+   Walk( CounterTable & counters, bool counting );
+
+   // The trace, when there is one, gets the steps and the end of the packet itself; what is made of it beside goes its
+   // way untraced.
+   void run( Module & source, Packet packet, vex::pb::TracePacketReply * trace = nullptr );
+
+ private:
+   void follow( Module & source, Packet & packet );
+   void follow( Module & from, GateId ogate, Packet & packet );
+   // The next module, or null when the gate leads nowhere.
+   Module * cross( Module & from, GateId ogate, const Packet & packet );
+   Fate visit( Module & module, Packet & packet );
+   void end( Module & module, Fate fate, const Packet & packet );
+   void lose( Module & module, const Packet & packet, std::string_view why );
+
+   Context context_;
+   double now_;
+};
+
+} // namespace Vexdp

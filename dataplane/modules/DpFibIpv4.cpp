@@ -1,0 +1,290 @@
+#include "DpFibIpv4.h"
+
+#include "DpIpv4.h"
+#include "DpModuleClass.h"
+#include "DpWalk.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace Vexdp {
+
+using namespace vex::pb;
+
+namespace {
+
+using CounterArg = FibIpv4CounterIdArg;
+
+template < class Length >
+Outcome prefixFrom( std::uint32_t addr, Length len, Ipv4Prefix & prefix ) {
+   if ( len > 32 ) return refuse( EINVAL, "prefix {}/{} has a length over 32", Ipv4Addr{ addr }, len );
+   prefix = { { addr }, std::uint8_t( len ) };
+   if ( ( addr & ~maskOf( prefix.len ) ) != 0 ) return refuse( EINVAL, "prefix {} has host bits set", prefix );
+   return {};
+}
+
+Outcome noVrf( std::uint32_t vrf ) { return refuse( ENOENT, "there is no VRF {}", vrf ); }
+
+// A capacity that the init message gives, from 1 to the most that is possible.
+Outcome requireCapacity( const char * field, bool present, std::uint32_t value, std::uint32_t most ) {
+   if ( present && value == 0 ) return refuse( ERANGE, "{} 0 leaves no room", field );
+   return requireAtMost( field, value, most );
+}
+
+} // namespace
+
+const ModuleClass & FibIpv4::moduleClass() {
+   static const ModuleClass self = describe< FibIpv4, FibIpv4Arg >(
+        "FibIpv4", "IPv4 forwarding: longest match of the destination in the packet's VRF, then one member of the FEC",
+        { .igates = kMaxGates, .ogates = kMaxGates },
+        { command< &FibIpv4::addRoute >( "addRoute" ), command< &FibIpv4::delRoute >( "delRoute" ),
+          command< &FibIpv4::addFec >( "addFec" ), command< &FibIpv4::delFec >( "delFec" ),
+          command< &FibIpv4::addVrf >( "addVrf" ), command< &FibIpv4::delVrf >( "delVrf" ),
+          command< &FibIpv4::showFib >( "showFib" ), command< &FibIpv4::setCounterIds >( "setCounterIds" ) } );
+   return self;
+}
+
+Outcome FibIpv4::check( const FibIpv4Arg & init ) {
+   return requireCapacity( "max_rules", init.has_max_rules(), init.max_rules(), kMaxRules );
+}
+
+FibIpv4::FibIpv4( Identity identity, const FibIpv4Arg & init ) :
+     Module( std::move( identity ) ),
+     maxRules_( init.has_max_rules() ? init.max_rules() : kDefaultRules ) {}
+
+Lpm * FibIpv4::table( std::uint32_t vrf ) const {
+   const auto at = vrfs_.find( vrf );
+   return at == vrfs_.end() ? nullptr : at->second.get();
+}
+
+const FibIpv4::Fec * FibIpv4::fec( std::uint32_t id ) const {
+   const auto at = fecs_.find( id );
+   return at == fecs_.end() ? nullptr : &at->second;
+}
+
+Outcome FibIpv4::addVrf( const FibIpv4VrfArg & arg ) {
+   if ( auto out = requireFields( { { arg.has_vrf(), "vrf" } } ); !out.ok() ) return out;
+   if ( table( arg.vrf() ) != nullptr ) return refuse( EEXIST, "VRF {} is there already", arg.vrf() );
+   if ( vrfs_.size() >= kMaxVrfs ) return refuse( ENOSPC, "no room for VRF {}, {} are there", arg.vrf(), kMaxVrfs );
+   vrfs_.emplace( arg.vrf(), std::make_unique< Lpm >( pool_ ) );
+   return {};
+}
+
+Outcome FibIpv4::delVrf( const FibIpv4VrfArg & arg ) {
+   if ( auto out = requireFields( { { arg.has_vrf(), "vrf" } } ); !out.ok() ) return out;
+   const auto at = vrfs_.find( arg.vrf() );
+   if ( at == vrfs_.end() ) return noVrf( arg.vrf() );
+   routes_ -= at->second->size();
+   vrfs_.erase( at );
+   return {};
+}
+
+Outcome FibIpv4::addRoute( const FibIpv4RouteArg & arg ) {
+   if ( auto out = requireFields( { { arg.has_vrf(), "vrf" },
+                                    { arg.has_prefix(), "prefix" },
+                                    { arg.has_prefix_len(), "prefix_len" },
+                                    { arg.has_fec_id(), "fec_id" } } );
+        !out.ok() )
+      return out;
+   Ipv4Prefix prefix;
+   if ( auto out = prefixFrom( arg.prefix(), arg.prefix_len(), prefix ); !out.ok() ) return out;
+   auto * routes = table( arg.vrf() );
+   if ( routes == nullptr ) return noVrf( arg.vrf() );
+
+   switch ( routes->insert( prefix, arg.fec_id(), routes_ < maxRules_ ) ) {
+   case Lpm::Insert::full:
+      return refuse( ENOSPC, "no room for prefix {} of VRF {}, the table is full with {} routes", prefix, arg.vrf(),
+                     routes_ );
+   case Lpm::Insert::added: ++routes_; break;
+   case Lpm::Insert::replaced: break;
+   }
+   return {};
+}
+
+Outcome FibIpv4::delRoute( const FibIpv4RouteArg & arg ) {
+   if ( auto out = requireFields(
+             { { arg.has_vrf(), "vrf" }, { arg.has_prefix(), "prefix" }, { arg.has_prefix_len(), "prefix_len" } } );
+        !out.ok() )
+      return out;
+   Ipv4Prefix prefix;
+   if ( auto out = prefixFrom( arg.prefix(), arg.prefix_len(), prefix ); !out.ok() ) return out;
+   auto * routes = table( arg.vrf() );
+   if ( routes == nullptr ) return noVrf( arg.vrf() );
+   if ( !routes->remove( prefix ) ) return refuse( ENOENT, "there is no prefix {} in VRF {}", prefix, arg.vrf() );
+   --routes_;
+   return {};
+}
+
+Outcome FibIpv4::addFec( const FibIpv4FecArg & arg ) {
+   if ( auto out = requireFields( { { arg.has_fec_id(), "fec_id" } } ); !out.ok() ) return out;
+   Fec fec;
+   fec.reserve( std::size_t( arg.nh_info_size() ) );
+   for ( const auto & info : arg.nh_info() ) {
+      if ( auto out = requireFields( { { info.has_gate(), "nh_info.gate" } } ); !out.ok() ) return out;
+      if ( auto out = requireGate( "nh_info.gate", info.gate(), mclass().gates.ogates ); !out.ok() ) return out;
+      fec.push_back( { info.gate(), {} } );
+      if ( info.has_nh_index() ) fec.back().nhIndex = info.nh_index();
+   }
+   fecs_.insert_or_assign( arg.fec_id(), std::move( fec ) );
+   return {};
+}
+
+Outcome FibIpv4::delFec( const FibIpv4FecArg & arg ) {
+   if ( auto out = requireFields( { { arg.has_fec_id(), "fec_id" } } ); !out.ok() ) return out;
+   if ( fecs_.erase( arg.fec_id() ) == 0 ) return refuse( ENOENT, "there is no FEC {}", arg.fec_id() );
+   return {};
+}
+
+Outcome FibIpv4::showFib( const FibIpv4ShowArg & arg, FibIpv4ReadFibResp & resp ) const {
+   if ( auto out = requireFields( { { arg.has_vrf(), "vrf" } } ); !out.ok() ) return out;
+   const auto * lpm = table( arg.vrf() );
+   if ( lpm == nullptr ) return noVrf( arg.vrf() );
+   resp.set_cmd_action( "showFib" );
+   if ( arg.has_cli_socket() ) resp.set_cli_socket( arg.cli_socket() );
+   resp.set_vrf( arg.vrf() );
+
+   auto routes = lpm->routes();
+   std::ranges::sort( routes, {}, &Lpm::Route::prefix );
+   std::vector< std::uint32_t > named;
+   for ( const auto & route : routes ) {
+      auto & info = *resp.add_fibinfo();
+      info.set_prefix( fmt::format( "{}", route.prefix.addr ) );
+      info.set_prefix_len( route.prefix.len );
+      info.set_fec_id( route.value );
+      named.push_back( route.value );
+   }
+   std::ranges::sort( named );
+   named.erase( std::unique( named.begin(), named.end() ), named.end() );
+   for ( const auto id : named ) {
+      const auto * members = fec( id );
+      if ( members == nullptr ) continue;
+      auto & info = *resp.add_fecinfo();
+      info.set_fec_id( id );
+      for ( const auto & member : *members ) {
+         auto & nh = *info.add_nh_info();
+         nh.set_nh_index( member.nhIndex.value_or( 0 ) );
+         nh.set_gate( member.gate );
+      }
+   }
+   return {};
+}
+
+Fate FibIpv4::process( Packet & packet, Context & context ) {
+   const auto header = Ipv4Header::of( packet );
+   if ( !header ) return context.drop( kNoCounter, "not an IPv4 packet" );
+   const auto vrf = packet.meta.vrf;
+   const auto * routes = table( vrf );
+   if ( routes == nullptr )
+      return context.drop( counters_[CounterArg::kNoRouteCounterFieldNumber], "there is no VRF {}", vrf );
+   const auto route = routes->lookup( header->dst() );
+   if ( !route )
+      return context.drop( counters_[CounterArg::kNoRouteCounterFieldNumber], "no route to {} in VRF {}", header->dst(),
+                           vrf );
+   context.note( "longest match {} -> FEC {}", route->prefix, route->value );
+   const auto * members = fec( route->value );
+   if ( members == nullptr )
+      return context.drop( counters_[CounterArg::kNoFecCounterFieldNumber], "there is no FEC {}", route->value );
+   return forwardBy( *members, route->value, Flow::of( *header, packet ).hash(), packet, context );
+}
+
+Fate FibIpv4::forwardBy( const Fec & fec, std::uint32_t id, std::uint32_t hash, Packet & packet, Context & context ) {
+   if ( fec.empty() ) return context.drop( kNoCounter, "FEC {} has no members", id );
+   // The upper bits of the product spread a 32-bit hash over any number of members.
+   const auto chosen = std::size_t( std::uint64_t( hash ) * fec.size() >> 32 );
+   const auto & member = fec[chosen];
+   packet.meta.nhIndex = member.nhIndex.value_or( 0 );
+   if ( member.gate == kNoGate )
+      return context.drop( kNoCounter, "member {} of {} has no gate", chosen + 1, fec.size() );
+   context.note( "member {} of {} (gate {}, next hop {})", chosen + 1, fec.size(), member.gate, packet.meta.nhIndex );
+   return context.forward( member.gate );
+}
+
+// Copied as they lie under the engine's lock, put in order when they are told.
+struct FibIpv4::Snapshot {
+   std::vector< std::pair< std::uint32_t, std::vector< Lpm::Route > > > vrfs;
+   std::vector< std::pair< std::uint32_t, Fec > > fecs;
+   CommandSource counters;
+
+   void sort() {
+      std::ranges::sort( vrfs, {}, []( const auto & vrf ) { return vrf.first; } );
+      for ( auto & [vrf, routes] : vrfs ) std::ranges::sort( routes, {}, &Lpm::Route::prefix );
+      std::ranges::sort( fecs, {}, []( const auto & fec ) { return fec.first; } );
+   }
+
+   void tell( CommandSink & sink ) const {
+      counters( sink );
+      for ( const auto & [vrf, routes] : vrfs ) {
+         FibIpv4VrfArg arg;
+         arg.set_vrf( vrf );
+         sink.command( "addVrf", arg );
+      }
+      for ( const auto & [vrf, routes] : vrfs ) tellRoutes( vrf, routes, sink );
+      for ( const auto & [id, fec] : fecs ) tellFec( id, fec, sink );
+   }
+
+   static void tellRoutes( std::uint32_t vrf, const std::vector< Lpm::Route > & routes, CommandSink & sink ) {
+      FibIpv4RouteArg arg;
+      arg.set_vrf( vrf );
+      for ( const auto & route : routes ) {
+         arg.set_prefix( route.prefix.addr.value );
+         arg.set_prefix_len( route.prefix.len );
+         arg.set_fec_id( route.value );
+         sink.command( "addRoute", arg );
+      }
+   }
+
+   static void tellFec( std::uint32_t id, const Fec & fec, CommandSink & sink ) {
+      FibIpv4FecArg arg;
+      arg.set_fec_id( id );
+      for ( const auto & member : fec ) {
+         auto & info = *arg.add_nh_info();
+         info.set_gate( member.gate );
+         if ( member.nhIndex ) info.set_nh_index( *member.nhIndex );
+      }
+      sink.command( "addFec", arg );
+   }
+};
+
+CommandSource FibIpv4::commands() const {
+   auto snapshot = std::make_shared< Snapshot >();
+   for ( const auto & [vrf, routes] : vrfs_ ) snapshot->vrfs.emplace_back( vrf, routes->routes() );
+   snapshot->fecs.assign( fecs_.begin(), fecs_.end() );
+   snapshot->counters = counters_.command();
+   return [snapshot]( CommandSink & sink ) {
+      snapshot->sort();
+      snapshot->tell( sink );
+   };
+}
+
+std::string FibIpv4::desc() const {
+   return fmt::format( "{} routes, {} VRFs, {} FECs", routes_, vrfs_.size(), fecs_.size() );
+}
+
+Outcome FibIpv4::lookup( const LookupRequest & request, LookupReply & reply ) const {
+   const auto * routes = table( request.vrf() );
+   if ( routes == nullptr ) return noVrf( request.vrf() );
+   std::optional< Lpm::Route > route;
+   if ( request.has_prefix_len() ) {
+      Ipv4Prefix prefix;
+      if ( auto out = prefixFrom( request.address(), request.prefix_len(), prefix ); !out.ok() ) return out;
+      if ( const auto value = routes->exact( prefix ) ) route = { prefix, *value };
+   } else {
+      route = routes->lookup( { request.address() } );
+   }
+   reply.set_found( route.has_value() );
+   if ( !route ) return {};
+   reply.set_prefix( route->prefix.addr.value );
+   reply.set_prefix_len( route->prefix.len );
+   reply.set_fec_id( route->value );
+   const auto * members = fec( route->value );
+   reply.set_fec_found( members != nullptr );
+   if ( members == nullptr ) return {};
+   for ( const auto & member : *members ) {
+      auto & info = *reply.add_nh_info();
+      info.set_gate( member.gate );
+      info.set_nh_index( member.nhIndex.value_or( 0 ) );
+   }
+   return {};
+}
+
+} // namespace Vexdp

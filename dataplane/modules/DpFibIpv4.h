@@ -1,0 +1,86 @@
+// FibIpv4: the IPv4 forwarding table.
+//
+// Routes, by VRF, name a FEC; a FEC lists members, each an output gate and an index in the next-hop or resolve module
+// behind it. One member, chosen by the packet's flow, takes the packet.
+//
+//   in     any gate     IPv4 packets, with their VRF
+//   out    0            to what handles packets for the router itself
+//          others       as the members say
+//   drops  no VRF or no route, no such FEC (each under its counter), a FEC without members, a member without a gate
+//
+// A route may name a FEC that doesn't exist yet or no more. FECs are shared by the VRFs. Deleting a VRF deletes its
+// routes.
+#pragma once
+
+#include "DpCounterIds.h"
+#include "DpLpm.h"
+#include "DpModule.h"
+
+#include "vex/engine.pb.h"
+#include "vex/fib_ipv4.pb.h"
+
+#include <absl/container/flat_hash_map.h>
+#include <absl/container/inlined_vector.h>
+
+#include <memory>
+#include <optional>
+
+namespace Vexdp {
+
+class FibIpv4 : public Module {
+ public:
+   // When the init message doesn't say.
+   static constexpr std::uint32_t kDefaultRules = 1u << 20;
+   static constexpr std::uint32_t kMaxRules = 1u << 22;
+   static_assert( 2 * kMaxRules <= LpmPool::kMaxBlocks );
+   // Every VRF costs half a megabyte of address space.
+   static constexpr std::size_t kMaxVrfs = 4096;
+
+   struct Member {
+      GateId gate;                            // kNoGate: none
+      std::optional< std::uint32_t > nhIndex; // absent where nothing behind the gate looks at it
+   };
+   using Fec = absl::InlinedVector< Member, 4 >;
+
+   static const ModuleClass & moduleClass();
+   // `max_tbl8s` sizes nothing here: blocks come as they are needed.
+   static Outcome check( const vex::pb::FibIpv4Arg & init );
+   FibIpv4( Identity identity, const vex::pb::FibIpv4Arg & init );
+
+   // EEXIST: the VRF is there. ENOSPC: kMaxVrfs of them are.
+   Outcome addVrf( const vex::pb::FibIpv4VrfArg & arg );
+   Outcome delVrf( const vex::pb::FibIpv4VrfArg & arg );
+   // Adds or replaces. ENOENT: no such VRF. ENOSPC: `max_rules` routes are there.
+   Outcome addRoute( const vex::pb::FibIpv4RouteArg & arg );
+   Outcome delRoute( const vex::pb::FibIpv4RouteArg & arg );
+   // Adds or replaces.
+   Outcome addFec( const vex::pb::FibIpv4FecArg & arg );
+   Outcome delFec( const vex::pb::FibIpv4FecArg & arg );
+   Outcome setCounterIds( const vex::pb::FibIpv4CounterIdArg & arg ) { return counters_.set( arg ); }
+   // Routes by address and length; the FECs that they name, ascending.
+   Outcome showFib( const vex::pb::FibIpv4ShowArg & arg, vex::pb::FibIpv4ReadFibResp & resp ) const;
+
+   Fate process( Packet & packet, Context & context ) override;
+   CommandSource commands() const override;
+   std::string desc() const override;
+
+   // The longest match, or with a length that very prefix. Refused as a command would be: no such VRF, not a prefix.
+   Outcome lookup( const vex::pb::LookupRequest & request, vex::pb::LookupReply & reply ) const;
+   // Null when there is none.
+   const Fec * fec( std::uint32_t id ) const;
+
+ private:
+   struct Snapshot;
+
+   Lpm * table( std::uint32_t vrf ) const;
+   static Fate forwardBy( const Fec & fec, std::uint32_t id, std::uint32_t hash, Packet & packet, Context & context );
+
+   const std::uint32_t maxRules_;
+   LpmPool pool_;
+   absl::flat_hash_map< std::uint32_t, std::unique_ptr< Lpm > > vrfs_;
+   absl::flat_hash_map< std::uint32_t, Fec > fecs_;
+   std::size_t routes_ = 0; // of all VRFs
+   CounterIds counters_;
+};
+
+} // namespace Vexdp

@@ -1,0 +1,84 @@
+#include "DpPorts.h"
+
+#include "DpEthernet.h"
+#include "DpModuleClass.h"
+#include "DpPacket.h"
+#include "DpWalk.h"
+
+namespace Vexdp {
+
+using vex::pb::PortArg;
+
+namespace {
+constexpr GateId kOut = 0;
+}
+
+Outcome Port::check( const PortArg & init ) { return requireFields( { { !init.intfname().empty(), "intfname" } } ); }
+
+Port::Port( Identity identity, const PortArg & init ) :
+     Module( std::move( identity ) ),
+     intfname_( init.intfname() ),
+     intfId_( init.intf_id() ) {}
+
+const ModuleClass & PortRx::moduleClass() {
+   static const ModuleClass self =
+        describe< PortRx, PortArg >( "PortRx", "frames from an interface", { .igates = 0, .ogates = 1 }, {} );
+   return self;
+}
+
+Fate PortRx::process( Packet & packet, Context & context ) {
+   packet.meta.ingressIntf = intfId();
+   context.note( "in from {}", intfname() );
+   return context.forward( kOut );
+}
+
+const ModuleClass & PortRxCp::moduleClass() {
+   static const ModuleClass self =
+        describe< PortRxCp, PortArg >( "PortRxCp", "the router's own packets to an interface",
+                                       { .igates = 0, .ogates = 1 }, { command< &PortRxCp::setVrf >( "setVrf" ) } );
+   return self;
+}
+
+Outcome PortRxCp::setVrf( const vex::pb::VrfArg & arg ) {
+   if ( auto out = requireFields( { { arg.has_vrf(), "vrf" } } ); !out.ok() ) return out;
+   vrf_ = arg.vrf();
+   return {};
+}
+
+Fate PortRxCp::process( Packet & packet, Context & context ) {
+   packet.meta.ingressIntf = intfId();
+   packet.meta.own = true;
+   packet.meta.vrf = vrf_.value_or( 0 );
+   context.note( "the router's own, by {}", intfname() );
+   return context.forward( kOut );
+}
+
+CommandSource PortRxCp::commands() const {
+   return [vrf = vrf_]( CommandSink & sink ) {
+      if ( !vrf ) return;
+      vex::pb::VrfArg arg;
+      arg.set_vrf( *vrf );
+      sink.command( "setVrf", arg );
+   };
+}
+
+const ModuleClass & PortTx::moduleClass() {
+   static const ModuleClass self =
+        describe< PortTx, PortArg >( "PortTx", "frames to an interface", { .igates = kMaxGates, .ogates = 0 }, {} );
+   return self;
+}
+
+Fate PortTx::process( Packet & packet, Context & context ) {
+   context.note( "out to {}", intfname() );
+   return context.send( intfname(), destinationOf( packet ) );
+}
+
+const ModuleClass & PortTxCp::moduleClass() {
+   static const ModuleClass self = describe< PortTxCp, PortArg >( "PortTxCp", "packets to the router's kernel",
+                                                                  { .igates = kMaxGates, .ogates = 0 }, {} );
+   return self;
+}
+
+Fate PortTxCp::process( Packet &, Context & context ) { return context.deliver( "to the kernel by {}", intfname() ); }
+
+} // namespace Vexdp

@@ -1,0 +1,22 @@
+// A batch of requests on its way through the engine.
+#pragma once
+
+#include "DpRequests.h"
+
+namespace Vexdp {
+
+// Names of the actions that change the graph, as reports tell them.
+inline constexpr const char * kCreate = "CreateModule";
+inline constexpr const char * kDestroy = "DestroyModule";
+inline constexpr const char * kConnect = "ConnectModules";
+inline constexpr const char * kDisconnect = "DisconnectModules";
+
+// What a request for a module is about. The module isn't there to ask for its class.
+Subject subjectOf( const bess::pb::CreateModuleRequest & request );
+
+// Applies every request in its order, whatever becomes of the others. The reply gets the batch's number, a refusal for
+// each request that was refused, and an answer for each that has one: a show's, and the name that a module without one
+// got.
+void applyBatch( Requests & requests, const vex::pb::Batch & batch, vex::pb::BatchReply & reply );
+
+} // namespace Vexdp

@@ -1,0 +1,78 @@
+#include "DpControlService.h"
+
+#include "DpListing.h"
+#include "DpVersion.h"
+
+namespace Vexdp {
+
+using grpc::Status;
+using namespace bess::pb;
+
+Status ControlService::GetVersion( Context *, const EmptyRequest *, VersionResponse * response ) {
+   response->set_version( kVersion );
+   return Status::OK;
+}
+
+Status ControlService::ResetAll( Context *, const EmptyRequest *, EmptyResponse * ) {
+   engine_.reset();
+   return Status::OK;
+}
+
+Status ControlService::PauseAll( Context *, const EmptyRequest *, EmptyResponse * ) { return Status::OK; }
+
+Status ControlService::ResumeAll( Context *, const EmptyRequest *, EmptyResponse * ) { return Status::OK; }
+
+Status ControlService::ListMclass( Context *, const EmptyRequest *, ListMclassResponse * response ) {
+   listClasses( *response );
+   return Status::OK;
+}
+
+Status ControlService::GetMclassInfo( Context *, const GetMclassInfoRequest * request,
+                                      GetMclassInfoResponse * response ) {
+   report( { request->name(), {}, "GetMclassInfo" }, describeClass( request->name(), *response ), *response );
+   return Status::OK;
+}
+
+Status ControlService::ResetModules( Context *, const EmptyRequest *, EmptyResponse * ) {
+   engine_.resetModules();
+   return Status::OK;
+}
+
+Status ControlService::ListModules( Context *, const EmptyRequest *, ListModulesResponse * response ) {
+   engine_.list( *response );
+   return Status::OK;
+}
+
+Status ControlService::CreateModule( Context *, const CreateModuleRequest * request, CreateModuleResponse * response ) {
+   engine_.apply( *request, *response );
+   return Status::OK;
+}
+
+Status ControlService::DestroyModule( Context *, const DestroyModuleRequest * request, EmptyResponse * response ) {
+   engine_.apply( *request, *response );
+   return Status::OK;
+}
+
+Status ControlService::GetModuleInfo( Context *, const GetModuleInfoRequest * request,
+                                      GetModuleInfoResponse * response ) {
+   engine_.describe( request->name(), *response );
+   return Status::OK;
+}
+
+Status ControlService::ConnectModules( Context *, const ConnectModulesRequest * request, EmptyResponse * response ) {
+   engine_.apply( *request, *response );
+   return Status::OK;
+}
+
+Status ControlService::DisconnectModules( Context *, const DisconnectModulesRequest * request,
+                                          EmptyResponse * response ) {
+   engine_.apply( *request, *response );
+   return Status::OK;
+}
+
+Status ControlService::ModuleCommand( Context *, const CommandRequest * request, CommandResponse * response ) {
+   engine_.apply( *request, *response );
+   return Status::OK;
+}
+
+} // namespace Vexdp

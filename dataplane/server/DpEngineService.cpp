@@ -1,0 +1,28 @@
+#include "DpEngineService.h"
+
+namespace Vexdp {
+
+using grpc::Status;
+
+Status EngineService::Dump( grpc::ServerContext *, const vex::pb::DumpRequest * request,
+                            grpc::ServerWriter< vex::pb::Batch > * writer ) {
+   std::unique_ptr< Vexdp::Dump > dump;
+   if ( const auto out = engine_.dump( *request, dump ); !out.ok() )
+      return { grpc::StatusCode::NOT_FOUND, out.refusal().reason };
+   dump->tell( [writer]( const vex::pb::Batch & batch ) { return writer->Write( batch ); } );
+   return Status::OK;
+}
+
+Status EngineService::Lookup( grpc::ServerContext *, const vex::pb::LookupRequest * request,
+                              vex::pb::LookupReply * reply ) {
+   engine_.lookup( *request, *reply );
+   return Status::OK;
+}
+
+Status EngineService::TracePacket( grpc::ServerContext *, const vex::pb::TracePacketRequest * request,
+                                   vex::pb::TracePacketReply * reply ) {
+   engine_.trace( *request, *reply );
+   return Status::OK;
+}
+
+} // namespace Vexdp

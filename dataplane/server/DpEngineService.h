@@ -1,0 +1,28 @@
+// The service vex.pb.Engine on an engine: sessions, and what is asked beside them.
+#pragma once
+
+#include "DpEngine.h"
+
+#include "vex/engine.grpc.pb.h"
+
+#include <memory>
+
+namespace Vexdp {
+
+// Dump, Lookup and TracePacket run on gRPC's threads. Session is served by SessionServer.
+class EngineService final : public vex::pb::Engine::WithAsyncMethod_Session< vex::pb::Engine::Service > {
+ public:
+   explicit EngineService( Engine & engine ) : engine_( engine ) {}
+
+   grpc::Status Dump( grpc::ServerContext *, const vex::pb::DumpRequest * request,
+                      grpc::ServerWriter< vex::pb::Batch > * writer ) override;
+   grpc::Status Lookup( grpc::ServerContext *, const vex::pb::LookupRequest * request,
+                        vex::pb::LookupReply * reply ) override;
+   grpc::Status TracePacket( grpc::ServerContext *, const vex::pb::TracePacketRequest * request,
+                             vex::pb::TracePacketReply * reply ) override;
+
+ private:
+   Vexdp::Engine & engine_;
+};
+
+} // namespace Vexdp

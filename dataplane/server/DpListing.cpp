@@ -1,0 +1,104 @@
+#include "DpListing.h"
+
+#include "DpRegistry.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <tuple>
+
+namespace Vexdp {
+
+using namespace bess::pb;
+
+namespace {
+
+template < class Gate >
+void fillCounters( const GateCounters & counters, Gate & gate ) {
+   gate.set_cnt( counters.batches );
+   gate.set_pkts( counters.packets );
+   gate.set_bytes( counters.bytes );
+   gate.set_timestamp( counters.timestamp );
+}
+
+// What leads to a module, by its input gate, then by the other's name and gate.
+struct Upstream {
+   GateId igate;
+   std::string_view name;
+   GateId ogate;
+   auto operator<=>( const Upstream & ) const = default;
+};
+
+std::vector< Upstream > upstreamOf( const Module & module ) {
+   std::vector< Upstream > upstream;
+   for ( const auto & [from, ogate] : module.upstream() )
+      upstream.push_back( { from->ogates()[ogate].igate, from->name(), ogate } );
+   std::ranges::sort( upstream );
+   return upstream;
+}
+
+void fillInputGates( const Module & module, GetModuleInfoResponse & response ) {
+   GetModuleInfoResponse::IGate * gate = nullptr;
+   for ( const auto & from : upstreamOf( module ) ) {
+      if ( gate == nullptr || gate->igate() != from.igate ) {
+         gate = response.add_igates();
+         gate->set_igate( from.igate );
+         fillCounters( module.igates()[from.igate], *gate );
+      }
+      auto & ogate = *gate->add_ogates();
+      ogate.set_ogate( from.ogate );
+      ogate.set_name( std::string( from.name ) );
+   }
+}
+
+void fillOutputGates( const Module & module, GetModuleInfoResponse & response ) {
+   for ( GateId id = 0; id < module.ogates().size(); ++id ) {
+      const auto & from = module.ogates()[id];
+      if ( from.peer == nullptr ) continue;
+      auto & gate = *response.add_ogates();
+      gate.set_ogate( id );
+      fillCounters( from.counters, gate );
+      gate.set_name( from.peer->name() );
+      gate.set_igate( from.igate );
+   }
+}
+
+} // namespace
+
+void listClasses( ListMclassResponse & response ) {
+   for ( const auto * mclass : moduleClasses() ) response.add_names( mclass->name );
+}
+
+Outcome describeClass( const std::string & name, GetMclassInfoResponse & response ) {
+   const auto * mclass = findModuleClass( name );
+   if ( mclass == nullptr ) return refuse( ENOENT, "no such module class" );
+   response.set_name( mclass->name );
+   response.set_help( mclass->help );
+   for ( const auto & command : mclass->commands ) {
+      response.add_cmds( command.name );
+      response.add_cmd_args( typeName( *command.arg ) );
+   }
+   return {};
+}
+
+void listModules( const Graph & graph, ListModulesResponse & response ) {
+   for ( const auto & [name, module] : graph.modules() ) {
+      auto & listed = *response.add_modules();
+      listed.set_name( name );
+      listed.set_mclass( module->mclass().name );
+      listed.set_desc( module->desc() );
+   }
+}
+
+Outcome describeModule( const Graph & graph, const std::string & name, GetModuleInfoResponse & response ) {
+   const auto * module = graph.find( name );
+   if ( module == nullptr ) return refuse( ENOENT, "no such module" );
+   response.set_name( name );
+   response.set_mclass( module->mclass().name );
+   response.set_desc( module->desc() );
+   fillInputGates( *module, response );
+   fillOutputGates( *module, response );
+   response.set_deadends( module->deadEnds() );
+   return {};
+}
+
+} // namespace Vexdp

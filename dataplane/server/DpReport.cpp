@@ -1,0 +1,77 @@
+#include "DpReport.h"
+
+#include "google/rpc/error_details.pb.h"
+
+#include <spdlog/spdlog.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace Vexdp {
+
+namespace {
+
+// Values of google.rpc.Code.
+enum Code {
+   unknown = 2,
+   invalidArgument = 3,
+   notFound = 5,
+   alreadyExists = 6,
+   resourceExhausted = 8,
+   failedPrecondition = 9,
+   outOfRange = 11,
+   unimplemented = 12,
+};
+
+Code codeOf( int errnoCode ) {
+   switch ( errnoCode ) {
+   case EINVAL: return invalidArgument;
+   case ENOENT: return notFound;
+   case EEXIST: return alreadyExists;
+   case ENOSPC: return resourceExhausted;
+   case EBUSY:
+   case ENOTCONN: return failedPrecondition;
+   case ERANGE: return outOfRange;
+   case EOPNOTSUPP: return unimplemented;
+   default: return unknown;
+   }
+}
+
+std::string errnoName( int code ) {
+   const char * name = strerrorname_np( code );
+   return name == nullptr ? fmt::format( "{}", code ) : name;
+}
+
+} // namespace
+
+std::string textOf( const Subject & subject, const Refusal & refusal ) {
+   return fmt::format( "{}: {}: {}", subject.module, subject.action, refusal.reason );
+}
+
+void report( const Subject & subject, const Refusal & refusal, bess::pb::Error & error ) {
+   error.set_code( refusal.code );
+   error.set_errmsg( textOf( subject, refusal ) );
+   spdlog::debug( "refused {}", error.errmsg() );
+}
+
+void report( const Subject & subject, const Refusal & refusal, vex::pb::Refusal & reply ) {
+   report( subject, refusal, *reply.mutable_error() );
+   auto & status = *reply.mutable_status();
+   status.set_code( codeOf( refusal.code ) );
+   status.set_message( reply.error().errmsg() );
+
+   google::rpc::ErrorInfo cause;
+   cause.set_reason( errnoName( refusal.code ) );
+   cause.set_domain( "vexdp" );
+   ( *cause.mutable_metadata() )["module"] = std::string( subject.module );
+   ( *cause.mutable_metadata() )["action"] = std::string( subject.action );
+   status.add_details()->PackFrom( cause );
+
+   google::rpc::ResourceInfo object;
+   object.set_resource_type( subject.mclass.empty() ? "module" : std::string( subject.mclass ) );
+   object.set_resource_name( std::string( subject.module ) );
+   object.set_description( refusal.reason );
+   status.add_details()->PackFrom( object );
+}
+
+} // namespace Vexdp

@@ -1,0 +1,82 @@
+#include "DpRequests.h"
+
+#include "DpRegistry.h"
+
+#include <cctype>
+#include <cerrno>
+
+namespace Vexdp {
+
+using google::protobuf::Any;
+using google::protobuf::Message;
+
+namespace {
+
+Outcome wrongType( std::string_view what, std::string_view type, const Message & wanted ) {
+   return refuse( EINVAL, "{} is of type \"{}\" instead of {}", what, type, typeName( wanted ) );
+}
+
+Outcome notParsed( const Message & wanted ) { return refuse( EINVAL, "the bytes are no {}", typeName( wanted ) ); }
+
+// The init message that a request carries; one that carries none means the empty one.
+Outcome initOf( const bess::pb::CreateModuleRequest & request, Message & init ) {
+   if ( !request.has_arg() ) return {};
+   if ( typeName( request.arg() ) != typeName( init ) )
+      return wrongType( "the init argument", typeName( request.arg() ), init );
+   return init.ParseFromString( request.arg().value() ) ? Outcome() : notParsed( init );
+}
+
+} // namespace
+
+Outcome Requests::create( const bess::pb::CreateModuleRequest & request, std::string & name ) {
+   const auto * mclass = findModuleClass( request.mclass() );
+   if ( mclass == nullptr ) return refuse( ENOENT, "there is no module class \"{}\"", request.mclass() );
+   const std::unique_ptr< Message > init( mclass->init->New() );
+   if ( auto out = initOf( request, *init ); !out.ok() ) return out;
+   if ( auto out = mclass->check( *init ); !out.ok() ) return out;
+   name = request.name().empty() ? madeUpName( *mclass ) : request.name();
+   auto module = mclass->make( { name, *mclass }, *init );
+   if ( request.has_arg() ) module->initArgIs( request.arg() );
+   return graph_.add( std::move( module ) );
+}
+
+std::string Requests::madeUpName( const ModuleClass & mclass ) {
+   std::string stem = mclass.name;
+   stem[0] = char( std::tolower( static_cast< unsigned char >( stem[0] ) ) );
+   std::string name;
+   do name = fmt::format( "{}{}", stem, namesMadeUp_++ );
+   while ( graph_.find( name ) != nullptr );
+   return name;
+}
+
+Outcome Requests::connect( const bess::pb::ConnectModulesRequest & request ) {
+   return graph_.connect( request.m1(), request.ogate(), request.m2(), request.igate() );
+}
+
+Outcome Requests::disconnect( const bess::pb::DisconnectModulesRequest & request ) {
+   return graph_.disconnect( request.name(), request.ogate() );
+}
+
+Outcome Requests::find( std::string_view name, std::string_view cmd, std::string_view type, Target & target ) const {
+   auto * module = graph_.find( name );
+   if ( module == nullptr ) return refuse( ENOENT, "no such module" );
+   const auto * command = module->mclass().command( cmd );
+   if ( command == nullptr ) return refuse( EOPNOTSUPP, "class {} has no such command", module->mclass().name );
+   if ( type != typeName( *command->arg ) ) return wrongType( "the argument", type, *command->arg );
+   target.module_ = module;
+   target.command_ = command;
+   target.arg_.reset( command->arg->New() );
+   return {};
+}
+
+Outcome Requests::Target::run( const std::string & bytes, Answer & answer ) {
+   if ( !arg_->ParseFromString( bytes ) ) return notParsed( *arg_ );
+   return command_->run( *module_, *arg_, answer );
+}
+
+Subject Requests::subject( std::string_view name, std::string_view action ) const {
+   const auto * module = graph_.find( name );
+   return { name, module == nullptr ? std::string_view() : std::string_view( module->mclass().name ), action };
+}
+
+} // namespace Vexdp

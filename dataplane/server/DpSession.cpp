@@ -1,0 +1,180 @@
+#include "DpSession.h"
+
+#include "DpVersion.h"
+
+#include <spdlog/spdlog.h>
+
+#include <array>
+#include <cassert>
+#include <vector>
+
+namespace Vexdp {
+
+using vex::pb::Batch;
+using vex::pb::BatchReply;
+
+// Deletes itself when it is ending and nothing is under way.
+class Session {
+ public:
+   explicit Session( SessionServer & server ) :
+        server_( server ),
+        block_( kFirstBlock ),
+        arena_( arenaOptions() ),
+        stream_( &context_ ) {}
+
+   void wait() {
+      start( Step::call );
+      server_.service_.RequestSession( &context_, &stream_, &server_.queue_, &server_.queue_, tag( Step::call ) );
+   }
+
+   // A newer session began.
+   void supersede() {
+      superseded_ = true;
+      if ( state_ == State::reading ) end( supersededStatus() );
+   }
+
+   enum class Step : std::uint8_t { call, read, write, status };
+   // What the queue hands back.
+   struct Tag {
+      Session * session;
+      Step step;
+   };
+   // The session may be gone afterwards.
+   void finished( Step step, bool ok ) {
+      --underWay_;
+      switch ( step ) {
+      case Step::call: ok ? called() : neverCalled(); break;
+      case Step::read: haveRead( ok ); break;
+      case Step::write: haveWritten( ok ); break;
+      case Step::status: break;
+      }
+      if ( state_ == State::ending && underWay_ == 0 ) delete this;
+   }
+
+ private:
+   enum class State : std::uint8_t { waiting, greeting, reading, replying, ending };
+
+   // A batch of 4,096 route updates fits.
+   static constexpr std::size_t kFirstBlock = 512 * 1024;
+
+   google::protobuf::ArenaOptions arenaOptions() {
+      google::protobuf::ArenaOptions options;
+      options.initial_block = block_.data();
+      options.initial_block_size = block_.size();
+      options.start_block_size = kFirstBlock;
+      options.max_block_size = kFirstBlock;
+      return options;
+   }
+
+   void * tag( Step step ) { return &tags_[std::size_t( step )]; }
+   void start( Step ) { ++underWay_; }
+
+   void called() {
+      spdlog::info( "session from {}", context_.peer() );
+      server_.began( *this );
+      state_ = State::greeting;
+      auto & hello = *reply_.mutable_hello();
+      hello.set_version( kVersion );
+      hello.set_counter_path( server_.engine_.counters().path() );
+      write();
+   }
+
+   // The queue is shutting down.
+   void neverCalled() { state_ = State::ending; }
+
+   void haveRead( bool ok ) {
+      if ( state_ != State::reading ) return;
+      if ( !ok ) return end( grpc::Status::OK );
+      if ( batch_->number() != lastNumber_ + 1 )
+         return end( { grpc::StatusCode::INVALID_ARGUMENT,
+                       fmt::format( "batch {} after batch {}", batch_->number(), lastNumber_ ) } );
+      lastNumber_ = batch_->number();
+      reply_.Clear();
+      server_.engine_.apply( *batch_, reply_ );
+      state_ = State::replying;
+      write();
+   }
+
+   void haveWritten( bool ok ) {
+      if ( superseded_ ) return end( supersededStatus() );
+      if ( !ok ) return end( grpc::Status::OK );
+      state_ = State::reading;
+      read();
+   }
+
+   void read() {
+      arena_.Reset();
+      batch_ = google::protobuf::Arena::CreateMessage< Batch >( &arena_ );
+      start( Step::read );
+      stream_.Read( batch_, tag( Step::read ) );
+   }
+
+   void write() {
+      start( Step::write );
+      stream_.Write( reply_, tag( Step::write ) );
+   }
+
+   void end( const grpc::Status & status ) {
+      spdlog::info( "session from {} ends after batch {}: {}", context_.peer(), lastNumber_,
+                    status.ok() ? "the client is done or gone" : status.error_message() );
+      state_ = State::ending;
+      server_.ended( *this );
+      start( Step::status );
+      stream_.Finish( status, tag( Step::status ) );
+   }
+
+   static grpc::Status supersededStatus() { return { grpc::StatusCode::ABORTED, "a newer session began" }; }
+
+   SessionServer & server_;
+   State state_ = State::waiting;
+   bool superseded_ = false;
+   unsigned underWay_ = 0;
+   std::uint64_t lastNumber_ = 0;
+   std::array< Tag, 4 > tags_{
+        { { this, Step::call }, { this, Step::read }, { this, Step::write }, { this, Step::status } } };
+   std::vector< char > block_;
+   google::protobuf::Arena arena_;
+   Batch * batch_ = nullptr;
+   BatchReply reply_;
+   grpc::ServerContext context_;
+   grpc::ServerAsyncReaderWriter< BatchReply, Batch > stream_;
+};
+
+SessionServer::SessionServer( Engine & engine, EngineService & service, grpc::ServerCompletionQueue & queue ) :
+     engine_( engine ),
+     service_( service ),
+     queue_( queue ) {}
+
+SessionServer::~SessionServer() {
+   queue_.Shutdown();
+   if ( thread_.joinable() ) thread_.join();
+}
+
+void SessionServer::start() {
+   waitForNext();
+   thread_ = std::thread( [this] { serve(); } );
+}
+
+void SessionServer::waitForNext() { ( new Session( *this ) )->wait(); }
+
+void SessionServer::serve() {
+   void * tag = nullptr;
+   bool ok = false;
+   while ( queue_.Next( &tag, &ok ) ) {
+      const auto * done = static_cast< Session::Tag * >( tag );
+      done->session->finished( done->step, ok );
+   }
+}
+
+void SessionServer::began( Session & session ) {
+   if ( current_ != nullptr ) current_->supersede();
+   current_ = &session;
+   engine_.reset();
+   waitForNext();
+}
+
+void SessionServer::ended( const Session & session ) {
+   if ( current_ == &session ) current_ = nullptr;
+}
+
+} // namespace Vexdp

@@ -1,0 +1,57 @@
+// Sessions of the batch stream: one at a time owns the data plane, and a newer one ends the older.
+//
+// A session is a state machine on one thread, which also applies the batches. Synchronous streams would block a thread
+// in a read that only the client can end; the newer session must be able to.
+//
+//   state       what is under way                on success        on failure
+//   waiting     the next call                    greeting, and a new session waits
+//   greeting    write Hello                      reading           ending
+//   reading     read a batch                     apply, replying   ending (the client has sent its last)
+//   replying    write the reply                  reading           ending
+//   ending      the status                       gone              gone
+//
+//   event: superseded by a newer session         ending with ABORTED, at once or after the write under way
+//   event: a batch out of its order              ending with INVALID_ARGUMENT
+#pragma once
+
+#include "DpEngineService.h"
+
+#include <google/protobuf/arena.h>
+#include <grpcpp/grpcpp.h>
+
+#include <cstdint>
+#include <memory>
+#include <thread>
+
+namespace Vexdp {
+
+class Session;
+
+// Serves the sessions from start() until the queue is shut down.
+class SessionServer {
+ public:
+   // All outlive the server. The queue is one that the gRPC server was built with, for this server alone.
+   SessionServer( Engine & engine, EngineService & service, grpc::ServerCompletionQueue & queue );
+   // REQUIRES: the gRPC server is shut down, or was never started
+   ~SessionServer();
+
+   // REQUIRES: the gRPC server is running
+   void start();
+
+ private:
+   friend class Session;
+
+   void serve();
+   void waitForNext();
+   // The session has its call: it takes the data plane over.
+   void began( Session & session );
+   void ended( const Session & session );
+
+   Engine & engine_;
+   EngineService & service_;
+   grpc::ServerCompletionQueue & queue_;
+   Session * current_ = nullptr;
+   std::thread thread_;
+};
+
+} // namespace Vexdp

@@ -1,0 +1,120 @@
+// vexdp: the reference data plane, a gRPC server.
+
+#include "DpAddress.h"
+#include "DpServer.h"
+#include "DpVersion.h"
+
+#include <CLI/CLI.hpp>
+#include <grpc/support/log.h>
+#include <spdlog/sinks/stdout_color_sinks.h>
+#include <spdlog/spdlog.h>
+
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+enum ExitCode { done = 0, failed = 1, usage = 2 };
+
+struct Options {
+   std::vector< std::string > listen{ "localhost:10514" };
+   std::string counters;
+   std::string logLevel = "info";
+   std::optional< pid_t > parent; // 0: whoever it is
+};
+
+// Nothing when there is nothing more to do, with the exit code set.
+std::optional< Options > parsed( int argc, char ** argv, int & exitCode ) {
+   Options options;
+   CLI::App app( "The reference data plane: a graph of modules behind gRPC." );
+   app.set_version_flag( "--version", std::string( "vexdp " ) + Vexdp::kVersion );
+   app.add_option( "--listen", options.listen, "unix:PATH or HOST:PORT to listen on, any number of times" )
+        ->type_name( "ADDRESS" )
+        ->capture_default_str()
+        ->check( []( const std::string & address ) { return Vexdp::badAddress( address ); } );
+   app.add_option( "--counters", options.counters,
+                   "file to make for the counters, which others may map; without it they stay inside" )
+        ->type_name( "FILE" );
+   app.add_option( "--log-level", options.logLevel, "debug, info, warning, error or off" )
+        ->type_name( "LEVEL" )
+        ->capture_default_str()
+        ->check( CLI::IsMember( { "debug", "info", "warning", "error", "off" } ).description( "" ) );
+   app.add_option( "--die-with-parent", options.parent,
+                   "end when the parent process does; with its process id, also when it is gone already" )
+        ->type_name( "[PID]" )
+        ->check( CLI::Range( 1, 1 << 22 ).description( "" ) )
+        ->expected( 0, 1 );
+   try {
+      app.parse( argc, argv );
+      return options;
+   } catch ( const CLI::ParseError & error ) {
+      exitCode = app.exit( error ) == 0 ? done : usage;
+      return std::nullopt;
+   }
+}
+
+void logAt( const std::string & level ) {
+   spdlog::set_default_logger( spdlog::stderr_color_mt( "vexdp" ) );
+   spdlog::set_pattern( "%Y-%m-%d %H:%M:%S.%e %n %^%l%$: %v" );
+   spdlog::set_level( spdlog::level::from_str( level ) );
+   // What gRPC finds wrong is told by the call that fails, or by the constructor of the server.
+   gpr_set_log_function( []( gpr_log_func_args * args ) { spdlog::debug( "grpc: {}", args->message ); } );
+}
+
+// The signal comes with the end of the thread that started this process. A parent that is gone before it is asked for
+// is not seen by it.
+bool parentLives( pid_t parent, pid_t atStart ) {
+   prctl( PR_SET_PDEATHSIG, SIGTERM );
+   const pid_t now = getppid();
+   return parent == 0 ? now == atStart && now != 1 : now == parent;
+}
+
+// Before any thread is made, so that all of them leave the signals to the one that waits.
+sigset_t blockedSignals() {
+   sigset_t signals;
+   sigemptyset( &signals );
+   sigaddset( &signals, SIGTERM );
+   sigaddset( &signals, SIGINT );
+   pthread_sigmask( SIG_BLOCK, &signals, nullptr );
+   return signals;
+}
+
+int serve( const Options & options, const sigset_t & signals ) {
+   try {
+      const auto counters = options.counters.empty() ? std::make_unique< Vexdp::CounterTable >()
+                                                     : std::make_unique< Vexdp::CounterTable >( options.counters );
+      Vexdp::Engine engine( *counters );
+      const Vexdp::Server server( engine, options.listen );
+      for ( const auto & address : server.addresses() ) spdlog::info( "listening on {}", address );
+      int signal = 0;
+      sigwait( &signals, &signal );
+      spdlog::info( "ending on {}", signal == SIGINT ? "SIGINT" : "SIGTERM" );
+      return done;
+   } catch ( const std::exception & error ) {
+      std::cerr << "vexdp: " << error.what() << "\n";
+      return failed;
+   }
+}
+
+} // namespace
+
+int main( int argc, char ** argv ) {
+   const pid_t parentAtStart = getppid();
+   int exitCode = done;
+   const auto options = parsed( argc, argv, exitCode );
+   if ( !options ) return exitCode;
+   logAt( options->logLevel );
+   const auto signals = blockedSignals();
+   if ( options->parent && !parentLives( *options->parent, parentAtStart ) ) {
+      std::cerr << "vexdp: the parent process is gone\n";
+      return failed;
+   }
+   return serve( *options, signals );
+}
