@@ -57,11 +57,22 @@ void Walk::run( Module & source, Packet packet, Reply * trace ) {
    follow( source, packet );
    context_.trace_ = nullptr;
    while ( !context_.parked_.empty() ) {
-      auto parked = std::move( context_.parked_.back() );
-      context_.parked_.pop_back();
+      auto parked = std::move( context_.parked_.front() );
+      context_.parked_.pop_front();
       context_.hops_ = parked.hops;
       follow( *parked.from, parked.ogate, parked.packet );
    }
+}
+
+// A punted packet keeps its reason beside why it was lost.
+template < typename... Args >
+void Walk::lose( Module & module, const Packet & packet, fmt::format_string< Args... > why, Args &&... args ) {
+   if ( context_.trace_ != nullptr ) {
+      auto text = fmt::format( why, std::forward< Args >( args )... );
+      auto & reason = *context_.trace_->mutable_reason();
+      reason = reason.empty() ? std::move( text ) : fmt::format( "{} ({})", text, reason );
+   }
+   end( module, Fate( Fate::Kind::dropped ), packet );
 }
 
 void Walk::follow( Module & source, Packet & packet ) {
@@ -78,7 +89,7 @@ void Walk::follow( Module & from, GateId ogate, Packet & packet ) {
    while ( true ) {
       if ( context_.hops_ >= kMaxHops ) return lose( *at, packet, "loop" );
       Module * next = cross( *at, ogate, packet );
-      if ( next == nullptr ) return lose( *at, packet, fmt::format( "gate {} is not connected", ogate ) );
+      if ( next == nullptr ) return lose( *at, packet, "gate {} is not connected", ogate );
       at = next;
       const auto fate = visit( *at, packet );
       if ( fate.kind_ != Fate::Kind::forwarded ) return end( *at, fate, packet );
@@ -118,15 +129,6 @@ void Walk::end( Module & module, Fate fate, const Packet & packet ) {
                                                    : Reply::END_DROPPED );
    context_.trace_->set_module( module.name() );
    context_.trace_->set_length( std::uint32_t( packet.size() ) );
-}
-
-// A punted packet keeps its reason beside why it was lost.
-void Walk::lose( Module & module, const Packet & packet, std::string_view why ) {
-   if ( context_.trace_ != nullptr ) {
-      auto & reason = *context_.trace_->mutable_reason();
-      reason = reason.empty() ? std::string( why ) : fmt::format( "{} ({})", why, reason );
-   }
-   end( module, Fate( Fate::Kind::dropped ), packet );
 }
 
 } // namespace Vexdp

@@ -7,8 +7,8 @@
 
 #include "vex/engine.pb.h"
 
+#include <deque>
 #include <string_view>
-#include <vector>
 
 namespace Vexdp {
 
@@ -95,7 +95,7 @@ class Context {
    GateId igate_ = 0;
    unsigned hops_ = 0;
    unsigned made_ = 0;
-   std::vector< Parked > parked_;
+   std::deque< Parked > parked_;
 };
 
 // Runs packets from a source on. Gates and counters move only when the walk counts: for a real source, and for a
@@ -120,7 +120,8 @@ class Walk {
    Module * cross( Module & from, GateId ogate, const Packet & packet );
    Fate visit( Module & module, Packet & packet );
    void end( Module & module, Fate fate, const Packet & packet );
-   void lose( Module & module, const Packet & packet, std::string_view why );
+   template < typename... Args >
+   void lose( Module & module, const Packet & packet, fmt::format_string< Args... > why, Args &&... args );
 
    Context context_;
    double now_;

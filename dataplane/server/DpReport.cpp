@@ -45,7 +45,10 @@ std::string errnoName( int code ) {
 } // namespace
 
 std::string textOf( const Subject & subject, const Refusal & refusal ) {
-   return fmt::format( "{}: {}: {}", subject.module, subject.action, refusal.reason );
+   std::string text;
+   for ( const auto part : { subject.module, subject.action } )
+      if ( !part.empty() ) text += fmt::format( "{}: ", part );
+   return text + refusal.reason;
 }
 
 void report( const Subject & subject, const Refusal & refusal, bess::pb::Error & error ) {

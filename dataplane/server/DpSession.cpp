@@ -16,8 +16,10 @@ using vex::pb::BatchReply;
 // Deletes itself when it is ending and nothing is under way.
 class Session {
  public:
-   explicit Session( SessionServer & server ) :
+   // The id is for people.
+   Session( SessionServer & server, std::uint64_t id ) :
         server_( server ),
+        id_( id ),
         block_( kFirstBlock ),
         arena_( arenaOptions() ),
         stream_( &context_ ) {}
@@ -70,7 +72,7 @@ class Session {
    void start( Step ) { ++underWay_; }
 
    void called() {
-      spdlog::info( "session from {}", context_.peer() );
+      spdlog::info( "session {} begins, from {}", id_, context_.peer() );
       server_.began( *this );
       state_ = State::greeting;
       auto & hello = *reply_.mutable_hello();
@@ -115,7 +117,7 @@ class Session {
    }
 
    void end( const grpc::Status & status ) {
-      spdlog::info( "session from {} ends after batch {}: {}", context_.peer(), lastNumber_,
+      spdlog::info( "session {} ends after batch {}: {}", id_, lastNumber_,
                     status.ok() ? "the client is done or gone" : status.error_message() );
       state_ = State::ending;
       server_.ended( *this );
@@ -126,6 +128,7 @@ class Session {
    static grpc::Status supersededStatus() { return { grpc::StatusCode::ABORTED, "a newer session began" }; }
 
    SessionServer & server_;
+   const std::uint64_t id_;
    State state_ = State::waiting;
    bool superseded_ = false;
    unsigned underWay_ = 0;
@@ -155,7 +158,7 @@ void SessionServer::start() {
    thread_ = std::thread( [this] { serve(); } );
 }
 
-void SessionServer::waitForNext() { ( new Session( *this ) )->wait(); }
+void SessionServer::waitForNext() { ( new Session( *this, ++sessions_ ) )->wait(); }
 
 void SessionServer::serve() {
    void * tag = nullptr;

@@ -51,6 +51,7 @@ class SessionServer {
    EngineService & service_;
    grpc::ServerCompletionQueue & queue_;
    Session * current_ = nullptr;
+   std::uint64_t sessions_ = 0;
    std::thread thread_;
 };
 

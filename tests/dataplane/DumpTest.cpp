@@ -1,0 +1,208 @@
+#include "DpTestSupport.h"
+
+#include "DpCounterTable.h"
+
+#include "vex/counter_table.h"
+#include "vex/fib_ipv4.pb.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+using namespace DpTest;
+
+// Something of everything that a module can hold.
+std::string everything() {
+   return coreLines() + ethernetLines( "et1", 1 ) + ethernetLines( "et2", 2 ) +
+          tunnelLines( "tu1", 3, "gre_key: 4 ip_encap_arg { tun_src_ip: 1 tun_dst_ip: 2 tun_ttl: 9 }" ) + R"(
+      create ipsec Ip4IpsecTun tun_id: 3 cp_ingress: true
+      create mfib4 McastFibIpv4 vrfname: 'default'
+      create mfib6 McastFibIpv6
+      create txcp PortTxCp intfname: 'et1'
+      create bare IpInput
+      connect NhResolve_tu1:8191 IpOutput_et1:8191
+      fibIpv4 setCounterIds no_fec_counter: 8
+      fibIpv4 addVrf vrf: 4294967295
+      fibIpv4 addRoute vrf: 4294967295 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1
+      fibIpv4 addRoute vrf: 0 prefix: @255.255.255.255 prefix_len: 32 fec_id: 2
+      fibIpv4 addRoute vrf: 0 prefix: 0 prefix_len: 0 fec_id: 3
+      fibIpv4 addFec fec_id: 2
+      fibIpv4 addFec fec_id: 1 nh_info { gate: 1 nh_index: 3 } nh_info { gate: 4294967295 } nh_info { gate: 0 nh_index: 0 }
+      ForUsClassifyIpv4 setCounterIds internal_err_linearize_counter: 1 unknown_pkt_counter: 4294967295
+      NextHop_et1 setCounterIds prepend_fail_counter: 3
+      NextHop_et1 writeNH nexthopinfo { nh_index: 3 pkt_cmd: 1 mac_da: @02:aa:00:00:00:01 }
+      NextHop_et1 writeNH nexthopinfo { nh_index: 0 pkt_cmd: -1 }
+      IpOutput_et1 setMtu ip_mtu: 9000
+      IpOutput_et1 setTcpMssAdjust mss: 1400 do_mss_checksum: false
+      IpOutput_et1 setHwOffload ip_hdr_cksum_offload: true
+      IpInput_et1 setTcpMssAdjust mss: 1300
+      Ip4GreTun_tu1 setIp4TunTos tun_tos: false
+      Ip4GreTun_tu1 setIp4TunTtl ttl_from_inner_header: true
+      NhResolve_tu1 addNhResolveEntry nhr_index: 5 ogate: 8191 nhm_index: 7
+      NhResolve_tu1 addNhResolveEntry nhr_index: 6 ogate: 4294967295 nhm_index: 0
+      rxcp_tu1 setVrf vrf: 9
+      classify_et1 setMacAddr mac_addr: @02:00:00:00:00:09
+      classify_et1 addVirtualMac mac_addr: @00:00:5e:00:01:02
+      classify_et1 addVirtualMac mac_addr: @00:00:5e:00:01:01
+      classify_et1 setEtherTypeGate ether_type: 34525 ogate: 2
+   )";
+}
+
+std::vector< vex::pb::Batch > batchesOf( const Vexdp::Engine & engine ) {
+   std::unique_ptr< Vexdp::Dump > dump;
+   EXPECT_TRUE( engine.dump( {}, dump ).ok() );
+   std::vector< vex::pb::Batch > batches;
+   dump->tell( [&batches]( const vex::pb::Batch & batch ) {
+      batches.push_back( batch );
+      return true;
+   } );
+   return batches;
+}
+
+TEST( Dump, rebuildsTheStateInAnEmptyDataPlane ) {
+   Plane first, second;
+   first.set( everything() );
+   const auto batches = batchesOf( first.engine );
+   for ( const auto & batch : batches ) {
+      vex::pb::BatchReply reply;
+      second.engine.apply( batch, reply );
+      EXPECT_EQ( refusals( reply ), Lines() );
+   }
+   const auto again = batchesOf( second.engine );
+   ASSERT_EQ( again.size(), batches.size() );
+   for ( std::size_t i = 0; i < batches.size(); ++i )
+      EXPECT_EQ( again[i].SerializeAsString(), batches[i].SerializeAsString() );
+   // Nothing that was said is missing: one request for each line, less what the lines above said twice.
+   EXPECT_EQ( first.dump().size(), second.dump().size() );
+   EXPECT_EQ( first.dump( { "classify_et1" } ),
+              ( Lines{ "create_module { name: \"classify_et1\" mclass: \"EtherClassify\" arg { "
+                       "[type.googleapis.com/vex.pb.EtherClassifyArg] { intf_id: 1 intfname: \"et1\" mac_addr: "
+                       "\"\\002\\000\\000\\000\\000\\001\" } } }",
+                       "connect_modules { m1: \"classify_et1\" m2: \"trap\" }",
+                       "connect_modules { m1: \"classify_et1\" m2: \"IpInput_et1\" ogate: 1 }",
+                       "classify_et1 setMacAddr mac_addr: \"\\002\\000\\000\\000\\000\\t\"",
+                       "classify_et1 addVirtualMac mac_addr: \"\\000\\000^\\000\\001\\001\"",
+                       "classify_et1 addVirtualMac mac_addr: \"\\000\\000^\\000\\001\\002\"",
+                       "classify_et1 setVrf vrf: 0", "classify_et1 setEtherTypeGate ether_type: 2048 ogate: 1",
+                       "classify_et1 setEtherTypeGate ether_type: 34525 ogate: 2" } ) );
+}
+
+TEST( Dump, isACopyInBatchesOfLimitedSizeThatCarryTheLastNumber ) {
+   Plane plane;
+   plane.set( "create fib FibIpv4\n fib addVrf vrf: 0" );
+   std::string routes;
+   for ( unsigned i = 0; i < 10000; ++i )
+      routes += fmt::format( "fib addRoute vrf: 0 prefix: {} prefix_len: 32 fec_id: 1\n", i * 7919 );
+   vex::pb::BatchReply reply;
+   plane.engine.apply( plane.reader.batch( routes, 41 ), reply );
+
+   std::unique_ptr< Vexdp::Dump > dump;
+   ASSERT_TRUE( plane.engine.dump( {}, dump ).ok() );
+   // Whatever happens now, the dump tells what was.
+   plane.engine.reset();
+   std::vector< int > sizes;
+   std::uint32_t last = 0;
+   dump->tell( [&]( const vex::pb::Batch & batch ) {
+      int size = 0;
+      for ( const auto & request : batch.request() ) {
+         size += request.has_command() ? request.command().arg_size() : 1;
+         for ( const auto & bytes : request.command().arg() ) {
+            vex::pb::FibIpv4RouteArg route;
+            if ( request.command().cmd() != "addRoute" ) continue;
+            EXPECT_TRUE( route.ParseFromString( bytes ) );
+            EXPECT_GE( route.prefix(), last );
+            last = route.prefix();
+         }
+      }
+      sizes.push_back( size );
+      EXPECT_EQ( batch.number(), 41u );
+      return true;
+   } );
+   EXPECT_EQ( sizes, ( std::vector< int >{ 4096, 4096, 1810 } ) );
+   EXPECT_EQ( last, 9999u * 7919u );
+
+   // A reader that goes is not told the rest, and an empty data plane has one batch to say so.
+   int told = 0;
+   dump->tell( [&told]( const auto & ) { return ++told < 2; } );
+   EXPECT_EQ( told, 2 );
+   EXPECT_EQ( batchesOf( plane.engine ).size(), 1u );
+}
+
+// The file, as another process sees it.
+class CounterFile : public testing::Test {
+ protected:
+   CounterFile() {
+      std::string name = ( std::filesystem::temp_directory_path() / "vexdp-counters-XXXXXX" ).string();
+      path_ = std::string( mkdtemp( name.data() ) ) + "/counters";
+   }
+   ~CounterFile() override { std::filesystem::remove_all( std::filesystem::path( path_ ).parent_path() ); }
+
+   std::string failure() const {
+      try {
+         const Vexdp::CounterTable table( path_ );
+         return "";
+      } catch ( const std::exception & error ) {
+         const std::string text = error.what();
+         return text.substr( text.find( ": " ) + 2 );
+      }
+   }
+
+   std::string path_;
+};
+
+TEST_F( CounterFile, hasTheLayoutThatReadersMapAndGoesWithItsOwner ) {
+   using namespace vex::counters;
+   {
+      Vexdp::CounterTable table( path_ );
+      EXPECT_EQ( table.path(), path_ );
+      table.add( 3, 5 );
+      table.add( kSlots - 1 );
+      table.add( kSlots );
+      table.add( Vexdp::kNoCounter );
+
+      const int fd = open( path_.c_str(), O_RDONLY );
+      struct stat status {};
+      ASSERT_EQ( fstat( fd, &status ), 0 );
+      ASSERT_EQ( std::size_t( status.st_size ), kOffset + kSlots * 8ul );
+      EXPECT_LT( status.st_blocks * 512, 100000 ) << "not sparse";
+      const auto * map =
+           static_cast< const char * >( mmap( nullptr, std::size_t( status.st_size ), PROT_READ, MAP_SHARED, fd, 0 ) );
+      const auto & header = *reinterpret_cast< const Header * >( map );
+      EXPECT_EQ( header.magic, kMagic );
+      EXPECT_EQ( header.writers, 1u );
+      EXPECT_EQ( header.slots, kSlots );
+      EXPECT_EQ( header.offset, kOffset );
+      const auto * counts = reinterpret_cast< const std::uint64_t * >( map + kOffset );
+      EXPECT_EQ( counts[3], 5u );
+      EXPECT_EQ( counts[kSlots - 1], 1u );
+      table.clear();
+      EXPECT_EQ( counts[3] + counts[kSlots - 1], 0u );
+      munmap( const_cast< char * >( map ), std::size_t( status.st_size ) );
+      close( fd );
+   }
+   EXPECT_FALSE( std::filesystem::exists( path_ ) );
+}
+
+TEST_F( CounterFile, takesNothingFromAnybodyElse ) {
+   {
+      const Vexdp::CounterTable holder( path_ );
+      EXPECT_EQ( failure(), "in use by another process" );
+      std::filesystem::copy( path_, path_ + "2" );
+   }
+   // What a process left that was killed, byte for byte.
+   std::filesystem::rename( path_ + "2", path_ );
+   EXPECT_EQ( failure(), "" );
+   std::ofstream( path_ ) << "somebody's notes, longer than a header of a counter table would be";
+   EXPECT_EQ( failure(), "exists and is not a counter table" );
+   EXPECT_TRUE( std::filesystem::exists( path_ ) );
+   path_ += "/below";
+   EXPECT_EQ( failure(), "Not a directory" );
+}
+
+} // namespace

@@ -1,0 +1,422 @@
+#include "DpTestSupport.h"
+
+#include "DpListing.h"
+#include "DpModuleClass.h"
+#include "DpRegistry.h"
+
+#include "google/rpc/error_details.pb.h"
+#include "vex/fib_ipv4.pb.h"
+#include "vex/next_hop.pb.h"
+
+namespace {
+
+using namespace DpTest;
+
+// A request that is refused, and why. The plane before it is made by `before`.
+struct Refused {
+   const char * what;
+   const char * before;
+   const char * request;
+   const char * refusal;
+};
+
+// Printed by gtest in place of the struct's bytes.
+void PrintTo( const Refused & refused, std::ostream * out ) { *out << refused.what; }
+
+class Refusals : public testing::TestWithParam< Refused > {};
+
+TEST_P( Refusals, aRefusedRequestNamesItsObjectAndChangesNothing ) {
+   const auto & given = GetParam();
+   Plane plane;
+   plane.set( given.before );
+   const auto before = plane.dump();
+   EXPECT_EQ( plane.apply( given.request ), ( Lines{ std::string( "0 " ) + given.refusal } ) );
+   EXPECT_EQ( plane.dump(), before );
+}
+
+constexpr const char * kTwo = "create a IpInput\n create b Trap\n";
+
+INSTANTIATE_TEST_SUITE_P(
+     Graph, Refusals,
+     testing::Values(
+          Refused{ "a class that isn't there", "", "create a Firewall",
+                   "ENOENT a: CreateModule: there is no module class \"Firewall\"" },
+          Refused{ "a name in use", "create a Trap", "create a NextHop",
+                   "EEXIST a: CreateModule: the name is in use by a module of class Trap" },
+          Refused{ "a module to destroy that isn't there", "", "destroy a", "ENOENT a: DestroyModule: no such module" },
+          Refused{ "a source that isn't there", kTwo, "connect c:0 b:0", "ENOENT c: ConnectModules: no such module" },
+          Refused{ "a target that isn't there", kTwo, "connect a:0 c:0",
+                   "ENOENT a: ConnectModules: there is no module c to connect to" },
+          Refused{ "an output gate over the class's limit", kTwo, "connect a:2 b:0",
+                   "ERANGE a: ConnectModules: output gate 2 is out of range, a of class IpInput has 2" },
+          Refused{ "an output gate over 32 bits", kTwo, "connect a:4294967296 b:0",
+                   "ERANGE a: ConnectModules: output gate 4294967296 is out of range, a of class IpInput has 2" },
+          Refused{ "an input gate over the class's limit", kTwo, "connect a:0 b:8192",
+                   "ERANGE a: ConnectModules: input gate 8192 is out of range, b of class Trap has 8192" },
+          Refused{ "a module without output gates", kTwo, "connect b:0 a:0",
+                   "ERANGE b: ConnectModules: output gate 0 is out of range, b of class Trap has 0" },
+          Refused{ "an output gate in use", "create a IpInput\n create b Trap\n connect a:0 b:7", "connect a:0 b:8",
+                   "EBUSY a: ConnectModules: output gate 0 is in use, it leads to b:7" },
+          Refused{ "a gate to disconnect that isn't connected", kTwo, "disconnect a:1",
+                   "ENOTCONN a: DisconnectModules: output gate 1 is not connected" },
+          Refused{ "a gate to disconnect that can't be", kTwo, "disconnect a:18446744073709551615",
+                   "ENOTCONN a: DisconnectModules: output gate 18446744073709551615 is not connected" },
+          Refused{ "a module to disconnect that isn't there", "", "disconnect a:1",
+                   "ENOENT a: DisconnectModules: no such module" },
+          Refused{ "a command to no module", "", "a addRoute", "ENOENT a: addRoute: no such module" },
+          Refused{ "a command that the class hasn't", kTwo, "a addRoute",
+                   "EOPNOTSUPP a: addRoute: class IpInput has no such command" } ) );
+
+constexpr const char * kFib = "create fib FibIpv4 max_rules: 2\n fib addVrf vrf: 1\n";
+
+INSTANTIATE_TEST_SUITE_P(
+     Fib, Refusals,
+     testing::Values(
+          Refused{ "no room at all", "", "create fib FibIpv4 max_rules: 0",
+                   "ERANGE fib: CreateModule: max_rules 0 leaves no room" },
+          Refused{ "more room than there is", "", "create fib FibIpv4 max_rules: 4194305",
+                   "ERANGE fib: CreateModule: max_rules 4194305 is out of range, at most 4194304" },
+          Refused{ "host bits", kFib, "fib addRoute vrf: 1 prefix: @10.0.0.1 prefix_len: 8 fec_id: 1",
+                   "EINVAL fib: addRoute: prefix 10.0.0.1/8 has host bits set" },
+          Refused{ "host bits under a default route", kFib, "fib addRoute vrf: 1 prefix: 1 prefix_len: 0 fec_id: 1",
+                   "EINVAL fib: addRoute: prefix 0.0.0.1/0 has host bits set" },
+          Refused{ "a length over 32", kFib, "fib addRoute vrf: 1 prefix: 0 prefix_len: 33 fec_id: 1",
+                   "EINVAL fib: addRoute: prefix 0.0.0.0/33 has a length over 32" },
+          Refused{ "a length whose low byte would do", kFib, "fib addRoute vrf: 1 prefix: 0 prefix_len: 256 fec_id: 1",
+                   "EINVAL fib: addRoute: prefix 0.0.0.0/256 has a length over 32" },
+          Refused{ "no length", kFib, "fib addRoute vrf: 1 prefix: 0 fec_id: 1",
+                   "EINVAL fib: addRoute: prefix_len is missing" },
+          Refused{ "no FEC", kFib, "fib addRoute vrf: 1 prefix: 0 prefix_len: 0",
+                   "EINVAL fib: addRoute: fec_id is missing" },
+          Refused{ "a VRF that isn't there", kFib, "fib addRoute vrf: 2 prefix: 0 prefix_len: 0 fec_id: 1",
+                   "ENOENT fib: addRoute: there is no VRF 2" },
+          Refused{ "a full table",
+                   "create fib FibIpv4 max_rules: 2\n fib addVrf vrf: 1\n fib addVrf vrf: 2\n"
+                   "fib addRoute vrf: 1 prefix: 0 prefix_len: 0 fec_id: 1\n"
+                   "fib addRoute vrf: 2 prefix: 0 prefix_len: 0 fec_id: 1",
+                   "fib addRoute vrf: 2 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1",
+                   "ENOSPC fib: addRoute: no room for prefix 10.0.0.0/8 of VRF 2, the table is full with 2 routes" },
+          Refused{ "a route to delete that isn't there",
+                   "create fib FibIpv4\n fib addVrf vrf: 1\n"
+                   "fib addRoute vrf: 1 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1",
+                   "fib delRoute vrf: 1 prefix: @10.0.0.0 prefix_len: 9",
+                   "ENOENT fib: delRoute: there is no prefix 10.0.0.0/9 in VRF 1" },
+          Refused{ "a VRF twice", kFib, "fib addVrf vrf: 1", "EEXIST fib: addVrf: VRF 1 is there already" },
+          Refused{ "a VRF to delete that isn't there", kFib, "fib delVrf vrf: 7",
+                   "ENOENT fib: delVrf: there is no VRF 7" },
+          Refused{ "a member without a gate", kFib, "fib addFec fec_id: 1 nh_info { nh_index: 1 }",
+                   "EINVAL fib: addFec: nh_info.gate is missing" },
+          Refused{ "a member with a gate over the limit", kFib,
+                   "fib addFec fec_id: 1 nh_info { gate: 1 } nh_info { gate: 8192 }",
+                   "ERANGE fib: addFec: nh_info.gate 8192 is out of range, the module has 8192 output gates" },
+          Refused{ "a FEC to delete that isn't there", kFib, "fib delFec fec_id: 1",
+                   "ENOENT fib: delFec: there is no FEC 1" },
+          Refused{ "a show of a VRF that isn't there", kFib, "fib showFib vrf: 9",
+                   "ENOENT fib: showFib: there is no VRF 9" },
+          Refused{ "a counter over the table", kFib, "fib setCounterIds no_route_counter: 1 no_fec_counter: 1048576",
+                   "ERANGE fib: setCounterIds: no_fec_counter 1048576 is out of range, the table has 1048576 "
+                   "counters" } ) );
+
+constexpr const char * kNh = "create nh NextHop max_nexthops: 4\n nh writeNH nexthopinfo { nh_index: 1 pkt_cmd: 2 }";
+constexpr const char * kResolve = "create nhr NhResolve max_entries: 0";
+
+INSTANTIATE_TEST_SUITE_P(
+     Modules, Refusals,
+     testing::Values(
+          Refused{ "a next hop over the table", kNh,
+                   "nh writeNH nexthopinfo { nh_index: 0 pkt_cmd: 2 } nexthopinfo { nh_index: 4 pkt_cmd: 2 }",
+                   "ERANGE nh: writeNH: nh_index 4 is out of range, at most 3" },
+          Refused{ "a MAC that is short", kNh, "nh writeNH nexthopinfo { nh_index: 0 pkt_cmd: 1 mac_da: '12345' }",
+                   "EINVAL nh: writeNH: mac_da has 5 bytes instead of 6" },
+          Refused{ "a next hop without a command", kNh, "nh writeNH nexthopinfo { nh_index: 0 }",
+                   "EINVAL nh: writeNH: nexthopinfo.pkt_cmd is missing" },
+          Refused{ "one of two to delete isn't there", kNh,
+                   "nh deleteNH nexthopinfo { nh_index: 1 } nexthopinfo { nh_index: 3 }",
+                   "ENOENT nh: deleteNH: there is no next hop 3" },
+          Refused{ "a source MAC that is long", kNh, "nh setSrcMacAddr mac_addr: '1234567'",
+                   "EINVAL nh: setSrcMacAddr: mac_addr has 7 bytes instead of 6" },
+          Refused{ "a next-hop table that is too big", "", "create nh NextHop max_nexthops: 1048577",
+                   "ERANGE nh: CreateModule: max_nexthops 1048577 is out of range, at most 1048576" },
+          Refused{ "the reserved resolve entry", kResolve, "nhr addNhResolveEntry nhr_index: 0 ogate: 1 nhm_index: 1",
+                   "EINVAL nhr: addNhResolveEntry: nhr_index 0 is reserved" },
+          Refused{ "a resolve entry over the default size", kResolve,
+                   "nhr addNhResolveEntry nhr_index: 1024 ogate: 1 nhm_index: 1",
+                   "ERANGE nhr: addNhResolveEntry: nhr_index 1024 is out of range, at most 1023" },
+          Refused{ "a resolve entry without a next hop", kResolve, "nhr addNhResolveEntry nhr_index: 1 ogate: 1",
+                   "EINVAL nhr: addNhResolveEntry: nhm_index is missing" },
+          Refused{ "a resolve entry to delete that isn't there", kResolve, "nhr deleteNhResolveEntry nhr_index: 5",
+                   "ENOENT nhr: deleteNhResolveEntry: there is no resolve entry 5" },
+          Refused{ "an MTU that IPv4 doesn't have", "create out IpOutput ip_mtu: 1500", "out setMtu ip_mtu: 67",
+                   "ERANGE out: setMtu: ip_mtu 67 is out of range, at least 68, or 0 for no limit" },
+          Refused{ "an MTU command without one", "create out IpOutput ip_mtu: 1500", "out setMtu mss: 1400",
+                   "EINVAL out: setMtu: ip_mtu is missing" },
+          Refused{ "an MSS over 16 bits", "create in IpInput mss: 1400", "in setTcpMssAdjust mss: 65536",
+                   "ERANGE in: setTcpMssAdjust: mss 65536 is out of range, at most 65535" },
+          Refused{ "a tunnel without an end", "", "create t Ip4GreTun ip_encap_arg { tun_src_ip: @10.0.0.1 }",
+                   "EINVAL t: CreateModule: ip_encap_arg.tun_dst_ip is missing" },
+          Refused{ "a port without an interface", "", "create p PortRx intf_id: 1",
+                   "EINVAL p: CreateModule: intfname is missing" },
+          Refused{ "a MAC at creation that is short", "", "create c EtherClassify mac_addr: '123'",
+                   "EINVAL c: CreateModule: mac_addr has 3 bytes instead of 6" },
+          Refused{ "a virtual MAC twice", "create c EtherClassify\n c addVirtualMac mac_addr: @00:00:5e:00:01:01",
+                   "c addVirtualMac mac_addr: @00:00:5e:00:01:01",
+                   "EEXIST c: addVirtualMac: virtual MAC 00:00:5e:00:01:01 is there already" },
+          Refused{ "a virtual MAC to remove that isn't there", "create c EtherClassify",
+                   "c removeVirtualMac mac_addr: @00:00:5e:00:01:01",
+                   "ENOENT c: removeVirtualMac: there is no virtual MAC 00:00:5e:00:01:01" },
+          Refused{ "an EtherType's gate over the limit", "create c EtherClassify",
+                   "c setEtherTypeGate ether_type: 2048 ogate: 8192",
+                   "ERANGE c: setEtherTypeGate: ogate 8192 is out of range, at most 8191" },
+          Refused{ "an EtherType to clear that has no gate", "create c EtherClassify",
+                   "c clearEtherTypeGate ether_type: 2048",
+                   "ENOENT c: clearEtherTypeGate: EtherType 0x0800 has no gate" } ) );
+
+TEST( Requests, whatMayLookOddIsTaken ) {
+   Plane plane;
+   plane.set( R"(
+      create fib FibIpv4
+      fib addVrf vrf: 4294967295
+      # before the FEC that it names
+      fib addRoute vrf: 4294967295 prefix: 0 prefix_len: 0 fec_id: 4294967295
+      fib addRoute vrf: 4294967295 prefix: 0 prefix_len: 0 fec_id: 8
+      # no gate, no next hop, no members
+      fib addFec fec_id: 8 nh_info { gate: 4294967295 nh_index: 3 } nh_info { gate: 5 }
+      fib addFec fec_id: 8
+      create nh NextHop
+      nh writeNH nexthopinfo { nh_index: 0 pkt_cmd: 1 }
+      nh writeNH nexthopinfo { nh_index: 0 pkt_cmd: 77 }
+      create nhr NhResolve
+      nhr addNhResolveEntry nhr_index: 1023 ogate: 4294967295 nhm_index: 0
+      create out IpOutput
+      out setMtu ip_mtu: 0
+      # the empty counter
+      out setCounterIds failed_frag_counter: 4294967295
+   )" );
+   // A FEC that routes name may go.
+   plane.set( "fib delFec fec_id: 8" );
+}
+
+TEST( Requests, absentIsNotZero ) {
+   Plane plane;
+   plane.set( R"(
+      create out IpOutput ip_mtu: 1500 mss: 1400 do_mss_checksum: true
+      out setMtu ip_mtu: 9000
+      create in IpInput mss: 1300 do_mss_checksum: true
+      in setTcpMssAdjust mss: 1200
+      in setTcpMssAdjust do_mss_checksum: false
+      in setCounterIds bad_ip_len_counter: 5
+      in setCounterIds bad_ip_checksum_counter: 4
+   )" );
+   EXPECT_EQ( plane.dump( { "in" } ).back(), "in setTcpMssAdjust mss: 1200 do_mss_checksum: false" );
+   EXPECT_EQ( plane.dump( { "in" } )[1], "in setCounterIds bad_ip_checksum_counter: 4 bad_ip_len_counter: 5" );
+   EXPECT_EQ( plane.dump( { "out" } ).back(), "out setMtu ip_mtu: 9000" );
+   // Back at the values of the init message there is nothing to say.
+   plane.set( "in setTcpMssAdjust mss: 1300 do_mss_checksum: true\n out setMtu ip_mtu: 1500" );
+   EXPECT_EQ( plane.dump( { "out" } ).size(), 1u );
+   EXPECT_EQ( plane.dump( { "in" } ).size(), 2u );
+}
+
+TEST( Requests, everyCommandOfARunCountsAndARefusalStopsNothing ) {
+   Plane plane;
+   EXPECT_EQ( plane.apply( R"(
+      create fib FibIpv4
+      fib addVrf vrf: 0
+      fib addRoute vrf: 0 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1
+      fib addRoute vrf: 0 prefix: @10.0.0.0 prefix_len: 6 fec_id: 2
+      fib addRoute vrf: 0 prefix: @11.0.0.0 prefix_len: 8 fec_id: 3
+      gone addRoute
+      gone addRoute
+      fib addRoute vrf: 0 prefix: @12.0.0.0 prefix_len: 8
+   )" ),
+              ( Lines{ "3 EINVAL fib: addRoute: prefix 10.0.0.0/6 has host bits set",
+                       "5 ENOENT gone: addRoute: no such module", "6 ENOENT gone: addRoute: no such module",
+                       "7 EINVAL fib: addRoute: fec_id is missing" } ) );
+   EXPECT_EQ( plane.dump(), ( Lines{ "create_module { name: \"fib\" mclass: \"FibIpv4\" }", "fib addVrf vrf: 0",
+                                     "fib addRoute vrf: 0 prefix: 167772160 prefix_len: 8 fec_id: 1",
+                                     "fib addRoute vrf: 0 prefix: 184549376 prefix_len: 8 fec_id: 3" } ) );
+}
+
+TEST( Requests, bytesOfAnotherTypeOrOfNoneAreRefused ) {
+   Plane plane;
+   plane.set( "create fib FibIpv4\n fib addVrf vrf: 0" );
+   vex::pb::Batch batch;
+   auto & foreign = *batch.add_request()->mutable_command();
+   foreign.set_module( "fib" );
+   foreign.set_cmd( "addRoute" );
+   foreign.set_type( "vex.pb.FibIpv4VrfArg" );
+   foreign.add_arg();
+   auto & garbage = *batch.add_request()->mutable_command();
+   garbage = foreign;
+   garbage.set_type( "vex.pb.FibIpv4RouteArg" );
+   garbage.set_arg( 0, "\x0a\xff" );
+   auto & create = *batch.add_request()->mutable_create_module();
+   create.set_name( "x" );
+   create.set_mclass( "NextHop" );
+   create.mutable_arg()->PackFrom( vex::pb::FibIpv4Arg() );
+   auto & unparsed = *batch.add_request()->mutable_create_module();
+   unparsed = create;
+   unparsed.mutable_arg()->set_type_url( "type.googleapis.com/vex.pb.NextHopInitArg" );
+   unparsed.mutable_arg()->set_value( "\x08" );
+   batch.add_request();
+
+   vex::pb::BatchReply reply;
+   plane.engine.apply( batch, reply );
+   EXPECT_EQ( refusals( reply ),
+              ( Lines{ "0 EINVAL fib: addRoute: the argument is of type \"vex.pb.FibIpv4VrfArg\" instead of "
+                       "vex.pb.FibIpv4RouteArg",
+                       "1 EINVAL fib: addRoute: the bytes are no vex.pb.FibIpv4RouteArg",
+                       "2 EINVAL x: CreateModule: the init argument is of type \"vex.pb.FibIpv4Arg\" instead of "
+                       "vex.pb.NextHopInitArg",
+                       "3 EINVAL x: CreateModule: the bytes are no vex.pb.NextHopInitArg",
+                       "4 EINVAL the request says nothing" } ) );
+}
+
+TEST( Requests, aRefusalCarriesTheStandardErrorModel ) {
+   Plane plane;
+   plane.set( kFib );
+   vex::pb::BatchReply reply;
+   plane.engine.apply( plane.reader.batch( "fib addVrf vrf: 1\n gone addVrf" ), reply );
+   ASSERT_EQ( reply.refusal_size(), 2 );
+   const auto & status = reply.refusal( 0 ).status();
+   EXPECT_EQ( status.code(), 6 ); // ALREADY_EXISTS
+   EXPECT_EQ( status.message(), "fib: addVrf: VRF 1 is there already" );
+   google::rpc::ErrorInfo cause;
+   google::rpc::ResourceInfo object;
+   ASSERT_TRUE( status.details( 0 ).UnpackTo( &cause ) && status.details( 1 ).UnpackTo( &object ) );
+   EXPECT_EQ( cause.reason(), "EEXIST" );
+   EXPECT_EQ( cause.domain(), "vexdp" );
+   EXPECT_EQ( cause.metadata().at( "module" ), "fib" );
+   EXPECT_EQ( cause.metadata().at( "action" ), "addVrf" );
+   EXPECT_EQ( object.resource_type(), "FibIpv4" );
+   EXPECT_EQ( object.resource_name(), "fib" );
+   ASSERT_TRUE( reply.refusal( 1 ).status().details( 1 ).UnpackTo( &object ) );
+   EXPECT_EQ( object.resource_type(), "module" );
+}
+
+TEST( Requests, aModuleWithoutANameGetsOneThatIsFree ) {
+   Plane plane;
+   plane.set( "create trap0 Trap" );
+   EXPECT_EQ( plane.ask< bess::pb::CreateModuleResponse >( "create - Trap" ).name(), "trap1" );
+}
+
+TEST( Requests, showsAreSortedAndEchoWhatWasAsked ) {
+   Plane plane;
+   plane.set( R"(
+      create fib FibIpv4
+      fib addVrf vrf: 3
+      fib addRoute vrf: 3 prefix: @192.168.0.0 prefix_len: 16 fec_id: 9
+      fib addRoute vrf: 3 prefix: @10.0.0.0 prefix_len: 24 fec_id: 5
+      fib addRoute vrf: 3 prefix: @10.0.0.0 prefix_len: 8 fec_id: 9
+      fib addRoute vrf: 3 prefix: 0 prefix_len: 0 fec_id: 6
+      fib addFec fec_id: 9 nh_info { gate: 2 nh_index: 7 } nh_info { gate: 4294967295 }
+      fib addFec fec_id: 5
+      fib addFec fec_id: 1
+      create nh NextHop intf_id: 77
+      nh writeNH nexthopinfo { nh_index: 2 pkt_cmd: 1 mac_da: @02:aa:00:00:00:01 }
+      nh writeNH nexthopinfo { nh_index: 0 pkt_cmd: 2 }
+   )" );
+   // FEC 6 isn't there, and no route of the VRF names FEC 1.
+   vex::pb::FibIpv4ReadFibResp fib;
+   parse( R"(cmd_action: 'showFib' cli_socket: 12 vrf: 3
+             fibinfo { prefix: '0.0.0.0' prefix_len: 0 fec_id: 6 }
+             fibinfo { prefix: '10.0.0.0' prefix_len: 8 fec_id: 9 }
+             fibinfo { prefix: '10.0.0.0' prefix_len: 24 fec_id: 5 }
+             fibinfo { prefix: '192.168.0.0' prefix_len: 16 fec_id: 9 }
+             fecinfo { fec_id: 5 }
+             fecinfo { fec_id: 9 nh_info { nh_index: 7 gate: 2 } nh_info { nh_index: 0 gate: 4294967295 } })",
+          fib );
+   EXPECT_EQ(
+        plane.ask< vex::pb::FibIpv4ReadFibResp >( "fib showFib cli_socket: 12 use_grpc: true vrf: 3" ).DebugString(),
+        fib.DebugString() );
+   vex::pb::NextHopReadNHResp nh;
+   parse( R"(cmd_action: 'showNH' cli_socket: 12 intf_id: 77 intfname: 'et1'
+             nexthopinfo { nh_index: 0 mac_da: '' pkt_cmd: 2 }
+             nexthopinfo { nh_index: 2 mac_da: '02:aa:00:00:00:01' pkt_cmd: 1 })",
+          nh );
+   EXPECT_EQ( plane.ask< vex::pb::NextHopReadNHResp >( "nh showNH cli_socket: 12 intfname: 'et1'" ).DebugString(),
+              nh.DebugString() );
+}
+
+TEST( Requests, aVrfTakesItsRoutesAlongAndLeavesTheFecs ) {
+   Plane plane;
+   plane.set( R"(
+      create fib FibIpv4 max_rules: 2
+      fib addVrf vrf: 0
+      fib addVrf vrf: 1
+      fib addFec fec_id: 1
+      fib addRoute vrf: 0 prefix: 0 prefix_len: 0 fec_id: 1
+      fib addRoute vrf: 1 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1
+      fib delVrf vrf: 1
+      fib addVrf vrf: 2
+      fib addRoute vrf: 2 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1
+   )" );
+   EXPECT_EQ(
+        plane.dump(),
+        ( Lines{ "create_module { name: \"fib\" mclass: \"FibIpv4\" arg { [type.googleapis.com/vex.pb.FibIpv4Arg] "
+                 "{ max_rules: 2 } } }",
+                 "fib addVrf vrf: 0", "fib addVrf vrf: 2", "fib addRoute vrf: 0 prefix: 0 prefix_len: 0 fec_id: 1",
+                 "fib addRoute vrf: 2 prefix: 167772160 prefix_len: 8 fec_id: 1", "fib addFec fec_id: 1" } ) );
+}
+
+TEST( Requests, aLookupFindsTheLongestMatchOrTheVeryPrefix ) {
+   Plane plane;
+   plane.set( R"(
+      create fib FibIpv4
+      create trap Trap
+      fib addVrf vrf: 0
+      fib addRoute vrf: 0 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1
+      fib addRoute vrf: 0 prefix: @10.1.0.0 prefix_len: 16 fec_id: 2
+      fib addFec fec_id: 2 nh_info { gate: 3 nh_index: 4 }
+   )" );
+   const struct {
+      const char * request;
+      const char * reply;
+   } cases[] = {
+        { "address: @10.1.2.3",
+          "found: true prefix: @10.1.0.0 prefix_len: 16 fec_id: 2 fec_found: true nh_info { gate: 3 nh_index: 4 }" },
+        { "address: @10.2.0.0", "found: true prefix: @10.0.0.0 prefix_len: 8 fec_id: 1" },
+        { "address: @10.1.0.0 prefix_len: 8",
+          "error { code: 22 errmsg: 'fib: Lookup: prefix 10.1.0.0/8 has host bits set' }" },
+        { "address: @10.0.0.0 prefix_len: 8", "found: true prefix: @10.0.0.0 prefix_len: 8 fec_id: 1" },
+        { "address: @10.0.0.0 prefix_len: 9", "" },
+        { "address: 0 prefix_len: 40",
+          "error { code: 22 errmsg: 'fib: Lookup: prefix 0.0.0.0/40 has a length over 32' }" },
+        { "address: @11.0.0.0", "" },
+        { "vrf: 5", "error { code: 2 errmsg: 'fib: Lookup: there is no VRF 5' }" },
+        { "module: 'none'", "error { code: 2 errmsg: 'none: Lookup: no such module' }" },
+        { "module: 'trap'", "error { code: 95 errmsg: 'trap: Lookup: class Trap has no routes' }" },
+   };
+   for ( const auto & given : cases ) {
+      vex::pb::LookupRequest request;
+      vex::pb::LookupReply reply, expected;
+      parse( given.request, request );
+      if ( request.module().empty() ) request.set_module( "fib" );
+      parse( given.reply, expected );
+      plane.engine.lookup( request, reply );
+      EXPECT_EQ( reply.DebugString(), expected.DebugString() ) << given.request;
+   }
+}
+
+// Everything that is told of a class comes from its description, which can contradict itself in few ways.
+TEST( Registry, everyClassIsToldWholeAndByItsOwnName ) {
+   bess::pb::ListMclassResponse classes;
+   Vexdp::listClasses( classes );
+   EXPECT_EQ( Lines( classes.names().begin(), classes.names().end() ),
+              ( Lines{ "EtherClassify", "FibIpv4", "ForUsClassifyIpv4", "Ip4GreTun", "Ip4IpsecTun", "IpInput",
+                       "IpOutput", "McastFibIpv4", "McastFibIpv6", "NextHop", "NhResolve", "PortRx", "PortRxCp",
+                       "PortTx", "PortTxCp", "Trap" } ) );
+   bess::pb::GetMclassInfoResponse info;
+   ASSERT_TRUE( Vexdp::describeClass( "IpOutput", info ).ok() );
+   EXPECT_EQ( Lines( info.cmds().begin(), info.cmds().end() ),
+              ( Lines{ "setMtu", "setTcpMssAdjust", "setHwOffload", "setCounterIds" } ) );
+   EXPECT_EQ( Lines( info.cmd_args().begin(), info.cmd_args().end() ),
+              ( Lines{ "vex.pb.IpOutputArg", "vex.pb.TcpMssAdjustArg", "vex.pb.IpOutputHwOffload",
+                       "vex.pb.IpOutputCounterIdArg" } ) );
+   for ( const auto * mclass : Vexdp::moduleClasses() ) {
+      EXPECT_FALSE( mclass->help.empty() ) << mclass->name;
+      EXPECT_LE( mclass->gates.igates, Vexdp::kMaxGates );
+      EXPECT_LE( mclass->gates.ogates, Vexdp::kMaxGates );
+   }
+}
+
+} // namespace

@@ -1,0 +1,353 @@
+// Both services over real gRPC, on a Unix socket of this process.
+
+#include "DpTestSupport.h"
+
+#include "DpServer.h"
+#include "DpVersion.h"
+
+#include "bess/control.grpc.pb.h"
+#include "vex/engine.grpc.pb.h"
+#include "vex/fib_ipv4.pb.h"
+
+#include <grpcpp/grpcpp.h>
+
+#include <filesystem>
+#include <optional>
+
+namespace {
+
+using namespace DpTest;
+using grpc::StatusCode;
+
+std::string madeDirectory() {
+   std::string name = ( std::filesystem::temp_directory_path() / "vexdp-test-XXXXXX" ).string();
+   return mkdtemp( name.data() );
+}
+
+// A client's side of a session.
+class Client {
+ public:
+   explicit Client( vex::pb::Engine::Stub & stub ) : stream_( stub.Session( &context_ ) ) {}
+   ~Client() { context_.TryCancel(); }
+
+   // The next reply; nothing when the session is over.
+   std::optional< vex::pb::BatchReply > read() {
+      vex::pb::BatchReply reply;
+      if ( !stream_->Read( &reply ) ) return std::nullopt;
+      return reply;
+   }
+   bool send( const vex::pb::Batch & batch ) { return stream_->Write( batch ); }
+   // One batch and its reply's refusals.
+   Lines apply( std::string_view lines ) {
+      EXPECT_TRUE( send( reader.batch( lines, ++number ) ) );
+      const auto reply = read();
+      if ( !reply ) return { "no reply" };
+      EXPECT_EQ( reply->number(), number );
+      return refusals( *reply );
+   }
+   grpc::Status end() {
+      stream_->WritesDone();
+      return stream_->Finish();
+   }
+
+   RequestReader reader;
+   std::uint64_t number = 0;
+
+ private:
+   grpc::ClientContext context_;
+   std::unique_ptr< grpc::ClientReaderWriter< vex::pb::Batch, vex::pb::BatchReply > > stream_;
+};
+
+class Services : public testing::Test {
+ protected:
+   Services() :
+        directory_( madeDirectory() ),
+        counters_( directory_ + "/counters" ),
+        engine_( counters_ ),
+        server_( std::in_place, engine_,
+                 std::vector< std::string >{ "unix:" + directory_ + "/socket", "localhost:0" } ) {
+      grpc::ChannelArguments arguments;
+      arguments.SetMaxReceiveMessageSize( -1 );
+      channel_ = grpc::CreateCustomChannel( server_->addresses()[0], grpc::InsecureChannelCredentials(), arguments );
+      engineStub_ = vex::pb::Engine::NewStub( channel_ );
+      controlStub_ = bess::pb::BESSControl::NewStub( channel_ );
+   }
+   ~Services() override {
+      server_.reset();
+      EXPECT_FALSE( std::filesystem::exists( directory_ + "/socket" ) );
+      std::filesystem::remove_all( directory_ );
+   }
+
+   // A session that has had its Hello.
+   std::unique_ptr< Client > begin() {
+      auto client = std::make_unique< Client >( *engineStub_ );
+      const auto hello = client->read();
+      EXPECT_TRUE( hello && hello->has_hello() && hello->number() == 0 );
+      return client;
+   }
+
+   using Control = bess::pb::BESSControl::Stub;
+   // A unary call of the control API. Whatever becomes of the request, the call arrives.
+   template < class Response, class Request >
+   Response call( grpc::Status ( Control::*method )( grpc::ClientContext *, const Request &, Response * ),
+                  const Request & request = {} ) {
+      grpc::ClientContext context;
+      Response response;
+      const auto status = ( controlStub_.get()->*method )( &context, request, &response );
+      EXPECT_TRUE( status.ok() ) << status.error_message();
+      return response;
+   }
+
+   Lines moduleNames() {
+      Lines names;
+      const auto modules = call( &Control::ListModules );
+      for ( const auto & module : modules.modules() ) names.push_back( module.name() );
+      return names;
+   }
+
+   const std::string directory_;
+   Vexdp::CounterTable counters_;
+   Vexdp::Engine engine_;
+   std::optional< Vexdp::Server > server_;
+   std::shared_ptr< grpc::Channel > channel_;
+   std::unique_ptr< vex::pb::Engine::Stub > engineStub_;
+   std::unique_ptr< Control > controlStub_;
+};
+
+TEST_F( Services, aSessionIsGreetedAndEveryBatchAnsweredInOrder ) {
+   Client client( *engineStub_ );
+   const auto hello = client.read();
+   ASSERT_TRUE( hello );
+   EXPECT_EQ( hello->number(), 0u );
+   EXPECT_EQ( hello->hello().version(), Vexdp::kVersion );
+   EXPECT_EQ( hello->hello().counter_path(), directory_ + "/counters" );
+
+   // Several before the first reply is read.
+   const char * batches[] = { "create fib FibIpv4\n fib addVrf vrf: 0", "fib addVrf vrf: 0", "", "destroy fib" };
+   for ( std::uint64_t number = 1; number <= std::size( batches ); ++number )
+      ASSERT_TRUE( client.send( client.reader.batch( batches[number - 1], number ) ) );
+   const Lines expected[] = { {}, { "0 EEXIST fib: addVrf: VRF 0 is there already" }, {}, {} };
+   for ( std::uint64_t number = 1; number <= std::size( batches ); ++number ) {
+      const auto reply = client.read();
+      ASSERT_TRUE( reply );
+      EXPECT_EQ( reply->number(), number );
+      EXPECT_EQ( refusals( *reply ), expected[number - 1] );
+   }
+   EXPECT_TRUE( client.end().ok() );
+}
+
+TEST_F( Services, aSessionFindsNothingOfTheOneBefore ) {
+   auto first = begin();
+   EXPECT_EQ( first->apply( "create fib FibIpv4\n fib addVrf vrf: 0" ), Lines() );
+   EXPECT_TRUE( first->end().ok() );
+   // The data plane goes on forwarding when its agent is gone.
+   EXPECT_EQ( moduleNames(), Lines{ "fib" } );
+
+   counters_.add( 7 );
+   auto second = begin();
+   EXPECT_EQ( moduleNames(), Lines() );
+   EXPECT_EQ( counters_.value( 7 ), 0u );
+   EXPECT_EQ( second->apply( "create fib FibIpv4" ), Lines() );
+}
+
+TEST_F( Services, aNewerSessionEndsTheOlder ) {
+   auto older = begin();
+   EXPECT_EQ( older->apply( "create fib FibIpv4" ), Lines() );
+   auto newer = begin();
+   EXPECT_EQ( older->read(), std::nullopt );
+   const auto status = older->end();
+   EXPECT_EQ( status.error_code(), StatusCode::ABORTED );
+   EXPECT_EQ( status.error_message(), "a newer session began" );
+   EXPECT_EQ( newer->apply( "create fib FibIpv4" ), Lines() );
+
+   // One that its client broke off doesn't matter to the next.
+   newer.reset();
+   auto newest = begin();
+   EXPECT_EQ( newest->apply( "create fib FibIpv4" ), Lines() );
+}
+
+TEST_F( Services, aBatchOutOfItsOrderEndsTheSession ) {
+   for ( const std::uint64_t number : { 0u, 1u, 3u } ) {
+      auto client = begin();
+      EXPECT_EQ( client->apply( "create fib FibIpv4" ), Lines() );
+      EXPECT_TRUE( client->send( client->reader.batch( "destroy fib", number ) ) );
+      EXPECT_EQ( client->read(), std::nullopt );
+      const auto status = client->end();
+      EXPECT_EQ( status.error_code(), StatusCode::INVALID_ARGUMENT );
+      EXPECT_EQ( status.error_message(), fmt::format( "batch {} after batch 1", number ) );
+      EXPECT_EQ( moduleNames(), Lines{ "fib" } );
+   }
+}
+
+TEST_F( Services, aBatchMayBeLargeAndSoMayItsReplyAndADump ) {
+   auto client = begin();
+   auto batch = client->reader.batch( "create fib FibIpv4\n fib addVrf vrf: 0", 1 );
+   auto & run = *batch.add_request()->mutable_command();
+   run.set_module( "fib" );
+   run.set_cmd( "addRoute" );
+   run.set_type( "vex.pb.FibIpv4RouteArg" );
+   constexpr unsigned kRoutes = 300000;
+   vex::pb::FibIpv4RouteArg route;
+   route.set_vrf( 0 );
+   route.set_prefix_len( 32 );
+   for ( unsigned i = 0; i < kRoutes; ++i ) {
+      route.set_prefix( 0xffffffff - i );
+      route.set_fec_id( 70000 + i );
+      route.SerializeToString( run.add_arg() );
+   }
+   ASSERT_GT( batch.ByteSizeLong(), 4u << 20 );
+   ASSERT_TRUE( client->send( batch ) );
+   auto reply = client->read();
+   ASSERT_TRUE( reply );
+   EXPECT_EQ( reply->refusal_size(), 0 );
+
+   ASSERT_TRUE( client->send( client->reader.batch( "fib showFib vrf: 0", 2 ) ) );
+   reply = client->read();
+   ASSERT_TRUE( reply && reply->answer_size() == 1 );
+   vex::pb::FibIpv4ReadFibResp fib;
+   ASSERT_TRUE( reply->answer( 0 ).data().UnpackTo( &fib ) );
+   EXPECT_EQ( fib.fibinfo_size(), int( kRoutes ) );
+
+   grpc::ClientContext context;
+   auto dump = engineStub_->Dump( &context, {} );
+   unsigned dumped = 0;
+   for ( vex::pb::Batch part; dump->Read( &part ); ) {
+      EXPECT_EQ( part.number(), 2u );
+      for ( const auto & request : part.request() ) dumped += unsigned( request.command().arg_size() );
+   }
+   EXPECT_TRUE( dump->Finish().ok() );
+   EXPECT_EQ( dumped, kRoutes + 1 );
+}
+
+TEST_F( Services, aDumpOfAModuleThatIsNotThereFails ) {
+   vex::pb::DumpRequest request;
+   request.add_module( "fib" );
+   grpc::ClientContext context;
+   vex::pb::Batch batch;
+   auto dump = engineStub_->Dump( &context, request );
+   EXPECT_FALSE( dump->Read( &batch ) );
+   const auto status = dump->Finish();
+   EXPECT_EQ( status.error_code(), StatusCode::NOT_FOUND );
+   EXPECT_EQ( status.error_message(), "there is no module fib" );
+}
+
+TEST_F( Services, theControlApiSeesAndChangesTheSameGraph ) {
+   auto client = begin();
+   EXPECT_EQ( client->apply( coreLines() + ethernetLines( "et1", 1 ) + ethernetLines( "et2", 2 ) ), Lines() );
+
+   bess::pb::GetModuleInfoRequest asked;
+   asked.set_name( "IpOutput_et2" );
+   bess::pb::GetModuleInfoResponse expected;
+   parse( R"(name: 'IpOutput_et2' mclass: 'IpOutput' desc: 'MTU 1500'
+             igates { igate: 0 ogates { ogate: 2 name: 'fibIpv4' } }
+             ogates { ogate: 0 name: 'trap' igate: 0 } ogates { ogate: 1 name: 'NextHop_et2' igate: 0 })",
+          expected );
+   EXPECT_EQ( call( &Control::GetModuleInfo, asked ).DebugString(), expected.DebugString() );
+   asked.set_name( "trap" );
+   Lines upstream;
+   const auto trap = call( &Control::GetModuleInfo, asked );
+   ASSERT_EQ( trap.igates_size(), 1 );
+   for ( const auto & from : trap.igates( 0 ).ogates() )
+      upstream.push_back( fmt::format( "{}:{}", from.name(), from.ogate() ) );
+   EXPECT_EQ( upstream,
+              ( Lines{ "ForUsClassifyIpv4:0", "IpInput_et1:0", "IpInput_et2:0", "IpOutput_et1:0", "IpOutput_et2:0",
+                       "NextHop_et1:0", "NextHop_et2:0", "classify_et1:0", "classify_et2:0" } ) );
+
+   bess::pb::CommandRequest command;
+   command.set_name( "fibIpv4" );
+   command.set_cmd( "addRoute" );
+   EXPECT_EQ( call( &Control::ModuleCommand, command ).error().errmsg(),
+              "fibIpv4: addRoute: the argument is of type \"\" instead of vex.pb.FibIpv4RouteArg" );
+   vex::pb::FibIpv4RouteArg route;
+   parse( "vrf: 0 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1", route );
+   command.mutable_arg()->PackFrom( route );
+   EXPECT_EQ( call( &Control::ModuleCommand, command ).error().code(), 0 );
+   vex::pb::FibIpv4ShowArg show;
+   show.set_vrf( 0 );
+   command.set_cmd( "showFib" );
+   command.mutable_arg()->PackFrom( show );
+   vex::pb::FibIpv4ReadFibResp fib;
+   ASSERT_TRUE( call( &Control::ModuleCommand, command ).data().UnpackTo( &fib ) );
+   EXPECT_EQ( fib.fibinfo( 0 ).prefix(), "10.0.0.0" );
+
+   bess::pb::DestroyModuleRequest destroy;
+   destroy.set_name( "trap" );
+   EXPECT_EQ( call( &Control::DestroyModule, destroy ).error().code(), 0 );
+   EXPECT_EQ( call( &Control::DestroyModule, destroy ).error().code(), ENOENT );
+   asked.set_name( "IpOutput_et2" );
+   EXPECT_EQ( call( &Control::GetModuleInfo, asked ).ogates_size(), 1 );
+   asked.set_name( "trap" );
+   EXPECT_EQ( call( &Control::GetModuleInfo, asked ).error().errmsg(), "trap: GetModuleInfo: no such module" );
+
+   bess::pb::DisconnectModulesRequest disconnect;
+   disconnect.set_name( "IpOutput_et2" );
+   disconnect.set_ogate( 1 );
+   EXPECT_EQ( call( &Control::DisconnectModules, disconnect ).error().code(), 0 );
+   EXPECT_EQ( call( &Control::DisconnectModules, disconnect ).error().code(), ENOTCONN );
+   bess::pb::ConnectModulesRequest connect;
+   parse( "m1: 'IpOutput_et2' m2: 'NextHop_et2' ogate: 1", connect );
+   EXPECT_EQ( call( &Control::ConnectModules, connect ).error().code(), 0 );
+   EXPECT_EQ( call( &Control::ConnectModules, connect ).error().code(), EBUSY );
+}
+
+TEST_F( Services, theControlApiAnswersWithoutASession ) {
+   EXPECT_EQ( call( &Control::GetVersion ).version(), Vexdp::kVersion );
+   EXPECT_EQ( call( &Control::ListMclass ).names( 1 ), "FibIpv4" );
+   bess::pb::GetMclassInfoRequest mclass;
+   mclass.set_name( "Nothing" );
+   EXPECT_EQ( call( &Control::GetMclassInfo, mclass ).error().errmsg(),
+              "Nothing: GetMclassInfo: no such module class" );
+
+   bess::pb::CreateModuleRequest create;
+   create.set_mclass( "PortTxCp" );
+   auto created = call( &Control::CreateModule, create );
+   EXPECT_EQ( created.error().code(), EINVAL );
+   EXPECT_EQ( created.name(), "" );
+   create.set_mclass( "Trap" );
+   created = call( &Control::CreateModule, create );
+   EXPECT_EQ( moduleNames(), Lines{ created.name() } );
+
+   counters_.add( 7 );
+   call( &Control::PauseAll );
+   call( &Control::ResetModules );
+   call( &Control::ResumeAll );
+   EXPECT_EQ( moduleNames(), Lines() );
+   EXPECT_EQ( counters_.value( 7 ), 1u );
+   call( &Control::CreateModule, create );
+   call( &Control::ResetAll );
+   EXPECT_EQ( moduleNames(), Lines() );
+   EXPECT_EQ( counters_.value( 7 ), 0u );
+}
+
+TEST_F( Services, lookupsAndTracesAreServedBesideASession ) {
+   auto client = begin();
+   EXPECT_EQ( client->apply( coreLines() + ethernetLines( "et1", 1 ) + R"(
+      fibIpv4 addRoute vrf: 0 prefix: @10.0.0.0 prefix_len: 8 fec_id: 0
+      fibIpv4 addFec fec_id: 0 nh_info { gate: 0 }
+   )" ),
+              Lines() );
+   vex::pb::LookupRequest lookup;
+   vex::pb::LookupReply found;
+   parse( "module: 'fibIpv4' address: @10.9.9.9", lookup );
+   grpc::ClientContext first, second, third;
+   ASSERT_TRUE( engineStub_->Lookup( &first, lookup, &found ).ok() );
+   EXPECT_EQ( found.prefix_len(), 8u );
+   vex::pb::TracePacketRequest packet;
+   vex::pb::TracePacketReply trace;
+   parse( "intfname: 'et1' dst: @10.9.9.9 proto: 1", packet );
+   ASSERT_TRUE( engineStub_->TracePacket( &second, packet, &trace ).ok() );
+   EXPECT_EQ( stepsOf( trace ).back(), "local at trap: to the router itself" );
+   packet.set_intfname( "et9" );
+   ASSERT_TRUE( engineStub_->TracePacket( &third, packet, &trace ).ok() );
+   EXPECT_EQ( trace.error().errmsg(), "et9: TracePacket: no PortRx has the interface \"et9\"" );
+   EXPECT_EQ( trace.error().code(), ENOENT );
+}
+
+TEST_F( Services, aServerEndsInTheMiddleOfASession ) {
+   auto client = begin();
+   server_.reset();
+   EXPECT_EQ( client->read(), std::nullopt );
+   EXPECT_FALSE( client->end().ok() );
+}
+
+} // namespace
