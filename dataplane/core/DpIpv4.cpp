@@ -49,6 +49,14 @@ void Ipv4Header::ttlDecrement() {
    put16( at_ + 10, checksumChanged( checksum(), before, get16( at_ + 8 ) ) );
 }
 
+bool takeHop( Ipv4Header & header, Packet & packet ) {
+   if ( packet.meta.own || packet.meta.ttlDone ) return true;
+   if ( header.ttl() <= 1 ) return false;
+   header.ttlDecrement();
+   packet.meta.ttlDone = true;
+   return true;
+}
+
 void writeIpv4Header( std::uint8_t * at, const Ipv4Fields & fields ) {
    at[0] = 0x45;
    at[1] = fields.tos;

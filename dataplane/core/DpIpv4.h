@@ -59,6 +59,10 @@ class Ipv4Header {
    std::uint8_t * at_;
 };
 
+// Takes this router's hop from the TTL, once on the packet's way, and not from the router's own packets. False: the TTL
+// ends here (RFC 1812, section 5.3.1). REQUIRES: the header is the packet's
+bool takeHop( Ipv4Header & header, Packet & packet );
+
 // Fields of a header without options, to be written whole.
 struct Ipv4Fields {
    std::uint8_t tos = 0;

@@ -58,17 +58,13 @@ Fate Ip4GreTun::process( Packet & packet, Context & context ) {
    auto inner = Ipv4Header::of( packet );
    if ( !inner ) return context.drop( kNoCounter, "not an IPv4 packet" );
    if ( destinationOf( init_ ).value == 0 ) return context.drop( kNoCounter, "the tunnel has no destination" );
-   if ( init_.cp_ingress() ) {
-      packet.meta.own = true;
-   } else if ( !packet.meta.own ) {
-      if ( inner->ttl() <= 1 ) return context.punt( "the TTL expired" );
-      inner->ttlDecrement();
-      packet.meta.ttlDone = true;
-      context.note( "TTL {}", inner->ttl() );
-   }
-   const auto ttl = outerTtl( inner->ttl() );
-   if ( !encapsulate( packet, ttl ) ) return context.drop( kNoCounter, "no room for the tunnel's headers" );
-   context.note( "GRE from {} to {}, key {}, TTL {}", sourceOf( init_ ), destinationOf( init_ ), init_.gre_key(), ttl );
+   if ( init_.cp_ingress() ) packet.meta.own = true;
+   if ( !takeHop( *inner, packet ) ) return context.punt( "the TTL expired" );
+   const auto within = inner->ttl();
+   const auto without = outerTtl( within );
+   if ( !encapsulate( packet, without ) ) return context.drop( kNoCounter, "no room for the tunnel's headers" );
+   context.note( "TTL {}, GRE from {} to {}, key {}, outer TTL {}", within, sourceOf( init_ ), destinationOf( init_ ),
+                 init_.gre_key(), without );
    return context.forward( kOut );
 }
 

@@ -124,12 +124,8 @@ Fate NextHop::forwardTo( const Entry & entry, Packet & packet, Context & context
       return context.drop( counters_[CounterArg::kMismatchRouterMacCounterFieldNumber], "no source MAC is set" );
    auto header = Ipv4Header::of( packet );
    if ( !header ) return context.drop( kNoCounter, "not an IPv4 packet" );
-   if ( !packet.meta.own && !packet.meta.ttlDone ) {
-      if ( header->ttl() <= 1 ) return context.punt( "the TTL expired" );
-      header->ttlDecrement();
-      packet.meta.ttlDone = true;
-      context.note( "TTL {}", header->ttl() );
-   }
+   if ( !takeHop( *header, packet ) ) return context.punt( "the TTL expired" );
+   context.note( "TTL {}", header->ttl() );
    if ( !prependEthernet( packet, *entry.mac, *srcMac_, kEtherTypeIpv4 ) )
       return context.drop( counters_[CounterArg::kPrependFailCounterFieldNumber], "no room for an Ethernet header" );
    context.note( "next hop {}, from {} to {}", packet.meta.nhIndex, *srcMac_, *entry.mac );

@@ -4,6 +4,9 @@
 
 #include <google/protobuf/arena.h>
 
+#include <set>
+#include <string_view>
+
 namespace Vexdp {
 
 using google::protobuf::Message;
@@ -86,12 +89,9 @@ class BatchWriter : public CommandSink {
 
 Dump::Dump( const Graph & graph, std::uint64_t number, const RepeatedPtrField< std::string > & names ) :
      number_( number ) {
-   if ( names.empty() ) {
-      for ( const auto & [name, module] : graph.modules() ) add( *module );
-   } else {
-      for ( const auto & name : names )
-         if ( const auto * module = graph.find( name ); module != nullptr ) add( *module );
-   }
+   const std::set< std::string_view > wanted( names.begin(), names.end() );
+   for ( const auto & [name, module] : graph.modules() )
+      if ( wanted.empty() || wanted.contains( name ) ) add( *module );
 }
 
 void Dump::add( const Module & module ) {

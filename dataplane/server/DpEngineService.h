@@ -9,8 +9,9 @@
 
 namespace Vexdp {
 
-// Dump, Lookup and TracePacket run on gRPC's threads. Session is served by SessionServer.
-class EngineService final : public vex::pb::Engine::WithAsyncMethod_Session< vex::pb::Engine::Service > {
+// Dump, Lookup and TracePacket run on gRPC's threads. Session is served by SessionServer, which
+// takes bytes, so that it can tell a client that ends from one that sends no batch.
+class EngineService final : public vex::pb::Engine::WithRawMethod_Session< vex::pb::Engine::Service > {
  public:
    explicit EngineService( Engine & engine ) : engine_( engine ) {}
 

@@ -2,10 +2,10 @@
 
 #include "DpVersion.h"
 
+#include <google/protobuf/arena.h>
 #include <spdlog/spdlog.h>
 
 #include <array>
-#include <cassert>
 #include <vector>
 
 namespace Vexdp {
@@ -13,7 +13,6 @@ namespace Vexdp {
 using vex::pb::Batch;
 using vex::pb::BatchReply;
 
-// Deletes itself when it is ending and nothing is under way.
 class Session {
  public:
    // The id is for people.
@@ -25,7 +24,7 @@ class Session {
         stream_( &context_ ) {}
 
    void wait() {
-      start( Step::call );
+      ++underWay_;
       server_.service_.RequestSession( &context_, &stream_, &server_.queue_, &server_.queue_, tag( Step::call ) );
    }
 
@@ -41,8 +40,8 @@ class Session {
       Session * session;
       Step step;
    };
-   // The session may be gone afterwards.
-   void finished( Step step, bool ok ) {
+   // True when the session is over, and nothing of it is under way.
+   bool finished( Step step, bool ok ) {
       --underWay_;
       switch ( step ) {
       case Step::call: ok ? called() : neverCalled(); break;
@@ -50,13 +49,13 @@ class Session {
       case Step::write: haveWritten( ok ); break;
       case Step::status: break;
       }
-      if ( state_ == State::ending && underWay_ == 0 ) delete this;
+      return state_ == State::ending && underWay_ == 0;
    }
 
  private:
    enum class State : std::uint8_t { waiting, greeting, reading, replying, ending };
 
-   // A batch of 4,096 route updates fits.
+   // A batch of 4,096 route updates fits into the memory that is kept from one to the next.
    static constexpr std::size_t kFirstBlock = 512 * 1024;
 
    google::protobuf::ArenaOptions arenaOptions() {
@@ -69,7 +68,6 @@ class Session {
    }
 
    void * tag( Step step ) { return &tags_[std::size_t( step )]; }
-   void start( Step ) { ++underWay_; }
 
    void called() {
       spdlog::info( "session {} begins, from {}", id_, context_.peer() );
@@ -81,18 +79,21 @@ class Session {
       write();
    }
 
-   // The queue is shutting down.
+   // The gRPC server is shutting down.
    void neverCalled() { state_ = State::ending; }
 
    void haveRead( bool ok ) {
       if ( state_ != State::reading ) return;
       if ( !ok ) return end( grpc::Status::OK );
-      if ( batch_->number() != lastNumber_ + 1 )
-         return end( { grpc::StatusCode::INVALID_ARGUMENT,
-                       fmt::format( "batch {} after batch {}", batch_->number(), lastNumber_ ) } );
-      lastNumber_ = batch_->number();
+      arena_.Reset();
+      auto & batch = *google::protobuf::Arena::CreateMessage< Batch >( &arena_ );
+      if ( !grpc::SerializationTraits< Batch >::Deserialize( &bytes_, &batch ).ok() )
+         return end( unacceptable( "a message that is no batch, after batch {}", lastNumber_ ) );
+      if ( batch.number() != lastNumber_ + 1 )
+         return end( unacceptable( "batch {} after batch {}", batch.number(), lastNumber_ ) );
+      lastNumber_ = batch.number();
       reply_.Clear();
-      server_.engine_.apply( *batch_, reply_ );
+      server_.engine_.apply( batch, reply_ );
       state_ = State::replying;
       write();
    }
@@ -105,15 +106,16 @@ class Session {
    }
 
    void read() {
-      arena_.Reset();
-      batch_ = google::protobuf::Arena::CreateMessage< Batch >( &arena_ );
-      start( Step::read );
-      stream_.Read( batch_, tag( Step::read ) );
+      ++underWay_;
+      stream_.Read( &bytes_, tag( Step::read ) );
    }
 
    void write() {
-      start( Step::write );
-      stream_.Write( reply_, tag( Step::write ) );
+      grpc::ByteBuffer bytes;
+      bool ownBuffer = false;
+      grpc::SerializationTraits< BatchReply >::Serialize( reply_, &bytes, &ownBuffer );
+      ++underWay_;
+      stream_.Write( bytes, tag( Step::write ) );
    }
 
    void end( const grpc::Status & status ) {
@@ -121,10 +123,14 @@ class Session {
                     status.ok() ? "the client is done or gone" : status.error_message() );
       state_ = State::ending;
       server_.ended( *this );
-      start( Step::status );
+      ++underWay_;
       stream_.Finish( status, tag( Step::status ) );
    }
 
+   template < typename... Args >
+   static grpc::Status unacceptable( fmt::format_string< Args... > why, Args &&... args ) {
+      return { grpc::StatusCode::INVALID_ARGUMENT, fmt::format( why, std::forward< Args >( args )... ) };
+   }
    static grpc::Status supersededStatus() { return { grpc::StatusCode::ABORTED, "a newer session began" }; }
 
    SessionServer & server_;
@@ -137,10 +143,10 @@ class Session {
         { { this, Step::call }, { this, Step::read }, { this, Step::write }, { this, Step::status } } };
    std::vector< char > block_;
    google::protobuf::Arena arena_;
-   Batch * batch_ = nullptr;
+   grpc::ByteBuffer bytes_;
    BatchReply reply_;
    grpc::ServerContext context_;
-   grpc::ServerAsyncReaderWriter< BatchReply, Batch > stream_;
+   grpc::ServerAsyncReaderWriter< grpc::ByteBuffer, grpc::ByteBuffer > stream_;
 };
 
 SessionServer::SessionServer( Engine & engine, EngineService & service, grpc::ServerCompletionQueue & queue ) :
@@ -149,8 +155,12 @@ SessionServer::SessionServer( Engine & engine, EngineService & service, grpc::Se
      queue_( queue ) {}
 
 SessionServer::~SessionServer() {
-   queue_.Shutdown();
    if ( thread_.joinable() ) thread_.join();
+   queue_.Shutdown();
+   void * tag = nullptr;
+   bool ok = false;
+   while ( queue_.Next( &tag, &ok ) ) {
+   }
 }
 
 void SessionServer::start() {
@@ -158,14 +168,21 @@ void SessionServer::start() {
    thread_ = std::thread( [this] { serve(); } );
 }
 
-void SessionServer::waitForNext() { ( new Session( *this, ++sessions_ ) )->wait(); }
+void SessionServer::waitForNext() {
+   auto session = std::make_unique< Session >( *this, ++lastId_ );
+   auto & waiting = *session;
+   sessions_.emplace( &waiting, std::move( session ) );
+   waiting.wait();
+}
 
+// A session waits for a call as long as the gRPC server runs. So the last of them goes after the server has shut down,
+// and only then may the queue: nothing can be started on a queue that is shutting down.
 void SessionServer::serve() {
    void * tag = nullptr;
    bool ok = false;
-   while ( queue_.Next( &tag, &ok ) ) {
+   while ( !sessions_.empty() && queue_.Next( &tag, &ok ) ) {
       const auto * done = static_cast< Session::Tag * >( tag );
-      done->session->finished( done->step, ok );
+      if ( auto & session = *done->session; session.finished( done->step, ok ) ) sessions_.erase( &session );
    }
 }
 

@@ -11,15 +11,15 @@
 //   ending      the status                       gone              gone
 //
 //   event: superseded by a newer session         ending with ABORTED, at once or after the write under way
-//   event: a batch out of its order              ending with INVALID_ARGUMENT
+//   event: no batch, or one out of its order     ending with INVALID_ARGUMENT
 #pragma once
 
 #include "DpEngineService.h"
 
-#include <google/protobuf/arena.h>
 #include <grpcpp/grpcpp.h>
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <thread>
 
@@ -27,7 +27,7 @@ namespace Vexdp {
 
 class Session;
 
-// Serves the sessions from start() until the queue is shut down.
+// Serves the sessions from start() until the gRPC server is shut down.
 class SessionServer {
  public:
    // All outlive the server. The queue is one that the gRPC server was built with, for this server alone.
@@ -50,8 +50,9 @@ class SessionServer {
    Engine & engine_;
    EngineService & service_;
    grpc::ServerCompletionQueue & queue_;
+   std::map< const Session *, std::unique_ptr< Session > > sessions_;
    Session * current_ = nullptr;
-   std::uint64_t sessions_ = 0;
+   std::uint64_t lastId_ = 0;
    std::thread thread_;
 };
 

@@ -6,7 +6,6 @@
 #include <google/protobuf/text_format.h>
 
 #include <cstdio>
-#include <regex>
 #include <sstream>
 
 namespace DpTest {
@@ -29,20 +28,23 @@ Vexdp::Ipv4Prefix prefix( std::string_view text ) {
 }
 
 std::string expanded( std::string_view text ) {
-   static const std::regex special( R"(@(([0-9a-f]{2}:){5}[0-9a-f]{2}|\d+\.\d+\.\d+\.\d+))" );
    std::string out;
-   const std::string in( text );
-   std::size_t at = 0;
-   for ( std::sregex_iterator it( in.begin(), in.end(), special ), none; it != none; ++it ) {
-      out += in.substr( at, std::size_t( it->position() ) - at );
-      const auto value = ( *it )[1].str();
-      if ( value[2] == ':' )
-         out += "'\\x" + std::regex_replace( value, std::regex( ":" ), "\\x" ) + "'";
-      else
-         out += std::to_string( ip( value ) );
-      at = std::size_t( it->position() + it->length() );
+   while ( !text.empty() ) {
+      const auto at = text.find( '@' );
+      out += text.substr( 0, at );
+      if ( at == std::string_view::npos ) break;
+      text.remove_prefix( at + 1 );
+      const auto word = text.substr( 0, text.find_first_not_of( "0123456789abcdef.:" ) );
+      text.remove_prefix( word.size() );
+      if ( word.find( ':' ) == std::string_view::npos ) {
+         out += std::to_string( ip( word ) );
+         continue;
+      }
+      out += "'";
+      for ( std::size_t i = 0; i < word.size(); i += 3 ) ( out += "\\x" ) += word.substr( i, 2 );
+      out += "'";
    }
-   return out + in.substr( at );
+   return out;
 }
 
 void parse( std::string_view text, Message & message ) {

@@ -307,6 +307,23 @@ TEST( EtherClassify, takesWhatIsForTheRouter ) {
    EXPECT_EQ( router.tapped().size(), 0u );
 }
 
+TEST( EtherClassify, aTunnelHasNoFramesAndAGroupItsOwnAddress ) {
+   Router router;
+   router.set( R"(
+      create rx_tu1 PortRx intfname: 'tu1'
+      create classify_tu1 EtherClassify intfname: 'tu1'
+      connect rx_tu1:0 classify_tu1:0
+      connect classify_tu1:1 IpInput_et1:0
+      classify_tu1 setEtherTypeGate ether_type: 2048 ogate: 1
+   )" );
+   const std::string request = "dst: @225.129.2.3 intfname: ";
+   EXPECT_EQ( router.trace( request + "'tu1'" )[1], "classify_tu1: EtherType 0x0800, VRF 0 -> 1" );
+   EXPECT_EQ( router.trace( request + "'et1'" )[1],
+              "classify_et1: a frame to 01:00:5e:01:02:03, EtherType 0x0800, VRF 0 -> 1" );
+   EXPECT_EQ( router.trace( "dst: @255.255.255.255 intfname: 'et1'" )[1],
+              "classify_et1: a frame to ff:ff:ff:ff:ff:ff, EtherType 0x0800, VRF 0 -> 1" );
+}
+
 TEST( EtherClassify, theVrfChoosesTheTable ) {
    Router router;
    router.set( "fibIpv4 addVrf vrf: 7\n classify_et1 setVrf vrf: 7" );
@@ -566,7 +583,7 @@ TEST( Tunnel, theWayThroughIsTold ) {
         Lines( steps.begin() + 3, steps.begin() + 8 ),
         ( Lines{ "fibIpv4: longest match 10.3.0.0/16 -> FEC 3, member 1 of 1 (gate 3, next hop 9) -> 3",
                  "IpOutput_tu1: 28 bytes fit -> 1",
-                 "Ip4GreTun_tu1: TTL 63, GRE from 192.0.2.1 to 192.0.2.2, key 5, TTL 9 -> 1",
+                 "Ip4GreTun_tu1: TTL 63, GRE from 192.0.2.1 to 192.0.2.2, key 5, outer TTL 9 -> 1",
                  "NhResolve_tu1: resolve entry 9 -> gate 1, next hop 5 -> 1", "IpOutput_et2: 56 bytes fit -> 1" } ) );
    router.set( "NhResolve_tu1 addNhResolveEntry nhr_index: 9 ogate: 4294967295 nhm_index: 5" );
    EXPECT_EQ( router.end( "intfname: 'et1' dst: @10.3.0.7" ), "dropped at NhResolve_tu1: resolve entry 9 has no gate" );
@@ -578,10 +595,16 @@ TEST( Tunnel, theWayThroughIsTold ) {
 TEST( Tunnel, aRouteOfTheUnderlayIntoTheTunnelEnds ) {
    Router router;
    router.addTunnel();
-   router.set( "disconnect NhResolve_tu1:1\n connect NhResolve_tu1:1 IpOutput_tu1:0" );
-   // The packet grows until it doesn't fit, and its fragments grow and split in turn.
+   router.set( R"(
+      disconnect NhResolve_tu1:1
+      connect NhResolve_tu1:1 IpOutput_tu1:0
+      NhResolve_tu1 addNhResolveEntry nhr_index: 9 ogate: 1 nhm_index: 9
+   )" );
+   // The packet grows until it doesn't fit, and its fragments grow and split in turn: the walk is what ends.
    router.frame( "dst: @10.3.0.7 length: 1400" );
    EXPECT_EQ( router.tapped().size(), 0u );
+   EXPECT_EQ( router.end( "intfname: 'et1' dst: @10.3.0.7" ),
+              "dropped at Ip4GreTun_tu1: no room for the tunnel's headers" );
 }
 
 // Modules trust nothing that they are handed.

@@ -179,6 +179,17 @@ TEST_F( Services, aBatchOutOfItsOrderEndsTheSession ) {
    }
 }
 
+TEST_F( Services, aMessageThatIsNoBatchEndsTheSession ) {
+   auto client = begin();
+   vex::pb::Batch batch;
+   batch.set_number( 1 );
+   // Goes out as it is, and is no UTF-8.
+   batch.add_request()->mutable_destroy_module()->set_name( "\xff" );
+   EXPECT_TRUE( client->send( batch ) );
+   EXPECT_EQ( client->read(), std::nullopt );
+   EXPECT_EQ( client->end().error_message(), "a message that is no batch, after batch 0" );
+}
+
 TEST_F( Services, aBatchMayBeLargeAndSoMayItsReplyAndADump ) {
    auto client = begin();
    auto batch = client->reader.batch( "create fib FibIpv4\n fib addVrf vrf: 0", 1 );
