@@ -88,10 +88,18 @@ void lookup( benchmark::State & state, bool routed ) {
    state.SetItemsProcessed( std::int64_t( state.iterations() ) );
 }
 
+// What a dump copies while the data plane waits.
+void snapshot( benchmark::State & state ) {
+   Table table;
+   table.fill( prefixes( false ) );
+   for ( auto _ : state ) benchmark::DoNotOptimize( table.lpm.routes() );
+}
+
 BENCHMARK_CAPTURE( insert, shuffled, false )->Unit( benchmark::kMillisecond );
 BENCHMARK_CAPTURE( insert, sorted, true )->Unit( benchmark::kMillisecond );
 BENCHMARK( replace )->Unit( benchmark::kMillisecond );
 BENCHMARK( remove )->Unit( benchmark::kMillisecond );
+BENCHMARK( snapshot )->Unit( benchmark::kMillisecond );
 BENCHMARK_CAPTURE( lookup, anyAddress, false );
 BENCHMARK_CAPTURE( lookup, routedAddress, true );
 

@@ -112,6 +112,8 @@ int main( int argc, char ** argv ) {
    if ( !options ) return exitCode;
    logAt( options->logLevel );
    const auto signals = blockedSignals();
+   // A log that nobody reads any more is no reason to end.
+   signal( SIGPIPE, SIG_IGN );
    if ( options->parent && !parentLives( *options->parent, parentAtStart ) ) {
       std::cerr << "vexdp: the parent process is gone\n";
       return failed;

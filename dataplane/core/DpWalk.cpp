@@ -40,7 +40,7 @@ void Context::reasonIs( std::string reason ) {
    trace_->set_reason( std::move( reason ) );
 }
 
-void Context::noteIs( std::string text ) {
+void Context::noteIs( std::string_view text ) {
    auto & action = *step_->mutable_action();
    if ( !action.empty() ) action += ", ";
    action += text;

@@ -12,7 +12,7 @@
 
 namespace Vexdp {
 
-// What a module did with a packet. Only a Context makes one.
+// What a module did with a packet. Modules get one from their Context, and from nowhere else.
 class Fate {
  private:
    friend class Context;
@@ -85,7 +85,7 @@ class Context {
    };
 
    void reasonIs( std::string reason );
-   void noteIs( std::string text );
+   void noteIs( std::string_view text );
 
    CounterTable & counters_;
    bool counting_;

@@ -7,7 +7,6 @@
 
 namespace Vexdp {
 
-using google::protobuf::Any;
 using google::protobuf::Message;
 
 namespace {

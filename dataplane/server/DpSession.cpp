@@ -56,7 +56,7 @@ class Session {
    enum class State : std::uint8_t { waiting, greeting, reading, replying, ending };
 
    // A batch of 4,096 route updates fits into the memory that is kept from one to the next.
-   static constexpr std::size_t kFirstBlock = 512 * 1024;
+   static constexpr std::size_t kFirstBlock = 512u << 10;
 
    google::protobuf::ArenaOptions arenaOptions() {
       google::protobuf::ArenaOptions options;

@@ -424,6 +424,9 @@ TEST( IpOutput, fragmentsWhatMayBeFragmentedAndPuntsTheRest ) {
    router.trace( "intfname: 'et1' dst: @10.2.0.7 length: 4000" );
    EXPECT_EQ( router.tapped().size(), 1u );
 
+   EXPECT_EQ( router.trace( "intfname: 'et1' dst: @10.2.0.7 length: 1500" )[4], "IpOutput_et2: 1500 bytes fit -> 1" );
+   EXPECT_EQ( router.trace( "intfname: 'et1' dst: @10.2.0.7 length: 1501" )[4],
+              "IpOutput_et2: 1501 bytes in 2 fragments for the MTU of 1500 -> 1" );
    router.set( "IpOutput_et2 setMtu ip_mtu: 0" );
    router.tapped().clear();
    router.frame( "dst: @10.2.0.7 length: 65535" );

@@ -41,6 +41,8 @@ class Process {
 
    // Replaces this process, with `output` for its standard streams.
    [[noreturn]] static void become( const Words & arguments, int output ) {
+      // One that doesn't end is ended.
+      alarm( 60 );
       dup2( output, STDOUT_FILENO );
       dup2( output, STDERR_FILENO );
       std::vector< char * > argv{ const_cast< char * >( VEXDP_PROGRAM ) };

@@ -11,6 +11,7 @@
 
 #include <grpcpp/grpcpp.h>
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 
@@ -27,7 +28,11 @@ std::string madeDirectory() {
 // A client's side of a session.
 class Client {
  public:
-   explicit Client( vex::pb::Engine::Stub & stub ) : stream_( stub.Session( &context_ ) ) {}
+   explicit Client( vex::pb::Engine::Stub & stub ) {
+      // A reply that never comes is a failure, not a test without an end.
+      context_.set_deadline( std::chrono::system_clock::now() + std::chrono::seconds( 60 ) );
+      stream_ = stub.Session( &context_ );
+   }
    ~Client() { context_.TryCancel(); }
 
    // The next reply; nothing when the session is over.
