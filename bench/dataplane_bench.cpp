@@ -68,8 +68,7 @@ class DataPlane {
 class Session {
  public:
    explicit Session( const std::shared_ptr< grpc::Channel > & channel ) :
-        stub_( vex::pb::Engine::NewStub( channel ) ),
-        stream_( stub_->Session( &context_ ) ) {
+        stub_( vex::pb::Engine::NewStub( channel ) ), stream_( stub_->Session( &context_ ) ) {
       read();
    }
    ~Session() {
@@ -81,7 +80,7 @@ class Session {
    double run( std::vector< Batch > & batches ) {
       for ( auto & batch : batches ) batch.set_number( ++number_ );
       const auto start = Clock::now();
-      std::thread writer( [this, &batches] {
+      std::thread writer( [ this, &batches ] {
          for ( const auto & batch : batches ) stream_->Write( batch );
       } );
       for ( std::size_t i = 0; i < batches.size(); ++i ) read();
@@ -153,8 +152,8 @@ std::vector< Batch > routeBatches( const std::vector< Vexdp::Ipv4Prefix > & pref
    vex::pb::CommandRun * run = nullptr;
    for ( std::size_t i = 0; i < prefixes.size(); ++i ) {
       if ( i % batchSize == 0 ) run = &addRun( batches.emplace_back(), cmd, "vex.pb.FibIpv4RouteArg" );
-      arg.set_prefix( prefixes[i].addr.value );
-      arg.set_prefix_len( prefixes[i].len );
+      arg.set_prefix( prefixes[ i ].addr.value );
+      arg.set_prefix_len( prefixes[ i ].len );
       if ( cmd == "addRoute" ) arg.set_fec_id( fec + std::uint32_t( i % 64 ) );
       arg.SerializeToString( run->add_arg() );
    }
@@ -168,7 +167,7 @@ void report( const std::string & what, std::size_t count, double seconds ) {
 
 void measureRoutes( Session & session, const std::vector< Vexdp::Ipv4Prefix > & prefixes, const char * order,
                     std::size_t batchSize ) {
-   const auto run = [&]( const char * what, const std::string & cmd, std::uint32_t fec ) {
+   const auto run = [ & ]( const char * what, const std::string & cmd, std::uint32_t fec ) {
       auto batches = routeBatches( prefixes, cmd, fec, batchSize );
       report( fmt::format( "{} routes, {}, {} to a batch", what, order, batchSize ), prefixes.size(),
               session.run( batches ) );
@@ -193,16 +192,16 @@ void measureRoundTrips( Session & session ) {
    constexpr std::size_t kTrips = 5000;
    auto batch = routeBatches( { { { 0x0a000000 }, 8 } }, "addRoute", 1, 1 );
    std::vector< double > trips;
-   for ( std::size_t i = 0; i < kTrips; ++i ) trips.push_back( session.roundTrip( batch[0] ) );
+   for ( std::size_t i = 0; i < kTrips; ++i ) trips.push_back( session.roundTrip( batch[ 0 ] ) );
    std::ranges::sort( trips );
    fmt::print( "one command there and back: median {:.0f} us, 99% {:.0f} us, longest {:.0f} us\n",
-               trips[kTrips / 2] * 1e6, trips[kTrips * 99 / 100] * 1e6, trips.back() * 1e6 );
+               trips[ kTrips / 2 ] * 1e6, trips[ kTrips * 99 / 100 ] * 1e6, trips.back() * 1e6 );
 }
 
 } // namespace
 
 int main( int argc, char ** argv ) {
-   const std::size_t routes = argc > 1 ? std::strtoul( argv[1], nullptr, 10 ) : 1000000;
+   const std::size_t routes = argc > 1 ? std::strtoul( argv[ 1 ], nullptr, 10 ) : 1000000;
    const DataPlane dataPlane;
    grpc::ChannelArguments arguments;
    arguments.SetMaxReceiveMessageSize( -1 );

@@ -38,7 +38,7 @@ void insert( benchmark::State & state, bool sorted ) {
       state.ResumeTiming();
       table->fill( routes );
       state.PauseTiming();
-      state.counters["blocks"] = double( table->pool.inUse() );
+      state.counters[ "blocks" ] = double( table->pool.inUse() );
       table.reset();
       state.ResumeTiming();
    }
@@ -76,13 +76,13 @@ void lookup( benchmark::State & state, bool routed ) {
    std::mt19937 random( 5 );
    std::vector< std::uint32_t > addresses( 1u << 20 );
    for ( auto & address : addresses ) {
-      const auto & prefix = routes[random() % routes.size()];
+      const auto & prefix = routes[ random() % routes.size() ];
       address = routed ? prefix.addr.value | ( std::uint32_t( random() ) & ~maskOf( prefix.len ) )
                        : std::uint32_t( random() );
    }
    std::size_t at = 0;
    for ( auto _ : state ) {
-      benchmark::DoNotOptimize( table.lpm.lookup( { addresses[at] } ) );
+      benchmark::DoNotOptimize( table.lpm.lookup( { addresses[ at ] } ) );
       at = ( at + 1 ) & ( addresses.size() - 1 );
    }
    state.SetItemsProcessed( std::int64_t( state.iterations() ) );

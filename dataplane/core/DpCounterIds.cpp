@@ -21,7 +21,7 @@ Outcome CounterIds::set( const google::protobuf::Message & arg ) {
    }
    for ( const auto * field : fields ) {
       assert( std::size_t( field->number() ) < ids_.size() );
-      ids_[std::size_t( field->number() )] = reflection.GetUInt32( arg, field );
+      ids_[ std::size_t( field->number() ) ] = reflection.GetUInt32( arg, field );
    }
    // A new message: a command source may still be telling the old one.
    std::shared_ptr< google::protobuf::Message > set( arg.New() );
@@ -32,7 +32,7 @@ Outcome CounterIds::set( const google::protobuf::Message & arg ) {
 }
 
 CommandSource CounterIds::command() const {
-   return [set = set_]( CommandSink & sink ) {
+   return [ set = set_ ]( CommandSink & sink ) {
       if ( set ) sink.command( "setCounterIds", *set );
    };
 }

@@ -18,7 +18,7 @@ class CounterIds {
    // Fields that are absent stay as they were. ERANGE: an id over the table, other than kNoCounter.
    Outcome set( const google::protobuf::Message & arg );
    // kNoCounter when it was never set. REQUIRES: field is one of the message's
-   CounterId operator[]( int field ) const { return ids_[std::size_t( field )]; }
+   CounterId operator[]( int field ) const { return ids_[ std::size_t( field ) ]; }
    // Tells the command that set them, if any is set.
    CommandSource command() const;
 

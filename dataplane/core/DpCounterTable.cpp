@@ -73,9 +73,7 @@ CounterTable::CounterTable() : map_( mapped( -1 ) ) {
 }
 
 CounterTable::CounterTable( const std::string & path ) :
-     path_( std::filesystem::absolute( path ) ),
-     fd_( makeFile( path_ ) ),
-     map_( mapped( fd_ ) ) {
+     path_( std::filesystem::absolute( path ) ), fd_( makeFile( path_ ) ), map_( mapped( fd_ ) ) {
    if ( map_ == nullptr ) {
       const std::string why = std::strerror( errno );
       unlink( path_.c_str() );
@@ -97,18 +95,18 @@ CounterTable::~CounterTable() {
 void CounterTable::add( CounterId id, std::uint64_t n ) {
    if ( id >= kSlots ) return;
    used_ = std::max( used_, id + 1 );
-   std::atomic_ref< std::uint64_t > count( counts_[id] );
+   std::atomic_ref< std::uint64_t > count( counts_[ id ] );
    count.store( count.load( std::memory_order_relaxed ) + n, std::memory_order_relaxed );
 }
 
 std::uint64_t CounterTable::value( CounterId id ) const {
    if ( id >= kSlots ) return 0;
-   return std::atomic_ref< std::uint64_t >( counts_[id] ).load( std::memory_order_relaxed );
+   return std::atomic_ref< std::uint64_t >( counts_[ id ] ).load( std::memory_order_relaxed );
 }
 
 void CounterTable::clear() {
    for ( CounterId id = 0; id < used_; ++id )
-      std::atomic_ref< std::uint64_t >( counts_[id] ).store( 0, std::memory_order_relaxed );
+      std::atomic_ref< std::uint64_t >( counts_[ id ] ).store( 0, std::memory_order_relaxed );
    used_ = 0;
 }
 

@@ -27,7 +27,7 @@ Module * Graph::find( std::string_view name ) const {
 }
 
 Outcome Graph::add( std::unique_ptr< Module > module ) {
-   const auto [at, added] = modules_.try_emplace( module->name(), nullptr );
+   const auto [ at, added ] = modules_.try_emplace( module->name(), nullptr );
    if ( !added ) return refuse( EEXIST, "the name is in use by a module of class {}", at->second->mclass().name );
    at->second = std::move( module );
    return {};
@@ -38,9 +38,9 @@ Outcome Graph::remove( std::string_view name ) {
    if ( at == modules_.end() ) return refuse( ENOENT, "no such module" );
    auto & module = *at->second;
    for ( GateId ogate = 0; ogate < module.ogates_.size(); ++ogate )
-      if ( module.ogates_[ogate].peer != nullptr ) cut( module, ogate );
+      if ( module.ogates_[ ogate ].peer != nullptr ) cut( module, ogate );
    const auto upstream = module.upstream_;
-   for ( const auto & [from, ogate] : upstream ) cut( *from, ogate );
+   for ( const auto & [ from, ogate ] : upstream ) cut( *from, ogate );
    modules_.erase( at );
    return {};
 }
@@ -54,12 +54,12 @@ Outcome Graph::connect( std::string_view from, std::uint64_t ogate, std::string_
    if ( auto out = requireGateOf( *target, "input", igate, target->mclass().gates.igates ); !out.ok() ) return out;
 
    const auto out = GateId( ogate );
-   if ( out < source->ogates_.size() && source->ogates_[out].peer != nullptr )
-      return refuse( EBUSY, "output gate {} is in use, it leads to {}:{}", out, source->ogates_[out].peer->name(),
-                     source->ogates_[out].igate );
+   if ( out < source->ogates_.size() && source->ogates_[ out ].peer != nullptr )
+      return refuse( EBUSY, "output gate {} is in use, it leads to {}:{}", out, source->ogates_[ out ].peer->name(),
+                     source->ogates_[ out ].igate );
    growTo( source->ogates_, out );
    growTo( target->igates_, GateId( igate ) );
-   source->ogates_[out] = { target, GateId( igate ), {} };
+   source->ogates_[ out ] = { target, GateId( igate ), {} };
    target->upstream_.emplace( source, out );
    return {};
 }
@@ -67,14 +67,14 @@ Outcome Graph::connect( std::string_view from, std::uint64_t ogate, std::string_
 Outcome Graph::disconnect( std::string_view from, std::uint64_t ogate ) {
    auto * source = find( from );
    if ( source == nullptr ) return refuse( ENOENT, "no such module" );
-   if ( ogate >= source->ogates_.size() || source->ogates_[ogate].peer == nullptr )
+   if ( ogate >= source->ogates_.size() || source->ogates_[ ogate ].peer == nullptr )
       return refuse( ENOTCONN, "output gate {} is not connected", ogate );
    cut( *source, GateId( ogate ) );
    return {};
 }
 
 void Graph::cut( Module & from, GateId ogate ) {
-   auto & gate = from.ogates_[ogate];
+   auto & gate = from.ogates_[ ogate ];
    gate.peer->upstream_.erase( { &from, ogate } );
    gate = {};
 }

@@ -22,7 +22,7 @@ std::uint16_t onesSum( std::span< const std::uint8_t > bytes, std::uint16_t sum 
    std::uint64_t total = sum;
    std::size_t i = 0;
    for ( ; i + 1 < bytes.size(); i += 2 ) total += get16( bytes.data() + i );
-   if ( i < bytes.size() ) total += std::uint64_t( bytes[i] ) << 8;
+   if ( i < bytes.size() ) total += std::uint64_t( bytes[ i ] ) << 8;
    return folded( total );
 }
 
@@ -32,7 +32,7 @@ std::uint16_t checksumChanged( std::uint16_t checksum, std::uint16_t oldWord, st
 }
 
 std::optional< Ipv4Header > Ipv4Header::of( Packet & packet ) {
-   if ( packet.size() < kMinLen || packet.data()[0] >> 4 != 4 ) return std::nullopt;
+   if ( packet.size() < kMinLen || packet.data()[ 0 ] >> 4 != 4 ) return std::nullopt;
    Ipv4Header header( packet.data() );
    if ( header.headerLen() < kMinLen || header.headerLen() > packet.size() ) return std::nullopt;
    return header;
@@ -45,7 +45,7 @@ void Ipv4Header::checksumRenew() {
 
 void Ipv4Header::ttlDecrement() {
    const auto before = get16( at_ + 8 );
-   --at_[8];
+   --at_[ 8 ];
    put16( at_ + 10, checksumChanged( checksum(), before, get16( at_ + 8 ) ) );
 }
 
@@ -58,13 +58,13 @@ bool takeHop( Ipv4Header & header, Packet & packet ) {
 }
 
 void writeIpv4Header( std::uint8_t * at, const Ipv4Fields & fields ) {
-   at[0] = 0x45;
-   at[1] = fields.tos;
+   at[ 0 ] = 0x45;
+   at[ 1 ] = fields.tos;
    put16( at + 2, fields.totalLen );
    put16( at + 4, fields.id );
    put16( at + 6, fields.dontFragment ? 0x4000 : 0 );
-   at[8] = fields.ttl;
-   at[9] = fields.proto;
+   at[ 8 ] = fields.ttl;
+   at[ 9 ] = fields.proto;
    put16( at + 10, 0 );
    put32( at + 12, fields.src.value );
    put32( at + 16, fields.dst.value );

@@ -9,11 +9,11 @@
 
 namespace Vexdp {
 
-inline std::uint16_t get16( const std::uint8_t * at ) { return std::uint16_t( at[0] << 8 | at[1] ); }
+inline std::uint16_t get16( const std::uint8_t * at ) { return std::uint16_t( at[ 0 ] << 8 | at[ 1 ] ); }
 inline std::uint32_t get32( const std::uint8_t * at ) { return std::uint32_t( get16( at ) ) << 16 | get16( at + 2 ); }
 inline void put16( std::uint8_t * at, std::uint16_t value ) {
-   at[0] = std::uint8_t( value >> 8 );
-   at[1] = std::uint8_t( value );
+   at[ 0 ] = std::uint8_t( value >> 8 );
+   at[ 1 ] = std::uint8_t( value );
 }
 inline void put32( std::uint8_t * at, std::uint32_t value ) {
    put16( at, std::uint16_t( value >> 16 ) );
@@ -35,15 +35,15 @@ class Ipv4Header {
    // Nothing when the bytes are too few for a header, the version is not 4, or the header's length is impossible.
    static std::optional< Ipv4Header > of( Packet & packet );
 
-   std::size_t headerLen() const { return std::size_t( at_[0] & 15 ) * 4; }
-   std::uint8_t tos() const { return at_[1]; }
+   std::size_t headerLen() const { return std::size_t( at_[ 0 ] & 15 ) * 4; }
+   std::uint8_t tos() const { return at_[ 1 ]; }
    std::uint16_t totalLen() const { return get16( at_ + 2 ); }
    std::uint16_t id() const { return get16( at_ + 4 ); }
-   bool dontFragment() const { return at_[6] & 0x40; }
-   bool moreFragments() const { return at_[6] & 0x20; }
+   bool dontFragment() const { return at_[ 6 ] & 0x40; }
+   bool moreFragments() const { return at_[ 6 ] & 0x20; }
    std::size_t fragmentOffset() const { return std::size_t( get16( at_ + 6 ) & 0x1fff ) * 8; }
-   std::uint8_t ttl() const { return at_[8]; }
-   std::uint8_t proto() const { return at_[9]; }
+   std::uint8_t ttl() const { return at_[ 8 ]; }
+   std::uint8_t proto() const { return at_[ 9 ]; }
    std::uint16_t checksum() const { return get16( at_ + 10 ); }
    Ipv4Addr src() const { return { get32( at_ + 12 ) }; }
    Ipv4Addr dst() const { return { get32( at_ + 16 ) }; }

@@ -31,7 +31,7 @@ struct MacAddr {
    std::array< std::uint8_t, 6 > bytes{};
 
    // Broadcast or multicast (IEEE 802, the I/G bit).
-   bool isGroup() const { return bytes[0] & 1; }
+   bool isGroup() const { return bytes[ 0 ] & 1; }
    friend auto operator<=>( const MacAddr &, const MacAddr & ) = default;
 };
 

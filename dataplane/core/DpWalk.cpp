@@ -98,12 +98,12 @@ void Walk::follow( Module & from, GateId ogate, Packet & packet ) {
 }
 
 Module * Walk::cross( Module & from, GateId ogate, const Packet & packet ) {
-   if ( ogate >= from.ogates_.size() || from.ogates_[ogate].peer == nullptr ) return nullptr;
-   auto & gate = from.ogates_[ogate];
+   if ( ogate >= from.ogates_.size() || from.ogates_[ ogate ].peer == nullptr ) return nullptr;
+   auto & gate = from.ogates_[ ogate ];
    context_.igate_ = gate.igate;
    if ( context_.counting_ ) {
       countPacket( gate.counters, packet, now_ );
-      countPacket( gate.peer->igates_[gate.igate], packet, now_ );
+      countPacket( gate.peer->igates_[ gate.igate ], packet, now_ );
    }
    return gate.peer;
 }

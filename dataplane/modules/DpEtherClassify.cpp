@@ -25,7 +25,7 @@ EthernetConfigArg argOf( const MacAddr & mac ) {
 
 // The type that a bare IP packet would have in a frame.
 std::uint16_t typeOfBare( const Packet & packet ) {
-   const int version = packet.size() == 0 ? 0 : packet.data()[0] >> 4;
+   const int version = packet.size() == 0 ? 0 : packet.data()[ 0 ] >> 4;
    return version == 4 ? kEtherTypeIpv4 : version == 6 ? kEtherTypeIpv6 : 0;
 }
 
@@ -50,8 +50,7 @@ Outcome EtherClassify::check( const EtherClassifyArg & init ) {
 }
 
 EtherClassify::EtherClassify( Identity identity, const EtherClassifyArg & init ) :
-     Module( std::move( identity ) ),
-     intfname_( init.intfname() ) {
+     Module( std::move( identity ) ), intfname_( init.intfname() ) {
    if ( init.has_mac_addr() ) std::ranges::copy( init.mac_addr(), initMac_.emplace().bytes.begin() );
    state_.mac = initMac_;
 }
@@ -89,7 +88,7 @@ Outcome EtherClassify::setEtherTypeGate( const EtherTypeGateArg & arg ) {
       return out;
    if ( auto out = requireAtMost( "ether_type", arg.ether_type(), 0xffff ); !out.ok() ) return out;
    if ( auto out = requireAtMost( "ogate", arg.ogate(), mclass().gates.ogates - 1 ); !out.ok() ) return out;
-   state_.gates[std::uint16_t( arg.ether_type() )] = arg.ogate();
+   state_.gates[ std::uint16_t( arg.ether_type() ) ] = arg.ogate();
    return {};
 }
 
@@ -123,7 +122,7 @@ Fate EtherClassify::process( Packet & packet, Context & context ) {
 }
 
 CommandSource EtherClassify::commands() const {
-   return [state = state_, initMac = initMac_]( CommandSink & sink ) {
+   return [ state = state_, initMac = initMac_ ]( CommandSink & sink ) {
       if ( state.mac && state.mac != initMac ) sink.command( "setMacAddr", argOf( *state.mac ) );
       for ( const auto & mac : state.virtualMacs ) sink.command( "addVirtualMac", argOf( mac ) );
       if ( state.vrf ) {
@@ -131,7 +130,7 @@ CommandSource EtherClassify::commands() const {
          arg.set_vrf( *state.vrf );
          sink.command( "setVrf", arg );
       }
-      for ( const auto & [type, ogate] : state.gates ) {
+      for ( const auto & [ type, ogate ] : state.gates ) {
          EtherTypeGateArg arg;
          arg.set_ether_type( type );
          arg.set_ogate( ogate );

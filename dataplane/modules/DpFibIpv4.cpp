@@ -49,8 +49,7 @@ Outcome FibIpv4::check( const FibIpv4Arg & init ) {
 }
 
 FibIpv4::FibIpv4( Identity identity, const FibIpv4Arg & init ) :
-     Module( std::move( identity ) ),
-     maxRules_( init.has_max_rules() ? init.max_rules() : kDefaultRules ) {}
+     Module( std::move( identity ) ), maxRules_( init.has_max_rules() ? init.max_rules() : kDefaultRules ) {}
 
 Lpm * FibIpv4::table( std::uint32_t vrf ) const {
    const auto at = vrfs_.find( vrf );
@@ -175,15 +174,15 @@ Fate FibIpv4::process( Packet & packet, Context & context ) {
    const auto vrf = packet.meta.vrf;
    const auto * routes = table( vrf );
    if ( routes == nullptr )
-      return context.drop( counters_[CounterArg::kNoRouteCounterFieldNumber], "there is no VRF {}", vrf );
+      return context.drop( counters_[ CounterArg::kNoRouteCounterFieldNumber ], "there is no VRF {}", vrf );
    const auto route = routes->lookup( header->dst() );
    if ( !route )
-      return context.drop( counters_[CounterArg::kNoRouteCounterFieldNumber], "no route to {} in VRF {}", header->dst(),
-                           vrf );
+      return context.drop( counters_[ CounterArg::kNoRouteCounterFieldNumber ], "no route to {} in VRF {}",
+                           header->dst(), vrf );
    context.note( "longest match {} -> FEC {}", route->prefix, route->value );
    const auto * members = fec( route->value );
    if ( members == nullptr )
-      return context.drop( counters_[CounterArg::kNoFecCounterFieldNumber], "there is no FEC {}", route->value );
+      return context.drop( counters_[ CounterArg::kNoFecCounterFieldNumber ], "there is no FEC {}", route->value );
    return forwardBy( *members, route->value, Flow::of( *header, packet ).hash(), packet, context );
 }
 
@@ -191,7 +190,7 @@ Fate FibIpv4::forwardBy( const Fec & fec, std::uint32_t id, std::uint32_t hash, 
    if ( fec.empty() ) return context.drop( kNoCounter, "FEC {} has no members", id );
    // The upper bits of the product spread a 32-bit hash over any number of members.
    const auto chosen = std::size_t( std::uint64_t( hash ) * fec.size() >> 32 );
-   const auto & member = fec[chosen];
+   const auto & member = fec[ chosen ];
    packet.meta.nhIndex = member.nhIndex.value_or( 0 );
    if ( member.gate == kNoGate )
       return context.drop( kNoCounter, "member {} of {} has no gate", chosen + 1, fec.size() );
@@ -207,19 +206,19 @@ struct FibIpv4::Snapshot {
 
    void sort() {
       std::ranges::sort( vrfs, {}, []( const auto & vrf ) { return vrf.first; } );
-      for ( auto & [vrf, routes] : vrfs ) std::ranges::sort( routes, {}, &Lpm::Route::prefix );
+      for ( auto & [ vrf, routes ] : vrfs ) std::ranges::sort( routes, {}, &Lpm::Route::prefix );
       std::ranges::sort( fecs, {}, []( const auto & fec ) { return fec.first; } );
    }
 
    void tell( CommandSink & sink ) const {
       counters( sink );
-      for ( const auto & [vrf, routes] : vrfs ) {
+      for ( const auto & [ vrf, routes ] : vrfs ) {
          FibIpv4VrfArg arg;
          arg.set_vrf( vrf );
          sink.command( "addVrf", arg );
       }
-      for ( const auto & [vrf, routes] : vrfs ) tellRoutes( vrf, routes, sink );
-      for ( const auto & [id, fec] : fecs ) tellFec( id, fec, sink );
+      for ( const auto & [ vrf, routes ] : vrfs ) tellRoutes( vrf, routes, sink );
+      for ( const auto & [ id, fec ] : fecs ) tellFec( id, fec, sink );
    }
 
    static void tellRoutes( std::uint32_t vrf, const std::vector< Lpm::Route > & routes, CommandSink & sink ) {
@@ -247,10 +246,10 @@ struct FibIpv4::Snapshot {
 
 CommandSource FibIpv4::commands() const {
    auto snapshot = std::make_shared< Snapshot >();
-   for ( const auto & [vrf, routes] : vrfs_ ) snapshot->vrfs.emplace_back( vrf, routes->routes() );
+   for ( const auto & [ vrf, routes ] : vrfs_ ) snapshot->vrfs.emplace_back( vrf, routes->routes() );
    snapshot->fecs.assign( fecs_.begin(), fecs_.end() );
    snapshot->counters = counters_.command();
-   return [snapshot]( CommandSink & sink ) {
+   return [ snapshot ]( CommandSink & sink ) {
       snapshot->sort();
       snapshot->tell( sink );
    };

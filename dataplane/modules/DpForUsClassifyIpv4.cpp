@@ -17,7 +17,7 @@ const ModuleClass & ForUsClassifyIpv4::moduleClass() {
 
 Fate ForUsClassifyIpv4::process( Packet & packet, Context & context ) {
    if ( !Ipv4Header::of( packet ) )
-      return context.drop( counters_[CounterArg::kUnknownPktCounterFieldNumber], "not an IPv4 packet" );
+      return context.drop( counters_[ CounterArg::kUnknownPktCounterFieldNumber ], "not an IPv4 packet" );
    return context.punt( "to the router itself" );
 }
 

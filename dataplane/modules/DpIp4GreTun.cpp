@@ -97,7 +97,7 @@ bool Ip4GreTun::encapsulate( Packet & packet, std::uint8_t ttl ) {
 }
 
 CommandSource Ip4GreTun::commands() const {
-   return [copyTos = copyTos_, innerTtl = innerTtl_]( CommandSink & sink ) {
+   return [ copyTos = copyTos_, innerTtl = innerTtl_ ]( CommandSink & sink ) {
       if ( copyTos ) {
          TunTosArg arg;
          arg.set_tun_tos( *copyTos );

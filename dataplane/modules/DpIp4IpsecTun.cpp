@@ -16,9 +16,7 @@ const ModuleClass & Ip4IpsecTun::moduleClass() {
 }
 
 Ip4IpsecTun::Ip4IpsecTun( Identity identity, const vex::pb::Ip4IpsecTunArg & init ) :
-     Module( std::move( identity ) ),
-     tunId_( init.tun_id() ),
-     cpIngress_( init.cp_ingress() ) {}
+     Module( std::move( identity ) ), tunId_( init.tun_id() ), cpIngress_( init.cp_ingress() ) {}
 
 Fate Ip4IpsecTun::process( Packet & packet, Context & context ) {
    if ( cpIngress_ ) packet.meta.own = true;

@@ -29,13 +29,13 @@ IpInput::IpInput( Identity identity, const IpInputArg & init ) : Module( std::mo
 }
 
 Fate IpInput::process( Packet & packet, Context & context ) {
-   const auto badLen = counters_[CounterArg::kBadIpLenCounterFieldNumber];
+   const auto badLen = counters_[ CounterArg::kBadIpLenCounterFieldNumber ];
    const auto header = Ipv4Header::of( packet );
    if ( !header ) return context.drop( badLen, "not an IPv4 header" );
    if ( header->totalLen() < header->headerLen() || header->totalLen() > packet.size() )
       return context.drop( badLen, "total length {} in {} bytes", header->totalLen(), packet.size() );
    if ( !header->checksumGood() )
-      return context.drop( counters_[CounterArg::kBadIpChecksumCounterFieldNumber], "bad header checksum" );
+      return context.drop( counters_[ CounterArg::kBadIpChecksumCounterFieldNumber ], "bad header checksum" );
    packet.trim( header->totalLen() );
    context.note( "header is good" );
    clamp_.apply( *header, packet, context );
@@ -43,7 +43,7 @@ Fate IpInput::process( Packet & packet, Context & context ) {
 }
 
 CommandSource IpInput::commands() const {
-   return [counters = counters_.command(), change = clamp_.changeFrom( initClamp_ )]( CommandSink & sink ) {
+   return [ counters = counters_.command(), change = clamp_.changeFrom( initClamp_ ) ]( CommandSink & sink ) {
       counters( sink );
       if ( change ) sink.command( "setTcpMssAdjust", *change );
    };

@@ -38,9 +38,7 @@ Outcome IpOutput::check( const IpOutputArg & init ) {
 }
 
 IpOutput::IpOutput( Identity identity, const IpOutputArg & init ) :
-     Module( std::move( identity ) ),
-     initMtu_( init.ip_mtu() ),
-     mtu_( initMtu_ ) {
+     Module( std::move( identity ) ), initMtu_( init.ip_mtu() ), mtu_( initMtu_ ) {
    [[maybe_unused]] const auto out = initClamp_.set( init );
    assert( out.ok() );
    clamp_ = initClamp_;
@@ -75,17 +73,17 @@ Fate IpOutput::process( Packet & packet, Context & context ) {
       return context.punt( "{} bytes exceed the MTU of {}, and DF is set", packet.size(), mtu_ );
    auto fragments = fragmented( packet, mtu_ );
    if ( fragments.empty() )
-      return context.drop( counters_[CounterArg::kFailedFragCounterFieldNumber], "{} bytes can't be fragmented to {}",
+      return context.drop( counters_[ CounterArg::kFailedFragCounterFieldNumber ], "{} bytes can't be fragmented to {}",
                            packet.size(), mtu_ );
    context.note( "{} bytes in {} fragments for the MTU of {}", packet.size(), fragments.size(), mtu_ );
    packet = std::move( fragments.front() );
-   for ( std::size_t i = 1; i < fragments.size(); ++i ) context.also( std::move( fragments[i] ), kOut );
+   for ( std::size_t i = 1; i < fragments.size(); ++i ) context.also( std::move( fragments[ i ] ), kOut );
    return context.forward( kOut );
 }
 
 CommandSource IpOutput::commands() const {
-   return [counters = counters_.command(), mtu = mtu_, mtuChanged = mtu_ != initMtu_,
-           clamp = clamp_.changeFrom( initClamp_ ), hwOffload = hwOffload_]( CommandSink & sink ) {
+   return [ counters = counters_.command(), mtu = mtu_, mtuChanged = mtu_ != initMtu_,
+            clamp = clamp_.changeFrom( initClamp_ ), hwOffload = hwOffload_ ]( CommandSink & sink ) {
       counters( sink );
       if ( mtuChanged ) {
          IpOutputArg arg;

@@ -15,15 +15,15 @@ constexpr std::size_t kMaxOffset = 0x1fff * kUnit;
 // The header of the fragments after the first: of the options only those whose copied flag is set, padded to words.
 std::vector< std::uint8_t > laterHeader( std::span< const std::uint8_t > header ) {
    std::vector< std::uint8_t > later( header.begin(), header.begin() + Ipv4Header::kMinLen );
-   for ( std::size_t at = Ipv4Header::kMinLen; at < header.size() && header[at] != 0; ) {
-      const std::size_t len = header[at] == 1 ? 1 : at + 1 < header.size() ? header[at + 1] : 0;
+   for ( std::size_t at = Ipv4Header::kMinLen; at < header.size() && header[ at ] != 0; ) {
+      const std::size_t len = header[ at ] == 1 ? 1 : at + 1 < header.size() ? header[ at + 1 ] : 0;
       if ( len == 0 || at + len > header.size() ) break;
-      if ( header[at] & 0x80 )
+      if ( header[ at ] & 0x80 )
          later.insert( later.end(), header.begin() + long( at ), header.begin() + long( at + len ) );
       at += len;
    }
    later.resize( ( later.size() + 3 ) / 4 * 4 );
-   later[0] = std::uint8_t( 0x40 | later.size() / 4 );
+   later[ 0 ] = std::uint8_t( 0x40 | later.size() / 4 );
    return later;
 }
 

@@ -43,7 +43,7 @@ LpmPool::Index LpmPool::take() {
 void LpmPool::giveBack( Index block ) {
    assert( std::all_of( entries( block ), entries( block ) + kBlockSize,
                         []( const LpmEntry & entry ) { return entry.depth == 0 && entry.child == 0; } ) );
-   users_[block] = 0;
+   users_[ block ] = 0;
    free_.push_back( block );
    --inUse_;
 }
@@ -62,34 +62,33 @@ void LpmPool::grow() {
 }
 
 Lpm::Lpm( LpmPool & pool ) :
-     pool_( pool ),
-     root_( static_cast< LpmEntry * >( std::calloc( kRootSize, sizeof( LpmEntry ) ) ), &std::free ) {
+     pool_( pool ), root_( static_cast< LpmEntry * >( std::calloc( kRootSize, sizeof( LpmEntry ) ) ), &std::free ) {
    if ( !root_ ) throw std::bad_alloc();
 }
 
 Lpm::~Lpm() {
-   const auto release = [this]( LpmPool::Index block ) {
+   const auto release = [ this ]( LpmPool::Index block ) {
       std::fill_n( pool_.entries( block ), LpmPool::kBlockSize, LpmEntry{} );
       pool_.giveBack( block );
    };
    for ( std::size_t i = 0; i < kRootSize; ++i ) {
-      const LpmPool::Index level2 = root_[i].child;
+      const LpmPool::Index level2 = root_[ i ].child;
       if ( level2 == 0 ) continue;
       for ( std::size_t j = 0; j < LpmPool::kBlockSize; ++j )
-         if ( const LpmPool::Index level3 = pool_.entries( level2 )[j].child; level3 != 0 ) release( level3 );
+         if ( const LpmPool::Index level3 = pool_.entries( level2 )[ j ].child; level3 != 0 ) release( level3 );
       release( level2 );
    }
 }
 
 Lpm::Insert Lpm::insert( Ipv4Prefix prefix, std::uint32_t value, bool room ) {
-   const auto [rule, added] = rules_.try_emplace( keyOf( prefix ), value );
+   const auto [ rule, added ] = rules_.try_emplace( keyOf( prefix ), value );
    if ( added && !room ) {
       rules_.erase( rule );
       return Insert::full;
    }
    if ( !added && rule->second == value ) return Insert::replaced;
    rule->second = value;
-   if ( added ) ++byLength_[prefix.len];
+   if ( added ) ++byLength_[ prefix.len ];
    if ( prefix.len == 0 ) {
       default_ = value;
    } else {
@@ -104,7 +103,7 @@ Lpm::Insert Lpm::insert( Ipv4Prefix prefix, std::uint32_t value, bool room ) {
 
 bool Lpm::remove( Ipv4Prefix prefix ) {
    if ( rules_.erase( keyOf( prefix ) ) == 0 ) return false;
-   --byLength_[prefix.len];
+   --byLength_[ prefix.len ];
    if ( prefix.len == 0 ) {
       default_.reset();
       return true;
@@ -118,12 +117,12 @@ bool Lpm::remove( Ipv4Prefix prefix ) {
 }
 
 Lpm::Range Lpm::rangeOf( Ipv4Prefix prefix ) {
-   auto & root = root_[rootAt( prefix.addr )];
+   auto & root = root_[ rootAt( prefix.addr ) ];
    if ( prefix.len <= 16 ) return { &root, std::size_t( 1 ) << ( 16 - prefix.len ) };
 
    if ( root.child == 0 ) root.child = pool_.take();
    const LpmPool::Index level2 = root.child;
-   auto & middle = pool_.entries( level2 )[level2At( prefix.addr )];
+   auto & middle = pool_.entries( level2 )[ level2At( prefix.addr ) ];
    if ( prefix.len <= 24 ) return { &middle, std::size_t( 1 ) << ( 24 - prefix.len ), level2 };
 
    if ( middle.child == 0 ) {
@@ -131,25 +130,25 @@ Lpm::Range Lpm::rangeOf( Ipv4Prefix prefix ) {
       pool_.userAdd( level2 );
    }
    const LpmPool::Index level3 = middle.child;
-   auto & leaf = pool_.entries( level3 )[level3At( prefix.addr )];
+   auto & leaf = pool_.entries( level3 )[ level3At( prefix.addr ) ];
    return { &leaf, std::size_t( 1 ) << ( 32 - prefix.len ), level2, level3 };
 }
 
 void Lpm::freeUnused( Ipv4Prefix prefix, const Range & range ) {
    if ( range.level3 != 0 ) {
       if ( !pool_.userDel( range.level3 ) ) return;
-      pool_.entries( range.level2 )[level2At( prefix.addr )].child = 0;
+      pool_.entries( range.level2 )[ level2At( prefix.addr ) ].child = 0;
       pool_.giveBack( range.level3 );
    }
    if ( range.level2 != 0 && pool_.userDel( range.level2 ) ) {
-      root_[rootAt( prefix.addr )].child = 0;
+      root_[ rootAt( prefix.addr ) ].child = 0;
       pool_.giveBack( range.level2 );
    }
 }
 
 LpmEntry Lpm::shorterAtLevel( Ipv4Prefix prefix ) const {
    for ( unsigned len = prefix.len - 1u; len > lengthAbove( prefix.len ); --len ) {
-      if ( byLength_[len] == 0 ) continue;
+      if ( byLength_[ len ] == 0 ) continue;
       const auto rule = rules_.find( keyOf( { { prefix.addr.value & maskOf( len ) }, std::uint8_t( len ) } ) );
       if ( rule != rules_.end() ) return { rule->second, len, 0 };
    }
@@ -158,13 +157,13 @@ LpmEntry Lpm::shorterAtLevel( Ipv4Prefix prefix ) const {
 
 std::optional< Lpm::Route > Lpm::lookup( Ipv4Addr addr ) const {
    LpmEntry best{};
-   auto entry = root_[rootAt( addr )];
+   auto entry = root_[ rootAt( addr ) ];
    if ( entry.depth != 0 ) best = entry;
    if ( entry.child != 0 ) {
-      entry = pool_.entries( entry.child )[level2At( addr )];
+      entry = pool_.entries( entry.child )[ level2At( addr ) ];
       if ( entry.depth != 0 ) best = entry;
       if ( entry.child != 0 ) {
-         entry = pool_.entries( entry.child )[level3At( addr )];
+         entry = pool_.entries( entry.child )[ level3At( addr ) ];
          if ( entry.depth != 0 ) best = entry;
       }
    }
@@ -184,7 +183,7 @@ std::optional< std::uint32_t > Lpm::exact( Ipv4Prefix prefix ) const {
 std::vector< Lpm::Route > Lpm::routes() const {
    std::vector< Route > routes;
    routes.reserve( rules_.size() );
-   for ( const auto & [key, value] : rules_ ) routes.push_back( { prefixOf( key ), value } );
+   for ( const auto & [ key, value ] : rules_ ) routes.push_back( { prefixOf( key ), value } );
    return routes;
 }
 

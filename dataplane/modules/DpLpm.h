@@ -41,13 +41,13 @@ class LpmPool {
    Index take();
    // REQUIRES: the block is empty, and nobody refers to it
    void giveBack( Index block );
-   LpmEntry * entries( Index block ) { return &( *chunks_[block / kChunk] )[block % kChunk][0]; }
-   const LpmEntry * entries( Index block ) const { return &( *chunks_[block / kChunk] )[block % kChunk][0]; }
+   LpmEntry * entries( Index block ) { return &( *chunks_[ block / kChunk ] )[ block % kChunk ][ 0 ]; }
+   const LpmEntry * entries( Index block ) const { return &( *chunks_[ block / kChunk ] )[ block % kChunk ][ 0 ]; }
 
    // A block's users are the prefixes of its level and the blocks below it.
-   void userAdd( Index block ) { ++users_[block]; }
+   void userAdd( Index block ) { ++users_[ block ]; }
    // True when it was the last one.
-   bool userDel( Index block ) { return --users_[block] == 0; }
+   bool userDel( Index block ) { return --users_[ block ] == 0; }
 
    std::size_t inUse() const { return inUse_; }
 

@@ -12,8 +12,7 @@ class McastFib : public Module {
  public:
    static Outcome check( const vex::pb::McastFibArg & ) { return {}; }
    McastFib( Identity identity, const vex::pb::McastFibArg & init ) :
-        Module( std::move( identity ) ),
-        vrfname_( init.vrfname() ) {}
+        Module( std::move( identity ) ), vrfname_( init.vrfname() ) {}
 
    Fate process( Packet & packet, Context & context ) override;
    std::string desc() const override { return vrfname_; }

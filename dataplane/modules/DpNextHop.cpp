@@ -32,12 +32,11 @@ Outcome NextHop::check( const NextHopInitArg & init ) {
 }
 
 NextHop::NextHop( Identity identity, const NextHopInitArg & init ) :
-     Module( std::move( identity ) ),
-     maxNexthops_( init.has_max_nexthops() ? init.max_nexthops() : kDefaultNexthops ),
+     Module( std::move( identity ) ), maxNexthops_( init.has_max_nexthops() ? init.max_nexthops() : kDefaultNexthops ),
      intfId_( init.has_intf_id() ? std::optional( init.intf_id() ) : std::nullopt ) {}
 
 const NextHop::Entry * NextHop::entry( std::uint32_t index ) const {
-   return index < entries_.size() && entries_[index] ? &*entries_[index] : nullptr;
+   return index < entries_.size() && entries_[ index ] ? &*entries_[ index ] : nullptr;
 }
 
 Outcome NextHop::setSrcMacAddr( const EthernetConfigArg & arg ) {
@@ -62,7 +61,7 @@ Outcome NextHop::writeNh( const NextHopWriteNHArg & arg ) {
    }
    for ( const auto & info : arg.nexthopinfo() ) {
       if ( info.nh_index() >= entries_.size() ) entries_.resize( info.nh_index() + 1 );
-      auto & slot = entries_[info.nh_index()];
+      auto & slot = entries_[ info.nh_index() ];
       if ( !slot ) ++used_;
       slot = Entry{ {}, info.pkt_cmd() };
       if ( !info.has_mac_da() ) continue;
@@ -80,7 +79,7 @@ Outcome NextHop::deleteNh( const NextHopWriteNHArg & arg ) {
    }
    for ( const auto & info : arg.nexthopinfo() ) {
       if ( entry( info.nh_index() ) != nullptr ) --used_;
-      entries_[info.nh_index()].reset();
+      entries_[ info.nh_index() ].reset();
    }
    return {};
 }
@@ -105,35 +104,36 @@ Fate NextHop::process( Packet & packet, Context & context ) {
    const auto index = packet.meta.nhIndex;
    const auto * nh = entry( index );
    if ( nh == nullptr )
-      return context.drop( counters_[CounterArg::kInvalidNexthopCounterFieldNumber], "there is no next hop {}", index );
+      return context.drop( counters_[ CounterArg::kInvalidNexthopCounterFieldNumber ], "there is no next hop {}",
+                           index );
    switch ( nh->pktCmd ) {
    case PktCmd::punt: return context.punt( "next hop {} is to be punted", index );
    case PktCmd::forward: return forwardTo( *nh, packet, context );
    case PktCmd::drop: return context.drop( kNoCounter, "next hop {} is a drop entry", index );
    default:
-      return context.drop( counters_[CounterArg::kBadNexthopCmdCounterFieldNumber], "next hop {} has the command {}",
+      return context.drop( counters_[ CounterArg::kBadNexthopCmdCounterFieldNumber ], "next hop {} has the command {}",
                            index, nh->pktCmd );
    }
 }
 
 Fate NextHop::forwardTo( const Entry & entry, Packet & packet, Context & context ) {
    if ( !entry.mac )
-      return context.drop( counters_[CounterArg::kInvalidNexthopCounterFieldNumber], "next hop {} has no MAC",
+      return context.drop( counters_[ CounterArg::kInvalidNexthopCounterFieldNumber ], "next hop {} has no MAC",
                            packet.meta.nhIndex );
    if ( !srcMac_ )
-      return context.drop( counters_[CounterArg::kMismatchRouterMacCounterFieldNumber], "no source MAC is set" );
+      return context.drop( counters_[ CounterArg::kMismatchRouterMacCounterFieldNumber ], "no source MAC is set" );
    auto header = Ipv4Header::of( packet );
    if ( !header ) return context.drop( kNoCounter, "not an IPv4 packet" );
    if ( !takeHop( *header, packet ) ) return context.punt( "the TTL expired" );
    context.note( "TTL {}", header->ttl() );
    if ( !prependEthernet( packet, *entry.mac, *srcMac_, kEtherTypeIpv4 ) )
-      return context.drop( counters_[CounterArg::kPrependFailCounterFieldNumber], "no room for an Ethernet header" );
+      return context.drop( counters_[ CounterArg::kPrependFailCounterFieldNumber ], "no room for an Ethernet header" );
    context.note( "next hop {}, from {} to {}", packet.meta.nhIndex, *srcMac_, *entry.mac );
    return context.forward( kOut );
 }
 
 CommandSource NextHop::commands() const {
-   return [counters = counters_.command(), srcMac = srcMac_, entries = entries_]( CommandSink & sink ) {
+   return [ counters = counters_.command(), srcMac = srcMac_, entries = entries_ ]( CommandSink & sink ) {
       counters( sink );
       if ( srcMac ) {
          EthernetConfigArg arg;
@@ -141,12 +141,12 @@ CommandSource NextHop::commands() const {
          sink.command( "setSrcMacAddr", arg );
       }
       for ( std::uint32_t index = 0; index < entries.size(); ++index ) {
-         if ( !entries[index] ) continue;
+         if ( !entries[ index ] ) continue;
          NextHopWriteNHArg arg;
          auto & info = *arg.add_nexthopinfo();
          info.set_nh_index( index );
-         if ( entries[index]->mac ) info.set_mac_da( bytesOf( *entries[index]->mac ) );
-         info.set_pkt_cmd( entries[index]->pktCmd );
+         if ( entries[ index ]->mac ) info.set_mac_da( bytesOf( *entries[ index ]->mac ) );
+         info.set_pkt_cmd( entries[ index ]->pktCmd );
          sink.command( "writeNH", arg );
       }
    };

@@ -23,11 +23,10 @@ Outcome NhResolve::check( const NhResolveArg & init ) {
 }
 
 NhResolve::NhResolve( Identity identity, const NhResolveArg & init ) :
-     Module( std::move( identity ) ),
-     maxEntries_( init.max_entries() != 0 ? init.max_entries() : kDefaultEntries ) {}
+     Module( std::move( identity ) ), maxEntries_( init.max_entries() != 0 ? init.max_entries() : kDefaultEntries ) {}
 
 const NhResolve::Entry * NhResolve::entry( std::uint32_t index ) const {
-   return index < entries_.size() && entries_[index] ? &*entries_[index] : nullptr;
+   return index < entries_.size() && entries_[ index ] ? &*entries_[ index ] : nullptr;
 }
 
 Outcome NhResolve::addEntry( const NhResolveEntryInfoArg & arg ) {
@@ -40,7 +39,7 @@ Outcome NhResolve::addEntry( const NhResolveEntryInfoArg & arg ) {
    if ( auto out = requireAtMost( "nhr_index", arg.nhr_index(), maxEntries_ - 1 ); !out.ok() ) return out;
    if ( auto out = requireGate( "ogate", arg.ogate(), mclass().gates.ogates ); !out.ok() ) return out;
    if ( arg.nhr_index() >= entries_.size() ) entries_.resize( arg.nhr_index() + 1 );
-   auto & slot = entries_[arg.nhr_index()];
+   auto & slot = entries_[ arg.nhr_index() ];
    if ( !slot ) ++used_;
    slot = Entry{ arg.ogate(), arg.nhm_index() };
    return {};
@@ -49,7 +48,7 @@ Outcome NhResolve::addEntry( const NhResolveEntryInfoArg & arg ) {
 Outcome NhResolve::deleteEntry( const NhResolveEntryInfoArg & arg ) {
    if ( auto out = requireFields( { { arg.has_nhr_index(), "nhr_index" } } ); !out.ok() ) return out;
    if ( entry( arg.nhr_index() ) == nullptr ) return refuse( ENOENT, "there is no resolve entry {}", arg.nhr_index() );
-   entries_[arg.nhr_index()].reset();
+   entries_[ arg.nhr_index() ].reset();
    --used_;
    return {};
 }
@@ -65,13 +64,13 @@ Fate NhResolve::process( Packet & packet, Context & context ) {
 }
 
 CommandSource NhResolve::commands() const {
-   return [entries = entries_]( CommandSink & sink ) {
+   return [ entries = entries_ ]( CommandSink & sink ) {
       for ( std::uint32_t index = 0; index < entries.size(); ++index ) {
-         if ( !entries[index] ) continue;
+         if ( !entries[ index ] ) continue;
          NhResolveEntryInfoArg arg;
          arg.set_nhr_index( index );
-         arg.set_ogate( entries[index]->ogate );
-         arg.set_nhm_index( entries[index]->nhIndex );
+         arg.set_ogate( entries[ index ]->ogate );
+         arg.set_nhm_index( entries[ index ]->nhIndex );
          sink.command( "addNhResolveEntry", arg );
       }
    };

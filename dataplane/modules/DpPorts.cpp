@@ -16,9 +16,7 @@ constexpr GateId kOut = 0;
 Outcome Port::check( const PortArg & init ) { return requireFields( { { !init.intfname().empty(), "intfname" } } ); }
 
 Port::Port( Identity identity, const PortArg & init ) :
-     Module( std::move( identity ) ),
-     intfname_( init.intfname() ),
-     intfId_( init.intf_id() ) {}
+     Module( std::move( identity ) ), intfname_( init.intfname() ), intfId_( init.intf_id() ) {}
 
 const ModuleClass & PortRx::moduleClass() {
    static const ModuleClass self =
@@ -54,7 +52,7 @@ Fate PortRxCp::process( Packet & packet, Context & context ) {
 }
 
 CommandSource PortRxCp::commands() const {
-   return [vrf = vrf_]( CommandSink & sink ) {
+   return [ vrf = vrf_ ]( CommandSink & sink ) {
       if ( !vrf ) return;
       vex::pb::VrfArg arg;
       arg.set_vrf( *vrf );

@@ -16,15 +16,15 @@ constexpr std::size_t kMssOptionLen = 4;
 
 // Offset of the MSS option in a TCP header, 0 when there is none.
 std::size_t mssOptionAt( std::span< const std::uint8_t > tcp ) {
-   for ( std::size_t at = kTcpMinLen; at < tcp.size() && tcp[at] != endOfList; ) {
-      if ( tcp[at] == noOperation ) {
+   for ( std::size_t at = kTcpMinLen; at < tcp.size() && tcp[ at ] != endOfList; ) {
+      if ( tcp[ at ] == noOperation ) {
          ++at;
          continue;
       }
       if ( at + 2 > tcp.size() ) return 0;
-      const std::size_t len = tcp[at + 1];
+      const std::size_t len = tcp[ at + 1 ];
       if ( len < 2 || at + len > tcp.size() ) return 0;
-      if ( tcp[at] == maxSegmentSize ) return len == kMssOptionLen ? at : 0;
+      if ( tcp[ at ] == maxSegmentSize ) return len == kMssOptionLen ? at : 0;
       at += len;
    }
    return 0;
@@ -48,17 +48,17 @@ std::optional< vex::pb::TcpMssAdjustArg > TcpMssClamp::changeFrom( const TcpMssC
 void TcpMssClamp::apply( const Ipv4Header & header, Packet & packet, Context & context ) const {
    if ( mss == 0 || header.proto() != kProtoTcp || header.fragmentOffset() != 0 ) return;
    const std::span l4( packet.data() + header.headerLen(), packet.size() - header.headerLen() );
-   if ( l4.size() < kTcpMinLen || ( l4[kFlagsAt] & kSyn ) == 0 ) return;
-   const std::size_t headerLen = std::size_t( l4[12] >> 4 ) * 4;
+   if ( l4.size() < kTcpMinLen || ( l4[ kFlagsAt ] & kSyn ) == 0 ) return;
+   const std::size_t headerLen = std::size_t( l4[ 12 ] >> 4 ) * 4;
    if ( headerLen < kTcpMinLen || headerLen > l4.size() ) return;
    const auto at = mssOptionAt( l4.first( headerLen ) );
    if ( at == 0 ) return;
-   const auto announced = get16( &l4[at + 2] );
+   const auto announced = get16( &l4[ at + 2 ] );
    if ( announced <= mss ) return;
-   put16( &l4[at + 2], std::uint16_t( mss ) );
+   put16( &l4[ at + 2 ], std::uint16_t( mss ) );
    if ( doChecksum )
-      put16( &l4[kChecksumAt], checksumChanged( get16( &l4[kChecksumAt] ), asSummed( announced, at ),
-                                                asSummed( std::uint16_t( mss ), at ) ) );
+      put16( &l4[ kChecksumAt ], checksumChanged( get16( &l4[ kChecksumAt ] ), asSummed( announced, at ),
+                                                  asSummed( std::uint16_t( mss ), at ) ) );
    context.note( "MSS {} clamped to {}", announced, mss );
 }
 

@@ -26,7 +26,7 @@ constexpr std::string_view kUnix = "unix:";
 
 bool isPort( std::string_view text ) {
    unsigned port = 0;
-   const auto [end, error] = std::from_chars( text.data(), text.data() + text.size(), port );
+   const auto [ end, error ] = std::from_chars( text.data(), text.data() + text.size(), port );
    return error == std::errc() && end == text.data() + text.size() && port <= 65535;
 }
 
@@ -83,7 +83,7 @@ void requireFreePath( const std::string & address, const std::string & path ) {
 }
 
 void requireFreePort( const std::string & address ) {
-   const auto [host, port] = split( address );
+   const auto [ host, port ] = split( address );
    addrinfo hints{};
    hints.ai_socktype = SOCK_STREAM;
    hints.ai_flags = AI_PASSIVE;

@@ -90,7 +90,7 @@ class BatchWriter : public CommandSink {
 Dump::Dump( const Graph & graph, std::uint64_t number, const RepeatedPtrField< std::string > & names ) :
      number_( number ) {
    const std::set< std::string_view > wanted( names.begin(), names.end() );
-   for ( const auto & [name, module] : graph.modules() )
+   for ( const auto & [ name, module ] : graph.modules() )
       if ( wanted.empty() || wanted.contains( name ) ) add( *module );
 }
 
@@ -101,7 +101,7 @@ void Dump::add( const Module & module ) {
    if ( module.initArg() ) *create.mutable_arg() = *module.initArg();
 
    for ( GateId ogate = 0; ogate < module.ogates().size(); ++ogate ) {
-      const auto & gate = module.ogates()[ogate];
+      const auto & gate = module.ogates()[ ogate ];
       if ( gate.peer == nullptr ) continue;
       auto & connect = connections_.emplace_back();
       connect.set_m1( module.name() );

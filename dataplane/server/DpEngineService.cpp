@@ -9,7 +9,7 @@ Status EngineService::Dump( grpc::ServerContext *, const vex::pb::DumpRequest * 
    std::unique_ptr< Vexdp::Dump > dump;
    if ( const auto out = engine_.dump( *request, dump ); !out.ok() )
       return { grpc::StatusCode::NOT_FOUND, out.refusal().reason };
-   dump->tell( [writer]( const vex::pb::Batch & batch ) { return writer->Write( batch ); } );
+   dump->tell( [ writer ]( const vex::pb::Batch & batch ) { return writer->Write( batch ); } );
    return Status::OK;
 }
 

@@ -30,8 +30,8 @@ struct Upstream {
 
 std::vector< Upstream > upstreamOf( const Module & module ) {
    std::vector< Upstream > upstream;
-   for ( const auto & [from, ogate] : module.upstream() )
-      upstream.push_back( { from->ogates()[ogate].igate, from->name(), ogate } );
+   for ( const auto & [ from, ogate ] : module.upstream() )
+      upstream.push_back( { from->ogates()[ ogate ].igate, from->name(), ogate } );
    std::ranges::sort( upstream );
    return upstream;
 }
@@ -42,7 +42,7 @@ void fillInputGates( const Module & module, GetModuleInfoResponse & response ) {
       if ( gate == nullptr || gate->igate() != from.igate ) {
          gate = response.add_igates();
          gate->set_igate( from.igate );
-         fillCounters( module.igates()[from.igate], *gate );
+         fillCounters( module.igates()[ from.igate ], *gate );
       }
       auto & ogate = *gate->add_ogates();
       ogate.set_ogate( from.ogate );
@@ -52,7 +52,7 @@ void fillInputGates( const Module & module, GetModuleInfoResponse & response ) {
 
 void fillOutputGates( const Module & module, GetModuleInfoResponse & response ) {
    for ( GateId id = 0; id < module.ogates().size(); ++id ) {
-      const auto & from = module.ogates()[id];
+      const auto & from = module.ogates()[ id ];
       if ( from.peer == nullptr ) continue;
       auto & gate = *response.add_ogates();
       gate.set_ogate( id );
@@ -81,7 +81,7 @@ Outcome describeClass( const std::string & name, GetMclassInfoResponse & respons
 }
 
 void listModules( const Graph & graph, ListModulesResponse & response ) {
-   for ( const auto & [name, module] : graph.modules() ) {
+   for ( const auto & [ name, module ] : graph.modules() ) {
       auto & listed = *response.add_modules();
       listed.set_name( name );
       listed.set_mclass( module->mclass().name );

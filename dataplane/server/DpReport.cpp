@@ -66,8 +66,8 @@ void report( const Subject & subject, const Refusal & refusal, vex::pb::Refusal 
    google::rpc::ErrorInfo cause;
    cause.set_reason( errnoName( refusal.code ) );
    cause.set_domain( "vexdp" );
-   ( *cause.mutable_metadata() )["module"] = std::string( subject.module );
-   ( *cause.mutable_metadata() )["action"] = std::string( subject.action );
+   ( *cause.mutable_metadata() )[ "module" ] = std::string( subject.module );
+   ( *cause.mutable_metadata() )[ "action" ] = std::string( subject.action );
    status.add_details()->PackFrom( cause );
 
    google::rpc::ResourceInfo object;

@@ -41,7 +41,7 @@ Outcome Requests::create( const bess::pb::CreateModuleRequest & request, std::st
 
 std::string Requests::madeUpName( const ModuleClass & mclass ) {
    std::string stem = mclass.name;
-   stem[0] = char( std::tolower( static_cast< unsigned char >( stem[0] ) ) );
+   stem[ 0 ] = char( std::tolower( static_cast< unsigned char >( stem[ 0 ] ) ) );
    std::string name;
    do name = fmt::format( "{}{}", stem, namesMadeUp_++ );
    while ( graph_.find( name ) != nullptr );

@@ -37,8 +37,7 @@ struct Server::Impl {
 };
 
 Server::Impl::Impl( Engine & engine, const std::vector< std::string > & wanted ) :
-     control( engine ),
-     service( engine ) {
+     control( engine ), service( engine ) {
    grpc::ServerBuilder builder;
    builder.RegisterService( &control );
    builder.RegisterService( &service );
@@ -56,15 +55,15 @@ void Server::Impl::listen( grpc::ServerBuilder & builder, const std::vector< std
    std::vector< int > ports( wanted.size() );
    for ( std::size_t i = 0; i < wanted.size(); ++i ) {
       // gRPC would let a later socket take the path from an earlier one.
-      if ( std::ranges::count( wanted, wanted[i] ) > 1 )
-         throw std::runtime_error( fmt::format( "can't listen on {}: it is given twice", wanted[i] ) );
-      requireFree( wanted[i] );
-      builder.AddListeningPort( wanted[i], grpc::InsecureServerCredentials(), &ports[i] );
+      if ( std::ranges::count( wanted, wanted[ i ] ) > 1 )
+         throw std::runtime_error( fmt::format( "can't listen on {}: it is given twice", wanted[ i ] ) );
+      requireFree( wanted[ i ] );
+      builder.AddListeningPort( wanted[ i ], grpc::InsecureServerCredentials(), &ports[ i ] );
    }
    server = builder.BuildAndStart();
    for ( std::size_t i = 0; i < wanted.size(); ++i ) {
-      if ( ports[i] == 0 ) throw std::runtime_error( fmt::format( "can't listen on {}", wanted[i] ) );
-      settle( wanted[i], ports[i] );
+      if ( ports[ i ] == 0 ) throw std::runtime_error( fmt::format( "can't listen on {}", wanted[ i ] ) );
+      settle( wanted[ i ], ports[ i ] );
    }
    if ( !server ) throw std::runtime_error( "the gRPC server doesn't start" );
 }

@@ -17,11 +17,7 @@ class Session {
  public:
    // The id is for people.
    Session( SessionServer & server, std::uint64_t id ) :
-        server_( server ),
-        id_( id ),
-        block_( kFirstBlock ),
-        arena_( arenaOptions() ),
-        stream_( &context_ ) {}
+        server_( server ), id_( id ), block_( kFirstBlock ), arena_( arenaOptions() ), stream_( &context_ ) {}
 
    void wait() {
       ++underWay_;
@@ -67,7 +63,7 @@ class Session {
       return options;
    }
 
-   void * tag( Step step ) { return &tags_[std::size_t( step )]; }
+   void * tag( Step step ) { return &tags_[ std::size_t( step ) ]; }
 
    void called() {
       spdlog::info( "session {} begins, from {}", id_, context_.peer() );
@@ -150,9 +146,7 @@ class Session {
 };
 
 SessionServer::SessionServer( Engine & engine, EngineService & service, grpc::ServerCompletionQueue & queue ) :
-     engine_( engine ),
-     service_( service ),
-     queue_( queue ) {}
+     engine_( engine ), service_( service ), queue_( queue ) {}
 
 SessionServer::~SessionServer() {
    if ( thread_.joinable() ) thread_.join();
@@ -165,7 +159,7 @@ SessionServer::~SessionServer() {
 
 void SessionServer::start() {
    waitForNext();
-   thread_ = std::thread( [this] { serve(); } );
+   thread_ = std::thread( [ this ] { serve(); } );
 }
 
 void SessionServer::waitForNext() {

@@ -59,33 +59,33 @@ std::size_t l4HeaderLen( const TracePacketRequest & request ) {
 }
 
 void writeTcp( std::span< std::uint8_t > l4, std::size_t headerLen, const TracePacketRequest & request ) {
-   put16( &l4[0], std::uint16_t( request.sport() ) );
-   put16( &l4[2], std::uint16_t( request.dport() ) );
-   l4[12] = std::uint8_t( headerLen / 4 << 4 );
-   l4[13] = std::uint8_t( request.tcp_flags() );
-   put16( &l4[14], 0xffff );
+   put16( &l4[ 0 ], std::uint16_t( request.sport() ) );
+   put16( &l4[ 2 ], std::uint16_t( request.dport() ) );
+   l4[ 12 ] = std::uint8_t( headerLen / 4 << 4 );
+   l4[ 13 ] = std::uint8_t( request.tcp_flags() );
+   put16( &l4[ 14 ], 0xffff );
    if ( headerLen > kTcpLen ) {
-      l4[kTcpLen] = 2;
-      l4[kTcpLen + 1] = kMssOptionLen;
-      put16( &l4[kTcpLen + 2], kAnnouncedMss );
+      l4[ kTcpLen ] = 2;
+      l4[ kTcpLen + 1 ] = kMssOptionLen;
+      put16( &l4[ kTcpLen + 2 ], kAnnouncedMss );
    }
-   put16( &l4[16], std::uint16_t( ~onesSum(
-                        l4, pseudoHeaderSum( { request.src() }, { request.dst() }, kProtoTcp, l4.size() ) ) ) );
+   put16( &l4[ 16 ], std::uint16_t( ~onesSum(
+                          l4, pseudoHeaderSum( { request.src() }, { request.dst() }, kProtoTcp, l4.size() ) ) ) );
 }
 
 void writeUdp( std::span< std::uint8_t > l4, const TracePacketRequest & request ) {
-   put16( &l4[0], std::uint16_t( request.sport() ) );
-   put16( &l4[2], std::uint16_t( request.dport() ) );
-   put16( &l4[4], std::uint16_t( l4.size() ) );
+   put16( &l4[ 0 ], std::uint16_t( request.sport() ) );
+   put16( &l4[ 2 ], std::uint16_t( request.dport() ) );
+   put16( &l4[ 4 ], std::uint16_t( l4.size() ) );
    const auto sum = onesSum( l4, pseudoHeaderSum( { request.src() }, { request.dst() }, kProtoUdp, l4.size() ) );
    // 0 would say that there is no checksum (RFC 768).
-   put16( &l4[6], sum == 0xffff ? std::uint16_t( 0xffff ) : std::uint16_t( ~sum ) );
+   put16( &l4[ 6 ], sum == 0xffff ? std::uint16_t( 0xffff ) : std::uint16_t( ~sum ) );
 }
 
 void writeIcmp( std::span< std::uint8_t > l4, const TracePacketRequest & request ) {
-   l4[0] = std::uint8_t( request.icmp_type() );
-   l4[1] = std::uint8_t( request.icmp_code() );
-   put16( &l4[2], std::uint16_t( ~onesSum( l4 ) ) );
+   l4[ 0 ] = std::uint8_t( request.icmp_type() );
+   l4[ 1 ] = std::uint8_t( request.icmp_code() );
+   put16( &l4[ 2 ], std::uint16_t( ~onesSum( l4 ) ) );
 }
 
 void writeL4( std::span< std::uint8_t > l4, std::size_t headerLen, const TracePacketRequest & request ) {
@@ -98,7 +98,7 @@ void writeL4( std::span< std::uint8_t > l4, std::size_t headerLen, const TracePa
 }
 
 const PortRx * sourceOf( const Graph & graph, const std::string & intfname ) {
-   for ( const auto & [name, module] : graph.modules() )
+   for ( const auto & [ name, module ] : graph.modules() )
       if ( const auto * port = dynamic_cast< const PortRx * >( module.get() ); port && port->intfname() == intfname )
          return port;
    return nullptr;
@@ -107,7 +107,7 @@ const PortRx * sourceOf( const Graph & graph, const std::string & intfname ) {
 // The address that a neighbour would send the packet to. Nothing when the interface has no frames.
 std::optional< MacAddr > frameDestination( const PortRx & source, Ipv4Addr dst ) {
    const auto & gates = source.ogates();
-   const auto * classify = gates.empty() ? nullptr : dynamic_cast< const EtherClassify * >( gates[0].peer );
+   const auto * classify = gates.empty() ? nullptr : dynamic_cast< const EtherClassify * >( gates[ 0 ].peer );
    if ( classify == nullptr || !classify->mac() ) return std::nullopt;
    if ( dst.value == 0xffffffff ) return MacAddr{ { 0xff, 0xff, 0xff, 0xff, 0xff, 0xff } };
    if ( dst.value >> 28 != 0xe ) return classify->mac();

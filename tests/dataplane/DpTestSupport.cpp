@@ -107,7 +107,7 @@ Batch RequestReader::batch( std::string_view lines, std::uint64_t number ) {
 void RequestReader::add( const std::string & line, Batch & batch ) {
    std::istringstream in( line );
    std::string word;
-   if ( !( in >> word ) || word[0] == '#' ) return;
+   if ( !( in >> word ) || word[ 0 ] == '#' ) return;
    if ( word == "create" ) return addCreate( in, batch );
    if ( word == "destroy" ) return batch.add_request()->mutable_destroy_module()->set_name( rest( in ) );
    if ( word == "connect" ) {
@@ -134,7 +134,7 @@ void RequestReader::addCreate( std::istream & in, Batch & batch ) {
    in >> name >> mclass;
    if ( name != "-" ) request.set_name( name );
    request.set_mclass( mclass );
-   classes_[name] = mclass;
+   classes_[ name ] = mclass;
    const auto text = rest( in );
    const auto * known = Vexdp::findModuleClass( mclass );
    if ( known == nullptr || text.empty() ) return;
@@ -147,7 +147,7 @@ void RequestReader::addCommand( const std::string & module, std::istream & in, B
    std::string cmd;
    in >> cmd;
    auto & run = runFor( batch, module, cmd );
-   const auto * mclass = Vexdp::findModuleClass( classes_[module] );
+   const auto * mclass = Vexdp::findModuleClass( classes_[ module ] );
    const auto * known = mclass == nullptr ? nullptr : mclass->command( cmd );
    if ( known == nullptr ) {
       run.add_arg();
@@ -179,7 +179,7 @@ Lines Plane::dump( std::vector< std::string > modules ) {
    std::unique_ptr< Vexdp::Dump > dump;
    EXPECT_TRUE( engine.dump( request, dump ).ok() );
    Lines lines;
-   dump->tell( [&lines]( const Batch & batch ) {
+   dump->tell( [ &lines ]( const Batch & batch ) {
       for ( const auto & one : batch.request() ) {
          if ( !one.has_command() ) lines.push_back( shortText( one ) );
          for ( const auto & bytes : one.command().arg() ) {
@@ -256,7 +256,9 @@ class Decoder {
    }
 
    std::string l4( unsigned proto, std::uint64_t pseudo ) {
-      const auto good = [this]( std::uint64_t start ) { return sum( at_, left(), start ) == 0xffff ? "" : " BADSUM"; };
+      const auto good = [ this ]( std::uint64_t start ) {
+         return sum( at_, left(), start ) == 0xffff ? "" : " BADSUM";
+      };
       switch ( proto ) {
       case 1: return fmt::format( " | icmp {}/{}{}", byte( 0 ), byte( 1 ), good( 0 ) );
       case 6: return fmt::format( " | tcp {} > {}{}{}", word( 0 ), word( 2 ), mss(), good( pseudo ) );

@@ -64,7 +64,7 @@ std::vector< vex::pb::Batch > batchesOf( const Vexdp::Engine & engine ) {
    std::unique_ptr< Vexdp::Dump > dump;
    EXPECT_TRUE( engine.dump( {}, dump ).ok() );
    std::vector< vex::pb::Batch > batches;
-   dump->tell( [&batches]( const vex::pb::Batch & batch ) {
+   dump->tell( [ &batches ]( const vex::pb::Batch & batch ) {
       batches.push_back( batch );
       return true;
    } );
@@ -83,7 +83,7 @@ TEST( Dump, rebuildsTheStateInAnEmptyDataPlane ) {
    const auto again = batchesOf( second.engine );
    ASSERT_EQ( again.size(), batches.size() );
    for ( std::size_t i = 0; i < batches.size(); ++i )
-      EXPECT_EQ( again[i].SerializeAsString(), batches[i].SerializeAsString() );
+      EXPECT_EQ( again[ i ].SerializeAsString(), batches[ i ].SerializeAsString() );
    EXPECT_EQ( first.dump( { "classify_et1" } ),
               ( Lines{ "create_module { name: \"classify_et1\" mclass: \"EtherClassify\" arg { "
                        "[type.googleapis.com/vex.pb.EtherClassifyArg] { intf_id: 1 intfname: \"et1\" mac_addr: "
@@ -114,7 +114,7 @@ class RandomMessages {
    std::uint32_t number() {
       static constexpr std::uint32_t kNumbers[] = { 0,    1,    2,     5,     16,    24,    32,         33,
                                                     1023, 1024, 65535, 65536, 16383, 16384, 0x0a000000, 0xffffffff };
-      return below( 4 ) == 0 ? std::uint32_t( random_() ) >> below( 32 ) : kNumbers[below( std::size( kNumbers ) )];
+      return below( 4 ) == 0 ? std::uint32_t( random_() ) >> below( 32 ) : kNumbers[ below( std::size( kNumbers ) ) ];
    }
 
    void fill( Message & message ) {
@@ -153,7 +153,7 @@ TEST_P( DumpRandom, rebuildsWhereverRequestsLed ) {
    Plane first, second;
    unsigned applied = 0;
    for ( unsigned i = 0; i < 4000; ++i ) {
-      const auto & mclass = *Vexdp::moduleClasses()[messages.below( unsigned( Vexdp::moduleClasses().size() ) )];
+      const auto & mclass = *Vexdp::moduleClasses()[ messages.below( unsigned( Vexdp::moduleClasses().size() ) ) ];
       const auto name = mclass.name + std::to_string( messages.below( 2 ) );
       vex::pb::Batch batch;
       auto & request = *batch.add_request();
@@ -166,12 +166,12 @@ TEST_P( DumpRandom, rebuildsWhereverRequestsLed ) {
          auto & connect = *request.mutable_connect_modules();
          connect.set_m1( name );
          connect.set_ogate( messages.below( 4 ) );
-         connect.set_m2( Vexdp::moduleClasses()[messages.below( 16 )]->name + "0" );
+         connect.set_m2( Vexdp::moduleClasses()[ messages.below( 16 ) ]->name + "0" );
          connect.set_igate( messages.below( 3 ) );
       } else if ( kind == 2 && messages.below( 8 ) == 0 ) {
          request.mutable_destroy_module()->set_name( name );
       } else if ( !mclass.commands.empty() ) {
-         const auto & command = mclass.commands[messages.below( unsigned( mclass.commands.size() ) )];
+         const auto & command = mclass.commands[ messages.below( unsigned( mclass.commands.size() ) ) ];
          auto & run = *request.mutable_command();
          run.set_module( name );
          run.set_cmd( command.name );
@@ -210,7 +210,7 @@ TEST( Dump, isACopyInBatchesOfLimitedSizeThatCarryTheLastNumber ) {
    plane.engine.reset();
    std::vector< int > sizes;
    std::uint32_t last = 0;
-   dump->tell( [&]( const vex::pb::Batch & batch ) {
+   dump->tell( [ & ]( const vex::pb::Batch & batch ) {
       int size = 0;
       for ( const auto & request : batch.request() ) {
          size += request.has_command() ? request.command().arg_size() : 1;
@@ -231,7 +231,7 @@ TEST( Dump, isACopyInBatchesOfLimitedSizeThatCarryTheLastNumber ) {
 
    // A reader that goes is not told the rest, and an empty data plane has one batch to say so.
    int told = 0;
-   dump->tell( [&told]( const auto & ) { return ++told < 2; } );
+   dump->tell( [ &told ]( const auto & ) { return ++told < 2; } );
    EXPECT_EQ( told, 2 );
    EXPECT_EQ( batchesOf( plane.engine ).size(), 1u );
 }
@@ -281,10 +281,10 @@ TEST_F( CounterFile, hasTheLayoutThatReadersMapAndGoesWithItsOwner ) {
       EXPECT_EQ( header.slots, kSlots );
       EXPECT_EQ( header.offset, kOffset );
       const auto * counts = reinterpret_cast< const std::uint64_t * >( map + kOffset );
-      EXPECT_EQ( counts[3], 5u );
-      EXPECT_EQ( counts[kSlots - 1], 1u );
+      EXPECT_EQ( counts[ 3 ], 5u );
+      EXPECT_EQ( counts[ kSlots - 1 ], 1u );
       table.clear();
-      EXPECT_EQ( counts[3] + counts[kSlots - 1], 0u );
+      EXPECT_EQ( counts[ 3 ] + counts[ kSlots - 1 ], 0u );
       munmap( const_cast< char * >( map ), std::size_t( status.st_size ) );
       close( fd );
    }

@@ -95,12 +95,12 @@ class LpmRandom : public testing::TestWithParam< unsigned > {
       static constexpr std::uint32_t kBases[] = { 0x00000000, 0x0a000000, 0x0a010000,
                                                   0x0a010200, 0xc0a80100, 0xffffff00 };
       const std::uint32_t noise = below( 4 ) == 0 ? std::uint32_t( random_() ) : below( 1024 );
-      return kBases[below( std::size( kBases ) )] ^ noise;
+      return kBases[ below( std::size( kBases ) ) ] ^ noise;
    }
 
    Ipv4Prefix randomPrefix() {
       static constexpr std::uint8_t kLengths[] = { 0, 1, 7, 8, 15, 16, 17, 20, 23, 24, 25, 28, 31, 32 };
-      const auto len = below( 3 ) == 0 ? std::uint8_t( below( 33 ) ) : kLengths[below( std::size( kLengths ) )];
+      const auto len = below( 3 ) == 0 ? std::uint8_t( below( 33 ) ) : kLengths[ below( std::size( kLengths ) ) ];
       return { { randomAddr() & maskOf( len ) }, len };
    }
 
@@ -125,7 +125,7 @@ class LpmRandom : public testing::TestWithParam< unsigned > {
       } else {
          const auto value = below( 100 );
          ASSERT_EQ( table.lpm.insert( prefix, value, true ), there ? Insert::replaced : Insert::added );
-         table.model.routes[prefix] = value;
+         table.model.routes[ prefix ] = value;
       }
       expectSameAround( table, prefix );
       expectSame( table, randomAddr() );
@@ -137,7 +137,7 @@ class LpmRandom : public testing::TestWithParam< unsigned > {
 };
 
 TEST_P( LpmRandom, agreesWithTheModelAndGivesEveryBlockBack ) {
-   for ( int i = 0; i < 20000 && !HasFatalFailure(); ++i ) change( *tables_[below( kTables )] );
+   for ( int i = 0; i < 20000 && !HasFatalFailure(); ++i ) change( *tables_[ below( kTables ) ] );
    ASSERT_GT( pool_.inUse(), 0u );
 
    // One table goes with all that is in it, the others prefix by prefix.

@@ -80,7 +80,7 @@ class Router {
       const auto module = gate.substr( 0, gate.rfind( ':' ) );
       const auto ogate = std::stoul( gate.substr( gate.rfind( ':' ) + 1 ) );
       auto made = std::make_unique< Tap >( Module::Identity{ "tap" + gate, Tap::moduleClass() }, bess::pb::EmptyArg() );
-      taps_[gate] = made.get();
+      taps_[ gate ] = made.get();
       EXPECT_TRUE( graph.add( std::move( made ) ).ok() );
       EXPECT_TRUE( graph.disconnect( module, ogate ).ok() );
       EXPECT_TRUE( graph.connect( module, ogate, "tap" + gate, 0 ).ok() );
@@ -262,7 +262,7 @@ TEST( Walk, gatesCountWhatPassesThemAndALoopEnds ) {
       connect a:1 b:0
       connect b:1 a:5
    )" );
-   const auto counted = [&plane]( const char * module ) {
+   const auto counted = [ &plane ]( const char * module ) {
       bess::pb::GetModuleInfoResponse info;
       plane.engine.describe( module, info );
       std::string text;
@@ -317,10 +317,10 @@ TEST( EtherClassify, aTunnelHasNoFramesAndAGroupItsOwnAddress ) {
       classify_tu1 setEtherTypeGate ether_type: 2048 ogate: 1
    )" );
    const std::string request = "dst: @225.129.2.3 intfname: ";
-   EXPECT_EQ( router.trace( request + "'tu1'" )[1], "classify_tu1: EtherType 0x0800, VRF 0 -> 1" );
-   EXPECT_EQ( router.trace( request + "'et1'" )[1],
+   EXPECT_EQ( router.trace( request + "'tu1'" )[ 1 ], "classify_tu1: EtherType 0x0800, VRF 0 -> 1" );
+   EXPECT_EQ( router.trace( request + "'et1'" )[ 1 ],
               "classify_et1: a frame to 01:00:5e:01:02:03, EtherType 0x0800, VRF 0 -> 1" );
-   EXPECT_EQ( router.trace( "dst: @255.255.255.255 intfname: 'et1'" )[1],
+   EXPECT_EQ( router.trace( "dst: @255.255.255.255 intfname: 'et1'" )[ 1 ],
               "classify_et1: a frame to ff:ff:ff:ff:ff:ff, EtherType 0x0800, VRF 0 -> 1" );
 }
 
@@ -350,7 +350,7 @@ TEST( IpInput, refusesWhatIsNoGoodHeaderUnderItsCounters ) {
    };
    for ( const auto & given : cases ) {
       auto packet = Router::described( kTransit );
-      packet.data()[given.at] = given.value;
+      packet.data()[ given.at ] = given.value;
       const auto before = router.counters.value( given.counter );
       router.frame( std::move( packet ) );
       EXPECT_EQ( router.counters.value( given.counter ), before + 1 ) << given.what;
@@ -390,7 +390,7 @@ TEST( TcpMss, aSynIsClampedInEitherDirectionAndItsChecksumStaysRight ) {
       router.set( given.setting );
       router.frame( std::string( "dst: @10.2.0.7 proto: 6 sport: 1 dport: 80 " ) + given.tcp );
       ASSERT_EQ( router.frames().size(), 1u ) << given.what;
-      EXPECT_EQ( router.frames()[0].substr( router.frames()[0].rfind( "| " ) + 2 ), given.left ) << given.what;
+      EXPECT_EQ( router.frames()[ 0 ].substr( router.frames()[ 0 ].rfind( "| " ) + 2 ), given.left ) << given.what;
    }
 }
 
@@ -400,21 +400,21 @@ TEST( TcpMss, findsTheOptionBehindOthersAndAtAnOddPlace ) {
    // 24 bytes of TCP become 28: NOP, MSS, NOP, SACK permitted.
    auto packet = Router::described( "dst: @10.2.0.7 proto: 6 sport: 1 dport: 80 tcp_flags: 2 length: 48" );
    auto * tcp = packet.data() + 20;
-   tcp[12] = 7 << 4;
+   tcp[ 12 ] = 7 << 4;
    const std::uint8_t options[] = { 1, 2, 4, 0x05, 0xb4, 1, 4, 2 };
    std::ranges::copy( options, tcp + 20 );
    put16( tcp + 16, 0 );
    put16( tcp + 16, std::uint16_t( ~onesSum( { tcp, 28 }, pseudoHeaderSum( {}, { ip( "10.2.0.7" ) }, 6, 28 ) ) ) );
    router.frame( std::move( packet ) );
    ASSERT_EQ( router.frames().size(), 1u );
-   EXPECT_TRUE( router.frames()[0].ends_with( "| tcp 1 > 80 mss 1000" ) ) << router.frames()[0];
+   EXPECT_TRUE( router.frames()[ 0 ].ends_with( "| tcp 1 > 80 mss 1000" ) ) << router.frames()[ 0 ];
 }
 
 TEST( IpOutput, fragmentsWhatMayBeFragmentedAndPuntsTheRest ) {
    Router router;
    const std::string request = "intfname: 'et1' src: @10.9.0.1 dst: @10.2.0.7 proto: 17 length: 4000 count: true";
    const auto steps = router.trace( request );
-   EXPECT_EQ( steps[4], "IpOutput_et2: 4000 bytes in 3 fragments for the MTU of 1500 -> 1" );
+   EXPECT_EQ( steps[ 4 ], "IpOutput_et2: 4000 bytes in 3 fragments for the MTU of 1500 -> 1" );
    const std::string from = "02:00:00:00:00:02 > 02:aa:00:00:00:05 | 10.9.0.1 > 10.2.0.7 ttl 63 tos 0 ";
    EXPECT_EQ( router.frames(),
               ( Lines{ from + "len 1500 frag 0+", from + "len 1500 frag 1480+", from + "len 1040 frag 2960" } ) );
@@ -424,8 +424,8 @@ TEST( IpOutput, fragmentsWhatMayBeFragmentedAndPuntsTheRest ) {
    router.trace( "intfname: 'et1' dst: @10.2.0.7 length: 4000" );
    EXPECT_EQ( router.tapped().size(), 1u );
 
-   EXPECT_EQ( router.trace( "intfname: 'et1' dst: @10.2.0.7 length: 1500" )[4], "IpOutput_et2: 1500 bytes fit -> 1" );
-   EXPECT_EQ( router.trace( "intfname: 'et1' dst: @10.2.0.7 length: 1501" )[4],
+   EXPECT_EQ( router.trace( "intfname: 'et1' dst: @10.2.0.7 length: 1500" )[ 4 ], "IpOutput_et2: 1500 bytes fit -> 1" );
+   EXPECT_EQ( router.trace( "intfname: 'et1' dst: @10.2.0.7 length: 1501" )[ 4 ],
               "IpOutput_et2: 1501 bytes in 2 fragments for the MTU of 1500 -> 1" );
    router.set( "IpOutput_et2 setMtu ip_mtu: 0" );
    router.tapped().clear();
@@ -435,12 +435,12 @@ TEST( IpOutput, fragmentsWhatMayBeFragmentedAndPuntsTheRest ) {
    router.set( "IpOutput_et2 setMtu ip_mtu: 1500" );
    router.tap( "IpOutput_et2:0" );
    auto whole = Router::described( "dst: @10.2.0.7 length: 1501" );
-   whole.data()[6] = 0x40;
+   whole.data()[ 6 ] = 0x40;
    Ipv4Header::of( whole )->checksumRenew();
    router.frame( std::move( whole ) );
    ASSERT_EQ( router.tapped( "IpOutput_et2:0" ).size(), 1u );
    // As it came, for an ICMP error to quote.
-   EXPECT_EQ( decodedIpv4( router.tapped( "IpOutput_et2:0" )[0] ),
+   EXPECT_EQ( decodedIpv4( router.tapped( "IpOutput_et2:0" )[ 0 ] ),
               "0.0.0.0 > 10.2.0.7 ttl 64 tos 0 len 1501 df | proto 0" );
 }
 
@@ -455,9 +455,9 @@ TEST( Fragments, giveThePacketBackWhateverTheSizes ) {
       const auto mtu = std::uniform_int_distribution< std::size_t >( 68, size )( random );
       auto whole = Router::described( fmt::format( "proto: 89 length: {}", size ) );
       auto * bytes = whole.data();
-      for ( std::size_t i = 20; i < size; ++i ) bytes[i] = std::uint8_t( random() );
+      for ( std::size_t i = 20; i < size; ++i ) bytes[ i ] = std::uint8_t( random() );
       if ( withOptions ) {
-         bytes[0] = 0x48;
+         bytes[ 0 ] = 0x48;
          std::ranges::copy( options, bytes + 20 );
       }
       Ipv4Header::of( whole )->checksumRenew();
@@ -507,12 +507,12 @@ TEST( Fib, flowsSpreadEvenlyAndStayWhereTheyAre ) {
          router.frame( flow );
          router.frame( flow + " ttl: 9 dscp: 10 length: 100" );
          ASSERT_EQ( router.tapped().size(), 2u );
-         const auto mac = router.frames()[0].substr( 20, 17 );
-         ASSERT_EQ( router.frames()[1].substr( 20, 17 ), mac ) << "a flow is split";
-         ++byMember[mac];
+         const auto mac = router.frames()[ 0 ].substr( 20, 17 );
+         ASSERT_EQ( router.frames()[ 1 ].substr( 20, 17 ), mac ) << "a flow is split";
+         ++byMember[ mac ];
       }
       const double fair = double( kFlows ) / std::min( members, 16u );
-      for ( const auto & [mac, flows] : byMember )
+      for ( const auto & [ mac, flows ] : byMember )
          EXPECT_NEAR( flows, fair, fair * 0.15 ) << mac << " of " << members << " members";
       EXPECT_EQ( byMember.size(), std::min( members, 16u ) );
    }
@@ -623,12 +623,12 @@ TEST( Modules, anyBytesAtAnyModuleFindAnEnd ) {
    )" );
    std::mt19937 random( 1 );
    for ( int round = 0; round < 300; ++round ) {
-      for ( const auto & [name, module] : router.graph.modules() ) {
+      for ( const auto & [ name, module ] : router.graph.modules() ) {
          Packet packet( random() % 120 );
-         for ( std::size_t i = 0; i < packet.size(); ++i ) packet.data()[i] = std::uint8_t( random() );
+         for ( std::size_t i = 0; i < packet.size(); ++i ) packet.data()[ i ] = std::uint8_t( random() );
          // Half of them look like IPv4, with TCP and options of any kind behind it.
-         if ( packet.size() > 0 && round % 2 == 0 ) packet.data()[0] = std::uint8_t( 0x45 + random() % 3 );
-         if ( packet.size() > 9 && round % 4 == 0 ) packet.data()[9] = kProtoTcp;
+         if ( packet.size() > 0 && round % 2 == 0 ) packet.data()[ 0 ] = std::uint8_t( 0x45 + random() % 3 );
+         if ( packet.size() > 9 && round % 4 == 0 ) packet.data()[ 9 ] = kProtoTcp;
          packet.meta.ethernet = random() % 2 == 0;
          packet.meta.nhIndex = std::uint32_t( random() % 20 );
          router.run( name, std::move( packet ) );

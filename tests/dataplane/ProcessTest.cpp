@@ -24,12 +24,12 @@ using Words = std::vector< std::string >;
 class Process {
  public:
    explicit Process( const Words & arguments ) {
-      int ends[2];
+      int ends[ 2 ];
       EXPECT_EQ( pipe2( ends, O_CLOEXEC ), 0 );
-      output_ = ends[0];
+      output_ = ends[ 0 ];
       pid_ = fork();
-      if ( pid_ == 0 ) become( arguments, ends[1] );
-      close( ends[1] );
+      if ( pid_ == 0 ) become( arguments, ends[ 1 ] );
+      close( ends[ 1 ] );
    }
    ~Process() {
       if ( pid_ > 0 ) {
@@ -65,7 +65,7 @@ class Process {
 
    static std::string readAll( int fd ) {
       std::string text;
-      char buffer[4096];
+      char buffer[ 4096 ];
       for ( ssize_t n; ( n = read( fd, buffer, sizeof( buffer ) ) ) > 0; ) text.append( buffer, std::size_t( n ) );
       return text;
    }
@@ -156,29 +156,29 @@ TEST_F( Program, saysWhatItCannotHave ) {
 
 // A parent that starts one and dies. The pipe is at its end when the child is gone too.
 TEST_F( Program, diesWithItsParent ) {
-   int ends[2];
+   int ends[ 2 ];
    ASSERT_EQ( pipe2( ends, O_CLOEXEC ), 0 );
-   int go[2];
+   int go[ 2 ];
    ASSERT_EQ( pipe2( go, O_CLOEXEC ), 0 );
    const pid_t parent = fork();
    if ( parent == 0 ) {
       if ( fork() == 0 )
          Process::become( { "--listen", "unix:" + socket_, "--die-with-parent", std::to_string( getppid() ) },
-                          ends[1] );
+                          ends[ 1 ] );
       char byte;
-      close( go[1] );
-      [[maybe_unused]] const auto n = read( go[0], &byte, 1 );
+      close( go[ 1 ] );
+      [[maybe_unused]] const auto n = read( go[ 0 ], &byte, 1 );
       _exit( 0 );
    }
-   close( ends[1] );
+   close( ends[ 1 ] );
    EXPECT_TRUE( answers( "unix:" + socket_ ) );
-   close( go[1] );
-   const auto output = Process::readAll( ends[0] );
+   close( go[ 1 ] );
+   const auto output = Process::readAll( ends[ 0 ] );
    EXPECT_NE( output.find( "ending on SIGTERM" ), std::string::npos ) << output;
    EXPECT_FALSE( std::filesystem::exists( socket_ ) );
    waitpid( parent, nullptr, 0 );
-   close( ends[0] );
-   close( go[0] );
+   close( ends[ 0 ] );
+   close( go[ 0 ] );
 }
 
 TEST_F( Program, doesNotStartForAParentThatIsGone ) {

@@ -208,7 +208,7 @@ TEST( Requests, absentIsNotZero ) {
       in setCounterIds bad_ip_checksum_counter: 4
    )" );
    EXPECT_EQ( plane.dump( { "in" } ).back(), "in setTcpMssAdjust mss: 1200 do_mss_checksum: false" );
-   EXPECT_EQ( plane.dump( { "in" } )[1], "in setCounterIds bad_ip_checksum_counter: 4 bad_ip_len_counter: 5" );
+   EXPECT_EQ( plane.dump( { "in" } )[ 1 ], "in setCounterIds bad_ip_checksum_counter: 4 bad_ip_len_counter: 5" );
    EXPECT_EQ( plane.dump( { "out" } ).back(), "out setMtu ip_mtu: 9000" );
    // Back at the values of the init message there is nothing to say.
    plane.set( "in setTcpMssAdjust mss: 1300 do_mss_checksum: true\n out setMtu ip_mtu: 1500" );

@@ -66,14 +66,12 @@ class Client {
 class Services : public testing::Test {
  protected:
    Services() :
-        directory_( madeDirectory() ),
-        counters_( directory_ + "/counters" ),
-        engine_( counters_ ),
+        directory_( madeDirectory() ), counters_( directory_ + "/counters" ), engine_( counters_ ),
         server_( std::in_place, engine_,
                  std::vector< std::string >{ "unix:" + directory_ + "/socket", "localhost:0" } ) {
       grpc::ChannelArguments arguments;
       arguments.SetMaxReceiveMessageSize( -1 );
-      channel_ = grpc::CreateCustomChannel( server_->addresses()[0], grpc::InsecureChannelCredentials(), arguments );
+      channel_ = grpc::CreateCustomChannel( server_->addresses()[ 0 ], grpc::InsecureChannelCredentials(), arguments );
       engineStub_ = vex::pb::Engine::NewStub( channel_ );
       controlStub_ = bess::pb::BESSControl::NewStub( channel_ );
    }
@@ -130,13 +128,13 @@ TEST_F( Services, aSessionIsGreetedAndEveryBatchAnsweredInOrder ) {
    // Several before the first reply is read.
    const char * batches[] = { "create fib FibIpv4\n fib addVrf vrf: 0", "fib addVrf vrf: 0", "", "destroy fib" };
    for ( std::uint64_t number = 1; number <= std::size( batches ); ++number )
-      ASSERT_TRUE( client.send( client.reader.batch( batches[number - 1], number ) ) );
+      ASSERT_TRUE( client.send( client.reader.batch( batches[ number - 1 ], number ) ) );
    const Lines expected[] = { {}, { "0 EEXIST fib: addVrf: VRF 0 is there already" }, {}, {} };
    for ( std::uint64_t number = 1; number <= std::size( batches ); ++number ) {
       const auto reply = client.read();
       ASSERT_TRUE( reply );
       EXPECT_EQ( reply->number(), number );
-      EXPECT_EQ( refusals( *reply ), expected[number - 1] );
+      EXPECT_EQ( refusals( *reply ), expected[ number - 1 ] );
    }
    EXPECT_TRUE( client.end().ok() );
 }
