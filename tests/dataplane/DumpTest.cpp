@@ -241,9 +241,10 @@ class CounterFile : public testing::Test {
  protected:
    CounterFile() {
       std::string name = ( std::filesystem::temp_directory_path() / "vexdp-counters-XXXXXX" ).string();
-      path_ = std::string( mkdtemp( name.data() ) ) + "/counters";
+      directory_ = mkdtemp( name.data() );
+      path_ = directory_ + "/counters";
    }
-   ~CounterFile() override { std::filesystem::remove_all( std::filesystem::path( path_ ).parent_path() ); }
+   ~CounterFile() override { std::filesystem::remove_all( directory_ ); }
 
    std::string failure() const {
       try {
@@ -255,7 +256,7 @@ class CounterFile : public testing::Test {
       }
    }
 
-   std::string path_;
+   std::string directory_, path_;
 };
 
 TEST_F( CounterFile, hasTheLayoutThatReadersMapAndGoesWithItsOwner ) {
