@@ -129,13 +129,13 @@ VEXL3_EXPORT Gant::Ptr< RouteInfo > routeInfoFactory();
 // The one database, for the life of the agent. A per-family attribute is indexed by Kynet::AddressFamily.
 class RouteDb : public Gant::Entity {
  public:
-   using Fecs = Gant::HashMap< FecKey, Gant::Ptr< Fec > >;
-   using FecVersions = Gant::HashMap< FecKey, FecVersion >;
+   using Fecs = Gant::FlatMap< FecKey, Gant::Ptr< Fec > >;
+   using FecVersions = Gant::FlatMap< FecKey, FecVersion >;
    using Routes = PrefixMap< Gant::Ptr< RouteInfo > >;
-   using AdjToFec = Gant::HashMap< Hul::L2AdjKey, FecKey >;
-   using FecToAdj = Gant::HashMap< FecKey, Hul::L2AdjKey >;
+   using AdjToFec = Gant::FlatMap< Hul::L2AdjKey, FecKey >;
+   using FecToAdj = Gant::FlatMap< FecKey, Hul::L2AdjKey >;
    template < typename Key >
-   using FecSets = Gant::HashMap< Key, Gant::Ptr< FecSet > >;
+   using FecSets = Gant::FlatMap< Key, Gant::Ptr< FecSet > >;
    using IntfToFecSet = FecSets< Kynet::IntfId >;
    using IntfAndVlanToFecSet = FecSets< IntfAndVlan >;
    using VlanToFecSet = FecSets< Bridging::VlanId >;

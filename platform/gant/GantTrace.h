@@ -34,7 +34,7 @@ struct TraceLine {
 using TraceStream = void ( * )( const char * unit, int level, const String & text );
 
 inline constexpr int traceLevelMax = 9;
-inline constexpr int traceLevelDefault = 4;
+inline constexpr int traceLevelDefault = 3;
 inline constexpr int traceStreamLevelDefault = 0;
 
 // Where the streaming trace goes. Nothing: nowhere.
