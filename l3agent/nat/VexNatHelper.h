@@ -19,6 +19,14 @@ class Table;
 
 namespace VexL3Unicast {
 
+// How many numbers a stack of free ones holds.
+class FreeTunnelMetadata {
+   GANT_VALUE( "VexL3Unicast::FreeTunnelMetadata", FreeTunnelMetadata, ( U64, members ) )
+};
+class FreeAclMetadata {
+   GANT_VALUE( "VexL3Unicast::FreeAclMetadata", FreeAclMetadata, ( U64, members ) )
+};
+
 class NatHelper : public HulHelper::HulHelperNat {
  public:
    using Translations = Gant::HashMap< NatHwDataKey, Gant::Ptr< NatHwData > >;
@@ -51,7 +59,9 @@ class NatHelper : public HulHelper::HulHelperNat {
    GANT_ATTR( bool, hwInitialized, false )
    GANT_ATTR( bool, aclNumInitialized, false )
    GANT_STACK( U16, freeTunnel )
+   FreeTunnelMetadata freeTunnelMetadata() const { return FreeTunnelMetadata( freeTunnels() ); }
    GANT_STACK( U16, freeAcl )
+   FreeAclMetadata freeAclMetadata() const { return FreeAclMetadata( freeAcls() ); }
    GANT_MAP( Acls, srcAcl )
    GANT_MAP( Acls, dstAcl )
    GANT_MAP( Rules, srcFreeAclRule )

@@ -70,6 +70,8 @@ class FecVersionSm::GantVlanStatus::Reactor : public Bridging::VlanStatus::Notif
    GantVlanStatus * watcher_;
 };
 
+FecVersionSm::GantVlanStatus::GantVlanStatus( Bridging::VlanId vlanId ) : vlanId_( vlanId ) {}
+
 FecVersionSm::GantVlanStatus::~GantVlanStatus() = default;
 
 void FecVersionSm::GantVlanStatus::notifierIs( const Gant::Ptr< const Bridging::VlanStatus > & status ) {

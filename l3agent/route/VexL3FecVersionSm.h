@@ -86,7 +86,7 @@ class FecVersionSm : public Gant::StateMachine {
 // The watcher of one VLAN.
 class FecVersionSm::GantVlanStatus : public Gant::StateMachine {
  public:
-   explicit GantVlanStatus( Bridging::VlanId vlanId ) : vlanId_( vlanId ) {}
+   explicit GantVlanStatus( Bridging::VlanId vlanId );
    ~GantVlanStatus() override;
    const char * fwkType() const override { return "VexL3Unicast::FecVersionSm::GantVlanStatus"; }
    GANT_CONST( Bridging::VlanId, vlanId )
