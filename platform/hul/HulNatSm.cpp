@@ -72,7 +72,9 @@ NatSm::~NatSm() = default;
 
 void NatSm::startIs( bool start ) {
    if ( start_ == start ) return;
-   if ( start ) {
+   if ( !args_.natHelper ) {
+      start_ = start;
+   } else if ( start ) {
       start_ = true;
       // What a former agent was told.
       args_.natHwStatus->staticConnectionDelAll();
@@ -104,7 +106,7 @@ void NatSm::withdraw() {
 }
 
 void NatSm::handleStaticConnection( const StaticKey & key ) {
-   if ( !start_ ) return;
+   if ( !calling() ) return;
    const bool wanted = args_.natStatus->staticConnectionHas( key );
    const auto & connection = args_.natStatus->staticConnection( key );
    const auto told = args_.natHwStatus->staticConnection( key );
@@ -149,7 +151,7 @@ void NatSm::requestIs( Kynet::IpAddr addr ) {
 }
 
 void NatSm::handleNextHop( Kynet::IpAddr addr ) {
-   if ( !start_ ) return;
+   if ( !calling() ) return;
    bool changed = false;
    for ( const auto & [ key, told ] : args_.natHwStatus->staticConnectionIterator() ) {
       const auto & connection = told->connection();
@@ -163,7 +165,7 @@ void NatSm::handleNextHop( Kynet::IpAddr addr ) {
 }
 
 void NatSm::handleDynamicRule( const DynamicKey & key ) {
-   if ( !start_ ) return;
+   if ( !calling() ) return;
    const bool told = args_.natHwStatus->dynamicRuleHas( key );
    if ( told ) {
       args_.natHelper->delAddrOnlyAclSliceRule( key.vlan(), key.acl() );
@@ -180,7 +182,7 @@ void NatSm::handleDynamicRule( const DynamicKey & key ) {
 }
 
 void NatSm::handleVerify() {
-   if ( !start_ ) return;
+   if ( !calling() ) return;
    args_.natHelper->handleVerifyInit();
    for ( const auto & [ key, told ] : args_.natHwStatus->staticConnectionIterator() ) {
       const auto & connection = told->connection();
@@ -191,7 +193,7 @@ void NatSm::handleVerify() {
 }
 
 void NatSm::pollCounters() {
-   if ( !start_ ) return;
+   if ( !calling() ) return;
    for ( const auto & [ key, told ] : args_.natHwStatus->staticConnectionIterator() ) {
       const U64 packets = key.target() == NatTarget::source_
                                ? args_.natHelper->getStaticSrcCountersSinceLastPoll( told )

@@ -58,7 +58,7 @@ class NatSm : public Gant::StateMachine {
       Gant::Ptr< HulHelper::HulHelperNat > natHelper{};
       Gant::Ptr< MrouteLib::StaticNatInfo > staticNatInfo{};
    };
-   // `natStatus`, `natHwStatus` and the next-hop map may be empty.
+   // Any may be empty. Without a helper nobody is called.
    explicit NatSm( Args args );
    ~NatSm() override;
    const Args & args() const { return args_; }
@@ -74,6 +74,7 @@ class NatSm : public Gant::StateMachine {
    struct GantNextHops;
    struct GantVerifyData;
 
+   bool calling() const { return start_ && args_.natHelper; }
    void review();
    void handleStaticConnection( const Ip::Nat::StaticKey & key );
    void handleDynamicRule( const Ip::Nat::DynamicKey & key );
