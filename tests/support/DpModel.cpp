@@ -1,7 +1,7 @@
 #include "DpModel.h"
 
 #include <algorithm>
-#include <regex>
+#include <sstream>
 
 namespace Test {
 
@@ -16,24 +16,36 @@ const Gant::String multicastFec = "2";
 
 // The value of a field, empty when it is not there.
 Gant::String field( const Gant::String & text, const char * name ) {
-   std::smatch found;
-   return std::regex_search( text, found, std::regex( Gant::String( "(^| )" ) + name + " ([^ }]+)" ) ) ? found.str( 2 )
-                                                                                                       : "";
+   std::istringstream in( text );
+   for ( Gant::String word, value; in >> word; )
+      if ( word == name && in >> value ) return value;
+   return "";
 }
 
 // The texts in braces behind a name.
 Lines groups( const Gant::String & text, const char * name ) {
    Lines out;
-   const std::regex group( Gant::String( name ) + " \\{([^}]*)\\}" );
-   for ( std::sregex_iterator at( text.begin(), text.end(), group ), end; at != end; ++at )
-      out.push_back( at->str( 1 ) );
+   const auto begin = Gant::String( name ) + " {";
+   for ( auto at = text.find( begin ); at != text.npos; at = text.find( begin, at ) ) {
+      at += begin.size();
+      out.push_back( text.substr( at, text.find( '}', at ) - at ) );
+   }
    return out;
+}
+
+// A text's first word is cut off.
+Gant::String cutWord( Gant::String & text ) {
+   const auto at = text.find( ' ' );
+   const auto word = text.substr( 0, at );
+   text.erase( 0, at == text.npos ? at : at + 1 );
+   return word;
 }
 
 // What is left of a name behind its kind: "et1" of "IpOutput_et1".
 Gant::String suffix( const Gant::String & module ) { return module.substr( module.find( '_' ) + 1 ); }
 
 Gant::String withoutGate( const Gant::String & end ) { return end.substr( 0, end.find( ':' ) ); }
+Gant::String gateOf( const Gant::String & end ) { return end.substr( end.find( ':' ) + 1 ); }
 
 } // namespace
 
@@ -42,37 +54,36 @@ void DpModel::apply( const Lines & lines ) {
 }
 
 void DpModel::request( const Gant::String & line ) {
-   static const std::regex connect( "connect (.+):(\\d+) -> (.+:\\d+)" ), disconnect( "disconnect (.+):(\\d+)" ),
-        create( "create (\\S+) (.*)" ), destroy( "destroy (\\S+)" ), command( "(\\S+) (\\S+) ?(.*)" );
-   std::smatch word;
-   const auto refuseUnless = [ & ]( bool fine ) {
-      if ( !fine ) refused_.push_back( line );
-      return fine;
-   };
-   if ( std::regex_match( line, word, connect ) ) {
-      const bool fine = modules_.contains( word.str( 1 ) ) && modules_.contains( withoutGate( word.str( 3 ) ) );
-      if ( refuseUnless( fine && !modules_[ word.str( 1 ) ].gates.contains( word.str( 2 ) ) ) )
-         modules_[ word.str( 1 ) ].gates[ word.str( 2 ) ] = word.str( 3 );
-   } else if ( std::regex_match( line, word, disconnect ) ) {
-      refuseUnless( modules_.contains( word.str( 1 ) ) && modules_[ word.str( 1 ) ].gates.erase( word.str( 2 ) ) != 0 );
-   } else if ( std::regex_match( line, word, create ) ) {
-      if ( refuseUnless( !modules_.contains( word.str( 1 ) ) ) ) modules_[ word.str( 1 ) ].description = word.str( 2 );
-   } else if ( std::regex_match( line, word, destroy ) ) {
-      refuseUnless( modules_.erase( word.str( 1 ) ) != 0 );
-      for ( auto & [ name, module ] : modules_ )
-         std::erase_if( module.gates,
-                        [ & ]( const auto & gate ) { return withoutGate( gate.second ) == word.str( 1 ); } );
-   } else if ( refuseUnless( std::regex_match( line, word, command ) && modules_.contains( word.str( 1 ) ) ) ) {
-      this->command( modules_[ word.str( 1 ) ], word.str( 2 ), word.str( 3 ) );
+   auto rest = line;
+   const auto verb = cutWord( rest );
+   const auto subject = cutWord( rest );
+   const auto name = verb == "create" || verb == "destroy" ? subject : withoutGate( subject );
+   bool fine = modules_.contains( name );
+   if ( verb == "connect" ) {
+      const auto target = rest.substr( 3 );
+      fine = fine && modules_.contains( withoutGate( target ) ) &&
+             modules_[ name ].gates.try_emplace( gateOf( subject ), target ).second;
+   } else if ( verb == "disconnect" ) {
+      fine = fine && modules_[ name ].gates.erase( gateOf( subject ) ) != 0;
+   } else if ( verb == "create" ) {
+      fine = !fine;
+      if ( fine ) modules_[ name ].description = rest;
+   } else if ( verb == "destroy" ) {
+      modules_.erase( name );
+      for ( auto & [ other, module ] : modules_ )
+         std::erase_if( module.gates, [ & ]( const auto & gate ) { return withoutGate( gate.second ) == name; } );
+   } else {
+      fine = modules_.contains( verb );
+      if ( fine ) command( modules_[ verb ], subject, rest );
    }
+   if ( !fine ) refused_.push_back( line );
 }
 
 void DpModel::command( Module & module, const Gant::String & action, const Gant::String & argument ) {
    const auto what = action + " " + argument;
    if ( action == "writeNH" ) {
       for ( const auto & info : groups( argument, "nexthopinfo" ) )
-         module.tables[ "next hops" ][ field( info, "nh_index" ) ] =
-              std::regex_replace( info, std::regex( "nh_index \\d+ " ), "" );
+         module.tables[ "next hops" ][ field( info, "nh_index" ) ] = info.substr( info.find( ' ', 9 ) + 1 );
    } else if ( action == "deleteNH" ) {
       // A next hop that was numbered before its interface's module was there is deleted from a module that never had
       // it.

@@ -1,0 +1,138 @@
+// Which FECs are walked when something that they depend on changes.
+#include "AgentRouter.h"
+#include "GantException.h"
+#include "HulAdjSm.h"
+#include "VexL3FecVersionSm.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace Test;
+using VexL3Unicast::FecKey;
+
+// Two interfaces, three FECs on the first and one on both.
+class FecVersion : public testing::Test {
+ protected:
+   FecVersion() {
+      state.vrf( "default", 0 );
+      for ( const char * name : { "Ethernet1", "Ethernet2" } ) {
+         router.port( name );
+         state.intf( name );
+      }
+      state.neighbor( "Ethernet1", "10.0.1.2", "02:00:00:00:01:02" );
+      state.fec( 1, { viaTo( "10.0.1.2", "Ethernet1" ) } );
+      state.fec( 2, { viaTo( "10.0.1.3", "Ethernet1" ) } );
+      state.fec( 3, { viaTo( "10.0.1.2", "Ethernet1" ), viaTo( "10.0.2.2", "Ethernet2" ) } );
+      router.start();
+      router.drained();
+   }
+   VexL3Unicast::FecVersionSm & sm() { return *router.agent->fecVersionSm(); }
+   VexL3Unicast::RouteDb & db() { return *router.agent->routeDb(); }
+   // The versions of FECs 3, 4 and 5, the first three that adjacencies get.
+   std::vector< U32 > versions() {
+      std::vector< U32 > out;
+      for ( U32 key = 3; key <= 5; ++key ) out.push_back( db().fec( FecKey( key ) )->version() );
+      return out;
+   }
+   RouterState state;
+   RouterAgent router{ state };
+};
+
+TEST_F( FecVersion, anInterfaceThatChangesHasEachOfItsFecsWalkedOnce ) {
+   const auto before = versions();
+   const auto walks = sm().numScheduledPrefixWalk();
+   sm().handleL3Intf( intf( "Ethernet1" ) );
+   EXPECT_EQ( sm().numScheduledPrefixWalk(), walks + 3 );
+   EXPECT_EQ( sm().pendingFecSets(), 0u );
+   for ( size_t i = 0; i < before.size(); ++i ) EXPECT_EQ( versions()[ i ], before[ i ] + 1 );
+   // The walks are updates in later turns of the loop, and count again.
+   EXPECT_EQ( router.take(), Lines{} );
+   EXPECT_THAT( router.drained(), testing::Contains( testing::StartsWith( "fibIpv4 addFec fec_id 3" ) ) );
+   for ( size_t i = 0; i < before.size(); ++i ) EXPECT_EQ( versions()[ i ], before[ i ] + 2 );
+}
+
+TEST_F( FecVersion, eachChangeCountsWhatItConcerns ) {
+   const auto counts = [ & ] {
+      return std::vector{ sm().numUpdatePortVif(), sm().numUpdateFloodVif(), sm().numUpdateVlanPortStatus(),
+                          sm().numScheduledPrefixWalk() };
+   };
+   using Counts = std::vector< U64 >;
+   const auto walks = sm().numScheduledPrefixWalk();
+   state.portVifStatus->intfToPortVifMapIs( intf( "Ethernet9" ), VexVif::VifId( 1 ) );
+   EXPECT_EQ( counts(), ( Counts{ 1, 0, 0, walks } ) );
+   state.portVifStatus->intfToPortVifMapIs( intf( "Ethernet2" ), VexVif::VifId( 2 ) );
+   EXPECT_EQ( counts(), ( Counts{ 2, 0, 0, walks + 1 } ) );
+   state.mcastVifStatus->vlanFloodsetEgressVifIs( Bridging::VlanId( 10 ), VexVif::VifId( 3 ) );
+   EXPECT_EQ( counts(), ( Counts{ 2, 0, 0, walks + 1 } ) );
+   db().vlanToFloodingFecSetFecIs( Bridging::VlanId( 10 ), db().fec( FecKey( 3 ) ), true );
+   state.mcastVifStatus->vlanFloodsetEgressVifDel( Bridging::VlanId( 10 ) );
+   EXPECT_EQ( counts(), ( Counts{ 2, 1, 0, walks + 2 } ) );
+   // Ports of VLANs concern no FEC.
+   const auto vlan = Gant::make< Bridging::VlanStatus >( Bridging::VlanId( 10 ) );
+   state.vlanStatusDir->vlanStatusIs( vlan->vlanId(), vlan );
+   vlan->vlanPortStatusIs( intf( "Ethernet1" ), Bridging::VlanPortStatus( Bridging::TrafficDirection::both(), true ) );
+   EXPECT_EQ( counts(), ( Counts{ 2, 1, 0, walks + 2 } ) );
+}
+
+TEST_F( FecVersion, aFecWithoutAnAdjacencyKeepsItsVersionAndIsCounted ) {
+   const auto fec = db().fec( FecKey( 3 ) );
+   const auto version = fec->version();
+   const auto walks = sm().numScheduledPrefixWalk();
+   const auto key = db().fecToAdjIdx( fec->key() );
+   const auto adj = router.agent->hulL3Status()->l2AdjListDel( key );
+   sm().handlePortVif( intf( "Ethernet1" ) );
+   EXPECT_EQ( fec->version(), version );
+   EXPECT_EQ( sm().numScheduledPrefixWalk(), walks + 3 );
+   router.agent->hulL3Status()->l2AdjListIs( key, adj );
+}
+
+TEST_F( FecVersion, anInterfaceThatComesRepairsTheFecsThatWaitedForIt ) {
+   state.fec( 4, { viaTo( "10.0.3.2", "Ethernet3" ) } );
+   state.neighbor( "Ethernet3", "10.0.3.2", "02:00:00:00:03:02" );
+   router.drained();
+   router.port( "Ethernet3" );
+   state.intf( "Ethernet3" );
+   EXPECT_THAT( router.drained(),
+                testing::Contains( testing::MatchesRegex(
+                     "NextHop_et3 writeNH nexthopinfo .nh_index [0-9]+ mac_da 02:00:00:00:03:02 pkt_cmd 1." ) ) );
+   EXPECT_THAT( router.agent->hulVrfRootSm()->pending(),
+                testing::Not( testing::Contains(
+                     testing::Field( &Hul::Pending::reason, testing::HasSubstr( "Ethernet3" ) ) ) ) );
+}
+
+TEST_F( FecVersion, vlansOfTheDirectoryAreFollowed ) {
+   const auto vlan = Gant::make< Bridging::VlanStatus >( Bridging::VlanId( 10 ) );
+   state.vlanStatusDir->vlanStatusIs( vlan->vlanId(), vlan );
+   const auto watcher = sm().vlanStatus( vlan->vlanId() );
+   ASSERT_TRUE( watcher );
+   EXPECT_EQ( sm().vlanStatusIs( vlan ), watcher );
+   state.vlanStatusDir->vlanStatusDel( vlan->vlanId() );
+   EXPECT_FALSE( sm().vlanStatusHas( vlan->vlanId() ) );
+   try {
+      sm().vlanStatusIs( nullptr );
+      ADD_FAILURE();
+   } catch ( const Gant::RangeException & error ) {
+      EXPECT_STREQ( error.what(),
+                    "null _vlanStatus parameter to mutator for VexL3Unicast::FecVersionSm::vlanStatus not allowed\"" );
+   }
+}
+
+TEST_F( FecVersion, withoutItsInputsItIsSilentAndItsSummaryReads ) {
+   const auto silent = VexL3Unicast::fecVersionSmFactory( "silent", router.agent->routeDb(), nullptr, nullptr, nullptr,
+                                                          nullptr, nullptr, nullptr );
+   state.portVifStatus->intfToPortVifMapIs( intf( "Ethernet1" ), VexVif::VifId( 7 ) );
+   EXPECT_EQ( silent->numUpdatePortVif(), 0u );
+   int ends[ 2 ];
+   ASSERT_EQ( pipe( ends ), 0 );
+   sm().showSoftwareSummary( static_cast< unsigned >( ends[ 1 ] ) );
+   close( ends[ 1 ] );
+   char text[ 200 ] = {};
+   EXPECT_GT( read( ends[ 0 ], text, sizeof( text ) - 1 ), 0 );
+   close( ends[ 0 ] );
+   EXPECT_STREQ( text, "\nFEC Version Summary\n updates port vif: 1\n, flood vif: 0,         vlan port status: 0\n" );
+}
+
+} // namespace

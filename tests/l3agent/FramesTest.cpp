@@ -1,0 +1,307 @@
+// What the data plane has nothing for: the limits, layouts and texts of its types, the bookkeeping that is real, and
+// that the rest does nothing.
+#include "GantException.h"
+#include "GantTrace.h"
+#include "HulNatSm.h"
+#include "VexL3TunnelTypes.h"
+#include "VexNatHelper.h"
+#include "VexNatResolver.h"
+
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace VexL3Unicast;
+using Ip::Nat::NatTarget;
+using testing::ElementsAre;
+
+const Hul::VrfAndIpAddr end( Hul::VrfId( 3 ), Kynet::IpAddr( 0x0a000001 ) );
+
+Gant::String rangeError( const std::function< void() > & act ) {
+   try {
+      act();
+   } catch ( const Gant::RangeException & error ) {
+      return error.what();
+   }
+   return "";
+}
+
+TEST( TunnelInfoEntry, isLimited ) {
+   const Gant::String idx = "TunnelInfoEntry::entryIdx < 256 or > 4095 not allowed";
+   const Gant::String size = "TunnelInfoEntry::ecmpSize < 1 or > 127 not allowed";
+   for ( const auto & [ value, error ] :
+         { std::pair( 255, idx ), { 256, Gant::String() }, { 4095, Gant::String() }, { 4096, idx }, { 65535, idx } } )
+      EXPECT_EQ( rangeError( [ value = U16( value ) ] { tunnelInfoEntryFactory( end, value ); } ), error ) << value;
+   const auto entry = tunnelInfoEntryFactory( end, 256 );
+   for ( const auto & [ value, error ] :
+         { std::pair( 0, size ), { 1, Gant::String() }, { 127, Gant::String() }, { 128, size }, { 255, size } } )
+      EXPECT_EQ( rangeError( [ &, value = U8( value ) ] { entry->ecmpSizeIs( value ); } ), error ) << value;
+}
+
+TEST( TunnelInfoEntry, keepsARefusedValueAndTellsNobody ) {
+   struct Reactor : TunnelInfoEntry::Notifiee {
+      using Notifiee::Notifiee;
+      void onEntryIdx() override { ++told; }
+      int told = 0;
+   };
+   const auto owner = Gant::make< Gant::StateMachine >();
+   const auto entry = tunnelInfoEntryFactory( end, 300 );
+   Reactor reactor( owner.get(), entry );
+   EXPECT_NE( rangeError( [ & ] { entry->entryIdxIs( 5 ); } ), "" );
+   EXPECT_EQ( entry->entryIdx(), 5u );
+   EXPECT_EQ( reactor.told, 0 );
+   // The value that it has is not looked at again.
+   EXPECT_EQ( rangeError( [ & ] { entry->entryIdxIs( 5 ); } ), "" );
+   entry->entryIdxIs( 301 );
+   EXPECT_EQ( reactor.told, 1 );
+}
+
+TEST( TunnelDb, makesARowOnceAndRenumbersIt ) {
+   const auto db = tunnelDbFactory();
+   const auto row = db->tunnelInfoTableIs( end, 256 );
+   EXPECT_EQ( row->ecmpSize(), 1u );
+   EXPECT_TRUE( !row->vifBase() );
+   EXPECT_EQ( db->tunnelInfoTableIs( end, 257 ), row );
+   EXPECT_EQ( row->entryIdx(), 257u );
+   db->freeTunnelInfoIdxIs( 300, true );
+   db->freeTunnelInfoIdxIs( 299, true );
+   EXPECT_EQ( db->freeTunnelInfoIdxIterator().begin()->first, 299u );
+   const auto dir = tunnelConfigDirFactory( "dir" );
+   EXPECT_EQ( dir->tunnelConfigIs( end )->ttl(), 64u );
+   EXPECT_EQ( dir->tunnelConfigIs( end )->genId(), 0u );
+   const auto statusDir = tunnelStatusDirFactory( "dir" );
+   statusDir->tunnelStatusIs( TunnelStatus( end, 7, Hul::HulTunnelId( 256 ), Hul::HulNextHopId( 9 ) ) );
+   EXPECT_EQ( statusDir->tunnelStatus( end ).strep(),
+              "Value('VexL3Unicast::TunnelStatus', ** {'key': Value('Hul::VrfAndIpAddr', ** {'vrfId': 3, 'ipAddr': "
+              "10.0.0.1}), 'genId': 7, 'tunnelId': 256, 'nextHopId': 9})" );
+}
+
+TEST( TunnelVifTargetId, packsItsFields ) {
+   const TunnelVifTargetId id( 0xdeadbeef, Hul::HulTunnelId( 0x1234 ), Hul::TunnelType( 0xa ),
+                               VexSdk::VexDeviceId( 0x5c ) );
+   EXPECT_EQ( id.value(), 0x05ca1234deadbeefu );
+   EXPECT_EQ( id.requestId(), 0xdeadbeefu );
+   EXPECT_EQ( id.tunInfoId(), 0x1234u );
+   EXPECT_EQ( id.tunnelType(), 0xau );
+   EXPECT_EQ( id.deviceId(), 0x5cu );
+   EXPECT_EQ( id.stringValue(), "0x5ca1234deadbeef (tnlId: 4660, tnlType: 10, devId: 92, timestamp: 3735928559)" );
+   // A type of more than its bits leaves its neighbours alone.
+   auto cut = id;
+   cut.tunnelTypeIs( Hul::TunnelType( 0xf3 ) );
+   cut.unusedIs( 0xff );
+   EXPECT_EQ( cut.value(), 0xf5c31234deadbeefu );
+   EXPECT_FALSE( !TunnelVifTargetId() );
+   EXPECT_TRUE( !TunnelVifTargetId( 0, Hul::HulTunnelId( 65535 ), Hul::TunnelType( 0 ), VexSdk::VexDeviceId( 127 ) ) );
+   EXPECT_FALSE( !TunnelVifTargetId( 1, Hul::HulTunnelId( 65535 ), Hul::TunnelType( 0 ), VexSdk::VexDeviceId( 127 ) ) );
+   EXPECT_TRUE( !VifNextHopKey() );
+}
+
+TEST( NextHopManager, allocatesNothing ) {
+   const auto manager = Gant::make< NextHopManager >();
+   EXPECT_EQ( manager->findAvailableBlock( 4, true ), 0 );
+   EXPECT_EQ( manager->findAvailableBlock( 4, true ), 0 );
+   EXPECT_EQ( manager->allocateBlock( 1, 4 ), 0 );
+   EXPECT_EQ( manager->freeBlock( 1, 4 ), 0 );
+   EXPECT_EQ( manager->updateNextHopHWIndex( 1, true ), 0 );
+   manager->setSimulationMode( true, 100 );
+   EXPECT_EQ( manager->allocatedEntriess() + manager->freeEntriess(), 0u );
+   EXPECT_FALSE( manager->simMode() || manager->initialized() );
+   EXPECT_EQ( manager->simNextHopTableBound(), 0u );
+   const auto defrag = manager->defragManagerIs();
+   defrag->defragment();
+   EXPECT_EQ( defrag->defragDelay(), 5.0 );
+   EXPECT_EQ( defrag->defragTime(), 0.1 );
+   EXPECT_EQ( defrag->defragCount(), 0u );
+   EXPECT_FALSE( defrag->scheduleDefragment() || defrag->initialized() || defrag->defragScheduler() );
+   EXPECT_EQ( NextHopEntry( true, 1, 2 ).strep(),
+              "Value('VexL3Unicast::NextHopEntry', ** {'hwIndex': 0, 'wide': True, 'data': 1, 'wideData': 2})" );
+   NextHopCallback callback( "base", FeatureType::RoutingVxlanFeature() );
+   EXPECT_DEATH( callback.updateNextHopAction( 1, 2, 3 ), "Failed\\(0\\)" );
+}
+
+class Nat : public testing::Test {
+ protected:
+   Nat() { helper->hwInit(); }
+   AddrOnlyAclSliceRules & slice() { return *helper->aoaSlice(); }
+   void addList( U32 vlan, const char * name, U32 priority ) {
+      EXPECT_TRUE( helper->addAddrOnlyDenyAllAcl( vlan, name, priority, NatTarget::source() ) );
+   }
+   Gant::Ptr< TrapAclData > list( U32 priority, U16 vlan, const char * name ) {
+      return slice().prioTrapAcl( priority )->vlanTrapAcl( vlan )->trapAcl( name );
+   }
+   Gant::Ptr< NatHelper > helper = NatHelperIs( nullptr );
+};
+
+TEST_F( Nat, theSlicesLastFromInitToCleanup ) {
+   EXPECT_TRUE( helper->hwInitialized() && helper->loopbackInitialized() );
+   const auto trapSlice = helper->trapSlice();
+   const auto callback = helper->natNextHopCallback();
+   EXPECT_EQ( callback->name(), "VexNatHelper" );
+   EXPECT_EQ( callback->fType(), FeatureType::RoutingNatFeature_ );
+   helper->hwInit();
+   EXPECT_EQ( helper->trapSlice(), trapSlice );
+   addList( 10, "list", 1 );
+   helper->hwCleanup();
+   EXPECT_FALSE( helper->trapSlice() || helper->aoaSlice() || helper->hwInitialized() );
+   helper->hwInit();
+   EXPECT_EQ( slice().prioTrapAcls(), 0u );
+   EXPECT_EQ( helper->natNextHopCallback(), callback );
+   callback->updateNextHopAction( 1, 2, 3 );
+   helper->hwInitializedIs( false );
+   EXPECT_DEATH( helper->hwInit(), "Failed\\(trapSlice\\(\\) == 0\\)" );
+}
+
+TEST_F( Nat, aDenyAllRuleIsCountedByAdditionAndTakenBackOnce ) {
+   addList( 10, "list", 5 );
+   const auto added = list( 5, 10, "list" );
+   EXPECT_TRUE( added->denyAll() && added->addrOnly() );
+   addList( 10, "list", 5 );
+   EXPECT_EQ( list( 5, 10, "list" ), added );
+   EXPECT_EQ( slice().addrOnlyDenyAllRefCnt(), 2u );
+   EXPECT_FALSE( slice().needCommit() );
+   EXPECT_DEATH( addList( 10, "list", 6 ),
+                 "Failed\\(priority == aoaSlice\\(\\)->vlanAclPriority\\( vlanAclKey \\)\\)" );
+   EXPECT_TRUE( helper->delAddrOnlyAclSliceRule( 10, "other" ) );
+   EXPECT_FALSE( slice().needCommit() );
+   EXPECT_TRUE( helper->delAddrOnlyAclSliceRule( 10, "list" ) );
+   EXPECT_EQ( slice().addrOnlyDenyAllRefCnt(), 1u );
+   EXPECT_EQ( slice().prioTrapAcls() + slice().vlanAclPrioritys(), 0u );
+   EXPECT_TRUE( slice().needCommit() );
+   helper->commitAddrOnlyAclSliceRules();
+   EXPECT_TRUE( slice().needCommit() );
+   // VLANs are of 16 bits.
+   addList( 0x1000b, "list", 6 );
+   EXPECT_TRUE( list( 6, 11, "list" ) );
+}
+
+TEST_F( Nat, aListGoesWithItsRules ) {
+   addList( 10, "list", 5 );
+   addList( 10, "stays", 5 );
+   addList( 11, "list", 5 );
+   const auto trapAcl = list( 5, 10, "list" );
+   const auto add = [ & ]( U32 seq, U16 srcPort, U16 rule ) {
+      trapAcl->aclRuleIs( TrapAclRuleKey( seq, {}, srcPort, {}, 0, false, false ), rule );
+      srcPort != 0 ? slice().serviceTrapCountInc( 1 ) : slice().addrOnlyAclCountInc( 1 );
+      if ( rule == noAclRule ) return;
+      srcPort != 0 ? slice().serviceTrapRuleIs( rule, true ) : slice().addrOnlyAclRuleIs( rule, true );
+      slice().trapAclDataIs( rule, trapAcl );
+   };
+   add( 1, 80, 3 );
+   add( 2, 0, 4 );
+   // Without an index, a rule still counts.
+   add( 3, 443, noAclRule );
+   EXPECT_EQ( slice().serviceTrapCount(), 2u );
+   helper->delAddrOnlyAclSliceRule( 10, "list" );
+   EXPECT_EQ( slice().serviceTrapCount() + slice().addrOnlyAclCount(), 0u );
+   EXPECT_EQ( slice().serviceTrapRules() + slice().addrOnlyAclRules() + slice().trapAclDatas(), 0u );
+   EXPECT_TRUE( list( 5, 10, "stays" ) && list( 5, 11, "list" ) );
+   list( 5, 11, "list" )->aclRuleIs( TrapAclRuleKey( 1, {}, 80, {}, 0, false, false ), noAclRule );
+   EXPECT_DEATH( helper->delAddrOnlyAclSliceRule( 11, "list" ), "Failed\\(aoaSlice\\(\\)->serviceTrapCount\\(\\)\\)" );
+   list( 5, 10, "stays" )->addrOnlyIs( false );
+   EXPECT_DEATH( helper->delAddrOnlyAclSliceRule( 10, "stays" ), "Failed\\(trapAcl->addrOnly\\(\\)\\)" );
+}
+
+TEST_F( Nat, keysHashTheVlanAheadOfTheProtocolAndReadAsValues ) {
+   const NatHwDataKey key( Kynet::IpAndPort( Kynet::IpAddr( 1 ), Kynet::Port( 2 ) ), Kynet::IpAndPort(), 6, 17, "acl" );
+   EXPECT_EQ( key.hash(), Kyt::HashMix( 0 )
+                               .mix( key.srcIpAndPort() )
+                               .mix( key.dstIpAndPort() )
+                               .mix( U16( 17 ) )
+                               .mix( U8( 6 ) )
+                               .mix( Gant::String( "acl" ) )
+                               .value() );
+   EXPECT_EQ( NatHwDataKey( key.strep() ), key );
+   EXPECT_EQ( VlanAclKey( 10, "acl" ).strep(), "Value('VexL3Unicast::VlanAclKey', ** {'vlan': 10, 'acl': 'acl'})" );
+   EXPECT_EQ( VlanTrapAcl( 10 ).nextHopId(), ~U32( 0 ) );
+   helper->addNextHopId2AclRule( 7, 1 );
+   helper->addNextHopId2AclRule( 7, 2 );
+   EXPECT_EQ( helper->nextHopId2AclRule( 7 )->aclRuleSets(), 2u );
+}
+
+// One line of all that succeed without an effect: each leaves its mark, and the tables stay empty.
+TEST_F( Nat, placeholdersSucceedAndLeaveTheirMark ) {
+   const Kynet::IpAndPort a, b;
+   const Kynet::IpAddrWithFullMask filter;
+   const Kynet::ConnTuple conn;
+   const Ip::Nat::StaticKey key;
+   const auto source = NatTarget::source();
+   auto & h = *helper;
+   const std::pair< const char *, std::function< bool() > > all[] = {
+        { "addStaticSrcIpTranslation", [ & ] { return h.addStaticSrcIpTranslation( a, b, filter, 6, 1, key ); } },
+        { "addStaticDstIpTranslation", [ & ] { return h.addStaticDstIpTranslation( a, b, filter, 6, 1, key, {} ); } },
+        { "updateStaticDstIpTranslation",
+          [ & ] { return h.updateStaticDstIpTranslation( a, b, filter, 6, 1, key, {} ); } },
+        { "deleteStaticSrcIpTranslation", [ & ] { return h.deleteStaticSrcIpTranslation( 1, key ); } },
+        { "commitHwTranslations", [ & ] { return h.commitHwTranslations(); } },
+        { "addTrapRule",
+          [ & ] { return h.addTrapRule( 1, "acl", 0, 0, filter, filter, false, false, false, source ); } },
+        { "addDynamicSrcIpTranslation", [ & ] { return h.addDynamicSrcIpTranslation( conn, a, b, a, 1 ); } },
+        { "delTwiceNatTranslation", [ & ] { return h.delTwiceNatTranslation( a, a, b, b, 1, false ); } },
+        { "coalesceRules", [ & ] { return h.coalesceRules( true, true ); } },
+        { "getStaticSrcCountersSinceLastPoll", [ & ] { return h.getStaticSrcCountersSinceLastPoll( {} ) == 0; } },
+        { "getStaticDstCountersSinceLastPoll", [ & ] { return h.getStaticDstCountersSinceLastPoll( {} ) == 0; } },
+        { "getDynamicSrcCountersSinceLastPoll",
+          [ & ] { return h.getDynamicSrcCountersSinceLastPoll( 1, conn ) == 0; } },
+        { "getDynamicDstCountersSinceLastPoll",
+          [ & ] { return h.getDynamicDstCountersSinceLastPoll( 1, conn ) == 0; } },
+        { "getTwiceNatSrcCountersSinceLastPoll", [ & ] { return h.getTwiceNatSrcCountersSinceLastPoll( {} ) == 0; } },
+        { "getTwiceNatDstCountersSinceLastPoll", [ & ] { return h.getTwiceNatDstCountersSinceLastPoll( {} ) == 0; } },
+   };
+   for ( const auto & [ name, act ] : all ) {
+      EXPECT_TRUE( act() ) << name;
+      const auto mark = Gant::traceLines( 1, "VexNatHelper" ).back().text;
+      EXPECT_THAT( mark, testing::AllOf( testing::HasSubstr( Gant::String( "NatHelper::" ) + name + "(" ),
+                                         testing::EndsWith( " TODO" ) ) );
+   }
+   EXPECT_EQ( h.natHwSourceTranslationDatas() + h.tmpSrcTranslationDatas() + h.dynSrcTranslationDatas(), 0u );
+   EXPECT_EQ( h.freeTunnels() + h.freeAcls(), 0u );
+}
+
+TEST( NatSms, leaveRequestsUnanswered ) {
+   const auto config = Gant::make< Hul::NextHopMapConfig >( "config" );
+   const auto status = Gant::make< Hul::NextHopMapStatus >( "status" );
+   const auto resolver = Gant::make< NatRouteResolverSm >( config, status, nullptr, nullptr );
+   config->routeResolverRequestIs( Kynet::IpAddr( 1 ), true );
+   EXPECT_THAT( Gant::traceLines( 1, "VexNatResolver" ).back().text, testing::HasSubstr( "handleNextHopRequest" ) );
+   EXPECT_EQ( status->nextHops(), 0u );
+   const auto loopback = Gant::make< NatLoopbackSm >( nullptr, nullptr );
+   EXPECT_TRUE( loopback->initialized() );
+   EXPECT_FALSE( loopback->hulL3IntfTable() );
+   loopback->loopbackPortVlanIs( 1, 10 );
+   EXPECT_THAT( Gant::traceLines( 1, "VexNatResolver" ).back().text, testing::HasSubstr( "handleLoopbackPortVlan" ) );
+}
+
+TEST_F( Nat, rulesOfTheHostAreAnsweredAndTakenBack ) {
+   Hul::NatSm::Args args;
+   args.natStatus = Gant::make< Ip::Nat::Status >();
+   args.natHwStatus = Gant::make< Ip::Nat::HwStatus >();
+   args.nhMapConfig = Gant::make< Hul::NextHopMapConfig >();
+   args.natHelper = helper;
+   const auto sm = Gant::make< Hul::NatSm >( args );
+   const Kynet::IpAndPort inside( Kynet::IpAddr( 0x0a000002 ), {} ), outside( Kynet::IpAddr( 0xc0000201 ), {} );
+   const Ip::Nat::StaticKey out( {}, NatTarget::source(), inside, 0, "" ),
+        in( {}, NatTarget::destination(), outside, 0, "" );
+   args.natStatus->staticConnectionIs( out, Ip::Nat::StaticConnection( outside, 10, {} ) );
+   EXPECT_EQ( args.natHwStatus->staticConnections(), 0u );
+   sm->startIs( true );
+   EXPECT_TRUE( args.natHwStatus->staticConnection( out )->accepted() );
+   args.natStatus->staticConnectionIs( in, Ip::Nat::StaticConnection( inside, 10, {} ) );
+   EXPECT_THAT( args.nhMapConfig->routeResolverRequestKeys(), ElementsAre( inside.ip() ) );
+   const Ip::Nat::DynamicKey dynamic( 10, "list" );
+   args.natStatus->dynamicRuleIs( dynamic, Ip::Nat::DynamicRule( NatTarget::source(), 5 ) );
+   args.natStatus->dynamicRuleIs( dynamic, Ip::Nat::DynamicRule( NatTarget::source(), 6 ) );
+   EXPECT_EQ( slice().vlanAclPriority( VlanAclKey( 10, "list" ) ), 6u );
+   EXPECT_EQ( slice().addrOnlyDenyAllRefCnt(), 1u );
+   sm->pollCounters();
+   EXPECT_EQ( args.natHwStatus->staticConnection( in )->packets(), 0u );
+   args.natStatus->staticConnectionDel( in );
+   EXPECT_EQ( args.nhMapConfig->routeResolverRequests(), 0u );
+   EXPECT_FALSE( args.natHwStatus->staticConnectionHas( in ) );
+   sm->startIs( false );
+   EXPECT_EQ( args.natHwStatus->staticConnections() + args.natHwStatus->dynamicRules(), 0u );
+   EXPECT_FALSE( helper->aoaSlice() );
+}
+
+} // namespace

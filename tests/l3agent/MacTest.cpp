@@ -1,0 +1,229 @@
+// The router's MACs: the copies that are kept and verified, and the virtual ones on the layer-2 interfaces.
+#include "Engine.h"
+#include "GantTrace.h"
+#include "VexRoutingStatusSm.h"
+#include "VexVrrpSm.h"
+
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace Test;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const auto macA = mac( "00:1c:73:00:00:0a" ), macB = mac( "00:1c:73:00:00:0b" ), none = Kynet::EthAddr();
+const Bridging::VlanId vlan10( 10 );
+
+// A line of the test's own divides what was traced before it from what comes after.
+Gant::TraceHandle traceHandle( "VexRoutingStatusSm" );
+const Gant::String mark = "mark";
+
+// What the machine's operations traced since the last time, without its own name.
+class Trace {
+ public:
+   Trace() { taken(); }
+   Lines taken() {
+      Lines out;
+      for ( const auto & line : Gant::traceLines( 1000, "VexRoutingStatusSm" ) )
+         if ( line.text == mark )
+            out.clear();
+         else
+            out.push_back( line.text.substr( line.text.find( "::" ) + 2 ) );
+      GANT_TRACE( 0, mark );
+      return out;
+   }
+};
+
+class RouterMacs : public testing::Test {
+ protected:
+   Gant::Ptr< Hul::HulCommonSmData > csd = Gant::make< Hul::HulCommonSmData >();
+   Gant::Ptr< VexL3Unicast::RoutingStatus > model = VexL3Unicast::routingStatusFactory( "routingStatus" );
+   Gant::Ptr< Bridging::Config > bridging = Gant::make< Bridging::Config >();
+   Gant::Ptr< VexL3Unicast::RoutingStatusSm > make() { return VexL3Unicast::RoutingStatusSmIs( csd, model, bridging ); }
+   // A VLAN that the router has an interface in.
+   Gant::Ptr< Bridging::VlanConfig > svi( Bridging::VlanId vlanId = vlan10 ) {
+      const auto config = Gant::make< Bridging::VlanConfig >( vlanId );
+      config->intfIs( intf( "Cpu" ), true );
+      bridging->vlanConfigIs( vlanId, config );
+      return config;
+   }
+};
+
+TEST_F( RouterMacs, eachGoesFromNoneToAValueAndBack ) {
+   bridging->bridgeMacAddrIs( macA );
+   model->routerMacIs( macA );
+   const auto sm = make();
+   EXPECT_TRUE( sm->initialized() );
+   EXPECT_EQ( sm->routerMac(), macA );
+   EXPECT_EQ( sm->bridgeMac(), macA );
+   EXPECT_EQ( sm->virtualRouterMac(), none );
+   model->virtualRouterMacIs( macB );
+   EXPECT_EQ( sm->virtualRouterMac(), macB );
+   model->virtualRouterMacIs( none );
+   model->routerMacIs( none );
+   EXPECT_EQ( sm->virtualRouterMac(), none );
+   EXPECT_EQ( sm->routerMac(), none );
+   bridging->bridgeMacAddrIs( none );
+   EXPECT_EQ( sm->bridgeMac(), none );
+   // Without a bridge MAC any router MAC will do.
+   model->routerMacIs( macB );
+   EXPECT_EQ( sm->routerMac(), macB );
+}
+
+TEST_F( RouterMacs, aChangeFromOneValueToAnotherEndsTheProcess ) {
+   bridging->bridgeMacAddrIs( macA );
+   model->routerMacIs( macA );
+   model->virtualRouterMacIs( macA );
+   const auto sm = make();
+   EXPECT_DEATH( model->routerMacIs( macB ), "Failed\\(routerMac\\(\\) == Kynet::EthAddr::ethAddrZero\\(\\)\\)" );
+   EXPECT_DEATH( model->virtualRouterMacIs( macB ),
+                 "Failed\\(virtualRouterMac\\(\\) == Kynet::EthAddr::ethAddrZero\\(\\)\\)" );
+   EXPECT_DEATH( bridging->bridgeMacAddrIs( macB ),
+                 "Failed\\(bridgeMac\\(\\) == Kynet::EthAddr::ethAddrZero\\(\\)\\)" );
+   model->routerMacIs( none );
+   EXPECT_DEATH( model->routerMacIs( macB ), "Failed\\(rmac == bridgingConfig\\(\\)->bridgeMacAddr\\(\\)\\)" );
+}
+
+TEST_F( RouterMacs, whatChangedInSilenceIsCaughtUpWith ) {
+   bridging->bridgeMacAddrIs( macA );
+   model->routerMacIs( macA );
+   const auto sm = make();
+   sm->hasNotificationActiveIs( false );
+   model->routerMacIs( none );
+   bridging->bridgeMacAddrIs( none );
+   bridging->bridgeMacAddrIs( macB );
+   model->routerMacIs( macB );
+   EXPECT_EQ( sm->routerMac(), macA );
+   sm->hasNotificationActiveIs( true );
+   EXPECT_EQ( sm->routerMac(), macB );
+   EXPECT_EQ( sm->bridgeMac(), macB );
+}
+
+TEST_F( RouterMacs, aVlanCountsWhileTheCpuIsItsMember ) {
+   bridging->bridgeMacAddrIs( macA );
+   const auto sm = make();
+   Trace trace;
+   const auto config = svi();
+   EXPECT_THAT( trace.taken(),
+                ElementsAre( "doMaybeProgramFdb rmac 00:1c:73:00:00:0a vlanId 10 isAnygwMac false add true" ) );
+   config->intfIs( intf( "Ethernet1" ), true );
+   EXPECT_THAT( trace.taken(), IsEmpty() );
+   config->intfIs( intf( "Cpu" ), false );
+   EXPECT_THAT( trace.taken(),
+                ElementsAre( "doMaybeProgramFdb rmac 00:1c:73:00:00:0a vlanId 10 isAnygwMac false add false" ) );
+   config->intfIs( intf( "Cpu" ), true );
+   trace.taken();
+   model->virtualRouterMacIs( macB );
+   EXPECT_THAT( trace.taken(),
+                ElementsAre( "doProgramMacInCtrlMacTbl mac 00:1c:73:00:00:0b vlanId 0 index 17 add true",
+                             "doMaybeProgramFdb rmac 00:1c:73:00:00:0b vlanId 10 isAnygwMac true add true" ) );
+   EXPECT_FALSE( VexL3Unicast::isVlanIntf( bridging, Bridging::VlanId( 11 ) ) );
+}
+
+TEST_F( RouterMacs, aVlanIsRoutedWithAUnicastFamilyAndValidFacts ) {
+   const auto vrs = model->vlanRoutingStatusIs( vlan10 );
+   const auto routed = [ & ] { return VexL3Unicast::isVlanRouted( model, vlan10 ); };
+   vrs->routingStateIs( Hul::RoutingState( true, false, false, false ) );
+   vrs->genIdInc( 1 );
+   EXPECT_FALSE( routed() );
+   vrs->routingStateValidIs( true );
+   EXPECT_FALSE( routed() );
+   vrs->vrfIdValidIs( true );
+   EXPECT_TRUE( routed() );
+   vrs->routingStateIs( Hul::RoutingState( false, false, true, false ) );
+   EXPECT_FALSE( routed() );
+   for ( const auto & state :
+         { Hul::RoutingState( false, true, false, false ), Hul::RoutingState( false, false, false, true ) } ) {
+      vrs->routingStateIs( state );
+      EXPECT_TRUE( routed() );
+   }
+}
+
+TEST_F( RouterMacs, verificationGoesOverTheTablesOrReportsTheFirstDifference ) {
+   bridging->bridgeMacAddrIs( macA );
+   svi();
+   const auto sm = make();
+   Trace trace;
+   csd->verifyData()->verifyIs( 1 );
+   EXPECT_THAT( trace.taken(), ElementsAre( "verifyFdbEntry mac 00:1c:73:00:00:0a vlanId 10 entryType entryTypeCpu",
+                                            "verifyCtrlMacEntry mac 00:1c:73:00:00:0a vlanId 0 index 16",
+                                            "verifyCtrlMacEntry mac 00:00:00:00:00:00 vlanId 0 index 17" ) );
+   EXPECT_THAT( csd->verifyData()->cliVerifyOutput(), IsEmpty() );
+   sm->virtualRouterMacIs( macB );
+   csd->verifyData()->verifyIs( 2 );
+   sm->routerMacIs( macA );
+   csd->verifyData()->verifyIs( 3 );
+   const Gant::String function = "void VexL3Unicast::RoutingStatusSm::handleVerify()";
+   EXPECT_THAT( csd->verifyData()->cliVerifyOutput(),
+                ElementsAre( function + ":  cached anygwmac 00:1c:73:00:00:0b rs->anygwMac 00:00:00:00:00:00",
+                             function + ":  cached rmac 00:1c:73:00:00:0a rs->rMac 00:00:00:00:00:00" ) );
+   sm->initializedIs( false );
+   csd->verifyData()->verifyIs( 4 );
+   EXPECT_EQ( csd->verifyData()->cliVerifyOutput().size(), 2u );
+}
+
+TEST_F( RouterMacs, inASimulatedRunADifferenceEndsTheProcess ) {
+   const auto sm = make();
+   sm->routerMacIs( macA );
+   EXPECT_DEATH(
+        {
+           setenv( "SIMULATION_VMID", "", 1 );
+           csd->verifyData()->verifyIs( 1 );
+        },
+        "Failed\\(0\\)  cached rmac 00:1c:73:00:00:0a rs->rMac 00:00:00:00:00:00" );
+   EXPECT_DEATH( sm->doProgramEgressBdEntry( 0, vlan10, nullptr ), "Failed\\(vrs\\)" );
+}
+
+class VirtualMacs : public testing::Test {
+ protected:
+   VirtualMacs() {
+      engine.port( "Ethernet1" );
+      engine.tunnel( "Tunnel1" );
+      engine.take();
+   }
+   void set( const char * name, bool wanted ) {
+      status->vrrpVirtualMacIs( Routing::Fhrp::VirtualRouterMac( intf( name ), vrrp ), wanted );
+   }
+   const Kynet::EthAddr vrrp = mac( "00:00:5e:00:01:0a" );
+   Engine engine;
+   Gant::Ptr< Routing::Fhrp::VirtualRouterMacStatus > status = Gant::make< Routing::Fhrp::VirtualRouterMacStatus >();
+   Gant::Ptr< Routing::Fhrp::Hardware::Status > hw = Gant::make< Routing::Fhrp::Hardware::Status >();
+};
+
+TEST_F( VirtualMacs, reachTheInterfaceAndLeaveIt ) {
+   set( "Ethernet1", true );
+   const auto sm = VexL3Unicast::VexVrrpSmIs( engine.vexcsd, status, hw );
+   EXPECT_TRUE( hw->anygwSupported() && hw->vrrpSupported() && !hw->useUniqueGroupIds() );
+   EXPECT_EQ( hw->vrrpSupportedMaxNum(), 128u );
+   const auto added = lines( "EtherClassify_et1 addVirtualMac mac_addr 00:00:5e:00:01:0a" );
+   const auto removed = lines( "EtherClassify_et1 removeVirtualMac mac_addr 00:00:5e:00:01:0a" );
+   EXPECT_EQ( engine.take(), added );
+   set( "Ethernet1", false );
+   EXPECT_EQ( engine.take(), removed );
+   set( "Ethernet1", true );
+   EXPECT_EQ( engine.take(), added );
+   status->vrrpVirtualMacDel( Routing::Fhrp::VirtualRouterMac( intf( "Ethernet1" ), vrrp ) );
+   EXPECT_EQ( engine.take(), removed );
+   // One that went in silence.
+   set( "Ethernet1", true );
+   sm->hasNotificationActiveIs( false );
+   status->vrrpVirtualMacDel( Routing::Fhrp::VirtualRouterMac( intf( "Ethernet1" ), vrrp ) );
+   engine.take();
+   sm->hasNotificationActiveIs( true );
+   EXPECT_EQ( engine.take(), removed );
+}
+
+TEST_F( VirtualMacs, areNotForTunnelsAndNotRememberedForInterfacesThatAreNotThere ) {
+   const auto sm = VexL3Unicast::VexVrrpSmIs( engine.vexcsd, status, hw );
+   set( "Tunnel1", true );
+   set( "Ethernet2", true );
+   engine.port( "Ethernet2" );
+   EXPECT_EQ( engine.channel->takeOf( { "EtherClassify_et2 addVirtualMac" } ), Lines{} );
+   sm->handleVrrpMac();
+   EXPECT_EQ( engine.take(), lines( "EtherClassify_et2 addVirtualMac mac_addr 00:00:5e:00:01:0a" ) );
+}
+
+} // namespace
