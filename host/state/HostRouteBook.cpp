@@ -83,6 +83,25 @@ bool RouteBook< P >::routeHas( U32 vrfId, const P & prefix, Source source ) cons
    return waiting != waiting_.end() && waiting->second.contains( source );
 }
 
+template < typename P >
+std::vector< std::pair< U32, P > > RouteBook< P >::prefixes( Source source ) const {
+   auto found = waitingPrefixes( source );
+   for ( U32 slot = 0; slot < fib_->slots() && found.size() < routes( source ); ++slot ) {
+      if ( !fib_->slotHas( slot ) || sourceOf( fib_->routeAt( slot ) ) != source ) continue;
+      const auto ref = fib_->refAt( slot );
+      found.emplace_back( ref.vrfId, ref.prefix );
+   }
+   return found;
+}
+
+template < typename P >
+std::vector< std::pair< U32, P > > RouteBook< P >::waitingPrefixes( Source source ) const {
+   std::vector< std::pair< U32, P > > found;
+   for ( const auto & [ key, routes ] : waiting_ )
+      if ( routes.contains( source ) ) found.push_back( key );
+   return found;
+}
+
 template class RouteBook< Kynet::Prefix >;
 template class RouteBook< Kynet::Ip6Prefix >;
 

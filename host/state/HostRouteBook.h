@@ -30,6 +30,9 @@ class RouteBook {
    // Whose route is in use, `none` when there is none.
    Source source( U32 vrfId, const P & prefix ) const;
    bool routeHas( U32 vrfId, const P & prefix, Source source ) const;
+   // All prefixes of the source, in no order; and those among them whose routes wait behind others.
+   std::vector< std::pair< U32, P > > prefixes( Source source ) const;
+   std::vector< std::pair< U32, P > > waitingPrefixes( Source source ) const;
    // Those in use and those that wait.
    size_t routes( Source source ) const { return counts_[ source.value() ]; }
 
