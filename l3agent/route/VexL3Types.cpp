@@ -111,12 +111,6 @@ const Gant::Ptr< Fec > & RouteDb::fecIs( FecKey key ) {
    return fec;
 }
 
-const Gant::Ptr< RouteInfo > & RouteDb::route( const Hul::VrfAndIpGenPrefix & prefix ) const {
-   static const Gant::Ptr< RouteInfo > none;
-   const auto * const at = route_.get( prefix );
-   return at == nullptr ? none : *at;
-}
-
 void RouteDb::routeIs( const Hul::VrfAndIpGenPrefix & prefix, Gant::Ptr< RouteInfo > routeInfo ) {
    *route_.tryEmplace( prefix ).first = std::move( routeInfo );
 }

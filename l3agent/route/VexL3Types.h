@@ -150,7 +150,11 @@ class RouteDb : public Gant::Entity {
    // The FECs that are in the data plane, with the version that was programmed. A route may only go on one of these.
    GANT_MAP( FecVersions, fecForLpm )
 
-   const Gant::Ptr< RouteInfo > & route( const Hul::VrfAndIpGenPrefix & prefix ) const;
+   const Gant::Ptr< RouteInfo > & route( const Hul::VrfAndIpGenPrefix & prefix ) const {
+      static const Gant::Ptr< RouteInfo > none;
+      const auto * const at = route_.get( prefix );
+      return at == nullptr ? none : *at;
+   }
    bool routeHas( const Hul::VrfAndIpGenPrefix & prefix ) const { return route_.get( prefix ) != nullptr; }
    void routeIs( const Hul::VrfAndIpGenPrefix & prefix, Gant::Ptr< RouteInfo > routeInfo );
    void routeDel( const Hul::VrfAndIpGenPrefix & prefix ) { route_.erase( prefix ); }

@@ -1,0 +1,45 @@
+// show counters: what the modules count, read from the table that the data plane writes.
+
+#include "HostCounterTable.h"
+#include "HostSession.h"
+#include "HostShows.h"
+
+namespace Host {
+
+namespace {
+
+// Counters are allocated as "module-name".
+std::string shortName( const Vex::BessCounterInfo::Counter & counter ) {
+   const auto prefix = counter.module + "-";
+   return counter.name.starts_with( prefix ) ? counter.name.substr( prefix.size() ) : counter.name;
+}
+
+std::unique_ptr< Answer > counters( const Asked & asked ) {
+   const Session session( asked.router );
+   const std::shared_ptr< CounterTable > table = CounterTable::open( session.channel()->counterPath() );
+   const auto wanted = asked.question.text( "module" );
+   const bool nonZero = asked.question.flag( "nonzero" );
+   if ( !wanted.empty() && !session.modules().contains( wanted ) )
+      throw CommandError( ErrorCode::notFound, "there is no module " + wanted );
+   return perKey< Vex::CounterId >(
+        [ session ] { return Gant::keysOf( session.vexcsd()->bessCounterInfo()->counterIterator() ); },
+        [ = ]( const Vex::CounterId & id, Output & out ) {
+           const auto & all = session.vexcsd()->bessCounterInfo()->counterIterator();
+           const auto at = all.find( id );
+           if ( at == all.end() || ( !wanted.empty() && at->second.module != wanted ) ) return;
+           const auto value = table ? table->value( id.value() ) : std::nullopt;
+           if ( nonZero && value.value_or( 0 ) == 0 ) return;
+           out.row( { { "module", at->second.module },
+                      { "counter", shortName( at->second ) },
+                      { "slot", id.value() },
+                      { "value", value ? Json( *value ) : Json() } } );
+        } );
+}
+
+} // namespace
+
+Commands counterShows() {
+   return { { "show counters", { { "module" }, { "nonzero", Parameter::Kind::flag } }, counters } };
+}
+
+} // namespace Host
