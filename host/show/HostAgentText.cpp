@@ -15,6 +15,7 @@ namespace {
 struct Part {
    Gant::Ptr< Vex::Module > module;
    std::string objName;
+   Kynet::IntfId intfId;
 };
 
 // What the shows write to, until the last of them is done with it: that may be after the client has gone. A file and no
@@ -84,11 +85,22 @@ class AgentText : public Answer, public Gant::StateMachine {
       }
    }
 
+   // The text names interfaces by their ids.
+   Json names() const {
+      auto names = Json::object();
+      for ( const auto & part : parts_ )
+         if ( !!part.intfId ) names[ std::to_string( part.intfId.value() ) ] = part.intfId.stringValue();
+      return names;
+   }
+
    Step print( Output & out ) {
       std::string text( 16384, '\0' );
       while ( !out.full() ) {
          const auto got = pread( paper_->fd, text.data(), text.size(), read_ );
-         if ( got <= 0 ) return Step::done;
+         if ( got <= 0 ) {
+            out.endMember( "interfaces", names() );
+            return Step::done;
+         }
          read_ += got;
          out.row( { { "text", text.substr( 0, static_cast< size_t >( got ) ) } } );
       }
@@ -115,7 +127,7 @@ std::unique_ptr< Answer > fibText( const Asked & asked, const std::string & vrf 
          throw CommandError( ErrorCode::refused, Gant::format( "VRF %s has %zu routes, and the data plane answers in "
                                                                "one piece: ask for a prefix, or verify",
                                                                name.c_str(), routes ) );
-      parts.push_back( { fib, name } );
+      parts.push_back( { fib, name, {} } );
    }
    return std::make_unique< AgentText >( asked, std::move( parts ) );
 }
@@ -133,7 +145,7 @@ std::unique_ptr< Answer > nexthopText( const Asked & asked, const std::string & 
          throw CommandError( ErrorCode::notFound, intfId.stringValue() + " has no next-hop table" );
    }
    std::vector< Part > parts;
-   for ( const auto & [ intfId, module ] : wanted ) parts.push_back( { module, intfId.stringValue() } );
+   for ( const auto & [ intfId, module ] : wanted ) parts.push_back( { module, intfId.stringValue(), intfId } );
    return std::make_unique< AgentText >( asked, std::move( parts ) );
 }
 

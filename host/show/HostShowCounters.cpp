@@ -27,12 +27,13 @@ std::unique_ptr< Answer > counters( const Asked & asked ) {
            const auto & all = session.vexcsd()->bessCounterInfo()->counterIterator();
            const auto at = all.find( id );
            if ( at == all.end() || ( !wanted.empty() && at->second.module != wanted ) ) return;
-           const auto value = table ? table->value( id.value() ) : std::nullopt;
-           if ( nonZero && value.value_or( 0 ) == 0 ) return;
+           Json value;
+           if ( const auto read = table ? table->value( id.value() ) : std::nullopt ) value = read.value();
+           if ( nonZero && ( value.is_null() || value == 0 ) ) return;
            out.row( { { "module", at->second.module },
                       { "counter", shortName( at->second ) },
                       { "slot", id.value() },
-                      { "value", value ? Json( *value ) : Json() } } );
+                      { "value", std::move( value ) } } );
         } );
 }
 
