@@ -7,6 +7,7 @@
 #include "vex/ip.pb.h"
 #include "vex/next_hop.pb.h"
 #include "vex/port.pb.h"
+#include "VexL3Types.h"
 
 #include <gtest/gtest.h>
 
