@@ -1,6 +1,6 @@
 #include "HostAgentText.h"
 
-#include "HostSession.h"
+#include "HostAgentView.h"
 #include "HulL3Status.h"
 #include "MirelFib.h"
 #include "VexAckSm.h"
@@ -107,7 +107,7 @@ class AgentText : public Answer, public Gant::StateMachine {
       return Step::more;
    }
 
-   const Session session_;
+   const AgentView session_;
    const std::vector< Part > parts_;
    std::shared_ptr< Paper > paper_;
    GantRefusals refusals_;
@@ -119,7 +119,7 @@ class AgentText : public Answer, public Gant::StateMachine {
 } // namespace
 
 std::unique_ptr< Answer > fibText( const Asked & asked, const std::string & vrf ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    const auto fib = session.l3Modules()->fibIpv4();
    std::vector< Part > parts;
    for ( const auto & [ vrfId, name ] : vrfsOf( session, vrf ) ) {
@@ -133,7 +133,7 @@ std::unique_ptr< Answer > fibText( const Asked & asked, const std::string & vrf 
 }
 
 std::unique_ptr< Answer > nexthopText( const Asked & asked, const std::string & intfName ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    const auto modules = session.l3Modules();
    std::map< Kynet::IntfId, Gant::Ptr< Vex::Module > > wanted;
    if ( intfName.empty() ) {

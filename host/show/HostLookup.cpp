@@ -1,6 +1,6 @@
 #include "HostLookup.h"
 
-#include "HostSession.h"
+#include "HostAgentView.h"
 #include "vex/engine.pb.h"
 #include "VexEngineQuery.h"
 
@@ -61,7 +61,7 @@ class Lookups : public Answer {
       return row;
    }
 
-   const Session session_;
+   const AgentView session_;
    const std::string text_;
    Vex::EngineQuery query_;
    std::function< void() > wake_;

@@ -2,7 +2,7 @@
 // next-hop tables that those FECs take.
 
 #include "HostAgentText.h"
-#include "HostSession.h"
+#include "HostAgentView.h"
 #include "HostShows.h"
 #include "HulL3Status.h"
 
@@ -12,7 +12,7 @@ using namespace VexL3Unicast;
 
 namespace {
 
-std::vector< FecKey > fecKeys( const Session & session ) {
+std::vector< FecKey > fecKeys( const AgentView & session ) {
    auto keys = session.routeDb()->fecKeys();
    std::sort( keys.begin(), keys.end() );
    return keys;
@@ -27,7 +27,7 @@ Json viaOf( const Hul::NextHop & nextHop, U32 multiplicity ) {
    return via;
 }
 
-void adjacencyRow( const Session & session, FecKey key, Output & out ) {
+void adjacencyRow( const AgentView & session, FecKey key, Output & out ) {
    const auto routeDb = session.routeDb();
    const auto fec = routeDb->fec( key );
    if ( !fec ) return;
@@ -44,7 +44,7 @@ void adjacencyRow( const Session & session, FecKey key, Output & out ) {
    out.row( row );
 }
 
-void nexthopRows( const Session & session, FecKey key, Kynet::IntfId wanted, Output & out ) {
+void nexthopRows( const AgentView & session, FecKey key, Kynet::IntfId wanted, Output & out ) {
    const auto fec = session.routeDb()->fec( key );
    if ( !fec ) return;
    for ( U32 slot = 0; slot < fec->info().numberOfUniqueNextHops(); ++slot ) {
@@ -61,13 +61,13 @@ void nexthopRows( const Session & session, FecKey key, Kynet::IntfId wanted, Out
 }
 
 std::unique_ptr< Answer > adjacencies( const Asked & asked ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    return perKey< FecKey >( [ session ] { return fecKeys( session ); },
                             [ session ]( const FecKey & key, Output & out ) { adjacencyRow( session, key, out ); } );
 }
 
 std::unique_ptr< Answer > nexthops( const Asked & asked ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    const auto name = asked.question.text( "interface" );
    if ( asked.question.flag( "dataplane" ) ) return nexthopText( asked, name );
    const auto wanted = name.empty() ? Kynet::IntfId() : intfOf( name );

@@ -1,6 +1,6 @@
 // show errors: what the data plane refused. show queue: what is on its way there.
 
-#include "HostSession.h"
+#include "HostAgentView.h"
 #include "HostShows.h"
 #include "VexDescribe.h"
 
@@ -11,7 +11,7 @@ namespace Host {
 namespace {
 
 std::unique_ptr< Answer > errors( const Asked & asked ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    return atOnce( [ session ]( Output & out ) {
       const auto channel = session.channel();
       const auto now = Gant::activityManager()->now();
@@ -31,7 +31,7 @@ std::unique_ptr< Answer > errors( const Asked & asked ) {
 }
 
 std::unique_ptr< Answer > queue( const Asked & asked ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    const auto most = std::min< U64 >( asked.question.number( "most", 100 ), 10000 );
    return atOnce( [ session, most ]( Output & out ) {
       const auto channel = session.channel();

@@ -1,7 +1,7 @@
 // show counters: what the modules count, read from the table that the data plane writes.
 
 #include "HostCounterTable.h"
-#include "HostSession.h"
+#include "HostAgentView.h"
 #include "HostShows.h"
 
 namespace Host {
@@ -15,7 +15,7 @@ std::string shortName( const Vex::BessCounterInfo::Counter & counter ) {
 }
 
 std::unique_ptr< Answer > counters( const Asked & asked ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    const std::shared_ptr< CounterTable > table = CounterTable::open( session.channel()->counterPath() );
    const auto wanted = asked.question.text( "module" );
    const bool nonZero = asked.question.flag( "nonzero" );

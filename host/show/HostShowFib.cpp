@@ -3,7 +3,7 @@
 
 #include "HostAgentText.h"
 #include "HostLookup.h"
-#include "HostSession.h"
+#include "HostAgentView.h"
 #include "HostShows.h"
 #include "HostSortedRuns.h"
 #include "HulL3Status.h"
@@ -22,7 +22,7 @@ struct Key {
 };
 
 // Nothing, when the agent has no such route in the data plane.
-Json rowOf( const Session & session, const Key & key ) {
+Json rowOf( const AgentView & session, const Key & key ) {
    Json row{ { "vrf", vrfName( session, Hul::VrfId( key.vrfId ) ) }, { "prefix", key.prefix.stringValue() } };
    const auto routeDb = session.routeDb();
    if ( const auto & route = routeDb->route( Hul::VrfAndIpGenPrefix( Hul::VrfId( key.vrfId ), key.prefix ) ) ) {
@@ -45,7 +45,7 @@ Json rowOf( const Session & session, const Key & key ) {
 // Gathers the keys of a VRF's routes through the slots of the FIB that the protocols fill: a walk over it may pause.
 class WholeFib : public Answer {
  public:
-   WholeFib( const Session & session, std::vector< std::pair< U32, std::string > > vrfs ) : session_( session ) {
+   WholeFib( const AgentView & session, std::vector< std::pair< U32, std::string > > vrfs ) : session_( session ) {
       for ( const auto & [ vrfId, name ] : vrfs ) {
          vrfs_.insert( vrfId );
          for ( const auto & route : builtInRoutes( session, Hul::VrfId( vrfId ) ) )
@@ -81,7 +81,7 @@ class WholeFib : public Answer {
    }
 
    static constexpr U32 slotsAtOnce = 16384;
-   const Session session_;
+   const AgentView session_;
    std::set< U32 > vrfs_;
    SortedRuns< Key > keys_;
    U32 slot_ = 0;
@@ -90,7 +90,7 @@ class WholeFib : public Answer {
 };
 
 // The longest match, or the prefix itself, among the routes that are in the data plane.
-Json match( const Session & session, U32 vrfId, const Target & target ) {
+Json match( const AgentView & session, U32 vrfId, const Target & target ) {
    const auto address = target.address.v4Addr();
    const int from = target.len.value_or( 32 ), to = target.len.value_or( 0 );
    for ( int len = from; len >= to; --len ) {
@@ -101,7 +101,7 @@ Json match( const Session & session, U32 vrfId, const Target & target ) {
    return {};
 }
 
-void matches( const Session & session, const std::string & vrf, const std::string & text, Output & out ) {
+void matches( const AgentView & session, const std::string & vrf, const std::string & text, Output & out ) {
    const auto target = targetOf( text );
    const bool v4 = target.address.af() == Kynet::AddressFamily::ipv4_;
    bool found = false;
@@ -118,7 +118,7 @@ void matches( const Session & session, const std::string & vrf, const std::strin
 }
 
 std::unique_ptr< Answer > fib( const Asked & asked ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    const auto vrf = asked.question.text( "vrf" ), text = asked.question.text( "match" );
    if ( asked.question.flag( "dataplane" ) )
       return text.empty() ? fibText( asked, vrf ) : dataPlaneLookup( asked, vrf, text );

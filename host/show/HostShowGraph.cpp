@@ -1,6 +1,6 @@
 // show modules, show graph: the proxies, which stand for the modules of the data plane.
 
-#include "HostSession.h"
+#include "HostAgentView.h"
 #include "HostShows.h"
 
 namespace Host {
@@ -10,7 +10,7 @@ namespace {
 using Vex::VexModule;
 
 std::unique_ptr< Answer > perModule( const Asked & asked, std::function< Json( const Vex::Module & ) > rowOf ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    return perKey< std::string >(
         [ session ] {
            std::vector< std::string > names;

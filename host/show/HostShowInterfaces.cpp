@@ -1,6 +1,6 @@
 // show interfaces, tunnels, vrfs.
 
-#include "HostSession.h"
+#include "HostAgentView.h"
 #include "HostShows.h"
 #include "HulL3Status.h"
 #include "MirelFib.h"
@@ -13,7 +13,7 @@ namespace {
 
 using Vex::EncapType;
 
-std::vector< Kynet::IntfId > intfs( const Session & session ) {
+std::vector< Kynet::IntfId > intfs( const AgentView & session ) {
    std::set< Kynet::IntfId > all;
    const auto & routing = session.routing();
    for ( const auto & [ intfId, status ] : routing.allIntfStatusDir()->intfStatusIterator() ) all.insert( intfId );
@@ -22,7 +22,7 @@ std::vector< Kynet::IntfId > intfs( const Session & session ) {
    return { all.begin(), all.end() };
 }
 
-Json addressesOf( const Session & session, Kynet::IntfId intfId ) {
+Json addressesOf( const AgentView & session, Kynet::IntfId intfId ) {
    auto addresses = Json::array();
    for ( const auto & address : session.routing().ipStatus()->intfAddrIterator() )
       if ( address.intfId() == intfId ) addresses.push_back( address.prefix().stringValue() );
@@ -34,7 +34,7 @@ void mss( Json & row, U16 ingress, U16 egress ) {
    row[ "mssEgress" ] = egress;
 }
 
-void intfRow( const Session & session, Kynet::IntfId intfId, Output & out ) {
+void intfRow( const AgentView & session, Kynet::IntfId intfId, Output & out ) {
    const auto & routing = session.routing();
    const auto vexcsd = session.vexcsd();
    Json row{ { "interface", intfId.stringValue() } };
@@ -60,7 +60,7 @@ void intfRow( const Session & session, Kynet::IntfId intfId, Output & out ) {
 }
 
 std::unique_ptr< Answer > interfaces( const Asked & asked ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    const auto name = asked.question.text( "interface" );
    const auto row = [ session ]( const Kynet::IntfId & intfId, Output & out ) { intfRow( session, intfId, out ); };
    if ( name.empty() ) return perKey< Kynet::IntfId >( [ session ] { return intfs( session ); }, row );
@@ -71,7 +71,7 @@ std::unique_ptr< Answer > interfaces( const Asked & asked ) {
    return perKey< Kynet::IntfId >( [ wanted ] { return std::vector{ wanted }; }, row );
 }
 
-void tunnelRow( const Session & session, Kynet::IntfId intfId, Output & out ) {
+void tunnelRow( const AgentView & session, Kynet::IntfId intfId, Output & out ) {
    const auto & dir = *session.routing().allIntfStatusDir()->tunnelIntfStatusDir();
    if ( !dir.intfStatusHas( intfId ) ) return;
    const auto & tunnel = dir.intfStatus( intfId );
@@ -97,7 +97,7 @@ void tunnelRow( const Session & session, Kynet::IntfId intfId, Output & out ) {
 }
 
 std::unique_ptr< Answer > tunnels( const Asked & asked ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    return perKey< Kynet::IntfId >(
         [ session ] {
            const auto & dir = session.routing().allIntfStatusDir()->tunnelIntfStatusDir();
@@ -107,7 +107,7 @@ std::unique_ptr< Answer > tunnels( const Asked & asked ) {
 }
 
 std::unique_ptr< Answer > vrfs( const Asked & asked ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    return atOnce( [ session ]( Output & out ) {
       const auto agent = session.agent();
       for ( const auto & [ name, vrf ] : agent->vrfMounts()->allVrfStatusLocal()->vrfStatusIterator() ) {

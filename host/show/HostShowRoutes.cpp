@@ -1,6 +1,6 @@
 // show routes: what the router was told, and what has become of it. show pending: what waits, and for what.
 
-#include "HostSession.h"
+#include "HostAgentView.h"
 #include "HostShows.h"
 #include "HostSortedRuns.h"
 #include "HulVrfRootSm.h"
@@ -43,7 +43,7 @@ std::string reasonOf( const Mirel::UnprogrammedTable & table, const Key & key ) 
 }
 
 template < typename Table, typename Prefix >
-Json rowOf( const Session & session, const Table & table, const Mirel::UnprogrammedTable & unprogrammed,
+Json rowOf( const AgentView & session, const Table & table, const Mirel::UnprogrammedTable & unprogrammed,
             const Key & key, const Prefix & prefix ) {
    const auto route = table.route( key.vrfId, prefix );
    if ( !route ) return {};
@@ -59,7 +59,7 @@ Json rowOf( const Session & session, const Table & table, const Mirel::Unprogram
    return row;
 }
 
-Json rowOf( const Session & session, const Key & key ) {
+Json rowOf( const AgentView & session, const Key & key ) {
    const auto & routing = session.routing();
    if ( key.prefix.af() == Kynet::AddressFamily::ipv4_ )
       return rowOf( session, *routing.routeStatus(), *routing.unprogrammedRouteStatus(), key, key.prefix.v4Prefix() );
@@ -68,7 +68,7 @@ Json rowOf( const Session & session, const Key & key ) {
 
 class AllRoutes : public Answer {
  public:
-   AllRoutes( const Session & session, const std::vector< std::pair< U32, std::string > > & vrfs ) :
+   AllRoutes( const AgentView & session, const std::vector< std::pair< U32, std::string > > & vrfs ) :
         session_( session ) {
       for ( const auto & [ vrfId, name ] : vrfs ) vrfs_.insert( vrfId );
    }
@@ -98,7 +98,7 @@ class AllRoutes : public Answer {
    }
 
    static constexpr U32 slotsAtOnce = 16384;
-   const Session session_;
+   const AgentView session_;
    std::set< U32 > vrfs_;
    SortedRuns< Key > keys_;
    U32 slot_ = 0;
@@ -116,7 +116,7 @@ std::optional< Key > find( const Table & table, U32 vrfId, const Address & addre
    return match ? std::optional( Key{ vrfId, match->prefix } ) : std::nullopt;
 }
 
-void matches( const Session & session, const std::string & vrf, const std::string & text, Output & out ) {
+void matches( const AgentView & session, const std::string & vrf, const std::string & text, Output & out ) {
    const auto target = targetOf( text );
    const auto & routing = session.routing();
    bool found = false;
@@ -137,14 +137,14 @@ void matches( const Session & session, const std::string & vrf, const std::strin
 }
 
 std::unique_ptr< Answer > routes( const Asked & asked ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    const auto vrf = asked.question.text( "vrf" ), text = asked.question.text( "match" );
    if ( text.empty() ) return std::make_unique< AllRoutes >( session, vrfsOf( session, vrf ) );
    return atOnce( [ session, vrf, text ]( Output & out ) { matches( session, vrf, text, out ); } );
 }
 
 std::unique_ptr< Answer > pending( const Asked & asked ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    const auto most = asked.question.number( "most", 1000 );
    return atOnce( [ session, most ]( Output & out ) {
       for ( const auto & pending : session.agent()->hulVrfRootSm()->pending( most ) )

@@ -1,6 +1,6 @@
 // show summary: how much there is, and how much was done. show status: the daemon. show version.
 
-#include "HostSession.h"
+#include "HostAgentView.h"
 #include "HostShows.h"
 #include "HulL3Status.h"
 #include "HulVrfRootSm.h"
@@ -30,7 +30,7 @@ size_t residentBytes() {
 }
 
 std::unique_ptr< Answer > summary( const Asked & asked ) {
-   const Session session( asked.router );
+   const AgentView session( asked.router );
    return atOnce( [ session ]( Output & out ) {
       const auto agent = session.agent();
       const auto & routing = session.routing();

@@ -1,6 +1,6 @@
 // trace packet: a described packet's way through the data plane's graph.
 
-#include "HostSession.h"
+#include "HostAgentView.h"
 #include "HostShows.h"
 #include "vex/engine.pb.h"
 #include "VexEngineQuery.h"
@@ -54,7 +54,7 @@ TracePacketRequest requestOf( const Question & question ) {
 class TracedPacket : public Answer {
  public:
    explicit TracedPacket( const Asked & asked ) :
-        intfname_( requestOf( asked.question ).intfname() ), query_( Session( asked.router ).channel()->address() ),
+        intfname_( requestOf( asked.question ).intfname() ), query_( AgentView( asked.router ).channel()->address() ),
         call_( query_.tracePacket( requestOf( asked.question ),
                                    [ this, wake = asked.wake ]( const auto & error, const auto & reply ) {
                                       error_ = error;

@@ -224,7 +224,7 @@ class FibComparer : public Comparer {
 
    bool finishedTables_ = false;
    absl::flat_hash_set< Key > found_;
-   std::optional< RouteDb::Routes::const_iterator > at_;
+   std::optional< PrefixRecords::RouteIterator > at_;
 };
 
 } // namespace

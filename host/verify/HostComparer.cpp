@@ -32,7 +32,7 @@ S32 commandOf( const NextHopKey & key ) {
 
 } // namespace
 
-Comparison::Comparison( const Session & session, size_t mostFindings ) :
+Comparison::Comparison( const AgentView & session, size_t mostFindings ) :
      session( session ), findings( mostFindings ), modules( session.modules() ) {
    for ( const auto & [ intfId, l2Intf ] : session.vexcsd()->l2IntfIterator() )
       if ( l2Intf->ingressClassify() ) classified[ l2Intf->ingressClassify().get() ] = l2Intf;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "HostFindings.h"
-#include "HostSession.h"
+#include "HostAgentView.h"
 
 #include <google/protobuf/any.pb.h>
 #include <optional>
@@ -18,9 +18,9 @@ struct NexthopIntent {
 
 // What the comparers of one run share. The agent does not change while it lasts.
 struct Comparison {
-   Comparison( const Session & session, size_t mostFindings );
+   Comparison( const AgentView & session, size_t mostFindings );
 
-   const Session session;
+   const AgentView session;
    Findings findings;
    const std::map< std::string, Vex::Module * > modules;                 // the agent's
    std::map< const Vex::Module *, Gant::Ptr< Vex::L2Intf > > classified; // the interface of each EtherClassify
@@ -59,7 +59,7 @@ class Comparer {
 
    Comparison & comparison() const { return comparison_; }
    Findings & findings() const { return comparison_.findings; }
-   const Session & session() const { return comparison_.session; }
+   const AgentView & session() const { return comparison_.session; }
    Vex::Module & module() const { return module_; }
    const std::string & name() const { return module_.name(); }
 

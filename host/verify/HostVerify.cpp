@@ -13,7 +13,7 @@ namespace {
 // Everything that the data plane told of itself, compared as it arrives.
 class Run {
  public:
-   Run( const Session & session, size_t most ) : comparison_( session, most ) {
+   Run( const AgentView & session, size_t most ) : comparison_( session, most ) {
       for ( const auto & [ name, module ] : comparison_.modules )
          comparers_.emplace( name, comparerOf( comparison_, *module ) );
    }
@@ -178,7 +178,7 @@ class Verify : public Answer, private Gant::StateMachine {
       return Step::more;
    }
 
-   const Session session_;
+   const AgentView session_;
    const size_t most_;
    const std::function< void() > wake_;
    Vex::EngineQuery query_;

@@ -15,9 +15,9 @@ namespace Host {
 
 // A session's agent. Each accessor throws `unavailable` when there is no agent, or when it is another session's by now:
 // an answer that takes several turns never mixes two.
-class Session {
+class AgentView {
  public:
-   explicit Session( Router & router );
+   explicit AgentView( Router & router );
 
    Gant::Ptr< VexL3Unicast::AgentSm > agent() const;
    Gant::Ptr< Vex::VexCommonSmData > vexcsd() const;
@@ -37,8 +37,8 @@ class Session {
 };
 
 // The VRFs that a request names: "all", one by its name, or the default one. Throws `notFound`.
-std::vector< std::pair< U32, std::string > > vrfsOf( const Session & session, const std::string & name );
-std::string vrfName( const Session & session, Hul::VrfId vrfId );
+std::vector< std::pair< U32, std::string > > vrfsOf( const AgentView & session, const std::string & name );
+std::string vrfName( const AgentView & session, Hul::VrfId vrfId );
 
 // Throws `usage` for a text that is no interface's name.
 Kynet::IntfId intfOf( const std::string & text );
@@ -58,12 +58,12 @@ struct BuiltInRoute {
    Vex::GateId gate; // of the FIB
    const char * what;
 };
-std::vector< BuiltInRoute > builtInRoutes( const Session & session, Hul::VrfId vrfId );
+std::vector< BuiltInRoute > builtInRoutes( const AgentView & session, Hul::VrfId vrfId );
 
 // What a next hop does, in one word: "forward", "arpTrap" ...
 std::string commandName( VexL3Unicast::NextHopPktCmd command );
 // The next hops of a FEC with the places that they have in the data plane.
-Json nexthopsOf( const Session & session, const VexL3Unicast::Fec & fec );
+Json nexthopsOf( const AgentView & session, const VexL3Unicast::Fec & fec );
 std::string textOrNone( const Kynet::EthAddr & mac );
 
 } // namespace Host

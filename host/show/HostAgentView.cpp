@@ -1,4 +1,4 @@
-#include "HostSession.h"
+#include "HostAgentView.h"
 
 #include "HulL3Status.h"
 #include "VexMcast.h"
@@ -9,9 +9,9 @@ namespace Host {
 
 using namespace VexL3Unicast;
 
-Session::Session( Router & router ) : router_( router ), number_( router.status().restarts ) { check(); }
+AgentView::AgentView( Router & router ) : router_( router ), number_( router.status().restarts ) { check(); }
 
-void Session::check() const {
+void AgentView::check() const {
    const auto agent = router_.agent();
    if ( !agent || !agent->processingStarted() || !router_.vexcsd() || !router_.channel() )
       throw CommandError( ErrorCode::unavailable, "there is no data plane at present" );
@@ -19,29 +19,29 @@ void Session::check() const {
       throw CommandError( ErrorCode::unavailable, "the data plane was lost meanwhile" );
 }
 
-Gant::Ptr< AgentSm > Session::agent() const {
+Gant::Ptr< AgentSm > AgentView::agent() const {
    check();
    return router_.agent();
 }
 
-Gant::Ptr< Vex::VexCommonSmData > Session::vexcsd() const {
+Gant::Ptr< Vex::VexCommonSmData > AgentView::vexcsd() const {
    check();
    return router_.vexcsd();
 }
 
-Gant::Ptr< Vex::GrpcChannel > Session::channel() const {
+Gant::Ptr< Vex::GrpcChannel > AgentView::channel() const {
    check();
    return router_.channel();
 }
 
-std::map< std::string, Vex::Module * > Session::modules() const {
+std::map< std::string, Vex::Module * > AgentView::modules() const {
    std::map< std::string, Vex::Module * > modules;
    for ( const auto & [ name, pair ] : vexcsd()->moduleGlobalCmdConfig()->moduleConfigStatusPairIterator() )
       for ( const auto & [ moduleName, module ] : pair->moduleConfig()->modules() ) modules[ moduleName ] = module;
    return modules;
 }
 
-std::vector< std::pair< U32, std::string > > vrfsOf( const Session & session, const std::string & name ) {
+std::vector< std::pair< U32, std::string > > vrfsOf( const AgentView & session, const std::string & name ) {
    const auto status = session.agent()->hulL3Status();
    if ( name == "all" ) {
       std::map< U32, std::string > vrfs;
@@ -54,7 +54,7 @@ std::vector< std::pair< U32, std::string > > vrfsOf( const Session & session, co
    return { { vrf->vrfId().value(), wanted.value() } };
 }
 
-std::string vrfName( const Session & session, Hul::VrfId vrfId ) {
+std::string vrfName( const AgentView & session, Hul::VrfId vrfId ) {
    const auto & name = session.agent()->hulL3Status()->vrfName( vrfId ).value();
    return name.empty() ? std::to_string( vrfId.value() ) : name;
 }
@@ -76,7 +76,7 @@ Target targetOf( const std::string & text ) {
    return { prefix->v6Prefix().address(), prefix->len() };
 }
 
-std::vector< BuiltInRoute > builtInRoutes( const Session & session, Hul::VrfId vrfId ) {
+std::vector< BuiltInRoute > builtInRoutes( const AgentView & session, Hul::VrfId vrfId ) {
    const auto modules = session.l3Modules();
    const auto mfib = session.agent()->mfaAgent()->getMfibModule( L3::VrfName( vrfName( session, vrfId ) ) );
    const auto dataGate = mfib ? modules->fibIpv4()->findGateByName( mfib->name(), false ) : Vex::GateId();
@@ -120,7 +120,7 @@ Json nexthop( const L3Modules & modules, const Fec & fec, U32 slot ) {
 
 } // namespace
 
-Json nexthopsOf( const Session & session, const Fec & fec ) {
+Json nexthopsOf( const AgentView & session, const Fec & fec ) {
    auto nexthops = Json::array();
    const auto modules = session.l3Modules();
    for ( U32 slot = 0; slot < fec.info().numberOfUniqueNextHops(); ++slot )
