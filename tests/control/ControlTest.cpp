@@ -71,7 +71,7 @@ class Control : public testing::Test {
       ChangeResult reload() override { return {}; }
    };
 
-   Test::Directory directory_;
+   ::Test::Directory directory_;
    const std::string path_ = directory_.path( "control" );
    NoRouter router_;
    ControlServer::Limits limits_;
@@ -125,7 +125,7 @@ TEST_F( Control, answersTheRequestsOfOneClientInOrderAndOthersMeanwhile ) {
                  "\n"
                  R"({"command":"many","rows":1})"
                  "\n" );
-   Test::runUntil( [ this ] { return bool( wake_ ); } );
+   ::Test::runUntil( [ this ] { return bool( wake_ ); } );
    EXPECT_EQ( other.ask( { { "command", "many" }, { "rows", 3 } } ).size(), 4u );
    wake_();
    EXPECT_EQ( waiting.answer().back().at( "end" ).at( "rows" ), 0 );
@@ -139,7 +139,7 @@ TEST_F( Control, makesNoMoreRowsThanAClientTakes ) {
                 "\n" );
    // when the loop has nothing left to do for it
    size_t idle = 0;
-   Test::runUntil( [ & ] { return Gant::activityManager()->poll() == 0 ? ++idle > 1000 : ( idle = 0 ) > 0; } );
+   ::Test::runUntil( [ & ] { return Gant::activityManager()->poll() == 0 ? ++idle > 1000 : ( idle = 0 ) > 0; } );
    // then others are served, and the first goes on when it takes
    expectUnmoved();
    for ( int row = 0; row < 2000; ++row ) ASSERT_TRUE( greedy.line() );
@@ -150,18 +150,18 @@ TEST_F( Control, dropsAClientThatGoesWhileItsAnswerWaits ) {
       ControlSocket client( path_ );
       client.send( R"({"command":"wait"})"
                    "\n" );
-      Test::runUntil( [ this ] { return bool( wake_ ); } );
+      ::Test::runUntil( [ this ] { return bool( wake_ ); } );
    }
    wake_();
-   Test::runUntil( [ this ] { return server_->clients() == 0; } );
+   ::Test::runUntil( [ this ] { return server_->clients() == 0; } );
    wake_();
 }
 
 TEST_F( Control, makesRoomForANewClientByClosingTheOneThatIsIdleForLongest ) {
    ControlSocket first( path_ );
-   Test::runUntil( [ this ] { return server_->clients() == 1; } );
+   ::Test::runUntil( [ this ] { return server_->clients() == 1; } );
    ControlSocket second( path_ ), third( path_ );
-   Test::runUntil( [ this ] { return server_->clients() == 3; } );
+   ::Test::runUntil( [ this ] { return server_->clients() == 3; } );
    ControlSocket fourth( path_ );
    EXPECT_EQ( fourth.ask( { { "command", "many" }, { "rows", 1 } } ).size(), 2u );
    EXPECT_TRUE( first.closed() );

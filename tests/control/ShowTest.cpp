@@ -28,7 +28,7 @@ class Shows : public testing::Test {
       router_.route( "10.1.0.0/16", 2, 1 );
       router_.settle();
       EXPECT_EQ( server_.open( directory_.path( "control" ) ), "" );
-      client_ = std::make_unique< Test::ControlSocket >( directory_.path( "control" ) );
+      client_ = std::make_unique< ::Test::ControlSocket >( directory_.path( "control" ) );
    }
 
    std::vector< Json > ask( const char * request ) { return client_->ask( Json::parse( request ) ); }
@@ -46,10 +46,10 @@ class Shows : public testing::Test {
       return error[ "code" ].get< std::string >() + ": " + error[ "message" ].get< std::string >();
    }
 
-   Test::Directory directory_;
-   Test::TestRouter router_;
+   ::Test::Directory directory_;
+   ::Test::TestRouter router_;
    Host::ControlServer server_{ router_, Host::CommandTable::all() };
-   std::unique_ptr< Test::ControlSocket > client_;
+   std::unique_ptr< ::Test::ControlSocket > client_;
 };
 
 TEST_F( Shows, fibListsTheRoutesThatAreInTheDataPlaneInOrder ) {

@@ -2,6 +2,8 @@
 
 #include "StateAcl.h"
 #include "StateIpNat.h"
+#include "StateIpsec.h"
+#include "StateRouting.h"
 #include "StateSystem.h"
 #include "VexManagementSm.h"
 
