@@ -41,8 +41,6 @@ Spread spreadOfPart( const std::vector< Sample > & samples, Part part ) {
    return spreadOf( values );
 }
 
-std::string ratio( double value ) { return value > 0 ? fmt::format( "{:.2f}", value ) : "-"; }
-
 } // namespace
 
 double quantile( std::vector< double > values, double part ) {
@@ -72,29 +70,46 @@ void Report::figure( const std::string & what, const std::string & unit, double 
    figures_.push_back( { what, unit, { value } } );
 }
 
-const Report::Row * Report::find( Key key, Way way ) const {
-   key.way = way;
+std::optional< double > Report::each( const Key & key ) const {
    const auto at = rows_.find( key );
-   return at == rows_.end() ? nullptr : &at->second;
+   if ( at == rows_.end() ) return std::nullopt;
+   return spreadOfPart( at->second.samples, &Sample::wall ).median / double( at->second.operations );
+}
+
+std::optional< double > Report::alone( const Key & key ) const {
+   const auto at = latencies_.find( key );
+   if ( at == latencies_.end() ) return std::nullopt;
+   return spreadOf( at->second.medians ).median;
+}
+
+std::optional< double > Report::figure( const std::string & what ) const {
+   for ( const auto & figure : figures_ )
+      if ( figure.what == what ) return spreadOf( figure.values ).median;
+   return std::nullopt;
+}
+
+std::size_t Report::operations( const Key & key ) const {
+   const auto at = rows_.find( key );
+   return at == rows_.end() ? 0 : at->second.operations;
 }
 
 void Report::printRow( const Key & key, const Row & row ) const {
    const auto wall = spreadOfPart( row.samples, &Sample::wall );
+   const double mine = *each( key );
    // How many times as long as the floor it took, and how many times as fast as the kernel it was.
-   const auto comparedTo = [ & ]( Way way, bool speed ) {
-      const auto * other = key.way == Way::agent || key.way == way ? nullptr : find( key, way );
-      if ( other == nullptr ) return 0.0;
-      const double mine = wall.median / double( row.operations );
-      const double others = spreadOfPart( other->samples, &Sample::wall ).median / double( other->operations );
-      return speed ? others / mine : mine / others;
+   const auto comparedTo = [ & ]( Way way ) {
+      const bool comparable = key.way != Way::agent && key.way != way && key.way != Way::kernel;
+      return comparable ? each( { key.phase, key.sorted, way } ) : std::nullopt;
    };
+   const auto floor = comparedTo( Way::floor );
+   const auto kernel = comparedTo( Way::kernel );
    fmt::print( "{:<37}{:<9}{:<12}{:>9}{:>10.1f}{:>10.1f}{:>10.1f}{:>12.0f}{:>9.3f}{:>9.0f}{:>9.0f}{:>8}{:>9}\n",
                nameOf( key.phase ), key.sorted ? "sorted" : "shuffled", nameOf( key.way ), row.operations,
                wall.min * 1e3, wall.median * 1e3, wall.max * 1e3, double( row.operations ) / wall.median,
                wall.median * 1e6 / double( row.operations ), spreadOfPart( row.samples, &Sample::cpuHere ).median * 1e3,
                spreadOfPart( row.samples, &Sample::cpuThere ).median * 1e3,
-               key.way == Way::kernel ? "-" : ratio( comparedTo( Way::floor, false ) ),
-               ratio( comparedTo( Way::kernel, true ) ) );
+               floor ? fmt::format( "{:.2f}", mine / *floor ) : "-",
+               kernel ? fmt::format( "{:.2f}", *kernel / mine ) : "-" );
 }
 
 void Report::printLatencies() const {

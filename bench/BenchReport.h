@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,12 @@ class Report {
    void figure( const std::string & what, const std::string & unit, double value );
    void note( const std::string & text ) { notes_.push_back( text ); }
 
+   // The median; nothing where it was not measured. Seconds for one operation, seconds alone, and other figures.
+   std::optional< double > each( const Key & key ) const;
+   std::optional< double > alone( const Key & key ) const;
+   std::optional< double > figure( const std::string & what ) const;
+   std::size_t operations( const Key & key ) const;
+
    void print() const;
 
  private:
@@ -63,7 +70,6 @@ class Report {
       std::string what, unit;
       std::vector< double > values;
    };
-   const Row * find( Key key, Way way ) const;
    void printRow( const Key & key, const Row & row ) const;
    void printLatencies() const;
    void printFigures() const;

@@ -4,6 +4,7 @@
 #include "BenchProcess.h"
 #include "BenchReport.h"
 #include "BenchScenario.h"
+#include "BenchTargets.h"
 #include "BenchVerify.h"
 #include "VexGrpcChannel.h"
 
@@ -18,7 +19,7 @@ using namespace Bench;
 
 struct Options {
    Sizes sizes;
-   int runs = 5;
+   int runs = 3;
    bool quick = false;
 };
 
@@ -33,7 +34,6 @@ class Benchmark {
       for ( int n = 0; n < options_.runs && kernelReason_.empty(); ++n ) eachOrder( "kernel", n, &Benchmark::kernel );
       if ( !kernelReason_.empty() ) report_.note( "The kernel could not be measured: " + kernelReason_ + "." );
       for ( int n = 0; n < options_.runs; ++n ) eachOrder( "agent alone", n, &Benchmark::agentAlone );
-      dataPlane_.emplace();
       for ( int n = 0; n < options_.runs; ++n ) {
          eachOrder( "end to end", n, &Benchmark::endToEnd );
          eachOrder( "floor", n, &Benchmark::floor );
@@ -41,7 +41,10 @@ class Benchmark {
       }
       for ( int n = 0; n < options_.runs; ++n ) recovery( n );
    }
-   void print() const { report_.print(); }
+   void print() const {
+      report_.print();
+      printTargets( report_ );
+   }
 
  private:
    void eachOrder( const char * what, int n, void ( Benchmark::*measure )( const Order & ) ) {
@@ -62,12 +65,13 @@ class Benchmark {
       const auto before = allocated();
       measure( doer, Way::agent, order, [ & ]( Phase phase ) {
          if ( phase == Phase::add )
-            report_.figure( fmt::format( "library, {}", orderName( order ) ), "bytes a route",
+            report_.figure( libraryMemory( order.sorted() ), "bytes a route",
                             double( allocated() - before ) / double( sizes_.routes ) );
       } );
    }
 
    void endToEnd( const Order & order ) {
+      dataPlane_.emplace();
       HelperDoer doer( order, channel() );
       measure( doer, Way::endToEnd, order, [ & ]( Phase phase ) {
          if ( phase != Phase::add ) return;
@@ -78,6 +82,7 @@ class Benchmark {
    }
 
    void fed( const Order & order ) {
+      dataPlane_.emplace();
       FedDoer doer( order, channel() );
       measure( doer, Way::fed, order, [ & ]( Phase phase ) {
          if ( phase == Phase::add || phase == Phase::change )
@@ -87,24 +92,25 @@ class Benchmark {
 
    void floor( const Order & order ) {
       const Recording recording( order, sizes_ );
+      dataPlane_.emplace();
       FloorDoer doer( recording, channel() );
       measure( doer, Way::floor, order, []( Phase ) {} );
    }
 
    void recovery( int n ) {
       progress( fmt::format( "recovery, {} of {}", n + 1, options_.runs ) );
+      dataPlane_.emplace();
       FedDoer doer( shuffled_, channel() );
       runPhase( doer, Phase::add, sizes_.routes );
       dataPlane_->kill();
       const auto start = Clock::now();
       dataPlane_->start();
       doer.restart( channel() );
-      report_.figure( "data plane killed, from its restart until acknowledged", "ms", secondsSince( start ) * 1e3 );
+      report_.figure( recoveryAcknowledged, "ms", secondsSince( start ) * 1e3 );
       verify( dataPlane_->address(), shuffled_, doer.adjacencyOf() );
-      report_.figure( "data plane killed, from its restart until verified", "ms", secondsSince( start ) * 1e3 );
+      report_.figure( recoveryVerified, "ms", secondsSince( start ) * 1e3 );
    }
 
-   // A session of its own, which the data plane starts from nothing.
    Gant::Ptr< Vex::Channel > channel() const { return Gant::make< Vex::GrpcChannel >( dataPlane_->address() ); }
 
    template < typename After >
@@ -145,6 +151,7 @@ class Benchmark {
    const Order sorted_;
    Report report_;
    std::string kernelReason_;
+   // A new one for each measurement, so that none finds the memory of another.
    std::optional< DataPlane > dataPlane_;
 };
 
