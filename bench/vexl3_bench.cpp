@@ -11,6 +11,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <set>
 #include <stdexcept>
 
 namespace {
@@ -21,7 +22,12 @@ struct Options {
    Sizes sizes;
    int runs = 3;
    bool quick = false;
+   // Of parts; all, when empty.
+   std::set< std::string > only;
+   bool wanted( const char * part ) const { return only.empty() || only.contains( part ); }
 };
+
+const std::set< std::string > parts{ "kernel", "agent", "end-to-end", "floor", "fed", "recovery" };
 
 class Benchmark {
  public:
@@ -31,11 +37,11 @@ class Benchmark {
 
    void run() {
       // In children of this process, while it has one thread.
-      for ( int n = 0; n < options_.runs && kernelReason_.empty(); ++n ) eachOrder( "kernel", n, &Benchmark::kernel );
+      for ( int n = 0; n < options_.runs; ++n ) eachOrder( "kernel", n, &Benchmark::kernel );
       if ( !kernelReason_.empty() ) report_.note( "The kernel could not be measured: " + kernelReason_ + "." );
-      for ( int n = 0; n < options_.runs; ++n ) eachOrder( "agent alone", n, &Benchmark::agentAlone );
+      for ( int n = 0; n < options_.runs; ++n ) eachOrder( "agent", n, &Benchmark::agentAlone );
       for ( int n = 0; n < options_.runs; ++n ) {
-         eachOrder( "end to end", n, &Benchmark::endToEnd );
+         eachOrder( "end-to-end", n, &Benchmark::endToEnd );
          eachOrder( "floor", n, &Benchmark::floor );
          eachOrder( "fed", n, &Benchmark::fed );
       }
@@ -47,10 +53,16 @@ class Benchmark {
    }
 
  private:
-   void eachOrder( const char * what, int n, void ( Benchmark::*measure )( const Order & ) ) {
-      progress( fmt::format( "{}, {} of {}", what, n + 1, options_.runs ) );
+   void eachOrder( const char * part, int n, void ( Benchmark::*measure )( const Order & ) ) {
+      if ( !begins( part, n ) ) return;
       ( this->*measure )( shuffled_ );
       ( this->*measure )( sorted_ );
+   }
+
+   bool begins( const char * part, int n ) const {
+      if ( !options_.wanted( part ) ) return false;
+      progress( fmt::format( "{}, {} of {}", part, n + 1, options_.runs ) );
+      return true;
    }
 
    void kernel( const Order & order ) {
@@ -98,7 +110,7 @@ class Benchmark {
    }
 
    void recovery( int n ) {
-      progress( fmt::format( "recovery, {} of {}", n + 1, options_.runs ) );
+      if ( !begins( "recovery", n ) ) return;
       dataPlane_.emplace();
       FedDoer doer( shuffled_, channel() );
       runPhase( doer, Phase::add, sizes_.routes );
@@ -162,9 +174,10 @@ int main( int argc, char ** argv ) {
    CLI::App app( "Measures the agent, the way to the data plane, and the kernel beside them." );
    app.add_option( "--routes", options.sizes.routes, "IPv4 prefixes" )->check( CLI::Range( 1000, 4000000 ) );
    app.add_option( "--runs", options.runs, "how often everything is done" )->check( CLI::Range( 1, 100 ) );
+   app.add_option( "--only", options.only, "these parts of the work" )->check( CLI::IsMember( parts ) );
    app.add_flag( "--quick", options.quick, "one run with 20,000 routes: shows that it works, and measures little" );
    CLI11_PARSE( app, argc, argv );
-   if ( options.quick ) options = { { 20000, 500, 100 }, 1, true };
+   if ( options.quick ) options = { { 20000, 500, 100 }, 1, true, options.only };
    try {
       Benchmark benchmark( options );
       benchmark.run();
