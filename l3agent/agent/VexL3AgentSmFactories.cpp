@@ -81,7 +81,7 @@ AGENT_OWNED( VexL3Unicast::AdjHelper, adjHelper, AdjHelper ) {
 }
 
 AGENT_OWNED( Hul::L2AdjHelper, hulL2AdjHelper, HulL2AdjHelper ) {
-   const auto helper = Gant::make< Hul::L2AdjHelper >( Hul::L2AdjHelper::Args{
+   auto helper = Gant::make< Hul::L2AdjHelper >( Hul::L2AdjHelper::Args{
         .vexcsd = vexcsd(),
         .hulL3Config = hulL3Config(),
         .hulL3Status = hulL3Status(),
