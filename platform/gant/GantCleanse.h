@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstring>
+#include <memory>
 #include <string>
 
 namespace Gant {
@@ -9,9 +10,29 @@ namespace Gant {
 inline void cleanse( void * bytes, size_t size ) { explicit_bzero( bytes, size ); }
 
 // The string is empty afterwards.
-inline void cleanse( std::string & bytes ) {
+template < typename Allocator >
+void cleanse( std::basic_string< char, std::char_traits< char >, Allocator > & bytes ) {
    cleanse( bytes.data(), bytes.size() );
    bytes.clear();
 }
+
+// Overwrites what it gives back.
+template < typename T >
+class CleansingAllocator {
+ public:
+   using value_type = T;
+   CleansingAllocator() = default;
+   template < typename U >
+   explicit CleansingAllocator( const CleansingAllocator< U > & ) {}
+   T * allocate( size_t n ) { return std::allocator< T >().allocate( n ); }
+   void deallocate( T * at, size_t n ) {
+      cleanse( at, n * sizeof( T ) );
+      std::allocator< T >().deallocate( at, n );
+   }
+   friend bool operator==( const CleansingAllocator &, const CleansingAllocator & ) { return true; }
+};
+
+// Bytes among which may be secrets: no copy stays behind when they grow or go.
+using CleansedString = std::basic_string< char, std::char_traits< char >, CleansingAllocator< char > >;
 
 } // namespace Gant
