@@ -70,12 +70,15 @@ bool someIpv4( const Kynet::IpGenAddr & addr ) { return addr.af() == Kynet::Addr
 String wrongPackets( const SecurityAssociation & sa ) {
    constexpr U8 esp = 50;
    constexpr U16 inet = 2;
+   constexpr U32 replayWindowMax = 4096; // the data plane's
    const auto & id = sa.sakey().id();
    // Those from 1 to 255 are kept for later use (RFC 4303, 2.1).
    if ( id.spi() < 256 ) return "SPIs below 256 are reserved";
    if ( id.proto() != esp ) return textsOf( "protocol ", id.proto(), " is not ESP" );
    if ( sa.sakey().family() != inet || !someIpv4( sa.saddr() ) || !someIpv4( id.daddr() ) )
       return textsOf( "no two IPv4 addresses: ", sa.saddr(), " and ", id.daddr() );
+   if ( sa.replay_window() > replayWindowMax )
+      return textsOf( "replay window of ", sa.replay_window(), " packets, more than ", replayWindowMax );
    if ( sa.encapType() > 1 ) return textsOf( "encapsulation type ", sa.encapType(), " is unknown" );
    if ( sa.encapType() == 1 && ( sa.encapSrcPort() == 0 || sa.encapDstPort() == 0 ) )
       return "UDP encapsulation without ports";
@@ -89,14 +92,26 @@ String wrongSa( const char * direction, const SecurityAssociation & sa ) {
    return textsOf( direction, " SA ", Gant::format( "0x%08x", sa.sakey().id().spi() ), ": ", why );
 }
 
-String wrongSas( const Connection & connection ) {
+// A packet that comes in is known by these.
+using InboundIds = Gant::OrderedMap< SaId, Gant::Name >;
+
+InboundIds inboundIdsBesides( const ConnectionKey & key, const ConnectionTable & table ) {
+   InboundIds ids;
+   for ( const auto & [ otherKey, other ] : table.connectionIterator() )
+      if ( otherKey != key )
+         for ( const auto & sa : other.inSaq() ) ids.emplace( sa.sakey().id(), other.name() );
+   return ids;
+}
+
+String wrongSas( const Connection & connection, InboundIds inboundIds ) {
    if ( connection.outSa() )
       if ( auto why = wrongSa( "outbound", *connection.outSa() ); !why.empty() ) return why;
-   Gant::OrderedSet< SaId > ids;
    for ( const auto & sa : connection.inSaq() ) {
       if ( auto why = wrongSa( "inbound", sa ); !why.empty() ) return why;
-      if ( !ids.insert( sa.sakey().id() ).second )
-         return textsOf( "two inbound SAs ", Gant::format( "0x%08x", sa.sakey().id().spi() ) );
+      const auto [ at, added ] = inboundIds.emplace( sa.sakey().id(), connection.name() );
+      if ( !added )
+         return textsOf( "inbound SA ", Gant::format( "0x%08x", sa.sakey().id().spi() ), " is one of ", at->second,
+                         " already" );
    }
    return "";
 }
@@ -136,7 +151,7 @@ String wrong( const ConnectionKey & key, const Connection & connection, const Ch
    if ( auto why = wrongKeyOrName( key, connection, scope, replacing ); !why.empty() ) return why;
    for ( const auto intfId : connection.intfList() )
       if ( auto why = wrongIntf( key, intfId, scope ); !why.empty() ) return why;
-   return wrongSas( connection );
+   return wrongSas( connection, inboundIdsBesides( key, *scope.connectionTable ) );
 }
 
 } // namespace

@@ -20,7 +20,7 @@ class Scope {
       tunnel( "Tunnel2", TunnelMode::gre() );
       tunnel( "Tunnel3", TunnelMode::greOverIpsec() );
       tunnel( "Tunnel4", TunnelMode::ipsec() );
-      auto other = connection( { "Tunnel4" }, {}, std::nullopt );
+      auto other = connection( { "Tunnel4" }, { 3000 }, std::nullopt );
       other.nameIs( "site-a" );
       scope.connectionTable = connections;
       scope.allVrfStatusLocal = vrfs;
@@ -109,6 +109,7 @@ const SaCase saCases[] = {
           gcm( sa, 96 );
           auth( sa, "sha1", authSecret, 160 );
        } },
+     { "0x00001000: replay window of 5000 packets, more than 4096", []( auto & sa ) { sa.replay_windowIs( 5000 ); } },
      { "0x00001000: UDP encapsulation without ports", []( auto & sa ) { encap( sa, 1, 0, 4500 ); } },
      { "0x00001000: encapsulation type 2 is unknown", []( auto & sa ) { encap( sa, 2, 4500, 4500 ); } },
 };
@@ -157,7 +158,10 @@ TEST( IpsecCheck, aConnectionThatFitsNothingIsRefusedByItsName ) {
         { "tunnel Tunnel1 has mode ipsec, not greOverIpsec", connectionKey( 5, EncapIdType::IpsecGre() ), usual() },
         { "", connectionKey( 5, EncapIdType::IpsecGre() ), connection( { "Tunnel3" }, {}, std::nullopt ) },
         { "tunnel Tunnel4 is that of site-a", connectionKey( 5 ), connection( { "Tunnel4" }, {}, std::nullopt ) },
-        { "two inbound SAs 0x00001388", connectionKey( 5 ), connection( {}, { 5000, 5000 }, std::nullopt ) },
+        { "inbound SA 0x00001388 is one of site-b already", connectionKey( 5 ),
+          connection( {}, { 5000, 5000 }, std::nullopt ) },
+        { "inbound SA 0x00000bb8 is one of site-a already", connectionKey( 5 ),
+          connection( {}, { 3000 }, std::nullopt ) },
    };
    for ( const auto & [ reason, key, wanted, replacing ] : cases ) {
       const auto prefix = "IPsec connection " + wanted.name() + ": ";
