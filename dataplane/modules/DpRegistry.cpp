@@ -7,9 +7,12 @@
 #include "DpIp4IpsecTun.h"
 #include "DpIpInput.h"
 #include "DpIpOutput.h"
+#include "DpKyAcl.h"
+#include "DpKyAclDb.h"
 #include "DpMcastFib.h"
 #include "DpNextHop.h"
 #include "DpNhResolve.h"
+#include "DpPolicyQos.h"
 #include "DpPorts.h"
 #include "DpTrap.h"
 
@@ -22,8 +25,9 @@ std::span< const ModuleClass * const > moduleClasses() {
       std::vector< const ModuleClass * > all = {
            &EtherClassify::moduleClass(), &FibIpv4::moduleClass(),      &ForUsClassifyIpv4::moduleClass(),
            &Ip4GreTun::moduleClass(),     &Ip4IpsecTun::moduleClass(),  &IpInput::moduleClass(),
-           &IpOutput::moduleClass(),      &McastFibIpv4::moduleClass(), &McastFibIpv6::moduleClass(),
-           &NextHop::moduleClass(),       &NhResolve::moduleClass(),    &PortRx::moduleClass(),
+           &IpOutput::moduleClass(),      &KyAcl::moduleClass(),        &KyAclDb::moduleClass(),
+           &McastFibIpv4::moduleClass(),  &McastFibIpv6::moduleClass(), &NextHop::moduleClass(),
+           &NhResolve::moduleClass(),     &PolicyQos::moduleClass(),    &PortRx::moduleClass(),
            &PortRxCp::moduleClass(),      &PortTx::moduleClass(),       &PortTxCp::moduleClass(),
            &Trap::moduleClass(),
       };
