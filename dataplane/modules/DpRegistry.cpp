@@ -7,6 +7,7 @@
 #include "DpIp4IpsecTun.h"
 #include "DpIpInput.h"
 #include "DpIpOutput.h"
+#include "DpIpsecManagement.h"
 #include "DpKyAcl.h"
 #include "DpKyAclDb.h"
 #include "DpMcastFib.h"
@@ -23,12 +24,25 @@ namespace Vexdp {
 std::span< const ModuleClass * const > moduleClasses() {
    static const auto classes = [] {
       std::vector< const ModuleClass * > all = {
-           &EtherClassify::moduleClass(), &FibIpv4::moduleClass(),      &ForUsClassifyIpv4::moduleClass(),
-           &Ip4GreTun::moduleClass(),     &Ip4IpsecTun::moduleClass(),  &IpInput::moduleClass(),
-           &IpOutput::moduleClass(),      &KyAcl::moduleClass(),        &KyAclDb::moduleClass(),
-           &McastFibIpv4::moduleClass(),  &McastFibIpv6::moduleClass(), &NextHop::moduleClass(),
-           &NhResolve::moduleClass(),     &PolicyQos::moduleClass(),    &PortRx::moduleClass(),
-           &PortRxCp::moduleClass(),      &PortTx::moduleClass(),       &PortTxCp::moduleClass(),
+           &EtherClassify::moduleClass(),
+           &FibIpv4::moduleClass(),
+           &ForUsClassifyIpv4::moduleClass(),
+           &Ip4GreTun::moduleClass(),
+           &Ip4IpsecTun::moduleClass(),
+           &IpInput::moduleClass(),
+           &IpOutput::moduleClass(),
+           &IpsecManagement::moduleClass(),
+           &KyAcl::moduleClass(),
+           &KyAclDb::moduleClass(),
+           &McastFibIpv4::moduleClass(),
+           &McastFibIpv6::moduleClass(),
+           &NextHop::moduleClass(),
+           &NhResolve::moduleClass(),
+           &PolicyQos::moduleClass(),
+           &PortRx::moduleClass(),
+           &PortRxCp::moduleClass(),
+           &PortTx::moduleClass(),
+           &PortTxCp::moduleClass(),
            &Trap::moduleClass(),
       };
       std::ranges::sort( all, {}, &ModuleClass::name );
