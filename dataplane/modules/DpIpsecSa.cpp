@@ -3,8 +3,11 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/util/message_differencer.h>
 
+#include <openssl/rand.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <stdexcept>
 #include <vector>
 
 namespace Vexdp {
@@ -131,6 +134,13 @@ Outcome checkFields( const Entry & entry ) {
    return requireAtMost( "replay_window", entry.replay_window(), IpsecSa::kMaxReplayWindow );
 }
 
+std::uint64_t randomNumber() {
+   std::uint64_t number = 0;
+   if ( RAND_bytes( reinterpret_cast< unsigned char * >( &number ), sizeof( number ) ) != 1 )
+      throw std::runtime_error( "the crypto library has no random numbers" );
+   return number;
+}
+
 // Field by field: a key that is copied and cleared stays behind in the memory of the copy. All other fields are
 // numbers.
 Entry withoutKeys( const Entry & entry ) {
@@ -161,7 +171,7 @@ Outcome IpsecSa::check( const Entry & entry ) {
 
 IpsecSa::IpsecSa( const Entry & entry ) :
      replay( entry.replay_window() ), entry_( withoutKeys( entry ) ), cipherKey_( entry.crypto_info() ),
-     authKey_( entry.auth_info() ) {}
+     authKey_( entry.auth_info() ), ivStart_( randomNumber() ) {}
 
 bool IpsecSa::is( const Entry & entry ) const {
    return google::protobuf::util::MessageDifferencer::Equals( entry_, withoutKeys( entry ) ) &&

@@ -48,6 +48,9 @@ class IpsecSa {
    const Secret & authKey() const { return authKey_; }
    std::size_t icvLen() const;
 
+   // Where the numbers begin that its packets are encrypted under; random.
+   std::uint64_t ivStart() const { return ivStart_; }
+
    // Of the last packet that was sent.
    std::uint32_t sequence = 0;
    ReplayWindow replay;
@@ -56,6 +59,7 @@ class IpsecSa {
    Entry entry_;
    Secret cipherKey_;
    Secret authKey_;
+   std::uint64_t ivStart_;
 };
 
 // "SA 0x00000101: why"

@@ -7,7 +7,9 @@
 #include "DpIp4IpsecTun.h"
 #include "DpIpInput.h"
 #include "DpIpOutput.h"
+#include "DpIpsecIn.h"
 #include "DpIpsecManagement.h"
+#include "DpIpsecOut.h"
 #include "DpKyAcl.h"
 #include "DpKyAclDb.h"
 #include "DpMcastFib.h"
@@ -31,7 +33,11 @@ std::span< const ModuleClass * const > moduleClasses() {
            &Ip4IpsecTun::moduleClass(),
            &IpInput::moduleClass(),
            &IpOutput::moduleClass(),
+           &IpsecDecrypt::moduleClass(),
+           &IpsecEncrypt::moduleClass(),
            &IpsecManagement::moduleClass(),
+           &IpsecTunnelEgress::moduleClass(),
+           &IpsecTunnelIngress::moduleClass(),
            &KyAcl::moduleClass(),
            &KyAclDb::moduleClass(),
            &McastFibIpv4::moduleClass(),

@@ -32,6 +32,11 @@ std::string everything() {
       create mfib6 McastFibIpv6
       create txcp PortTxCp intfname: 'et1'
       create bare IpInput
+      create ipsecManagementModule IpsecManagement max_ipsec_sas: 1024 max_ipsec_policies: 1024
+      create ipsecInTunnelModule IpsecTunnelIngress
+      create ipsecFwd_ IpsecTunnelEgress vrf: 0 encap_id: 7 local_out: 0
+      ipsecManagementModule initVirtDevice crypto_dev_name: 'crypto_openssl' max_nb_queue_pairs: 128 max_nb_sessions: 2048 socket_id: -1
+      ipsecManagementModule initVirtDevice crypto_dev_name: 'crypto_null' max_nb_queue_pairs: 128 max_nb_sessions: 2048
       create aclIn KyAcl ingress: true intf_id: 1
       create kyAclDb KyAclDb
       create PQos_Rx_et1 PolicyQos ingress: true policy_version: 3

@@ -7,6 +7,9 @@
 #include "google/rpc/error_details.pb.h"
 #include "vex/ipsec.pb.h"
 
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+
 namespace {
 
 using namespace DpTest;
@@ -231,6 +234,243 @@ TEST( IpsecManagement, aKeyIsToldByItsLengthAlone ) {
    EXPECT_EQ( cause.metadata().at( "action" ), "updateIpsecSAs" );
    EXPECT_EQ( object.resource_type(), "IpsecManagement" );
    EXPECT_EQ( object.description(), "SA 0x00000101: crypto_info has 16 bytes instead of the 32 of 256 bits" );
+}
+
+// A tunnel out, and the way back in, of connection 7 in VRF 0 with the same associations in both directions.
+class Ipsec : public testing::Test {
+ protected:
+   Ipsec() {
+      router.set( R"(
+         create mgmt IpsecManagement
+         mgmt initVirtDevice crypto_dev_name: 'crypto_openssl' max_nb_queue_pairs: 1 max_nb_sessions: 10
+         mgmt initVirtDevice crypto_dev_name: 'crypto_null' max_nb_queue_pairs: 1 max_nb_sessions: 10
+         create out IpsecTunnelEgress vrf: 0 encap_id: 7 local_out: 0
+         create own IpsecTunnelEgress vrf: 0 encap_id: 7 local_out: 1
+         create in IpsecTunnelIngress
+         create decrypt IpsecDecrypt
+         create encrypt IpsecEncrypt
+         connect out:0 IpInput_et1:0
+         connect own:0 IpInput_et1:0
+         connect in:0 IpInput_et1:0
+         connect decrypt:0 IpInput_et1:0
+         connect encrypt:0 IpInput_et1:0
+      )" );
+      for ( const auto * gate : { "out:0", "own:0", "in:0", "decrypt:0", "encrypt:0" } ) router.tap( gate );
+   }
+
+   void associate( const std::string & entries ) {
+      router.set( update( entries, "vrf: 0 encap_id: 7 sa_direction: 0" ) + update( entries ) );
+   }
+   // What leaves the module; nothing when it drops the packet.
+   std::optional< Bytes > through( const std::string & module, Packet packet ) {
+      auto & tapped = router.tapped( module + ":0" );
+      tapped.clear();
+      router.run( module, std::move( packet ) );
+      return tapped.empty() ? std::nullopt : std::optional( tapped.front() );
+   }
+   static Packet packetOf( const Bytes & bytes ) {
+      Packet packet( bytes.size() );
+      std::ranges::copy( bytes, packet.data() );
+      return packet;
+   }
+   Bytes sealed( const std::string & described = kTransit ) {
+      return through( "out", Router::described( described ) ).value_or( Bytes() );
+   }
+   std::uint32_t sequenceOf( const Bytes & sealed ) { return get32( &sealed.at( 24 ) ); }
+
+   static constexpr const char * kTransit = "src: @10.9.0.1 dst: @10.3.0.7 proto: 17 sport: 1 dport: 2 dscp: 10";
+   Router router;
+};
+
+TEST_F( Ipsec, whatGoesOutComesBackWithEveryAlgorithmModeAndLength ) {
+   const Fields transport = { { "flags", "2" } };
+   const Fields udp = { { "encap_type", "1" }, { "encap_src_port", "4500" }, { "encap_dst_port", "4501" } };
+   const Fields aes256 = { { "crypto_info", "'0123456789ABCDEF0123456789ABCDEF'" }, { "crypto_info_len", "256" } };
+   const Fields gcm256 = gcm( { { "crypto_info", "'0123456789ABCDEF0123456789ABCDEFSalt'" },
+                                { "crypto_info_len", "288" },
+                                { "icv_len", "8" } } );
+   for ( const auto & algorithms : { Fields(), aes256, gcm(), gcm256, kNullWithSha256 } ) {
+      for ( const bool inTransport : { false, true } ) {
+         for ( const bool inUdp : { false, true } ) {
+            Fields fields = algorithms;
+            if ( inTransport ) fields.insert( transport.begin(), transport.end() );
+            if ( inUdp ) fields.insert( udp.begin(), udp.end() );
+            associate( entry( fields ) );
+            for ( unsigned length = 28; length < 64; ++length ) {
+               const auto request = fmt::format( "{} length: {}", kTransit, length );
+               const auto bytes = sealed( request );
+               ASSERT_GT( bytes.size(), length );
+               // The front is a right IPv4 header, and nothing behind it is of the inner packet.
+               const auto front = decodedIpv4( bytes );
+               const auto way =
+                    inTransport ? "10.9.0.1 > 10.3.0.7 ttl 63 tos 40" : "192.0.2.1 > 192.0.2.2 ttl 64 tos 40";
+               EXPECT_TRUE( front.starts_with( fmt::format( "{} len {} | ", way, bytes.size() ) ) ) << front;
+               EXPECT_EQ( bytes[ 9 ], inUdp ? 17 : 50 );
+               if ( inUdp ) {
+                  EXPECT_EQ( get32( &bytes[ 20 ] ), 4500u << 16 | 4501u );
+               }
+               // In transport mode the association's address is what is looked up.
+               auto back = packetOf( bytes );
+               if ( inTransport ) {
+                  put32( back.data() + 16, ip( "192.0.2.2" ) );
+                  Ipv4Header::of( back )->checksumRenew();
+               }
+               const auto opened = through( "in", std::move( back ) );
+               ASSERT_TRUE( opened ) << entry( fields );
+               const auto to = inTransport ? "192.0.2.2" : "10.3.0.7";
+               auto expected = Router::described( request );
+               Ipv4Header::of( expected )->ttlDecrement();
+               put32( expected.data() + 16, ip( to ) );
+               Ipv4Header::of( expected )->checksumRenew();
+               EXPECT_EQ( *opened, Bytes( expected.data(), expected.data() + expected.size() ) );
+            }
+         }
+      }
+   }
+}
+
+// Read by hand, from the formats of RFC 4303, 3602, 2404 and 4106.
+TEST_F( Ipsec, thePacketIsWhatAnotherImplementationReads ) {
+   const auto inner = [] {
+      auto packet = Router::described( kTransit );
+      Ipv4Header::of( packet )->ttlDecrement();
+      return Bytes( packet.data(), packet.data() + packet.size() );
+   }();
+   const auto decrypted = []( const EVP_CIPHER * cipher, const Bytes & iv, const std::uint8_t * at, std::size_t len ) {
+      auto * context = EVP_CIPHER_CTX_new();
+      Bytes plain( len );
+      int n = 0;
+      EVP_DecryptInit_ex( context, cipher, nullptr, reinterpret_cast< const std::uint8_t * >( kCipherKey ), iv.data() );
+      EVP_CIPHER_CTX_set_padding( context, 0 );
+      EVP_DecryptUpdate( context, plain.data(), &n, at, int( len ) );
+      EVP_CIPHER_CTX_free( context );
+      return plain;
+   };
+
+   associate( entry() );
+   auto bytes = sealed();
+   // 20 outer, 8 ESP, 16 IV, 32 of 28 and trailer, 12 ICV
+   ASSERT_EQ( bytes.size(), 88u );
+   EXPECT_EQ( get32( &bytes[ 20 ] ), 257u );
+   EXPECT_EQ( get32( &bytes[ 24 ] ), 1u );
+   auto plain = decrypted( EVP_aes_128_cbc(), Bytes( &bytes[ 28 ], &bytes[ 44 ] ), &bytes[ 44 ], 32 );
+   EXPECT_EQ( Bytes( plain.begin(), plain.begin() + 28 ), inner );
+   EXPECT_EQ( Bytes( plain.begin() + 28, plain.end() ), ( Bytes{ 1, 2, 2, 4 } ) );
+   Bytes digest( 20 );
+   HMAC( EVP_sha1(), kAuthKey, 20, &bytes[ 20 ], 56, digest.data(), nullptr );
+   EXPECT_EQ( Bytes( bytes.begin() + 76, bytes.end() ), Bytes( digest.begin(), digest.begin() + 12 ) );
+
+   associate( entry( gcm() ) );
+   bytes = sealed();
+   // 20 outer, 8 ESP, 8 IV, 32 of 28 and trailer, 16 ICV
+   ASSERT_EQ( bytes.size(), 84u );
+   Bytes nonce = { 'S', 'a', 'l', 't' };
+   nonce.insert( nonce.end(), &bytes[ 28 ], &bytes[ 36 ] );
+   plain = decrypted( EVP_aes_128_gcm(), nonce, &bytes[ 36 ], 32 );
+   EXPECT_EQ( Bytes( plain.begin(), plain.begin() + 28 ), inner );
+   EXPECT_EQ( Bytes( plain.begin() + 28, plain.end() ), ( Bytes{ 1, 2, 2, 4 } ) );
+   // The same association anew counts from another place: no nonce comes twice.
+   router.set( "mgmt deleteIpsecSAs vrf: 0 encap_id: 7 sa_direction: 0" );
+   associate( entry( gcm() ) );
+   const auto anew = sealed();
+   EXPECT_EQ( sequenceOf( anew ), 1u );
+   EXPECT_FALSE( std::equal( &anew[ 28 ], &anew[ 36 ], &bytes[ 28 ] ) );
+}
+
+TEST_F( Ipsec, noBytesButTheSendersAreOpened ) {
+   for ( const auto & fields : { Fields(), gcm(), kNullWithSha256 } ) {
+      associate( entry( fields ) );
+      const auto bytes = sealed();
+      for ( std::size_t i = 20; i < bytes.size(); ++i ) {
+         auto changed = bytes;
+         changed[ i ] ^= 0x40;
+         EXPECT_FALSE( through( "in", packetOf( changed ) ) ) << "byte " << i;
+      }
+      for ( std::size_t size = 20; size < bytes.size(); ++size ) {
+         Bytes cut( bytes.begin(), bytes.begin() + std::ptrdiff_t( size ) );
+         put16( &cut[ 2 ], std::uint16_t( size ) );
+         EXPECT_FALSE( through( "in", packetOf( cut ) ) ) << size << " bytes";
+      }
+      EXPECT_TRUE( through( "in", packetOf( bytes ) ) );
+      EXPECT_FALSE( through( "in", packetOf( bytes ) ) ) << "it came twice";
+   }
+}
+
+TEST_F( Ipsec, aPacketMayComeLateButNotTwiceAndNotTooLate ) {
+   associate( entry( { { "replay_window", "4" } } ) );
+   std::vector< Bytes > sent;
+   for ( int i = 0; i < 12; ++i ) sent.push_back( sealed() );
+   const struct {
+      std::uint32_t sequence;
+      bool taken;
+   } cases[] = { { 3, true },  { 1, true },  { 2, true },  { 3, false }, { 5, true },
+                 { 1, false }, { 4, true },  { 2, false }, { 12, true }, { 8, false },
+                 { 9, true },  { 11, true }, { 10, true }, { 9, false }, { 5, false } };
+   for ( const auto & given : cases )
+      EXPECT_EQ( through( "in", packetOf( sent[ given.sequence - 1 ] ) ).has_value(), given.taken ) << given.sequence;
+}
+
+TEST_F( Ipsec, aRekeyTakesTheNewestOutAndBothIn ) {
+   const Fields newer = { { "sa_spi", "258" } };
+   associate( entry() );
+   const auto late = sealed();
+   EXPECT_EQ( sequenceOf( sealed() ), 2u );
+   // Told again, it goes on; a sequence number never comes twice under a key.
+   associate( entry() + entry( newer ) );
+   EXPECT_EQ( get32( &sealed()[ 20 ] ), 258u );
+   EXPECT_EQ( sequenceOf( sealed() ), 2u );
+   EXPECT_TRUE( through( "in", packetOf( late ) ) );
+   associate( entry() + entry( newer ) );
+   EXPECT_FALSE( through( "in", packetOf( late ) ) ) << "an update doesn't forget what has come";
+   EXPECT_EQ( sequenceOf( sealed() ), 3u );
+   // The same SPI with another key is another association.
+   associate( entry( { { "sa_spi", "258" }, { "auth_info", "'Auth-Key-Of-20-bytes'" } } ) );
+   EXPECT_EQ( sequenceOf( sealed() ), 1u );
+   EXPECT_FALSE( through( "in", packetOf( late ) ) );
+}
+
+TEST_F( Ipsec, nothingLeavesInTheClear ) {
+   router.set( R"(
+      create rx PortRx intfname: 'et8'
+      connect rx:0 out:0
+   )" );
+   const auto told = [ this ]( const std::string & more ) {
+      return router.trace( std::string( "intfname: 'et8' " ) + kTransit + more )[ 1 ];
+   };
+   EXPECT_EQ( told( "" ), "out: connection 7 in VRF 0 has no outbound SA" );
+   associate( entry() );
+   const std::string text = "out: SA 0x00000101, tunnel mode, AES-CBC of 128 bits, HMAC-SHA1-96, ESP from 192.0.2.1 to "
+                            "192.0.2.2, sequence {} -> 0";
+   EXPECT_EQ( told( "" ), fmt::format( fmt::runtime( text ), 1 ) );
+   EXPECT_EQ( told( " count: true" ), fmt::format( fmt::runtime( text ), 1 ) ) << "a trace uses up nothing";
+   EXPECT_EQ( told( "" ), fmt::format( fmt::runtime( text ), 2 ) );
+   EXPECT_EQ( told( " ttl: 1" ), "out: the TTL expired" );
+   // The router's own packets keep their TTL.
+   const auto own = through( "own", Router::described( std::string( kTransit ) + " ttl: 1" ) );
+   ASSERT_TRUE( own );
+   EXPECT_TRUE( decodedIpv4( *through( "in", packetOf( *own ) ) ).starts_with( "10.9.0.1 > 10.3.0.7 ttl 1 " ) );
+
+   router.set( "mgmt deleteIpsecSAs vrf: 0 encap_id: 7 sa_direction: 0" );
+   EXPECT_EQ( told( "" ), "out: connection 7 in VRF 0 has no outbound SA" );
+   router.set( "destroy mgmt" );
+   EXPECT_EQ( told( "" ), "out: connection 7 in VRF 0 has no outbound SA" );
+}
+
+TEST_F( Ipsec, betweenHostsOnlyWhatAnAssociationIsForIsProtected ) {
+   associate( entry( { { "flags", "2" } } ) );
+   const auto protectedOnes = Router::described( "src: @192.0.2.1 dst: @192.0.2.2 proto: 6 dport: 80" );
+   const auto other = Router::described( "src: @192.0.2.1 dst: @192.0.2.3 proto: 17 sport: 9 dport: 4500 length: 40" );
+   const auto bytesOf = []( const Packet & packet ) { return Bytes( packet.data(), packet.data() + packet.size() ); };
+   const auto sealedOne = through( "encrypt", protectedOnes );
+   ASSERT_TRUE( sealedOne );
+   EXPECT_EQ( ( *sealedOne )[ 9 ], 50 );
+   EXPECT_EQ( through( "decrypt", packetOf( *sealedOne ) ), bytesOf( protectedOnes ) );
+   EXPECT_EQ( through( "encrypt", other ), bytesOf( other ) );
+   EXPECT_EQ( through( "decrypt", other ), bytesOf( other ) );
+   EXPECT_FALSE( through( "in", other ) );
+   auto fragment = protectedOnes;
+   put16( fragment.data() + 6, 0x2000 );
+   EXPECT_FALSE( through( "encrypt", fragment ) );
 }
 
 } // namespace

@@ -503,6 +503,17 @@ TEST( Modules, anyBytesAtAnyModuleFindAnEnd ) {
       IpOutput_et2 setMtu ip_mtu: 68
       create mfib McastFibIpv6
       create ipsec Ip4IpsecTun tun_id: 1
+      create mgmt IpsecManagement
+      mgmt initVirtDevice crypto_dev_name: 'crypto_openssl' max_nb_queue_pairs: 1 max_nb_sessions: 9
+      mgmt updateIpsecSAs vrf: 0 encap_id: 7 sa_direction: 0 saentries { sa_spi: 257 proto: 50 flags: 1 src_addr: 1 dst_addr: 2 cipher_algorithm: 5 auth_algorithm: 1 crypto_info: '0123456789ABCDEF' crypto_info_len: 128 encap_type: 0 }
+      create espOut IpsecTunnelEgress vrf: 0 encap_id: 7
+      create espIn IpsecTunnelIngress
+      create encrypt IpsecEncrypt
+      create decrypt IpsecDecrypt
+      create db KyAclDb
+      db createAcl acl_id: 1 acl_target: 0 rule { dst_port_lower: 7 dst_port_upper: 9 permit: true } rule { tcp_flag: 2 permit: false }
+      create acl KyAcl
+      acl applyAcl acl_id: 1
       create txcp PortTxCp intfname: 'et1'
    )" );
    std::mt19937 random( 1 );

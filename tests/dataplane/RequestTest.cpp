@@ -384,11 +384,12 @@ TEST( Registry, everyClassIsToldWholeAndByItsOwnName ) {
    bess::pb::ListMclassResponse classes;
    Vexdp::listClasses( classes );
    EXPECT_EQ( Lines( classes.names().begin(), classes.names().end() ),
-              ( Lines{ "EtherClassify", "FibIpv4",   "ForUsClassifyIpv4", "Ip4GreTun",
-                       "Ip4IpsecTun",   "IpInput",   "IpOutput",          "IpsecManagement",
-                       "KyAcl",         "KyAclDb",   "McastFibIpv4",      "McastFibIpv6",
-                       "NextHop",       "NhResolve", "PolicyQos",         "PortRx",
-                       "PortRxCp",      "PortTx",    "PortTxCp",          "Trap" } ) );
+              ( Lines{ "EtherClassify", "FibIpv4",         "ForUsClassifyIpv4", "Ip4GreTun",
+                       "Ip4IpsecTun",   "IpInput",         "IpOutput",          "IpsecDecrypt",
+                       "IpsecEncrypt",  "IpsecManagement", "IpsecTunnelEgress", "IpsecTunnelIngress",
+                       "KyAcl",         "KyAclDb",         "McastFibIpv4",      "McastFibIpv6",
+                       "NextHop",       "NhResolve",       "PolicyQos",         "PortRx",
+                       "PortRxCp",      "PortTx",          "PortTxCp",          "Trap" } ) );
    bess::pb::GetMclassInfoResponse info;
    ASSERT_TRUE( Vexdp::describeClass( "IpOutput", info ).ok() );
    EXPECT_EQ( Lines( info.cmds().begin(), info.cmds().end() ),
