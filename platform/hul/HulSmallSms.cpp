@@ -1,5 +1,4 @@
 // Headers without a source of their own, compiled once on their own.
-#include "HulAclSm.h"
 #include "HulFilteredVrfLists.h"
 #include "HulIntfStatusSm.h"
 #include "HulIpsecConnectionTableSm.h"
@@ -7,5 +6,4 @@
 #include "HulNatSm.h"
 #include "HulNexthopGroup.h"
 #include "HulPrivateVlanLib.h"
-#include "HulQosAclSm.h"
 #include "HulTunnelSm.h"
