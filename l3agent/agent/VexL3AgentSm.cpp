@@ -123,6 +123,10 @@ void AgentSm::handleInitialized() {
    GANT_ASSERT( aclCauseStatus() );
    lookUpAclState();
    aclConfigAggregatorSmIs();
+   aclHelperIs();
+   aclSmIs();
+   qosAclHelperIs();
+   qosAclSmIs();
    staticNatInfoIs();
    attrLogSmIs();
    ipsecHelperIs();
@@ -260,6 +264,8 @@ void AgentSm::hasNotificationActiveIs( bool active ) {
    pass( hulRouteResolverSm() );
    pass( hulTunnelSm() );
    pass( aclConfigAggregatorSm() );
+   pass( aclSm() );
+   pass( qosAclSm() );
    pass( mfaAgent() );
    pass( mfa6Agent() );
    pass( l3Sm() );
@@ -308,6 +314,10 @@ AgentSm::~AgentSm() {
    routingStatusDel();
    staticNatInfoDel();
    aclConfigAggregatorSmDel();
+   aclHelperDel();
+   aclSmDel();
+   qosAclHelperDel();
+   qosAclSmDel();
    routeDbDel();
    ipsecHelperDel();
    mfaAgentDel();

@@ -4,7 +4,8 @@
 //   initialised   initializedIs( true ): state is looked up, tables and helpers stand
 //   processing    maybeStartProcessing(): capabilities are published, the FIB and every state machine stand
 //
-// Phase two needs phase one. The data plane is told nothing before phase two. All of it runs on the thread of the
+// Phase two needs phase one. Before phase two the data plane is told of access lists and policies that are applied,
+// and of nothing else: they stand before the first interface does. All of it runs on the thread of the
 // activity loop, which the host runs. There is no way back but the destructor; a new agent starts from nothing, and is
 // fed again by the layer.
 #pragma once
@@ -38,6 +39,7 @@ namespace Errdisable {
 class CauseStatus;
 }
 namespace Hul {
+class AclSm;
 class AdjReviewEvent;
 class FilteredVrfLists;
 class HulSeqStatusCreatorSm;
@@ -51,6 +53,7 @@ class L3HostStatus;
 class L3Status;
 class MonitoredNexthopSm;
 struct PackedArgs;
+class QosAclSm;
 class ResolvedNexthopGroupStatus;
 class RouteResolverSm;
 class VrfRootSm;
@@ -121,7 +124,9 @@ namespace Tunnel::TunnelTable {
 class EvpnVxlanTunnelTable;
 }
 namespace Vex {
+class AclHelper;
 class ManagementSm;
+class QosAclHelper;
 class VexCommonSmData;
 } // namespace Vex
 namespace VexL3Mcast {
@@ -292,6 +297,10 @@ class AgentSm : public Gant::PtrInterface {
    GANT_ATTR( Gant::Ptr< const HwEpoch::Status >, hwEpochStatus )
    VEXL3_EXPORT void vifStatusCollIs( const Gant::Ptr< const Routing::KernelMfib::StatusColl > & vifStatusColl );
    const Gant::Ptr< const Routing::KernelMfib::StatusColl > & vifStatusColl() const { return vifStatusColl_; }
+   GANT_OWNED( Vex::AclHelper, aclHelper, AclHelper, () )
+   GANT_OWNED( Hul::AclSm, aclSm, AclSm, () )
+   GANT_OWNED( Vex::QosAclHelper, qosAclHelper, QosAclHelper, () )
+   GANT_OWNED( Hul::QosAclSm, qosAclSm, QosAclSm, () )
    // Kept for the host.
    VEXL3_EXPORT void constrainersCreatedIs( bool constrainersCreated );
    bool constrainersCreated() const { return constrainersCreated_; }

@@ -1,6 +1,7 @@
 // Every class of which the agent owns an object. For its sources only.
 #pragma once
 
+#include "HulAclSm.h"
 #include "HulFilteredVrfLists.h"
 #include "HulHelper.h"
 #include "HulIntfStatusSm.h"
@@ -13,6 +14,7 @@
 #include "HulNexthopGroup.h"
 #include "HulPackedArgs.h"
 #include "HulPrivateVlanLib.h"
+#include "HulQosAclSm.h"
 #include "HulRouteReactor.h"
 #include "HulSeqStatus.h"
 #include "HulTunnelSm.h"
@@ -21,11 +23,13 @@
 #include "StateAcl.h"
 #include "StateIpNat.h"
 #include "StateRouting.h"
+#include "VexAclSm.h"
 #include "VexAdjHelper.h"
 #include "VexIpsecHelper.h"
 #include "VexL3AgentSm.h"
 #include "VexL3Sm.h"
 #include "VexMcast.h"
+#include "VexQosAclHelper.h"
 #include "VexRoute4Helper.h"
 #include "VexRoute6Helper.h"
 #include "VexRoutingStatusHelper.h"
