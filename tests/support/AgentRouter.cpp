@@ -71,7 +71,7 @@ RouterAgent::RouterAgent( const RouterState & state ) {
    agent = VexL3Unicast::agentSmFactory(
         1, state.em, state.bridgingConfig, nullptr, nullptr, nullptr, state.routingMounts, nullptr, state.vrfMounts,
         nullptr, nullptr, state.ipsecMounts, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-        state.seqStatusDir, nullptr, nullptr, nullptr, nullptr, vexcsd, nullptr, nullptr, nullptr );
+        state.seqStatusDir, nullptr, nullptr, nullptr, nullptr, vexcsd, state.aclConfig, nullptr, nullptr );
 }
 
 RouterAgent::~RouterAgent() { agent = nullptr; }

@@ -39,6 +39,7 @@ class RouterState {
    Gant::Ptr< Mirel::Fib::RouteStatus > fib = Gant::make< Mirel::Fib::RouteStatus >();
    Gant::Ptr< Mirel::Fib6::RouteStatus > fib6 = Gant::make< Mirel::Fib6::RouteStatus >();
    Gant::Ptr< Gant::Dir > seqStatusDir = Gant::make< Gant::Dir >();
+   Gant::Ptr< Acl::Config > aclConfig; // none: no access lists
    Gant::Ptr< VexL3Unicast::RoutingMounts > routingMounts = VexL3Unicast::routingMountsFactory();
    Gant::Ptr< VexL3Unicast::VrfMounts > vrfMounts = VexL3Unicast::vrfMountsFactory();
    Gant::Ptr< VexL3Unicast::IpsecMounts > ipsecMounts = VexL3Unicast::ipsecMountsFactory();
