@@ -1,10 +1,10 @@
 #include "HulAclSm.h"
 
 #include "HulAclHelper.h"
+#include "HulAclPending.h"
 #include "HulAclSubrules.h"
 #include "HulCommonSmData.h"
 #include "HulPosted.h"
-#include "StateAclCheck.h"
 
 namespace Hul {
 
@@ -70,6 +70,8 @@ Acl::ListKey listOf( const AclKey & key ) { return Acl::ListKey( key.type(), key
 std::array< AclKey, 2 > keysOf( const Acl::ListKey & list ) {
    return { AclKey( list.name(), list.type(), Acl::in, 0 ), AclKey( list.name(), list.type(), Acl::out, 0 ) };
 }
+
+Gant::String objectOf( const Acl::ListKey & list ) { return "access-list " + list.name(); }
 
 Gant::String reasonOf( AclCreateError error ) {
    return error == aclCreateErrorTooManyAcls ? "the data plane has no room for another list" : error.stringValue();
@@ -179,14 +181,11 @@ void AclSm::checkList( const Acl::ListKey & key ) {
    refusals_.erase( key );
    const auto & config = args_.aclConfig->aclConfig( key );
    if ( !config ) return;
-   Gant::String text;
-   for ( const auto & problem : Acl::validate( key, config->entries() ) ) {
-      if ( problem.severity != Acl::Problem::Severity::error ) continue;
-      if ( !text.empty() ) text += "; ";
-      text += problem.object + ": " + problem.text;
-   }
-   if ( key.type() == Acl::mac ) text = "MAC rules match nothing in this data plane, so the list can't be applied";
-   if ( !text.empty() ) listErrors_[ key ] = text;
+   auto errors = errorsOf( Acl::validate( key, config->entries() ) );
+   if ( key.type() == Acl::mac )
+      errors.push_back(
+           { objectOf( key ), "MAC rules match nothing in this data plane, so the list can't be applied" } );
+   if ( !errors.empty() ) listErrors_[ key ] = std::move( errors );
 }
 
 void AclSm::plan( Batch & batch ) {
@@ -254,7 +253,8 @@ AclCreateError AclSm::buildList( const AclData & data, const AclDataPtr & aclDat
    const auto list = listOf( data.key() );
    const auto check = [ & ]( U32 sequence, AclCreateError error ) {
       if ( error != aclCreateErrorNone )
-         listErrors_[ list ] = Gant::textsOf( "sequence ", sequence, " is left out: ", reasonOf( error ) );
+         listErrors_[ list ].push_back(
+              { Gant::textsOf( objectOf( list ), ", sequence ", sequence ), "left out: " + reasonOf( error ) } );
    };
    for ( const auto & [ sequence, entry ] : args_.aclConfig->aclConfig( list )->entries() ) {
       if ( entry.isRemark ) continue;

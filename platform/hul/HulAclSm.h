@@ -119,7 +119,7 @@ class AclSm : public Gant::StateMachine {
    // What the user wants, by list, and what is wrong with it.
    Gant::OrderedMap< Acl::ListKey, IntfAclKeys > wantedBy_;
    Gant::OrderedMap< Acl::IntfAclKey, Gant::String > wanted_;
-   Gant::OrderedMap< Acl::ListKey, Gant::String > listErrors_;
+   Gant::OrderedMap< Acl::ListKey, Pendings > listErrors_;
    Gant::OrderedMap< Acl::ListKey, AclCreateError > refusals_;
    // What the helper was told.
    Gant::OrderedMap< Acl::IntfAclKey, Gant::String > applied_;

@@ -1,10 +1,10 @@
 #include "HulQosAclSm.h"
 
+#include "HulAclPending.h"
 #include "HulAclSubrules.h"
 #include "HulCommonSmData.h"
 #include "HulPosted.h"
 #include "HulQosHelper.h"
-#include "StateAclCheck.h"
 
 #include <algorithm>
 
@@ -160,15 +160,11 @@ bool QosAclSm::check( const Gant::String & policyMap ) {
    errors_.erase( policyMap );
    refusals_.erase( policyMap );
    if ( !args_.qosStatus->policyMapHas( policyMap ) ) return false;
-   Gant::String text;
-   for ( const auto & problem :
-         Qos::validate( policyMap, args_.qosStatus->policyMap( policyMap ), *args_.qosStatus, *args_.aclConfig ) ) {
-      if ( problem.severity != Acl::Problem::Severity::error ) continue;
-      if ( !text.empty() ) text += "; ";
-      text += problem.object + ": " + problem.text;
-   }
-   if ( !text.empty() ) errors_[ policyMap ] = text;
-   return text.empty();
+   auto errors = errorsOf(
+        Qos::validate( policyMap, args_.qosStatus->policyMap( policyMap ), *args_.qosStatus, *args_.aclConfig ) );
+   if ( errors.empty() ) return true;
+   errors_[ policyMap ] = std::move( errors );
+   return false;
 }
 
 void QosAclSm::plan( Batch & batch ) {
@@ -340,7 +336,7 @@ void QosAclSm::program() {
 
 Pendings QosAclSm::pending() const {
    Pendings out;
-   for ( const auto & [ name, text ] : errors_ ) out.push_back( { "policy-map " + name, text } );
+   for ( const auto & [ name, errors ] : errors_ ) out.insert( out.end(), errors.begin(), errors.end() );
    for ( const auto & name : refusals_ )
       out.push_back( { "policy-map " + name, "the data plane has no room for another rule table" } );
    if ( !args_.qosStatus ) return out;

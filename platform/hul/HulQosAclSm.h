@@ -104,7 +104,7 @@ class QosAclSm : public Gant::StateMachine {
    Names changedPolicies_;
    Gant::OrderedSet< Kynet::IntfId > changedIntfs_;
    // What is wrong with what the user wants.
-   Gant::OrderedMap< Gant::String, Gant::String > errors_;
+   Gant::OrderedMap< Gant::String, Pendings > errors_;
    Names refusals_; // no room for them
    // What the helper was told.
    Gant::OrderedMap< Kynet::IntfId, Gant::String > applied_;

@@ -1,4 +1,5 @@
 #include "Engine.h"
+#include "GantTrace.h"
 #include "Rules.h"
 #include "vex/acl.pb.h"
 #include "vex/counter_table.h"

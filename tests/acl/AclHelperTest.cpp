@@ -1,4 +1,5 @@
 #include "Engine.h"
+#include "GantTrace.h"
 #include "Rules.h"
 #include "VexAclSm.h"
 
