@@ -342,9 +342,8 @@ void AclSm::program() {
 
 Pendings AclSm::pending() const {
    Pendings out;
-   for ( const auto & [ list, text ] : listErrors_ ) out.push_back( { "access-list " + list.name(), text } );
-   for ( const auto & [ list, error ] : refusals_ )
-      out.push_back( { "access-list " + list.name(), reasonOf( error ) } );
+   for ( const auto & [ list, errors ] : listErrors_ ) out.insert( out.end(), errors.begin(), errors.end() );
+   for ( const auto & [ list, error ] : refusals_ ) out.push_back( { objectOf( list ), reasonOf( error ) } );
    for ( const auto & [ binding, name ] : wanted_ ) {
       if ( Gant::valueOf( applied_, binding ) == name ) continue;
       const auto object =

@@ -172,7 +172,7 @@ TEST_F( QosRouter, whatIsWrongIsNamedAndWhatWasProgrammedStays ) {
    };
    status->classMapIs( "six",
                        { .matchOption = Qos::ClassMapMatchOption::matchIpv6AccessGroup_, .accessLists = { "web" } } );
-   status->classMapIs( "vlan", { .matchOption = Qos::ClassMapMatchOption::matchVlan_, .vlan = 7 } );
+   status->classMapIs( "vlan", { Qos::ClassMapMatchOption::matchVlan_, {}, 7 } );
    status->classMapIs( "lost", { .accessLists = { "nowhere" } } );
    for ( const auto & c : cases ) {
       status->policyMapIs( "edge", c.policyMap );
