@@ -123,6 +123,10 @@ void AgentSm::handleInitialized() {
    GANT_ASSERT( aclCauseStatus() );
    lookUpAclState();
    aclConfigAggregatorSmIs();
+   aclHelperIs();
+   aclSmIs();
+   qosAclHelperIs();
+   qosAclSmIs();
    natHelperIs();
    staticNatInfoIs();
    nhMapConfigIs();
@@ -283,6 +287,8 @@ void AgentSm::hasNotificationActiveIs( bool active ) {
    pass( natRouteResolverSm() );
    pass( natSm() );
    pass( natLoopbackSm() );
+   pass( aclSm() );
+   pass( qosAclSm() );
    pass( ipsecConnectionTableSm() );
    pass( ipsecGrpcSm() );
    pass( fecVersionSm() );
@@ -347,6 +353,10 @@ AgentSm::~AgentSm() {
    natRouteResolverSmDel();
    natSmDel();
    natLoopbackSmDel();
+   aclHelperDel();
+   aclSmDel();
+   qosAclHelperDel();
+   qosAclSmDel();
    routeDbDel();
    ipsecHelperDel();
    ipsecConnectionTableSmDel();

@@ -311,8 +311,54 @@ AGENT_OWNED( Acl::AclConfigAggregatorSm, aclConfigAggregatorSm, AclConfigAggrega
         Acl::AclConfigAggregatorSm::Args{ aclInputConfig(), aclCliConfig(), aclConfig() } );
 }
 
+AGENT_OWNED( Vex::AclHelper, aclHelper, AclHelper ) {
+   return Gant::make< Vex::AclHelper >( vexcsd(), aclConfig(), aclStatusDp(), counterMirel() );
+}
+
+AGENT_OWNED( Hul::AclSm, aclSm, AclSm ) {
+   const auto sm = Gant::make< Hul::AclSm >( Hul::AclSm::Args{ .vexcsd = vexcsd(),
+                                                               .aclConfig = aclConfig(),
+                                                               .aclParamConfig = aclParamConfig(),
+                                                               .aclIntfConfigDir = aclIntfConfigDir(),
+                                                               .aclIntfConfigCli = aclIntfConfigCli(),
+                                                               .aclHwConfig = aclHwConfig(),
+                                                               .aclStatusDp = aclStatusDp(),
+                                                               .aclCauseStatus = aclCauseStatus(),
+                                                               .lagInputConfig = lagInputConfig(),
+                                                               .aclHelper = aclHelper(),
+                                                               .clock = Gant::activityManager()->config().clock(),
+                                                               .bridgingConfig = bridgingConfig() } );
+   sm->startIs( true );
+   return sm;
+}
+
+AGENT_OWNED( Vex::QosAclHelper, qosAclHelper, QosAclHelper ) {
+   return Gant::make< Vex::QosAclHelper >(
+        mounted( qosMounts(), &QosMounts::qosStatus ), mounted( qosMounts(), &QosMounts::qosAclSliceHwStatus ),
+        aclConfig(), mounted( qosMounts(), &QosMounts::qosAclHwStatus ), vexcsd(), counterMirel() );
+}
+
+AGENT_OWNED( Hul::QosAclSm, qosAclSm, QosAclSm ) {
+   const auto sm = Gant::make< Hul::QosAclSm >(
+        Hul::QosAclSm::Args{ .vexcsd = vexcsd(),
+                             .qosCliCounterConfig = mounted( qosMounts(), &QosMounts::qosCliCounterConfig ),
+                             .qosCounterConfigDir = mounted( qosMounts(), &QosMounts::qosCounterConfigDir ),
+                             .qosStatus = mounted( qosMounts(), &QosMounts::qosStatus ),
+                             .qosHwStatus = mounted( qosMounts(), &QosMounts::qosHwStatus ),
+                             .qosSliceHwStatusDir = mounted( qosMounts(), &QosMounts::qosSliceHwStatusDir ),
+                             .qosAclHwStatus = mounted( qosMounts(), &QosMounts::qosAclHwStatus ),
+                             .qosAclSliceHwStatus = mounted( qosMounts(), &QosMounts::qosAclSliceHwStatus ),
+                             .qosPdpHwCfg = mounted( qosMounts(), &QosMounts::qosPdpHwCfg ),
+                             .hwEpochStatus = hwEpochStatus(),
+                             .aclConfig = aclConfig(),
+                             .qosAclHelper = qosAclHelper(),
+                             .clock = mounted( qosMounts(), &QosMounts::clock ) } );
+   sm->startIs( true );
+   return sm;
+}
+
 AGENT_OWNED( VexL3Unicast::NatHelper, natHelper, NatHelper ) {
-   const auto helper = NatHelperIs( nullptr );
+   const auto helper = NatHelperIs( aclSm() );
    helper->hulL3IntfTableIs( hulL3IntfTable() );
    helper->vexcsdIs( vexcsd() );
    return helper;

@@ -1,6 +1,7 @@
 // Every class of which the agent owns an object. For its sources only.
 #pragma once
 
+#include "HulAclSm.h"
 #include "HulFilteredVrfLists.h"
 #include "HulHelper.h"
 #include "HulIntfStatusSm.h"
@@ -15,6 +16,7 @@
 #include "HulNexthopGroup.h"
 #include "HulPackedArgs.h"
 #include "HulPrivateVlanLib.h"
+#include "HulQosAclSm.h"
 #include "HulRouteReactor.h"
 #include "HulSeqStatus.h"
 #include "HulTunnelSm.h"
@@ -23,6 +25,7 @@
 #include "StateAcl.h"
 #include "StateIpNat.h"
 #include "StateRouting.h"
+#include "VexAclSm.h"
 #include "VexAdjHelper.h"
 #include "VexCommonData.h"
 #include "VexIpsecGrpcSm.h"
@@ -35,6 +38,7 @@
 #include "VexMcast.h"
 #include "VexNatHelper.h"
 #include "VexNatResolver.h"
+#include "VexQosAclHelper.h"
 #include "VexRoute4Helper.h"
 #include "VexRoute6Helper.h"
 #include "VexRoutingStatusHelper.h"

@@ -70,11 +70,11 @@ Mirel::Via viaTo( const char * hop, const char * intfName, U16 weight ) {
 }
 
 RouterAgent::RouterAgent( const RouterState & state ) {
-   agent = VexL3Unicast::agentSmFactory( 1, state.em, state.bridgingConfig, nullptr, nullptr, state.vlanStatusDir,
-                                         state.routingMounts, nullptr, state.vrfMounts, nullptr, nullptr,
-                                         state.ipsecMounts, nullptr, state.fhrpMounts, nullptr, state.portVifStatus,
-                                         state.mcastVifStatus, nullptr, nullptr, state.seqStatusDir, nullptr, nullptr,
-                                         nullptr, state.capacityStatus, vexcsd, nullptr, nullptr, managementSm );
+   agent = VexL3Unicast::agentSmFactory(
+        1, state.em, state.bridgingConfig, nullptr, nullptr, state.vlanStatusDir, state.routingMounts, nullptr,
+        state.vrfMounts, nullptr, nullptr, state.ipsecMounts, nullptr, state.fhrpMounts, nullptr, state.portVifStatus,
+        state.mcastVifStatus, nullptr, nullptr, state.seqStatusDir, nullptr, nullptr, nullptr, state.capacityStatus,
+        vexcsd, state.aclConfig, nullptr, managementSm );
 }
 
 RouterAgent::~RouterAgent() { agent = nullptr; }

@@ -51,6 +51,7 @@ class RouterState {
    Gant::Ptr< HulCapacity::TableCapacity > capacityStatus = Gant::make< HulCapacity::TableCapacity >();
    Gant::Ptr< Routing::Fhrp::VirtualRouterMacStatus > virtualMacs =
         Gant::make< Routing::Fhrp::VirtualRouterMacStatus >();
+   Gant::Ptr< Acl::Config > aclConfig; // none: no access lists
    Gant::Ptr< VexL3Unicast::RoutingMounts > routingMounts = VexL3Unicast::routingMountsFactory();
    Gant::Ptr< VexL3Unicast::VrfMounts > vrfMounts = VexL3Unicast::vrfMountsFactory();
    Gant::Ptr< VexL3Unicast::IpsecMounts > ipsecMounts = VexL3Unicast::ipsecMountsFactory();
