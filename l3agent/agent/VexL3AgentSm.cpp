@@ -123,6 +123,10 @@ void AgentSm::handleInitialized() {
    GANT_ASSERT( aclCauseStatus() );
    lookUpAclState();
    aclConfigAggregatorSmIs();
+   aclHelperIs();
+   aclSmIs();
+   qosAclHelperIs();
+   qosAclSmIs();
    natHelperIs();
    staticNatInfoIs();
    nhMapConfigIs();
@@ -131,6 +135,8 @@ void AgentSm::handleInitialized() {
    natSmIs();
    attrLogSmIs();
    ipsecHelperIs();
+   ipsecConnectionTableSmIs();
+   ipsecGrpcSmIs();
    // Interfaces that the kernel creates from now on accept packets that carry a source address local to the device.
    Zeph::writeProcSys( "/proc/sys/net/ipv4/conf/default/accept_local", "1" );
 }
@@ -281,6 +287,10 @@ void AgentSm::hasNotificationActiveIs( bool active ) {
    pass( natRouteResolverSm() );
    pass( natSm() );
    pass( natLoopbackSm() );
+   pass( aclSm() );
+   pass( qosAclSm() );
+   pass( ipsecConnectionTableSm() );
+   pass( ipsecGrpcSm() );
    pass( fecVersionSm() );
    pass( mfaAgent() );
    pass( mfa6Agent() );
@@ -343,8 +353,14 @@ AgentSm::~AgentSm() {
    natRouteResolverSmDel();
    natSmDel();
    natLoopbackSmDel();
+   aclHelperDel();
+   aclSmDel();
+   qosAclHelperDel();
+   qosAclSmDel();
    routeDbDel();
    ipsecHelperDel();
+   ipsecConnectionTableSmDel();
+   ipsecGrpcSmDel();
    fecVersionSmDel();
    mfaAgentDel();
    mfa6AgentDel();

@@ -4,7 +4,8 @@
 //   initialised   initializedIs( true ): state is looked up, tables and helpers stand
 //   processing    maybeStartProcessing(): capabilities are published, the FIB and every state machine stand
 //
-// Phase two needs phase one. The data plane is told nothing before phase two. All of it runs on the thread of the
+// Phase two needs phase one. Before phase two the data plane is told of IPsec, and of access lists and policies that
+// are applied: they stand before the first interface does. All of it runs on the thread of the
 // activity loop, which the host runs. There is no way back but the destructor; a new agent starts from nothing, and is
 // fed again by the layer.
 #pragma once
@@ -41,6 +42,7 @@ namespace Hardware::Capacity::VexL3Unicast {
 class CapacitySm;
 }
 namespace Hul {
+class AclSm;
 class AdjReviewEvent;
 class FilteredVrfLists;
 class HulSeqStatusCreatorSm;
@@ -57,6 +59,7 @@ class NatSm;
 class NextHopMapConfig;
 class NextHopMapStatus;
 struct PackedArgs;
+class QosAclSm;
 class ResolvedNexthopGroupStatus;
 class RouteResolverSm;
 class VrfRootSm;
@@ -85,6 +88,9 @@ namespace IntfVlanIdSet {
 class ConfigSm;
 class Table;
 } // namespace IntfVlanIdSet
+namespace HulIpsec {
+class HulConnectionTableSm;
+}
 namespace Ip {
 class VrfCapability;
 namespace Nat {
@@ -127,10 +133,12 @@ namespace Tunnel::TunnelTable {
 class EvpnVxlanTunnelTable;
 }
 namespace Vex {
+class AclHelper;
 class AclSharedData;
 class L2L3SharedData;
 class ManagementSm;
 class NatSharedData;
+class QosAclHelper;
 class VexCommonSmData;
 } // namespace Vex
 namespace VexL3Mcast {
@@ -157,6 +165,7 @@ namespace VexL3Unicast {
 
 class AdjHelper;
 class FecVersionSm;
+class IpsecGrpcSm;
 class IpsecHelper;
 class L3Modules;
 class NatHelper;
@@ -344,11 +353,17 @@ class AgentSm : public Gant::PtrInterface {
    GANT_ATTR( Gant::Ptr< const HwEpoch::Status >, hwEpochStatus )
    VEXL3_EXPORT void vifStatusCollIs( const Gant::Ptr< const Routing::KernelMfib::StatusColl > & vifStatusColl );
    const Gant::Ptr< const Routing::KernelMfib::StatusColl > & vifStatusColl() const { return vifStatusColl_; }
+   GANT_OWNED( Vex::AclHelper, aclHelper, AclHelper, () )
+   GANT_OWNED( Hul::AclSm, aclSm, AclSm, () )
+   GANT_OWNED( Vex::QosAclHelper, qosAclHelper, QosAclHelper, () )
+   GANT_OWNED( Hul::QosAclSm, qosAclSm, QosAclSm, () )
    // Kept for the host.
    VEXL3_EXPORT void constrainersCreatedIs( bool constrainersCreated );
    bool constrainersCreated() const { return constrainersCreated_; }
    GANT_OWNED( RouteDb, routeDb, RouteDb, () )
    GANT_OWNED( IpsecHelper, ipsecHelper, IpsecHelper, () )
+   GANT_OWNED( HulIpsec::HulConnectionTableSm, ipsecConnectionTableSm, IpsecConnectionTableSm, () )
+   GANT_OWNED( IpsecGrpcSm, ipsecGrpcSm, IpsecGrpcSm, () )
    GANT_OWNED( FecVersionSm, fecVersionSm, FecVersionSm, () )
    GANT_OWNED( VexL3Mcast::MfaAgent, mfaAgent, MfaAgent, () )
    GANT_OWNED( VexL3Mcast::MfaAgent, mfa6Agent, Mfa6Agent, () )

@@ -95,7 +95,7 @@ AGENT_OWNED( VexL3Unicast::AdjHelper, adjHelper, AdjHelper ) {
 }
 
 AGENT_OWNED( Hul::L2AdjHelper, hulL2AdjHelper, HulL2AdjHelper ) {
-   const auto helper = Gant::make< Hul::L2AdjHelper >( Hul::L2AdjHelper::Args{
+   auto helper = Gant::make< Hul::L2AdjHelper >( Hul::L2AdjHelper::Args{
         .vexcsd = vexcsd(),
         .hulL3Config = hulL3Config(),
         .hulL3Status = hulL3Status(),
@@ -311,8 +311,54 @@ AGENT_OWNED( Acl::AclConfigAggregatorSm, aclConfigAggregatorSm, AclConfigAggrega
         Acl::AclConfigAggregatorSm::Args{ aclInputConfig(), aclCliConfig(), aclConfig() } );
 }
 
+AGENT_OWNED( Vex::AclHelper, aclHelper, AclHelper ) {
+   return Gant::make< Vex::AclHelper >( vexcsd(), aclConfig(), aclStatusDp(), counterMirel() );
+}
+
+AGENT_OWNED( Hul::AclSm, aclSm, AclSm ) {
+   const auto sm = Gant::make< Hul::AclSm >( Hul::AclSm::Args{ .vexcsd = vexcsd(),
+                                                               .aclConfig = aclConfig(),
+                                                               .aclParamConfig = aclParamConfig(),
+                                                               .aclIntfConfigDir = aclIntfConfigDir(),
+                                                               .aclIntfConfigCli = aclIntfConfigCli(),
+                                                               .aclHwConfig = aclHwConfig(),
+                                                               .aclStatusDp = aclStatusDp(),
+                                                               .aclCauseStatus = aclCauseStatus(),
+                                                               .lagInputConfig = lagInputConfig(),
+                                                               .aclHelper = aclHelper(),
+                                                               .clock = Gant::activityManager()->config().clock(),
+                                                               .bridgingConfig = bridgingConfig() } );
+   sm->startIs( true );
+   return sm;
+}
+
+AGENT_OWNED( Vex::QosAclHelper, qosAclHelper, QosAclHelper ) {
+   return Gant::make< Vex::QosAclHelper >(
+        mounted( qosMounts(), &QosMounts::qosStatus ), mounted( qosMounts(), &QosMounts::qosAclSliceHwStatus ),
+        aclConfig(), mounted( qosMounts(), &QosMounts::qosAclHwStatus ), vexcsd(), counterMirel() );
+}
+
+AGENT_OWNED( Hul::QosAclSm, qosAclSm, QosAclSm ) {
+   const auto sm = Gant::make< Hul::QosAclSm >(
+        Hul::QosAclSm::Args{ .vexcsd = vexcsd(),
+                             .qosCliCounterConfig = mounted( qosMounts(), &QosMounts::qosCliCounterConfig ),
+                             .qosCounterConfigDir = mounted( qosMounts(), &QosMounts::qosCounterConfigDir ),
+                             .qosStatus = mounted( qosMounts(), &QosMounts::qosStatus ),
+                             .qosHwStatus = mounted( qosMounts(), &QosMounts::qosHwStatus ),
+                             .qosSliceHwStatusDir = mounted( qosMounts(), &QosMounts::qosSliceHwStatusDir ),
+                             .qosAclHwStatus = mounted( qosMounts(), &QosMounts::qosAclHwStatus ),
+                             .qosAclSliceHwStatus = mounted( qosMounts(), &QosMounts::qosAclSliceHwStatus ),
+                             .qosPdpHwCfg = mounted( qosMounts(), &QosMounts::qosPdpHwCfg ),
+                             .hwEpochStatus = hwEpochStatus(),
+                             .aclConfig = aclConfig(),
+                             .qosAclHelper = qosAclHelper(),
+                             .clock = mounted( qosMounts(), &QosMounts::clock ) } );
+   sm->startIs( true );
+   return sm;
+}
+
 AGENT_OWNED( VexL3Unicast::NatHelper, natHelper, NatHelper ) {
-   const auto helper = NatHelperIs( nullptr );
+   const auto helper = NatHelperIs( aclSm() );
    helper->hulL3IntfTableIs( hulL3IntfTable() );
    helper->vexcsdIs( vexcsd() );
    return helper;
@@ -352,7 +398,16 @@ AGENT_OWNED( VexL3Unicast::NatLoopbackSm, natLoopbackSm, NatLoopbackSm ) {
 AGENT_OWNED( VexL3Unicast::RouteDb, routeDb, RouteDb ) { return routeDbFactory( "routeDb" ); }
 
 AGENT_OWNED( VexL3Unicast::IpsecHelper, ipsecHelper, IpsecHelper ) {
-   return Gant::make< VexL3Unicast::IpsecHelper >( vexcsd() );
+   return Gant::make< VexL3Unicast::IpsecHelper >( vexcsd(), managementSm() );
+}
+
+AGENT_OWNED( HulIpsec::HulConnectionTableSm, ipsecConnectionTableSm, IpsecConnectionTableSm ) {
+   return Gant::make< HulIpsec::HulConnectionTableSm >( HulIpsec::HulConnectionTableSm::Args{
+        ipsecHelper(), mounted( ipsecMounts(), &IpsecMounts::connectionTable ) } );
+}
+
+AGENT_OWNED( VexL3Unicast::IpsecGrpcSm, ipsecGrpcSm, IpsecGrpcSm ) {
+   return ipsecGrpcSmFactory( ipsecHelper()->ipsecModuleConfigStatusPair() );
 }
 
 AGENT_OWNED( VexL3Unicast::FecVersionSm, fecVersionSm, FecVersionSm ) {
