@@ -1,1 +1,62 @@
+# What `cmake --install` lays down: the library and its surroundings, the headers that a host needs, the programs, a
+# pkg-config file and a CMake package.
 
+include(CMakePackageConfigHelpers)
+
+set(VEXL3_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/vexl3)
+
+# A host calls what the library exports, and fills the state that the library is given. These headers, and all that they
+# include, are the public ones; their names are unique, so that one folder holds them.
+file(GLOB_RECURSE headers CONFIGURE_DEPENDS platform/*.h l3agent/*.h)
+foreach(header IN LISTS headers)
+  get_filename_component(name ${header} NAME)
+  set(home_${name} ${header})
+  file(STRINGS ${header} exported REGEX "VEXL3_EXPORT")
+  if(exported OR name MATCHES "^State" OR name STREQUAL QuorlEntityManager.h OR name STREQUAL MirelFib.h
+     OR name STREQUAL VexCommonSmData.h OR name STREQUAL VexGrpcChannel.h OR name STREQUAL GantActivity.h)
+    list(APPEND pending ${header})
+  endif()
+endforeach()
+while(pending)
+  list(POP_FRONT pending header)
+  if(header IN_LIST public_headers)
+    continue()
+  endif()
+  list(APPEND public_headers ${header})
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${header})
+  file(STRINGS ${header} includes REGEX "^#include \"")
+  foreach(include IN LISTS includes)
+    string(REGEX REPLACE "^#include \"(.*)\".*" "\\1" name ${include})
+    if(NOT home_${name})
+      message(FATAL_ERROR "${header} is a public header and includes ${name}, which is not installed")
+    endif()
+    list(APPEND pending ${home_${name}})
+  endforeach()
+endwhile()
+install(FILES ${public_headers} DESTINATION ${VEXL3_INCLUDEDIR})
+
+# Each finds the shared objects from where it lies, wherever the whole is moved to.
+file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set_target_properties(VexL3Agent VexPlatform PROPERTIES INSTALL_RPATH "$ORIGIN")
+install(TARGETS VexL3Agent VexPlatform EXPORT VexL3Agent LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+foreach(program vexdp vexl3d vexctl)
+  if(TARGET ${program})
+    set_target_properties(${program} PROPERTIES INSTALL_RPATH "$ORIGIN/${to_libraries}")
+    install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  endif()
+endforeach()
+
+target_include_directories(VexL3Agent INTERFACE $<INSTALL_INTERFACE:${VEXL3_INCLUDEDIR}>)
+target_compile_features(VexL3Agent INTERFACE cxx_std_20)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/VexL3Agent)
+install(EXPORT VexL3Agent NAMESPACE VexL3Agent:: FILE VexL3AgentTargets.cmake DESTINATION ${package_dir})
+configure_package_config_file(cmake/VexL3AgentConfig.cmake.in ${CMAKE_BINARY_DIR}/VexL3AgentConfig.cmake
+                              INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/VexL3AgentConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/VexL3AgentConfig.cmake ${CMAKE_BINARY_DIR}/VexL3AgentConfigVersion.cmake
+        DESTINATION ${package_dir})
+
+# The prefix is found from the file's own place: `cmake --install --prefix` names one that is not known here.
+file(RELATIVE_PATH VEXL3_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+configure_file(cmake/vexl3agent.pc.in ${CMAKE_BINARY_DIR}/vexl3agent.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/vexl3agent.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

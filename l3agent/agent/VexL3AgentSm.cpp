@@ -130,6 +130,8 @@ void AgentSm::handleInitialized() {
    staticNatInfoIs();
    attrLogSmIs();
    ipsecHelperIs();
+   ipsecConnectionTableSmIs();
+   ipsecGrpcSmIs();
    // Interfaces that the kernel creates from now on accept packets that carry a source address local to the device.
    Zeph::writeProcSys( "/proc/sys/net/ipv4/conf/default/accept_local", "1" );
 }
@@ -266,6 +268,8 @@ void AgentSm::hasNotificationActiveIs( bool active ) {
    pass( aclConfigAggregatorSm() );
    pass( aclSm() );
    pass( qosAclSm() );
+   pass( ipsecConnectionTableSm() );
+   pass( ipsecGrpcSm() );
    pass( mfaAgent() );
    pass( mfa6Agent() );
    pass( l3Sm() );
@@ -320,6 +324,8 @@ AgentSm::~AgentSm() {
    qosAclSmDel();
    routeDbDel();
    ipsecHelperDel();
+   ipsecConnectionTableSmDel();
+   ipsecGrpcSmDel();
    mfaAgentDel();
    mfa6AgentDel();
    l3ModulesDel();

@@ -6,13 +6,53 @@
 
 namespace VexL3Unicast {
 
-std::vector< Hul::VrfAndIpGenPrefix > PrefixSet::keys() const {
-   std::vector< key_type > out;
-   out.reserve( size() );
-   for ( const auto & key : v4_ ) out.push_back( detail::fromV4Key( key ) );
-   out.insert( out.end(), v6_.begin(), v6_.end() );
+void PrefixRecords::routeIs( const Hul::VrfAndIpGenPrefix & prefix, Gant::Ptr< RouteInfo > routeInfo ) {
+   if ( !routeInfo ) return routeDel( prefix );
+   auto & record = *records_.tryEmplace( prefix ).first;
+   routes_ += !record.routeInfo;
+   record.routeInfo = std::move( routeInfo );
+}
+
+void PrefixRecords::routeDel( const Hul::VrfAndIpGenPrefix & prefix ) {
+   auto * const record = records_.get( prefix );
+   if ( record == nullptr || !record->routeInfo ) return;
+   --routes_;
+   record->routeInfo = nullptr;
+   forgetEmpty( prefix, *record );
+}
+
+bool PrefixRecords::fecIs( const Hul::VrfAndIpGenPrefix & prefix, FecKey fecKey ) {
+   auto & record = *records_.tryEmplace( prefix ).first;
+   if ( record.isOn( fecKey ) ) return false;
+   auto & place = record.fecKeys[ !record.fecKeys[ 0 ] ? 0 : 1 ];
+   GANT_ASSERT( !place, " vrfprefix ", prefix, " fecKey ", fecKey );
+   place = fecKey;
+   return true;
+}
+
+bool PrefixRecords::fecDel( const Hul::VrfAndIpGenPrefix & prefix, FecKey fecKey ) {
+   auto * const record = records_.get( prefix );
+   if ( record == nullptr || !record->isOn( fecKey ) ) return false;
+   record->fecKeys[ record->fecKeys[ 0 ] == fecKey ? 0 : 1 ] = FecKey::null();
+   forgetEmpty( prefix, *record );
+   return true;
+}
+
+bool PrefixRecords::fecHas( const Hul::VrfAndIpGenPrefix & prefix, FecKey fecKey ) const {
+   const auto * const record = records_.get( prefix );
+   return record != nullptr && record->isOn( fecKey );
+}
+
+std::vector< Hul::VrfAndIpGenPrefix > PrefixRecords::prefixesOn( FecKey fecKey ) const {
+   std::vector< Hul::VrfAndIpGenPrefix > out;
+   for ( const auto & [ prefix, record ] : records_ )
+      if ( record.isOn( fecKey ) ) out.push_back( prefix );
    std::sort( out.begin(), out.end() );
    return out;
+}
+
+void PrefixRecords::forgetEmpty( const Hul::VrfAndIpGenPrefix & prefix, const Record & record ) {
+   if ( !record.routeInfo && !record.fecKeys[ 0 ] && !record.fecKeys[ 1 ] ) records_.erase( prefix );
 }
 
 FecInfo::FecInfo( const Gant::String & ) { GANT_FAIL( "No String constructor for FecInfo - has collection" ); }
@@ -84,9 +124,9 @@ Gant::String FecInfo::strep() const {
 
 void Fec::lpmRouteIs( const Hul::VrfAndIpGenPrefix & prefix, bool present ) {
    if ( present )
-      lpmRoute_.insert( prefix );
+      lpmRoutes_ += records_->fecIs( prefix, key() );
    else
-      lpmRoute_.erase( prefix );
+      lpmRoutes_ -= records_->fecDel( prefix, key() );
 }
 
 Gant::String Fec::str() const {
@@ -103,22 +143,21 @@ Gant::String FecSet::str() const {
 
 Gant::String RouteInfo::str() const { return Gant::textsOf( fecKey(), ",,", tableType() ); }
 
+static Gant::Pool< sizeof( RouteInfo ) > routeInfos;
+
+void * RouteInfo::operator new( size_t size ) {
+   GANT_ASSERT( size == sizeof( RouteInfo ), " size ", size );
+   return routeInfos.take();
+}
+
+void RouteInfo::operator delete( void * memory ) { routeInfos.give( memory ); }
+
 Gant::Ptr< RouteInfo > routeInfoFactory() { return Gant::make< RouteInfo >(); }
 
 const Gant::Ptr< Fec > & RouteDb::fecIs( FecKey key ) {
    auto & fec = fec_[ key ];
-   if ( !fec ) fec = fecFactory( key );
+   if ( !fec ) fec = Gant::make< Fec >( key, records_ );
    return fec;
-}
-
-const Gant::Ptr< RouteInfo > & RouteDb::route( const Hul::VrfAndIpGenPrefix & prefix ) const {
-   static const Gant::Ptr< RouteInfo > none;
-   const auto * const at = route_.get( prefix );
-   return at == nullptr ? none : *at;
-}
-
-void RouteDb::routeIs( const Hul::VrfAndIpGenPrefix & prefix, Gant::Ptr< RouteInfo > routeInfo ) {
-   *route_.tryEmplace( prefix ).first = std::move( routeInfo );
 }
 
 namespace {

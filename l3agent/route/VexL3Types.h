@@ -71,9 +71,87 @@ class FecInfo {
    std::vector< HulTypes::ViaBitmap > nextHopBitmap_;
 };
 
+class RouteInfo : public Gant::PtrInterface {
+ public:
+   const char * fwkType() const override { return "VexL3Unicast::RouteInfo"; }
+   GANT_ATTR( FecKey, fecKey )
+   GANT_ATTR( RouteTableType, tableType )
+   // The two, with two commas between.
+   Gant::String str() const;
+
+   // One for each route: a pool of their own keeps them together.
+   static void * operator new( size_t size );
+   static void operator delete( void * memory );
+};
+
+VEXL3_EXPORT Gant::Ptr< RouteInfo > routeInfoFactory();
+
+// What the database and the FECs know of a prefix, in one place: its route, and the FECs that it is on. That is one
+// FEC, and two while a route moves from one to the other.
+class PrefixRecords : public Gant::PtrInterface {
+ public:
+   struct Record {
+      Gant::Ptr< RouteInfo > routeInfo; // null: no route
+      FecKey fecKeys[ 2 ];              // null keys: none
+      bool isOn( FecKey key ) const { return fecKeys[ 0 ] == key || fecKeys[ 1 ] == key; }
+   };
+
+   // Null: no route.
+   const Gant::Ptr< RouteInfo > & route( const Hul::VrfAndIpGenPrefix & prefix ) const {
+      static const Gant::Ptr< RouteInfo > none;
+      const auto * const record = records_.get( prefix );
+      return record == nullptr ? none : record->routeInfo;
+   }
+   void routeIs( const Hul::VrfAndIpGenPrefix & prefix, Gant::Ptr< RouteInfo > routeInfo );
+   void routeDel( const Hul::VrfAndIpGenPrefix & prefix );
+   size_t routes() const { return routes_; }
+
+   // REQUIRES: fecKey is not the null key. True: that changed something.
+   bool fecIs( const Hul::VrfAndIpGenPrefix & prefix, FecKey fecKey );
+   bool fecDel( const Hul::VrfAndIpGenPrefix & prefix, FecKey fecKey );
+   bool fecHas( const Hul::VrfAndIpGenPrefix & prefix, FecKey fecKey ) const;
+   // In order.
+   std::vector< Hul::VrfAndIpGenPrefix > prefixesOn( FecKey fecKey ) const;
+
+   // The prefixes that have a route, with it; as an iteration of a PrefixMap.
+   class RouteIterator {
+    public:
+      struct Entry {
+         Hul::VrfAndIpGenPrefix first;
+         const Gant::Ptr< RouteInfo > & second;
+      };
+      using At = PrefixMap< Record >::const_iterator;
+      RouteIterator( At at, At end ) : at_( at ), end_( end ) { skip(); }
+      Entry operator*() const { return { ( *at_ ).first, ( *at_ ).second.routeInfo }; }
+      RouteIterator & operator++() {
+         ++at_;
+         skip();
+         return *this;
+      }
+      bool operator==( const RouteIterator & other ) const { return at_ == other.at_; }
+
+    private:
+      void skip() {
+         while ( !( at_ == end_ ) && !( *at_ ).second.routeInfo ) ++at_;
+      }
+      At at_;
+      At end_;
+   };
+   RouteIterator begin() const { return { records_.begin(), records_.end() }; }
+   RouteIterator end() const { return { records_.end(), records_.end() }; }
+
+ private:
+   void forgetEmpty( const Hul::VrfAndIpGenPrefix & prefix, const Record & record );
+
+   mutable PrefixMap< Record > records_;
+   size_t routes_ = 0;
+};
+
 class Fec : public Gant::PtrInterface {
  public:
-   explicit Fec( FecKey key ) : key_( key ) {}
+   // The routes of FECs of one database share their records.
+   explicit Fec( FecKey key, Gant::Ptr< PrefixRecords > records = Gant::make< PrefixRecords >() ) :
+        key_( key ), records_( std::move( records ) ) {}
    const char * fwkType() const override { return "VexL3Unicast::Fec"; }
 
    GANT_CONST( FecKey, key )
@@ -86,10 +164,11 @@ class Fec : public Gant::PtrInterface {
 
    // The routes on this FEC.
    void lpmRouteIs( const Hul::VrfAndIpGenPrefix & prefix, bool present );
-   void lpmRouteDel( const Hul::VrfAndIpGenPrefix & prefix ) { lpmRoute_.erase( prefix ); }
-   bool lpmRouteHas( const Hul::VrfAndIpGenPrefix & prefix ) const { return lpmRoute_.contains( prefix ); }
-   size_t lpmRoutes() const { return lpmRoute_.size(); }
-   std::vector< Hul::VrfAndIpGenPrefix > lpmRouteKeys() const { return lpmRoute_.keys(); }
+   void lpmRouteDel( const Hul::VrfAndIpGenPrefix & prefix ) { lpmRouteIs( prefix, false ); }
+   bool lpmRouteHas( const Hul::VrfAndIpGenPrefix & prefix ) const { return records_->fecHas( prefix, key() ); }
+   size_t lpmRoutes() const { return lpmRoutes_; }
+   // In order. Walks the records of all routes.
+   std::vector< Hul::VrfAndIpGenPrefix > lpmRouteKeys() const { return records_->prefixesOn( key() ); }
 
    // By the total: one next hop of multiplicity 2 counts.
    bool isEcmp() const { return info().numberOfNextHops() > 1; }
@@ -97,7 +176,8 @@ class Fec : public Gant::PtrInterface {
    Gant::String str() const;
 
  private:
-   PrefixSet lpmRoute_;
+   const Gant::Ptr< PrefixRecords > records_;
+   size_t lpmRoutes_ = 0;
 };
 
 VEXL3_EXPORT Gant::Ptr< Fec > fecFactory( FecKey key );
@@ -115,23 +195,11 @@ class FecSet : public Gant::PtrInterface {
    Gant::String str() const;
 };
 
-class RouteInfo : public Gant::PtrInterface {
- public:
-   const char * fwkType() const override { return "VexL3Unicast::RouteInfo"; }
-   GANT_ATTR( FecKey, fecKey )
-   GANT_ATTR( RouteTableType, tableType )
-   // The two, with two commas between.
-   Gant::String str() const;
-};
-
-VEXL3_EXPORT Gant::Ptr< RouteInfo > routeInfoFactory();
-
 // The one database, for the life of the agent. A per-family attribute is indexed by Kynet::AddressFamily.
 class RouteDb : public Gant::Entity {
  public:
    using Fecs = Gant::FlatMap< FecKey, Gant::Ptr< Fec > >;
    using FecVersions = Gant::FlatMap< FecKey, FecVersion >;
-   using Routes = PrefixMap< Gant::Ptr< RouteInfo > >;
    using AdjToFec = Gant::FlatMap< Hul::L2AdjKey, FecKey >;
    using FecToAdj = Gant::FlatMap< FecKey, Hul::L2AdjKey >;
    template < typename Key >
@@ -150,12 +218,16 @@ class RouteDb : public Gant::Entity {
    // The FECs that are in the data plane, with the version that was programmed. A route may only go on one of these.
    GANT_MAP( FecVersions, fecForLpm )
 
-   const Gant::Ptr< RouteInfo > & route( const Hul::VrfAndIpGenPrefix & prefix ) const;
-   bool routeHas( const Hul::VrfAndIpGenPrefix & prefix ) const { return route_.get( prefix ) != nullptr; }
-   void routeIs( const Hul::VrfAndIpGenPrefix & prefix, Gant::Ptr< RouteInfo > routeInfo );
-   void routeDel( const Hul::VrfAndIpGenPrefix & prefix ) { route_.erase( prefix ); }
-   size_t routes() const { return route_.size(); }
-   const Routes & routeIterator() const { return route_; }
+   const Gant::Ptr< RouteInfo > & route( const Hul::VrfAndIpGenPrefix & prefix ) const {
+      return records_->route( prefix );
+   }
+   bool routeHas( const Hul::VrfAndIpGenPrefix & prefix ) const { return bool( route( prefix ) ); }
+   void routeIs( const Hul::VrfAndIpGenPrefix & prefix, Gant::Ptr< RouteInfo > routeInfo ) {
+      records_->routeIs( prefix, std::move( routeInfo ) );
+   }
+   void routeDel( const Hul::VrfAndIpGenPrefix & prefix ) { records_->routeDel( prefix ); }
+   size_t routes() const { return records_->routes(); }
+   const PrefixRecords & routeIterator() const { return *records_; }
 
    // The null key for an adjacency that has no FEC.
    GANT_MAP( AdjToFec, adjIdxToFec )
@@ -190,7 +262,7 @@ class RouteDb : public Gant::Entity {
    GANT_PER_FAMILY( U32, numLpmRoutes )
 
  private:
-   Routes route_;
+   const Gant::Ptr< PrefixRecords > records_ = Gant::make< PrefixRecords >();
 };
 
 VEXL3_EXPORT Gant::Ptr< RouteDb > routeDbFactory( const Gant::Name & name );

@@ -1,39 +1,40 @@
-// Containers keyed by VRF and prefix. A router holds its routes twice, in the database and in the route set of a FEC,
-// and nearly all of them are IPv4: so each family has a flat table of its own, and an IPv4 key takes 12 bytes instead
-// of 24.
+// A container keyed by VRF and prefix. Nearly all routes of a router are IPv4: so each family has a flat table of its
+// own, and an IPv4 key takes 8 bytes instead of 24.
 #pragma once
 
 #include "GantFlat.h"
 #include "HulTypes.h"
 
-#include <tuple>
+#include <utility>
 
 namespace VexL3Unicast {
 
 namespace detail {
 
-struct V4Key {
-   U32 vrf;
-   U32 address;
-   U8 len;
-   friend bool operator==( const V4Key &, const V4Key & ) = default;
-   size_t hash() const { return Gant::Hash().word( U64( vrf ) << 32 | address ).word( len ).value(); }
-};
+// VRF, length and address from the top: 26, 6 and 32 bits.
+using V4Key = U64;
 
 inline V4Key v4Key( const Hul::VrfAndIpGenPrefix & key ) {
    const auto prefix = key.prefix().v4Prefix();
-   return { key.vrfId().value(), prefix.address().value(), prefix.len() };
+   return U64( key.vrfId().value() ) << 38 | U64( prefix.len() ) << 32 | prefix.address().value();
 }
 
-inline Hul::VrfAndIpGenPrefix fromV4Key( const V4Key & key ) {
-   return Hul::VrfAndIpGenPrefix( Hul::VrfId( key.vrf ), Kynet::Prefix( Kynet::IpAddr( key.address ), key.len ) );
+inline Hul::VrfAndIpGenPrefix fromV4Key( V4Key key ) {
+   return Hul::VrfAndIpGenPrefix( Hul::VrfId( static_cast< U32 >( key >> 38 ) ),
+                                  Kynet::Prefix( Kynet::IpAddr( static_cast< U32 >( key ) ), key >> 32 & 63 ) );
 }
 
-inline bool isV4( const Hul::VrfAndIpGenPrefix & key ) { return key.prefix().af() == Kynet::AddressFamily::ipv4_; }
+// A VRF id beyond 26 bits goes into the wide table.
+inline bool isV4( const Hul::VrfAndIpGenPrefix & key ) {
+   return key.prefix().af() == Kynet::AddressFamily::ipv4_ && key.vrfId().value() >> 26 == 0;
+}
 
 } // namespace detail
 
 // Behaves like the containers of GantCollection.h. Iteration gives IPv4 first, in no order, and ends with any change.
+//
+// A change of a route reads the entry of its prefix many times. At a million routes the first time is a cache miss, and
+// the others should be next to nothing: so the last entry that was found is kept at hand.
 template < typename Value >
 class PrefixMap {
    using V4 = Gant::FlatMap< detail::V4Key, Value >;
@@ -49,27 +50,36 @@ class PrefixMap {
 
    // The present value of the key, made if there is none; and whether it was made.
    std::pair< Value *, bool > tryEmplace( const key_type & key ) {
-      if ( detail::isV4( key ) ) {
-         const auto [ at, added ] = v4_.try_emplace( detail::v4Key( key ) );
+      if ( !detail::isV4( key ) ) {
+         const auto [ at, added ] = v6_.try_emplace( key );
          return { &at->second, added };
       }
-      const auto [ at, added ] = v6_.try_emplace( key );
+      const auto v4Key = detail::v4Key( key );
+      if ( last_ != nullptr && lastKey_ == v4Key ) return { last_, false };
+      const auto [ at, added ] = v4_.try_emplace( v4Key );
+      lastIs( v4Key, &at->second );
       return { &at->second, added };
    }
-   // Null when there is none.
-   const Value * get( const key_type & key ) const {
-      if ( detail::isV4( key ) ) {
-         const auto at = v4_.find( detail::v4Key( key ) );
-         return at == v4_.end() ? nullptr : &at->second;
+   // Null when there is none. Until the next change of the keys.
+   Value * get( const key_type & key ) {
+      if ( !detail::isV4( key ) ) {
+         const auto at = v6_.find( key );
+         return at == v6_.end() ? nullptr : &at->second;
       }
-      const auto at = v6_.find( key );
-      return at == v6_.end() ? nullptr : &at->second;
+      const auto v4Key = detail::v4Key( key );
+      if ( last_ != nullptr && lastKey_ == v4Key ) return last_;
+      const auto at = v4_.find( v4Key );
+      if ( at == v4_.end() ) return nullptr;
+      lastIs( v4Key, &at->second );
+      return &at->second;
    }
    size_t erase( const key_type & key ) {
+      last_ = nullptr;
       return detail::isV4( key ) ? v4_.erase( detail::v4Key( key ) ) : v6_.erase( key );
    }
    size_t size() const { return v4_.size() + v6_.size(); }
    void clear() {
+      last_ = nullptr;
       v4_.clear();
       v6_.clear();
    }
@@ -100,34 +110,15 @@ class PrefixMap {
    const_iterator end() const { return { *this, v4_.end(), v6_.end() }; }
 
  private:
+   void lastIs( detail::V4Key key, Value * value ) {
+      lastKey_ = key;
+      last_ = value;
+   }
+
    V4 v4_;
    V6 v6_;
-};
-
-class PrefixSet {
-   using V4 = Gant::FlatSet< detail::V4Key >;
-   using V6 = Gant::FlatSet< Hul::VrfAndIpGenPrefix >;
-
- public:
-   using key_type = Hul::VrfAndIpGenPrefix;
-
-   // Whether it was not there.
-   bool insert( const key_type & key ) {
-      return detail::isV4( key ) ? v4_.insert( detail::v4Key( key ) ).second : v6_.insert( key ).second;
-   }
-   size_t erase( const key_type & key ) {
-      return detail::isV4( key ) ? v4_.erase( detail::v4Key( key ) ) : v6_.erase( key );
-   }
-   bool contains( const key_type & key ) const {
-      return detail::isV4( key ) ? v4_.contains( detail::v4Key( key ) ) : v6_.contains( key );
-   }
-   size_t size() const { return v4_.size() + v6_.size(); }
-   // A copy of the members, IPv4 first, each family in order.
-   std::vector< key_type > keys() const;
-
- private:
-   V4 v4_;
-   V6 v6_;
+   detail::V4Key lastKey_ = 0;
+   Value * last_ = nullptr; // null: none
 };
 
 } // namespace VexL3Unicast

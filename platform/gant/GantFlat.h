@@ -2,6 +2,7 @@
 #pragma once
 
 #include "GantCollection.h"
+#include "GantHugePages.h"
 
 #include <absl/container/btree_set.h>
 #include <absl/container/flat_hash_map.h>
@@ -12,9 +13,9 @@
 namespace Gant {
 
 template < typename K, typename V >
-using FlatMap = absl::flat_hash_map< K, V, Hasher >;
+using FlatMap = absl::flat_hash_map< K, V, Hasher, std::equal_to< K >, HugePageAllocator< std::pair< const K, V > > >;
 template < typename K >
-using FlatSet = absl::flat_hash_set< K, Hasher >;
+using FlatSet = absl::flat_hash_set< K, Hasher, std::equal_to< K >, HugePageAllocator< K > >;
 template < typename K, typename Less = std::less< K > >
 using BtreeSet = absl::btree_set< K, Less >;
 

@@ -1,7 +1,6 @@
 // Headers without a source of their own, compiled once on their own.
 #include "HulFilteredVrfLists.h"
 #include "HulIntfStatusSm.h"
-#include "HulIpsecConnectionTableSm.h"
 #include "HulMonitoredNexthopSm.h"
 #include "HulNatSm.h"
 #include "HulNexthopGroup.h"

@@ -123,10 +123,17 @@ bool RouteTable< P >::fecDel( U64 fecId ) {
 }
 
 template < typename P >
-std::optional< Route > RouteTable< P >::route( U32 vrfId, const P & prefix ) const {
+std::optional< U32 > RouteTable< P >::slot( U32 vrfId, const P & prefix ) const {
    const auto slot = find( hashOf( vrfId, prefix ), vrfId, prefix );
    if ( slot == HashIndex::none ) return std::nullopt;
-   return routeAt( slot );
+   return slot;
+}
+
+template < typename P >
+std::optional< Route > RouteTable< P >::route( U32 vrfId, const P & prefix ) const {
+   const auto at = slot( vrfId, prefix );
+   if ( !at ) return std::nullopt;
+   return routeAt( *at );
 }
 
 template < typename P >

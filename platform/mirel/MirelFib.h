@@ -103,6 +103,8 @@ class RouteTable : public Gant::Entity {
    // Null: there is no such FEC.
    const Vias * fec( U64 fecId ) const;
    const Fecs & fecIterator() const { return fecs_; }
+   // The slot of the route, as long as it is there.
+   std::optional< U32 > slot( U32 vrfId, const P & prefix ) const;
    // The route with the longest prefix that holds the address.
    std::optional< Ref > match( U32 vrfId, const Address & address ) const;
 

@@ -36,7 +36,7 @@ void HashIndex::remove( U32 hash, U32 place ) {
 }
 
 void HashIndex::resize( size_t buckets ) {
-   const auto old = std::exchange( buckets_, std::vector< Bucket >( buckets ) );
+   const auto old = std::exchange( buckets_, Buckets( buckets ) );
    for ( const auto & bucket : old )
       if ( bucket.place != none ) put( bucket );
 }

@@ -2,6 +2,7 @@
 // the records, and a look-up touches as a rule one line of the index and one record.
 #pragma once
 
+#include "GantHugePages.h"
 #include "GantTypes.h"
 
 #include <vector>
@@ -38,7 +39,8 @@ class HashIndex {
    void put( const Bucket & bucket );
    void resize( size_t buckets );
 
-   std::vector< Bucket > buckets_; // a power of two of them, at most three quarters in use
+   using Buckets = std::vector< Bucket, Gant::HugePageAllocator< Bucket > >;
+   Buckets buckets_; // a power of two of them, at most three quarters in use
    size_t used_ = 0;
 };
 

@@ -9,7 +9,7 @@
 
 namespace vex::counters {
 
-inline constexpr std::uint64_t kMagic = 0x3130544E43584556;  // "VEXCNT01"
+inline constexpr std::uint64_t kMagic = 0x3130544E43584556; // "VEXCNT01"
 inline constexpr std::uint32_t kSlots = 1u << 20;
 inline constexpr std::uint32_t kOffset = 4096;
 
@@ -17,7 +17,7 @@ struct Header {
    std::uint64_t magic;
    std::uint32_t writers;
    std::uint32_t slots;
-   std::uint32_t offset;  // of the first writer's counts, in bytes
+   std::uint32_t offset; // of the first writer's counts, in bytes
 };
 
-}  // namespace vex::counters
+} // namespace vex::counters

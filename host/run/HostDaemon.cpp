@@ -1,0 +1,187 @@
+#include "HostDaemon.h"
+
+#include "GantAsio.h"
+#include "HostNotify.h"
+#include "HostVerdict.h"
+#include "VexCommonSmData.h"
+#include "VexGrpcChannel.h"
+#include "VexL3AgentSm.h"
+
+#include <asio/signal_set.hpp>
+#include <chrono>
+#include <csignal>
+#include <spdlog/spdlog.h>
+
+namespace Host {
+
+namespace {
+
+// Lines of a route file in one turn of the loop, and requests that may wait for the data plane before the next turn.
+constexpr size_t linesPerTurn = 2048;
+constexpr size_t backlogMost = 65536;
+
+double systemSeconds() {
+   return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
+}
+
+void tellSourceError( const SourceError & error ) { spdlog::error( "{}", error.stringValue() ); }
+
+} // namespace
+
+struct Daemon::Signals {
+   explicit Signals( Daemon & daemon ) : set( Gant::ioContext(), SIGTERM, SIGINT, SIGHUP ), daemon( daemon ) {
+      set.add( SIGCHLD );
+      wait();
+   }
+   void wait() {
+      set.async_wait( [ this ]( const std::error_code & error, int number ) {
+         if ( error ) return;
+         wait();
+         daemon.handleSignal( number );
+      } );
+   }
+   asio::signal_set set;
+   Daemon & daemon;
+};
+
+Daemon::Daemon( Options options ) :
+     options_( std::move( options ) ), startedAt_( systemSeconds() ),
+     sources_( state_, options_.sources, tellSourceError ), supervisor_( state_.tree(), options_.dataPlane,
+                                                                         { [ this ] { return !sources_.busy(); },
+                                                                           [ this ] {
+                                                                              if ( feedHeld_ ) postFeed();
+                                                                           },
+                                                                           [ this ] { tellFed(); } } ) {}
+
+Daemon::~Daemon() { *alive_ = false; }
+
+bool Daemon::run() {
+   if ( const auto why = control_.open( options_.socket ); !why.empty() ) {
+      spdlog::error( "{}", why );
+      return false;
+   }
+   if ( !sources_.load() ) return false;
+   signals_ = std::make_unique< Signals >( *this );
+   supervisor_.start();
+   postFeed();
+   notifyReady( "waiting for the data plane" );
+   Gant::activityManager()->run();
+   control_.close();
+   signals_ = nullptr;
+   return true;
+}
+
+void Daemon::handleSignal( int number ) {
+   switch ( number ) {
+   case SIGCHLD: supervisor_.handleChild(); break;
+   case SIGHUP: reload(); break;
+   default:
+      spdlog::info( "ending on {}", number == SIGINT ? "SIGINT" : "SIGTERM" );
+      notifyStopping();
+      stopping_ = true;
+      Gant::activityManager()->stop();
+   }
+}
+
+bool Daemon::backlog() const {
+   const auto * const session = supervisor_.session();
+   return session != nullptr && session->channel()->requestsWaiting() > backlogMost;
+}
+
+void Daemon::postFeed() {
+   feedHeld_ = false;
+   if ( std::exchange( feedPosted_, true ) ) return;
+   Gant::activityManager()->post( [ this, alive = alive_ ] {
+      if ( !*alive ) return;
+      feedPosted_ = false;
+      feed();
+   } );
+}
+
+void Daemon::feed() {
+   if ( stopping_ || !sources_.busy() ) return;
+   if ( backlog() ) {
+      // Its next acknowledgement, or its loss and the next session's first one, goes on here.
+      feedHeld_ = true;
+      return;
+   }
+   if ( sources_.step( linesPerTurn ) ) {
+      postFeed();
+      return;
+   }
+   const auto routes = state_.routes( Source::routeFile() );
+   spdlog::info( "{}: {} routes, {} errors in the sources", sources_.routeFile(), routes, sources_.errors().count() );
+}
+
+void Daemon::tellFed() { notifyStatus( fmt::format( "running, {} routes", state_.tree().fib->routes() ) ); }
+
+Gant::Ptr< VexL3Unicast::AgentSm > Daemon::agent() const {
+   const auto * const session = supervisor_.session();
+   return session == nullptr ? nullptr : session->agent();
+}
+
+Gant::Ptr< Vex::VexCommonSmData > Daemon::vexcsd() const {
+   const auto * const session = supervisor_.session();
+   return session == nullptr ? nullptr : session->vexcsd();
+}
+
+Gant::Ptr< Vex::GrpcChannel > Daemon::channel() const {
+   const auto * const session = supervisor_.session();
+   return session == nullptr ? nullptr : session->channel();
+}
+
+DaemonStatus Daemon::status() const {
+   DaemonStatus status;
+   status.phase = supervisor_.phase();
+   status.startedAt = startedAt_;
+   status.dataPlane = supervisor_.config().dataPlane;
+   status.dataPlanePid = supervisor_.dataPlanePid();
+   status.restarts = supervisor_.restarts();
+   status.lastLoss = supervisor_.lastLoss();
+   status.lastFedSeconds = supervisor_.lastFedSeconds();
+   status.description = sources_.description();
+   status.routeFile = sources_.routeFile();
+   status.reloads = reloads_;
+   status.sourceErrors = static_cast< unsigned >( sources_.errors().count() );
+   return status;
+}
+
+ChangeResult Daemon::change( ChangeOp op, const std::string & kind, const std::string & entry ) {
+   return applyChange( state_, op, kind, entry );
+}
+
+ChangeResult Daemon::reload() {
+   notifyReloading();
+   ++reloads_;
+   const bool read = sources_.load();
+   const auto errors = sources_.errors().count();
+   postFeed();
+   notifyReady( "reloaded" );
+   if ( !read ) {
+      const auto reason = sources_.errors().errors().front().stringValue();
+      spdlog::error( "the reload changed nothing" );
+      return refused( reason );
+   }
+   spdlog::info( "reloaded {}: {} errors", sources_.description(), errors );
+   if ( errors == 0 ) return done();
+   return { ChangeResult::Code::done, std::to_string( errors ) + " errors in the sources, the first one: " +
+                                           sources_.errors().errors().front().stringValue() };
+}
+
+ChangeResult applyChange( RouterState & state, ChangeOp op, const std::string & kind, const std::string & text ) {
+   const auto * const section = sectionOfKind( kind );
+   if ( section == nullptr ) return refused( "there is no kind \"" + kind + "\"" );
+   try {
+      const Entry entry( YAML::Load( text ) );
+      if ( op == ChangeOp::del ) return section->del( state, entry );
+      const auto name = kind + " " + section->key( entry );
+      if ( op == ChangeOp::add && section->has( state, entry ) ) return refused( name + " is there already" );
+      return section->replace( state, entry, Source::command() );
+   } catch ( const EntryError & error ) {
+      return refused( kind + ": " + error.what() );
+   } catch ( const YAML::Exception & error ) {
+      return refused( kind + ": the entry is not YAML: " + error.msg );
+   }
+}
+
+} // namespace Host

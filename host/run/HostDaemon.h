@@ -1,0 +1,56 @@
+// The daemon: the router's state, its sources, and the data plane that is kept for it.
+#pragma once
+
+#include "HostControlServer.h"
+#include "HostOptions.h"
+#include "HostRouter.h"
+#include "HostSources.h"
+#include "HostSupervisor.h"
+
+namespace Host {
+
+class Daemon : public Router {
+ public:
+   explicit Daemon( Options options );
+   ~Daemon() override;
+
+   // Reads the sources, starts the data plane and runs the loop until a signal ends it: SIGTERM or SIGINT. SIGHUP reads
+   // the sources again. False: the description cannot be read at all, or the command socket is not to be had, and
+   // nothing was started.
+   bool run();
+
+   RouterState & state() override { return state_; }
+   Gant::Ptr< VexL3Unicast::AgentSm > agent() const override;
+   Gant::Ptr< Vex::VexCommonSmData > vexcsd() const override;
+   Gant::Ptr< Vex::GrpcChannel > channel() const override;
+   DaemonStatus status() const override;
+   ChangeResult change( ChangeOp op, const std::string & kind, const std::string & entry ) override;
+   ChangeResult reload() override;
+
+ private:
+   struct Signals;
+   void handleSignal( int number );
+   // Goes on with the sources in a turn of its own, unless the data plane has enough to do.
+   void feed();
+   void postFeed();
+   bool backlog() const;
+   void tellFed();
+
+   const Options options_;
+   const double startedAt_;
+   RouterState state_;
+   Sources sources_;
+   Supervisor supervisor_;
+   ControlServer control_{ *this, CommandTable::all() };
+   std::unique_ptr< Signals > signals_;
+   unsigned reloads_ = 0;
+   bool feedPosted_ = false;
+   bool feedHeld_ = false; // until the data plane has acknowledged
+   bool stopping_ = false;
+   std::shared_ptr< bool > alive_ = std::make_shared< bool >( true );
+};
+
+// One change of the state, as Router::change says.
+ChangeResult applyChange( RouterState & state, ChangeOp op, const std::string & kind, const std::string & entry );
+
+} // namespace Host

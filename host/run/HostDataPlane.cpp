@@ -1,0 +1,122 @@
+#include "HostDataPlane.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace Host {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Beside this executable, or where an installation puts programs that are not for users.
+std::string ownProgram() {
+   std::error_code error;
+   const auto here = fs::read_symlink( "/proc/self/exe", error ).parent_path();
+   for ( const auto & path : { here / "vexdp", here / "../libexec/vexl3/vexdp", here / "../bin/vexdp" } )
+      if ( fs::exists( path, error ) ) return path.string();
+   return "vexdp";
+}
+
+std::string runtimeDirectory() {
+   for ( const char * name : { "RUNTIME_DIRECTORY", "XDG_RUNTIME_DIR" } )
+      if ( const char * path = std::getenv( name ); path != nullptr && *path == '/' ) return path;
+   return "/tmp";
+}
+
+std::string endText( int status ) {
+   if ( WIFSIGNALED( status ) )
+      return "the data plane was ended by signal " + std::to_string( WTERMSIG( status ) ) + " (" +
+             strsignal( WTERMSIG( status ) ) + ")";
+   return "the data plane ended with exit code " + std::to_string( WEXITSTATUS( status ) );
+}
+
+// Whether the child has ended within the time; it can be waited for then.
+bool endsWithin( pid_t pid, int milliseconds ) {
+   const int fd = static_cast< int >( syscall( SYS_pidfd_open, pid, 0 ) );
+   if ( fd < 0 ) return false;
+   pollfd waiting{ fd, POLLIN, 0 };
+   const bool ended = poll( &waiting, 1, milliseconds ) == 1;
+   close( fd );
+   return ended;
+}
+
+} // namespace
+
+DataPlane::DataPlane( std::string program, std::string logLevel ) :
+     program_( program.empty() ? ownProgram() : std::move( program ) ), logLevel_( std::move( logLevel ) ) {}
+
+DataPlane::~DataPlane() {
+   stop();
+   std::error_code error;
+   if ( !directory_.empty() ) fs::remove_all( directory_, error );
+}
+
+std::string DataPlane::makeDirectory() {
+   if ( !directory_.empty() ) return {};
+   auto name = runtimeDirectory() + "/vexl3d-XXXXXX";
+   if ( mkdtemp( name.data() ) == nullptr ) return name + ": " + std::strerror( errno );
+   directory_ = name;
+   return {};
+}
+
+std::string DataPlane::start() {
+   if ( auto reason = makeDirectory(); !reason.empty() ) return reason;
+   const std::vector< std::string > words{ program_,
+                                           "--listen",
+                                           address(),
+                                           "--counters",
+                                           directory_ + "/counters",
+                                           "--die-with-parent",
+                                           std::to_string( getpid() ),
+                                           "--log-level",
+                                           logLevel_ };
+   std::vector< char * > argv;
+   for ( const auto & word : words ) argv.push_back( const_cast< char * >( word.c_str() ) );
+   argv.push_back( nullptr );
+   const int error = posix_spawnp( &pid_, program_.c_str(), nullptr, nullptr, argv.data(), environ );
+   if ( error == 0 ) return {};
+   pid_ = 0;
+   return program_ + ": " + std::strerror( error );
+}
+
+bool DataPlane::listens() const {
+   const int fd = ::socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 );
+   if ( fd < 0 ) return false;
+   sockaddr_un address{};
+   address.sun_family = AF_UNIX;
+   const auto path = socket();
+   std::memcpy( address.sun_path, path.c_str(), std::min( path.size(), sizeof( address.sun_path ) - 1 ) );
+   const bool connected = connect( fd, reinterpret_cast< const sockaddr * >( &address ), sizeof( address ) ) == 0;
+   close( fd );
+   return connected;
+}
+
+std::optional< std::string > DataPlane::ended() {
+   int status = 0;
+   if ( pid_ == 0 || waitpid( pid_, &status, WNOHANG ) != pid_ ) return std::nullopt;
+   pid_ = 0;
+   return endText( status );
+}
+
+void DataPlane::stop() {
+   if ( pid_ == 0 ) return;
+   constexpr int grace = 1000; // milliseconds
+   kill( pid_, SIGTERM );
+   if ( !endsWithin( pid_, grace ) ) kill( pid_, SIGKILL );
+   waitpid( pid_, nullptr, 0 );
+   pid_ = 0;
+}
+
+} // namespace Host

@@ -1,0 +1,44 @@
+// An embedded data plane: a child process that ends with this one.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <sys/types.h>
+
+namespace Host {
+
+// The socket and the counters of the data plane live in a directory of this process's own. Used on the thread that made
+// it, which stays: the child dies with that thread.
+class DataPlane {
+ public:
+   // `program` empty: the vexdp that belongs to this executable.
+   DataPlane( std::string program, std::string logLevel );
+   // Ends the child, and removes the directory.
+   ~DataPlane();
+   DataPlane( const DataPlane & ) = delete;
+   DataPlane & operator=( const DataPlane & ) = delete;
+
+   // Starts a child. REQUIRES: there is none. Gives the reason when it cannot, empty otherwise.
+   std::string start();
+   // Whether the child listens by now.
+   bool listens() const;
+   // How the child ended, in words, when it has since the last call; then there is none any more.
+   std::optional< std::string > ended();
+   // Asks the child to end, and makes it after a second.
+   void stop();
+
+   pid_t pid() const { return pid_; } // 0: there is none
+   std::string address() const { return "unix:" + socket(); }
+
+ private:
+   std::string socket() const { return directory_ + "/dataplane.sock"; }
+   std::string makeDirectory();
+
+   const std::string program_;
+   const std::string logLevel_;
+   std::string directory_;
+   pid_t pid_ = 0;
+};
+
+} // namespace Host

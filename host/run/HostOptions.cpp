@@ -1,0 +1,93 @@
+#include "HostOptions.h"
+
+#include <charconv>
+#include <CLI/CLI.hpp>
+#include <unistd.h>
+
+namespace Host {
+
+namespace {
+
+// "UNIT=LEVEL". The reason when it is not.
+std::string parseUnitLevel( const std::string & text, UnitLevel & level ) {
+   const auto equals = text.rfind( '=' );
+   if ( equals == 0 || equals == text.npos ) return "\"" + text + "\" is not UNIT=LEVEL";
+   level.unit = text.substr( 0, equals );
+   const char * const end = text.data() + text.size();
+   const auto [ at, error ] = std::from_chars( text.data() + equals + 1, end, level.level );
+   if ( error != std::errc() || at != end || level.level < 0 || level.level > 9 )
+      return "the level of \"" + text + "\" is not a number from 0 to 9";
+   return {};
+}
+
+std::string checkUnitLevel( const std::string & text ) {
+   UnitLevel level;
+   return parseUnitLevel( text, level );
+}
+
+std::vector< UnitLevel > unitLevels( const std::vector< std::string > & texts ) {
+   std::vector< UnitLevel > levels( texts.size() );
+   for ( size_t at = 0; at < texts.size(); ++at ) parseUnitLevel( texts[ at ], levels[ at ] );
+   return levels;
+}
+
+std::string checkDataPlane( const std::string & text ) {
+   if ( text == "embedded" || ( text.starts_with( "unix:" ) && text.size() > 5 ) ) return {};
+   const auto colon = text.rfind( ':' );
+   const bool hostAndPort = colon != text.npos && colon != 0 && colon + 1 != text.size() &&
+                            text.find_first_not_of( "0123456789", colon + 1 ) == text.npos;
+   return hostAndPort ? "" : "\"" + text + "\" is not embedded, unix:PATH or HOST:PORT";
+}
+
+} // namespace
+
+std::string defaultSocket() {
+   for ( const char * name : { "RUNTIME_DIRECTORY", "XDG_RUNTIME_DIR" } ) {
+      const char * const path = std::getenv( name );
+      if ( path != nullptr && *path == '/' && ( name[ 0 ] == 'R' || geteuid() != 0 ) )
+         return std::string( path ) + "/vexl3d.sock";
+   }
+   return geteuid() == 0 ? "/run/vexl3d.sock" : "/tmp/vexl3d-" + std::to_string( geteuid() ) + ".sock";
+}
+
+std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode ) {
+   Options options;
+   options.socket = defaultSocket();
+   std::vector< std::string > log, trace;
+   CLI::App app( "The daemon around the layer-3 agent: tells it the router's state, and keeps its data plane." );
+   app.set_version_flag( "--version", "vexl3d " VEXL3_VERSION );
+   app.add_option( "-c,--config", options.sources.description, "the router description, YAML" )->type_name( "FILE" );
+   app.add_option( "-r,--routes", options.sources.routes, "a plain route file, in place of the description's" )
+        ->type_name( "FILE" );
+   app.add_option( "-d,--dataplane", options.dataPlane.dataPlane, "embedded, unix:PATH or HOST:PORT" )
+        ->type_name( "WHERE" )
+        ->capture_default_str()
+        ->check( checkDataPlane );
+   app.add_option( "--dataplane-program", options.dataPlane.program,
+                   "the program of an embedded data plane, in place of the vexdp beside this one" )
+        ->type_name( "FILE" );
+   app.add_option( "--dataplane-log", options.dataPlane.dataPlaneLog, "what an embedded data plane logs" )
+        ->type_name( "LEVEL" )
+        ->capture_default_str()
+        ->check( CLI::IsMember( { "debug", "info", "warning", "error", "off" } ) );
+   app.add_option( "-s,--socket", options.socket, "the command socket" )->type_name( "PATH" )->capture_default_str();
+   app.add_option( "--log", log, "log the traces of a unit up to a level from 0 to 9; * is every unit" )
+        ->type_name( "UNIT=LEVEL" )
+        ->check( checkUnitLevel );
+   app.add_option( "--trace", trace, "keep the traces of a unit up to a level from 0 to 9 in the ring" )
+        ->type_name( "UNIT=LEVEL" )
+        ->check( checkUnitLevel );
+   app.add_flag( "--check-config", options.checkConfig, "read the sources, say what is wrong in them, and end" );
+   app.footer( "Exit codes: 0 done, 1 a source is wrong (--check-config) or the daemon cannot run, 2 a wrong line." );
+   try {
+      app.parse( argc, argv );
+   } catch ( const CLI::ParseError & error ) {
+      exitCode = app.exit( error ) == 0 ? 0 : 2;
+      return std::nullopt;
+   }
+   options.log = unitLevels( log );
+   options.trace = unitLevels( trace );
+   return options;
+}
+
+} // namespace Host

@@ -1,0 +1,116 @@
+#include "HostSession.h"
+
+#include "HostLog.h"
+#include "HulVrfRootSm.h"
+#include "vex/counter_table.h"
+#include "VexCommonSmData.h"
+#include "VexCounterDb.h"
+#include "VexGrpcChannel.h"
+#include "VexKyAclDb.h"
+#include "VexL3AgentSm.h"
+#include "VexManagementSm.h"
+#include "VexQosCpuPolicy.h"
+
+#include <malloc.h>
+#include <spdlog/spdlog.h>
+
+namespace Host {
+
+namespace {
+
+// How often a session that is being fed is asked whether it has been, in seconds.
+constexpr double lookEvery = 0.01;
+
+} // namespace
+
+struct Session::GantChannel : Vex::Channel::Notifiee {
+   explicit GantChannel( Session * owner ) : Notifiee( owner, owner->channel_ ), owner( owner ) {}
+   void onAcknowledged() override { owner->later( &Session::handleAcknowledged ); }
+   void onLost() override { owner->later( &Session::tellLost ); }
+   Session * owner;
+};
+
+struct Session::GantClock : Gant::Clock::Notifiee {
+   explicit GantClock( Session * owner ) : Notifiee( owner, owner->clock_ ), owner( owner ) {}
+   void onTime() override { owner->later( &Session::handleClock ); }
+   Session * owner;
+};
+
+Session::Session( const StateTree & tree, const std::string & address, Events events ) :
+     tree_( tree ), events_( std::move( events ) ), channel_( Gant::make< Vex::GrpcChannel >( address ) ),
+     global_( Gant::make< Vex::ModuleGlobalCmdConfig >( channel_ ) ), clock_( Gant::activityManager()->newClock() ),
+     begunAt_( clock_->now() ), channelReactor_( std::make_unique< GantChannel >( this ) ),
+     clockReactor_( std::make_unique< GantClock >( this ) ) {
+   // Its one request is the first of the session: once it is acknowledged, there is a data plane.
+   const auto pair = global_->moduleConfigStatusPairIs( "engine" );
+   const auto trap = Gant::make< Vex::TrapModule >( pair );
+   vexcsd_ = Gant::make< Vex::VexCommonSmData >( global_, trap,
+                                                 Gant::make< Vex::BessCounterInfo >( vex::counters::kSlots ) );
+}
+
+Session::~Session() {
+   *alive_ = false;
+   gantDoZombieReactors( true );
+   const TraceSilence silence;
+   agent_ = nullptr;
+   cpuPolicy_ = nullptr;
+   portSm_ = nullptr;
+   vexcsd_ = nullptr;
+}
+
+void Session::later( void ( Session::*work )() ) {
+   Gant::activityManager()->post( [ this, work, alive = alive_ ] {
+      if ( *alive ) ( this->*work )();
+   } );
+}
+
+void Session::handleAcknowledged() {
+   if ( !agent_ && !channel_->lost() ) start();
+   events_.acknowledged();
+}
+
+// The rule database, the counters of its rules, and the control plane's policy.
+void Session::startRuleTables() {
+   vexcsd_->kyAclDbIs( Gant::make< Vex::KyAclDb >( global_->moduleConfigStatusPairIs( "engine" ) ) );
+   if ( const auto & path = channel_->counterPath(); !path.empty() )
+      if ( const auto error = tree_.counterMirel->map( path ); !error.empty() ) spdlog::warn( "{}", error );
+   vexcsd_->bessCounterInfo()->counterMirelIs( tree_.counterMirel );
+   cpuPolicy_ = Gant::make< Vex::QosCpuPolicy >( vexcsd_ );
+   cpuPolicy_->hwInit();
+}
+
+void Session::start() {
+   startRuleTables();
+   portSm_ = Gant::make< PortSm >( tree_.portDir, vexcsd_, global_->moduleConfigStatusPairIs( "engine" ) );
+   agent_ = VexL3Unicast::agentSmFactory(
+        StateTree::cellId, tree_.em, tree_.bridgingConfig, tree_.bridgingStatus, tree_.ethIntfStatusDir,
+        tree_.vlanStatusDir, tree_.routingMounts, tree_.mcastMounts, tree_.vrfMounts, tree_.bfdMounts,
+        tree_.tunnelMounts, tree_.ipsecMounts, tree_.ip4TunnelMounts, tree_.fhrpMounts, tree_.qosMounts,
+        tree_.portVifStatus, tree_.mcastVifStatus, tree_.hulCliCommandRequestDir, tree_.vrfSeqConfigDir,
+        tree_.vrfSeqStatusDir, tree_.vlanIntfConfigDir, tree_.vlanIntfStatusDir, tree_.evpnVxlanTunnelTable,
+        tree_.capacityStatus, vexcsd_, tree_.aclConfig, tree_.counterMirel, Gant::make< Vex::ManagementSm >() );
+   agent_->initializedIs( true );
+   agent_->maybeStartProcessing();
+   clock_->timeMinIs( clock_->now() + lookEvery );
+   events_.begun();
+}
+
+bool Session::settled() const {
+   return events_.sourcesRead() && !agent_->hulVrfRootSm()->busy() &&
+          channel_->requestsQueued() == channel_->requestsAcknowledged();
+}
+
+void Session::handleClock() {
+   if ( !settled() ) {
+      clock_->timeMinIs( clock_->now() + lookEvery );
+      return;
+   }
+   fedSeconds_ = clock_->now() - begunAt_;
+   // The queue was as long as the table; its memory is not needed again.
+   malloc_trim( 0 );
+   events_.fed();
+}
+
+void Session::tellLost() { events_.lost( channel_->lossReason() ); }
+
+} // namespace Host

@@ -1,0 +1,78 @@
+// One session with a data plane: the engine around the agent, and the agent.
+#pragma once
+
+#include "HostPortSm.h"
+
+#include "GantActivity.h"
+
+#include <functional>
+
+namespace Vex {
+class GrpcChannel;
+class ModuleGlobalCmdConfig;
+class QosCpuPolicy;
+} // namespace Vex
+namespace VexL3Unicast {
+class AgentSm;
+}
+
+namespace Host {
+
+// Everything that is made anew for a data plane, and goes with it.
+//
+//   watches  Channel::onAcknowledged, onLost
+//   calls    agentSmFactory, initializedIs, maybeStartProcessing
+//
+// States: connecting (there is no agent: nothing is worked out for a data plane that may never come), feeding (the
+// agent stands, and not all that it made of the state is acknowledged), fed, lost. A lost session stays lost.
+class Session : public Gant::StateMachine {
+ public:
+   // Called in turns of the loop of their own; the session may be let go in them.
+   struct Events {
+      std::function< void() > begun;        // there is an agent now
+      std::function< void() > acknowledged; // some requests were
+      std::function< bool() > sourcesRead;  // whether the state is complete
+      std::function< void() > fed;
+      std::function< void( const std::string & reason ) > lost;
+   };
+   // `address` as GrpcChannel takes it.
+   Session( const StateTree & tree, const std::string & address, Events events );
+   // The agent goes first, then what it stood on.
+   ~Session() override;
+
+   // Null while connecting.
+   const Gant::Ptr< VexL3Unicast::AgentSm > & agent() const { return agent_; }
+   const Gant::Ptr< Vex::VexCommonSmData > & vexcsd() const { return vexcsd_; }
+   const Gant::Ptr< Vex::GrpcChannel > & channel() const { return channel_; }
+   // Seconds from the session's begin until it was fed; 0 before.
+   double fedSeconds() const { return fedSeconds_; }
+
+ private:
+   struct GantChannel;
+   struct GantClock;
+   void handleAcknowledged();
+   void handleClock();
+   void start();
+   void startRuleTables();
+   bool settled() const;
+   // Runs it in a turn of its own, if the session is still there then.
+   void later( void ( Session::*work )() );
+   void tellLost();
+
+   const StateTree & tree_;
+   Events events_;
+   Gant::Ptr< Vex::GrpcChannel > channel_;
+   Gant::Ptr< Vex::ModuleGlobalCmdConfig > global_;
+   Gant::Ptr< Vex::VexCommonSmData > vexcsd_;
+   Gant::Ptr< PortSm > portSm_;
+   Gant::Ptr< Vex::QosCpuPolicy > cpuPolicy_;
+   Gant::Ptr< VexL3Unicast::AgentSm > agent_;
+   Gant::Ptr< Gant::Clock > clock_;
+   double begunAt_ = 0;
+   double fedSeconds_ = 0;
+   std::unique_ptr< GantChannel > channelReactor_;
+   std::unique_ptr< GantClock > clockReactor_;
+   std::shared_ptr< bool > alive_ = std::make_shared< bool >( true );
+};
+
+} // namespace Host

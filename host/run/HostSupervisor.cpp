@@ -1,0 +1,109 @@
+#include "HostSupervisor.h"
+
+#include <algorithm>
+#include <spdlog/spdlog.h>
+
+namespace Host {
+
+namespace {
+
+// All in seconds.
+constexpr double firstBackOff = 0.05;
+constexpr double mostBackOff = 2;
+constexpr double lookEvery = 0.005; // whether a child that was started listens
+constexpr double listensWithin = 10;
+
+} // namespace
+
+struct Supervisor::GantClock : Gant::Clock::Notifiee {
+   explicit GantClock( Supervisor * owner ) : Notifiee( owner, owner->clock_ ), owner( owner ) {}
+   void onTime() override { owner->handleClock(); }
+   Supervisor * owner;
+};
+
+Supervisor::Supervisor( const StateTree & tree, Config config, Events events ) :
+     tree_( tree ), config_( std::move( config ) ), events_( std::move( events ) ),
+     clock_( Gant::activityManager()->newClock() ), clockReactor_( std::make_unique< GantClock >( this ) ) {
+   if ( config_.dataPlane == "embedded" )
+      dataPlane_ = std::make_unique< DataPlane >( config_.program, config_.dataPlaneLog );
+}
+
+Supervisor::~Supervisor() { session_ = nullptr; }
+
+void Supervisor::start() { begin(); }
+
+void Supervisor::wake( double seconds ) { clock_->timeMinIs( clock_->now() + seconds ); }
+
+void Supervisor::handleClock() {
+   if ( phase_ == Phase::waiting ) {
+      begin();
+      return;
+   }
+   if ( phase_ != Phase::starting || session_ ) return;
+   if ( dataPlane_->listens() ) {
+      connect();
+   } else if ( clock_->now() - startedAt_ > listensWithin ) {
+      lost( "the data plane was started and does not listen" );
+   } else {
+      wake( lookEvery );
+   }
+}
+
+void Supervisor::begin() {
+   phase_ = Phase::starting;
+   if ( !dataPlane_ ) {
+      connect();
+      return;
+   }
+   if ( const auto reason = dataPlane_->start(); !reason.empty() ) {
+      lost( reason );
+      return;
+   }
+   startedAt_ = clock_->now();
+   wake( lookEvery );
+}
+
+void Supervisor::connect() {
+   Session::Events events;
+   events.begun = [ this ] {
+      phase_ = Phase::running;
+      spdlog::info( "session with the data plane at {}", dataPlane_ ? dataPlane_->address() : config_.dataPlane );
+   };
+   events.acknowledged = events_.acknowledged;
+   events.sourcesRead = events_.sourcesRead;
+   events.fed = [ this ] {
+      lastFedSeconds_ = session_->fedSeconds();
+      backOff_ = 0;
+      spdlog::info( "the data plane has everything, after {:.3f} s", lastFedSeconds_ );
+      events_.fed();
+   };
+   events.lost = [ this ]( const std::string & reason ) { lost( reason ); };
+   session_ =
+        Gant::make< Session >( tree_, dataPlane_ ? dataPlane_->address() : config_.dataPlane, std::move( events ) );
+}
+
+void Supervisor::handleChild() {
+   if ( !dataPlane_ ) return;
+   if ( const auto reason = dataPlane_->ended() ) lost( *reason );
+}
+
+void Supervisor::lost( const std::string & given ) {
+   auto reason = given;
+   if ( dataPlane_ && dataPlane_->pid() != 0 ) {
+      // How the child ended says more than that its stream did.
+      if ( auto ended = dataPlane_->ended() )
+         reason = std::move( *ended );
+      else
+         dataPlane_->stop();
+   }
+   const bool news = phase_ == Phase::running || reason != lastLoss_;
+   if ( phase_ == Phase::running ) ++restarts_;
+   phase_ = Phase::waiting;
+   session_ = nullptr;
+   lastLoss_ = reason;
+   if ( news ) spdlog::warn( "no data plane: {}; trying again", reason );
+   wake( backOff_ );
+   backOff_ = std::min( mostBackOff, std::max( firstBackOff, 2 * backOff_ ) );
+}
+
+} // namespace Host

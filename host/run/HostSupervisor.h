@@ -1,0 +1,74 @@
+// Keeps a session with a data plane: begins it, notices its loss, and begins the next one.
+#pragma once
+
+#include "HostDataPlane.h"
+#include "HostRouter.h"
+#include "HostSession.h"
+
+namespace Host {
+
+// States, which are those of Phase, and what leads out of them:
+//
+//   starting   the data plane is started where it is a child, waited for, and connected to
+//      -> running   it answers
+//      -> waiting   it cannot be had
+//   running    a session with an agent
+//      -> waiting   the session is lost, or the child has ended
+//   waiting    there is no session; a restart is due
+//      -> starting  its time has come
+//
+// The first restart comes at once, each further one after twice the time of the one before, until a session has been
+// fed.
+class Supervisor : public Gant::StateMachine {
+ public:
+   struct Config {
+      std::string dataPlane = "embedded"; // or an address as GrpcChannel takes it
+      std::string program;                // of an embedded one; empty: the one that belongs to this executable
+      std::string dataPlaneLog = "warning";
+   };
+   struct Events {
+      std::function< bool() > sourcesRead;
+      std::function< void() > acknowledged; // the data plane has taken some of what it was told
+      std::function< void() > fed;
+   };
+   Supervisor( const StateTree & tree, Config config, Events events );
+   // Ends the session, and an embedded data plane.
+   ~Supervisor() override;
+
+   void start();
+   // A child of this process has ended: look whether it was the data plane.
+   void handleChild();
+
+   Phase phase() const { return phase_; }
+   // Null while there is none, or its data plane has not answered yet.
+   Session * session() const { return phase_ == Phase::running ? session_.get() : nullptr; }
+   int dataPlanePid() const { return dataPlane_ ? dataPlane_->pid() : 0; }
+   unsigned restarts() const { return restarts_; }
+   const std::string & lastLoss() const { return lastLoss_; }
+   double lastFedSeconds() const { return lastFedSeconds_; }
+   const Config & config() const { return config_; }
+
+ private:
+   struct GantClock;
+   void handleClock();
+   void begin();
+   void connect();
+   void lost( const std::string & reason );
+   void wake( double seconds );
+
+   const StateTree & tree_;
+   const Config config_;
+   const Events events_;
+   std::unique_ptr< DataPlane > dataPlane_; // null: not embedded
+   Gant::Ptr< Session > session_;
+   Phase phase_ = Phase::starting;
+   double startedAt_ = 0; // of the data plane that is waited for
+   double backOff_ = 0;   // seconds
+   unsigned restarts_ = 0;
+   std::string lastLoss_;
+   double lastFedSeconds_ = 0;
+   Gant::Ptr< Gant::Clock > clock_;
+   std::unique_ptr< GantClock > clockReactor_;
+};
+
+} // namespace Host

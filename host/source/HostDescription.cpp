@@ -1,0 +1,143 @@
+#include "HostDescription.h"
+
+#include "HostVerdict.h"
+
+#include <algorithm>
+
+namespace Host {
+
+std::string SourceError::stringValue() const {
+   return file + ( line == 0 ? "" : ":" + std::to_string( line ) ) + ": " + text;
+}
+
+void SourceErrors::add( SourceError error ) {
+   if ( ++count_ > kept ) return;
+   if ( tell_ ) tell_( error );
+   errors_.push_back( std::move( error ) );
+}
+
+std::optional< Description > Description::read( const std::string & path, SourceErrors & errors ) {
+   YAML::Node root;
+   try {
+      root = YAML::LoadFile( path );
+   } catch ( const YAML::BadFile & ) {
+      errors.add( { path, 0, "the file cannot be read" } );
+      return std::nullopt;
+   } catch ( const YAML::Exception & error ) {
+      errors.add( { path, error.mark.line + 1, error.msg } );
+      return std::nullopt;
+   }
+   Description description;
+   description.path_ = path;
+   if ( root.IsNull() ) return description;
+   if ( !root.IsMap() ) {
+      errors.add( { path, 1, "a description is a map of sections" } );
+      return std::nullopt;
+   }
+   for ( const auto & section : sections() ) description.readSection( *section, root[ section->name() ], errors );
+   for ( const auto & pair : root ) {
+      const auto name = pair.first.IsScalar() ? pair.first.Scalar() : std::string();
+      const bool known = std::ranges::any_of( sections(), [ & ]( const auto & s ) { return s->name() == name; } );
+      try {
+         if ( name == "route-file" )
+            description.readRouteFile( Entry( pair.second ) );
+         else if ( !known )
+            Entry( pair.first ).fail( "there is no section \"" + name + "\"" );
+      } catch ( const EntryError & error ) {
+         errors.add( { path, error.line(), error.what() } );
+      }
+   }
+   return description;
+}
+
+void Description::readSection( const Section & section, const YAML::Node & node, SourceErrors & errors ) {
+   if ( !node.IsDefined() || node.IsNull() ) return;
+   if ( node.IsSequence() )
+      for ( const auto & item : node ) readEntry( section, Entry( item ), errors );
+   else
+      readEntry( section, Entry( node ), errors );
+}
+
+void Description::readEntry( const Section & section, const Entry & entry, SourceErrors & errors ) {
+   try {
+      const auto key = section.key( entry );
+      if ( !keys_[ &section ].insert( key ).second )
+         entry.fail( std::string( section.kind() ) + " " + key + " is there twice" );
+      entries_.push_back( { &section, entry } );
+   } catch ( const EntryError & error ) {
+      errors.add( { path_, error.line(), error.what() } );
+   }
+}
+
+void Description::readRouteFile( const Entry & entry ) {
+   entry.only( { "path", "vrf", "nexthops", "ecmp", "groups" } );
+   routeFile_.description = path_;
+   routeFile_.vrf = entry.vrf();
+   if ( entry.has( "path" ) ) routeFile_.path = entry.at( "path" ).text( "a file name" );
+   for ( const auto & group : entry.list( "groups" ) ) {
+      std::vector< Entry > hops;
+      for ( const auto & hop : group.node() ) hops.emplace_back( hop );
+      if ( hops.empty() ) group.fail( "a group is a list of next hops" );
+      routeFile_.groups.push_back( { hopsOf( hops ), group.line() } );
+   }
+   const auto hops = hopsOf( entry.list( "nexthops" ) );
+   const auto ecmp = entry.number( "ecmp", 1, 4096, 1 );
+   if ( !hops.empty() && ecmp > hops.size() )
+      entry.at( "ecmp" ).fail( "ecmp " + std::to_string( ecmp ) + " is more than there are next hops" );
+   // Each next hop begins a group with those that follow it, in a ring.
+   for ( size_t first = 0; first < hops.size(); ++first ) {
+      RouteFileConfig::Group group{ {}, entry.at( "nexthops" ).line() };
+      for ( size_t at = 0; at < ecmp; ++at ) group.hops.push_back( hops[ ( first + at ) % hops.size() ] );
+      routeFile_.groups.push_back( std::move( group ) );
+      if ( ecmp == hops.size() ) break;
+   }
+}
+
+void Description::apply( RouterState & state, SourceErrors & errors ) const {
+   // What something else still leans on goes after that has been told anew.
+   delOthers( state, nullptr );
+   for ( const auto & section : sections() ) replaceAll( state, *section, errors );
+   delOthers( state, &errors );
+}
+
+void Description::delOthers( RouterState & state, SourceErrors * errors ) const {
+   static const std::set< std::string > none;
+   for ( auto section = sections().rbegin(); section != sections().rend(); ++section ) {
+      const auto keys = keys_.find( section->get() );
+      const auto refusals =
+           ( *section )->delOthers( state, Source::description(), keys == keys_.end() ? none : keys->second );
+      if ( errors == nullptr ) continue;
+      for ( const auto & refusal : refusals ) errors->add( { path_, 0, refusal.message } );
+   }
+}
+
+// An entry may have to wait for another one of its section: an address that moves between interfaces is free only once
+// the other one has left it.
+void Description::replaceAll( RouterState & state, const Section & section, SourceErrors & errors ) const {
+   struct Refused {
+      const Told * told;
+      int line;
+      std::string text;
+   };
+   std::vector< const Told * > waiting;
+   for ( const auto & told : entries_ )
+      if ( told.section == &section ) waiting.push_back( &told );
+   std::vector< Refused > refusals;
+   while ( true ) {
+      refusals.clear();
+      for ( const auto * told : waiting ) {
+         try {
+            auto result = section.replace( state, told->entry, Source::description() );
+            if ( !isDone( result ) ) refusals.push_back( { told, told->entry.line(), std::move( result.message ) } );
+         } catch ( const EntryError & error ) {
+            refusals.push_back( { told, error.line(), error.what() } );
+         }
+      }
+      if ( refusals.empty() || refusals.size() == waiting.size() ) break;
+      waiting.clear();
+      for ( const auto & refusal : refusals ) waiting.push_back( refusal.told );
+   }
+   for ( auto & refusal : refusals ) errors.add( { path_, refusal.line, std::move( refusal.text ) } );
+}
+
+} // namespace Host

@@ -1,0 +1,119 @@
+// interfaces, and tunnels, which are interfaces with two ends.
+#include "HostSection.h"
+
+#include "HostVerdict.h"
+
+namespace Host {
+
+namespace {
+
+using Interface::TunnelIntfStatus;
+using Interface::TunnelMode;
+
+class IntfSection : public Section {
+ public:
+   const char * name() const override { return "interfaces"; }
+   const char * kind() const override { return "interface"; }
+   std::string key( const Entry & entry ) const override { return intfId( entry ).stringValue(); }
+   bool has( const RouterState & state, const Entry & entry ) const override {
+      return state.intfBook().intfs().contains( intfId( entry ) );
+   }
+   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+      return state.intfIs( fact( entry ), source );
+   }
+   ChangeResult del( RouterState & state, const Entry & entry ) const override {
+      return state.intfDel( intfId( entry ) );
+   }
+   std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+                                          const std::set< std::string > & keys ) const override {
+      std::vector< Kynet::IntfId > gone;
+      for ( const auto & [ intfId, told ] : state.intfBook().intfs() )
+         if ( told.source == source && takes( intfId.type() ) && !keys.contains( intfId.stringValue() ) )
+            gone.push_back( intfId );
+      for ( const auto intfId : gone ) state.intfDel( intfId );
+      return {};
+   }
+
+ protected:
+   virtual IntfFact fact( const Entry & entry ) const {
+      entry.only( { "name", "vrf", "addresses", "mtu", "mss", "mac", "enabled" } );
+      auto fact = common( entry, 1500 );
+      fact.mac = entry.value< Kynet::EthAddr >( "mac", "a MAC address", {} );
+      return fact;
+   }
+   virtual bool takes( Kynet::IntfType type ) const {
+      switch ( type.value() ) {
+      case Kynet::IntfType::ethernet_:
+      case Kynet::IntfType::vlan_:
+      case Kynet::IntfType::loopback_:
+      case Kynet::IntfType::portChannel_: return true;
+      default: return false;
+      }
+   }
+   virtual const char * kindsTaken() const { return "Ethernet, Port-Channel, Vlan and Loopback interfaces"; }
+
+   Kynet::IntfId intfId( const Entry & entry ) const {
+      const auto intfId = entry.intf( "name" );
+      if ( !takes( intfId.type() ) )
+         entry.fail( intfId.stringValue() + " does not belong here: " + name() + " are " + kindsTaken() );
+      return intfId;
+   }
+   IntfFact common( const Entry & entry, U32 mtu ) const {
+      IntfFact fact{ intfId( entry ), entry.vrf() };
+      for ( const auto & address : entry.list( "addresses" ) ) fact.addresses.push_back( address.interfaceAddress() );
+      fact.mtu = entry.number( "mtu", 0, ~U32( 0 ), mtu );
+      if ( entry.has( "mss" ) ) readMss( entry.at( "mss" ), fact );
+      fact.enabled = entry.flag( "enabled", true );
+      return fact;
+   }
+
+ private:
+   static void readMss( const Entry & mss, IntfFact & fact ) {
+      constexpr U32 most = 65535;
+      if ( !mss.node().IsMap() ) {
+         fact.mssIngress = fact.mssEgress = static_cast< U16 >( mss.number( "mss", 0, most ) );
+         return;
+      }
+      mss.only( { "ingress", "egress" } );
+      fact.mssIngress = static_cast< U16 >( mss.number( "ingress", 0, most, 0 ) );
+      fact.mssEgress = static_cast< U16 >( mss.number( "egress", 0, most, 0 ) );
+   }
+};
+
+class TunnelSection : public IntfSection {
+ public:
+   const char * name() const override { return "tunnels"; }
+   const char * kind() const override { return "tunnel"; }
+
+ protected:
+   IntfFact fact( const Entry & entry ) const override {
+      entry.only( { "name", "vrf", "addresses", "mtu", "mss", "enabled", "mode", "source", "destination", "underlay",
+                    "key", "ttl", "tos" } );
+      // What GRE and its IPv4 header leave of an Ethernet frame's packet.
+      auto fact = common( entry, 1476 );
+      fact.tunnel = TunnelIntfStatus( mode( entry ), entry.ip4( "source" ), entry.ip4( "destination" ),
+                                      entry.vrf( "underlay" ), static_cast< U8 >( entry.number( "ttl", 0, 255, 64 ) ),
+                                      static_cast< U8 >( entry.number( "tos", 0, 255, 0 ) ),
+                                      entry.number( "key", 0, ~U32( 0 ), 0 ) );
+      return fact;
+   }
+   bool takes( Kynet::IntfType type ) const override { return type == Kynet::IntfType::tunnel_; }
+   const char * kindsTaken() const override { return "Tunnel interfaces"; }
+
+ private:
+   static TunnelMode mode( const Entry & entry ) {
+      if ( !entry.has( "mode" ) ) return TunnelMode::gre();
+      const auto text = entry.at( "mode" ).text( "a tunnel mode" );
+      if ( text == "gre" ) return TunnelMode::gre();
+      if ( text == "gre-ipsec" ) return TunnelMode::greOverIpsec();
+      if ( text == "ipsec" ) return TunnelMode::ipsec();
+      entry.at( "mode" ).fail( "mode \"" + text + "\" is not gre, gre-ipsec or ipsec" );
+   }
+};
+
+} // namespace
+
+std::unique_ptr< const Section > intfSection() { return std::make_unique< IntfSection >(); }
+std::unique_ptr< const Section > tunnelSection() { return std::make_unique< TunnelSection >(); }
+
+} // namespace Host

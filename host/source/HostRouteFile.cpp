@@ -1,0 +1,193 @@
+#include "HostRouteFile.h"
+
+#include "HostEntry.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+namespace Host {
+
+namespace {
+
+constexpr size_t knownMax = 65536;
+
+template < typename P >
+constexpr auto familyOf =
+     std::is_same_v< P, Kynet::Prefix > ? Kynet::AddressFamily::ipv4_ : Kynet::AddressFamily::ipv6_;
+
+constexpr std::string_view blanks = " \t\r,";
+
+// The next word, which is taken off the text.
+std::string_view word( std::string_view & text ) {
+   const auto begin = text.find_first_not_of( blanks );
+   if ( begin == text.npos ) return text = {};
+   const auto end = std::min( text.find_first_of( blanks, begin ), text.size() );
+   const auto found = text.substr( begin, end - begin );
+   text.remove_prefix( end );
+   return found;
+}
+
+// Gives what is wrong, empty when nothing is.
+std::string parseWays( std::string_view text, Ways & ways ) {
+   while ( true ) {
+      const auto hopText = word( text );
+      if ( hopText.empty() ) return {};
+      if ( hopText == "blackhole" ) {
+         if ( !ways.hops.empty() || !word( text ).empty() ) return "\"blackhole\" stands alone";
+         ways.kind = Mirel::RouteType::drop();
+         return {};
+      }
+      Hop hop;
+      if ( auto wrong = parseHop( hopText, hop ); !wrong.empty() ) return wrong;
+      ways.hops.push_back( std::move( hop ) );
+   }
+}
+
+} // namespace
+
+RouteFile::RouteFile( RouterState & state, RouteFileConfig config, SourceErrors & errors ) :
+     state_( state ), config_( std::move( config ) ),
+     errors_( errors ), v4_{ state.routes4() }, v6_{ state.routes6() } {
+   const auto vrfId = state_.vrfBook().id( config_.vrf );
+   if ( config_.path.empty() ) {
+      phase_ = Phase::removing;
+   } else if ( !vrfId ) {
+      errors_.add( { config_.path, 0, textOf( config_.vrf ) + " does not exist" } );
+      phase_ = Phase::over;
+   } else if ( const auto reason = open(); !reason.empty() ) {
+      errors_.add( { config_.path, 0, reason } );
+      phase_ = Phase::over;
+   } else {
+      vrfId_ = *vrfId;
+      makeGroups( v4_, true );
+      makeGroups( v6_, false );
+   }
+}
+
+std::string RouteFile::open() {
+   // A directory opens, and then reads as an empty file.
+   std::error_code error;
+   if ( std::filesystem::is_directory( config_.path, error ) ) return "it is a directory";
+   in_.open( config_.path );
+   return in_ ? "" : std::strerror( errno );
+}
+
+RouteFile::~RouteFile() {
+   forget( v4_ );
+   forget( v6_ );
+}
+
+template < typename P >
+void RouteFile::makeGroups( Family< P > & family, bool tellErrors ) {
+   for ( const auto & group : config_.groups ) {
+      auto made = acquire( family, { Mirel::RouteType::forward(), group.hops } );
+      if ( made.fecId == 0 && tellErrors )
+         errors_.add( { config_.description, group.line, "route-file: " + made.wrong } );
+      // A prefix goes to its group or nowhere: groups that are wrong keep their place.
+      family.groups.push_back( std::move( made ) );
+   }
+}
+
+template < typename P >
+RouteFile::Known RouteFile::acquire( Family< P > & family, const Ways & ways ) {
+   auto wrong = state_.wrongWays( vrfId_, familyOf< P >, ways );
+   if ( !wrong.empty() ) return { ways.kind, 0, std::move( wrong ) };
+   return { ways.kind, family.book.fecs().acquire( vrfId_, ways ), {} };
+}
+
+template < typename P >
+void RouteFile::forget( Family< P > & family ) {
+   for ( const auto & group : family.groups )
+      if ( group.fecId != 0 ) family.book.fecs().release( group.fecId );
+   for ( const auto & [ text, known ] : family.known )
+      if ( known.fecId != 0 ) family.book.fecs().release( known.fecId );
+   family.groups.clear();
+   family.known.clear();
+}
+
+bool RouteFile::step( size_t most ) {
+   while ( phase_ == Phase::reading ) {
+      if ( most-- == 0 ) return true;
+      if ( !std::getline( in_, text_ ) ) {
+         // What could not be read may still be there.
+         if ( in_.bad() ) error( "the file cannot be read on" );
+         phase_ = in_.bad() ? Phase::over : Phase::removing;
+         return phase_ != Phase::over;
+      }
+      ++line_;
+      line( std::string_view( text_ ).substr( 0, text_.find( '#' ) ) );
+   }
+   if ( phase_ == Phase::removing && remove( v6_, remove( v4_, most ) ) != 0 ) phase_ = Phase::over;
+   return phase_ != Phase::over;
+}
+
+void RouteFile::line( std::string_view text ) {
+   const auto prefixText = word( text );
+   if ( prefixText.empty() ) return;
+   if ( const auto prefix = Kynet::Prefix::fromString( prefixText ) )
+      route( v4_, *prefix, text );
+   else if ( const auto prefix6 = Kynet::Ip6Prefix::fromString( prefixText ) )
+      route( v6_, *prefix6, text );
+   else
+      error( "\"" + std::string( prefixText.substr( 0, 64 ) ) + "\" is not an IP prefix" );
+}
+
+template < typename P >
+void RouteFile::route( Family< P > & family, const P & prefix, std::string_view hops ) {
+   if ( auto wrong = wrongPrefix( prefix ); !wrong.empty() ) return error( prefix.stringValue() + ": " + wrong );
+   const auto & ways = waysOf( family, prefix, hops );
+   if ( ways.fecId == 0 ) return error( prefix.stringValue() + ": " + ways.wrong );
+   const auto & table = family.book.table();
+   auto slot = table.slot( vrfId_, prefix );
+   if ( slot && *slot < family.seen.size() && family.seen[ *slot ] &&
+        sourceOf( table.routeAt( *slot ) ) == Source::routeFile_ )
+      return error( prefix.stringValue() + ": an earlier line has the prefix already" );
+   family.book.routeIs( vrfId_, prefix, Source::routeFile(), ways.kind, ways.fecId );
+   if ( !slot ) slot = table.slot( vrfId_, prefix );
+   // A route that waits behind another one is marked in the place of that one.
+   if ( *slot >= family.seen.size() ) family.seen.resize( table.slots() );
+   family.seen[ *slot ] = true;
+}
+
+template < typename P >
+const RouteFile::Known & RouteFile::waysOf( Family< P > & family, const P & prefix, std::string_view hops ) {
+   static const Known none{ {}, 0, "it has no next hops, and the description has none to spread it over" };
+   const auto first = hops.find_first_not_of( blanks );
+   if ( first == hops.npos )
+      return family.groups.empty() ? none : family.groups[ prefix.hash() % family.groups.size() ];
+   std::string text( hops.substr( first ) );
+   if ( const auto at = family.known.find( text ); at != family.known.end() ) return at->second;
+   if ( family.known.size() >= knownMax ) {
+      for ( const auto & [ former, known ] : family.known )
+         if ( known.fecId != 0 ) family.book.fecs().release( known.fecId );
+      family.known.clear();
+   }
+   Ways ways;
+   auto wrong = parseWays( text, ways );
+   auto known = wrong.empty() ? acquire( family, ways ) : Known{ ways.kind, 0, std::move( wrong ) };
+   return family.known.emplace( std::move( text ), std::move( known ) ).first->second;
+}
+
+// What is left of `most`; nothing left: it is not through.
+template < typename P >
+size_t RouteFile::remove( Family< P > & family, size_t most ) {
+   const auto & table = family.book.table();
+   const auto seen = [ & ]( U32 slot ) { return slot < family.seen.size() && family.seen[ slot ]; };
+   for ( ; family.at < table.slots(); ++family.at ) {
+      if ( most == 0 ) return 0;
+      --most;
+      if ( !table.slotHas( family.at ) || seen( family.at ) ) continue;
+      if ( sourceOf( table.routeAt( family.at ) ) != Source::routeFile_ ) continue;
+      const auto ref = table.refAt( family.at );
+      family.book.routeDel( ref.vrfId, ref.prefix, Source::routeFile() );
+   }
+   for ( const auto & [ vrfId, prefix ] : family.book.waitingPrefixes( Source::routeFile() ) )
+      if ( const auto slot = table.slot( vrfId, prefix ); slot && !seen( *slot ) )
+         family.book.routeDel( vrfId, prefix, Source::routeFile() );
+   return most;
+}
+
+void RouteFile::error( std::string text ) { errors_.add( { config_.path, line_, std::move( text ) } ); }
+
+} // namespace Host

@@ -1,0 +1,90 @@
+// routes: static routes of both families.
+#include "HostSection.h"
+
+#include "HostVerdict.h"
+
+namespace Host {
+
+std::vector< Hop > hopsOf( const std::vector< Entry > & entries ) {
+   std::vector< Hop > hops;
+   for ( const auto & entry : entries ) {
+      Hop hop;
+      if ( entry.node().IsScalar() ) {
+         if ( const auto wrong = parseHop( entry.node().Scalar(), hop ); !wrong.empty() ) entry.fail( wrong );
+      } else {
+         entry.only( { "nexthop", "interface", "weight" } );
+         hop.addrIs( entry.value< Kynet::IpGenAddr >( "nexthop", "an IP address", {} ) );
+         if ( entry.has( "interface" ) ) hop.intfIdIs( entry.intf( "interface" ) );
+         hop.weightIs( static_cast< U16 >( entry.number( "weight", 1, 65535, 1 ) ) );
+         if ( !hop.addrHas() && !hop.intfId() ) entry.fail( "a next hop has an address, an interface, or both" );
+      }
+      hops.push_back( std::move( hop ) );
+   }
+   return hops;
+}
+
+namespace {
+
+using Mirel::RouteType;
+
+class RouteSection : public Section {
+ public:
+   const char * name() const override { return "routes"; }
+   const char * kind() const override { return "route"; }
+   std::string key( const Entry & entry ) const override { return textOf( entry.vrf(), prefixOf( entry ) ); }
+   bool has( const RouterState & state, const Entry & entry ) const override {
+      return told( state.routeSource( entry.vrf(), prefixOf( entry ) ) );
+   }
+
+   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+      entry.only( { "prefix", "vrf", "via", "blackhole", "receive" } );
+      return state.routeIs( { entry.vrf(), prefixOf( entry ), waysOf( entry ) }, source );
+   }
+
+   ChangeResult del( RouterState & state, const Entry & entry ) const override {
+      const auto vrf = entry.vrf();
+      const auto prefix = prefixOf( entry );
+      const auto source = state.routeSource( vrf, prefix );
+      if ( source == Source::none_ || told( source ) ) return state.routeDel( vrf, prefix, source );
+      return refused( "route " + prefix.stringValue() + ": it follows from " + textOfSource( source ) +
+                      " and goes with it" );
+   }
+
+   std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+                                          const std::set< std::string > & keys ) const override {
+      const auto delFrom = [ & ]( auto & book ) {
+         for ( const auto & [ vrfId, prefix ] : book.prefixes( source ) )
+            if ( !keys.contains( textOf( state.vrfBook().name( vrfId ), Kynet::IpGenPrefix( prefix ) ) ) )
+               book.routeDel( vrfId, prefix, source );
+      };
+      delFrom( state.routes4() );
+      delFrom( state.routes6() );
+      return {};
+   }
+
+ private:
+   // By somebody who can take it back.
+   static bool told( Source source ) {
+      return source == Source::command_ || source == Source::description_ || source == Source::routeFile_;
+   }
+   static Kynet::IpGenPrefix prefixOf( const Entry & entry ) {
+      return entry.at( "prefix" ).value< Kynet::IpGenPrefix >( "an IP prefix" );
+   }
+   static std::string textOf( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix ) {
+      return vrf.value() + " " + prefix.stringValue();
+   }
+   static Ways waysOf( const Entry & entry ) {
+      const bool blackhole = entry.flag( "blackhole", false );
+      const int told = int( blackhole ) + int( entry.has( "via" ) ) + int( entry.has( "receive" ) );
+      if ( told != 1 ) entry.fail( "a route has one of \"via\", \"blackhole\" and \"receive\"" );
+      if ( blackhole ) return { RouteType::drop(), {} };
+      if ( entry.has( "receive" ) ) return { RouteType::receive(), { Hop( {}, entry.intf( "receive" ), 1 ) } };
+      return { RouteType::forward(), hopsOf( entry.list( "via" ) ) };
+   }
+};
+
+} // namespace
+
+std::unique_ptr< const Section > routeSection() { return std::make_unique< RouteSection >(); }
+
+} // namespace Host

@@ -1,0 +1,27 @@
+#include "HostSection.h"
+
+#include <algorithm>
+
+namespace Host {
+
+const std::vector< std::unique_ptr< const Section > > & sections() {
+   static const auto all = [] {
+      std::vector< std::unique_ptr< const Section > > made;
+      made.push_back( routerSection() );
+      made.push_back( vrfSection() );
+      made.push_back( intfSection() );
+      made.push_back( tunnelSection() );
+      made.push_back( neighborSection() );
+      made.push_back( routeSection() );
+      return made;
+   }();
+   return all;
+}
+
+const Section * sectionOfKind( const std::string & kind ) {
+   const auto at =
+        std::ranges::find_if( sections(), [ & ]( const auto & section ) { return section->kind() == kind; } );
+   return at == sections().end() ? nullptr : at->get();
+}
+
+} // namespace Host

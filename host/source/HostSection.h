@@ -1,0 +1,52 @@
+// The sections of a description. A new one is a class of its own in a file of its own, and a line in sections().
+#pragma once
+
+#include "HostEntry.h"
+#include "HostRouterState.h"
+
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Host {
+
+// What the entries of a section are, and how they reach the router's state. One parser serves the description and the
+// changes by command: an entry reads the same in both. Entries that cannot be read throw EntryError.
+class Section {
+ public:
+   virtual ~Section() = default;
+
+   // "interfaces", the key of the description, and "interface", the kind of a change.
+   virtual const char * name() const = 0;
+   virtual const char * kind() const = 0;
+
+   // The name of the entry's object, unique in its section, from its key fields alone: "Ethernet1".
+   virtual std::string key( const Entry & entry ) const = 0;
+   // Whether somebody has told the object already.
+   virtual bool has( const RouterState & state, const Entry & entry ) const = 0;
+   // Makes the object what the entry says.
+   virtual ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const = 0;
+   // Takes the object away, whoever told it. Only the key fields of the entry are read.
+   virtual ChangeResult del( RouterState & state, const Entry & entry ) const = 0;
+   // Takes away what the source told under other keys than these, and gives the refusals.
+   virtual std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+                                                  const std::set< std::string > & keys ) const = 0;
+};
+
+// In the order in which the objects lean on each other.
+const std::vector< std::unique_ptr< const Section > > & sections();
+// Null: there is no such kind.
+const Section * sectionOfKind( const std::string & kind );
+
+std::unique_ptr< const Section > routerSection();
+std::unique_ptr< const Section > vrfSection();
+std::unique_ptr< const Section > intfSection();
+std::unique_ptr< const Section > tunnelSection();
+std::unique_ptr< const Section > neighborSection();
+std::unique_ptr< const Section > routeSection();
+
+// Hops as the entries of a list: words, or maps of "nexthop", "interface" and "weight".
+std::vector< Hop > hopsOf( const std::vector< Entry > & entries );
+
+} // namespace Host

@@ -1,0 +1,77 @@
+// What the router is told: its objects as their writers see them, before they become entities of the state tree.
+#pragma once
+
+#include "GantEnum.h"
+#include "GantValue.h"
+#include "KynetAddr.h"
+#include "KynetIntfId.h"
+#include "MirelFib.h"
+#include "StateInterface.h"
+#include "StateL3.h"
+
+#include <optional>
+#include <vector>
+
+namespace Host {
+
+// Who told it. Of routes of one prefix, the one whose source has the lowest number is in use; the others wait behind
+// it. The number is also the protocol mark of the FIB.
+GANT_ENUM( Source, U8, ( none, 0 ), // nobody: there is none
+           ( connected, 1 ),        // follows from an interface's address
+           ( command, 2 ),          // told through the command socket
+           ( description, 3 ),      // the router description
+           ( routeFile, 4 ),        // the plain route file
+           ( neighbor, 5 ) )        // the host route of a resolved neighbour
+
+// In words: "the description".
+const char * textOfSource( Source source );
+
+struct VrfFact {
+   L3::VrfName name;
+   // Its number in the FIBs. Nothing: the lowest one that is free. The default VRF has 0.
+   std::optional< U32 > id{};
+   friend bool operator==( const VrfFact &, const VrfFact & ) = default;
+};
+
+struct IntfFact {
+   Kynet::IntfId intfId;
+   L3::VrfName vrf = L3::VrfName::defaultVrf();
+   std::vector< Kynet::Prefix > addresses{}; // with host bits: the address and its subnet
+   U32 mtu = 1500;                           // bytes of an IPv4 packet, from 68 (RFC 791)
+   U16 mssIngress = 0;                       // bytes of a TCP segment, 0: left alone
+   U16 mssEgress = 0;
+   Kynet::EthAddr mac{}; // zero: one that follows from the name
+   bool enabled = true;
+   std::optional< Interface::TunnelIntfStatus > tunnel{}; // of a tunnel interface, and only of one
+   friend bool operator==( const IntfFact &, const IntfFact & ) = default;
+};
+
+struct NeighborFact {
+   Kynet::IntfId intfId;
+   Kynet::IpGenAddr addr;
+   Kynet::EthAddr mac;
+   friend bool operator==( const NeighborFact &, const NeighborFact & ) = default;
+};
+
+// One next hop, as asked for. Without an interface it is reached by whichever interface of the VRF has it on a
+// subnet; without an address it is whoever a tunnel leads to.
+class Hop {
+   GANT_VALUE( "Host::Hop", Hop, ( Kynet::IpGenAddr, addr ), ( Kynet::IntfId, intfId ), ( U16, weight, 1 ) )
+   bool addrHas() const { return addr_ != Kynet::IpGenAddr(); }
+};
+
+// What a route does with its packets, as asked for.
+struct Ways {
+   Mirel::RouteType kind = Mirel::RouteType::forward();
+   std::vector< Hop > hops{}; // of a `drop` none
+   friend bool operator==( const Ways &, const Ways & ) = default;
+};
+
+struct RouteFact {
+   L3::VrfName vrf = L3::VrfName::defaultVrf();
+   Kynet::IpGenPrefix prefix;
+   Ways ways{};
+   friend bool operator==( const RouteFact &, const RouteFact & ) = default;
+};
+
+} // namespace Host

@@ -1,0 +1,66 @@
+// The FECs of one FIB: one for each set of ways that routes ask for, counted by its users.
+#pragma once
+
+#include "HostFacts.h"
+
+#include "MirelSlab.h"
+
+#include <functional>
+
+namespace Host {
+
+// What a hop comes to.
+struct Way {
+   Mirel::Via via;
+   bool usable; // its interface is enabled
+};
+// Nothing while no interface reaches it.
+using Resolve = std::function< std::optional< Way >( U32 vrfId, const Hop & hop ) >;
+
+// A FEC keeps the ways as they were asked for, and carries the vias that they come to at present. A hop without an
+// interface comes to another one when the subnets do; one that no usable interface reaches is left out while others
+// remain. So a change of an interface costs what there are of FECs, whatever the number of routes.
+template < typename P >
+class FecBook {
+ public:
+   using Table = Mirel::RouteTable< P >;
+
+   FecBook( Gant::Ptr< Table > fib, Resolve resolve ) : fib_( std::move( fib ) ), resolve_( std::move( resolve ) ) {}
+
+   // The id of the FEC of these ways, made where there is none, with one user more.
+   U64 acquire( U32 vrfId, const Ways & ways );
+   void use( U64 fecId ) { ++fec( fecId ).users; }
+   // The FEC goes with its last user.
+   void release( U64 fecId );
+   const Ways & ways( U64 fecId ) const { return fecs_[ static_cast< U32 >( fecId - 1 ) ].ways; }
+
+   // After interfaces or their subnets changed.
+   void review();
+   size_t fecs() const { return byKey_.size(); }
+
+ private:
+   // The VRF is part of the key where a hop has to be looked for in it.
+   struct Key {
+      U32 vrfId;
+      Ways ways;
+      friend bool operator==( const Key &, const Key & ) = default;
+      size_t hash() const;
+   };
+   struct Fec {
+      U32 vrfId = 0;
+      U32 users = 0; // 0: there is no such FEC
+      Ways ways{};
+   };
+   Fec & fec( U64 fecId ) { return fecs_[ static_cast< U32 >( fecId - 1 ) ]; }
+   Mirel::Vias vias( const Fec & fec ) const;
+
+   Gant::Ptr< Table > fib_;
+   Resolve resolve_;
+   Mirel::Slab< Fec > fecs_; // the id is the place and one
+   Gant::HashMap< Key, U64 > byKey_;
+};
+
+extern template class FecBook< Kynet::Prefix >;
+extern template class FecBook< Kynet::Ip6Prefix >;
+
+} // namespace Host

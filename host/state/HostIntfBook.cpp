@@ -1,0 +1,319 @@
+#include "HostIntfBook.h"
+
+#include <algorithm>
+#include <set>
+
+namespace Host {
+
+namespace {
+
+using Mirel::RouteType;
+
+constexpr U32 mtuMin = 68, mtuMax = 65535;
+
+std::set< Kynet::Prefix > subnetsOf( const IntfFact & fact ) {
+   std::set< Kynet::Prefix > subnets;
+   for ( const auto & address : fact.addresses ) subnets.insert( subnetOf( address ) );
+   return subnets;
+}
+
+Kynet::Prefix hostRoute( Kynet::IpAddr addr ) { return Kynet::Prefix( addr, 32 ); }
+
+Kynet::IpAddr broadcastOf( Kynet::Prefix address ) {
+   return Kynet::IpAddr( address.address().value() | ~address.mask() );
+}
+
+std::map< Kynet::Prefix, RouteType > derivedOf( const IntfFact & fact ) {
+   std::map< Kynet::Prefix, RouteType > derived;
+   if ( !fact.enabled ) return derived;
+   for ( const auto & address : fact.addresses ) {
+      if ( address.len() < 32 ) derived[ subnetOf( address ) ] = RouteType::attached();
+      // RFC 3021: a subnet of two addresses has no broadcast address.
+      if ( address.len() <= 30 ) derived.emplace( hostRoute( broadcastOf( address ) ), RouteType::broadcast() );
+      derived[ hostRoute( address.address() ) ] = RouteType::receive();
+   }
+   return derived;
+}
+
+// Locally administered, and another one for every interface.
+Kynet::EthAddr macOf( Kynet::IntfId intfId ) {
+   const auto number = intfId.value();
+   const auto byte = [ number ]( int shift ) { return static_cast< U8 >( number >> shift ); };
+   return Kynet::EthAddr( { 0x02, byte( 56 ), byte( 40 ), byte( 32 ), byte( 16 ), byte( 0 ) } );
+}
+
+Vex::EncapType encapOf( Interface::TunnelMode mode ) {
+   switch ( mode.value() ) {
+   case Interface::TunnelMode::gre_: return Vex::EncapType::gre();
+   case Interface::TunnelMode::greOverIpsec_: return Vex::EncapType::greIpsec();
+   case Interface::TunnelMode::ipsec_: return Vex::EncapType::vtiIpsec();
+   }
+   return Vex::EncapType::gre();
+}
+
+} // namespace
+
+IntfBook::IntfBook( StateTree & tree, const VrfBook & vrfs ) :
+     tree_( tree ), vrfs_( vrfs ),
+     routes4_( tree.fib, [ this ]( U32 vrfId, const Hop & hop ) { return resolve( vrfId, hop ); } ),
+     routes6_( tree.fib6, [ this ]( U32 vrfId, const Hop & hop ) { return resolve( vrfId, hop ); } ) {}
+
+Gant::String IntfBook::wrong( const IntfFact & fact ) const {
+   if ( !vrfs_.id( fact.vrf ) ) return textOf( fact.vrf ) + " does not exist";
+   if ( fact.mtu < mtuMin ) return Gant::format( "MTU %u is under %u", fact.mtu, mtuMin );
+   if ( fact.mtu > mtuMax ) return Gant::format( "MTU %u is over %u", fact.mtu, mtuMax );
+   if ( fact.mac.multicast() ) return "MAC " + fact.mac.stringValue() + " is a multicast address";
+   for ( const auto & address : fact.addresses )
+      if ( auto text = wrongAddress( fact, address ); !text.empty() ) return text;
+   return fact.tunnel ? wrongTunnel( fact ) : "";
+}
+
+Gant::String IntfBook::wrongAddress( const IntfFact & fact, Kynet::Prefix address ) const {
+   const auto text = "address " + address.stringValue();
+   const auto first = address.address().value() >> 24;
+   if ( first == 0 || first == 127 || first >= 224 ) return text + " is not one that an interface can have";
+   if ( address.len() == 0 ) return text + " has no subnet";
+   if ( address.len() <= 30 && address.canonical() ) return text + " is its subnet's own";
+   if ( address.len() <= 30 && address.address() == broadcastOf( address ) )
+      return text + " is its subnet's broadcast address";
+   if ( std::ranges::count_if( fact.addresses, [ & ]( auto other ) { return other.address() == address.address(); } ) >
+        1 )
+      return text + " is there twice";
+   if ( const auto overlap = subnets_.overlap( vrfId( fact ), subnetOf( address ), fact.intfId ) )
+      return text + " overlaps with " + overlap->subnet.stringValue() + " of " + overlap->intfId.stringValue();
+   return {};
+}
+
+Gant::String IntfBook::wrongTunnel( const IntfFact & fact ) const {
+   const auto & tunnel = *fact.tunnel;
+   if ( !vrfs_.id( tunnel.underlayVrf() ) ) return "underlay " + textOf( tunnel.underlayVrf() ) + " does not exist";
+   if ( !tunnel.srcAddr() ) return "a tunnel needs a source";
+   if ( !tunnel.dstAddr() ) return "a tunnel needs a destination";
+   if ( tunnel.srcAddr() == tunnel.dstAddr() )
+      return "source and destination are both " + tunnel.srcAddr().stringValue();
+   return {};
+}
+
+ChangeResult IntfBook::intfIs( const IntfFact & fact, Source source ) {
+   const auto name = "interface " + fact.intfId.stringValue();
+   if ( auto text = wrong( fact ); !text.empty() ) return refused( name + ": " + text );
+   const auto at = intfs_.find( fact.intfId );
+   if ( at != intfs_.end() ) {
+      at->second.source = source;
+      const auto former = at->second.fact;
+      if ( former == fact ) return done();
+      if ( former.vrf != fact.vrf || former.tunnel != fact.tunnel )
+         takeDown( former );
+      else
+         subnetsAre( former, false );
+   }
+   intfs_[ fact.intfId ] = { fact, source };
+   subnetsAre( fact, true );
+   bringUp( fact );
+   return done();
+}
+
+ChangeResult IntfBook::intfDel( Kynet::IntfId intfId ) {
+   const auto at = intfs_.find( intfId );
+   if ( at == intfs_.end() ) return notFound( "interface " + intfId.stringValue() + " does not exist" );
+   takeDown( at->second.fact );
+   std::vector< NeighborKey > gone;
+   for ( auto n = neighbors_.lower_bound( { intfId, {} } ); n != neighbors_.end() && n->first.first == intfId; ++n )
+      gone.push_back( n->first );
+   for ( const auto & key : gone ) neighborDel( key.first, key.second );
+   return done();
+}
+
+// From whatever it was, with its subnets told already.
+void IntfBook::bringUp( const IntfFact & fact ) {
+   derivedAre( fact );
+   if ( !fact.enabled ) reviewFecs();
+   writeEntities( fact );
+   if ( fact.enabled ) reviewFecs();
+   neighborRoutesAre( fact );
+}
+
+void IntfBook::takeDown( const IntfFact & given ) {
+   auto fact = given;
+   fact.enabled = false;
+   derivedAre( fact );
+   neighborRoutesAre( fact );
+   subnetsAre( fact, false );
+   intfs_.erase( fact.intfId );
+   reviewFecs();
+   const auto intfId = fact.intfId;
+   tree_.allIntfStatusDir->intfStatusDel( intfId );
+   for ( const auto & address : tree_.ipStatus->intfAddrKeys() )
+      if ( address.intfId() == intfId ) tree_.ipStatus->intfAddrDel( address );
+   tree_.ipStatus->intfStatusDel( intfId );
+   tree_.ethIntfStatusDir->intfStatusDel( intfId );
+   tree_.vlanIntfStatusDir->intfStatusDel( intfId );
+   tree_.tunnelIntfStatusDir->intfStatusDel( intfId );
+   tree_.portDir->portDel( intfId );
+}
+
+void IntfBook::writeEntities( const IntfFact & fact ) {
+   const auto intfId = fact.intfId;
+   tree_.portDir->portIs( intfId, port( fact ) );
+   if ( fact.tunnel )
+      tree_.tunnelIntfStatusDir->intfStatusIs( intfId, *fact.tunnel );
+   else
+      tree_.ethIntfStatusDir->intfStatusIs( intfId, Interface::EthIntfStatus( port( fact ).macAddr(), 0 ) );
+   if ( intfId.type() == Kynet::IntfType::vlan_ )
+      tree_.vlanIntfStatusDir->intfStatusIs( intfId, Bridging::VlanIdOrNone( intfId.first() ) );
+   Ip::IntfStatus status;
+   status.vrfNameIs( fact.vrf );
+   status.routingEnabledIs( fact.enabled );
+   status.mtuIs( fact.mtu );
+   status.tcpMssIngressIs( fact.mssIngress );
+   status.tcpMssEgressIs( fact.mssEgress );
+   tree_.ipStatus->intfStatusIs( intfId, status );
+   for ( const auto & address : tree_.ipStatus->intfAddrKeys() )
+      if ( address.intfId() == intfId && std::ranges::count( fact.addresses, address.prefix() ) == 0 )
+         tree_.ipStatus->intfAddrDel( address );
+   for ( const auto & address : fact.addresses ) tree_.ipStatus->intfAddrIs( Ip::IntfAddr( intfId, address ), true );
+   tree_.allIntfStatusDir->intfStatusIs( intfId, Interface::IntfStatus( fact.enabled, fact.enabled ) );
+}
+
+Port IntfBook::port( const IntfFact & fact ) const {
+   if ( fact.tunnel )
+      return Port( encapOf( fact.tunnel->mode() ), {}, *fact.tunnel,
+                   Hul::VrfId( vrfs_.id( fact.tunnel->underlayVrf() ).value_or( 0 ) ), Hul::VrfId( vrfId( fact ) ) );
+   const auto mac = !!fact.mac ? fact.mac : !!routerMac_ ? routerMac_ : macOf( fact.intfId );
+   return Port( Vex::EncapType::ethernet(), mac, {}, {}, {} );
+}
+
+void IntfBook::subnetsAre( const IntfFact & fact, bool present ) {
+   for ( const auto & subnet : subnetsOf( fact ) )
+      if ( present )
+         subnets_.subnetIs( vrfId( fact ), subnet, fact.intfId );
+      else
+         subnets_.subnetDel( vrfId( fact ), subnet );
+}
+
+// What follows no more goes first: an address may have become the broadcast address of its subnet.
+void IntfBook::derivedAre( const IntfFact & fact ) {
+   const auto wanted = derivedOf( fact );
+   auto & present = derived_[ fact.intfId ];
+   const auto vrf = vrfId( fact );
+   for ( const auto & [ prefix, kind ] : std::exchange( present, wanted ) )
+      if ( !wanted.contains( prefix ) ) routes4_.routeDel( vrf, prefix, Source::connected() );
+   for ( const auto & [ prefix, kind ] : wanted ) {
+      const auto fecId = routes4_.fecs().acquire( vrf, { kind, { Hop( {}, fact.intfId, 1 ) } } );
+      routes4_.routeIs( vrf, prefix, Source::connected(), kind, fecId );
+      routes4_.fecs().release( fecId );
+   }
+   if ( wanted.empty() ) derived_.erase( fact.intfId );
+}
+
+bool IntfBook::onSubnet( const IntfFact & fact, Kynet::IpAddr addr ) const {
+   return std::ranges::any_of( fact.addresses, [ & ]( auto address ) { return address.contains( addr ); } );
+}
+
+void IntfBook::neighborRouteIs( const IntfFact & fact, const NeighborFact & neighbor ) {
+   if ( neighbor.addr.af() != Kynet::AddressFamily::ipv4_ ) return;
+   const auto prefix = hostRoute( neighbor.addr.v4Addr() );
+   const auto vrf = vrfId( fact );
+   if ( !fact.enabled || !onSubnet( fact, prefix.address() ) ) {
+      routes4_.routeDel( vrf, prefix, Source::neighbor() );
+      return;
+   }
+   const auto fecId =
+        routes4_.fecs().acquire( vrf, { RouteType::forward(), { Hop( neighbor.addr, fact.intfId, 1 ) } } );
+   routes4_.routeIs( vrf, prefix, Source::neighbor(), RouteType::forward(), fecId );
+   routes4_.fecs().release( fecId );
+}
+
+void IntfBook::neighborRoutesAre( const IntfFact & fact ) {
+   for ( auto at = neighbors_.lower_bound( { fact.intfId, {} } );
+         at != neighbors_.end() && at->first.first == fact.intfId; ++at )
+      neighborRouteIs( fact, at->second.fact );
+}
+
+ChangeResult IntfBook::neighborIs( const NeighborFact & fact, Source source ) {
+   const auto name = "neighbor " + fact.addr.stringValue() + " on " + fact.intfId.stringValue();
+   const auto intf = intfs_.find( fact.intfId );
+   if ( intf == intfs_.end() ) return refused( name + ": the interface does not exist" );
+   if ( intf->second.fact.tunnel ) return refused( name + ": a tunnel has no neighbors" );
+   if ( !fact.mac ) return refused( name + ": the MAC is zero" );
+   if ( fact.mac.multicast() ) return refused( name + ": MAC " + fact.mac.stringValue() + " is a multicast address" );
+   if ( fact.addr.af() == Kynet::AddressFamily::ipv4_ ) {
+      if ( !onSubnet( intf->second.fact, fact.addr.v4Addr() ) )
+         return refused( name + ": the address is on no subnet of the interface" );
+      for ( const auto & address : intf->second.fact.addresses )
+         if ( address.address() == fact.addr.v4Addr() ) return refused( name + ": the address is the router's own" );
+   }
+   neighbors_[ { fact.intfId, fact.addr } ] = { fact, source };
+   tree_.arp->neighborIs( Arp::NeighborKey( fact.intfId, fact.addr ), fact.mac );
+   neighborRouteIs( intf->second.fact, fact );
+   return done();
+}
+
+ChangeResult IntfBook::neighborDel( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr ) {
+   const auto at = neighbors_.find( { intfId, addr } );
+   if ( at == neighbors_.end() )
+      return notFound( "neighbor " + addr.stringValue() + " on " + intfId.stringValue() + " does not exist" );
+   neighbors_.erase( at );
+   if ( const auto intf = intfs_.find( intfId ); intf != intfs_.end() && addr.af() == Kynet::AddressFamily::ipv4_ )
+      routes4_.routeDel( vrfId( intf->second.fact ), hostRoute( addr.v4Addr() ), Source::neighbor() );
+   tree_.arp->neighborDel( Arp::NeighborKey( intfId, addr ) );
+   return done();
+}
+
+ChangeResult IntfBook::routerMacIs( const Kynet::EthAddr & mac ) {
+   if ( mac.multicast() ) return refused( "router: MAC " + mac.stringValue() + " is a multicast address" );
+   if ( mac == routerMac_ ) return done();
+   routerMac_ = mac;
+   // The layers below take a MAC only where there is none.
+   tree_.bridgingConfig->bridgeMacAddrDel();
+   tree_.bridgingConfig->bridgeMacAddrIs( mac );
+   for ( const auto & [ intfId, told ] : intfs_ ) {
+      if ( told.fact.tunnel ) continue;
+      // The router's MAC has just become that of every interface. The interface's own one is told again.
+      auto port = this->port( told.fact );
+      const auto own = port.macAddr();
+      port.macAddrIs( mac );
+      tree_.portDir->portIs( intfId, port );
+      port.macAddrIs( own );
+      tree_.portDir->portIs( intfId, port );
+   }
+   return done();
+}
+
+std::optional< Way > IntfBook::resolve( U32 vrfId, const Hop & hop ) const {
+   const bool v4 = hop.addr().af() == Kynet::AddressFamily::ipv4_;
+   auto intfId = hop.intfId();
+   if ( !intfId ) {
+      const auto by = v4 ? subnets_.intf( vrfId, hop.addr().v4Addr() ) : std::nullopt;
+      if ( !by ) return std::nullopt;
+      intfId = *by;
+   }
+   const auto at = intfs_.find( intfId );
+   if ( at == intfs_.end() ) return std::nullopt;
+   const auto & fact = at->second.fact;
+   if ( fact.tunnel ) return Way{ Mirel::Via( RouteType::forward(), {}, intfId, hop.weight() ), fact.enabled };
+   if ( v4 && !onSubnet( fact, hop.addr().v4Addr() ) ) return std::nullopt;
+   return Way{ Mirel::Via( RouteType::forward(), hop.addr(), intfId, hop.weight() ), fact.enabled };
+}
+
+Gant::String IntfBook::unreachable( U32 vrfId, Kynet::AddressFamily af, const Hop & hop ) const {
+   const auto intf = intfs_.find( hop.intfId() );
+   if ( !!hop.intfId() && intf == intfs_.end() ) return "interface " + hop.intfId().stringValue() + " does not exist";
+   const bool tunnel = intf != intfs_.end() && intf->second.fact.tunnel;
+   if ( !hop.addrHas() ) return tunnel ? "" : "a next hop needs an address, unless its interface is a tunnel";
+   const auto text = "next hop " + hop.addr().stringValue();
+   if ( !tunnel && hop.addr().af() != af )
+      return text + " is " +
+             ( af == Kynet::AddressFamily::ipv4_ ? "IPv6, and the prefix IPv4" : "IPv4, and the prefix IPv6" );
+   if ( tunnel || resolve( vrfId, hop ) ) return {};
+   if ( !!hop.intfId() ) return text + " is on no subnet of " + hop.intfId().stringValue();
+   if ( af == Kynet::AddressFamily::ipv6_ ) return text + ": name its interface, whose IPv6 subnets are not known here";
+   return "no interface reaches " + text;
+}
+
+void IntfBook::reviewFecs() {
+   routes4_.fecs().review();
+   routes6_.fecs().review();
+}
+
+} // namespace Host

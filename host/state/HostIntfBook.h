@@ -1,0 +1,78 @@
+// The interfaces that the router is told, their subnets and neighbours, and the routes that follow from them.
+#pragma once
+
+#include "HostRouteBook.h"
+#include "HostStateTree.h"
+#include "HostSubnets.h"
+#include "HostVrfBook.h"
+
+namespace Host {
+
+// Keeps the order that the layers above the state rely on. An interface comes up so: its port, what is special about
+// its kind, its IP facts, the interface itself, its routes, its neighbours' routes; it goes the other way round, after
+// the FECs have left it.
+//
+// From an address follow a route of its subnet to whoever on the interface has the destination (`attached`), one of
+// the address itself to the router (`receive`), and, in subnets of up to 30 bits, one of the broadcast address
+// (`broadcast`). From a neighbour on a subnet follows a host route. A disabled interface has none of them.
+//
+// A loopback interface has a port like an Ethernet interface, with nobody at its other end: its addresses are received
+// through it.
+class IntfBook {
+ public:
+   using Intfs = std::map< Kynet::IntfId, Told< IntfFact > >;
+   using NeighborKey = std::pair< Kynet::IntfId, Kynet::IpGenAddr >;
+   using Neighbors = std::map< NeighborKey, Told< NeighborFact > >;
+
+   IntfBook( StateTree & tree, const VrfBook & vrfs );
+
+   ChangeResult intfIs( const IntfFact & fact, Source source );
+   // Its neighbours go with it.
+   ChangeResult intfDel( Kynet::IntfId intfId );
+   ChangeResult neighborIs( const NeighborFact & fact, Source source );
+   ChangeResult neighborDel( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr );
+   // The MAC of the router as a whole, which is that of every interface without one of its own; zero: none.
+   ChangeResult routerMacIs( const Kynet::EthAddr & mac );
+
+   const Intfs & intfs() const { return intfs_; }
+   const Neighbors & neighbors() const { return neighbors_; }
+   const Kynet::EthAddr & routerMac() const { return routerMac_; }
+   RouteBook< Kynet::Prefix > & routes4() { return routes4_; }
+   const RouteBook< Kynet::Prefix > & routes4() const { return routes4_; }
+   RouteBook< Kynet::Ip6Prefix > & routes6() { return routes6_; }
+   const RouteBook< Kynet::Ip6Prefix > & routes6() const { return routes6_; }
+
+   // Why the hop cannot be one of a route of the family in the VRF; empty when it can.
+   Gant::String unreachable( U32 vrfId, Kynet::AddressFamily af, const Hop & hop ) const;
+
+ private:
+   using Derived = std::map< Kynet::Prefix, Mirel::RouteType >;
+
+   Gant::String wrong( const IntfFact & fact ) const;
+   Gant::String wrongAddress( const IntfFact & fact, Kynet::Prefix address ) const;
+   Gant::String wrongTunnel( const IntfFact & fact ) const;
+   void bringUp( const IntfFact & fact );
+   void takeDown( const IntfFact & fact );
+   void writeEntities( const IntfFact & fact );
+   void subnetsAre( const IntfFact & fact, bool present );
+   void derivedAre( const IntfFact & fact );
+   void neighborRouteIs( const IntfFact & fact, const NeighborFact & neighbor );
+   void neighborRoutesAre( const IntfFact & fact );
+   Port port( const IntfFact & fact ) const;
+   bool onSubnet( const IntfFact & fact, Kynet::IpAddr addr ) const;
+   U32 vrfId( const IntfFact & fact ) const { return vrfs_.id( fact.vrf ).value_or( 0 ); }
+   std::optional< Way > resolve( U32 vrfId, const Hop & hop ) const;
+   void reviewFecs();
+
+   StateTree & tree_;
+   const VrfBook & vrfs_;
+   Intfs intfs_;
+   Neighbors neighbors_;
+   Subnets subnets_;
+   Kynet::EthAddr routerMac_;
+   std::map< Kynet::IntfId, Derived > derived_; // routes in the books, by interface, with the VRF of its fact
+   RouteBook< Kynet::Prefix > routes4_;
+   RouteBook< Kynet::Ip6Prefix > routes6_;
+};
+
+} // namespace Host

@@ -1,0 +1,100 @@
+#include "HostRouterState.h"
+
+namespace Host {
+
+namespace {
+
+Gant::String nameOf( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix ) {
+   auto name = "route " + prefix.stringValue();
+   return vrf == L3::VrfName::defaultVrf() ? name : name + " in " + textOf( vrf );
+}
+
+// Calls with the family's book and prefix.
+template < typename Book4, typename Book6, typename Act >
+auto byFamily( Book4 & routes4, Book6 & routes6, const Kynet::IpGenPrefix & prefix, const Act & act ) {
+   return prefix.af() == Kynet::AddressFamily::ipv4_ ? act( routes4, prefix.v4Prefix() )
+                                                     : act( routes6, prefix.v6Prefix() );
+}
+
+template < typename Prefix >
+Gant::String hostBits( const Prefix & prefix ) {
+   return prefix.canonical() ? "" : "the prefix has host bits";
+}
+
+} // namespace
+
+Gant::String wrongPrefix( const Kynet::Prefix & prefix ) {
+   constexpr Kynet::Prefix multicast( Kynet::IpAddr( 0xe0000000 ), 4 );
+   if ( auto text = hostBits( prefix ); !text.empty() ) return text;
+   if ( prefix.len() >= multicast.len() && multicast.contains( prefix.address() ) )
+      return "multicast is not routed by unicast routes";
+   if ( prefix == Kynet::Prefix( Kynet::IpAddr( ~U32( 0 ) ), 32 ) ) return "the broadcast address is the router's own";
+   return {};
+}
+
+Gant::String wrongPrefix( const Kynet::Ip6Prefix & prefix ) { return hostBits( prefix ); }
+
+RouterState::RouterState() : vrfs_( tree_.allVrfStatusLocal ), intfs_( tree_, vrfs_ ) {}
+
+Gant::String RouterState::wrongWays( U32 vrfId, Kynet::AddressFamily af, const Ways & ways ) const {
+   if ( ways.kind == Mirel::RouteType::forward_ && ways.hops.empty() ) return "there is no next hop";
+   if ( ways.hops.size() > Mirel::RouteTable< Kynet::Prefix >::viasMax )
+      return Gant::format( "%zu next hops are over %zu", ways.hops.size(),
+                           Mirel::RouteTable< Kynet::Prefix >::viasMax );
+   for ( const auto & hop : ways.hops ) {
+      auto text = ways.kind == Mirel::RouteType::forward_ ? intfs_.unreachable( vrfId, af, hop )
+                  : intfs_.intfs().contains( hop.intfId() )
+                       ? ""
+                       : "interface " + hop.intfId().stringValue() + " does not exist";
+      if ( !text.empty() ) return text;
+   }
+   return {};
+}
+
+ChangeResult RouterState::routeIs( const RouteFact & fact, Source source ) {
+   const auto name = nameOf( fact.vrf, fact.prefix ) + ": ";
+   const auto vrfId = vrfs_.id( fact.vrf );
+   if ( !vrfId ) return refused( name + textOf( fact.vrf ) + " does not exist" );
+   if ( auto text = wrongWays( *vrfId, fact.prefix.af(), fact.ways ); !text.empty() ) return refused( name + text );
+   return byFamily( routes4(), routes6(), fact.prefix, [ & ]( auto & book, const auto & prefix ) {
+      if ( auto text = wrongPrefix( prefix ); !text.empty() ) return refused( name + text );
+      const auto fecId = book.fecs().acquire( *vrfId, fact.ways );
+      book.routeIs( *vrfId, prefix, source, fact.ways.kind, fecId );
+      book.fecs().release( fecId );
+      return done();
+   } );
+}
+
+ChangeResult RouterState::routeDel( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix, Source source ) {
+   const auto vrfId = vrfs_.id( vrf );
+   const bool gone = vrfId && byFamily( routes4(), routes6(), prefix, [ & ]( auto & book, const auto & p ) {
+                        return book.routeDel( *vrfId, p, source );
+                     } );
+   return gone ? done() : notFound( nameOf( vrf, prefix ) + " does not exist" );
+}
+
+Source RouterState::routeSource( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix ) const {
+   const auto vrfId = vrfs_.id( vrf );
+   if ( !vrfId ) return Source::none();
+   return byFamily( routes4(), routes6(), prefix,
+                    [ & ]( const auto & book, const auto & p ) { return book.source( *vrfId, p ); } );
+}
+
+size_t RouterState::routes( Source source ) const { return routes4().routes( source ) + routes6().routes( source ); }
+
+ChangeResult RouterState::vrfDel( const L3::VrfName & name ) {
+   const auto vrfId = vrfs_.id( name );
+   if ( !vrfId ) return notFound( textOf( name ) + " does not exist" );
+   for ( const auto & [ intfId, told ] : intfs_.intfs() ) {
+      if ( told.fact.vrf == name ) return refused( textOf( name ) + ": " + intfId.stringValue() + " is in it" );
+      if ( told.fact.tunnel && told.fact.tunnel->underlayVrf() == name )
+         return refused( textOf( name ) + ": it is the underlay of " + intfId.stringValue() );
+   }
+   if ( *vrfId != 0 ) {
+      routes4().vrfDel( *vrfId );
+      routes6().vrfDel( *vrfId );
+   }
+   return vrfs_.vrfDel( name );
+}
+
+} // namespace Host

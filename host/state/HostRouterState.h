@@ -1,0 +1,60 @@
+// Everything that the router is told: the facts with their sources, and the state tree that they become.
+#pragma once
+
+#include "HostIntfBook.h"
+
+#include <optional>
+
+namespace Host {
+
+// The operations check before they change anything: a refusal names its object and leaves everything as it was. They
+// are called in turns of the loop, never from a reaction to the state tree.
+class RouterState {
+ public:
+   RouterState();
+
+   // The entities and mounts. Only this class, its books and the layers below write to them.
+   StateTree & tree() { return tree_; }
+   const StateTree & tree() const { return tree_; }
+   const VrfBook & vrfBook() const { return vrfs_; }
+   const IntfBook & intfBook() const { return intfs_; }
+
+   // Each makes the object, or changes it to what is told.
+   ChangeResult vrfIs( const VrfFact & fact, Source source ) { return vrfs_.vrfIs( fact, source ); }
+   ChangeResult intfIs( const IntfFact & fact, Source source ) { return intfs_.intfIs( fact, source ); }
+   ChangeResult neighborIs( const NeighborFact & fact, Source source ) { return intfs_.neighborIs( fact, source ); }
+   ChangeResult routeIs( const RouteFact & fact, Source source );
+   ChangeResult routerMacIs( const Kynet::EthAddr & mac ) { return intfs_.routerMacIs( mac ); }
+   // A VRF with interfaces, or tunnels' ends, stays; its routes go with it.
+   ChangeResult vrfDel( const L3::VrfName & name );
+   // Routes that lead out of it keep the ways that are left.
+   ChangeResult intfDel( Kynet::IntfId intfId ) { return intfs_.intfDel( intfId ); }
+   ChangeResult neighborDel( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr ) {
+      return intfs_.neighborDel( intfId, addr );
+   }
+   ChangeResult routeDel( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix, Source source );
+
+   // Whose route of the prefix is in use; `none` also when there is no such VRF.
+   Source routeSource( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix ) const;
+   size_t routes( Source source ) const;
+
+   // For those who tell many routes: the same, in steps.
+   //
+   // Why no route of the family in the VRF can go these ways; empty when it can.
+   Gant::String wrongWays( U32 vrfId, Kynet::AddressFamily af, const Ways & ways ) const;
+   RouteBook< Kynet::Prefix > & routes4() { return intfs_.routes4(); }
+   RouteBook< Kynet::Ip6Prefix > & routes6() { return intfs_.routes6(); }
+   const RouteBook< Kynet::Prefix > & routes4() const { return intfs_.routes4(); }
+   const RouteBook< Kynet::Ip6Prefix > & routes6() const { return intfs_.routes6(); }
+
+ private:
+   StateTree tree_;
+   VrfBook vrfs_;
+   IntfBook intfs_;
+};
+
+// Why no route of a user's can have the prefix; empty when it can.
+Gant::String wrongPrefix( const Kynet::Prefix & prefix );
+Gant::String wrongPrefix( const Kynet::Ip6Prefix & prefix );
+
+} // namespace Host

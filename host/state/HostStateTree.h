@@ -1,0 +1,130 @@
+// The state tree of the router: every entity that outlives an agent, and the mounts by which an agent finds them.
+#pragma once
+
+#include "GantAttr.h"
+#include "GantEntity.h"
+#include "GantValue.h"
+#include "HulTypes.h"
+#include "KynetIntfId.h"
+#include "MirelFib.h"
+#include "QuorlEntityManager.h"
+#include "StateArp.h"
+#include "StateBridging.h"
+#include "StateInterface.h"
+#include "StateIp.h"
+#include "VexL2Intf.h"
+
+namespace Acl {
+class Config;
+}
+namespace HulCapacity {
+class TableCapacity;
+}
+namespace Interface {
+class VlanIntfConfigDir;
+}
+namespace Tunnel::TunnelTable {
+class EvpnVxlanTunnelTable;
+}
+namespace VexL3Unicast {
+class BfdMounts;
+class FhrpMounts;
+class Ip4TunnelMounts;
+class IpsecMounts;
+class McastMounts;
+class QosMounts;
+class RoutingMounts;
+class TunnelMounts;
+class VrfMounts;
+} // namespace VexL3Unicast
+namespace VexMcast {
+class McastVifStatus;
+}
+namespace VexModules {
+class MirelCounterDbStatus;
+}
+namespace VexVif {
+class PortVifStatus;
+}
+
+namespace Host {
+
+// What the engine makes of an interface: a port, or a tunnel with its ends.
+class Port {
+   GANT_VALUE( "Host::Port", Port, ( Vex::EncapType, encapType ), ( Kynet::EthAddr, macAddr ),
+               ( Interface::TunnelIntfStatus, tunnel ), ( Hul::VrfId, underlayVrfId ), ( Hul::VrfId, overlayVrfId ) )
+};
+
+// The ports and tunnels that the engine is to have.
+class PortDir : public Gant::Entity {
+ public:
+   using Ports = Gant::OrderedMap< Kynet::IntfId, Port >;
+   class Notifiee : public Gant::NotifieeOf< PortDir > {
+    public:
+      using NotifieeOf::NotifieeOf;
+      virtual void onPort( const Kynet::IntfId & ) {}
+   };
+   GANT_NOTIFIER( Notifiee )
+   using Entity::Entity;
+   GANT_WATCHED_MAP( Ports, port, onPort )
+};
+
+class StateTree {
+ public:
+   // Number of this cell in the paths of the tree.
+   static constexpr U16 cellId = 1;
+
+   StateTree();
+   ~StateTree();
+
+   const Gant::Ptr< Quorl::EntityManager > em;
+   const Gant::Ptr< PortDir > portDir;
+
+   // Interfaces and VRFs.
+   const Gant::Ptr< Bridging::Config > bridgingConfig;
+   const Gant::Ptr< Bridging::Status > bridgingStatus;
+   const Gant::Ptr< Bridging::VlanStatusDir > vlanStatusDir;
+   const Gant::Ptr< Interface::AllIntfStatusDir > allIntfStatusDir;
+   const Gant::Ptr< Interface::EthIntfStatusDir > ethIntfStatusDir;
+   const Gant::Ptr< Interface::TunnelIntfStatusDir > tunnelIntfStatusDir;
+   const Gant::Ptr< Interface::VlanIntfConfigDir > vlanIntfConfigDir;
+   const Gant::Ptr< Interface::VlanIntfStatusDir > vlanIntfStatusDir;
+   const Gant::Ptr< Ip::Status > ipStatus;
+   const Gant::Ptr< Ip::AllVrfStatusLocal > allVrfStatusLocal;
+
+   // Neighbours and routes.
+   const Gant::Ptr< Arp::Table::Status > arp;
+   const Gant::Ptr< Mirel::Fib::RouteStatus > fib;
+   const Gant::Ptr< Mirel::Fib6::RouteStatus > fib6;
+   const Gant::Ptr< Mirel::Fib::UnprogrammedRouteStatus > unprogrammed;
+   const Gant::Ptr< Mirel::Fib6::UnprogrammedRouteStatus > unprogrammed6;
+   const Gant::Ptr< Gant::Dir > vrfSeqConfigDir;
+   const Gant::Ptr< Gant::Dir > vrfSeqStatusDir;
+
+   // Handed through.
+   const Gant::Ptr< VexVif::PortVifStatus > portVifStatus;
+   const Gant::Ptr< VexMcast::McastVifStatus > mcastVifStatus;
+   const Gant::Ptr< Gant::Dir > hulCliCommandRequestDir;
+   const Gant::Ptr< Tunnel::TunnelTable::EvpnVxlanTunnelTable > evpnVxlanTunnelTable;
+   const Gant::Ptr< HulCapacity::TableCapacity > capacityStatus;
+   const Gant::Ptr< Acl::Config > aclConfig;
+   const Gant::Ptr< VexModules::MirelCounterDbStatus > counterMirel;
+
+   const Gant::Ptr< VexL3Unicast::RoutingMounts > routingMounts;
+   const Gant::Ptr< VexL3Unicast::McastMounts > mcastMounts;
+   const Gant::Ptr< VexL3Unicast::VrfMounts > vrfMounts;
+   const Gant::Ptr< VexL3Unicast::BfdMounts > bfdMounts;
+   const Gant::Ptr< VexL3Unicast::TunnelMounts > tunnelMounts;
+   const Gant::Ptr< VexL3Unicast::IpsecMounts > ipsecMounts;
+   const Gant::Ptr< VexL3Unicast::Ip4TunnelMounts > ip4TunnelMounts;
+   const Gant::Ptr< VexL3Unicast::FhrpMounts > fhrpMounts;
+   const Gant::Ptr< VexL3Unicast::QosMounts > qosMounts;
+
+ private:
+   void mountPaths();
+   void fillRoutingMounts();
+   void fillOtherMounts();
+   void fillQosMounts();
+};
+
+} // namespace Host

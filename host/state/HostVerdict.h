@@ -1,0 +1,13 @@
+// The verdicts on changes, in a word.
+#pragma once
+
+#include "HostRouter.h"
+
+namespace Host {
+
+inline ChangeResult done() { return {}; }
+inline ChangeResult refused( std::string message ) { return { ChangeResult::Code::refused, std::move( message ) }; }
+inline ChangeResult notFound( std::string message ) { return { ChangeResult::Code::notFound, std::move( message ) }; }
+inline bool isDone( const ChangeResult & result ) { return result.code == ChangeResult::Code::done; }
+
+} // namespace Host
