@@ -4,11 +4,15 @@
 #include "HulVrfRootSm.h"
 #include "vex/counter_table.h"
 #include "VexCommonSmData.h"
+#include "VexCounterDb.h"
 #include "VexGrpcChannel.h"
+#include "VexKyAclDb.h"
 #include "VexL3AgentSm.h"
 #include "VexManagementSm.h"
+#include "VexQosCpuPolicy.h"
 
 #include <malloc.h>
+#include <spdlog/spdlog.h>
 
 namespace Host {
 
@@ -49,6 +53,7 @@ Session::~Session() {
    gantDoZombieReactors( true );
    const TraceSilence silence;
    agent_ = nullptr;
+   cpuPolicy_ = nullptr;
    portSm_ = nullptr;
    vexcsd_ = nullptr;
 }
@@ -64,7 +69,18 @@ void Session::handleAcknowledged() {
    events_.acknowledged();
 }
 
+// The rule database, the counters of its rules, and the control plane's policy.
+void Session::startRuleTables() {
+   vexcsd_->kyAclDbIs( Gant::make< Vex::KyAclDb >( global_->moduleConfigStatusPairIs( "engine" ) ) );
+   if ( const auto & path = channel_->counterPath(); !path.empty() )
+      if ( const auto error = tree_.counterMirel->map( path ); !error.empty() ) spdlog::warn( "{}", error );
+   vexcsd_->bessCounterInfo()->counterMirelIs( tree_.counterMirel );
+   cpuPolicy_ = Gant::make< Vex::QosCpuPolicy >( vexcsd_ );
+   cpuPolicy_->hwInit();
+}
+
 void Session::start() {
+   startRuleTables();
    portSm_ = Gant::make< PortSm >( tree_.portDir, vexcsd_, global_->moduleConfigStatusPairIs( "engine" ) );
    agent_ = VexL3Unicast::agentSmFactory(
         StateTree::cellId, tree_.em, tree_.bridgingConfig, tree_.bridgingStatus, tree_.ethIntfStatusDir,

@@ -10,6 +10,7 @@
 namespace Vex {
 class GrpcChannel;
 class ModuleGlobalCmdConfig;
+class QosCpuPolicy;
 } // namespace Vex
 namespace VexL3Unicast {
 class AgentSm;
@@ -52,6 +53,7 @@ class Session : public Gant::StateMachine {
    void handleAcknowledged();
    void handleClock();
    void start();
+   void startRuleTables();
    bool settled() const;
    // Runs it in a turn of its own, if the session is still there then.
    void later( void ( Session::*work )() );
@@ -63,6 +65,7 @@ class Session : public Gant::StateMachine {
    Gant::Ptr< Vex::ModuleGlobalCmdConfig > global_;
    Gant::Ptr< Vex::VexCommonSmData > vexcsd_;
    Gant::Ptr< PortSm > portSm_;
+   Gant::Ptr< Vex::QosCpuPolicy > cpuPolicy_;
    Gant::Ptr< VexL3Unicast::AgentSm > agent_;
    Gant::Ptr< Gant::Clock > clock_;
    double begunAt_ = 0;

@@ -16,6 +16,7 @@
 #include "StateTunnel.h"
 #include "StateVexVif.h"
 #include "StateVrf.h"
+#include "VexCounterDb.h"
 #include "VexL3Mounts.h"
 
 namespace Host {
