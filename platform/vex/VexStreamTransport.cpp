@@ -70,6 +70,7 @@ class StreamTransport : public Transport {
          break;
       case Event::written: written( ok ); break;
       case Event::finished:
+         closed();
          sink_->end( reason(), status_.error_code() == grpc::StatusCode::UNIMPLEMENTED );
          queue_.Shutdown();
          break;
@@ -80,6 +81,12 @@ class StreamTransport : public Transport {
       const std::lock_guard lock( mutex_ );
       open_ = true;
       writeNext();
+   }
+
+   // The loop may send until it hears of the end, and the queue takes nothing once it is shut down.
+   void closed() {
+      const std::lock_guard lock( mutex_ );
+      open_ = false;
    }
 
    void written( bool ok ) {
