@@ -148,6 +148,37 @@ std::vector< Show > interfaceShows() {
    };
 }
 
+// "Tunnel1 active"
+std::string pairInWords( const Json & pair ) {
+   return member( pair, "interface" ) + ( pair.value( "active", false ) ? " active" : " inactive" );
+}
+
+std::vector< Show > ipsecShows() {
+   return {
+        { .command = "show ipsec connections",
+          .help = "IPsec connections, with their tunnels",
+          .columns = { text( "Connection", "connection" ), text( "VRF", "vrf" ), number( "Id", "id" ),
+                       text( "Type", "type" ), count( "Inbound SAs", "inboundSas" ),
+                       text( "Outbound SA", "outboundSa" ), list( "Tunnels", "pairs", pairInWords ),
+                       text( "Flow", "flow" ) },
+          .footer = counted( "IPsec connection", "IPsec connections" ) },
+        { .command = "show ipsec sas",
+          .help = "security associations; of keys the lengths only",
+          .columns = { text( "Connection", "connection" ), text( "VRF", "vrf" ), text( "Direction", "direction" ),
+                       text( "SPI", "spi" ), text( "Source", "source" ), text( "Destination", "destination" ),
+                       text( "Mode", "mode" ), text( "Encryption", "encryption" ),
+                       text( "Authentication", "authentication" ), number( "Replay window", "replayWindow" ),
+                       text( "UDP", "udp" ), shown( "Age", "ageSeconds", secondsInWords, Column::Align::right ) },
+          .footer = counted( "security association", "security associations" ) },
+        { .command = "show ipsec flows",
+          .help = "flows of the tunnels' packets to the router itself",
+          .columns = { number( "Protocol", "protocol" ), text( "Source", "source" ), number( "Port", "sourcePort" ),
+                       text( "Destination", "destination" ), number( "Port", "destinationPort" ), text( "SPI", "spi" ),
+                       number( "Users", "users" ) },
+          .footer = counted( "flow", "flows" ) },
+   };
+}
+
 std::vector< Show > graphShows() {
    return {
         { .command = "show modules",
@@ -309,7 +340,7 @@ std::vector< Show > checks() {
 
 std::vector< Show > shows() {
    std::vector< Show > all;
-   for ( auto * const some : { routingShows, interfaceShows, graphShows, daemonShows, checks } )
+   for ( auto * const some : { routingShows, interfaceShows, ipsecShows, graphShows, daemonShows, checks } )
       for ( auto & show : some() ) all.push_back( std::move( show ) );
    return all;
 }

@@ -245,20 +245,25 @@ class Program {
    }
 
  private:
-   // "show fib" is the command fib of the command show.
+   // "show fib" is the command fib of the command show, "show ipsec sas" the command sas of its command ipsec.
    void addShow( const Show & show ) {
-      const auto blank = show.command.find( ' ' );
       auto * parent = &app_;
-      if ( blank != std::string::npos ) {
-         auto & group = groups_[ show.command.substr( 0, blank ) ];
-         if ( group == nullptr ) {
-            const auto name = show.command.substr( 0, blank );
-            group = app_.add_subcommand( name, name == "show" ? "show what there is" : "traces" );
-            group->require_subcommand( 1 );
-         }
-         parent = group;
+      size_t begin = 0;
+      for ( auto blank = show.command.find( ' ' ); blank != std::string::npos;
+            blank = show.command.find( ' ', begin ) ) {
+         parent = groupOf( show.command.substr( 0, blank ), show.command.substr( begin, blank - begin ), *parent );
+         begin = blank + 1;
       }
-      shows_.push_back( std::make_unique< ShowCommand >( show, *parent, show.command.substr( blank + 1 ) ) );
+      shows_.push_back( std::make_unique< ShowCommand >( show, *parent, show.command.substr( begin ) ) );
+   }
+   CLI::App * groupOf( const std::string & words, const std::string & name, CLI::App & parent ) {
+      auto & group = groups_[ words ];
+      if ( group != nullptr ) return group;
+      group = parent.add_subcommand( name, words == "show"    ? "show what there is"
+                                           : words == "trace" ? "traces"
+                                                              : "show what there is of " + name );
+      group->require_subcommand( 1 );
+      return group;
    }
 
    // Help and version are no errors.

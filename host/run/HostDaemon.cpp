@@ -168,11 +168,29 @@ ChangeResult Daemon::reload() {
                                            sources_.errors().errors().front().stringValue() };
 }
 
+namespace {
+
+// Has the section overwrite the entry's secrets, whatever becomes of the change.
+class Forgetting {
+ public:
+   Forgetting( const Section & section, const Entry & entry ) : section_( section ), entry_( entry ) {}
+   Forgetting( const Forgetting & ) = delete;
+   Forgetting & operator=( const Forgetting & ) = delete;
+   ~Forgetting() { section_.forget( entry_ ); }
+
+ private:
+   const Section & section_;
+   const Entry & entry_;
+};
+
+} // namespace
+
 ChangeResult applyChange( RouterState & state, ChangeOp op, const std::string & kind, const std::string & text ) {
    const auto * const section = sectionOfKind( kind );
    if ( section == nullptr ) return refused( "there is no kind \"" + kind + "\"" );
    try {
       const Entry entry( YAML::Load( text ) );
+      const Forgetting forgetting( *section, entry );
       if ( op == ChangeOp::del ) return section->del( state, entry );
       const auto name = kind + " " + section->key( entry );
       if ( op == ChangeOp::add && section->has( state, entry ) ) return refused( name + " is there already" );

@@ -39,6 +39,7 @@ void PortSm::review( Kynet::IntfId intfId ) {
       l2Intf->greKeyIs( tunnel.key() );
       l2Intf->underlayVrfIdIs( port.underlayVrfId() );
       l2Intf->overlayVrfIdIs( port.overlayVrfId() );
+      l2Intf->ipsecEncapIdIs( port.ipsecEncapId() );
    }
    vexcsd_->l2IntfIs( intfId, l2Intf );
 }

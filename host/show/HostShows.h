@@ -10,6 +10,7 @@ Commands fibShows();       // fib
 Commands routeShows();     // routes, pending
 Commands adjacencyShows(); // nexthops, adjacencies
 Commands interfaceShows(); // interfaces, tunnels, vrfs
+Commands ipsecShows();     // ipsec connections, ipsec sas, ipsec flows
 Commands graphShows();     // modules, graph
 Commands summaryShows();   // summary, status, version
 Commands counterShows();   // counters

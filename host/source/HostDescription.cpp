@@ -98,6 +98,7 @@ void Description::apply( RouterState & state, SourceErrors & errors ) const {
    delOthers( state, nullptr );
    for ( const auto & section : sections() ) replaceAll( state, *section, errors );
    delOthers( state, &errors );
+   for ( const auto & told : entries_ ) told.section->forget( told.entry );
 }
 
 void Description::delOthers( RouterState & state, SourceErrors * errors ) const {

@@ -19,7 +19,7 @@ class Description {
    static std::optional< Description > read( const std::string & path, SourceErrors & errors );
 
    // Brings the state in line: what the description told before and tells no more goes, what differs is changed, and
-   // nothing else is touched. An object whose entry is wrong stays as it was.
+   // nothing else is touched. An object whose entry is wrong stays as it was. Once: secrets are forgotten.
    void apply( RouterState & state, SourceErrors & errors ) const;
 
    const RouteFileConfig & routeFile() const { return routeFile_; }

@@ -30,8 +30,10 @@ class IntfSection : public Section {
       for ( const auto & [ intfId, told ] : state.intfBook().intfs() )
          if ( told.source == source && takes( intfId.type() ) && !keys.contains( intfId.stringValue() ) )
             gone.push_back( intfId );
-      for ( const auto intfId : gone ) state.intfDel( intfId );
-      return {};
+      std::vector< ChangeResult > refusals;
+      for ( const auto intfId : gone )
+         if ( auto result = state.intfDel( intfId ); !isDone( result ) ) refusals.push_back( std::move( result ) );
+      return refusals;
    }
 
  protected:

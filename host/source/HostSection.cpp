@@ -11,6 +11,7 @@ const std::vector< std::unique_ptr< const Section > > & sections() {
       made.push_back( vrfSection() );
       made.push_back( intfSection() );
       made.push_back( tunnelSection() );
+      made.push_back( ipsecSection() );
       made.push_back( neighborSection() );
       made.push_back( routeSection() );
       return made;

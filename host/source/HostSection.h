@@ -32,6 +32,8 @@ class Section {
    // Takes away what the source told under other keys than these, and gives the refusals.
    virtual std::vector< ChangeResult > delOthers( RouterState & state, Source source,
                                                   const std::set< std::string > & keys ) const = 0;
+   // Nobody reads the entry any more: a section whose entries hold secrets overwrites them.
+   virtual void forget( const Entry & ) const {}
 };
 
 // In the order in which the objects lean on each other.
@@ -43,6 +45,7 @@ std::unique_ptr< const Section > routerSection();
 std::unique_ptr< const Section > vrfSection();
 std::unique_ptr< const Section > intfSection();
 std::unique_ptr< const Section > tunnelSection();
+std::unique_ptr< const Section > ipsecSection();
 std::unique_ptr< const Section > neighborSection();
 std::unique_ptr< const Section > routeSection();
 

@@ -178,9 +178,10 @@ void IntfBook::writeEntities( const IntfFact & fact ) {
 Port IntfBook::port( const IntfFact & fact ) const {
    if ( fact.tunnel )
       return Port( encapOf( fact.tunnel->mode() ), {}, *fact.tunnel,
-                   Hul::VrfId( vrfs_.id( fact.tunnel->underlayVrf() ).value_or( 0 ) ), Hul::VrfId( vrfId( fact ) ) );
+                   Hul::VrfId( vrfs_.id( fact.tunnel->underlayVrf() ).value_or( 0 ) ), Hul::VrfId( vrfId( fact ) ),
+                   Gant::valueOf( ipsecEncapIds_, fact.intfId ) );
    const auto mac = !!fact.mac ? fact.mac : !!routerMac_ ? routerMac_ : macOf( fact.intfId );
-   return Port( Vex::EncapType::ethernet(), mac, {}, {}, {} );
+   return Port( Vex::EncapType::ethernet(), mac, {}, {}, {}, 0 );
 }
 
 void IntfBook::subnetsAre( const IntfFact & fact, bool present ) {
@@ -278,6 +279,19 @@ ChangeResult IntfBook::routerMacIs( const Kynet::EthAddr & mac ) {
       tree_.portDir->portIs( intfId, port );
    }
    return done();
+}
+
+void IntfBook::ipsecEncapIdIs( Kynet::IntfId intfId, U32 encapId ) {
+   if ( Gant::valueOf( ipsecEncapIds_, intfId ) == encapId ) return;
+   ipsecEncapIds_[ intfId ] = encapId;
+   if ( encapId == 0 ) ipsecEncapIds_.erase( intfId );
+   const auto at = intfs_.find( intfId );
+   if ( at == intfs_.end() ) return;
+   const auto told = at->second;
+   takeDown( told.fact );
+   intfs_[ intfId ] = told;
+   subnetsAre( told.fact, true );
+   bringUp( told.fact );
 }
 
 std::optional< Way > IntfBook::resolve( U32 vrfId, const Hop & hop ) const {

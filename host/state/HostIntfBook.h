@@ -33,6 +33,8 @@ class IntfBook {
    ChangeResult neighborDel( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr );
    // The MAC of the router as a whole, which is that of every interface without one of its own; zero: none.
    ChangeResult routerMacIs( const Kynet::EthAddr & mac );
+   // The IPsec connection of a tunnel, by its id; 0: none. A tunnel that is there is rebuilt.
+   void ipsecEncapIdIs( Kynet::IntfId intfId, U32 encapId );
 
    const Intfs & intfs() const { return intfs_; }
    const Neighbors & neighbors() const { return neighbors_; }
@@ -70,6 +72,7 @@ class IntfBook {
    Neighbors neighbors_;
    Subnets subnets_;
    Kynet::EthAddr routerMac_;
+   std::map< Kynet::IntfId, U32 > ipsecEncapIds_;
    std::map< Kynet::IntfId, Derived > derived_; // routes in the books, by interface, with the VRF of its fact
    RouteBook< Kynet::Prefix > routes4_;
    RouteBook< Kynet::Ip6Prefix > routes6_;

@@ -16,6 +16,10 @@ auto byFamily( Book4 & routes4, Book6 & routes6, const Kynet::IpGenPrefix & pref
                                                      : act( routes6, prefix.v6Prefix() );
 }
 
+std::optional< Interface::TunnelMode > modeOf( const IntfFact & fact ) {
+   return fact.tunnel ? std::optional( fact.tunnel->mode() ) : std::nullopt;
+}
+
 template < typename Prefix >
 Gant::String hostBits( const Prefix & prefix ) {
    return prefix.canonical() ? "" : "the prefix has host bits";
@@ -34,7 +38,23 @@ Gant::String wrongPrefix( const Kynet::Prefix & prefix ) {
 
 Gant::String wrongPrefix( const Kynet::Ip6Prefix & prefix ) { return hostBits( prefix ); }
 
-RouterState::RouterState() : vrfs_( tree_.allVrfStatusLocal ), intfs_( tree_, vrfs_ ) {}
+RouterState::RouterState() : vrfs_( tree_.allVrfStatusLocal ), intfs_( tree_, vrfs_ ), ipsec_( tree_, intfs_ ) {}
+
+ChangeResult RouterState::intfIs( const IntfFact & fact, Source source ) {
+   const auto present = intfs_.intfs().find( fact.intfId );
+   // A description tells its connections anew after its tunnels, and they are checked against these.
+   if ( source == Source::command_ && present != intfs_.intfs().end() &&
+        modeOf( present->second.fact ) != modeOf( fact ) )
+      if ( auto text = ipsec_.keeps( fact.intfId ); !text.empty() )
+         return refused( "interface " + fact.intfId.stringValue() + ": " + text + ", and its mode stays" );
+   return intfs_.intfIs( fact, source );
+}
+
+ChangeResult RouterState::intfDel( Kynet::IntfId intfId ) {
+   if ( auto text = ipsec_.keeps( intfId ); !text.empty() )
+      return refused( "interface " + intfId.stringValue() + ": " + text );
+   return intfs_.intfDel( intfId );
+}
 
 Gant::String RouterState::wrongWays( U32 vrfId, Kynet::AddressFamily af, const Ways & ways ) const {
    if ( ways.kind == Mirel::RouteType::forward_ && ways.hops.empty() ) return "there is no next hop";
@@ -90,6 +110,7 @@ ChangeResult RouterState::vrfDel( const L3::VrfName & name ) {
       if ( told.fact.tunnel && told.fact.tunnel->underlayVrf() == name )
          return refused( textOf( name ) + ": it is the underlay of " + intfId.stringValue() );
    }
+   if ( auto text = ipsec_.keeps( name ); !text.empty() ) return refused( textOf( name ) + ": " + text );
    if ( *vrfId != 0 ) {
       routes4().vrfDel( *vrfId );
       routes6().vrfDel( *vrfId );

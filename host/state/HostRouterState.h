@@ -1,7 +1,7 @@
 // Everything that the router is told: the facts with their sources, and the state tree that they become.
 #pragma once
 
-#include "HostIntfBook.h"
+#include "HostIpsecBook.h"
 
 #include <optional>
 
@@ -18,17 +18,20 @@ class RouterState {
    const StateTree & tree() const { return tree_; }
    const VrfBook & vrfBook() const { return vrfs_; }
    const IntfBook & intfBook() const { return intfs_; }
+   const IpsecBook & ipsecBook() const { return ipsec_; }
 
    // Each makes the object, or changes it to what is told.
    ChangeResult vrfIs( const VrfFact & fact, Source source ) { return vrfs_.vrfIs( fact, source ); }
-   ChangeResult intfIs( const IntfFact & fact, Source source ) { return intfs_.intfIs( fact, source ); }
+   ChangeResult intfIs( const IntfFact & fact, Source source );
    ChangeResult neighborIs( const NeighborFact & fact, Source source ) { return intfs_.neighborIs( fact, source ); }
    ChangeResult routeIs( const RouteFact & fact, Source source );
+   ChangeResult ipsecIs( const IpsecFact & fact, Source source ) { return ipsec_.connectionIs( fact, source ); }
    ChangeResult routerMacIs( const Kynet::EthAddr & mac ) { return intfs_.routerMacIs( mac ); }
-   // A VRF with interfaces, or tunnels' ends, stays; its routes go with it.
+   // A VRF with interfaces, tunnels' ends or IPsec connections stays; its routes go with it.
    ChangeResult vrfDel( const L3::VrfName & name );
-   // Routes that lead out of it keep the ways that are left.
-   ChangeResult intfDel( Kynet::IntfId intfId ) { return intfs_.intfDel( intfId ); }
+   // Routes that lead out of it keep the ways that are left. A tunnel of an IPsec connection stays.
+   ChangeResult intfDel( Kynet::IntfId intfId );
+   ChangeResult ipsecDel( const Gant::Name & name ) { return ipsec_.connectionDel( name ); }
    ChangeResult neighborDel( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr ) {
       return intfs_.neighborDel( intfId, addr );
    }
@@ -51,6 +54,7 @@ class RouterState {
    StateTree tree_;
    VrfBook vrfs_;
    IntfBook intfs_;
+   IpsecBook ipsec_;
 };
 
 // Why no route of a user's can have the prefix; empty when it can.

@@ -52,7 +52,8 @@ namespace Host {
 // What the engine makes of an interface: a port, or a tunnel with its ends.
 class Port {
    GANT_VALUE( "Host::Port", Port, ( Vex::EncapType, encapType ), ( Kynet::EthAddr, macAddr ),
-               ( Interface::TunnelIntfStatus, tunnel ), ( Hul::VrfId, underlayVrfId ), ( Hul::VrfId, overlayVrfId ) )
+               ( Interface::TunnelIntfStatus, tunnel ), ( Hul::VrfId, underlayVrfId ), ( Hul::VrfId, overlayVrfId ),
+               ( U32, ipsecEncapId ) )
 };
 
 // The ports and tunnels that the engine is to have.
