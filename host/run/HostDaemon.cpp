@@ -56,12 +56,17 @@ Daemon::Daemon( Options options ) :
 Daemon::~Daemon() { *alive_ = false; }
 
 bool Daemon::run() {
+   if ( const auto why = control_.open( options_.socket ); !why.empty() ) {
+      spdlog::error( "{}", why );
+      return false;
+   }
    if ( !sources_.load() ) return false;
    signals_ = std::make_unique< Signals >( *this );
    supervisor_.start();
    postFeed();
    notifyReady( "waiting for the data plane" );
    Gant::activityManager()->run();
+   control_.close();
    signals_ = nullptr;
    return true;
 }

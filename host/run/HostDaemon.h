@@ -1,6 +1,7 @@
 // The daemon: the router's state, its sources, and the data plane that is kept for it.
 #pragma once
 
+#include "HostControlServer.h"
 #include "HostOptions.h"
 #include "HostRouter.h"
 #include "HostSources.h"
@@ -14,7 +15,8 @@ class Daemon : public Router {
    ~Daemon() override;
 
    // Reads the sources, starts the data plane and runs the loop until a signal ends it: SIGTERM or SIGINT. SIGHUP reads
-   // the sources again. False: the description cannot be read at all, and nothing was started.
+   // the sources again. False: the description cannot be read at all, or the command socket is not to be had, and
+   // nothing was started.
    bool run();
 
    RouterState & state() override { return state_; }
@@ -39,6 +41,7 @@ class Daemon : public Router {
    RouterState state_;
    Sources sources_;
    Supervisor supervisor_;
+   ControlServer control_{ *this, CommandTable::all() };
    std::unique_ptr< Signals > signals_;
    unsigned reloads_ = 0;
    bool feedPosted_ = false;

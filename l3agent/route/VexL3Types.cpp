@@ -6,12 +6,6 @@
 
 namespace VexL3Unicast {
 
-const Gant::Ptr< RouteInfo > & PrefixRecords::route( const Hul::VrfAndIpGenPrefix & prefix ) const {
-   static const Gant::Ptr< RouteInfo > none;
-   const auto * const record = records_.get( prefix );
-   return record == nullptr ? none : record->routeInfo;
-}
-
 void PrefixRecords::routeIs( const Hul::VrfAndIpGenPrefix & prefix, Gant::Ptr< RouteInfo > routeInfo ) {
    if ( !routeInfo ) return routeDel( prefix );
    auto & record = *records_.tryEmplace( prefix ).first;

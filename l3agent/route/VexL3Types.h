@@ -97,7 +97,11 @@ class PrefixRecords : public Gant::PtrInterface {
    };
 
    // Null: no route.
-   const Gant::Ptr< RouteInfo > & route( const Hul::VrfAndIpGenPrefix & prefix ) const;
+   const Gant::Ptr< RouteInfo > & route( const Hul::VrfAndIpGenPrefix & prefix ) const {
+      static const Gant::Ptr< RouteInfo > none;
+      const auto * const record = records_.get( prefix );
+      return record == nullptr ? none : record->routeInfo;
+   }
    void routeIs( const Hul::VrfAndIpGenPrefix & prefix, Gant::Ptr< RouteInfo > routeInfo );
    void routeDel( const Hul::VrfAndIpGenPrefix & prefix );
    size_t routes() const { return routes_; }

@@ -81,9 +81,8 @@ std::unique_ptr< Message > newMessageOf( const std::string & type ) {
 }
 
 Gant::String describeBytes( const std::string & type, const std::string & bytes ) {
-   const auto message = newMessageOf( type );
-   if ( !message || !message->ParseFromString( bytes ) )
-      return "<" + std::to_string( bytes.size() ) + " bytes of " + type + ">";
+   const auto message = messageOf( type, bytes );
+   if ( !message ) return "<" + std::to_string( bytes.size() ) + " bytes of " + type + ">";
    return describe( *message );
 }
 
@@ -116,6 +115,11 @@ DescribedRequest describeGraphRequest( const vex::pb::Request & request ) {
 }
 
 } // namespace
+
+std::unique_ptr< Message > messageOf( const std::string & type, const std::string & bytes ) {
+   auto message = newMessageOf( type );
+   return message && message->ParseFromString( bytes ) ? std::move( message ) : nullptr;
+}
 
 Gant::String describe( const Message & message ) {
    std::vector< const FieldDescriptor * > fields;

@@ -4,6 +4,7 @@
 #include "VexChannel.h"
 
 #include <functional>
+#include <memory>
 
 namespace vex::pb {
 class Batch;
@@ -14,6 +15,9 @@ namespace Vex {
 // The fields that are set, in the message's order: "vrf 0 prefix 10.0.0.0 prefix_len 8 fec_id 3". Addresses and MACs in
 // their usual form; of key material the length only.
 Gant::String describe( const google::protobuf::Message & message );
+
+// A command's argument from its type's full name and its wire form; null when it is none.
+std::unique_ptr< google::protobuf::Message > messageOf( const std::string & type, const std::string & bytes );
 
 // One request of a batch, with what it is about.
 struct DescribedRequest {

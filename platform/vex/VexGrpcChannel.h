@@ -46,6 +46,7 @@ class GrpcChannel : public Channel {
                  bool changesForwarding ) override;
    google::protobuf::Arena & arena() override;
 
+   const Gant::String & address() const { return address_; }
    bool running() const { return running_; }
    // True: by the stream. False: by unary calls.
    bool streaming() const;

@@ -64,10 +64,12 @@ Module::Module( Gant::String name, VexModule::ModuleClass moduleClass, U32 maxIn
    GANT_TRACE( 2, "create ", VexModule::name( moduleClass ), " ", name_ );
    moduleConfig()->channel()->createModule( moduleConfig()->origin(), name_, VexModule::name( moduleClass_ ),
                                             initArgs_.get() );
+   moduleConfig()->moduleIs( name_, this );
 }
 
 Module::~Module() {
    GANT_TRACE( 2, "destroy ", name_ );
+   moduleConfig()->moduleDel( name_, this );
    Module::doResourceLeakCheck();
    while ( !outGate_.empty() ) forget( outGate_.begin()->first );
    for ( const auto & [ inGate, connections ] : InGates( inGate_ ) )

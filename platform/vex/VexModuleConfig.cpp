@@ -16,6 +16,11 @@ ModuleCmdBase::~ModuleCmdBase() {
    if ( owned_ ) delete message_;
 }
 
+void ModuleConfig::moduleDel( const Gant::String & name, const Module * module ) {
+   const auto at = modules_.find( name );
+   if ( at != modules_.end() && at->second == module ) modules_.erase( at );
+}
+
 ModuleResponseEvent::ModuleResponseEvent( std::unique_ptr< google::protobuf::Any > response ) :
      response_( std::move( response ) ) {}
 ModuleResponseEvent::~ModuleResponseEvent() = default;

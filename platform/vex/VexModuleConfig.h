@@ -84,8 +84,12 @@ class ModuleStatus : public Gant::PtrInterface {
    std::deque< Gant::Ptr< ModuleErrorEvent > > errorQueue_;
 };
 
+class Module;
+
 class ModuleConfig : public Gant::PtrInterface {
  public:
+   using Modules = Gant::OrderedMap< Gant::String, Module * >;
+
    ModuleConfig( Gant::Ptr< Channel > channel, Channel::OriginId origin ) :
         channel_( std::move( channel ) ), origin_( origin ) {}
 
@@ -98,12 +102,19 @@ class ModuleConfig : public Gant::PtrInterface {
    const Gant::Ptr< Channel > & channel() const { return channel_; }
    Channel::OriginId origin() const { return origin_; }
 
+   // The group's modules by name. A module enters and leaves by itself, at its construction and its destruction.
+   const Modules & modules() const { return modules_; }
+   void moduleIs( const Gant::String & name, Module * module ) { modules_[ name ] = module; }
+   // Nothing when another module has taken the name.
+   void moduleDel( const Gant::String & name, const Module * module );
+
    // True: refusals of the group go to its error queue, because somebody reads it.
    GANT_ATTR( bool, errorHandlingEnabled, false )
 
  private:
    Gant::Ptr< Channel > channel_;
    Channel::OriginId origin_;
+   Modules modules_;
 };
 
 // The connection of a named group of modules to the data plane.

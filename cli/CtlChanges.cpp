@@ -1,0 +1,190 @@
+#include "CtlChanges.h"
+
+#include <charconv>
+#include <set>
+
+namespace Ctl {
+
+namespace {
+
+// The words of a change, taken one after the other.
+class Words {
+ public:
+   explicit Words( const std::vector< std::string > & words ) : words_( words ) {}
+   bool more() const { return next_ < words_.size(); }
+   std::string take( const std::string & what ) {
+      if ( !more() ) throw Error{ "usage", what + " is missing" };
+      return words_[ next_++ ];
+   }
+   bool skip( const std::string & word ) {
+      if ( !more() || words_[ next_ ] != word ) return false;
+      ++next_;
+      return true;
+   }
+   std::uint64_t number( const std::string & what ) {
+      const auto word = take( what );
+      std::uint64_t number = 0;
+      const auto [ end, error ] = std::from_chars( word.data(), word.data() + word.size(), number );
+      if ( error != std::errc() || end != word.data() + word.size() )
+         throw Error{ "usage", what + ": \"" + word + "\" is no number" };
+      return number;
+   }
+   void end() const {
+      if ( more() ) throw Error{ "usage", "\"" + words_[ next_ ] + "\" is not expected here" };
+   }
+
+ private:
+   const std::vector< std::string > & words_;
+   size_t next_ = 0;
+};
+
+// What stands behind a keyword: the member of the entry, and its form.
+struct Keyword {
+   enum class Form { text, number, list };
+   const char * member;
+   Form form = Form::text;
+};
+
+void fill( Json & entry, Words & words, const std::map< std::string, Keyword > & keywords ) {
+   while ( words.more() ) {
+      if ( words.skip( "disabled" ) || words.skip( "enabled" ) ) continue;
+      const auto word = words.take( "a keyword" );
+      const auto at = keywords.find( word );
+      if ( at == keywords.end() ) throw Error{ "usage", "\"" + word + "\" is not expected here" };
+      const auto & [ member, form ] = at->second;
+      if ( form == Keyword::Form::list )
+         entry[ member ].push_back( words.take( word ) );
+      else if ( form == Keyword::Form::number )
+         entry[ member ] = words.number( word );
+      else
+         entry[ member ] = words.take( word );
+   }
+}
+
+Json routeKey( Words & words ) {
+   Json entry{ { "prefix", words.take( "the prefix" ) } };
+   if ( words.skip( "vrf" ) ) entry[ "vrf" ] = words.take( "the VRF" );
+   return entry;
+}
+
+// via ADDRESS [dev INTERFACE] [weight N], or dev INTERFACE for a way without an address.
+Json via( Words & words, bool address ) {
+   Json via;
+   if ( address ) via[ "nexthop" ] = words.take( "the next hop" );
+   if ( !address || words.skip( "dev" ) ) via[ "interface" ] = words.take( "the interface" );
+   if ( words.skip( "weight" ) ) via[ "weight" ] = words.number( "weight" );
+   return via;
+}
+
+Json route( const std::vector< std::string > & given ) {
+   Words words( given );
+   auto entry = routeKey( words );
+   while ( words.more() ) {
+      if ( words.skip( "via" ) )
+         entry[ "via" ].push_back( via( words, true ) );
+      else if ( words.skip( "dev" ) )
+         entry[ "via" ].push_back( via( words, false ) );
+      else if ( words.skip( "blackhole" ) )
+         entry[ "blackhole" ] = true;
+      else if ( words.skip( "receive" ) )
+         entry[ "receive" ] = words.take( "the interface" );
+      else if ( words.skip( "vrf" ) )
+         entry[ "vrf" ] = words.take( "the VRF" );
+      else
+         words.end();
+   }
+   return entry;
+}
+
+Json routeOnly( const std::vector< std::string > & given ) {
+   Words words( given );
+   auto entry = routeKey( words );
+   words.end();
+   return entry;
+}
+
+Json neighborKey( Words & words ) {
+   Json entry{ { "interface", words.take( "the interface" ) } };
+   entry[ "address" ] = words.take( "the address" );
+   return entry;
+}
+
+Json neighbor( const std::vector< std::string > & given ) {
+   Words words( given );
+   auto entry = neighborKey( words );
+   entry[ "mac" ] = words.take( "the MAC" );
+   words.end();
+   return entry;
+}
+
+Json neighborOnly( const std::vector< std::string > & given ) {
+   Words words( given );
+   auto entry = neighborKey( words );
+   words.end();
+   return entry;
+}
+
+Json nameOnly( const std::vector< std::string > & given ) {
+   Words words( given );
+   Json entry{ { "name", words.take( "the name" ) } };
+   words.end();
+   return entry;
+}
+
+using Keywords = std::map< std::string, Keyword >;
+
+Json named( const std::vector< std::string > & given, const Keywords & keywords ) {
+   Words words( given );
+   Json entry{ { "name", words.take( "the name" ) } };
+   fill( entry, words, keywords );
+   if ( std::set< std::string >( given.begin(), given.end() ).contains( "disabled" ) ) entry[ "enabled" ] = false;
+   return entry;
+}
+
+constexpr auto number = Keyword::Form::number;
+constexpr auto list = Keyword::Form::list;
+
+Json interface( const std::vector< std::string > & given ) {
+   static const Keywords keywords{ { "vrf", { "vrf" } },
+                                   { "address", { "addresses", list } },
+                                   { "mtu", { "mtu", number } },
+                                   { "mss", { "mss", number } },
+                                   { "mac", { "mac" } } };
+   return named( given, keywords );
+}
+
+Json tunnel( const std::vector< std::string > & given ) {
+   static const Keywords keywords{ { "vrf", { "vrf" } },           { "address", { "addresses", list } },
+                                   { "mtu", { "mtu", number } },   { "mss", { "mss", number } },
+                                   { "mode", { "mode" } },         { "source", { "source" } },
+                                   { "key", { "key", number } },   { "destination", { "destination" } },
+                                   { "underlay", { "underlay" } }, { "ttl", { "ttl", number } },
+                                   { "tos", { "tos", number } } };
+   return named( given, keywords );
+}
+
+Json vrf( const std::vector< std::string > & given ) {
+   static const Keywords keywords{ { "id", { "id", number } } };
+   return named( given, keywords );
+}
+
+} // namespace
+
+const std::vector< Kind > & kinds() {
+   static const std::vector< Kind > all{
+        { "route", "a route",
+          "PREFIX [vrf NAME] via ADDRESS [dev INTERFACE] [weight N] ... | dev INTERFACE | blackhole | receive "
+          "INTERFACE",
+          route, routeOnly },
+        { "neighbor", "a neighbour", "INTERFACE ADDRESS MAC", neighbor, neighborOnly },
+        { "interface", "an interface", "NAME [vrf NAME] [address ADDRESS/LEN]... [mtu N] [mss N] [mac MAC] [disabled]",
+          interface, nameOnly },
+        { "tunnel", "a tunnel",
+          "NAME source ADDRESS destination ADDRESS [vrf NAME] [underlay VRF] [address ADDRESS/LEN]... [key N] [ttl N] "
+          "[tos N] [mtu N] [mss N] [mode MODE] [disabled]",
+          tunnel, nameOnly },
+        { "vrf", "a VRF", "NAME [id N]", vrf, nameOnly } };
+   return all;
+}
+
+} // namespace Ctl

@@ -1,0 +1,335 @@
+#include "CtlShows.h"
+
+#include "CtlGraph.h"
+
+#include <fmt/format.h>
+
+namespace Ctl {
+
+namespace {
+
+std::string member( const Json & object, const char * name ) {
+   const auto at = object.find( name );
+   return at == object.end() ? std::string() : inWords( *at );
+}
+
+std::uint64_t numberOf( const Json & object, const char * name ) {
+   const auto at = object.find( name );
+   return at == object.end() || !at->is_number() ? 0 : at->get< std::uint64_t >();
+}
+
+std::string joined( std::initializer_list< std::string > words ) {
+   std::string out;
+   for ( const auto & word : words )
+      if ( !word.empty() ) out += ( out.empty() ? "" : " " ) + word;
+   return out;
+}
+
+std::string labelled( const char * label, const std::string & value ) {
+   return value.empty() ? value : std::string( label ) + " " + value;
+}
+
+// "Ethernet1 forward 00:00:00:00:00:02 (gate 4, index 1)"
+std::string nexthopInWords( const Json & hop ) {
+   const auto gate = labelled( "gate", member( hop, "gate" ) ), index = labelled( "index", member( hop, "index" ) );
+   const auto place = gate.empty() || index.empty() ? gate + index : gate + ", " + index;
+   return joined( { member( hop, "interface" ), member( hop, "command" ), member( hop, "mac" ),
+                    labelled( "through", member( hop, "tunnel" ) ), place.empty() ? "" : "(" + place + ")" } );
+}
+
+std::string viaInWords( const Json & via ) {
+   return joined( { member( via, "kind" ), member( via, "address" ), member( via, "interface" ), member( via, "mac" ),
+                    labelled( "through", member( via, "tunnel" ) ), labelled( "weight", member( via, "weight" ) ) } );
+}
+
+std::string groupedNumber( const Json & value ) { return grouped( value.get< std::uint64_t >() ); }
+std::string secondsInWords( const Json & value ) { return seconds( value.get< double >() ); }
+std::string agoInWords( const Json & value ) { return seconds( value.get< double >() ) + " ago"; }
+std::string mssInWords( const Json & value ) { return value == 0 ? "-" : inWords( value ); }
+std::string keyInWords( const Json & value ) { return value == 0 ? "-" : inWords( value ); }
+std::string megabytes( const Json & value ) { return fmt::format( "{:.1f} MB", value.get< double >() / 1e6 ); }
+
+Column count( std::string title, std::string name ) {
+   return shown( std::move( title ), std::move( name ), groupedNumber, Column::Align::right );
+}
+
+// A fact out of an object in the record.
+Column inner( std::string title, std::string outer, std::vector< std::string > names ) {
+   return { std::move( title ), [ outer = std::move( outer ), names = std::move( names ) ]( const Json & row ) {
+              const auto object = row.value( outer, Json::object() );
+              std::string line;
+              for ( const auto & name : names )
+                 line += fmt::format( "{}{} {}", line.empty() ? "" : ", ", grouped( numberOf( object, name.c_str() ) ),
+                                      name );
+              return Cell{ line };
+           } };
+}
+
+Footer counted( std::string one, std::string many ) {
+   return [ one = std::move( one ), many = std::move( many ) ]( const Json & end ) {
+      const auto rows = numberOf( end, "rows" );
+      return rows == 0 ? "No " + many : "";
+   };
+}
+
+const Word vrfWord{ "vrf", "vrf", "NAME|all" };
+const Word matchWord{ "", "match", "PREFIX|ADDRESS" };
+const Option dataPlane{ "--dataplane", "dataplane", "as the data plane itself answers" };
+const Option most( const char * what ) { return { "--most", "most", what, Option::Kind::number }; }
+
+std::vector< Show > routingShows() {
+   return {
+        { .command = "show fib",
+          .help = "routes in the data plane; for an address the longest match",
+          .words = { vrfWord, matchWord },
+          .options = { dataPlane },
+          .columns = { text( "VRF", "vrf" ), text( "Prefix", "prefix" ), number( "FEC", "fec" ),
+                       list( "Next hops", "nexthops", nexthopInWords ), text( "", "builtIn" ),
+                       shown( "FEC missing", "fecMissing", inWords ) },
+          .footer = counted( "route", "routes" ) },
+        { .command = "show routes",
+          .help = "routes that the router was told, and what has become of them",
+          .words = { vrfWord, matchWord },
+          .columns = { text( "VRF", "vrf" ), text( "Prefix", "prefix" ), text( "Type", "type" ),
+                       text( "State", "state" ), number( "FEC", "fec" ), list( "Via", "via", viaInWords ),
+                       text( "Reason", "reason" ) },
+          .footer = counted( "route", "routes" ) },
+        { .command = "show nexthops",
+          .help = "entries of the interfaces' next-hop tables",
+          .words = { { "", "interface", "INTERFACE" } },
+          .options = { dataPlane },
+          .columns = { text( "Interface", "interface" ), number( "Index", "index" ), text( "Command", "command" ),
+                       text( "MAC", "mac" ), text( "Tunnel", "tunnel" ), number( "FEC", "fec" ) },
+          .footer = counted( "next hop", "next hops" ) },
+        { .command = "show adjacencies",
+          .help = "ways out that routes share, with their FECs",
+          .columns = { number( "Adjacency", "adjacency" ), number( "FEC", "fec" ), number( "Version", "version" ),
+                       text( "Programmed", "programmed" ), count( "Routes", "routes" ),
+                       list( "Via", "via", viaInWords ) },
+          .footer = counted( "adjacency", "adjacencies" ) },
+        { .command = "show pending",
+          .help = "what was asked for and cannot be done yet",
+          .options = { most( "routes of each family to list" ) },
+          .columns = { text( "Object", "object" ), text( "Waits because", "reason" ) },
+          .footer = []( const Json & end ) -> std::string {
+             if ( end.value( "busy", false ) ) return "Routes are still being looked at";
+             return numberOf( end, "rows" ) == 0 ? "Nothing is pending" : "";
+          } },
+   };
+}
+
+std::vector< Show > interfaceShows() {
+   return {
+        { .command = "show interfaces",
+          .help = "interfaces, with their addresses and limits",
+          .words = { { "", "interface", "INTERFACE" } },
+          .columns = { text( "Interface", "interface" ), text( "State", "state" ), text( "VRF", "vrf" ),
+                       text( "Addresses", "addresses" ), number( "MTU", "mtu" ),
+                       shown( "MSS in", "mssIngress", mssInWords, Column::Align::right ),
+                       shown( "MSS out", "mssEgress", mssInWords, Column::Align::right ), text( "MAC", "mac" ),
+                       text( "Kind", "kind" ), text( "In data plane", "routed" ), number( "FIB gate", "fibGate" ) },
+          .footer = counted( "interface", "interfaces" ) },
+        { .command = "show tunnels",
+          .help = "tunnels, with their ends",
+          .columns = { text( "Tunnel", "tunnel" ), text( "Mode", "mode" ), text( "Source", "source" ),
+                       text( "Destination", "destination" ), text( "Underlay", "underlayVrf" ), text( "VRF", "vrf" ),
+                       shown( "Key", "key", keyInWords, Column::Align::right ), number( "TTL", "ttl" ),
+                       number( "TOS", "tos" ), number( "MTU", "mtu" ),
+                       shown( "MSS in", "mssIngress", mssInWords, Column::Align::right ),
+                       shown( "MSS out", "mssEgress", mssInWords, Column::Align::right ),
+                       text( "In data plane", "built" ), number( "Resolve entries", "resolveEntries" ) },
+          .footer = counted( "tunnel", "tunnels" ) },
+        { .command = "show vrfs",
+          .help = "VRFs, with their numbers of routes",
+          .columns = { text( "VRF", "vrf" ), number( "Id", "id" ), text( "Active", "active" ),
+                       count( "IPv4 routes", "routes" ), count( "IPv6 routes", "routes6" ),
+                       number( "Sequence", "sequence" ), number( "Programmed", "sequenceProgrammed" ) },
+          .footer = counted( "VRF", "VRFs" ) },
+   };
+}
+
+std::vector< Show > graphShows() {
+   return {
+        { .command = "show modules",
+          .help = "modules of the data plane",
+          .columns = { text( "Module", "module" ), text( "Class", "class" ), text( "Group", "group" ),
+                       number( "In", "inputs" ), number( "Out", "outputs" ), number( "Counters", "counters" ) },
+          .footer = counted( "module", "modules" ) },
+        { .command = "show graph",
+          .help = "modules with the gates between them",
+          .view = []( const Given & given, std::ostream & out ) -> std::unique_ptr< View > {
+             if ( given.contains( "--dot" ) ) return std::make_unique< DotView >( out );
+             return std::make_unique< GraphView >( out );
+          },
+          .viewOptions = { { "--dot", "", "as a Graphviz picture" } } },
+        { .command = "show counters",
+          .help = "what the modules of the data plane count",
+          .words = { { "", "module", "MODULE" } },
+          .options = { { "--nonzero", "nonzero", "without those that are 0" } },
+          .columns = { text( "Module", "module" ),
+                       text( "Counter", "counter" ),
+                       number( "Slot", "slot" ),
+                       { "Value",
+                         []( const Json & row ) {
+                            const auto & value = row.at( "value" );
+                            return Cell{ value.is_null() ? "not readable" : groupedNumber( value ) };
+                         },
+                         Column::Align::right } },
+          .footer = counted( "counter", "counters" ) },
+   };
+}
+
+std::vector< Show > daemonShows() {
+   return {
+        { .command = "show summary",
+          .help = "how much there is, and how much was done",
+          .columns = { count( "VRFs", "vrfs" ), count( "Interfaces", "interfaces" ),
+                       count( "Routed interfaces", "routedInterfaces" ), count( "Tunnels", "tunnels" ),
+                       inner( "Routes told", "routesTold", { "ipv4", "ipv6" } ),
+                       count( "Routes programmed", "routesProgrammed" ),
+                       inner( "Routes refused", "routesRefused", { "ipv4", "ipv6" } ), count( "FECs", "fecs" ),
+                       count( "Adjacencies", "adjacencies" ), count( "Modules", "modules" ),
+                       count( "Counters", "counters" ),
+                       inner( "Requests", "requests", { "queued", "acknowledged", "refused" } ),
+                       shown( "Looking at routes", "busy", inWords ),
+                       shown( "Resident memory", "residentBytes", megabytes ) },
+          .record = true },
+        { .command = "show status",
+          .help = "the daemon and its data plane",
+          .columns = { text( "Phase", "phase" ), number( "Process id", "pid" ),
+                       shown( "Up for", "upSeconds", secondsInWords ), text( "Data plane", "dataPlane" ),
+                       number( "Data plane process id", "dataPlanePid" ),
+                       text( "Data plane version", "dataPlaneVersion" ), text( "Transport", "transport" ),
+                       number( "Data plane losses", "restarts" ), text( "Last loss", "lastLoss" ),
+                       shown( "Last fed in", "lastFedSeconds", secondsInWords ), text( "Description", "description" ),
+                       text( "Route file", "routeFile" ), number( "Reloads", "reloads" ),
+                       number( "Wrong entries in sources", "sourceErrors" ) },
+          .record = true },
+        { .command = "show version",
+          .help = "versions of the daemon and its data plane",
+          .columns = { text( "vexl3d", "vexl3d" ), text( "Data plane", "dataPlane" ) },
+          .record = true },
+        { .command = "show errors",
+          .help = "requests that the data plane refused, the newest last",
+          .columns = { shown( "When", "secondsAgo", agoInWords ), text( "Module", "module" ),
+                       text( "Action", "action" ), text( "Argument", "argument" ), number( "Code", "code" ),
+                       text( "", "errno" ), text( "Text", "text" ) },
+          .footer = []( const Json & end ) -> std::string {
+             const auto refused = numberOf( end, "refused" ), rows = numberOf( end, "rows" );
+             if ( refused == 0 ) return "The data plane has refused nothing";
+             return refused == rows ? "" : fmt::format( "{} refused, the newest {} kept", grouped( refused ), rows );
+          } },
+        { .command = "show queue",
+          .help = "requests that the data plane has not answered yet",
+          .options = { most( "requests to list" ) },
+          .columns = { text( "State", "state" ), text( "Module", "module" ), text( "Action", "action" ),
+                       text( "Argument", "argument" ) },
+          .footer =
+               []( const Json & end ) {
+                  return fmt::format( "{} sent, {} waiting ({} bytes); {} of {} acknowledged{}",
+                                      grouped( numberOf( end, "sent" ) ), grouped( numberOf( end, "waiting" ) ),
+                                      grouped( numberOf( end, "waitingBytes" ) ),
+                                      grouped( numberOf( end, "acknowledged" ) ), grouped( numberOf( end, "queued" ) ),
+                                      numberOf( end, "sent" ) == 0
+                                           ? ""
+                                           : ", the oldest sent " + agoInWords( end.at( "oldestSentSeconds" ) ) );
+               } },
+        { .command = "show trace",
+          .help = "the newest trace lines, oldest first",
+          .words = { { "", "unit", "UNIT" } },
+          .options = { most( "lines" ) },
+          .columns = { shown( "When", "secondsAgo", agoInWords, Column::Align::right ), text( "Unit", "unit" ),
+                       number( "Level", "level" ), text( "Text", "text" ) },
+          .footer = counted( "trace line", "trace lines" ) },
+        { .command = "show trace-units",
+          .help = "trace units, with their levels",
+          .columns = { text( "Unit", "unit" ), number( "Level", "level" ), number( "Stream level", "streamLevel" ) } },
+   };
+}
+
+std::string differencesInWords( const Json & end ) {
+   const auto differences = numberOf( end, "differences" );
+   if ( differences > numberOf( end, "rows" ) )
+      return fmt::format( "{} differences, of which the first are listed", grouped( differences ) );
+   if ( differences > 0 ) return fmt::format( "{} difference{}", differences, differences == 1 ? "" : "s" );
+   const auto compared = end.value( "compared", Json::object() );
+   std::string line;
+   for ( const auto & [ what, number ] : compared.items() )
+      line += fmt::format( "{}{} {}", line.empty() ? "" : ", ", groupedNumber( number ), what );
+   return "No differences: " + line + " in " + seconds( end.value( "seconds", 0.0 ) );
+}
+
+std::vector< Show > checks() {
+   const auto number = []( const char * name, const char * member, const char * help ) {
+      return Option{ name, member, help, Option::Kind::number };
+   };
+   const auto needed = []( const char * name, const char * member, const char * help ) {
+      return Option{ name, member, help, Option::Kind::text, true };
+   };
+   return {
+        { .command = "verify",
+          .help = "compare what the agent means with what the data plane holds",
+          .options = { number( "--most", "most", "differences to list" ) },
+          .columns = { text( "Difference", "difference" ), text( "Module", "module" ), text( "Object", "object" ),
+                       text( "Agent", "agent" ), text( "Data plane", "dataPlane" ) },
+          .footer = differencesInWords,
+          .exitCode =
+               []( const Json & end ) {
+                  return numberOf( end, "differences" ) == 0 ? ExitCode::done : ExitCode::refused;
+               } },
+        { .command = "trace packet",
+          .help = "walk a described packet through the data plane",
+          .options = { needed( "--in", "interface", "interface that it comes in at" ),
+                       needed( "--src", "source", "IPv4 address" ),
+                       needed( "--dst", "destination", "IPv4 address" ),
+                       number( "--proto", "protocol", "IP protocol: 1 ICMP, 6 TCP, 17 UDP" ),
+                       number( "--sport", "sourcePort", "port" ),
+                       number( "--dport", "destinationPort", "port" ),
+                       number( "--ttl", "ttl", "0: 64" ),
+                       number( "--dscp", "dscp", "0 to 63" ),
+                       number( "--length", "length", "bytes of the IPv4 packet; 0: its headers alone" ),
+                       number( "--tcp-flags", "tcpFlags", "0 to 255" ),
+                       number( "--icmp-type", "icmpType", "0 to 255" ),
+                       number( "--icmp-code", "icmpCode", "0 to 255" ),
+                       { "--count", "count", "let gates and counters count it" } },
+          .view = []( const Given &, std::ostream & out ) -> std::unique_ptr< View > {
+             return std::make_unique< PacketView >( out );
+          } },
+        { .command = "trace level",
+          .help = "set how much a unit traces: 0 to 9, * for all units",
+          .words = { { "", "unit", "UNIT" }, { "", "level", "LEVEL" } },
+          .options = { number( "--stream", "streamLevel", "up to this level also to the log" ) },
+          .view = []( const Given &, std::ostream & out ) -> std::unique_ptr< View > {
+             return std::make_unique< QuietView >( out );
+          } },
+   };
+}
+
+} // namespace
+
+std::vector< Show > shows() {
+   std::vector< Show > all;
+   for ( auto * const some : { routingShows, interfaceShows, graphShows, daemonShows, checks } )
+      for ( auto & show : some() ) all.push_back( std::move( show ) );
+   return all;
+}
+
+Json membersOf( const std::vector< Word > & words, const std::vector< std::string > & given ) {
+   auto members = Json::object();
+   auto next = words.begin();
+   for ( size_t at = 0; at < given.size(); ++at ) {
+      const auto keyword = std::ranges::find_if(
+           words, [ & ]( const auto & word ) { return !word.keyword.empty() && word.keyword == given[ at ]; } );
+      if ( keyword != words.end() && !members.contains( keyword->member ) ) {
+         if ( at + 1 == given.size() ) throw Error{ "usage", given[ at ] + " is followed by " + keyword->help };
+         members[ keyword->member ] = given[ ++at ];
+         continue;
+      }
+      while ( next != words.end() && !next->keyword.empty() ) ++next;
+      if ( next == words.end() ) throw Error{ "usage", "\"" + given[ at ] + "\" is one word too many" };
+      members[ next++->member ] = given[ at ];
+   }
+   return members;
+}
+
+} // namespace Ctl

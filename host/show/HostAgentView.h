@@ -1,0 +1,69 @@
+// The agent of one session, as a command looks at it, and the words for what it holds.
+#pragma once
+
+#include "HostAnswer.h"
+#include "VexCommonSmData.h"
+#include "VexGrpcChannel.h"
+#include "VexL3AgentSm.h"
+#include "VexL3Modules.h"
+#include "VexL3Mounts.h"
+#include "VexL3Types.h"
+
+#include <optional>
+
+namespace Host {
+
+// A session's agent. Each accessor throws `unavailable` when there is no agent, or when it is another session's by now:
+// an answer that takes several turns never mixes two.
+class AgentView {
+ public:
+   explicit AgentView( Router & router );
+
+   Gant::Ptr< VexL3Unicast::AgentSm > agent() const;
+   Gant::Ptr< Vex::VexCommonSmData > vexcsd() const;
+   Gant::Ptr< Vex::GrpcChannel > channel() const;
+   Gant::Ptr< VexL3Unicast::RouteDb > routeDb() const { return agent()->routeDb(); }
+   Gant::Ptr< VexL3Unicast::L3Modules > l3Modules() const { return agent()->l3Modules(); }
+   const VexL3Unicast::RoutingMounts & routing() const { return *agent()->routingMounts(); }
+
+   // Every module proxy, by name.
+   std::map< std::string, Vex::Module * > modules() const;
+
+ private:
+   void check() const;
+
+   Router & router_;
+   unsigned number_;
+};
+
+// The VRFs that a request names: "all", one by its name, or the default one. Throws `notFound`.
+std::vector< std::pair< U32, std::string > > vrfsOf( const AgentView & session, const std::string & name );
+std::string vrfName( const AgentView & session, Hul::VrfId vrfId );
+
+// Throws `usage` for a text that is no interface's name.
+Kynet::IntfId intfOf( const std::string & text );
+
+// An address or a prefix as a person gives it; an address has no length.
+struct Target {
+   Kynet::IpGenAddr address;
+   std::optional< U8 > len;
+};
+// Throws `usage`, also for host bits behind the prefix.
+Target targetOf( const std::string & text );
+
+// The routes that the agent itself gives every VRF.
+struct BuiltInRoute {
+   Kynet::Prefix prefix;
+   VexL3Unicast::FecKey fecKey;
+   Vex::GateId gate; // of the FIB
+   const char * what;
+};
+std::vector< BuiltInRoute > builtInRoutes( const AgentView & session, Hul::VrfId vrfId );
+
+// What a next hop does, in one word: "forward", "arpTrap" ...
+std::string commandName( VexL3Unicast::NextHopPktCmd command );
+// The next hops of a FEC with the places that they have in the data plane.
+Json nexthopsOf( const AgentView & session, const VexL3Unicast::Fec & fec );
+std::string textOrNone( const Kynet::EthAddr & mac );
+
+} // namespace Host

@@ -1,0 +1,35 @@
+#include "HostAnswer.h"
+
+namespace Host {
+
+const char * name( ErrorCode code ) {
+   switch ( code ) {
+   case ErrorCode::refused: return "refused";
+   case ErrorCode::usage: return "usage";
+   case ErrorCode::notFound: return "notFound";
+   case ErrorCode::unavailable: return "unavailable";
+   }
+   return "";
+}
+
+namespace {
+
+class AtOnce : public Answer {
+ public:
+   explicit AtOnce( std::function< void( Output & ) > write ) : write_( std::move( write ) ) {}
+   Step step( Output & out ) override {
+      write_( out );
+      return Step::done;
+   }
+
+ private:
+   std::function< void( Output & ) > write_;
+};
+
+} // namespace
+
+std::unique_ptr< Answer > atOnce( std::function< void( Output & ) > write ) {
+   return std::make_unique< AtOnce >( std::move( write ) );
+}
+
+} // namespace Host

@@ -1,0 +1,38 @@
+// add, replace, del, reload: what the router is told.
+
+#include "HostShows.h"
+
+namespace Host {
+
+namespace {
+
+[[noreturn]] void refuse( const ChangeResult & result ) {
+   throw CommandError( result.code == ChangeResult::Code::notFound ? ErrorCode::notFound : ErrorCode::refused,
+                       result.message );
+}
+
+std::unique_ptr< Answer > done( const ChangeResult & result ) {
+   if ( result.code != ChangeResult::Code::done ) refuse( result );
+   return atOnce( [ message = result.message ]( Output & out ) {
+      if ( !message.empty() ) out.endMember( "message", message );
+   } );
+}
+
+Command change( const char * name, ChangeOp op ) {
+   return { name,
+            { { "kind", Parameter::Kind::text, true }, { "entry", Parameter::Kind::text, true } },
+            [ op ]( const Asked & asked ) {
+               return done( asked.router.change( op, asked.question.text( "kind" ), asked.question.text( "entry" ) ) );
+            } };
+}
+
+} // namespace
+
+Commands changeCommands() {
+   return { change( "add", ChangeOp::add ),
+            change( "replace", ChangeOp::replace ),
+            change( "del", ChangeOp::del ),
+            { "reload", {}, []( const Asked & asked ) { return done( asked.router.reload() ); } } };
+}
+
+} // namespace Host

@@ -1,0 +1,46 @@
+// show counters: what the modules count, read from the table that the data plane writes.
+
+#include "HostCounterTable.h"
+#include "HostAgentView.h"
+#include "HostShows.h"
+
+namespace Host {
+
+namespace {
+
+// Counters are allocated as "module-name".
+std::string shortName( const Vex::BessCounterInfo::Counter & counter ) {
+   const auto prefix = counter.module + "-";
+   return counter.name.starts_with( prefix ) ? counter.name.substr( prefix.size() ) : counter.name;
+}
+
+std::unique_ptr< Answer > counters( const Asked & asked ) {
+   const AgentView session( asked.router );
+   const std::shared_ptr< CounterTable > table = CounterTable::open( session.channel()->counterPath() );
+   const auto wanted = asked.question.text( "module" );
+   const bool nonZero = asked.question.flag( "nonzero" );
+   if ( !wanted.empty() && !session.modules().contains( wanted ) )
+      throw CommandError( ErrorCode::notFound, "there is no module " + wanted );
+   return perKey< Vex::CounterId >(
+        [ session ] { return Gant::keysOf( session.vexcsd()->bessCounterInfo()->counterIterator() ); },
+        [ = ]( const Vex::CounterId & id, Output & out ) {
+           const auto & all = session.vexcsd()->bessCounterInfo()->counterIterator();
+           const auto at = all.find( id );
+           if ( at == all.end() || ( !wanted.empty() && at->second.module != wanted ) ) return;
+           Json value;
+           if ( const auto read = table ? table->value( id.value() ) : std::nullopt ) value = read.value();
+           if ( nonZero && ( value.is_null() || value == 0 ) ) return;
+           out.row( { { "module", at->second.module },
+                      { "counter", shortName( at->second ) },
+                      { "slot", id.value() },
+                      { "value", std::move( value ) } } );
+        } );
+}
+
+} // namespace
+
+Commands counterShows() {
+   return { { "show counters", { { "module" }, { "nonzero", Parameter::Kind::flag } }, counters } };
+}
+
+} // namespace Host

@@ -1,0 +1,164 @@
+// show routes: what the router was told, and what has become of it. show pending: what waits, and for what.
+
+#include "HostAgentView.h"
+#include "HostShows.h"
+#include "HostSortedRuns.h"
+#include "HulVrfRootSm.h"
+#include "MirelFib.h"
+
+#include <limits>
+
+namespace Host {
+
+namespace {
+
+struct Key {
+   U32 vrfId;
+   Kynet::IpGenPrefix prefix;
+   friend bool operator<( const Key & a, const Key & b ) {
+      return a.vrfId != b.vrfId ? a.vrfId < b.vrfId : a.prefix < b.prefix;
+   }
+};
+
+Json viasOf( const Mirel::Vias * vias ) {
+   auto out = Json::array();
+   if ( vias == nullptr ) return out;
+   for ( const auto & via : *vias ) {
+      Json hop;
+      if ( via.hopHas() ) hop[ "address" ] = via.hop().stringValue();
+      if ( !!via.intfId() ) hop[ "interface" ] = via.intfId().stringValue();
+      if ( via.weight() > 1 ) hop[ "weight" ] = via.weight();
+      if ( via.kind() != Mirel::RouteType::forward_ ) hop[ "kind" ] = via.kind().stringValue();
+      out.push_back( std::move( hop ) );
+   }
+   return out;
+}
+
+std::string reasonOf( const Mirel::UnprogrammedTable & table, const Key & key ) {
+   const Mirel::UnprogrammedTable::Key at( key.vrfId, key.prefix );
+   if ( !table.routeHas( at ) ) return {};
+   return table.route( at ) == Mirel::UnprogrammedReason::familyNotSupported_
+               ? "the data plane takes no routes of this family"
+               : "the data plane's helper refused it";
+}
+
+template < typename Table, typename Prefix >
+Json rowOf( const AgentView & session, const Table & table, const Mirel::UnprogrammedTable & unprogrammed,
+            const Key & key, const Prefix & prefix ) {
+   const auto route = table.route( key.vrfId, prefix );
+   if ( !route ) return {};
+   Json row{ { "vrf", vrfName( session, Hul::VrfId( key.vrfId ) ) },
+             { "prefix", prefix.stringValue() },
+             { "type", route->routeType().stringValue() } };
+   const auto & programmed = session.routeDb()->route( Hul::VrfAndIpGenPrefix( Hul::VrfId( key.vrfId ), key.prefix ) );
+   const auto reason = programmed ? std::string() : reasonOf( unprogrammed, key );
+   row[ "state" ] = programmed ? "programmed" : reason.empty() ? "pending" : "refused";
+   if ( programmed ) row[ "fec" ] = programmed->fecKey().value();
+   if ( !reason.empty() ) row[ "reason" ] = reason;
+   row[ "via" ] = viasOf( table.fec( route->fecId() ) );
+   return row;
+}
+
+Json rowOf( const AgentView & session, const Key & key ) {
+   const auto & routing = session.routing();
+   if ( key.prefix.af() == Kynet::AddressFamily::ipv4_ )
+      return rowOf( session, *routing.routeStatus(), *routing.unprogrammedRouteStatus(), key, key.prefix.v4Prefix() );
+   return rowOf( session, *routing.route6Status(), *routing.unprogrammedRoute6Status(), key, key.prefix.v6Prefix() );
+}
+
+class AllRoutes : public Answer {
+ public:
+   AllRoutes( const AgentView & session, const std::vector< std::pair< U32, std::string > > & vrfs ) :
+        session_( session ) {
+      for ( const auto & [ vrfId, name ] : vrfs ) vrfs_.insert( vrfId );
+   }
+   Step step( Output & out ) override {
+      const auto & routing = session_.routing();
+      if ( gathering_ == 4 ) return gather( *routing.routeStatus() );
+      if ( gathering_ == 6 ) return gather( *routing.route6Status() );
+      while ( !keys_.empty() && !out.full() )
+         if ( const auto row = rowOf( session_, keys_.take() ); !row.is_null() ) out.row( row );
+      return keys_.empty() ? Step::done : Step::more;
+   }
+
+ private:
+   template < typename Table >
+   Step gather( const Table & table ) {
+      const U32 end = std::min( table.slots(), slot_ + slotsAtOnce );
+      for ( ; slot_ < end; ++slot_ ) {
+         if ( !table.slotHas( slot_ ) ) continue;
+         const auto ref = table.refAt( slot_ );
+         if ( vrfs_.contains( ref.vrfId ) ) keys_.add( { ref.vrfId, ref.prefix } );
+      }
+      if ( slot_ < table.slots() ) return Step::more;
+      slot_ = 0;
+      gathering_ = gathering_ == 4 ? 6 : 0;
+      if ( gathering_ == 0 ) keys_.close();
+      return Step::more;
+   }
+
+   static constexpr U32 slotsAtOnce = 16384;
+   const AgentView session_;
+   std::set< U32 > vrfs_;
+   SortedRuns< Key > keys_;
+   U32 slot_ = 0;
+   int gathering_ = 4; // the family, then 0
+};
+
+// The prefix itself, or the longest that holds the address. Nothing when there is none.
+template < typename Table, typename Prefix, typename Address >
+std::optional< Key > find( const Table & table, U32 vrfId, const Address & address, std::optional< U8 > len ) {
+   if ( len ) {
+      const Prefix prefix( address, *len );
+      return table.route( vrfId, prefix ) ? std::optional( Key{ vrfId, prefix } ) : std::nullopt;
+   }
+   const auto match = table.match( vrfId, address );
+   return match ? std::optional( Key{ vrfId, match->prefix } ) : std::nullopt;
+}
+
+void matches( const AgentView & session, const std::string & vrf, const std::string & text, Output & out ) {
+   const auto target = targetOf( text );
+   const auto & routing = session.routing();
+   bool found = false;
+   for ( const auto & [ vrfId, name ] : vrfsOf( session, vrf ) ) {
+      const auto key = target.address.af() == Kynet::AddressFamily::ipv4_
+                            ? find< Mirel::Fib::RouteStatus, Kynet::Prefix >( *routing.routeStatus(), vrfId,
+                                                                              target.address.v4Addr(), target.len )
+                            : find< Mirel::Fib6::RouteStatus, Kynet::Ip6Prefix >( *routing.route6Status(), vrfId,
+                                                                                  target.address.v6Addr(), target.len );
+      if ( !key ) continue;
+      out.row( rowOf( session, *key ) );
+      found = true;
+   }
+   if ( !found )
+      throw CommandError( ErrorCode::notFound,
+                          "no route to " + text +
+                               ( vrf == "all" ? " in any VRF" : " in VRF " + ( vrf.empty() ? "default" : vrf ) ) );
+}
+
+std::unique_ptr< Answer > routes( const Asked & asked ) {
+   const AgentView session( asked.router );
+   const auto vrf = asked.question.text( "vrf" ), text = asked.question.text( "match" );
+   if ( text.empty() ) return std::make_unique< AllRoutes >( session, vrfsOf( session, vrf ) );
+   return atOnce( [ session, vrf, text ]( Output & out ) { matches( session, vrf, text, out ); } );
+}
+
+std::unique_ptr< Answer > pending( const Asked & asked ) {
+   const AgentView session( asked.router );
+   const auto most = asked.question.number( "most", 1000 );
+   return atOnce( [ session, most ]( Output & out ) {
+      for ( const auto & pending : session.agent()->hulVrfRootSm()->pending( most ) )
+         out.row( { { "object", pending.object }, { "reason", pending.reason } } );
+      out.endMember( "mostRoutes", most );
+      out.endMember( "busy", session.agent()->hulVrfRootSm()->busy() );
+   } );
+}
+
+} // namespace
+
+Commands routeShows() {
+   return { { "show routes", { { "vrf" }, { "match" } }, routes },
+            { "show pending", { { "most", Parameter::Kind::number } }, pending } };
+}
+
+} // namespace Host

@@ -1,0 +1,113 @@
+// show summary: how much there is, and how much was done. show status: the daemon. show version.
+
+#include "HostAgentView.h"
+#include "HostShows.h"
+#include "HulL3Status.h"
+#include "HulVrfRootSm.h"
+#include "MirelFib.h"
+
+#include <chrono>
+#include <fstream>
+#include <unistd.h>
+
+namespace Host {
+
+using namespace VexL3Unicast;
+
+namespace {
+
+Json routeCounts( const RouteDb & db, U32 af ) {
+   return { { "inserts", db.numRouteInserts( af ) },
+            { "updates", db.numRouteUpdates( af ) },
+            { "updatesToOtherFec", db.numRouteUpdatesFecChg( af ) },
+            { "deletes", db.numRouteDeletes( af ) } };
+}
+
+size_t residentBytes() {
+   size_t total = 0, resident = 0;
+   std::ifstream( "/proc/self/statm" ) >> total >> resident;
+   return resident * static_cast< size_t >( sysconf( _SC_PAGESIZE ) );
+}
+
+std::unique_ptr< Answer > summary( const Asked & asked ) {
+   const AgentView session( asked.router );
+   return atOnce( [ session ]( Output & out ) {
+      const auto agent = session.agent();
+      const auto & routing = session.routing();
+      const auto & db = *agent->routeDb();
+      const auto channel = session.channel();
+      Json row;
+      row[ "vrfs" ] = agent->hulL3Status()->vrfNames();
+      row[ "interfaces" ] = session.vexcsd()->l2Intfs();
+      row[ "routedInterfaces" ] = session.vexcsd()->l3IntfIteratorConst().size();
+      row[ "tunnels" ] = agent->l3Modules()->nhResolves();
+      row[ "routesTold" ] = { { "ipv4", routing.routeStatus()->routes() },
+                              { "ipv6", routing.route6Status()->routes() } };
+      row[ "routesProgrammed" ] = db.routes();
+      row[ "routesRefused" ] = { { "ipv4", routing.unprogrammedRouteStatus()->routes() },
+                                 { "ipv6", routing.unprogrammedRoute6Status()->routes() } };
+      row[ "fecs" ] = db.fecs();
+      row[ "adjacencies" ] = db.adjIdxToFecs();
+      row[ "modules" ] = session.modules().size();
+      row[ "counters" ] = session.vexcsd()->bessCounterInfo()->counterIterator().size();
+      row[ "requests" ] = { { "queued", channel->requestsQueued() },
+                            { "acknowledged", channel->requestsAcknowledged() },
+                            { "refused", channel->requestsRefused() } };
+      row[ "routeUpdates" ] = { { "ipv4", routeCounts( db, 1 ) }, { "ipv6", routeCounts( db, 2 ) } };
+      row[ "busy" ] = agent->hulVrfRootSm()->busy();
+      row[ "residentBytes" ] = residentBytes();
+      out.row( row );
+   } );
+}
+
+const char * textOf( Phase phase ) {
+   switch ( phase ) {
+   case Phase::starting: return "starting";
+   case Phase::running: return "running";
+   case Phase::waiting: return "waiting";
+   }
+   return "";
+}
+
+double systemSeconds() {
+   return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
+}
+
+std::unique_ptr< Answer > status( const Asked & asked ) {
+   return atOnce( [ &router = asked.router ]( Output & out ) {
+      const auto status = router.status();
+      const auto channel = router.channel();
+      Json row;
+      row[ "phase" ] = textOf( status.phase );
+      row[ "pid" ] = getpid();
+      row[ "startedAt" ] = status.startedAt;
+      row[ "upSeconds" ] = status.startedAt > 0 ? systemSeconds() - status.startedAt : 0;
+      row[ "dataPlane" ] = status.dataPlane;
+      if ( status.dataPlanePid != 0 ) row[ "dataPlanePid" ] = status.dataPlanePid;
+      row[ "dataPlaneVersion" ] = channel ? channel->dataPlaneVersion() : "";
+      row[ "transport" ] = !channel ? "" : channel->streaming() ? "batch stream" : "unary calls";
+      row[ "restarts" ] = status.restarts;
+      row[ "lastLoss" ] = status.lastLoss;
+      row[ "lastFedSeconds" ] = status.lastFedSeconds;
+      row[ "description" ] = status.description;
+      row[ "routeFile" ] = status.routeFile;
+      row[ "reloads" ] = status.reloads;
+      row[ "sourceErrors" ] = status.sourceErrors;
+      out.row( row );
+   } );
+}
+
+std::unique_ptr< Answer > version( const Asked & asked ) {
+   return atOnce( [ &router = asked.router ]( Output & out ) {
+      const auto channel = router.channel();
+      out.row( { { "vexl3d", VEXL3_VERSION }, { "dataPlane", channel ? channel->dataPlaneVersion() : "" } } );
+   } );
+}
+
+} // namespace
+
+Commands summaryShows() {
+   return { { "show summary", {}, summary }, { "show status", {}, status }, { "show version", {}, version } };
+}
+
+} // namespace Host

@@ -1,0 +1,21 @@
+// The shows, one source for each group. A new one is a source of its own with a function here, and a line in
+// HostCommands.cpp.
+#pragma once
+
+#include "HostAnswer.h"
+
+namespace Host {
+
+Commands fibShows();       // fib
+Commands routeShows();     // routes, pending
+Commands adjacencyShows(); // nexthops, adjacencies
+Commands interfaceShows(); // interfaces, tunnels, vrfs
+Commands graphShows();     // modules, graph
+Commands summaryShows();   // summary, status, version
+Commands counterShows();   // counters
+Commands channelShows();   // errors, queue
+Commands traceShows();     // trace, trace level
+Commands packetCommands(); // trace packet
+Commands changeCommands(); // add, replace, del, reload
+
+} // namespace Host

@@ -1,0 +1,203 @@
+#include "HostVerify.h"
+
+#include "GantActivity.h"
+#include "HostComparer.h"
+#include "vex/engine.pb.h"
+#include "VexDescribe.h"
+#include "VexEngineQuery.h"
+
+namespace Host {
+
+namespace {
+
+// Everything that the data plane told of itself, compared as it arrives.
+class Run {
+ public:
+   Run( const AgentView & session, size_t most ) : comparison_( session, most ) {
+      for ( const auto & [ name, module ] : comparison_.modules )
+         comparers_.emplace( name, comparerOf( comparison_, *module ) );
+   }
+
+   void take( const vex::pb::Batch & batch ) {
+      for ( const auto & request : batch.request() ) {
+         if ( request.has_create_module() ) create( request.create_module() );
+         if ( request.has_connect_modules() ) connect( request.connect_modules() );
+         if ( request.has_command() ) command( request.command() );
+      }
+   }
+
+   // After the last batch. False: call again in another slice.
+   bool finish() {
+      if ( !finishedGraph_ ) finishGraph();
+      finishedGraph_ = true;
+      while ( finishing_ != comparers_.end() ) {
+         if ( created_.contains( finishing_->first ) ) {
+            if ( !finishing_->second->finish() ) return false;
+            finishing_->second->finishCounters();
+         }
+         ++finishing_;
+      }
+      return true;
+   }
+   const Findings & findings() const { return comparison_.findings; }
+
+ private:
+   using Connection = std::pair< std::string, U64 >; // a module's output gate
+   static std::string inWords( const std::string & module, U64 inputGate ) {
+      return inputGate == 0 ? module : module + ":" + std::to_string( inputGate );
+   }
+   static std::string gateInWords( U64 gate ) { return "gate " + std::to_string( gate ); }
+
+   void create( const bess::pb::CreateModuleRequest & create ) {
+      auto & findings = comparison_.findings;
+      findings.compared( "modules" );
+      const auto at = comparers_.find( create.name() );
+      if ( at == comparers_.end() ) return findings.unexpected( create.name(), "module", create.mclass() );
+      created_.insert( create.name() );
+      findings.compare( create.name(), "class",
+                        Vex::VexModule::name( comparison_.modules.at( create.name() )->moduleClass() ),
+                        create.mclass() );
+      at->second->created( create.arg() );
+   }
+
+   void connect( const bess::pb::ConnectModulesRequest & connect ) {
+      comparison_.findings.compared( "connections" );
+      comparison_.connected.insert( { connect.m1(), connect.ogate() } );
+      const auto held = inWords( connect.m2(), connect.igate() );
+      const auto module = comparison_.modules.find( connect.m1() );
+      if ( module == comparison_.modules.end() ) return;
+      const auto & gates = module->second->outGate();
+      const auto at = gates.find( Vex::GateId( static_cast< U32 >( connect.ogate() ) ) );
+      if ( at == gates.end() )
+         comparison_.findings.unexpected( connect.m1(), gateInWords( connect.ogate() ), "to " + held );
+      else
+         comparison_.findings.compare( connect.m1(), gateInWords( connect.ogate() ),
+                                       "to " + inWords( at->second.peer->name(), at->second.inGate.value() ),
+                                       "to " + held );
+   }
+
+   void command( const vex::pb::CommandRun & run ) {
+      const auto at = comparers_.find( run.module() );
+      if ( at == comparers_.end() ) return;
+      for ( const auto & arg : run.arg() ) at->second->command( run.cmd(), run.type(), arg );
+   }
+
+   void finishGraph() {
+      for ( const auto & [ name, module ] : comparison_.modules ) {
+         if ( !created_.contains( name ) ) {
+            comparison_.findings.missing( name, "module", Vex::VexModule::name( module->moduleClass() ) );
+            continue;
+         }
+         for ( const auto & [ gate, connection ] : module->outGate() )
+            if ( !comparison_.connected.contains( { name, gate.value() } ) )
+               comparison_.findings.missing( name, gateInWords( gate.value() ),
+                                             "to " + inWords( connection.peer->name(), connection.inGate.value() ) );
+      }
+      finishing_ = comparers_.begin();
+   }
+
+   Comparison comparison_;
+   std::map< std::string, std::unique_ptr< Comparer > > comparers_;
+   std::set< std::string > created_;
+   bool finishedGraph_ = false;
+   std::map< std::string, std::unique_ptr< Comparer > >::iterator finishing_;
+};
+
+// States: settling (requests are on their way), comparing, finishing. A change of what the agent means sends it back to
+// settling, and what was found is forgotten.
+class Verify : public Answer, private Gant::StateMachine {
+ public:
+   Verify( const Asked & asked ) :
+        session_( asked.router ), most_( asked.question.number( "most", 1000 ) ), wake_( asked.wake ),
+        query_( session_.channel()->address() ), clock_( Gant::activityManager()->newClock() ), gantClock_( *this ),
+        begun_( clock_->now() ) {}
+
+   Step step( Output & out ) override {
+      const auto channel = session_.channel();
+      if ( state_ != State::settling && channel->forwardingGeneration() != generation_ ) settleAgain();
+      switch ( state_ ) {
+      case State::settling: return settle( *channel );
+      case State::comparing: return compare();
+      case State::finishing: break;
+      }
+      if ( !run_->finish() ) return Step::more;
+      run_->findings().write( out );
+      out.endMember( "seconds", clock_->now() - begun_ );
+      return Step::done;
+   }
+
+ private:
+   enum class State { settling, comparing, finishing };
+   static constexpr double settleSeconds = 30;
+   static constexpr double lookAgainSeconds = 0.01;
+   static constexpr int attemptsMax = 20;
+
+   class GantClock : public Gant::Clock::Notifiee {
+    public:
+      explicit GantClock( Verify & verify ) : Notifiee( &verify, verify.clock_ ), verify_( verify ) {}
+      void onTime() override { verify_.wake_(); }
+
+    private:
+      Verify & verify_;
+   };
+
+   Step settle( const Vex::GrpcChannel & channel ) {
+      const auto ahead = channel.requestsQueued() - channel.requestsAcknowledged();
+      if ( ahead == 0 ) {
+         generation_ = channel.forwardingGeneration();
+         run_ = std::make_unique< Run >( session_, most_ );
+         dump_ = query_.dump( {}, wake_ );
+         state_ = State::comparing;
+         return Step::wait;
+      }
+      if ( clock_->now() > begun_ + settleSeconds )
+         throw CommandError( ErrorCode::refused, "the data plane does not catch up: " + std::to_string( ahead ) +
+                                                      " requests are not answered" );
+      clock_->timeMinIs( clock_->now() + lookAgainSeconds );
+      return Step::wait;
+   }
+
+   void settleAgain() {
+      dump_ = nullptr;
+      run_ = nullptr;
+      state_ = State::settling;
+      if ( ++attempts_ == attemptsMax )
+         throw CommandError( ErrorCode::refused, "the routes change faster than they can be compared" );
+   }
+
+   // A batch is a slice.
+   Step compare() {
+      if ( const auto batch = dump_->next() ) {
+         run_->take( *batch );
+         return Step::more;
+      }
+      if ( !dump_->ended() ) return Step::wait;
+      if ( const auto error = dump_->error(); !error.empty() )
+         throw CommandError( ErrorCode::refused, "no dump of the data plane: " + error );
+      state_ = State::finishing;
+      return Step::more;
+   }
+
+   const AgentView session_;
+   const size_t most_;
+   const std::function< void() > wake_;
+   Vex::EngineQuery query_;
+   State state_ = State::settling;
+   U64 generation_ = 0;
+   int attempts_ = 0;
+   std::unique_ptr< Run > run_;
+   std::unique_ptr< Vex::EngineDump > dump_;
+   Gant::Ptr< Gant::Clock > clock_;
+   GantClock gantClock_;
+   const double begun_;
+};
+
+} // namespace
+
+Commands verifyCommands() {
+   return { { "verify", { { "most", Parameter::Kind::number } }, []( const Asked & asked ) {
+                return std::make_unique< Verify >( asked );
+             } } };
+}
+
+} // namespace Host

@@ -1,0 +1,204 @@
+#include "VexEngineQuery.h"
+
+#include "GantActivity.h"
+#include "vex/engine.grpc.pb.h"
+#include "VexTransportChannel.h"
+
+#include <chrono>
+#include <deque>
+#include <grpcpp/client_context.h>
+#include <grpcpp/support/client_callback.h>
+#include <mutex>
+
+namespace Vex {
+
+struct EngineQuery::Stub {
+   explicit Stub( const Gant::String & address ) : engine( transportChannel( address ) ) {}
+   vex::pb::Engine::Stub engine;
+};
+
+namespace {
+
+// What one look at the data plane may take. Without it a question to one that hangs would hang as well.
+constexpr std::chrono::seconds unaryTime( 10 );
+
+Gant::String textOf( const grpc::Status & status ) {
+   if ( status.ok() ) return {};
+   return status.error_message().empty() ? Gant::format( "gRPC status %d", status.error_code() )
+                                         : status.error_message();
+}
+
+template < typename Request, typename Reply >
+struct Unary {
+   grpc::ClientContext context;
+   Request request;
+   Reply reply;
+   EngineQuery::Done< Reply > done; // touched on the loop only; empty once let go
+};
+
+template < typename State >
+class UnaryCall : public EngineCall {
+ public:
+   explicit UnaryCall( std::shared_ptr< State > state ) : state_( std::move( state ) ) {}
+   ~UnaryCall() override {
+      state_->done = nullptr;
+      state_->context.TryCancel();
+   }
+
+ private:
+   std::shared_ptr< State > state_;
+};
+
+template < typename Request, typename Reply, typename Start >
+std::unique_ptr< EngineCall > ask( const Request & request, EngineQuery::Done< Reply > done, Start start ) {
+   using State = Unary< Request, Reply >;
+   const auto state = std::make_shared< State >();
+   state->request = request;
+   state->done = std::move( done );
+   state->context.set_deadline( std::chrono::system_clock::now() + unaryTime );
+   start( *state, [ state ]( const grpc::Status & status ) {
+      Gant::activityManager()->post( [ state, error = textOf( status ) ] {
+         if ( const auto told = std::exchange( state->done, nullptr ) ) told( error, state->reply );
+      } );
+   } );
+   return std::make_unique< UnaryCall< State > >( state );
+}
+
+// The stream's side of a dump. gRPC's thread puts batches in, the loop takes them out. It holds itself until the call
+// is over.
+class DumpReader : public grpc::ClientReadReactor< vex::pb::Batch > {
+ public:
+   static constexpr size_t waitingMax = 8; // batches
+
+   DumpReader( const vex::pb::DumpRequest & request, std::function< void() > ready ) :
+        request_( request ), ready_( std::move( ready ) ) {}
+
+   void begin( vex::pb::Engine::Stub & stub, std::shared_ptr< DumpReader > self ) {
+      self_ = std::move( self );
+      stub.async()->Dump( &context_, &request_, this );
+      // Reads are also started by the loop, beyond the call's own reactions.
+      AddHold();
+      read();
+      StartCall();
+   }
+   // On the loop: nobody listens any more.
+   void close() {
+      ready_ = nullptr;
+      context_.TryCancel();
+      const std::lock_guard lock( mutex_ );
+      closed_ = true;
+      waiting_.clear();
+      resume();
+   }
+   std::unique_ptr< vex::pb::Batch > next() {
+      const std::lock_guard lock( mutex_ );
+      if ( waiting_.empty() ) return nullptr;
+      auto batch = std::move( waiting_.front() );
+      waiting_.pop_front();
+      resume();
+      return batch;
+   }
+   bool ended() {
+      const std::lock_guard lock( mutex_ );
+      return ended_ && waiting_.empty();
+   }
+   Gant::String error() {
+      const std::lock_guard lock( mutex_ );
+      return error_;
+   }
+
+ private:
+   void OnReadDone( bool ok ) override {
+      if ( !ok ) {
+         RemoveHold();
+         return;
+      }
+      {
+         const std::lock_guard lock( mutex_ );
+         if ( !closed_ ) waiting_.push_back( std::move( batch_ ) );
+         paused_ = waiting_.size() >= waitingMax;
+         if ( !paused_ ) read();
+      }
+      wake();
+   }
+   void OnDone( const grpc::Status & status ) override {
+      {
+         const std::lock_guard lock( mutex_ );
+         ended_ = true;
+         error_ = textOf( status );
+      }
+      wake();
+      self_ = nullptr;
+   }
+
+   void read() {
+      batch_ = std::make_unique< vex::pb::Batch >();
+      StartRead( batch_.get() );
+   }
+   // With the mutex held.
+   void resume() {
+      if ( !paused_ || waiting_.size() >= waitingMax ) return;
+      paused_ = false;
+      read();
+   }
+   void wake() {
+      Gant::activityManager()->post( [ self = self_ ] {
+         // What is told may let go of the dump, and with it of what is told.
+         if ( const auto ready = self->ready_ ) ready();
+      } );
+   }
+
+   grpc::ClientContext context_;
+   const vex::pb::DumpRequest request_;
+   std::function< void() > ready_; // touched on the loop only
+   std::shared_ptr< DumpReader > self_;
+   std::unique_ptr< vex::pb::Batch > batch_; // being read
+   std::mutex mutex_;
+   std::deque< std::unique_ptr< vex::pb::Batch > > waiting_;
+   bool closed_ = false;
+   bool paused_ = false; // no read is under way
+   bool ended_ = false;
+   Gant::String error_;
+};
+
+class DumpCall : public EngineDump {
+ public:
+   explicit DumpCall( std::shared_ptr< DumpReader > reader ) : reader_( std::move( reader ) ) {}
+   ~DumpCall() override { reader_->close(); }
+   std::unique_ptr< vex::pb::Batch > next() override { return reader_->next(); }
+   bool ended() const override { return reader_->ended(); }
+   Gant::String error() const override { return reader_->error(); }
+
+ private:
+   std::shared_ptr< DumpReader > reader_;
+};
+
+} // namespace
+
+EngineQuery::EngineQuery( const Gant::String & address ) : stub_( std::make_shared< Stub >( address ) ) {}
+
+EngineQuery::~EngineQuery() = default;
+
+std::unique_ptr< EngineCall > EngineQuery::lookup( const vex::pb::LookupRequest & request,
+                                                   Done< vex::pb::LookupReply > done ) {
+   return ask( request, std::move( done ), [ this ]( auto & call, auto then ) {
+      stub_->engine.async()->Lookup( &call.context, &call.request, &call.reply,
+                                     [ stub = stub_, then ]( auto status ) { then( status ); } );
+   } );
+}
+
+std::unique_ptr< EngineCall > EngineQuery::tracePacket( const vex::pb::TracePacketRequest & request,
+                                                        Done< vex::pb::TracePacketReply > done ) {
+   return ask( request, std::move( done ), [ this ]( auto & call, auto then ) {
+      stub_->engine.async()->TracePacket( &call.context, &call.request, &call.reply,
+                                          [ stub = stub_, then ]( auto status ) { then( status ); } );
+   } );
+}
+
+std::unique_ptr< EngineDump > EngineQuery::dump( const vex::pb::DumpRequest & request, std::function< void() > ready ) {
+   const auto reader = std::make_shared< DumpReader >( request, std::move( ready ) );
+   reader->begin( stub_->engine, reader );
+   return std::make_unique< DumpCall >( reader );
+}
+
+} // namespace Vex

@@ -1,0 +1,91 @@
+// What vexctl does by itself: words, tables, the agent's text.
+
+#include "CtlAgentText.h"
+#include "CtlShows.h"
+
+#include <gtest/gtest.h>
+#include <sstream>
+
+namespace {
+
+using namespace Ctl;
+
+std::string tableOf( const std::vector< Json > & rows ) {
+   std::ostringstream out;
+   Table table( { text( "Name", "name" ), number( "Number", "number" ), text( "Unused", "unused" ),
+                  list( "List", "list", inWords ) },
+                out );
+   for ( const auto & row : rows ) table.row( row );
+   table.end();
+   return out.str();
+}
+
+TEST( CliTable, alignsColumnsLeavesOutEmptyOnesAndGivesListsALineEach ) {
+   EXPECT_EQ( tableOf( {} ), "" );
+   EXPECT_EQ( tableOf( { { { "name", "a" }, { "number", 12345678 }, { "list", { "one", "two" } } },
+                         { { "name", "longer" }, { "number", 7 } } } ),
+              "Name      Number  List\n"
+              "a       12345678  one\n"
+              "                  two\n"
+              "longer         7\n" );
+}
+
+TEST( CliTable, goesOnWithTheWidthsOfTheFirstRowsWhenThereAreMany ) {
+   std::vector< Json > rows( Table::heldMax, Json{ { "name", "x" }, { "number", 1 } } );
+   rows.push_back( { { "name", "wider than before" }, { "unused", "used now" } } );
+   const auto out = tableOf( rows );
+   EXPECT_NE( out.find( "\nwider than before          used now\n" ), std::string::npos )
+        << out.substr( out.size() - 80 );
+}
+
+TEST( CliWords, timesAndNumbersReadAsPeopleSayThem ) {
+   EXPECT_EQ( seconds( 0.0451 ), "45 ms" );
+   EXPECT_EQ( seconds( 12.34 ), "12.3 s" );
+   EXPECT_EQ( seconds( 250 ), "4 min 10 s" );
+   EXPECT_EQ( seconds( 7500 ), "2 h 5 min" );
+   EXPECT_EQ( seconds( 180000 ), "2 d 2 h" );
+   EXPECT_EQ( grouped( 0 ), "0" );
+   EXPECT_EQ( grouped( 999 ), "999" );
+   EXPECT_EQ( grouped( 1000 ), "1,000" );
+   EXPECT_EQ( grouped( 12345678 ), "12,345,678" );
+}
+
+TEST( CliWords, keywordsAndPositionsFillMembersInAnyOrder ) {
+   const std::vector< Word > words{ { "vrf", "vrf", "NAME" }, { "", "match", "PREFIX" } };
+   const auto members = [ & ]( const std::vector< std::string > & given ) { return membersOf( words, given ).dump(); };
+   EXPECT_EQ( members( {} ), "{}" );
+   EXPECT_EQ( members( { "10.0.0.1", "vrf", "red" } ), R"({"match":"10.0.0.1","vrf":"red"})" );
+   EXPECT_EQ( members( { "vrf", "vrf" } ), R"({"vrf":"vrf"})" );
+   EXPECT_THROW( members( { "vrf" } ), Error );
+   EXPECT_THROW( members( { "10.0.0.1", "10.0.0.2" } ), Error );
+}
+
+TEST( CliAgentText, isReadAsTheAgentWritesIt ) {
+   const char * const fib = " 'pModuleFIB1': (  '10.0.0.0/8', ( 'red', 3 ), '10.1.0.0/16', ( 'red', 4 ),"
+                            " '10.2.0.0/16', ( 'red', 5 ), '10.3.0.0/16', ( 'red', 6 ), ), # End of pModuleFIB1\n"
+                            " 'pModuleFEC1': {  '3': ( 7, 2 ) , '4': ( 1, 2, 3, 4, ), '5': ( ), },"
+                            " # End of pModuleFEC1\n";
+   std::string rows;
+   for ( const auto & row : rowsOfAgentText( fib, {} ) ) rows += row.dump() + "\n";
+   EXPECT_EQ( rows,
+              R"({"vrf":"red","prefix":"10.0.0.0/8","fec":3,"nexthops":[{"gate":2,"index":7}]})"
+              "\n"
+              R"({"vrf":"red","prefix":"10.1.0.0/16","fec":4,"nexthops":[{"gate":2,"index":1},{"gate":4,"index":3}]})"
+              "\n"
+              R"({"vrf":"red","prefix":"10.2.0.0/16","fec":5,"nexthops":[]})"
+              "\n"
+              R"({"vrf":"red","prefix":"10.3.0.0/16","fec":6,"fecMissing":true})"
+              "\n" );
+   const char * const nexthops = " 'pModule42NH': {  '1': ( 42, 1, 1, '02:00:00:00:00:09' ),\n"
+                                 " '2': ( 42, 2, 0, '' ),\n }, # End of pModule42NH\n";
+   rows.clear();
+   for ( const auto & row : rowsOfAgentText( nexthops, { { "42", "Ethernet1" } } ) ) rows += row.dump() + "\n";
+   EXPECT_EQ( rows, R"({"interface":"Ethernet1","index":1,"command":"forward","mac":"02:00:00:00:00:09"})"
+                    "\n"
+                    R"({"interface":"Ethernet1","index":2,"command":"punt","mac":""})"
+                    "\n" );
+   for ( const char * broken : { "'a'", "'a': (", "'a: 1", "'a': { 1 }", "nothing" } )
+      EXPECT_THROW( parseAgentText( broken ), Error ) << broken;
+}
+
+} // namespace

@@ -1,0 +1,206 @@
+// verify: clean after whatever the agent did, and every kind of damage is named.
+
+#include "ControlSocket.h"
+#include "HostControlServer.h"
+#include "TestRouter.h"
+#include "vex/fib_ipv4.pb.h"
+#include "vex/ip.pb.h"
+#include "vex/next_hop.pb.h"
+#include "vex/port.pb.h"
+#include "VexL3Types.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Host::Json;
+using Test::via;
+
+class Verify : public testing::Test {
+ protected:
+   Verify() {
+      router_.vrf( "red", 1 );
+      router_.intf( "Ethernet1", "10.0.1.1/24" );
+      router_.intf( "Ethernet2", "10.0.2.1/24", "red" );
+      router_.neighbor( "Ethernet1", "10.0.1.2", "02:00:00:00:01:02" );
+      router_.tunnel( "Tunnel7", "10.0.1.1", "10.1.0.7" );
+      router_.fec( 1, { via( "10.0.1.2", "Ethernet1" ) } );
+      router_.fec( 2, { via( "10.0.2.2", "Ethernet2" ) } );
+      router_.fec(
+           3, { Mirel::Via( Mirel::RouteType::forward(), {}, Kynet::IntfId::fromString( "Tunnel7" ).value(), 1 ) } );
+      router_.route( "10.1.0.0/16", 1 );
+      router_.route( "10.2.0.0/16", 2, 1 );
+      router_.route( "10.3.0.0/16", 3 );
+      router_.settle();
+      EXPECT_EQ( server_.open( directory_.path( "control" ) ), "" );
+   }
+
+   // Behind the agent's back.
+   void command( const char * module, const char * action, const google::protobuf::Message & message ) {
+      router_.channel()->command( 60000, module, action, message, true );
+   }
+   vex::pb::FibIpv4RouteArg route( U32 vrf, const char * text, U32 fec ) {
+      const auto prefix = Kynet::Prefix::fromString( text ).value();
+      vex::pb::FibIpv4RouteArg arg;
+      arg.set_vrf( vrf );
+      arg.set_prefix( prefix.address().value() );
+      arg.set_prefix_len( prefix.len() );
+      arg.set_fec_id( fec );
+      return arg;
+   }
+   U32 fecOf( U32 vrf, const char * text ) {
+      return router_.agent()
+           ->routeDb()
+           ->route( Hul::VrfAndIpGenPrefix( Hul::VrfId( vrf ), Kynet::Prefix::fromString( text ).value() ) )
+           ->fecKey()
+           .value();
+   }
+   vex::pb::FibIpv4FecArg fec( U32 id ) {
+      vex::pb::FibIpv4FecArg arg;
+      arg.set_fec_id( id );
+      return arg;
+   }
+
+   // The differences in a line each, and the count at last.
+   std::vector< std::string > verify() {
+      ::Test::ControlSocket client( directory_.path( "control" ) );
+      std::vector< std::string > lines;
+      for ( const auto & row : client.ask( { { "command", "verify" } } ) ) {
+         if ( row.contains( "difference" ) )
+            lines.push_back( text( row, "difference" ) + " " + text( row, "module" ) + ", " + text( row, "object" ) +
+                             ": " + text( row, "agent" ) + " | " + text( row, "dataPlane" ) );
+         if ( row.contains( "end" ) ) end_ = row[ "end" ];
+      }
+      EXPECT_EQ( end_.value( "differences", -1 ), static_cast< int >( lines.size() ) ) << end_;
+      return lines;
+   }
+   static std::string text( const Json & row, const char * member ) { return row.at( member ).get< std::string >(); }
+
+   ::Test::Directory directory_;
+   ::Test::TestRouter router_;
+   Host::ControlServer server_{ router_, Host::CommandTable::all() };
+   Json end_;
+};
+
+using Lines = std::vector< std::string >;
+
+TEST_F( Verify, isCleanAfterAFeedAndSaysHowMuchItHasCompared ) {
+   EXPECT_EQ( verify(), Lines() );
+   EXPECT_EQ( end_[ "compared" ][ "routes" ], 9 );
+   EXPECT_EQ( end_[ "compared" ][ "VRFs" ], 2 );
+   EXPECT_EQ( end_[ "notCompared" ], Json::array() );
+   // The tunnel's route resolves over Ethernet1.
+   EXPECT_EQ( end_[ "compared" ][ "resolve entries" ], 1 ) << end_;
+}
+
+TEST_F( Verify, namesRoutesThatAreMissingForeignOrOnAnotherFec ) {
+   const U32 one = fecOf( 0, "10.1.0.0/16" ), two = fecOf( 1, "10.2.0.0/16" );
+   command( "fibIpv4", "delRoute", route( 0, "10.1.0.0/16", one ) );
+   command( "fibIpv4", "addRoute", route( 0, "99.0.0.0/8", one ) );
+   command( "fibIpv4", "addRoute", route( 1, "10.2.0.0/16", one ) );
+   command( "fibIpv4", "delRoute", route( 1, "224.0.0.0/4", 0 ) );
+   const auto fec = []( U32 id ) { return "FEC " + std::to_string( id ); };
+   EXPECT_EQ( verify(), ( Lines{ "unexpected fibIpv4, route 99.0.0.0/8:  | " + fec( one ),
+                                 "different fibIpv4, route 10.2.0.0/16 in VRF 1: " + fec( two ) + " | " + fec( one ),
+                                 "missing fibIpv4, route 224.0.0.0/4 in VRF 1: FEC 2 | ",
+                                 "missing fibIpv4, route 10.1.0.0/16: " + fec( one ) + " | " } ) );
+}
+
+TEST_F( Verify, namesAFecThatIsMissingAndARouteThatDangles ) {
+   const U32 one = fecOf( 0, "10.1.0.0/16" );
+   const auto name = "FEC " + std::to_string( one );
+   command( "fibIpv4", "delFec", fec( one ) );
+   const auto lines = verify();
+   ASSERT_EQ( lines.size(), 2u );
+   EXPECT_EQ( lines[ 0 ].find( "missing fibIpv4, " + name + ": gate " ), 0u ) << lines[ 0 ];
+   EXPECT_EQ( lines[ 1 ], "dangling fibIpv4, route 10.1.0.0/16:  | " + name + " does not exist" );
+}
+
+TEST_F( Verify, namesAFecWithOtherMembersAndMembersThatLeadNowhere ) {
+   const U32 one = fecOf( 0, "10.1.0.0/16" );
+   auto arg = fec( one );
+   for ( const U32 gate : { 4000u, ~0u } ) {
+      arg.add_nh_info()->set_gate( gate );
+      arg.mutable_nh_info()->rbegin()->set_nh_index( 1 );
+   }
+   command( "fibIpv4", "addFec", arg );
+   const auto lines = verify();
+   ASSERT_EQ( lines.size(), 3u );
+   EXPECT_NE( lines[ 0 ].find( " | gate 4000 index 1, no gate index 1" ), std::string::npos ) << lines[ 0 ];
+   EXPECT_NE( lines[ 1 ].find( "gate 4000 is not connected" ), std::string::npos ) << lines[ 1 ];
+   EXPECT_NE( lines[ 2 ].find( "a member has no gate" ), std::string::npos ) << lines[ 2 ];
+}
+
+TEST_F( Verify, namesNextHopEntriesAndWhatRefersToAMissingOne ) {
+   const auto & info = router_.agent()->routeDb()->fec( VexL3Unicast::FecKey( fecOf( 0, "10.1.0.0/16" ) ) )->info();
+   const auto index = info.nextHop( 0 ).nhLocalIndex();
+   vex::pb::NextHopWriteNHArg gone, foreign;
+   gone.add_nexthopinfo()->set_nh_index( index );
+   command( "NextHop_Et1", "deleteNH", gone );
+   foreign.add_nexthopinfo()->set_nh_index( 77 );
+   foreign.mutable_nexthopinfo( 0 )->set_pkt_cmd( 2 );
+   command( "NextHop_Et1", "writeNH", foreign );
+   const auto lines = verify();
+   const auto has = [ & ]( const std::string & part ) {
+      return std::ranges::any_of( lines, [ & ]( const auto & line ) { return line.find( part ) != line.npos; } );
+   };
+   EXPECT_EQ( lines.size(), 3u );
+   EXPECT_TRUE( has( "unexpected NextHop_Et1, next hop 77:  | drop" ) );
+   EXPECT_TRUE( has( "dangling fibIpv4" ) && has( "NextHop_Et1 has no entry " + std::to_string( index ) ) );
+   EXPECT_TRUE( has( "missing NextHop_Et1, next hop " + std::to_string( index ) + ": forward to 02:00:00:00:01:02" ) );
+}
+
+TEST_F( Verify, namesSettingsOfInterfaces ) {
+   vex::pb::IpOutputArg mtu;
+   mtu.set_ip_mtu( 576 );
+   command( "IpOutput_Et1", "setMtu", mtu );
+   vex::pb::TcpMssAdjustArg mss;
+   mss.set_mss( 1400 );
+   command( "IpInput_Et1", "setTcpMssAdjust", mss );
+   vex::pb::VrfArg vrf;
+   vrf.set_vrf( 5 );
+   command( "EtherClassify_Et2", "setVrf", vrf );
+   vex::pb::EthernetConfigArg mac;
+   mac.set_mac_addr( std::string( 6, '\2' ) );
+   command( "NextHop_Et2", "setSrcMacAddr", mac );
+   EXPECT_EQ( verify(),
+              ( Lines{ "different EtherClassify_Et2, VRF: 1 | 5", "different IpInput_Et1, TCP MSS: none | 1400 bytes",
+                       "different IpOutput_Et1, MTU: 1500 bytes | 576 bytes",
+                       "different NextHop_Et2, source MAC: 02:00:00:00:00:02 | 02:02:02:02:02:02" } ) );
+}
+
+TEST_F( Verify, namesModulesConnectionsAndCounters ) {
+   const auto channel = router_.channel();
+   channel->createModule( 60000, "stray", "Trap", nullptr );
+   channel->disconnectModules( 60000, "IpInput_Et1", Vex::GateId( 0 ) );
+   channel->connectModules( 60000, "IpInput_Et1", Vex::GateId( 0 ), "stray", Vex::GateId( 0 ) );
+   channel->destroyModule( 60000, "mfib6_red" );
+   vex::pb::FibIpv4CounterIdArg counters;
+   counters.set_no_route_counter( 900 );
+   command( "fibIpv4", "setCounterIds", counters );
+   const auto lines = verify();
+   EXPECT_EQ( lines.front(), "unexpected stray, module:  | Trap" );
+   for ( const char * part :
+         { "different IpInput_Et1, gate 0: to trap | to stray", "missing mfib6_red, module: McastFibIpv6",
+           "different fibIpv4, counters: [0,1] | [900]" } )
+      EXPECT_TRUE( std::ranges::any_of( lines, [ & ]( const auto & line ) { return line.find( part ) == 0; } ) )
+           << part << " in " << Json( lines ).dump( 1 );
+}
+
+TEST_F( Verify, comparesAStateThatStoodStillAndNotOneThatChangedMeanwhile ) {
+   // given a client that verifies, and routes that come while it does
+   ::Test::ControlSocket client( directory_.path( "control" ) );
+   client.send( R"({"command":"verify"})"
+                "\n" );
+   for ( U32 n = 0; n < 20000; ++n ) {
+      router_.fib->routeIs( 0, Kynet::Prefix( Kynet::IpAddr( 0x14000000 + ( n << 8 ) ), 24 ),
+                            Mirel::Route( Mirel::RouteType::forward(), 1, 0 ) );
+      if ( n % 1000 == 0 ) Gant::activityManager()->poll();
+   }
+   // then the answer is that of the state after the last of them
+   const auto end = client.answer().back()[ "end" ];
+   EXPECT_EQ( end[ "differences" ], 0 ) << end;
+   EXPECT_EQ( end[ "compared" ][ "routes" ], 20009 );
+}
+
+} // namespace
