@@ -126,17 +126,18 @@ ChangeResult IntfBook::intfDel( Kynet::IntfId intfId ) {
 
 // From whatever it was, with its subnets told already.
 void IntfBook::bringUp( const IntfFact & fact ) {
-   derivedAre( fact );
+   withdrawDerived( fact );
    if ( !fact.enabled ) reviewFecs();
    writeEntities( fact );
    if ( fact.enabled ) reviewFecs();
+   announceDerived( fact );
    neighborRoutesAre( fact );
 }
 
 void IntfBook::takeDown( const IntfFact & given ) {
    auto fact = given;
    fact.enabled = false;
-   derivedAre( fact );
+   withdrawDerived( fact );
    neighborRoutesAre( fact );
    subnetsAre( fact, false );
    intfs_.erase( fact.intfId );
@@ -191,19 +192,26 @@ void IntfBook::subnetsAre( const IntfFact & fact, bool present ) {
          subnets_.subnetDel( vrfId( fact ), subnet );
 }
 
-// What follows no more goes first: an address may have become the broadcast address of its subnet.
-void IntfBook::derivedAre( const IntfFact & fact ) {
+// What no longer follows from the interface's addresses.
+void IntfBook::withdrawDerived( const IntfFact & fact ) {
    const auto wanted = derivedOf( fact );
    auto & present = derived_[ fact.intfId ];
+   std::erase_if( present, [ & ]( const auto & entry ) {
+      if ( wanted.contains( entry.first ) ) return false;
+      routes4_.routeDel( vrfId( fact ), entry.first, Source::connected() );
+      return true;
+   } );
+   if ( present.empty() ) derived_.erase( fact.intfId );
+}
+
+void IntfBook::announceDerived( const IntfFact & fact ) {
    const auto vrf = vrfId( fact );
-   for ( const auto & [ prefix, kind ] : std::exchange( present, wanted ) )
-      if ( !wanted.contains( prefix ) ) routes4_.routeDel( vrf, prefix, Source::connected() );
-   for ( const auto & [ prefix, kind ] : wanted ) {
+   for ( const auto & [ prefix, kind ] : derivedOf( fact ) ) {
       const auto fecId = routes4_.fecs().acquire( vrf, { kind, { Hop( {}, fact.intfId, 1 ) } } );
       routes4_.routeIs( vrf, prefix, Source::connected(), kind, fecId );
       routes4_.fecs().release( fecId );
+      derived_[ fact.intfId ][ prefix ] = kind;
    }
-   if ( wanted.empty() ) derived_.erase( fact.intfId );
 }
 
 bool IntfBook::onSubnet( const IntfFact & fact, Kynet::IpAddr addr ) const {

@@ -55,7 +55,8 @@ class IntfBook {
    void takeDown( const IntfFact & fact );
    void writeEntities( const IntfFact & fact );
    void subnetsAre( const IntfFact & fact, bool present );
-   void derivedAre( const IntfFact & fact );
+   void withdrawDerived( const IntfFact & fact );
+   void announceDerived( const IntfFact & fact );
    void neighborRouteIs( const IntfFact & fact, const NeighborFact & neighbor );
    void neighborRoutesAre( const IntfFact & fact );
    Port port( const IntfFact & fact ) const;

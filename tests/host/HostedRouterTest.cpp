@@ -60,7 +60,7 @@ routes:
 )" );
    EXPECT_EQ( router.drained(), lines( R"(
       fibIpv4 delRoute vrf 0 prefix 198.51.100.0 prefix_len 24
-      fibIpv4 addRoute vrf 0 prefix 203.0.113.0 prefix_len 24 fec_id 9
+      fibIpv4 addRoute vrf 0 prefix 203.0.113.0 prefix_len 24 fec_id 11
    )" ) );
    router.change( "replace interface {name: Ethernet1, addresses: 10.0.1.1/24, mac: '02:00:00:00:00:01', mtu: 1400}" );
    EXPECT_EQ( router.drained(), Lines{ "IpOutput_et1 setMtu ip_mtu 1400" } );
@@ -75,8 +75,8 @@ TEST( HostedRouter, aTunnelStandsOverWhateverReachesItsEndAndLeavesNothing ) {
                   "key: 7, ttl: 9, tos: 4, mtu: 1400}" );
    router.change( "add route {prefix: 10.128.0.0/16, via: Tunnel1}" );
    const auto came = router.drained();
-   EXPECT_LT( Order( came )( "create Ip4GreTun_tu1 Ip4GreTun ip_encap_arg {proto 47 tun_src_ip 167772417 tun_dst_ip "
-                             "3325256705 tun_tos 4 tun_ttl 9} gre_key 7" ),
+   EXPECT_LT( Order( came )( "create Ip4GreTun_tu1 Ip4GreTun ip_encap_arg {proto 47 tun_src_ip 10.0.1.1 tun_dst_ip "
+                             "198.51.100.1 tun_tos 4 tun_ttl 9} gre_key 7" ),
               Order( came )( "fibIpv4 addRoute vrf 0 prefix 10.128.0.0 prefix_len 16" ) );
    EXPECT_GT( Order( came )( "NhResolve_tu1 addNhResolveEntry" ), 0 );
    router.change( "del route {prefix: 10.128.0.0/16}" );
