@@ -1,6 +1,5 @@
 // vexl3d: the process that hosts the layer-3 agent.
 
-#include "HostControlServer.h"
 #include "HostDaemon.h"
 #include "HostLog.h"
 
@@ -31,12 +30,6 @@ int serve( const Host::Options & options ) {
    // A client that went is told by the write that fails.
    std::signal( SIGPIPE, SIG_IGN );
    Host::Daemon daemon( options );
-   // Before anything is started: where another daemon answers, this one has no business.
-   Host::ControlServer control( daemon, Host::CommandTable::all() );
-   if ( const auto reason = control.open( options.socket ); !reason.empty() ) {
-      spdlog::error( "{}", reason );
-      return failed;
-   }
    return daemon.run() ? done : failed;
 }
 

@@ -126,6 +126,8 @@ void AgentSm::handleInitialized() {
    staticNatInfoIs();
    attrLogSmIs();
    ipsecHelperIs();
+   ipsecConnectionTableSmIs();
+   ipsecGrpcSmIs();
    // Interfaces that the kernel creates from now on accept packets that carry a source address local to the device.
    Zeph::writeProcSys( "/proc/sys/net/ipv4/conf/default/accept_local", "1" );
 }
@@ -260,6 +262,8 @@ void AgentSm::hasNotificationActiveIs( bool active ) {
    pass( hulRouteResolverSm() );
    pass( hulTunnelSm() );
    pass( aclConfigAggregatorSm() );
+   pass( ipsecConnectionTableSm() );
+   pass( ipsecGrpcSm() );
    pass( mfaAgent() );
    pass( mfa6Agent() );
    pass( l3Sm() );
@@ -310,6 +314,8 @@ AgentSm::~AgentSm() {
    aclConfigAggregatorSmDel();
    routeDbDel();
    ipsecHelperDel();
+   ipsecConnectionTableSmDel();
+   ipsecGrpcSmDel();
    mfaAgentDel();
    mfa6AgentDel();
    l3ModulesDel();

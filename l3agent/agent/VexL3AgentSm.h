@@ -4,7 +4,7 @@
 //   initialised   initializedIs( true ): state is looked up, tables and helpers stand
 //   processing    maybeStartProcessing(): capabilities are published, the FIB and every state machine stand
 //
-// Phase two needs phase one. The data plane is told nothing before phase two. All of it runs on the thread of the
+// Phase two needs phase one, in which the data plane is told of IPsec only. All of it runs on the thread of the
 // activity loop, which the host runs. There is no way back but the destructor; a new agent starts from nothing, and is
 // fed again by the layer.
 #pragma once
@@ -79,6 +79,9 @@ namespace IntfVlanIdSet {
 class ConfigSm;
 class Table;
 } // namespace IntfVlanIdSet
+namespace HulIpsec {
+class HulConnectionTableSm;
+}
 namespace Ip {
 class VrfCapability;
 namespace Nat {
@@ -147,6 +150,7 @@ class NexthopGroupSm;
 namespace VexL3Unicast {
 
 class AdjHelper;
+class IpsecGrpcSm;
 class IpsecHelper;
 class L3Modules;
 class Route4Helper;
@@ -297,6 +301,8 @@ class AgentSm : public Gant::PtrInterface {
    bool constrainersCreated() const { return constrainersCreated_; }
    GANT_OWNED( RouteDb, routeDb, RouteDb, () )
    GANT_OWNED( IpsecHelper, ipsecHelper, IpsecHelper, () )
+   GANT_OWNED( HulIpsec::HulConnectionTableSm, ipsecConnectionTableSm, IpsecConnectionTableSm, () )
+   GANT_OWNED( IpsecGrpcSm, ipsecGrpcSm, IpsecGrpcSm, () )
    GANT_OWNED( VexL3Mcast::MfaAgent, mfaAgent, MfaAgent, () )
    GANT_OWNED( VexL3Mcast::MfaAgent, mfa6Agent, Mfa6Agent, () )
    GANT_OWNED( L3Modules, l3Modules, L3Modules, () )

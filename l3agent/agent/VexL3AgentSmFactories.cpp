@@ -81,7 +81,7 @@ AGENT_OWNED( VexL3Unicast::AdjHelper, adjHelper, AdjHelper ) {
 }
 
 AGENT_OWNED( Hul::L2AdjHelper, hulL2AdjHelper, HulL2AdjHelper ) {
-   const auto helper = Gant::make< Hul::L2AdjHelper >( Hul::L2AdjHelper::Args{
+   auto helper = Gant::make< Hul::L2AdjHelper >( Hul::L2AdjHelper::Args{
         .vexcsd = vexcsd(),
         .hulL3Config = hulL3Config(),
         .hulL3Status = hulL3Status(),
@@ -291,7 +291,16 @@ AGENT_OWNED( Acl::AclConfigAggregatorSm, aclConfigAggregatorSm, AclConfigAggrega
 AGENT_OWNED( VexL3Unicast::RouteDb, routeDb, RouteDb ) { return routeDbFactory( "routeDb" ); }
 
 AGENT_OWNED( VexL3Unicast::IpsecHelper, ipsecHelper, IpsecHelper ) {
-   return Gant::make< VexL3Unicast::IpsecHelper >( vexcsd() );
+   return Gant::make< VexL3Unicast::IpsecHelper >( vexcsd(), managementSm() );
+}
+
+AGENT_OWNED( HulIpsec::HulConnectionTableSm, ipsecConnectionTableSm, IpsecConnectionTableSm ) {
+   return Gant::make< HulIpsec::HulConnectionTableSm >( HulIpsec::HulConnectionTableSm::Args{
+        ipsecHelper(), mounted( ipsecMounts(), &IpsecMounts::connectionTable ) } );
+}
+
+AGENT_OWNED( VexL3Unicast::IpsecGrpcSm, ipsecGrpcSm, IpsecGrpcSm ) {
+   return ipsecGrpcSmFactory( ipsecHelper()->ipsecModuleConfigStatusPair() );
 }
 
 AGENT_OWNED( VexL3Mcast::MfaAgent, mfaAgent, MfaAgent ) {

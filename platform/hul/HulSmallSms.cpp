@@ -2,7 +2,6 @@
 #include "HulAclSm.h"
 #include "HulFilteredVrfLists.h"
 #include "HulIntfStatusSm.h"
-#include "HulIpsecConnectionTableSm.h"
 #include "HulMonitoredNexthopSm.h"
 #include "HulNatSm.h"
 #include "HulNexthopGroup.h"

@@ -70,6 +70,7 @@ class StreamTransport : public Transport {
          break;
       case Event::written: written( ok ); break;
       case Event::finished:
+         closed();
          sink_->end( reason(), status_.error_code() == grpc::StatusCode::UNIMPLEMENTED );
          queue_.Shutdown();
          break;
@@ -80,6 +81,12 @@ class StreamTransport : public Transport {
       const std::lock_guard lock( mutex_ );
       open_ = true;
       writeNext();
+   }
+
+   // The loop may send until it hears of the end, and the queue takes nothing once it is shut down.
+   void closed() {
+      const std::lock_guard lock( mutex_ );
+      open_ = false;
    }
 
    void written( bool ok ) {
@@ -93,13 +100,8 @@ class StreamTransport : public Transport {
 
    // False: the data plane speaks something else.
    bool deliver() {
-      std::vector< grpc::Slice > slices;
       auto reply = std::make_unique< vex::pb::BatchReply >();
-      std::string whole;
-      if ( incoming_.Dump( &slices ).ok() )
-         for ( const auto & slice : slices )
-            whole.append( reinterpret_cast< const char * >( slice.begin() ), slice.size() );
-      if ( !reply->ParseFromString( whole ) ) {
+      if ( !parse( incoming_, *reply ) ) {
          malformed_ = true;
          context_.TryCancel();
          return false;

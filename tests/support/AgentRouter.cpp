@@ -3,7 +3,6 @@
 #include "StateAcl.h"
 #include "StateIpNat.h"
 #include "StateSystem.h"
-#include "VexManagementSm.h"
 
 namespace Test {
 
@@ -24,6 +23,7 @@ RouterState::RouterState() {
    routingMounts->allIntfStatusDirIs( intfs );
    routingMounts->arpMirelIs( arp );
    vrfMounts->allVrfStatusLocalIs( vrfs );
+   ipsecMounts->connectionTableIs( connections );
    ipsecMounts->ipsecCapabilitiesStatusIs( Gant::make< Ipsec::Capabilities::Status >() );
 }
 
@@ -71,7 +71,7 @@ RouterAgent::RouterAgent( const RouterState & state ) {
    agent = VexL3Unicast::agentSmFactory(
         1, state.em, state.bridgingConfig, nullptr, nullptr, nullptr, state.routingMounts, nullptr, state.vrfMounts,
         nullptr, nullptr, state.ipsecMounts, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-        state.seqStatusDir, nullptr, nullptr, nullptr, nullptr, vexcsd, nullptr, nullptr, nullptr );
+        state.seqStatusDir, nullptr, nullptr, nullptr, nullptr, vexcsd, nullptr, nullptr, managementSm );
 }
 
 RouterAgent::~RouterAgent() { agent = nullptr; }

@@ -8,8 +8,10 @@
 #include "StateArp.h"
 #include "StateInterface.h"
 #include "StateIp.h"
+#include "StateIpsec.h"
 #include "StateRouting.h"
 #include "VexL3AgentSm.h"
+#include "VexManagementSm.h"
 
 namespace Test {
 
@@ -36,6 +38,7 @@ class RouterState {
    Gant::Ptr< Interface::AllIntfStatusDir > intfs = Gant::make< Interface::AllIntfStatusDir >();
    Gant::Ptr< Interface::TunnelIntfStatusDir > tunnels = Gant::make< Interface::TunnelIntfStatusDir >();
    Gant::Ptr< Arp::Table::Status > arp = Gant::make< Arp::Table::Status >();
+   Gant::Ptr< Ipsec::Ike::ConnectionTable > connections = Gant::make< Ipsec::Ike::ConnectionTable >();
    Gant::Ptr< Mirel::Fib::RouteStatus > fib = Gant::make< Mirel::Fib::RouteStatus >();
    Gant::Ptr< Mirel::Fib6::RouteStatus > fib6 = Gant::make< Mirel::Fib6::RouteStatus >();
    Gant::Ptr< Gant::Dir > seqStatusDir = Gant::make< Gant::Dir >();
@@ -55,6 +58,7 @@ class RouterAgent : public Engine {
    // Runs the loop until nothing is left to do, and gives the lines since the last time.
    Lines drained();
 
+   Gant::Ptr< Vex::ManagementSm > managementSm = Gant::make< Vex::ManagementSm >();
    Gant::Ptr< VexL3Unicast::AgentSm > agent;
 };
 
