@@ -27,9 +27,12 @@ std::map< Kynet::Prefix, RouteType > derivedOf( const IntfFact & fact ) {
    std::map< Kynet::Prefix, RouteType > derived;
    if ( !fact.enabled ) return derived;
    for ( const auto & address : fact.addresses ) {
-      if ( address.len() < 32 ) derived[ subnetOf( address ) ] = RouteType::attached();
+      // All of a tunnel's subnet is at its other end.
+      if ( address.len() < 32 )
+         derived[ subnetOf( address ) ] = fact.tunnel ? RouteType::forward() : RouteType::attached();
       // RFC 3021: a subnet of two addresses has no broadcast address.
-      if ( address.len() <= 30 ) derived.emplace( hostRoute( broadcastOf( address ) ), RouteType::broadcast() );
+      if ( address.len() <= 30 && !fact.tunnel )
+         derived.emplace( hostRoute( broadcastOf( address ) ), RouteType::broadcast() );
       derived[ hostRoute( address.address() ) ] = RouteType::receive();
    }
    return derived;
@@ -55,8 +58,8 @@ Vex::EncapType encapOf( Interface::TunnelMode mode ) {
 
 IntfBook::IntfBook( StateTree & tree, const VrfBook & vrfs ) :
      tree_( tree ), vrfs_( vrfs ),
-     routes4_( tree.fib, [ this ]( U32 vrfId, const Hop & hop ) { return resolve( vrfId, hop ); } ),
-     routes6_( tree.fib6, [ this ]( U32 vrfId, const Hop & hop ) { return resolve( vrfId, hop ); } ) {}
+     routes4_( tree.fib, [ this ]( auto vrfId, auto kind, auto & hop ) { return resolve( vrfId, kind, hop ); } ),
+     routes6_( tree.fib6, [ this ]( auto vrfId, auto kind, auto & hop ) { return resolve( vrfId, kind, hop ); } ) {}
 
 Gant::String IntfBook::wrong( const IntfFact & fact ) const {
    if ( !vrfs_.id( fact.vrf ) ) return textOf( fact.vrf ) + " does not exist";
@@ -288,7 +291,7 @@ ChangeResult IntfBook::routerMacIs( const Kynet::EthAddr & mac ) {
    return done();
 }
 
-std::optional< Way > IntfBook::resolve( U32 vrfId, const Hop & hop ) const {
+std::optional< Way > IntfBook::resolve( U32 vrfId, RouteType kind, const Hop & hop ) const {
    const bool v4 = hop.addr().af() == Kynet::AddressFamily::ipv4_;
    auto intfId = hop.intfId();
    if ( !intfId ) {
@@ -299,9 +302,27 @@ std::optional< Way > IntfBook::resolve( U32 vrfId, const Hop & hop ) const {
    const auto at = intfs_.find( intfId );
    if ( at == intfs_.end() ) return std::nullopt;
    const auto & fact = at->second.fact;
-   if ( fact.tunnel ) return Way{ Mirel::Via( RouteType::forward(), {}, intfId, hop.weight() ), fact.enabled };
+   const auto way = [ & ]( const Kynet::IpGenAddr & addr, Kynet::IntfId by ) {
+      return Way{ Mirel::Via( kind, addr, by, hop.weight() ), fact.enabled };
+   };
+   if ( kind != RouteType::forward_ ) {
+      const auto by = receiver( fact );
+      return !by ? std::nullopt : std::optional( way( {}, by ) );
+   }
+   if ( fact.tunnel ) return way( {}, intfId );
    if ( v4 && !onSubnet( fact, hop.addr().v4Addr() ) ) return std::nullopt;
-   return Way{ Mirel::Via( RouteType::forward(), hop.addr(), intfId, hop.weight() ), fact.enabled };
+   return way( hop.addr(), intfId );
+}
+
+Kynet::IntfId IntfBook::receiver( const IntfFact & fact ) const {
+   if ( !fact.tunnel ) return fact.intfId;
+   Kynet::IntfId found;
+   for ( const auto & [ intfId, told ] : intfs_ ) {
+      if ( told.fact.tunnel || !told.fact.enabled ) continue;
+      if ( told.fact.vrf == fact.vrf ) return intfId;
+      if ( !found ) found = intfId;
+   }
+   return found;
 }
 
 Gant::String IntfBook::unreachable( U32 vrfId, Kynet::AddressFamily af, const Hop & hop ) const {
@@ -313,7 +334,7 @@ Gant::String IntfBook::unreachable( U32 vrfId, Kynet::AddressFamily af, const Ho
    if ( !tunnel && hop.addr().af() != af )
       return text + " is " +
              ( af == Kynet::AddressFamily::ipv4_ ? "IPv6, and the prefix IPv4" : "IPv4, and the prefix IPv6" );
-   if ( tunnel || resolve( vrfId, hop ) ) return {};
+   if ( tunnel || resolve( vrfId, RouteType::forward(), hop ) ) return {};
    if ( !!hop.intfId() ) return text + " is on no subnet of " + hop.intfId().stringValue();
    if ( af == Kynet::AddressFamily::ipv6_ ) return text + ": name its interface, whose IPv6 subnets are not known here";
    return "no interface reaches " + text;

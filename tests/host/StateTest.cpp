@@ -14,6 +14,8 @@ TEST( HostState, routesFollowFromAddressesAndNeighbors ) {
         - {name: Ethernet1, addresses: [10.0.1.1/24, 10.0.9.1/31]}
         - {name: Ethernet2, addresses: 10.0.1.1/24, vrf: red}
         - {name: Loopback0, addresses: 192.0.2.1}
+      tunnels:
+        - {name: Tunnel1, addresses: 10.0.7.1/30, vrf: red, source: 10.0.1.1, destination: 10.9.9.9}
       neighbors:
         - {interface: Ethernet1, address: 10.0.1.2, mac: 02:00:00:00:01:02}
    )" ),
@@ -29,6 +31,8 @@ TEST( HostState, routesFollowFromAddressesAndNeighbors ) {
                                     "red 10.0.1.0/24 attached Ethernet2 (connected)",
                                     "red 10.0.1.1/32 receive Ethernet2 (connected)",
                                     "red 10.0.1.255/32 broadcast Ethernet2 (connected)",
+                                    "red 10.0.7.0/30 forward Tunnel1 (connected)",
+                                    "red 10.0.7.1/32 receive Ethernet2 (connected)",
                                } ) );
    EXPECT_EQ( router.change( "replace interface {name: Ethernet1, addresses: 10.0.3.1/30}" ), "" );
    EXPECT_EQ( router.change( "del interface {name: Ethernet2}" ), "" );
@@ -37,6 +41,8 @@ TEST( HostState, routesFollowFromAddressesAndNeighbors ) {
                                     "10.0.3.0/30 attached Ethernet1 (connected)",
                                     "10.0.3.1/32 receive Ethernet1 (connected)",
                                     "10.0.3.3/32 broadcast Ethernet1 (connected)",
+                                    "red 10.0.7.0/30 forward Tunnel1 (connected)",
+                                    "red 10.0.7.1/32 receive Ethernet1 (connected)",
                                } ) );
 }
 
