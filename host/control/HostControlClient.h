@@ -2,6 +2,7 @@
 #pragma once
 
 #include "GantActivity.h"
+#include "HostCommands.h"
 #include "HostControlServer.h"
 
 #include <array>

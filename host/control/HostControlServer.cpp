@@ -72,8 +72,8 @@ std::string removeLeftOver( const std::string & path ) {
 } // namespace
 
 struct ControlServer::Impl : std::enable_shared_from_this< Impl > {
-   Impl( Router & router, CommandTable commands, const Limits & limits ) :
-        router( router ), commands( std::move( commands ) ), limits( limits ), acceptor( Gant::ioContext() ) {}
+   Impl( Router & router, const CommandTable & commands, const Limits & limits ) :
+        router( router ), commands( commands ), limits( limits ), acceptor( Gant::ioContext() ) {}
 
    void accept() {
       acceptor.async_accept( [ self = shared_from_this() ]( const std::error_code & error, auto socket ) {
@@ -118,8 +118,10 @@ struct ControlServer::Impl : std::enable_shared_from_this< Impl > {
    std::set< std::shared_ptr< ControlClient > > clients;
 };
 
-ControlServer::ControlServer( Router & router, CommandTable commands, const Limits & limits ) :
-     impl_( std::make_shared< Impl >( router, std::move( commands ), limits ) ) {}
+ControlServer::ControlServer( Router & router ) : ControlServer( router, CommandTable::all(), Limits() ) {}
+
+ControlServer::ControlServer( Router & router, const CommandTable & commands, const Limits & limits ) :
+     impl_( std::make_shared< Impl >( router, commands, limits ) ) {}
 
 ControlServer::~ControlServer() { close(); }
 

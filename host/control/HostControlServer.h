@@ -10,12 +10,14 @@
 // is refused, and its connection closed.
 #pragma once
 
-#include "HostCommands.h"
-
+#include <cstddef>
 #include <memory>
 #include <string>
 
 namespace Host {
+
+class CommandTable;
+class Router;
 
 class ControlServer {
  public:
@@ -29,9 +31,9 @@ class ControlServer {
       double stalledSeconds = 60;     // without the client taking anything of its answer
    };
 
-   // The router and what its state machines run on live longer.
-   ControlServer( Router & router, CommandTable commands ) : ControlServer( router, std::move( commands ), Limits() ) {}
-   ControlServer( Router & router, CommandTable commands, const Limits & limits );
+   // With every command. The router and what its state machines run on live longer.
+   explicit ControlServer( Router & router );
+   ControlServer( Router & router, const CommandTable & commands, const Limits & limits );
    ~ControlServer();
    ControlServer( const ControlServer & ) = delete;
    ControlServer & operator=( const ControlServer & ) = delete;

@@ -41,7 +41,7 @@ class Daemon : public Router {
    RouterState state_;
    Sources sources_;
    Supervisor supervisor_;
-   ControlServer control_{ *this, CommandTable::all() };
+   ControlServer control_{ *this };
    std::unique_ptr< Signals > signals_;
    unsigned reloads_ = 0;
    bool feedPosted_ = false;

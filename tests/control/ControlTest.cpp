@@ -1,6 +1,7 @@
 // The command socket: what it takes, what it refuses, and that neither moves the daemon.
 
 #include "ControlSocket.h"
+#include "HostCommands.h"
 #include "HostControlServer.h"
 #include "TestRouter.h"
 
@@ -179,7 +180,7 @@ TEST_F( Control, hasItsSocketAloneAndForItsGroupOnly ) {
    struct stat status {};
    ASSERT_EQ( stat( path_.c_str(), &status ), 0 );
    EXPECT_EQ( status.st_mode & 0777u, 0660u );
-   ControlServer second( router_, CommandTable( {} ) );
+   ControlServer second( router_, CommandTable( {} ), limits_ );
    EXPECT_EQ( second.open( path_ ), path_ + ": another daemon has this socket" );
    expectUnmoved();
    // A file that is no socket is not taken away, a dead daemon's socket is.

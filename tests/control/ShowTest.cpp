@@ -48,7 +48,7 @@ class Shows : public testing::Test {
 
    ::Test::Directory directory_;
    ::Test::TestRouter router_;
-   Host::ControlServer server_{ router_, Host::CommandTable::all() };
+   Host::ControlServer server_{ router_ };
    std::unique_ptr< ::Test::ControlSocket > client_;
 };
 

@@ -78,7 +78,7 @@ class Verify : public testing::Test {
 
    ::Test::Directory directory_;
    ::Test::TestRouter router_;
-   Host::ControlServer server_{ router_, Host::CommandTable::all() };
+   Host::ControlServer server_{ router_ };
    Json end_;
 };
 

@@ -71,7 +71,7 @@ class Vexctl : public testing::Test {
    ::Test::Directory directory_;
    const std::string socket_ = directory_.path( "control" );
    ::Test::TestRouter router_;
-   Host::ControlServer server_{ router_, Host::CommandTable::all() };
+   Host::ControlServer server_{ router_ };
 };
 
 TEST_F( Vexctl, printsATableForPeople ) {

@@ -24,6 +24,8 @@ RouterState::RouterState() {
    routingMounts->arpMirelIs( arp );
    vrfMounts->allVrfStatusLocalIs( vrfs );
    ipsecMounts->connectionTableIs( connections );
+   fhrpMounts->virtualMacStatusInIs( virtualMacs );
+   fhrpMounts->fhrpHwStatusIs( Gant::make< Routing::Fhrp::Hardware::Status >() );
    ipsecMounts->ipsecCapabilitiesStatusIs( Gant::make< Ipsec::Capabilities::Status >() );
 }
 
@@ -69,9 +71,10 @@ Mirel::Via viaTo( const char * hop, const char * intfName, U16 weight ) {
 
 RouterAgent::RouterAgent( const RouterState & state ) {
    agent = VexL3Unicast::agentSmFactory(
-        1, state.em, state.bridgingConfig, nullptr, nullptr, nullptr, state.routingMounts, nullptr, state.vrfMounts,
-        nullptr, nullptr, state.ipsecMounts, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-        state.seqStatusDir, nullptr, nullptr, nullptr, nullptr, vexcsd, nullptr, nullptr, managementSm );
+        1, state.em, state.bridgingConfig, nullptr, nullptr, state.vlanStatusDir, state.routingMounts, nullptr,
+        state.vrfMounts, nullptr, nullptr, state.ipsecMounts, nullptr, state.fhrpMounts, nullptr, state.portVifStatus,
+        state.mcastVifStatus, nullptr, nullptr, state.seqStatusDir, nullptr, nullptr, nullptr, state.capacityStatus,
+        vexcsd, state.aclConfig, nullptr, managementSm );
 }
 
 RouterAgent::~RouterAgent() { agent = nullptr; }
