@@ -60,3 +60,9 @@ install(FILES ${CMAKE_BINARY_DIR}/VexL3AgentConfig.cmake ${CMAKE_BINARY_DIR}/Vex
 file(RELATIVE_PATH VEXL3_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/vexl3agent.pc.in ${CMAKE_BINARY_DIR}/vexl3agent.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/vexl3agent.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The unit, where systemd finds it below the prefix; the example router to begin with; the references.
+configure_file(packaging/vexl3d.service.in ${CMAKE_BINARY_DIR}/vexl3d.service @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/vexl3d.service DESTINATION lib/systemd/system)
+install(FILES examples/router.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(FILES docs/vexl3d.md docs/description.md docs/vexctl.md DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -103,8 +103,9 @@ bool DataPlane::listens() const {
    return connected;
 }
 
-std::optional< std::string > DataPlane::ended() {
+std::optional< std::string > DataPlane::ended( int patience ) {
    int status = 0;
+   if ( pid_ != 0 && patience != 0 ) endsWithin( pid_, patience );
    if ( pid_ == 0 || waitpid( pid_, &status, WNOHANG ) != pid_ ) return std::nullopt;
    pid_ = 0;
    return endText( status );

@@ -23,8 +23,8 @@ class DataPlane {
    std::string start();
    // Whether the child listens by now.
    bool listens() const;
-   // How the child ended, in words, when it has since the last call; then there is none any more.
-   std::optional< std::string > ended();
+   // How the child ended, in words, when it has, or does within so many milliseconds; then there is none any more.
+   std::optional< std::string > ended( int patience = 0 );
    // Asks the child to end, and makes it after a second.
    void stop();
 

@@ -1,5 +1,6 @@
 #include "HostSession.h"
 
+#include "HostAgent.h"
 #include "HostLog.h"
 #include "HulVrfRootSm.h"
 #include "vex/counter_table.h"
@@ -8,7 +9,6 @@
 #include "VexGrpcChannel.h"
 #include "VexKyAclDb.h"
 #include "VexL3AgentSm.h"
-#include "VexManagementSm.h"
 #include "VexQosCpuPolicy.h"
 
 #include <malloc.h>
@@ -82,13 +82,7 @@ void Session::startRuleTables() {
 void Session::start() {
    startRuleTables();
    portSm_ = Gant::make< PortSm >( tree_.portDir, vexcsd_, global_->moduleConfigStatusPairIs( "engine" ) );
-   agent_ = VexL3Unicast::agentSmFactory(
-        StateTree::cellId, tree_.em, tree_.bridgingConfig, tree_.bridgingStatus, tree_.ethIntfStatusDir,
-        tree_.vlanStatusDir, tree_.routingMounts, tree_.mcastMounts, tree_.vrfMounts, tree_.bfdMounts,
-        tree_.tunnelMounts, tree_.ipsecMounts, tree_.ip4TunnelMounts, tree_.fhrpMounts, tree_.qosMounts,
-        tree_.portVifStatus, tree_.mcastVifStatus, tree_.hulCliCommandRequestDir, tree_.vrfSeqConfigDir,
-        tree_.vrfSeqStatusDir, tree_.vlanIntfConfigDir, tree_.vlanIntfStatusDir, tree_.evpnVxlanTunnelTable,
-        tree_.capacityStatus, vexcsd_, tree_.aclConfig, tree_.counterMirel, Gant::make< Vex::ManagementSm >() );
+   agent_ = agentOver( tree_, vexcsd_ );
    agent_->initializedIs( true );
    agent_->maybeStartProcessing();
    clock_->timeMinIs( clock_->now() + lookEvery );

@@ -13,6 +13,8 @@ constexpr double mostBackOff = 2;
 constexpr double lookEvery = 0.005; // whether a child that was started listens
 constexpr double listensWithin = 10;
 
+constexpr int childPatience = 100; // milliseconds
+
 } // namespace
 
 struct Supervisor::GantClock : Gant::Clock::Notifiee {
@@ -90,8 +92,8 @@ void Supervisor::handleChild() {
 void Supervisor::lost( const std::string & given ) {
    auto reason = given;
    if ( dataPlane_ && dataPlane_->pid() != 0 ) {
-      // How the child ended says more than that its stream did.
-      if ( auto ended = dataPlane_->ended() )
+      // How the child ended says more than that its stream did, which is seen first.
+      if ( auto ended = dataPlane_->ended( childPatience ) )
          reason = std::move( *ended );
       else
          dataPlane_->stop();

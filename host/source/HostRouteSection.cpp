@@ -71,7 +71,8 @@ class RouteSection : public Section {
       return entry.at( "prefix" ).value< Kynet::IpGenPrefix >( "an IP prefix" );
    }
    static std::string textOf( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix ) {
-      return vrf.value() + " " + prefix.stringValue();
+      auto text = prefix.stringValue();
+      return vrf == L3::VrfName::defaultVrf() ? text : text + " in VRF " + vrf.value();
    }
    static Ways waysOf( const Entry & entry ) {
       const bool blackhole = entry.flag( "blackhole", false );

@@ -31,7 +31,9 @@ U64 FecBook< P >::acquire( U32 vrfId, const Ways & ways ) {
    const auto fecId = U64( fecs_.take() ) + 1;
    at->second = fecId;
    fec( fecId ) = { keyVrf, 1, ways };
-   fib_->fecIs( fecId, vias( fec( fecId ) ) );
+   auto vias = this->vias( fec( fecId ) );
+   if ( vias.empty() ) vias.push_back( Mirel::Via( Mirel::RouteType::drop(), {}, {}, 1 ) );
+   fib_->fecIs( fecId, vias );
    return fecId;
 }
 
@@ -46,21 +48,17 @@ void FecBook< P >::release( U64 fecId ) {
 
 template < typename P >
 Mirel::Vias FecBook< P >::vias( const Fec & fec ) const {
-   if ( fec.ways.kind == Mirel::RouteType::drop_ ) return { Mirel::Via( fec.ways.kind, {}, {}, 1 ) };
    Mirel::Vias usable, others;
-   for ( const auto & hop : fec.ways.hops ) {
-      if ( fec.ways.kind != Mirel::RouteType::forward_ )
-         usable.push_back( Mirel::Via( fec.ways.kind, {}, hop.intfId(), hop.weight() ) );
-      else if ( const auto way = resolve_( fec.vrfId, hop ) )
+   for ( const auto & hop : fec.ways.hops )
+      if ( const auto way = resolve_( fec.vrfId, fec.ways.kind, hop ) )
          ( way->usable ? usable : others ).push_back( way->via );
-   }
    return usable.empty() ? others : usable;
 }
 
 template < typename P >
 void FecBook< P >::review() {
    for ( U32 at = 0; at < fecs_.size(); ++at ) {
-      if ( fecs_[ at ].users == 0 || fecs_[ at ].ways.kind != Mirel::RouteType::forward_ ) continue;
+      if ( fecs_[ at ].users == 0 ) continue;
       // With no way left, the packets stay on the last ones, and are trapped there.
       if ( const auto vias = this->vias( fecs_[ at ] ); !vias.empty() ) fib_->fecIs( U64( at ) + 1, vias );
    }

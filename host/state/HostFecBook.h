@@ -9,13 +9,13 @@
 
 namespace Host {
 
-// What a hop comes to.
+// What a hop of a route of the kind comes to.
 struct Way {
    Mirel::Via via;
    bool usable; // its interface is enabled
 };
 // Nothing while no interface reaches it.
-using Resolve = std::function< std::optional< Way >( U32 vrfId, const Hop & hop ) >;
+using Resolve = std::function< std::optional< Way >( U32 vrfId, Mirel::RouteType kind, const Hop & hop ) >;
 
 // A FEC keeps the ways as they were asked for, and carries the vias that they come to at present. A hop without an
 // interface comes to another one when the subnets do; one that no usable interface reaches is left out while others

@@ -27,9 +27,12 @@ std::map< Kynet::Prefix, RouteType > derivedOf( const IntfFact & fact ) {
    std::map< Kynet::Prefix, RouteType > derived;
    if ( !fact.enabled ) return derived;
    for ( const auto & address : fact.addresses ) {
-      if ( address.len() < 32 ) derived[ subnetOf( address ) ] = RouteType::attached();
+      // All of a tunnel's subnet is at its other end.
+      if ( address.len() < 32 )
+         derived[ subnetOf( address ) ] = fact.tunnel ? RouteType::forward() : RouteType::attached();
       // RFC 3021: a subnet of two addresses has no broadcast address.
-      if ( address.len() <= 30 ) derived.emplace( hostRoute( broadcastOf( address ) ), RouteType::broadcast() );
+      if ( address.len() <= 30 && !fact.tunnel )
+         derived.emplace( hostRoute( broadcastOf( address ) ), RouteType::broadcast() );
       derived[ hostRoute( address.address() ) ] = RouteType::receive();
    }
    return derived;
@@ -55,8 +58,8 @@ Vex::EncapType encapOf( Interface::TunnelMode mode ) {
 
 IntfBook::IntfBook( StateTree & tree, const VrfBook & vrfs ) :
      tree_( tree ), vrfs_( vrfs ),
-     routes4_( tree.fib, [ this ]( U32 vrfId, const Hop & hop ) { return resolve( vrfId, hop ); } ),
-     routes6_( tree.fib6, [ this ]( U32 vrfId, const Hop & hop ) { return resolve( vrfId, hop ); } ) {}
+     routes4_( tree.fib, [ this ]( auto vrfId, auto kind, auto & hop ) { return resolve( vrfId, kind, hop ); } ),
+     routes6_( tree.fib6, [ this ]( auto vrfId, auto kind, auto & hop ) { return resolve( vrfId, kind, hop ); } ) {}
 
 Gant::String IntfBook::wrong( const IntfFact & fact ) const {
    if ( !vrfs_.id( fact.vrf ) ) return textOf( fact.vrf ) + " does not exist";
@@ -126,17 +129,18 @@ ChangeResult IntfBook::intfDel( Kynet::IntfId intfId ) {
 
 // From whatever it was, with its subnets told already.
 void IntfBook::bringUp( const IntfFact & fact ) {
-   derivedAre( fact );
+   withdrawDerived( fact );
    if ( !fact.enabled ) reviewFecs();
    writeEntities( fact );
    if ( fact.enabled ) reviewFecs();
+   announceDerived( fact );
    neighborRoutesAre( fact );
 }
 
 void IntfBook::takeDown( const IntfFact & given ) {
    auto fact = given;
    fact.enabled = false;
-   derivedAre( fact );
+   withdrawDerived( fact );
    neighborRoutesAre( fact );
    subnetsAre( fact, false );
    intfs_.erase( fact.intfId );
@@ -192,19 +196,26 @@ void IntfBook::subnetsAre( const IntfFact & fact, bool present ) {
          subnets_.subnetDel( vrfId( fact ), subnet );
 }
 
-// What follows no more goes first: an address may have become the broadcast address of its subnet.
-void IntfBook::derivedAre( const IntfFact & fact ) {
+// What no longer follows from the interface's addresses.
+void IntfBook::withdrawDerived( const IntfFact & fact ) {
    const auto wanted = derivedOf( fact );
    auto & present = derived_[ fact.intfId ];
+   std::erase_if( present, [ & ]( const auto & entry ) {
+      if ( wanted.contains( entry.first ) ) return false;
+      routes4_.routeDel( vrfId( fact ), entry.first, Source::connected() );
+      return true;
+   } );
+   if ( present.empty() ) derived_.erase( fact.intfId );
+}
+
+void IntfBook::announceDerived( const IntfFact & fact ) {
    const auto vrf = vrfId( fact );
-   for ( const auto & [ prefix, kind ] : std::exchange( present, wanted ) )
-      if ( !wanted.contains( prefix ) ) routes4_.routeDel( vrf, prefix, Source::connected() );
-   for ( const auto & [ prefix, kind ] : wanted ) {
+   for ( const auto & [ prefix, kind ] : derivedOf( fact ) ) {
       const auto fecId = routes4_.fecs().acquire( vrf, { kind, { Hop( {}, fact.intfId, 1 ) } } );
       routes4_.routeIs( vrf, prefix, Source::connected(), kind, fecId );
       routes4_.fecs().release( fecId );
+      derived_[ fact.intfId ][ prefix ] = kind;
    }
-   if ( wanted.empty() ) derived_.erase( fact.intfId );
 }
 
 bool IntfBook::onSubnet( const IntfFact & fact, Kynet::IpAddr addr ) const {
@@ -294,7 +305,7 @@ void IntfBook::ipsecEncapIdIs( Kynet::IntfId intfId, U32 encapId ) {
    bringUp( told.fact );
 }
 
-std::optional< Way > IntfBook::resolve( U32 vrfId, const Hop & hop ) const {
+std::optional< Way > IntfBook::resolve( U32 vrfId, RouteType kind, const Hop & hop ) const {
    const bool v4 = hop.addr().af() == Kynet::AddressFamily::ipv4_;
    auto intfId = hop.intfId();
    if ( !intfId ) {
@@ -305,9 +316,27 @@ std::optional< Way > IntfBook::resolve( U32 vrfId, const Hop & hop ) const {
    const auto at = intfs_.find( intfId );
    if ( at == intfs_.end() ) return std::nullopt;
    const auto & fact = at->second.fact;
-   if ( fact.tunnel ) return Way{ Mirel::Via( RouteType::forward(), {}, intfId, hop.weight() ), fact.enabled };
+   const auto way = [ & ]( const Kynet::IpGenAddr & addr, Kynet::IntfId by ) {
+      return Way{ Mirel::Via( kind, addr, by, hop.weight() ), fact.enabled };
+   };
+   if ( kind != RouteType::forward_ ) {
+      const auto by = receiver( fact );
+      return !by ? std::nullopt : std::optional( way( {}, by ) );
+   }
+   if ( fact.tunnel ) return way( {}, intfId );
    if ( v4 && !onSubnet( fact, hop.addr().v4Addr() ) ) return std::nullopt;
-   return Way{ Mirel::Via( RouteType::forward(), hop.addr(), intfId, hop.weight() ), fact.enabled };
+   return way( hop.addr(), intfId );
+}
+
+Kynet::IntfId IntfBook::receiver( const IntfFact & fact ) const {
+   if ( !fact.tunnel ) return fact.intfId;
+   Kynet::IntfId found;
+   for ( const auto & [ intfId, told ] : intfs_ ) {
+      if ( told.fact.tunnel || !told.fact.enabled ) continue;
+      if ( told.fact.vrf == fact.vrf ) return intfId;
+      if ( !found ) found = intfId;
+   }
+   return found;
 }
 
 Gant::String IntfBook::unreachable( U32 vrfId, Kynet::AddressFamily af, const Hop & hop ) const {
@@ -319,7 +348,7 @@ Gant::String IntfBook::unreachable( U32 vrfId, Kynet::AddressFamily af, const Ho
    if ( !tunnel && hop.addr().af() != af )
       return text + " is " +
              ( af == Kynet::AddressFamily::ipv4_ ? "IPv6, and the prefix IPv4" : "IPv4, and the prefix IPv6" );
-   if ( tunnel || resolve( vrfId, hop ) ) return {};
+   if ( tunnel || resolve( vrfId, RouteType::forward(), hop ) ) return {};
    if ( !!hop.intfId() ) return text + " is on no subnet of " + hop.intfId().stringValue();
    if ( af == Kynet::AddressFamily::ipv6_ ) return text + ": name its interface, whose IPv6 subnets are not known here";
    return "no interface reaches " + text;

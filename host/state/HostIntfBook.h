@@ -14,7 +14,8 @@ namespace Host {
 //
 // From an address follow a route of its subnet to whoever on the interface has the destination (`attached`), one of
 // the address itself to the router (`receive`), and, in subnets of up to 30 bits, one of the broadcast address
-// (`broadcast`). From a neighbour on a subnet follows a host route. A disabled interface has none of them.
+// (`broadcast`). A tunnel's subnet is forwarded into it. From a neighbour on a subnet follows a host route. A disabled
+// interface has none of them.
 //
 // A loopback interface has a port like an Ethernet interface, with nobody at its other end: its addresses are received
 // through it.
@@ -57,13 +58,16 @@ class IntfBook {
    void takeDown( const IntfFact & fact );
    void writeEntities( const IntfFact & fact );
    void subnetsAre( const IntfFact & fact, bool present );
-   void derivedAre( const IntfFact & fact );
+   void withdrawDerived( const IntfFact & fact );
+   void announceDerived( const IntfFact & fact );
    void neighborRouteIs( const IntfFact & fact, const NeighborFact & neighbor );
    void neighborRoutesAre( const IntfFact & fact );
    Port port( const IntfFact & fact ) const;
    bool onSubnet( const IntfFact & fact, Kynet::IpAddr addr ) const;
    U32 vrfId( const IntfFact & fact ) const { return vrfs_.id( fact.vrf ).value_or( 0 ); }
-   std::optional< Way > resolve( U32 vrfId, const Hop & hop ) const;
+   std::optional< Way > resolve( U32 vrfId, Mirel::RouteType kind, const Hop & hop ) const;
+   // The interface by whose next-hop table the router gets what is for an address of the interface: a tunnel has none.
+   Kynet::IntfId receiver( const IntfFact & fact ) const;
    void reviewFecs();
 
    StateTree & tree_;

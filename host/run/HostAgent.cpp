@@ -1,0 +1,19 @@
+#include "HostAgent.h"
+
+#include "VexL3AgentSm.h"
+#include "VexManagementSm.h"
+
+namespace Host {
+
+Gant::Ptr< VexL3Unicast::AgentSm > agentOver( const StateTree & tree,
+                                              const Gant::Ptr< Vex::VexCommonSmData > & vexcsd ) {
+   return VexL3Unicast::agentSmFactory(
+        StateTree::cellId, tree.em, tree.bridgingConfig, tree.bridgingStatus, tree.ethIntfStatusDir, tree.vlanStatusDir,
+        tree.routingMounts, tree.mcastMounts, tree.vrfMounts, tree.bfdMounts, tree.tunnelMounts, tree.ipsecMounts,
+        tree.ip4TunnelMounts, tree.fhrpMounts, tree.qosMounts, tree.portVifStatus, tree.mcastVifStatus,
+        tree.hulCliCommandRequestDir, tree.vrfSeqConfigDir, tree.vrfSeqStatusDir, tree.vlanIntfConfigDir,
+        tree.vlanIntfStatusDir, tree.evpnVxlanTunnelTable, tree.capacityStatus, vexcsd, tree.aclConfig,
+        tree.counterMirel, Gant::make< Vex::ManagementSm >() );
+}
+
+} // namespace Host

@@ -1,0 +1,69 @@
+// A hosted router in small: descriptions and changes come in as text, and what the FIB or the data plane gets of them
+// comes out as lines.
+#pragma once
+
+#include "Engine.h"
+#include "HostDaemon.h"
+#include "HostPortSm.h"
+#include "HostSources.h"
+#include "VexL3AgentSm.h"
+
+#include <filesystem>
+#include <fstream>
+
+namespace Test {
+
+// A directory that goes with it.
+class Directory {
+ public:
+   Directory();
+   ~Directory();
+   std::string path( const std::string & name ) const { return path_ + "/" + name; }
+   void write( const std::string & name, const std::string & text ) const;
+   bool empty() const { return std::filesystem::is_empty( path_ ); }
+
+ private:
+   std::string path_;
+};
+
+// A router's state, and the files that it is told by.
+class HostedState {
+ public:
+   HostedState();
+
+   // Each gives what was wrong, as "FILE:LINE: reason" without the directory; the files stay for the next load.
+   Lines describe( const std::string & yaml );
+   Lines routeFile( const std::string & text );
+   // "add route {prefix: ...}": the refusal, empty when it is done.
+   std::string change( const std::string & text );
+
+   // "10.0.1.0/24 attached Ethernet1 (connected)": the routes of all VRFs, sorted. Empty words: of every source.
+   Lines routes( const std::string & source = {} ) const;
+   size_t fecs() { return state.routes4().fecs().fecs(); }
+
+   Host::RouterState state;
+   Directory directory;
+
+ private:
+   Lines load();
+
+   Host::Sources sources_;
+   Lines errors_;
+};
+
+// The same with an agent over a recording data plane.
+class HostedRouter : public HostedState, public Engine {
+ public:
+   void start();
+   ~HostedRouter();
+   // Runs the loop until nothing is left to do, and gives the lines since the last time.
+   Lines drained();
+
+   Gant::Ptr< Host::PortSm > ports;
+   Gant::Ptr< VexL3Unicast::AgentSm > agent;
+};
+
+// Two interfaces in the default VRF with a neighbour each.
+extern const char * const twoPorts;
+
+} // namespace Test

@@ -1,0 +1,176 @@
+#include "HostTestRouter.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace Test;
+
+TEST( HostDescription, whatIsWrongIsToldWithItsLineAndTheRestIsUsed ) {
+   HostedState router;
+   EXPECT_EQ( router.describe( R"(bridges: []
+vrfs:
+  - red
+  - red
+interfaces:
+  - {name: Ethernet1, addresses: 10.0.1.1/24, mtu: 60}
+  - {name: Ethernet2, addresses: '2001:db8::1/64'}
+  - {name: Ethernet3, adresses: 10.0.3.1/24}
+  - {name: Ethernet4, addresses: 10.0.4.1/24, enabled: perhaps}
+  - {name: Bethernet5}
+  - {addresses: 10.0.6.1/24}
+  - {name: Ethernet7, vrf: blue}
+  - name: Ethernet8
+    addresses:
+      - 10.0.8.1/24
+      - 10.0.8.2/33
+  - {name: et9, addresses: 10.0.9.1/24}
+  - {name: Ethernet9}
+neighbors:
+  - {interface: Ethernet9, address: 10.0.9.2, mac: 02:00:00:00:09}
+routes:
+  - {prefix: 192.0.2.1/24, via: 10.0.9.2}
+  - {prefix: 192.0.2.0/24, via: [10.0.9.2, {nexthop: 10.0.9.3, weight: 0}]}
+  - {prefix: 198.51.100.0/24, via: 10.0.9.2}
+route-file: {path: routes, nexthops: [10.0.9.2], ecmp: 2}
+)" ),
+              ( Lines{
+                   "router.yaml:4: vrf red is there twice",
+                   "router.yaml:10: \"Bethernet5\" is not an interface name",
+                   "router.yaml:11: \"name\" is missing",
+                   "router.yaml:18: interface Ethernet9 is there twice",
+                   "router.yaml:1: there is no section \"bridges\"",
+                   "router.yaml:25: ecmp 2 is more than there are next hops",
+                   "router.yaml:6: interface Ethernet1: MTU 60 is under 68",
+                   "router.yaml:7: address 2001:db8::1/64 is IPv6, and interfaces take IPv4 ones",
+                   "router.yaml:8: unknown key \"adresses\"",
+                   "router.yaml:9: enabled is true or false",
+                   "router.yaml:12: interface Ethernet7: VRF blue does not exist",
+                   "router.yaml:16: \"10.0.8.2/33\" is not an IPv4 address with its prefix length",
+                   "router.yaml:20: \"02:00:00:00:09\" is not a MAC address",
+                   "router.yaml:22: route 192.0.2.1/24: the prefix has host bits",
+                   "router.yaml:23: weight 0 is under 1",
+              } ) );
+   EXPECT_EQ( router.routes( "description" ), Lines{ "198.51.100.0/24 forward 10.0.9.2%Ethernet9 (description)" } );
+}
+
+TEST( HostDescription, oneThatCannotBeReadLeavesEverythingAsItWas ) {
+   HostedState router;
+   router.describe( twoPorts );
+   const auto before = router.routes();
+   EXPECT_EQ( router.describe( "interfaces: [\n" ), Lines{ "router.yaml:2: end of sequence flow not found" } );
+   EXPECT_EQ( router.describe( "- a list\n" ), Lines{ "router.yaml:1: a description is a map of sections" } );
+   std::filesystem::remove( router.directory.path( "router.yaml" ) );
+   EXPECT_EQ( router.routeFile( "" ), Lines{ "router.yaml: the file cannot be read" } );
+   EXPECT_EQ( router.routes(), before );
+}
+
+TEST( HostDescription, aWrongEntryLeavesItsObjectAndWhatCommandsToldStays ) {
+   HostedState router;
+   router.describe( twoPorts );
+   router.change( "add neighbor {interface: Ethernet2, address: 10.0.2.9, mac: '02:00:00:00:02:09'}" );
+   EXPECT_EQ( router.describe( R"(
+interfaces:
+  - {name: Ethernet1, addresses: 10.0.1.1/24, mtu: 1}
+  - {name: Ethernet2, addresses: 10.0.2.1/24}
+)" ),
+              Lines{ "router.yaml:3: interface Ethernet1: MTU 1 is under 68" } );
+   EXPECT_EQ( router.state.intfBook().intfs().size(), 2u );
+   EXPECT_EQ( router.routes( "neighbor" ), Lines{ "10.0.2.9/32 forward 10.0.2.9%Ethernet2 (neighbor)" } );
+}
+
+TEST( HostDescription, addressesAndVrfsMoveBetweenInterfacesInOneReload ) {
+   HostedState router;
+   EXPECT_EQ( router.describe( "vrfs: [red]\ninterfaces:\n"
+                               "  - {name: Ethernet1, addresses: 10.0.1.1/24, vrf: red}\n"
+                               "  - {name: Ethernet2, addresses: 10.0.2.1/24}\n" ),
+              Lines{} );
+   EXPECT_EQ( router.describe( "vrfs: [blue]\ninterfaces:\n"
+                               "  - {name: Ethernet1, addresses: 10.0.2.1/24}\n"
+                               "  - {name: Ethernet2, addresses: 10.0.1.1/24, vrf: blue}\n" ),
+              Lines{} );
+   EXPECT_EQ( router.state.vrfBook().vrfs().size(), 2u );
+   EXPECT_EQ( router.routes().front(), "10.0.2.0/24 attached Ethernet1 (connected)" );
+}
+
+TEST( HostRouteFile, linesNameTheirNextHopsOrAreSpread ) {
+   HostedState router;
+   EXPECT_EQ( router.describe( std::string( twoPorts ) + R"(
+vrfs: [red]
+tunnels: [{name: Tunnel1, source: 10.0.1.1, destination: 198.51.100.1}]
+route-file: {path: routes, groups: [[10.0.1.2, 10.0.2.2*2]]}
+)" ),
+              Lines{} );
+   EXPECT_EQ( router.routeFile( "# a comment\n"
+                                "\n"
+                                "192.0.2.0/24\r\n"
+                                "192.0.3.0/24\t10.0.2.9*3 10.0.1.2%Ethernet1 # its own\n"
+                                "192.0.4.0/24 Tunnel1\n"
+                                "192.0.5.0/24 blackhole\n"
+                                "192.0.6.1/24\n"
+                                "192.0.7.0/24 10.9.9.9\n"
+                                "192.0.8.0/24 10.0.1.2 blackhole\n"
+                                "192.0.9.0\n"
+                                "192.0.3.0/24\n"
+                                "2001:db8::/32 2001:db8::1%Ethernet1\n"
+                                "10.0.1.0/24\n" ),
+              ( Lines{
+                   "routes:7: 192.0.6.1/24: the prefix has host bits",
+                   "routes:8: 192.0.7.0/24: no interface reaches next hop 10.9.9.9",
+                   "routes:9: 192.0.8.0/24: \"blackhole\" stands alone",
+                   "routes:10: \"192.0.9.0\" is not an IP prefix",
+                   "routes:11: 192.0.3.0/24: an earlier line has the prefix already",
+              } ) );
+   EXPECT_EQ( router.routes( "routeFile" ),
+              ( Lines{
+                   "192.0.2.0/24 forward 10.0.1.2%Ethernet1 10.0.2.2%Ethernet2*2 (routeFile)",
+                   "192.0.3.0/24 forward 10.0.2.9%Ethernet2*3 10.0.1.2%Ethernet1 (routeFile)",
+                   "192.0.4.0/24 forward Tunnel1 (routeFile)",
+                   "192.0.5.0/24 drop (routeFile)",
+              } ) );
+   EXPECT_EQ( router.state.tree().fib6->routes(), 1u );
+}
+
+TEST( HostRouteFile, whatItHasNoMoreGoesAndTheOthersStayWhereTheyAre ) {
+   HostedState router;
+   router.describe( std::string( twoPorts ) + "route-file: {path: routes, nexthops: [10.0.1.2, 10.0.2.2]}\n" );
+   const auto fecs = router.fecs();
+   std::string all, some;
+   for ( int i = 0; i < 200; ++i ) {
+      const auto line = "20.0." + std::to_string( i ) + ".0/24\n";
+      all += line;
+      if ( i % 2 == 0 ) some = line + some;
+   }
+   router.routeFile( all );
+   const auto before = router.routes( "routeFile" );
+   ASSERT_EQ( before.size(), 200u );
+   const auto by = [ & ]( const char * hop ) {
+      return std::ranges::count_if( before, [ & ]( const auto & l ) { return l.find( hop ) != l.npos; } );
+   };
+   EXPECT_GT( by( "10.0.1.2" ), 60 );
+   EXPECT_GT( by( "10.0.2.2" ), 60 );
+   // A route of the file that waits behind another one goes too.
+   router.change( "replace route {prefix: 20.0.1.0/24, blackhole: true}" );
+   router.routeFile( some );
+   const auto after = router.routes( "routeFile" );
+   ASSERT_EQ( after.size(), 100u );
+   EXPECT_TRUE( std::ranges::includes( before, after ) );
+   EXPECT_EQ( router.state.routes( Host::Source::routeFile() ), 100u );
+   router.change( "del route {prefix: 20.0.1.0/24}" );
+   router.routeFile( "" );
+   EXPECT_EQ( router.routes( "routeFile" ), Lines{} );
+   EXPECT_EQ( router.fecs(), fecs );
+}
+
+TEST( HostRouteFile, oneThatCannotBeReadTakesNothingAway ) {
+   HostedState router;
+   router.describe( std::string( twoPorts ) + "route-file: {path: routes, nexthops: [10.0.1.2]}\n" );
+   router.routeFile( "20.0.0.0/8\n" );
+   EXPECT_EQ( router.describe( std::string( twoPorts ) + "route-file: {path: none, nexthops: [10.0.1.2]}\n" ),
+              Lines{ "none: No such file or directory" } );
+   EXPECT_EQ( router.describe( std::string( twoPorts ) + "route-file: {path: ., nexthops: [10.0.1.2]}\n" ),
+              Lines{ ".: it is a directory" } );
+   EXPECT_EQ( router.routes( "routeFile" ).size(), 1u );
+}
+
+} // namespace

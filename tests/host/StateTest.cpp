@@ -1,0 +1,190 @@
+#include "HostTestRouter.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace Test;
+
+TEST( HostState, routesFollowFromAddressesAndNeighbors ) {
+   HostedState router;
+   EXPECT_EQ( router.describe( R"(
+      vrfs: [red]
+      interfaces:
+        - {name: Ethernet1, addresses: [10.0.1.1/24, 10.0.9.1/31]}
+        - {name: Ethernet2, addresses: 10.0.1.1/24, vrf: red}
+        - {name: Loopback0, addresses: 192.0.2.1}
+      tunnels:
+        - {name: Tunnel1, addresses: 10.0.7.1/30, vrf: red, source: 10.0.1.1, destination: 10.9.9.9}
+      neighbors:
+        - {interface: Ethernet1, address: 10.0.1.2, mac: 02:00:00:00:01:02}
+   )" ),
+              Lines{} );
+   EXPECT_EQ( router.routes(), ( Lines{
+                                    "10.0.1.0/24 attached Ethernet1 (connected)",
+                                    "10.0.1.1/32 receive Ethernet1 (connected)",
+                                    "10.0.1.2/32 forward 10.0.1.2%Ethernet1 (neighbor)",
+                                    "10.0.1.255/32 broadcast Ethernet1 (connected)",
+                                    "10.0.9.0/31 attached Ethernet1 (connected)",
+                                    "10.0.9.1/32 receive Ethernet1 (connected)",
+                                    "192.0.2.1/32 receive Loopback0 (connected)",
+                                    "red 10.0.1.0/24 attached Ethernet2 (connected)",
+                                    "red 10.0.1.1/32 receive Ethernet2 (connected)",
+                                    "red 10.0.1.255/32 broadcast Ethernet2 (connected)",
+                                    "red 10.0.7.0/30 forward Tunnel1 (connected)",
+                                    "red 10.0.7.1/32 receive Ethernet2 (connected)",
+                               } ) );
+   EXPECT_EQ( router.change( "replace interface {name: Ethernet1, addresses: 10.0.3.1/30}" ), "" );
+   EXPECT_EQ( router.change( "del interface {name: Ethernet2}" ), "" );
+   EXPECT_EQ( router.change( "replace interface {name: Loopback0, addresses: 192.0.2.1, enabled: false}" ), "" );
+   EXPECT_EQ( router.routes(), ( Lines{
+                                    "10.0.3.0/30 attached Ethernet1 (connected)",
+                                    "10.0.3.1/32 receive Ethernet1 (connected)",
+                                    "10.0.3.3/32 broadcast Ethernet1 (connected)",
+                                    "red 10.0.7.0/30 forward Tunnel1 (connected)",
+                                    "red 10.0.7.1/32 receive Ethernet1 (connected)",
+                               } ) );
+}
+
+TEST( HostState, everyRefusalNamesItsObjectAndChangesNothing ) {
+   HostedState router;
+   router.describe( twoPorts );
+   router.change( "add vrf {name: red, id: 7}" );
+   router.change( "add interface {name: Ethernet3, vrf: red, addresses: 10.0.3.1/24}" );
+   router.change( "add tunnel {name: Tunnel1, source: 10.0.1.1, destination: 198.51.100.1, underlay: red}" );
+   router.change( "add route {prefix: 198.51.100.0/24, via: 10.0.1.2}" );
+   const auto before = router.routes();
+   const auto fecs = router.fecs();
+   const struct {
+      const char * change;
+      const char * refusal;
+   } cases[] = {
+        { "replace interface {name: Ethernet1, mtu: 67}", "interface Ethernet1: MTU 67 is under 68" },
+        { "replace interface {name: Ethernet1, mtu: 65536}", "interface Ethernet1: MTU 65536 is over 65535" },
+        { "replace interface {name: Ethernet1, vrf: blue}", "interface Ethernet1: VRF blue does not exist" },
+        { "replace interface {name: Ethernet1, addresses: 10.0.1.0/24}",
+          "interface Ethernet1: address 10.0.1.0/24 is its subnet's own" },
+        { "replace interface {name: Ethernet1, addresses: 10.0.1.255/24}",
+          "interface Ethernet1: address 10.0.1.255/24 is its subnet's broadcast address" },
+        { "replace interface {name: Ethernet1, addresses: 224.0.0.1/24}",
+          "interface Ethernet1: address 224.0.0.1/24 is not one that an interface can have" },
+        { "replace interface {name: Ethernet1, addresses: 10.0.2.9/16}",
+          "interface Ethernet1: address 10.0.2.9/16 overlaps with 10.0.2.0/24 of Ethernet2" },
+        { "replace interface {name: Ethernet1, mac: '01:00:5e:00:00:01'}",
+          "interface Ethernet1: MAC 01:00:5e:00:00:01 is a multicast address" },
+        { "add interface {name: Ethernet1}", "interface Ethernet1 is there already" },
+        { "add interface {name: Tunnel2}",
+          "interface: Tunnel2 does not belong here: interfaces are Ethernet, Port-Channel, Vlan and Loopback "
+          "interfaces" },
+        { "del interface {name: Ethernet9}", "interface Ethernet9 does not exist" },
+        { "add tunnel {name: Tunnel2, source: 10.0.1.1, destination: 10.0.1.1}",
+          "interface Tunnel2: source and destination are both 10.0.1.1" },
+        { "add tunnel {name: Tunnel2, source: 10.0.1.1, destination: '2001:db8::1'}",
+          "tunnel: destination 2001:db8::1 is IPv6, and has to be IPv4" },
+        { "add tunnel {name: Tunnel2, source: 10.0.1.1, destination: 10.9.9.9, underlay: blue}",
+          "interface Tunnel2: underlay VRF blue does not exist" },
+        { "add neighbor {interface: Ethernet9, address: 10.0.1.3, mac: '02:00:00:00:00:09'}",
+          "neighbor 10.0.1.3 on Ethernet9: the interface does not exist" },
+        { "add neighbor {interface: Ethernet1, address: 10.0.2.3, mac: '02:00:00:00:00:09'}",
+          "neighbor 10.0.2.3 on Ethernet1: the address is on no subnet of the interface" },
+        { "add neighbor {interface: Ethernet1, address: 10.0.1.1, mac: '02:00:00:00:00:09'}",
+          "neighbor 10.0.1.1 on Ethernet1: the address is the router's own" },
+        { "add neighbor {interface: Tunnel1, address: 10.0.1.3, mac: '02:00:00:00:00:09'}",
+          "neighbor 10.0.1.3 on Tunnel1: a tunnel has no neighbors" },
+        { "add route {prefix: 192.0.2.1/24, via: 10.0.1.2}", "route 192.0.2.1/24: the prefix has host bits" },
+        { "add route {prefix: 192.0.2.0/24, via: 10.9.9.9}", "route 192.0.2.0/24: no interface reaches next hop "
+                                                             "10.9.9.9" },
+        { "add route {prefix: 192.0.2.0/24, vrf: red, via: 10.0.1.2}",
+          "route 192.0.2.0/24 in VRF red: no interface reaches next hop 10.0.1.2" },
+        { "add route {prefix: 192.0.2.0/24, via: 10.0.1.2%Ethernet2}",
+          "route 192.0.2.0/24: next hop 10.0.1.2 is on no subnet of Ethernet2" },
+        { "add route {prefix: 192.0.2.0/24, via: 10.0.1.2%Ethernet9}",
+          "route 192.0.2.0/24: interface Ethernet9 does not exist" },
+        { "add route {prefix: 192.0.2.0/24, via: Ethernet1}",
+          "route 192.0.2.0/24: a next hop needs an address, unless its interface is a tunnel" },
+        { "add route {prefix: 192.0.2.0/24, via: '2001:db8::1'}",
+          "route 192.0.2.0/24: next hop 2001:db8::1 is IPv6, and the prefix IPv4" },
+        { "add route {prefix: '2001:db8::/32', via: 10.0.1.2}",
+          "route 2001:db8::/32: next hop 10.0.1.2 is IPv4, and the prefix IPv6" },
+        { "add route {prefix: 192.0.2.0/24, vrf: blue, via: 10.0.1.2}",
+          "route 192.0.2.0/24 in VRF blue: VRF blue does not exist" },
+        { "add route {prefix: 192.0.2.0/24}", "route: a route has one of \"via\", \"blackhole\" and \"receive\"" },
+        { "add route {prefix: 192.0.2.0/24, via: []}", "route 192.0.2.0/24: there is no next hop" },
+        { "add route {prefix: 192.0.2.0/24, via: 10.0.1.2*0}", "route: weight \"0\" is not a number from 1 to 65535" },
+        { "add route {prefix: 239.0.0.0/8, blackhole: true}",
+          "route 239.0.0.0/8: multicast is not routed by unicast routes" },
+        { "add route {prefix: 198.51.100.0/24, blackhole: true}", "route 198.51.100.0/24 is there already" },
+        { "del route {prefix: 10.0.1.0/24}",
+          "route 10.0.1.0/24: it follows from an interface's address and goes with it" },
+        { "del route {prefix: 192.0.2.0/24}", "route 192.0.2.0/24 does not exist" },
+        { "add vrf {name: blue, id: 7}", "VRF blue: id 7 belongs to VRF red" },
+        { "replace vrf {name: red, id: 8}", "VRF red: its id is 7 and stays while it is there" },
+        { "add vrf {name: 'two words'}", "vrf: VRF name \"two words\" is not one of up to 63 letters, digits, \"-\", "
+                                         "\"_\" and \".\"" },
+        { "del vrf {name: red}", "VRF red: Ethernet3 is in it" },
+        { "del vrf {name: default}", "VRF default: Ethernet1 is in it" },
+        { "add bridge {name: br0}", "there is no kind \"bridge\"" },
+        { "add vrf {name: [", "vrf: the entry is not YAML: end of sequence flow not found" },
+   };
+   for ( const auto & given : cases ) EXPECT_EQ( router.change( given.change ), given.refusal ) << given.change;
+   EXPECT_EQ( router.routes(), before );
+   EXPECT_EQ( router.fecs(), fecs );
+}
+
+TEST( HostState, aPrefixOfSeveralSourcesShowsTheFirstAndComesBackToTheOthers ) {
+   HostedState router;
+   const auto present = [ & ] {
+      const auto all = router.routes();
+      const auto at = std::ranges::find_if( all, []( const auto & l ) { return l.starts_with( "10.0.1.0/24" ); } );
+      return at == all.end() ? std::string() : *at;
+   };
+   const auto description = std::string( twoPorts ) + "routes: [{prefix: 10.0.1.0/24, via: 10.0.2.2}]\n"
+                                                      "route-file: {path: routes, nexthops: [10.0.2.2]}\n";
+   router.describe( description );
+   router.routeFile( "10.0.1.0/24 blackhole\n" );
+   EXPECT_EQ( present(), "10.0.1.0/24 attached Ethernet1 (connected)" );
+   router.change( "replace route {prefix: 10.0.1.0/24, via: [10.0.2.2, 10.0.2.3]}" );
+   router.change( "del interface {name: Ethernet1}" );
+   EXPECT_EQ( present(), "10.0.1.0/24 forward 10.0.2.2%Ethernet2 10.0.2.3%Ethernet2 (command)" );
+   router.change( "del route {prefix: 10.0.1.0/24}" );
+   EXPECT_EQ( present(), "10.0.1.0/24 forward 10.0.2.2%Ethernet2 (description)" );
+   router.change( "del route {prefix: 10.0.1.0/24}" );
+   EXPECT_EQ( present(), "10.0.1.0/24 drop (routeFile)" );
+   // The next reading of the sources says again what they say.
+   router.describe( description );
+   EXPECT_EQ( present(), "10.0.1.0/24 attached Ethernet1 (connected)" );
+   router.describe( "" );
+   EXPECT_EQ( router.routes(), Lines{} );
+   EXPECT_EQ( router.fecs(), 0u );
+}
+
+TEST( HostState, nextHopsFollowTheirSubnetsAndLeaveWhatIsDown ) {
+   HostedState router;
+   router.describe( twoPorts );
+   router.change( "add route {prefix: 192.0.2.0/24, via: [10.0.1.2, 10.0.2.2*3]}" );
+   const auto via = [ & ] { return router.routes( "command" ).front(); };
+   EXPECT_EQ( via(), "192.0.2.0/24 forward 10.0.1.2%Ethernet1 10.0.2.2%Ethernet2*3 (command)" );
+   router.change( "replace interface {name: Ethernet1, addresses: 10.0.1.1/24, enabled: false}" );
+   EXPECT_EQ( via(), "192.0.2.0/24 forward 10.0.2.2%Ethernet2*3 (command)" );
+   // With the last one down, they stay where they would be.
+   router.change( "replace interface {name: Ethernet2, addresses: 10.0.2.1/24, enabled: false}" );
+   EXPECT_EQ( via(), "192.0.2.0/24 forward 10.0.1.2%Ethernet1 10.0.2.2%Ethernet2*3 (command)" );
+   router.change( "del interface {name: Ethernet1}" );
+   router.change( "add interface {name: Ethernet3, addresses: 10.0.1.1/24}" );
+   EXPECT_EQ( via(), "192.0.2.0/24 forward 10.0.1.2%Ethernet3 (command)" );
+   router.change( "replace interface {name: Ethernet2, addresses: 10.0.2.1/24}" );
+   EXPECT_EQ( via(), "192.0.2.0/24 forward 10.0.1.2%Ethernet3 10.0.2.2%Ethernet2*3 (command)" );
+}
+
+TEST( HostState, aVrfTakesItsRoutesAlongAndItsNumberIsFreeAgain ) {
+   HostedState router;
+   router.change( "add vrf {name: red}" );
+   router.change( "add route {prefix: 192.0.2.0/24, vrf: red, blackhole: true}" );
+   router.change( "add route {prefix: 192.0.2.0/24, blackhole: true}" );
+   EXPECT_EQ( router.change( "del vrf {name: red}" ), "" );
+   EXPECT_EQ( router.routes(), Lines{ "192.0.2.0/24 drop (command)" } );
+   router.change( "add vrf {name: blue}" );
+   EXPECT_EQ( router.state.vrfBook().id( L3::VrfName( "blue" ) ), 1u );
+}
+
+} // namespace
