@@ -70,6 +70,7 @@ class StreamTransport : public Transport {
          break;
       case Event::written: written( ok ); break;
       case Event::finished:
+         closed();
          sink_->end( reason(), status_.error_code() == grpc::StatusCode::UNIMPLEMENTED );
          queue_.Shutdown();
          break;
@@ -80,6 +81,12 @@ class StreamTransport : public Transport {
       const std::lock_guard lock( mutex_ );
       open_ = true;
       writeNext();
+   }
+
+   // The loop may send until it has heard of the end, but nothing may be started on a queue that is shut down.
+   void closed() {
+      const std::lock_guard lock( mutex_ );
+      open_ = false;
    }
 
    void written( bool ok ) {
