@@ -3,6 +3,7 @@
 //
 //    dataplane_bench [routes]      1,000,000 when it isn't said
 
+#include "BenchProcess.h"
 #include "DpPrefixes.h"
 
 #include "vex/engine.grpc.pb.h"
@@ -11,14 +12,8 @@
 #include <fmt/format.h>
 #include <grpcpp/grpcpp.h>
 
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -26,44 +21,11 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Bench::Clock;
+using Bench::DataPlane;
+using Bench::secondsSince;
 using vex::pb::Batch;
 using vex::pb::BatchReply;
-
-double secondsSince( Clock::time_point start ) {
-   return std::chrono::duration< double >( Clock::now() - start ).count();
-}
-
-// The vexdp that lies beside this program.
-class DataPlane {
- public:
-   DataPlane() {
-      std::string name = ( std::filesystem::temp_directory_path() / "vexdp-bench-XXXXXX" ).string();
-      directory_ = mkdtemp( name.data() );
-      const auto program = std::filesystem::read_symlink( "/proc/self/exe" ).parent_path() / "vexdp";
-      pid_ = fork();
-      if ( pid_ != 0 ) return;
-      execl( program.c_str(), "vexdp", "--listen", address().c_str(), "--log-level", "warning", nullptr );
-      _exit( 127 );
-   }
-   ~DataPlane() {
-      kill( pid_, SIGTERM );
-      waitpid( pid_, nullptr, 0 );
-      std::filesystem::remove_all( directory_ );
-   }
-   std::string address() const { return "unix:" + directory_ + "/socket"; }
-   // Resident, in megabytes.
-   double memory() const {
-      std::ifstream status( fmt::format( "/proc/{}/statm", pid_ ) );
-      std::size_t all = 0, resident = 0;
-      status >> all >> resident;
-      return double( resident ) * double( sysconf( _SC_PAGESIZE ) ) / 1e6;
-   }
-
- private:
-   std::string directory_;
-   pid_t pid_;
-};
 
 class Session {
  public:
@@ -180,7 +142,8 @@ void measureRoutes( Session & session, const std::vector< Vexdp::Ipv4Prefix > & 
 void measureDump( Session & session, const DataPlane & dataPlane, const std::vector< Vexdp::Ipv4Prefix > & prefixes ) {
    auto batches = routeBatches( prefixes, "addRoute", 1, 4096 );
    session.run( batches );
-   fmt::print( "resident with {} routes: {:.0f} MB\n", prefixes.size(), dataPlane.memory() );
+   fmt::print( "resident with {} routes: {:.0f} MB\n", prefixes.size(),
+               double( Bench::residentOf( dataPlane.pid() ) ) / 1e6 );
    for ( int i = 0; i < 3; ++i ) {
       double seconds = 0;
       const auto requests = session.dump( seconds );

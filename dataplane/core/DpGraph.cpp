@@ -27,9 +27,14 @@ Module * Graph::find( std::string_view name ) const {
 }
 
 Outcome Graph::add( std::unique_ptr< Module > module ) {
-   const auto [ at, added ] = modules_.try_emplace( module->name(), nullptr );
-   if ( !added ) return refuse( EEXIST, "the name is in use by a module of class {}", at->second->mclass().name );
-   at->second = std::move( module );
+   const auto & mclass = module->mclass();
+   if ( const auto * present = find( module->name() ) )
+      return refuse( EEXIST, "the name is in use by a module of class {}", present->mclass().name );
+   if ( mclass.shared ) {
+      const auto [ at, added ] = shared_.try_emplace( &mclass, module.get() );
+      if ( !added ) return refuse( EEXIST, "class {} has its one module, {}", mclass.name, at->second->name() );
+   }
+   modules_.emplace( module->name(), std::move( module ) );
    return {};
 }
 
@@ -41,8 +46,14 @@ Outcome Graph::remove( std::string_view name ) {
       if ( module.ogates_[ ogate ].peer != nullptr ) cut( module, ogate );
    const auto upstream = module.upstream_;
    for ( const auto & [ from, ogate ] : upstream ) cut( *from, ogate );
+   if ( module.mclass().shared ) shared_.erase( &module.mclass() );
    modules_.erase( at );
    return {};
+}
+
+void Graph::clear() {
+   shared_.clear();
+   modules_.clear();
 }
 
 Outcome Graph::connect( std::string_view from, std::uint64_t ogate, std::string_view to, std::uint64_t igate ) {

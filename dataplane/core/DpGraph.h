@@ -3,6 +3,8 @@
 
 #include "DpModule.h"
 
+#include <absl/container/flat_hash_map.h>
+
 #include <map>
 #include <memory>
 #include <string>
@@ -18,8 +20,14 @@ class Graph {
    const Modules & modules() const { return modules_; }
    // Null when there is none of the name.
    Module * find( std::string_view name ) const;
+   // The module of a class that is shared; null when there is none.
+   template < class T >
+   T * shared() const {
+      const auto at = shared_.find( &T::moduleClass() );
+      return at == shared_.end() ? nullptr : static_cast< T * >( at->second );
+   }
 
-   // EEXIST: the name is in use.
+   // EEXIST: the name is in use, or the class is shared and has its module.
    Outcome add( std::unique_ptr< Module > module );
    // Disconnects it on both sides first. ENOENT: there is none of the name.
    Outcome remove( std::string_view name );
@@ -29,12 +37,13 @@ class Graph {
    // ENOENT: the module is not there. ENOTCONN: the gate is not connected.
    Outcome disconnect( std::string_view from, std::uint64_t ogate );
 
-   void clear() { modules_.clear(); }
+   void clear();
 
  private:
    static void cut( Module & from, GateId ogate );
 
    Modules modules_;
+   absl::flat_hash_map< const ModuleClass *, Module * > shared_;
 };
 
 } // namespace Vexdp

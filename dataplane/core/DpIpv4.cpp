@@ -43,6 +43,12 @@ void Ipv4Header::checksumRenew() {
    put16( at_ + 10, std::uint16_t( ~onesSum( { at_, headerLen() } ) ) );
 }
 
+void Ipv4Header::dscpIs( std::uint8_t dscp ) {
+   const auto before = get16( at_ );
+   at_[ 1 ] = std::uint8_t( dscp << 2 | ( at_[ 1 ] & 3 ) );
+   put16( at_ + 10, checksumChanged( checksum(), before, get16( at_ ) ) );
+}
+
 void Ipv4Header::ttlDecrement() {
    const auto before = get16( at_ + 8 );
    --at_[ 8 ];

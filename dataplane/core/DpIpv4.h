@@ -51,6 +51,8 @@ class Ipv4Header {
 
    bool checksumGood() const { return onesSum( { at_, headerLen() } ) == 0xffff; }
    void checksumRenew();
+   // Keeps the lower two bits of the TOS, which are of ECN (RFC 3168), and the checksum right. REQUIRES: dscp < 64
+   void dscpIs( std::uint8_t dscp );
    // Takes one from the TTL and keeps the checksum right. REQUIRES: ttl() > 0
    void ttlDecrement();
 

@@ -17,6 +17,7 @@ namespace Vexdp {
 
 class Context;
 class Fate;
+class Graph;
 class Module;
 class Packet;
 struct ModuleClass;
@@ -51,9 +52,11 @@ class Module {
    struct Identity {
       std::string name;
       const ModuleClass & mclass;
+      const Graph & graph; // that it will be in
    };
 
-   explicit Module( Identity identity ) : name_( std::move( identity.name ) ), mclass_( identity.mclass ) {}
+   explicit Module( Identity identity ) :
+        name_( std::move( identity.name ) ), mclass_( identity.mclass ), graph_( identity.graph ) {}
    virtual ~Module() = default;
    Module( const Module & ) = delete;
    Module & operator=( const Module & ) = delete;
@@ -82,12 +85,17 @@ class Module {
    // Packets that were dropped here, or left by a gate that leads nowhere.
    std::uint64_t deadEnds() const { return deadEnds_; }
 
+ protected:
+   // To find the module of a shared class. Not while it is made or destroyed.
+   const Graph & graph() const { return graph_; }
+
  private:
    friend class Graph;
    friend class Walk;
 
    std::string name_;
    const ModuleClass & mclass_;
+   const Graph & graph_;
    std::optional< google::protobuf::Any > initArg_;
    std::vector< OGate > ogates_;
    std::vector< GateCounters > igates_;

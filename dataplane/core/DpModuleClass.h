@@ -43,6 +43,8 @@ struct ModuleClass {
    // REQUIRES: check( init ) is ok
    std::unique_ptr< Module > ( *make )( Module::Identity identity, const google::protobuf::Message & init );
    std::vector< Command > commands;
+   // Other modules look its module up: a graph has at most one, and a dump tells its commands before the others'.
+   bool shared = false;
 
    // Null when there is none of the name.
    const Command * command( std::string_view name ) const;
@@ -60,6 +62,12 @@ ModuleClass describe( std::string name, std::string help, GateLimits gates, std:
                return std::make_unique< T >( std::move( identity ), static_cast< const Init & >( init ) );
             },
             std::move( commands ) };
+}
+
+// The same class, shared.
+inline ModuleClass shared( ModuleClass mclass ) {
+   mclass.shared = true;
+   return mclass;
 }
 
 namespace Detail {

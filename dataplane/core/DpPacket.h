@@ -16,6 +16,7 @@ class Packet {
    struct Meta {
       std::uint64_t ingressIntf = 0;
       std::uint32_t vrf = 0;
+      std::uint8_t trafficClass = 0;
       std::uint32_t nhIndex = 0; // in the next-hop or resolve module ahead
       bool ethernet = false;     // the bytes begin with an Ethernet header, otherwise with an IP header
       bool own = false;          // sent by the router itself

@@ -19,6 +19,10 @@ void countPacket( GateCounters & gate, const Packet & packet, double now ) {
 
 } // namespace
 
+Context::Context( CounterTable & counters, bool counting ) :
+     counters_( counters ), counting_( counting ),
+     now_( std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count() ) {}
+
 Fate Context::send( std::string_view intfname, const MacAddr & mac ) {
    if ( trace_ != nullptr ) {
       trace_->clear_reason();
@@ -46,9 +50,7 @@ void Context::noteIs( std::string_view text ) {
    action += text;
 }
 
-Walk::Walk( CounterTable & counters, bool counting ) :
-     context_( counters, counting ),
-     now_( std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count() ) {}
+Walk::Walk( CounterTable & counters, bool counting ) : context_( counters, counting ) {}
 
 void Walk::run( Module & source, Packet packet, Reply * trace ) {
    context_.trace_ = trace;
@@ -102,8 +104,8 @@ Module * Walk::cross( Module & from, GateId ogate, const Packet & packet ) {
    auto & gate = from.ogates_[ ogate ];
    context_.igate_ = gate.igate;
    if ( context_.counting_ ) {
-      countPacket( gate.counters, packet, now_ );
-      countPacket( gate.peer->igates_[ gate.igate ], packet, now_ );
+      countPacket( gate.counters, packet, context_.now_ );
+      countPacket( gate.peer->igates_[ gate.igate ], packet, context_.now_ );
    }
    return gate.peer;
 }

@@ -70,12 +70,17 @@ class Context {
       if ( counting_ ) counters_.add( counter );
    }
 
+   // True when what happens to the packet is to stay: counts, sequence numbers.
+   bool counting() const { return counting_; }
+   // Seconds since 1970.
+   double now() const { return now_; }
+
    // One more packet that the module made of this one. It leaves by the gate, after this one has found its end.
    void also( Packet && packet, GateId ogate );
 
  private:
    friend class Walk;
-   Context( CounterTable & counters, bool counting ) : counters_( counters ), counting_( counting ) {}
+   Context( CounterTable & counters, bool counting );
 
    struct Parked {
       Packet packet;
@@ -89,6 +94,7 @@ class Context {
 
    CounterTable & counters_;
    bool counting_;
+   double now_;
    vex::pb::TracePacketReply * trace_ = nullptr;
    vex::pb::TracePacketReply::Step * step_ = nullptr;
    Module * at_ = nullptr;
@@ -124,7 +130,6 @@ class Walk {
    void lose( Module & module, const Packet & packet, fmt::format_string< Args... > why, Args &&... args );
 
    Context context_;
-   double now_;
 };
 
 } // namespace Vexdp

@@ -32,7 +32,7 @@ class FibIpv4 : public Module {
    // When the init message doesn't say.
    static constexpr std::uint32_t kDefaultRules = 1u << 20;
    static constexpr std::uint32_t kMaxRules = 1u << 22;
-   static_assert( 2 * kMaxRules <= LpmPool::kMaxBlocks );
+   static_assert( std::size_t( 2 ) * kMaxRules <= LpmPool::kMaxBlocks );
    // Every VRF costs half a megabyte of address space.
    static constexpr std::size_t kMaxVrfs = 4096;
 

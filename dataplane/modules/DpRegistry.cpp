@@ -7,9 +7,15 @@
 #include "DpIp4IpsecTun.h"
 #include "DpIpInput.h"
 #include "DpIpOutput.h"
+#include "DpIpsecIn.h"
+#include "DpIpsecManagement.h"
+#include "DpIpsecOut.h"
+#include "DpKyAcl.h"
+#include "DpKyAclDb.h"
 #include "DpMcastFib.h"
 #include "DpNextHop.h"
 #include "DpNhResolve.h"
+#include "DpPolicyQos.h"
 #include "DpPorts.h"
 #include "DpTrap.h"
 
@@ -20,11 +26,29 @@ namespace Vexdp {
 std::span< const ModuleClass * const > moduleClasses() {
    static const auto classes = [] {
       std::vector< const ModuleClass * > all = {
-           &EtherClassify::moduleClass(), &FibIpv4::moduleClass(),      &ForUsClassifyIpv4::moduleClass(),
-           &Ip4GreTun::moduleClass(),     &Ip4IpsecTun::moduleClass(),  &IpInput::moduleClass(),
-           &IpOutput::moduleClass(),      &McastFibIpv4::moduleClass(), &McastFibIpv6::moduleClass(),
-           &NextHop::moduleClass(),       &NhResolve::moduleClass(),    &PortRx::moduleClass(),
-           &PortRxCp::moduleClass(),      &PortTx::moduleClass(),       &PortTxCp::moduleClass(),
+           &EtherClassify::moduleClass(),
+           &FibIpv4::moduleClass(),
+           &ForUsClassifyIpv4::moduleClass(),
+           &Ip4GreTun::moduleClass(),
+           &Ip4IpsecTun::moduleClass(),
+           &IpInput::moduleClass(),
+           &IpOutput::moduleClass(),
+           &IpsecDecrypt::moduleClass(),
+           &IpsecEncrypt::moduleClass(),
+           &IpsecManagement::moduleClass(),
+           &IpsecTunnelEgress::moduleClass(),
+           &IpsecTunnelIngress::moduleClass(),
+           &KyAcl::moduleClass(),
+           &KyAclDb::moduleClass(),
+           &McastFibIpv4::moduleClass(),
+           &McastFibIpv6::moduleClass(),
+           &NextHop::moduleClass(),
+           &NhResolve::moduleClass(),
+           &PolicyQos::moduleClass(),
+           &PortRx::moduleClass(),
+           &PortRxCp::moduleClass(),
+           &PortTx::moduleClass(),
+           &PortTxCp::moduleClass(),
            &Trap::moduleClass(),
       };
       std::ranges::sort( all, {}, &ModuleClass::name );

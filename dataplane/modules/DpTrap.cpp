@@ -5,15 +5,27 @@
 
 namespace Vexdp {
 
+using vex::pb::PolicyApplyArg;
+
 const ModuleClass & Trap::moduleClass() {
-   static const ModuleClass self = describe< Trap, bess::pb::EmptyArg >( "Trap", "packets that go to the router itself",
-                                                                         { .igates = kMaxGates, .ogates = 0 }, {} );
+   static const ModuleClass self = describe< Trap, bess::pb::EmptyArg >(
+        "Trap", "packets that go to the router itself", { .igates = kMaxGates, .ogates = 0 },
+        { command< &Trap::applyPolicy >( "applyPolicy" ) } );
    return self;
 }
 
-Fate Trap::process( Packet &, Context & context ) {
+Outcome Trap::applyPolicy( const PolicyApplyArg & arg ) { return policy_.bind( graph(), RuleTarget::cpu, arg ); }
+
+Fate Trap::process( Packet & packet, Context & context ) {
+   packet.meta.trafficClass = 0;
+   if ( auto header = packet.meta.ethernet ? std::nullopt : Ipv4Header::of( packet ) ) {
+      const auto * rule = policy_.apply( *header, packet, context );
+      if ( rule != nullptr && rule->permit == false ) return context.drop( kNoCounter, "denied" );
+   }
    context.note( "handed to the router" );
    return context.deliver();
 }
+
+std::string Trap::desc() const { return policy_.table() == nullptr ? "" : policy_.desc( RuleTarget::cpu ); }
 
 } // namespace Vexdp

@@ -4,6 +4,7 @@
 
 #include <google/protobuf/arena.h>
 
+#include <algorithm>
 #include <set>
 #include <string_view>
 
@@ -92,6 +93,7 @@ Dump::Dump( const Graph & graph, std::uint64_t number, const RepeatedPtrField< s
    const std::set< std::string_view > wanted( names.begin(), names.end() );
    for ( const auto & [ name, module ] : graph.modules() )
       if ( wanted.empty() || wanted.contains( name ) ) add( *module );
+   std::ranges::stable_partition( commands_, &Commands::shared );
 }
 
 void Dump::add( const Module & module ) {
@@ -109,7 +111,7 @@ void Dump::add( const Module & module ) {
       connect.set_m2( gate.peer->name() );
       connect.set_igate( gate.igate );
    }
-   commands_.push_back( { module.name(), module.commands() } );
+   commands_.push_back( { module.name(), module.mclass().shared, module.commands() } );
 }
 
 void Dump::tell( const std::function< bool( const Batch & ) > & write ) const {

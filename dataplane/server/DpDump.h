@@ -1,5 +1,6 @@
 // The state of a graph as the requests that would rebuild it: first the modules, then the connections, then, module by
-// module, the commands; modules in the order of their names.
+// module, the commands; modules in the order of their names, but for the commands of those that others refer to, which
+// are first. Key material is left out: what needs a key is told, and not rebuilt.
 #pragma once
 
 #include "DpGraph.h"
@@ -29,6 +30,7 @@ class Dump {
 
    struct Commands {
       std::string module;
+      bool shared;
       CommandSource tell;
    };
 

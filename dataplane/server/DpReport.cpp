@@ -30,6 +30,7 @@ Code codeOf( int errnoCode ) {
    case EEXIST: return alreadyExists;
    case ENOSPC: return resourceExhausted;
    case EBUSY:
+   case ENODEV:
    case ENOTCONN: return failedPrecondition;
    case ERANGE: return outOfRange;
    case EOPNOTSUPP: return unimplemented;

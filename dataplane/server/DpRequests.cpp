@@ -34,7 +34,7 @@ Outcome Requests::create( const bess::pb::CreateModuleRequest & request, std::st
    if ( auto out = initOf( request, *init ); !out.ok() ) return out;
    if ( auto out = mclass->check( *init ); !out.ok() ) return out;
    name = request.name().empty() ? madeUpName( *mclass ) : request.name();
-   auto module = mclass->make( { name, *mclass }, *init );
+   auto module = mclass->make( { name, *mclass, graph_ }, *init );
    if ( request.has_arg() ) module->initArgIs( request.arg() );
    return graph_.add( std::move( module ) );
 }

@@ -123,9 +123,20 @@ void AgentSm::handleInitialized() {
    GANT_ASSERT( aclCauseStatus() );
    lookUpAclState();
    aclConfigAggregatorSmIs();
+   aclHelperIs();
+   aclSmIs();
+   qosAclHelperIs();
+   qosAclSmIs();
+   natHelperIs();
    staticNatInfoIs();
+   nhMapConfigIs();
+   nhMapStatusIs();
+   natRouteResolverSmIs();
+   natSmIs();
    attrLogSmIs();
    ipsecHelperIs();
+   ipsecConnectionTableSmIs();
+   ipsecGrpcSmIs();
    // Interfaces that the kernel creates from now on accept packets that carry a source address local to the device.
    Zeph::writeProcSys( "/proc/sys/net/ipv4/conf/default/accept_local", "1" );
 }
@@ -172,6 +183,7 @@ void AgentSm::createProcessing() {
    hulIntfStatusSmIs();
    packedArgsIs();
    routeDbIs();
+   tunnelDbIs();
    tunnelL2AdjRequestIs();
    tunnelL2AdjResponseIs();
    vexcsd()->moduleGlobalCmdConfig()->moduleConfigStatusPairIs( "l3" );
@@ -188,11 +200,15 @@ void AgentSm::createProcessing() {
    resolvedNexthopGroupStatusIs();
    vrfHelperIs();
    hulVrfRootSmIs();
+   fecVersionSmIs();
    // Before the machine of monitored next hops, which it therefore does not get.
    hulRouteResolverSmIs();
    monitoredNexthopSmIs();
+   routingStatusSmIs();
+   vexVrrpSmIs();
    nexthopGroupSmIs();
    nexthopGroupConfigMergeSmIs();
+   capacitySmIs();
 }
 
 U32 maxVrfsOf( bool namespaceDut, U64 physicalMemory ) {
@@ -238,6 +254,12 @@ void AgentSm::vifStatusCollIs( const Gant::Ptr< const Routing::KernelMfib::Statu
    vifStatusColl_ = vifStatusColl;
 }
 
+void AgentSm::l2l3SharedIs( const Gant::Ptr< Vex::L2L3SharedData > & l2l3Shared ) { l2l3Shared_ = l2l3Shared; }
+
+void AgentSm::natSharedIs( const Gant::Ptr< Vex::NatSharedData > & natShared ) { natShared_ = natShared; }
+
+void AgentSm::aclSharedIs( const Gant::Ptr< Vex::AclSharedData > & aclShared ) { aclShared_ = aclShared; }
+
 void AgentSm::constrainersCreatedIs( bool constrainersCreated ) { constrainersCreated_ = constrainersCreated; }
 
 void AgentSm::hasNotificationActiveIs( bool active ) {
@@ -259,10 +281,21 @@ void AgentSm::hasNotificationActiveIs( bool active ) {
    pass( monitoredNexthopSm() );
    pass( hulRouteResolverSm() );
    pass( hulTunnelSm() );
+   pass( routingStatusSm() );
+   pass( vexVrrpSm() );
    pass( aclConfigAggregatorSm() );
+   pass( natRouteResolverSm() );
+   pass( natSm() );
+   pass( natLoopbackSm() );
+   pass( aclSm() );
+   pass( qosAclSm() );
+   pass( ipsecConnectionTableSm() );
+   pass( ipsecGrpcSm() );
+   pass( fecVersionSm() );
    pass( mfaAgent() );
    pass( mfa6Agent() );
    pass( l3Sm() );
+   pass( capacitySm() );
 }
 
 void AgentSm::gantDoZombieReactors( bool zombie ) { PtrInterface::gantDoZombieReactors( zombie ); }
@@ -273,6 +306,10 @@ AgentSm::~AgentSm() {
    AgentSm::gantDoZombieReactors( true );
    tunnelL2AdjRequestDel();
    tunnelL2AdjResponseDel();
+   vxlanTunnelConfigDirDel();
+   vxlanTunnelStatusDirDel();
+   vxlanHerTunnelConfigDirDel();
+   vxlanHerTunnelStatusDirDel();
    hulL3IntfTableDel();
    hulL3IntfSmDel();
    intfVlanIdSetTableDel();
@@ -306,14 +343,31 @@ AgentSm::~AgentSm() {
    hulRouteResolverSmDel();
    hulTunnelSmDel();
    routingStatusDel();
+   routingStatusSmDel();
+   vexVrrpSmDel();
    staticNatInfoDel();
    aclConfigAggregatorSmDel();
+   natHelperDel();
+   nhMapConfigDel();
+   nhMapStatusDel();
+   natRouteResolverSmDel();
+   natSmDel();
+   natLoopbackSmDel();
+   aclHelperDel();
+   aclSmDel();
+   qosAclHelperDel();
+   qosAclSmDel();
    routeDbDel();
    ipsecHelperDel();
+   ipsecConnectionTableSmDel();
+   ipsecGrpcSmDel();
+   fecVersionSmDel();
    mfaAgentDel();
    mfa6AgentDel();
    l3ModulesDel();
    l3SmDel();
+   tunnelDbDel();
+   capacitySmDel();
 }
 
 } // namespace VexL3Unicast

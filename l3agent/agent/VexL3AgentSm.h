@@ -4,7 +4,8 @@
 //   initialised   initializedIs( true ): state is looked up, tables and helpers stand
 //   processing    maybeStartProcessing(): capabilities are published, the FIB and every state machine stand
 //
-// Phase two needs phase one. The data plane is told nothing before phase two. All of it runs on the thread of the
+// Phase two needs phase one. Before phase two the data plane is told of IPsec, and of access lists and policies that
+// are applied: they stand before the first interface does. All of it runs on the thread of the
 // activity loop, which the host runs. There is no way back but the destructor; a new agent starts from nothing, and is
 // fed again by the layer.
 #pragma once
@@ -37,7 +38,11 @@ class Config;
 namespace Errdisable {
 class CauseStatus;
 }
+namespace Hardware::Capacity::VexL3Unicast {
+class CapacitySm;
+}
 namespace Hul {
+class AclSm;
 class AdjReviewEvent;
 class FilteredVrfLists;
 class HulSeqStatusCreatorSm;
@@ -50,7 +55,11 @@ class L3Config;
 class L3HostStatus;
 class L3Status;
 class MonitoredNexthopSm;
+class NatSm;
+class NextHopMapConfig;
+class NextHopMapStatus;
 struct PackedArgs;
+class QosAclSm;
 class ResolvedNexthopGroupStatus;
 class RouteResolverSm;
 class VrfRootSm;
@@ -79,6 +88,9 @@ namespace IntfVlanIdSet {
 class ConfigSm;
 class Table;
 } // namespace IntfVlanIdSet
+namespace HulIpsec {
+class HulConnectionTableSm;
+}
 namespace Ip {
 class VrfCapability;
 namespace Nat {
@@ -121,7 +133,12 @@ namespace Tunnel::TunnelTable {
 class EvpnVxlanTunnelTable;
 }
 namespace Vex {
+class AclHelper;
+class AclSharedData;
+class L2L3SharedData;
 class ManagementSm;
+class NatSharedData;
+class QosAclHelper;
 class VexCommonSmData;
 } // namespace Vex
 namespace VexL3Mcast {
@@ -147,15 +164,38 @@ class NexthopGroupSm;
 namespace VexL3Unicast {
 
 class AdjHelper;
+class FecVersionSm;
+class IpsecGrpcSm;
 class IpsecHelper;
 class L3Modules;
+class NatHelper;
+class NatLoopbackSm;
+class NatRouteResolverSm;
 class Route4Helper;
 class Route6Helper;
 class RouteDb;
 class RoutingStatus;
 class RoutingStatusHelper;
+class RoutingStatusSm;
+class TunnelConfigDir;
+class TunnelDb;
+class TunnelStatusDir;
 class VexL3Sm;
 class VexVrfHelper;
+class VexVrrpSm;
+
+// As GANT_OWNED, for an object that the host may want and the agent does not: its setters are there for the host.
+#define AGENT_HOSTED( T, name, Name, params )                                                                          \
+ public:                                                                                                               \
+   const Gant::Ptr< T > & name() const { return name##_; }                                                             \
+   Gant::Ptr< T > new##Name params;                                                                                    \
+   VEXL3_EXPORT const Gant::Ptr< T > & name##Is params;                                                                \
+   VEXL3_EXPORT void name##Del();                                                                                      \
+                                                                                                                       \
+ private:                                                                                                              \
+   Gant::Ptr< T > name##_;                                                                                             \
+                                                                                                                       \
+ public:
 
 // It owns every state machine, helper and table of the agent, and has no reactor of its own. Attributes stand in the
 // order in which the destructor clears those that it owns.
@@ -227,6 +267,11 @@ class AgentSm : public Gant::PtrInterface {
 
    GANT_OWNED( Hul::L2AdjRequest, tunnelL2AdjRequest, TunnelL2AdjRequest, () )
    GANT_OWNED( Hul::L2AdjResponse, tunnelL2AdjResponse, TunnelL2AdjResponse, () )
+   // For the host, which names them. A repeated call with the same name keeps the directory.
+   AGENT_HOSTED( TunnelConfigDir, vxlanTunnelConfigDir, VxlanTunnelConfigDir, ( const Gant::Name & name ) )
+   AGENT_HOSTED( TunnelStatusDir, vxlanTunnelStatusDir, VxlanTunnelStatusDir, ( const Gant::Name & name ) )
+   AGENT_HOSTED( TunnelConfigDir, vxlanHerTunnelConfigDir, VxlanHerTunnelConfigDir, ( const Gant::Name & name ) )
+   AGENT_HOSTED( TunnelStatusDir, vxlanHerTunnelStatusDir, VxlanHerTunnelStatusDir, ( const Gant::Name & name ) )
    GANT_OWNED( HulL3Intf::Table, hulL3IntfTable, HulL3IntfTable, () )
    GANT_OWNED( HulL3Intf::ConfigSm, hulL3IntfSm, HulL3IntfSm, () )
    GANT_OWNED( IntfVlanIdSet::Table, intfVlanIdSetTable, IntfVlanIdSetTable, () )
@@ -271,11 +316,20 @@ class AgentSm : public Gant::PtrInterface {
    VEXL3_EXPORT void hulTunnelSmDel();
    const Gant::Ptr< Hul::HulTunnelSm > & hulTunnelSm() const { return hulTunnelSm_; }
    GANT_OWNED( RoutingStatus, routingStatus, RoutingStatus, () )
+   GANT_OWNED( RoutingStatusSm, routingStatusSm, RoutingStatusSm, () )
+   GANT_OWNED( VexVrrpSm, vexVrrpSm, VexVrrpSm, () )
    GANT_ATTR( Gant::Ptr< const Ip::Nat::Config >, natConfig )
    GANT_ATTR( Gant::Ptr< Ip::Nat::Status >, natStatus )
    GANT_ATTR( Gant::Ptr< Ip::Nat::HwStatus >, natHwStatus )
    GANT_ATTR( Gant::Ptr< Ip::Nat::HwCapabilities >, natHwCapabilities )
    GANT_OWNED( MrouteLib::StaticNatInfo, staticNatInfo, StaticNatInfo, () )
+   // For the host: what it shares with the other agents of the process.
+   VEXL3_EXPORT void l2l3SharedIs( const Gant::Ptr< Vex::L2L3SharedData > & l2l3Shared );
+   const Gant::Ptr< Vex::L2L3SharedData > & l2l3Shared() const { return l2l3Shared_; }
+   VEXL3_EXPORT void natSharedIs( const Gant::Ptr< Vex::NatSharedData > & natShared );
+   const Gant::Ptr< Vex::NatSharedData > & natShared() const { return natShared_; }
+   VEXL3_EXPORT void aclSharedIs( const Gant::Ptr< Vex::AclSharedData > & aclShared );
+   const Gant::Ptr< Vex::AclSharedData > & aclShared() const { return aclShared_; }
    GANT_ATTR( Gant::Ptr< Acl::StatusDp >, aclStatusDp )
    GANT_ATTR( Gant::Ptr< const Gant::Dir >, aclInputConfig )
    GANT_ATTR( Gant::Ptr< const Acl::Input::Config >, aclCliConfig )
@@ -286,21 +340,37 @@ class AgentSm : public Gant::PtrInterface {
    GANT_ATTR( Gant::Ptr< const Gant::Dir >, aclHwConfig )
    GANT_ATTR( Gant::Ptr< Errdisable::CauseStatus >, aclCauseStatus )
    GANT_ATTR( Gant::Ptr< const Lag::Input::Config >, lagInputConfig )
+   GANT_OWNED( NatHelper, natHelper, NatHelper, () )
+   GANT_OWNED( Hul::NextHopMapConfig, nhMapConfig, NhMapConfig, () )
+   GANT_OWNED( Hul::NextHopMapStatus, nhMapStatus, NhMapStatus, () )
+   GANT_OWNED( NatRouteResolverSm, natRouteResolverSm, NatRouteResolverSm, () )
+   GANT_OWNED( Hul::NatSm, natSm, NatSm, () )
+   // For the host, which may have a port for it.
+   AGENT_HOSTED( NatLoopbackSm, natLoopbackSm, NatLoopbackSm, () )
    GANT_ATTR( Gant::Ptr< const Bridging::Topology::Config >, bridgingTopoConfig )
    VEXL3_EXPORT void mbrIntfIs( const Gant::Ptr< Routing::Multicast::Fib::MbrIntf > & mbrIntf );
    const Gant::Ptr< Routing::Multicast::Fib::MbrIntf > & mbrIntf() const { return mbrIntf_; }
    GANT_ATTR( Gant::Ptr< const HwEpoch::Status >, hwEpochStatus )
    VEXL3_EXPORT void vifStatusCollIs( const Gant::Ptr< const Routing::KernelMfib::StatusColl > & vifStatusColl );
    const Gant::Ptr< const Routing::KernelMfib::StatusColl > & vifStatusColl() const { return vifStatusColl_; }
+   GANT_OWNED( Vex::AclHelper, aclHelper, AclHelper, () )
+   GANT_OWNED( Hul::AclSm, aclSm, AclSm, () )
+   GANT_OWNED( Vex::QosAclHelper, qosAclHelper, QosAclHelper, () )
+   GANT_OWNED( Hul::QosAclSm, qosAclSm, QosAclSm, () )
    // Kept for the host.
    VEXL3_EXPORT void constrainersCreatedIs( bool constrainersCreated );
    bool constrainersCreated() const { return constrainersCreated_; }
    GANT_OWNED( RouteDb, routeDb, RouteDb, () )
    GANT_OWNED( IpsecHelper, ipsecHelper, IpsecHelper, () )
+   GANT_OWNED( HulIpsec::HulConnectionTableSm, ipsecConnectionTableSm, IpsecConnectionTableSm, () )
+   GANT_OWNED( IpsecGrpcSm, ipsecGrpcSm, IpsecGrpcSm, () )
+   GANT_OWNED( FecVersionSm, fecVersionSm, FecVersionSm, () )
    GANT_OWNED( VexL3Mcast::MfaAgent, mfaAgent, MfaAgent, () )
    GANT_OWNED( VexL3Mcast::MfaAgent, mfa6Agent, Mfa6Agent, () )
    GANT_OWNED( L3Modules, l3Modules, L3Modules, () )
    GANT_OWNED( VexL3Sm, l3Sm, L3Sm, () )
+   GANT_OWNED( TunnelDb, tunnelDb, TunnelDb, () )
+   GANT_OWNED( Hardware::Capacity::VexL3Unicast::CapacitySm, capacitySm, CapacitySm, () )
 
  private:
    void handleInitialized();
@@ -310,6 +380,9 @@ class AgentSm : public Gant::PtrInterface {
    void initHwCapabilities();
 
    Gant::Ptr< Hul::HulTunnelSm > hulTunnelSm_;
+   Gant::Ptr< Vex::L2L3SharedData > l2l3Shared_;
+   Gant::Ptr< Vex::NatSharedData > natShared_;
+   Gant::Ptr< Vex::AclSharedData > aclShared_;
    Gant::Ptr< Routing::Multicast::Fib::MbrIntf > mbrIntf_;
    Gant::Ptr< const Routing::KernelMfib::StatusColl > vifStatusColl_;
    bool constrainersCreated_ = false;

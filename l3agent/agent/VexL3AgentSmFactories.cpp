@@ -30,6 +30,20 @@ AGENT_OWNED( Hul::L2AdjResponse, tunnelL2AdjResponse, TunnelL2AdjResponse ) {
    return Gant::make< Hul::L2AdjResponse >( "tunnelL2AdjResponse" );
 }
 
+// A directory of the host's, by name.
+#define AGENT_DIR( T, attr, Attr, factory )                                                                            \
+   const Gant::Ptr< T > & AgentSm::attr##Is( const Gant::Name & name ) {                                               \
+      if ( !attr##_ || attr##_->name() != name ) attr##_ = new##Attr( name );                                          \
+      return attr##_;                                                                                                  \
+   }                                                                                                                   \
+   void AgentSm::attr##Del() { attr##_ = nullptr; }                                                                    \
+   Gant::Ptr< T > AgentSm::new##Attr( const Gant::Name & name ) { return factory( name ); }
+
+AGENT_DIR( TunnelConfigDir, vxlanTunnelConfigDir, VxlanTunnelConfigDir, tunnelConfigDirFactory )
+AGENT_DIR( TunnelStatusDir, vxlanTunnelStatusDir, VxlanTunnelStatusDir, tunnelStatusDirFactory )
+AGENT_DIR( TunnelConfigDir, vxlanHerTunnelConfigDir, VxlanHerTunnelConfigDir, tunnelConfigDirFactory )
+AGENT_DIR( TunnelStatusDir, vxlanHerTunnelStatusDir, VxlanHerTunnelStatusDir, tunnelStatusDirFactory )
+
 AGENT_OWNED( HulL3Intf::Table, hulL3IntfTable, HulL3IntfTable ) {
    return Gant::make< HulL3Intf::Table >( "hulL3IntfTable", true );
 }
@@ -81,7 +95,7 @@ AGENT_OWNED( VexL3Unicast::AdjHelper, adjHelper, AdjHelper ) {
 }
 
 AGENT_OWNED( Hul::L2AdjHelper, hulL2AdjHelper, HulL2AdjHelper ) {
-   const auto helper = Gant::make< Hul::L2AdjHelper >( Hul::L2AdjHelper::Args{
+   auto helper = Gant::make< Hul::L2AdjHelper >( Hul::L2AdjHelper::Args{
         .vexcsd = vexcsd(),
         .hulL3Config = hulL3Config(),
         .hulL3Status = hulL3Status(),
@@ -279,6 +293,15 @@ AGENT_OWNED( VexL3Unicast::RoutingStatus, routingStatus, RoutingStatus ) {
    return routingStatusFactory( "routingStatus" );
 }
 
+AGENT_OWNED( VexL3Unicast::RoutingStatusSm, routingStatusSm, RoutingStatusSm ) {
+   return RoutingStatusSmIs( vexcsd(), routingStatus(), bridgingConfig() );
+}
+
+AGENT_OWNED( VexL3Unicast::VexVrrpSm, vexVrrpSm, VexVrrpSm ) {
+   return VexVrrpSmIs( vexcsd(), mounted( fhrpMounts(), &FhrpMounts::virtualMacStatusIn ),
+                       mounted( fhrpMounts(), &FhrpMounts::fhrpHwStatus ) );
+}
+
 AGENT_OWNED( MrouteLib::StaticNatInfo, staticNatInfo, StaticNatInfo ) {
    return Gant::make< MrouteLib::StaticNatInfo >();
 }
@@ -288,10 +311,108 @@ AGENT_OWNED( Acl::AclConfigAggregatorSm, aclConfigAggregatorSm, AclConfigAggrega
         Acl::AclConfigAggregatorSm::Args{ aclInputConfig(), aclCliConfig(), aclConfig() } );
 }
 
+AGENT_OWNED( Vex::AclHelper, aclHelper, AclHelper ) {
+   return Gant::make< Vex::AclHelper >( vexcsd(), aclConfig(), aclStatusDp(), counterMirel() );
+}
+
+AGENT_OWNED( Hul::AclSm, aclSm, AclSm ) {
+   const auto sm = Gant::make< Hul::AclSm >( Hul::AclSm::Args{ .vexcsd = vexcsd(),
+                                                               .aclConfig = aclConfig(),
+                                                               .aclParamConfig = aclParamConfig(),
+                                                               .aclIntfConfigDir = aclIntfConfigDir(),
+                                                               .aclIntfConfigCli = aclIntfConfigCli(),
+                                                               .aclHwConfig = aclHwConfig(),
+                                                               .aclStatusDp = aclStatusDp(),
+                                                               .aclCauseStatus = aclCauseStatus(),
+                                                               .lagInputConfig = lagInputConfig(),
+                                                               .aclHelper = aclHelper(),
+                                                               .clock = Gant::activityManager()->config().clock(),
+                                                               .bridgingConfig = bridgingConfig() } );
+   sm->startIs( true );
+   return sm;
+}
+
+AGENT_OWNED( Vex::QosAclHelper, qosAclHelper, QosAclHelper ) {
+   return Gant::make< Vex::QosAclHelper >(
+        mounted( qosMounts(), &QosMounts::qosStatus ), mounted( qosMounts(), &QosMounts::qosAclSliceHwStatus ),
+        aclConfig(), mounted( qosMounts(), &QosMounts::qosAclHwStatus ), vexcsd(), counterMirel() );
+}
+
+AGENT_OWNED( Hul::QosAclSm, qosAclSm, QosAclSm ) {
+   const auto sm = Gant::make< Hul::QosAclSm >(
+        Hul::QosAclSm::Args{ .vexcsd = vexcsd(),
+                             .qosCliCounterConfig = mounted( qosMounts(), &QosMounts::qosCliCounterConfig ),
+                             .qosCounterConfigDir = mounted( qosMounts(), &QosMounts::qosCounterConfigDir ),
+                             .qosStatus = mounted( qosMounts(), &QosMounts::qosStatus ),
+                             .qosHwStatus = mounted( qosMounts(), &QosMounts::qosHwStatus ),
+                             .qosSliceHwStatusDir = mounted( qosMounts(), &QosMounts::qosSliceHwStatusDir ),
+                             .qosAclHwStatus = mounted( qosMounts(), &QosMounts::qosAclHwStatus ),
+                             .qosAclSliceHwStatus = mounted( qosMounts(), &QosMounts::qosAclSliceHwStatus ),
+                             .qosPdpHwCfg = mounted( qosMounts(), &QosMounts::qosPdpHwCfg ),
+                             .hwEpochStatus = hwEpochStatus(),
+                             .aclConfig = aclConfig(),
+                             .qosAclHelper = qosAclHelper(),
+                             .clock = mounted( qosMounts(), &QosMounts::clock ) } );
+   sm->startIs( true );
+   return sm;
+}
+
+AGENT_OWNED( VexL3Unicast::NatHelper, natHelper, NatHelper ) {
+   const auto helper = NatHelperIs( aclSm() );
+   helper->hulL3IntfTableIs( hulL3IntfTable() );
+   helper->vexcsdIs( vexcsd() );
+   return helper;
+}
+
+AGENT_OWNED( Hul::NextHopMapConfig, nhMapConfig, NhMapConfig ) {
+   return Gant::make< Hul::NextHopMapConfig >( "NatNextHopConfig" );
+}
+
+AGENT_OWNED( Hul::NextHopMapStatus, nhMapStatus, NhMapStatus ) {
+   return Gant::make< Hul::NextHopMapStatus >( "NatNextHopStatus" );
+}
+
+AGENT_OWNED( VexL3Unicast::NatRouteResolverSm, natRouteResolverSm, NatRouteResolverSm ) {
+   return Gant::make< VexL3Unicast::NatRouteResolverSm >(
+        nhMapConfig(), nhMapStatus(), mounted( routingMounts(), &RoutingMounts::hulRouteReactorConfig ),
+        hulL3Status() );
+}
+
+AGENT_OWNED( Hul::NatSm, natSm, NatSm ) {
+   const auto stateMachine = Gant::make< Hul::NatSm >( Hul::NatSm::Args{ .vexcsd = vexcsd(),
+                                                                         .natStatus = natStatus(),
+                                                                         .natHwStatus = natHwStatus(),
+                                                                         .natHwCapabilities = natHwCapabilities(),
+                                                                         .nhMapConfig = nhMapConfig(),
+                                                                         .nhMapStatus = nhMapStatus(),
+                                                                         .natHelper = natHelper(),
+                                                                         .staticNatInfo = staticNatInfo() } );
+   stateMachine->startIs( true );
+   return stateMachine;
+}
+
+AGENT_OWNED( VexL3Unicast::NatLoopbackSm, natLoopbackSm, NatLoopbackSm ) {
+   return Gant::make< VexL3Unicast::NatLoopbackSm >( vexcsd(), hulL3Status() );
+}
+
 AGENT_OWNED( VexL3Unicast::RouteDb, routeDb, RouteDb ) { return routeDbFactory( "routeDb" ); }
 
 AGENT_OWNED( VexL3Unicast::IpsecHelper, ipsecHelper, IpsecHelper ) {
-   return Gant::make< VexL3Unicast::IpsecHelper >( vexcsd() );
+   return Gant::make< VexL3Unicast::IpsecHelper >( vexcsd(), managementSm() );
+}
+
+AGENT_OWNED( HulIpsec::HulConnectionTableSm, ipsecConnectionTableSm, IpsecConnectionTableSm ) {
+   return Gant::make< HulIpsec::HulConnectionTableSm >( HulIpsec::HulConnectionTableSm::Args{
+        ipsecHelper(), mounted( ipsecMounts(), &IpsecMounts::connectionTable ) } );
+}
+
+AGENT_OWNED( VexL3Unicast::IpsecGrpcSm, ipsecGrpcSm, IpsecGrpcSm ) {
+   return ipsecGrpcSmFactory( ipsecHelper()->ipsecModuleConfigStatusPair() );
+}
+
+AGENT_OWNED( VexL3Unicast::FecVersionSm, fecVersionSm, FecVersionSm ) {
+   return fecVersionSmFactory( "fecVersionSm", routeDb(), portVifStatus(), mcastVifStatus(), vlanStatusDir(),
+                               hulL3Status(), hulVrfRootSm(), vexcsd() );
 }
 
 AGENT_OWNED( VexL3Mcast::MfaAgent, mfaAgent, MfaAgent ) {
@@ -310,8 +431,15 @@ AGENT_OWNED( VexL3Unicast::L3Modules, l3Modules, L3Modules ) { return Gant::make
 
 AGENT_OWNED( VexL3Sm, l3Sm, L3Sm ) {
    return vexL3SmFactory( vexcsd()->moduleGlobalCmdConfig()->moduleConfigStatusPairIs( "l3" ), vexcsd(), l3Modules(),
-                          routeDb(), bridgingConfig(), hulL3Status(), portVifStatus(), vlanStatusDir(), nullptr,
+                          routeDb(), bridgingConfig(), hulL3Status(), portVifStatus(), vlanStatusDir(), tunnelDb(),
                           mfaAgent(), mfa6Agent(), ipsecHelper() );
+}
+
+AGENT_OWNED( VexL3Unicast::TunnelDb, tunnelDb, TunnelDb ) { return tunnelDbFactory(); }
+
+AGENT_OWNED( Hardware::Capacity::VexL3Unicast::CapacitySm, capacitySm, CapacitySm ) {
+   return Gant::make< Hardware::Capacity::VexL3Unicast::CapacitySm >( capacityStatus(),
+                                                                      Gant::activityManager()->clock(), this );
 }
 
 } // namespace VexL3Unicast

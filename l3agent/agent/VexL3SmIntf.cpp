@@ -32,9 +32,10 @@ constexpr U32 tunnel = 300, ipsec = 400, fib = 500;
 }
 
 Ipsec::Ike::EncapId encapIdOf( const Vex::L2Intf & l2Intf ) {
-   Ipsec::Ike::EncapId encapId( l2Intf.ipsecEncapId(), 0 );
-   if ( l2Intf.encapType() == Vex::EncapType::greIpsec_ ) encapId.typeIs( 0 );
-   if ( l2Intf.encapType() == Vex::EncapType::vtiIpsec_ ) encapId.typeIs( 1 );
+   Ipsec::Ike::EncapId encapId;
+   encapId.reqidIs( l2Intf.ipsecEncapId() );
+   if ( l2Intf.encapType() == Vex::EncapType::greIpsec_ ) encapId.typeIs( Ipsec::Ike::EncapIdType::IpsecGre() );
+   if ( l2Intf.encapType() == Vex::EncapType::vtiIpsec_ ) encapId.typeIs( Ipsec::Ike::EncapIdType::IpsecVti() );
    return encapId;
 }
 

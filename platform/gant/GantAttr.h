@@ -8,6 +8,7 @@
 //                                        which returns the value that was held, xxxDelAll(), xxxHas( key ), xxxs(): the
 //                                        number of entries, xxxIterator(): the entries, xxxKeys(): a copy of the keys
 //   GANT_KEYED( M, xxx )                 the same but for xxxIs, which the class writes out since it makes the entries
+//   GANT_INSTANTIATING( M, xxx )         the same, with xxxIs( key ), which makes an entry from a key that has none
 //   GANT_SET( S, xxx )                   xxxIs( key, bool ), xxxDel( key ), xxxDelAll(), xxxHas( key ), xxxs(),
 //                                        xxxIterator(), xxxKeys()
 //   GANT_STACK( T, xxx )                 xxxPush( v ), xxxPop(), xxxs()
@@ -20,6 +21,10 @@
 // GANT_WATCHED, GANT_WATCHED_MAP and GANT_WATCHED_SET take one more argument, the member of the class's Notifiee that
 // is called after a change, with the key for a collection (see GantNotify.h). Setting the present value again changes
 // nothing and tells nobody.
+//
+// GANT_WATCHED_LIMITED takes one more again, a function of the value that raises the range error of a value outside the
+// limits. The value is stored first: one that is refused stays, and nobody is told. The constructor calls the function
+// itself.
 #pragma once
 
 #include "GantActivity.h"
@@ -49,13 +54,17 @@
                                                                                                                        \
  public:
 
-#define GANT_WATCHED( T, name, on, ... )                                                                               \
+#define GANT_WATCHED( T, name, on, ... ) GANT_WATCHED_LIMITED( T, name, on, GANT_NO_LIMITS, __VA_ARGS__ )
+#define GANT_NO_LIMITS( value )
+
+#define GANT_WATCHED_LIMITED( T, name, on, limits, ... )                                                               \
  public:                                                                                                               \
    T const & name() const { return name##_; }                                                                          \
    T const & name##Is( T value ) {                                                                                     \
       GANT_ON_LOOP();                                                                                                  \
       if ( name##_ == value ) return name##_;                                                                          \
       name##_ = std::move( value );                                                                                    \
+      limits( name##_ );                                                                                               \
       notifiees_.tell( &Notifiee::on );                                                                                \
       return name##_;                                                                                                  \
    }                                                                                                                   \
@@ -114,6 +123,14 @@
       return old;                                                                                                      \
    }                                                                                                                   \
    void name##DelAll() { name##_.clear(); }
+
+#define GANT_INSTANTIATING( Map, name )                                                                                \
+   GANT_KEYED( Map, name )                                                                                             \
+   const Map::mapped_type & name##Is( const Map::key_type & key ) {                                                    \
+      auto & entry = name##_[ key ];                                                                                   \
+      if ( !entry ) entry = Gant::make< Map::mapped_type::element_type >( key );                                       \
+      return entry;                                                                                                    \
+   }
 
 #define GANT_MAP( Map, name )                                                                                          \
    GANT_KEYED( Map, name )                                                                                             \

@@ -47,6 +47,9 @@ String valueToStrep( const T & value ) {
       return std::to_string( value );
    } else if constexpr ( std::is_convertible_v< const T &, std::string_view > ) {
       return strepQuoted( value );
+   } else if constexpr ( requires { value.get()->references(); } ) {
+      // A pointer is told by what it points at, and there is no way back.
+      return value ? String( "<" ) + value->fwkType() + ">" : String( "None" );
    } else {
       return value.strep();
    }
@@ -61,6 +64,9 @@ void valueFromStrep( StrepReader & in, T & value ) {
       value = in.template number< T >();
    } else if constexpr ( std::is_same_v< T, String > ) {
       value = in.quoted();
+   } else if constexpr ( requires { value.get()->references(); } ) {
+      in.expect( "None" );
+      value = nullptr;
    } else {
       value.strepIs( in );
    }

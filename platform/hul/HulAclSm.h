@@ -2,14 +2,11 @@
 #pragma once
 
 #include "GantActivity.h"
-#include "GantEntity.h"
+#include "HulAclTypes.h"
+#include "HulPending.h"
 
-namespace Acl {
-class Config;
-class IntfConfig;
-class ParamConfig;
-class StatusDp;
-} // namespace Acl
+#include <memory>
+
 namespace Bridging {
 class Config;
 }
@@ -26,7 +23,25 @@ class Config;
 namespace Hul {
 
 class HulCommonSmData;
+class Posted;
 
+// What a rule has counted since its list was applied.
+struct AclRuleCount {
+   U32 sequence = 0; // 0: the drop that ends the list
+   U64 packets = 0;
+   U64 recentPackets = 0; // between the last two calls
+   double recentSeconds = 0;
+};
+
+//   watches  Acl::Config::aclConfig, and the version of each list
+//            Acl::IntfConfig::aclName of aclIntfConfigCli and of every entity of aclIntfConfigDir
+//            HulCommonSmData::aclRoom
+//   calls    HulHelper::AclHelper
+//   writes   Acl::StatusDp; HulCommonSmData::aclRoom
+//
+// Whatever changes in one turn of the loop is programmed together in the next one, at start at once. A change costs
+// what its lists and their interfaces cost. A list that is wrong, or for which there is no room, is not programmed:
+// what was programmed of it stays, and an interface keeps the list that it has.
 class AclSm : public Gant::StateMachine {
  public:
    struct Args {
@@ -43,16 +58,74 @@ class AclSm : public Gant::StateMachine {
       Gant::Ptr< Gant::Clock > clock{};
       Gant::Ptr< const Bridging::Config > bridgingConfig{};
    };
-   explicit AclSm( Args args ) : args_( std::move( args ) ) {}
+   explicit AclSm( Args args );
+   ~AclSm() override;
    const Args & args() const { return args_; }
 
-   // Called right after construction, with true: from now on it may call its helper.
-   virtual void startIs( bool start ) { start_ = start; }
+   // Called right after construction, with true: from now on it calls its helper.
+   virtual void startIs( bool start );
    bool start() const { return start_; }
 
+   // What is configured and not programmed, with the reason.
+   Pendings pending() const;
+   // In the order of the rules, the closing drop last. Empty for a list that is not applied. Remarks are left out.
+   std::vector< AclRuleCount > counts( const Acl::ListKey & key );
+
  private:
+   struct GantConfig;
+   struct GantList;
+   struct GantIntfConfig;
+   struct GantIntfConfigDir;
+   struct GantCommon;
+   struct Batch;
+   using IntfAclKeys = Gant::OrderedSet< Acl::IntfAclKey >;
+   // The counts of a list when they were last asked for.
+   struct Counted {
+      Gant::HashMap< Acl::UniqueId, AclRuleCount > rules;
+      double at = 0;
+   };
+
+   void reviewAll();
+   void reviewList( const Acl::ListKey & key );
+   void reviewBinding( const Acl::IntfAclKey & key );
+   void reviewIntfConfig( const Gant::Name & name );
+   void reviewRefused();
+
+   Gant::String wantedList( const Acl::IntfAclKey & key ) const;
+   void checkList( const Acl::ListKey & key );
+   void plan( Batch & batch );
+   void planMove( Batch & batch, const Acl::IntfAclKey & key );
+   void build( Batch & batch );
+   AclCreateError buildList( const AclData & data, const AclDataPtr & aclData );
+   void refuse( Batch & batch, const AclKey & key, AclCreateError error );
+   void bind( Batch & batch );
+   void release( Batch & batch );
+   void program();
+
+   AclData * data( const AclKey & key ) const;
+
    Args args_;
    bool start_ = false;
+   Gant::OrderedMap< Acl::ListKey, std::unique_ptr< GantList > > listReactors_;
+   Gant::OrderedMap< Gant::Name, std::unique_ptr< GantIntfConfig > > intfReactors_;
+   std::unique_ptr< GantConfig > configReactor_;
+   std::unique_ptr< GantIntfConfig > cliReactor_;
+   std::unique_ptr< GantIntfConfigDir > dirReactor_;
+   std::unique_ptr< GantCommon > commonReactor_;
+
+   // What has changed since the last batch.
+   Gant::OrderedSet< Acl::ListKey > changedLists_;
+   IntfAclKeys changedBindings_;
+   // What the user wants, by list, and what is wrong with it.
+   Gant::OrderedMap< Acl::ListKey, IntfAclKeys > wantedBy_;
+   Gant::OrderedMap< Acl::IntfAclKey, Gant::String > wanted_;
+   Gant::OrderedMap< Acl::ListKey, Pendings > listErrors_;
+   Gant::OrderedMap< Acl::ListKey, AclCreateError > refusals_;
+   // What the helper was told.
+   Gant::OrderedMap< Acl::IntfAclKey, Gant::String > applied_;
+   Gant::OrderedMap< AclKey, Gant::Ptr< AclData > > data_;
+   Gant::OrderedMap< Acl::ListKey, Counted > counted_;
+   std::unique_ptr< Posted > posted_;
 };
 
 } // namespace Hul

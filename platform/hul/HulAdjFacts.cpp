@@ -94,6 +94,31 @@ NextHop AdjSm::Impl::nextHop( const Way & way, Kynet::AddressFamily af ) const {
    return NextHop( NextHopEntryType::forward(), way.intfId, way.intfId, way.tunnelIntfId, mac );
 }
 
+Gant::String AdjSm::Impl::lacks( const Way & way, const Adj & adj ) const {
+   const auto notUsable = [ & ]( Kynet::IntfId intfId, Kynet::AddressFamily af ) {
+      return neighbors.usable( intfId, af ) ? "" : intfId.stringValue() + " is not up and routed";
+   };
+   const bool tunnel = !!way.tunnelIntfId;
+   if ( tunnel && !neighbors.usable( way.tunnelIntfId, adj.af ) ) return notUsable( way.tunnelIntfId, adj.af );
+   const auto af = tunnel ? Kynet::AddressFamily( Kynet::AddressFamily::ipv4_ ) : adj.af;
+   switch ( way.type ) {
+   case NextHopEntryType::drop_:
+      if ( adj.vias[ way.via ].kind() != Mirel::RouteType::forward_ ) return "";
+      return "there is no route to the end of " + way.intfId.stringValue();
+   case NextHopEntryType::forward_:
+      if ( !!neighbors.mac( way.intfId, way.hop, af ) ) return "";
+      if ( !neighbors.usable( way.intfId, af ) ) return notUsable( way.intfId, af );
+      return "neighbour " + way.hop.stringValue() + " on " + way.intfId.stringValue() + " is not resolved";
+   default: return !way.intfId ? "" : notUsable( way.intfId, af );
+   }
+}
+
+Gant::String AdjSm::Impl::lacks( const Adj & adj ) const {
+   for ( const auto & way : adj.ways )
+      if ( auto lacking = lacks( way, adj ); !lacking.empty() ) return lacking;
+   return "";
+}
+
 bool AdjSm::Impl::resolve( Number number ) {
    auto & adj = adjs[ number ];
    resolved.clear();

@@ -90,6 +90,9 @@ struct AdjSm::Impl {
    bool resolve( Number number );
    NextHop nextHop( const Way & way, Kynet::AddressFamily af ) const;
    const Paths & pathsOf( Kynet::IntfId tunnelIntfId, Adj & adj );
+   // The first fact that a way of the adjacency still lacks; empty: none.
+   Gant::String lacks( const Adj & adj ) const;
+   Gant::String lacks( const Way & way, const Adj & adj ) const;
 
    // Brings the adjacency to the helper: because a fact of it has changed, or for a walk as well.
    void tell( Number number );

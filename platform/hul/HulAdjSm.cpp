@@ -183,6 +183,8 @@ void AdjSm::pending( Pendings & out ) const {
       const auto object = "adjacency " + std::to_string( adj.l2Adj->key().index() );
       if ( !adj.created )
          out.push_back( { object, "the data plane refused it" } );
+      else if ( auto lacking = impl_->lacks( adj ); !lacking.empty() )
+         out.push_back( { object, std::move( lacking ) } );
       else if ( adj.walk == WalkState::waiting_ )
          out.push_back( { object, "the data plane took it in part" } );
    }

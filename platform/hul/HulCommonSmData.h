@@ -4,6 +4,7 @@
 #include "GantEntity.h"
 #include "GantEnum.h"
 #include "GantValue.h"
+#include "KynetIntfId.h"
 
 namespace HulTypes {
 
@@ -46,9 +47,21 @@ class VerifyData : public Gant::Entity {
 // A forwarding engine's shared state derives from it.
 class HulCommonSmData : public Gant::Entity {
  public:
+   using Ports = Gant::OrderedSet< Kynet::IntfId >;
+   class Notifiee : public Gant::NotifieeOf< HulCommonSmData > {
+    public:
+      using NotifieeOf::NotifieeOf;
+      virtual void onPort( const Kynet::IntfId & ) {}
+      virtual void onAclRoom() {}
+   };
+   GANT_NOTIFIER( Notifiee )
    explicit HulCommonSmData( Gant::Name name = {} ) :
         Entity( std::move( name ) ), verifyData_( Gant::make< VerifyData >( "verifyData" ) ) {}
    GANT_CONST( Gant::Ptr< VerifyData >, verifyData )
+   // The layer-2 interfaces that the engine has. One enters once it stands, and leaves before it goes.
+   GANT_WATCHED_SET( Ports, port, onPort )
+   // Counted up when an access list or a policy has given its rule table back.
+   GANT_WATCHED( U64, aclRoom, onAclRoom, 0 )
 };
 
 } // namespace Hul

@@ -144,6 +144,7 @@ class RoutingStatusSmHelper : public Hul::HulBaseHelper {
    virtual void handleL3Intf( Kynet::IntfId intfId, U32 vlanId, U32 mtu, bool create, bool update,
                               Hul::VrfId vrfId ) = 0;
    virtual void handleUrpf( Kynet::IntfId, U32, const Urpf::UrpfStatus &, const Urpf::UrpfStatus & ) {}
+   // By value, as the layer calls it. NOLINTNEXTLINE(performance-unnecessary-value-param)
    virtual void handleUrpfException( Kynet::IntfId, U32, Gant::String, const Acl::UniqueId &, bool ) {}
    virtual void aclVersionChanged( const Acl::UniqueId & ) {}
    virtual Gant::Ptr< const Acl::Config > getAclConfig();

@@ -1,11 +1,8 @@
 // Headers without a source of their own, compiled once on their own.
-#include "HulAclSm.h"
 #include "HulFilteredVrfLists.h"
 #include "HulIntfStatusSm.h"
-#include "HulIpsecConnectionTableSm.h"
 #include "HulMonitoredNexthopSm.h"
-#include "HulNatSm.h"
 #include "HulNexthopGroup.h"
 #include "HulPrivateVlanLib.h"
-#include "HulQosAclSm.h"
 #include "HulTunnelSm.h"
+#include "HulTunnelTypes.h"

@@ -1,4 +1,3 @@
-#include "StateAcl.h"
 #include "StateArp.h"
 #include "StateBfd.h"
 #include "StateBridging.h"
@@ -9,7 +8,6 @@
 #include "StateIpNat.h"
 #include "StateIpsec.h"
 #include "StateL3.h"
-#include "StateQos.h"
 #include "StateRouting.h"
 #include "StateSystem.h"
 #include "StateTunnel.h"

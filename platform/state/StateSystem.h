@@ -1,4 +1,4 @@
-// State that is shared by many features: hardware epochs, error disabling, link aggregation, counters.
+// State that is shared by many features: hardware epochs, error disabling, link aggregation.
 #pragma once
 
 #include "GantEntity.h"
@@ -30,13 +30,3 @@ class Config : public Gant::Entity {
 };
 
 } // namespace Lag::Input
-
-namespace VexModules {
-
-// The data plane's counters, in memory shared with it.
-class MirelCounterDbStatus : public Gant::Entity {
- public:
-   using Entity::Entity;
-};
-
-} // namespace VexModules

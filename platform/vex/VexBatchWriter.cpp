@@ -7,12 +7,14 @@
 
 namespace Vex {
 
+using Gant::CleansedString;
+
 namespace {
 
 // The tag of a length-delimited field: all such fields that are written here have a number below 16.
 constexpr char tagOf( int field ) { return static_cast< char >( field << 3 | 2 ); }
 
-void appendVarint( std::string & out, U64 value ) {
+void appendVarint( CleansedString & out, U64 value ) {
    while ( value >= 0x80 ) {
       out += static_cast< char >( value | 0x80 );
       value >>= 7;
@@ -20,13 +22,13 @@ void appendVarint( std::string & out, U64 value ) {
    out += static_cast< char >( value );
 }
 
-void appendField( std::string & out, int field, std::string_view bytes ) {
+void appendField( CleansedString & out, int field, std::string_view bytes ) {
    out += tagOf( field );
    appendVarint( out, bytes.size() );
    out += bytes;
 }
 
-void appendMessage( std::string & out, int field, const google::protobuf::Message & message ) {
+void appendMessage( CleansedString & out, int field, const google::protobuf::Message & message ) {
    const auto size = message.ByteSizeLong();
    out += tagOf( field );
    appendVarint( out, size );
@@ -63,16 +65,16 @@ void BatchWriter::request( const Message & request ) {
 void BatchWriter::endRun() {
    if ( run_.empty() ) return;
    // Request { command: run }: the length of the outer message is that of the inner with its tag and length in front.
-   std::string head( 1, tagOf( Request::kCommandFieldNumber ) );
+   CleansedString head( 1, tagOf( Request::kCommandFieldNumber ) );
    appendVarint( head, run_.size() );
    batch_ += tagOf( Batch::kRequestFieldNumber );
    appendVarint( batch_, head.size() + run_.size() );
    batch_ += head;
    batch_ += run_;
-   run_.clear();
+   Gant::cleanse( run_ );
 }
 
-std::string BatchWriter::take( U64 number ) {
+CleansedString BatchWriter::take( U64 number ) {
    endRun();
    batch_ += static_cast< char >( Batch::kNumberFieldNumber << 3 );
    appendVarint( batch_, number );

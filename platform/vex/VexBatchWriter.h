@@ -1,7 +1,8 @@
 // Encodes requests into the wire form of vex.pb.Batch as they come, so that a waiting command is as small as it will be
-// on the wire and is not encoded twice.
+// on the wire and is not encoded twice. Arguments may hold keys, so nothing written stays behind in memory.
 #pragma once
 
+#include "GantCleanse.h"
 #include "GantTypes.h"
 
 #include <string>
@@ -26,13 +27,13 @@ class BatchWriter {
    U32 requests() const { return requests_; }
    size_t bytes() const { return batch_.size() + run_.size(); }
    // The wire form with this number, and an empty batch again.
-   std::string take( U64 number );
+   Gant::CleansedString take( U64 number );
 
  private:
    void endRun();
 
-   std::string batch_; // whole requests
-   std::string run_;   // the body of a CommandRun under construction; empty: there is none
+   Gant::CleansedString batch_; // whole requests
+   Gant::CleansedString run_;   // the body of a CommandRun under construction; empty: there is none
    std::string module_;
    std::string cmd_;
    U32 requests_ = 0;

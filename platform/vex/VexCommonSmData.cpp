@@ -1,5 +1,7 @@
 #include "VexCommonSmData.h"
 
+#include "VexKyAclDb.h"
+
 namespace Vex {
 
 VexCommonSmData::VexCommonSmData( Gant::Ptr< ModuleGlobalCmdConfig > moduleGlobalCmdConfig,
@@ -9,6 +11,29 @@ VexCommonSmData::VexCommonSmData( Gant::Ptr< ModuleGlobalCmdConfig > moduleGloba
      cliSm_( Gant::make< CliSm >() ) {}
 
 VexCommonSmData::~VexCommonSmData() = default;
+
+Gant::Ptr< L2Intf > VexCommonSmData::l2IntfIs( Kynet::IntfId intfId, Gant::Ptr< L2Intf > l2Intf ) {
+   GANT_ON_LOOP();
+   auto & held = l2Intf_[ intfId ];
+   if ( held == l2Intf ) return l2Intf;
+   held = l2Intf;
+   notifiees_.tell( &Notifiee::onL2Intf, intfId );
+   portIs( intfId, true );
+   return l2Intf;
+}
+
+Gant::Ptr< L2Intf > VexCommonSmData::l2IntfDel( Kynet::IntfId intfId ) {
+   GANT_ON_LOOP();
+   if ( !l2IntfHas( intfId ) ) return nullptr;
+   portDel( intfId );
+   const auto gone = l2Intf_.extract( intfId );
+   notifiees_.tell( &Notifiee::onL2Intf, intfId );
+   return gone.mapped();
+}
+
+void VexCommonSmData::l2IntfDelAll() {
+   for ( const auto & intfId : l2IntfKeys() ) l2IntfDel( intfId );
+}
 
 Gant::Ptr< L3Intf > VexCommonSmData::l3IntfIs( Kynet::IntfId intfId, Hul::VrfId vrfId,
                                                const Gant::Ptr< L2Intf > & l2Intf, U32 ipMtu ) {

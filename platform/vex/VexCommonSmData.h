@@ -34,7 +34,13 @@ class VexCommonSmData : public Hul::HulCommonSmData {
    GANT_CONST( Gant::Ptr< Module >, trapModule )
    GANT_CONST( Gant::Ptr< BessCounterInfo >, bessCounterInfo )
    GANT_CONST( Gant::Ptr< CliSm >, cliSm )
-   GANT_WATCHED_MAP( L2Intfs, l2Intf, onL2Intf )
+   GANT_ATTR( Gant::Ptr< KyAclDb >, kyAclDb ) // set once, by whoever makes the trap module
+   GANT_COLLECTION( L2Intfs, l2Intf )
+   const Gant::Ptr< L2Intf > & l2Intf( Kynet::IntfId intfId ) const { return Gant::valueOf( l2Intf_, intfId ); }
+   // The layer's `port` follows.
+   Gant::Ptr< L2Intf > l2IntfIs( Kynet::IntfId intfId, Gant::Ptr< L2Intf > l2Intf );
+   Gant::Ptr< L2Intf > l2IntfDel( Kynet::IntfId intfId );
+   void l2IntfDelAll();
 
    Gant::Ptr< L3Intf > l3Intf( Kynet::IntfId intfId ) const { return Gant::valueOf( l3Intfs_, intfId ); }
    bool l3IntfHas( Kynet::IntfId intfId ) const { return l3Intfs_.contains( intfId ); }

@@ -1,10 +1,14 @@
 #include "VexCounterInfo.h"
 
 #include "GantTrace.h"
+#include "VexCounterDb.h"
 
 namespace Vex {
 
 static Gant::TraceHandle traceHandle( "VexCounterInfo" );
+
+BessCounterInfo::BessCounterInfo( U32 slots ) : slots_( slots ) {}
+BessCounterInfo::~BessCounterInfo() = default;
 
 CounterId BessCounterInfo::allocCounterId( const Gant::Ptr< Module > & module, const Gant::String & name, CounterType,
                                            CounterUnit ) {
@@ -18,6 +22,7 @@ CounterId BessCounterInfo::allocCounterId( const Gant::Ptr< Module > & module, c
       GANT_TRACE( 0, "no free counter of ", slots_, " for ", name );
       return id;
    }
+   if ( counterMirel() ) counterMirel()->restarted( VexModules::MirelCounterId( id ) );
    counters_[ id ] = { module->name(), name };
    return id;
 }

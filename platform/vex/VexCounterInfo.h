@@ -4,6 +4,10 @@
 #include "GantAttr.h"
 #include "VexModule.h"
 
+namespace VexModules {
+class MirelCounterDbStatus;
+}
+
 namespace Vex {
 
 class BessCounterInfo : public Gant::PtrInterface {
@@ -16,7 +20,8 @@ class BessCounterInfo : public Gant::PtrInterface {
    using Counters = Gant::OrderedMap< CounterId, Counter >;
 
    // `slots`: how many the table has.
-   explicit BessCounterInfo( U32 slots ) : slots_( slots ) {}
+   explicit BessCounterInfo( U32 slots );
+   ~BessCounterInfo() override;
 
    // The lowest free slot, or no counter when all are taken.
    CounterId allocCounterId( const Gant::Ptr< Module > & module, const Gant::String & name, CounterType type,
@@ -25,6 +30,8 @@ class BessCounterInfo : public Gant::PtrInterface {
    void freeCounterId( CounterId id );
 
    GANT_CONST( U32, slots )
+   // The table that the counters are read from: told of each slot that is given out.
+   GANT_ATTR( Gant::Ptr< VexModules::MirelCounterDbStatus >, counterMirel )
    const Counters & counterIterator() const { return counters_; }
 
  private:

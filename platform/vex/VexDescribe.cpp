@@ -9,6 +9,7 @@
 #include "vex/ipsec.pb.h"
 #include "vex/next_hop.pb.h"
 #include "vex/port.pb.h"
+#include "VexCleanse.h"
 
 #include <algorithm>
 #include <google/protobuf/descriptor.h>
@@ -83,7 +84,9 @@ std::unique_ptr< Message > newMessageOf( const std::string & type ) {
 Gant::String describeBytes( const std::string & type, const std::string & bytes ) {
    const auto message = messageOf( type, bytes );
    if ( !message ) return "<" + std::to_string( bytes.size() ) + " bytes of " + type + ">";
-   return describe( *message );
+   auto text = describe( *message );
+   cleanse( *message );
+   return text;
 }
 
 Gant::String gateInWords( const std::string & module, U64 gate ) { return module + ":" + std::to_string( gate ); }

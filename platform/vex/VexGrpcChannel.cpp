@@ -4,6 +4,7 @@
 #include "GantAssert.h"
 #include "GantTrace.h"
 #include "vex/engine.pb.h"
+#include "VexCleanse.h"
 #include "VexDescribe.h"
 #include "VexTransport.h"
 
@@ -28,13 +29,8 @@ struct GrpcChannel::Batch {
       return std::prev( at )->second;
    }
    vex::pb::Batch parsed() const {
-      std::vector< grpc::Slice > slices;
       vex::pb::Batch batch;
-      std::string whole;
-      if ( bytes.Dump( &slices ).ok() )
-         for ( const auto & slice : slices )
-            whole.append( reinterpret_cast< const char * >( slice.begin() ), slice.size() );
-      batch.ParseFromString( whole );
+      parse( bytes, batch );
       return batch;
    }
 };
@@ -100,10 +96,11 @@ std::unique_ptr< google::protobuf::Arena > newArena() {
 
 constexpr size_t arenaMax = 64 * 1024;
 
-grpc::ByteBuffer byteBuffer( std::string bytes ) {
-   auto * const kept = new std::string( std::move( bytes ) );
+grpc::ByteBuffer byteBuffer( Gant::CleansedString bytes ) {
+   auto * const kept = new Gant::CleansedString( std::move( bytes ) );
    const grpc::Slice slice(
-        kept->data(), kept->size(), []( void * string ) { delete static_cast< std::string * >( string ); }, kept );
+        kept->data(), kept->size(), []( void * string ) { delete static_cast< Gant::CleansedString * >( string ); },
+        kept );
    return grpc::ByteBuffer( &slice, 1 );
 }
 
@@ -248,13 +245,15 @@ Refusal GrpcChannel::describedRefusal( const Batch & batch, const vex::pb::Batch
    refusal.code = refused.error().code();
    refusal.text = refused.error().errmsg();
    if ( refused.has_status() ) refusal.status = refused.status().SerializeAsString();
-   describe( batch.parsed(), refused.index(), [ & ]( DescribedRequest request ) {
+   const auto parsed = batch.parsed();
+   describe( parsed, refused.index(), [ & ]( DescribedRequest request ) {
       refusal.module = std::move( request.module );
       refusal.action = std::move( request.action );
       refusal.argument = std::move( request.argument );
       refusal.type = request.type;
       return false;
    } );
+   cleanse( parsed );
    return refusal;
 }
 
@@ -295,10 +294,12 @@ void GrpcChannel::describeQueue( size_t most,
    const auto walk = [ & ]( const std::deque< Batch > & batches, bool outstanding ) {
       for ( const auto & batch : batches ) {
          if ( most == 0 ) return;
-         describe( batch.parsed(), 0, [ & ]( const DescribedRequest & request ) {
+         const auto parsed = batch.parsed();
+         describe( parsed, 0, [ & ]( const DescribedRequest & request ) {
             each( request, outstanding );
             return --most > 0;
          } );
+         cleanse( parsed );
       }
    };
    walk( outstanding_, true );

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "KynetAddr.h"
+#include "KynetIntfId.h"
 #include "VexModule.h"
 
 #include <google/protobuf/arena.h>

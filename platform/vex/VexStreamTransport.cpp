@@ -83,7 +83,7 @@ class StreamTransport : public Transport {
       writeNext();
    }
 
-   // The loop may send until it has heard of the end, but nothing may be started on a queue that is shut down.
+   // The loop may send until it hears of the end, and the queue takes nothing once it is shut down.
    void closed() {
       const std::lock_guard lock( mutex_ );
       open_ = false;
@@ -100,13 +100,8 @@ class StreamTransport : public Transport {
 
    // False: the data plane speaks something else.
    bool deliver() {
-      std::vector< grpc::Slice > slices;
       auto reply = std::make_unique< vex::pb::BatchReply >();
-      std::string whole;
-      if ( incoming_.Dump( &slices ).ok() )
-         for ( const auto & slice : slices )
-            whole.append( reinterpret_cast< const char * >( slice.begin() ), slice.size() );
-      if ( !reply->ParseFromString( whole ) ) {
+      if ( !parse( incoming_, *reply ) ) {
          malformed_ = true;
          context_.TryCancel();
          return false;

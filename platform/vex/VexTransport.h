@@ -6,6 +6,9 @@
 #include <grpcpp/support/byte_buffer.h>
 #include <memory>
 
+namespace google::protobuf {
+class Message;
+}
 namespace vex::pb {
 class BatchReply;
 }
@@ -29,6 +32,9 @@ class Transport {
    virtual void send( const grpc::ByteBuffer & batch ) = 0;
    virtual bool streaming() const = 0;
 };
+
+// False: the bytes are no such message. What is copied on the way is overwritten.
+bool parse( const grpc::ByteBuffer & bytes, google::protobuf::Message & message );
 
 std::unique_ptr< Transport > streamTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink );
 std::unique_ptr< Transport > unaryTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink );

@@ -1,6 +1,7 @@
 #include "bess/control.grpc.pb.h"
 #include "google/rpc/error_details.pb.h"
 #include "vex/engine.pb.h"
+#include "VexCleanse.h"
 #include "VexTransport.h"
 #include "VexTransportChannel.h"
 
@@ -66,7 +67,9 @@ class UnaryTransport : public Transport {
          while ( const auto batch = next() ) {
             auto reply = std::make_unique< vex::pb::BatchReply >();
             reply->set_number( batch->number() );
-            if ( !perform( *batch, *reply ) ) break;
+            const bool performed = perform( *batch, *reply );
+            cleanse( *batch );
+            if ( !performed ) break;
             sink_->reply( std::move( reply ) );
          }
       sink_->end( status_.ok() ? "closed" : status_.error_message(), false );
@@ -91,13 +94,8 @@ class UnaryTransport : public Transport {
       const auto bytes = std::move( pending_.front() );
       pending_.pop_front();
       lock.unlock();
-      std::vector< grpc::Slice > slices;
-      std::string whole;
-      if ( bytes.Dump( &slices ).ok() )
-         for ( const auto & slice : slices )
-            whole.append( reinterpret_cast< const char * >( slice.begin() ), slice.size() );
       auto batch = std::make_unique< vex::pb::Batch >();
-      batch->ParseFromString( whole );
+      parse( bytes, *batch );
       return batch;
    }
 
@@ -123,7 +121,9 @@ class UnaryTransport : public Transport {
       request.set_cmd( run.cmd() );
       request.mutable_arg()->set_type_url( "type.googleapis.com/" + run.type() );
       request.mutable_arg()->set_value( arg );
-      if ( !call( &bess::pb::BESSControl::Stub::ModuleCommand, request, response ) ) return false;
+      const bool called = call( &bess::pb::BESSControl::Stub::ModuleCommand, request, response );
+      cleanse( request );
+      if ( !called ) return false;
       note( response.error(), run.module(), run.cmd(), index, reply );
       if ( response.has_data() ) {
          auto & answer = *reply.add_answer();

@@ -203,6 +203,16 @@ TracePacketReply Plane::trace( std::string_view text ) {
    return reply;
 }
 
+void PrintTo( const Refused & refused, std::ostream * out ) { *out << refused.what; }
+
+void expectRefused( const Refused & given ) {
+   Plane plane;
+   plane.set( given.before );
+   const auto before = plane.dump();
+   EXPECT_EQ( plane.apply( given.request ), ( Lines{ std::string( "0 " ) + given.refusal } ) );
+   EXPECT_EQ( plane.dump(), before );
+}
+
 // Written on its own, so that it doesn't repeat a mistake of the code under test.
 namespace {
 

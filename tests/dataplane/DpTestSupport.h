@@ -75,6 +75,19 @@ class Plane {
    RequestReader reader;
 };
 
+// A request that is refused, and why. The plane before it is made by `before`.
+struct Refused {
+   const char * what;
+   const char * before;
+   const char * request;
+   const char * refusal;
+};
+
+// Printed by gtest in place of the struct's bytes.
+void PrintTo( const Refused & refused, std::ostream * out );
+// It is refused so, and the dump of the plane is what it was.
+void expectRefused( const Refused & given );
+
 // What a frame or a packet says, layer after layer, such as
 //
 //    02:..:01 > 02:..:02 | 10.0.0.1 > 10.1.0.1 ttl 63 tos 0 len 28 | udp 1 > 2

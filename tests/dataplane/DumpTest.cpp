@@ -32,6 +32,20 @@ std::string everything() {
       create mfib6 McastFibIpv6
       create txcp PortTxCp intfname: 'et1'
       create bare IpInput
+      create ipsecManagementModule IpsecManagement max_ipsec_sas: 1024 max_ipsec_policies: 1024
+      create ipsecInTunnelModule IpsecTunnelIngress
+      create ipsecFwd_ IpsecTunnelEgress vrf: 0 encap_id: 7 local_out: 0
+      ipsecManagementModule initVirtDevice crypto_dev_name: 'crypto_openssl' max_nb_queue_pairs: 128 max_nb_sessions: 2048 socket_id: -1
+      ipsecManagementModule initVirtDevice crypto_dev_name: 'crypto_null' max_nb_queue_pairs: 128 max_nb_sessions: 2048
+      create aclIn KyAcl ingress: true intf_id: 1
+      create kyAclDb KyAclDb
+      create PQos_Rx_et1 PolicyQos ingress: true policy_version: 3
+      kyAclDb createAcl acl_id: 3 acl_target: 0 rule { proto: 6 permit: true log: true counter_id: 7 } rule { permit: false }
+      kyAclDb createPolicy acl_id: 4 acl_target: 1 rule { action_dscp: true dscp_data: 46 }
+      kyAclDb createPolicy acl_id: 5 acl_target: 2
+      aclIn applyAcl acl_id: 3 ipv4: true
+      PQos_Rx_et1 applyServicePolicy policy_id: 4
+      trap applyPolicy policy_id: 5
       connect NhResolve_tu1:8191 IpOutput_et1:8191
       fibIpv4 setCounterIds no_fec_counter: 8
       fibIpv4 addVrf vrf: 4294967295
@@ -166,7 +180,8 @@ TEST_P( DumpRandom, rebuildsWhereverRequestsLed ) {
          auto & connect = *request.mutable_connect_modules();
          connect.set_m1( name );
          connect.set_ogate( messages.below( 4 ) );
-         connect.set_m2( Vexdp::moduleClasses()[ messages.below( 16 ) ]->name + "0" );
+         connect.set_m2( Vexdp::moduleClasses()[ messages.below( unsigned( Vexdp::moduleClasses().size() ) ) ]->name +
+                         "0" );
          connect.set_igate( messages.below( 3 ) );
       } else if ( kind == 2 && messages.below( 8 ) == 0 ) {
          request.mutable_destroy_module()->set_name( name );

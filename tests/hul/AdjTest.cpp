@@ -239,6 +239,31 @@ TEST_F( Router, aHelperThatAlwaysWantsAnotherWalkGetsOneForEachChange ) {
    rec.wantsWalk = [] { return false; };
    state.neighborDel( "Et1", "10.9.0.2" );
    EXPECT_THAT( drained(), ElementsAre( "updateAdj 0: unresolved Et1 x1" ) );
+   state.neighbor( "Et1", "10.9.0.2", 2 );
+   drained();
+   EXPECT_THAT( layer.pending(), IsEmpty() );
+}
+
+TEST_F( Router, anAdjacencySaysWhatItLacks ) {
+   startUsual();
+   state.tunnel( "Tunnel1", "20.1.1.1" );
+   state.fec( 1, { via( "Et1", "10.9.0.2" ), via( "Tunnel1", nullptr ) } );
+   state.fec( 2, { via( "Et2", "10.8.0.2" ) } );
+   const auto lacks = [ & ]( const char * what ) {
+      drained();
+      EXPECT_THAT( layer.pending(), ElementsAre( Gant::String( "adjacency 0: " ) + what ) );
+   };
+   state.neighbor( "Et2", "10.8.0.2", 8 );
+   lacks( "neighbour 10.9.0.2 on Ethernet1 is not resolved" );
+   state.up( "Et1", false );
+   lacks( "Ethernet1 is not up and routed" );
+   state.up( "Et1", true );
+   state.neighbor( "Et1", "10.9.0.2", 2 );
+   lacks( "there is no route to the end of Tunnel1" );
+   state.route( "20.0.0.0/8", 2 );
+   lacks( "Tunnel1 is not up and routed" );
+   state.intf( "Tunnel1" );
+   drained();
    EXPECT_THAT( layer.pending(), IsEmpty() );
 }
 

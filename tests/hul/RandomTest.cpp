@@ -129,7 +129,11 @@ class Chaos {
    bool silent_ = false;
 };
 
+// Adjacencies are numbered in the order in which they came.
 Lines sorted( Lines lines ) {
+   const Gant::String adjacency = "adjacency ";
+   for ( auto & line : lines )
+      if ( line.starts_with( adjacency ) ) line.erase( adjacency.size(), line.find( ':' ) - adjacency.size() );
    std::ranges::sort( lines );
    return lines;
 }

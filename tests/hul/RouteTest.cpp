@@ -44,6 +44,7 @@ TEST_F( Router, routesOfOneTurnAreCommittedTogether ) {
 
 TEST_F( Router, aRefusedRouteIsForgottenReportedAndComesAgainAsNew ) {
    startUsual();
+   state.neighbor( "Et1", "10.9.0.2", 2 );
    state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
    state.fec( 2, { via( Mirel::RouteType::drop_ ) } );
    state.route( "10.0.0.0/8", 1 );

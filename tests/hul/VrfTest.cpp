@@ -34,6 +34,7 @@ TEST_F( Router, aVrfComesBeforeWhatIsInItAndGoesAfterIt ) {
    state.neighbor( "Et3", "10.9.0.2", 2 );
    EXPECT_THAT( drained(), ElementsAre( "createAdj 0: unresolved Et3 x1" ) );
    EXPECT_THAT( layer.pending(), ElementsAre( "interface Ethernet3: VRF red does not exist",
+                                              "adjacency 0: Ethernet3 is not up and routed",
                                               "route 10.0.0.0/8 in VRF 7: VRF 7 does not exist" ) );
    state.vrf( "red", 7, false );
    EXPECT_THAT( drained(), IsEmpty() );

@@ -25,13 +25,16 @@ TEST( Agent, itsArgumentsAreKeptAndNothingElseExists ) {
    EXPECT_EQ( router.take(), lines( "create trap Trap" ) );
 }
 
-TEST( Agent, phaseOneMakesTablesAndTellsTheDataPlaneNothing ) {
+TEST( Agent, phaseOneMakesTablesAndTellsTheDataPlaneOfIpsecOnly ) {
    RouterState state;
    RouterAgent router( state );
    router.take();
    router.agent->initializedIs( true );
    const auto & agent = *router.agent;
-   EXPECT_EQ( router.take(), Lines{} );
+   EXPECT_EQ( router.channel->takeOf( { "create", "connect" } ), lines( R"(
+      create ipsecManagementModule IpsecManagement max_ipsec_sas 1024 max_ipsec_policies 1024
+      create ipsecInTunnelModule IpsecTunnelIngress
+   )" ) );
    ASSERT_TRUE( agent.l3Modules() );
    EXPECT_EQ( agent.l3Modules()->nextHopMods(), 0u );
    EXPECT_FALSE( agent.routeDb() || agent.l3Sm() );
@@ -56,6 +59,7 @@ TEST( Agent, withoutItsErrorDisableCauseItStops ) {
 TEST( Agent, phaseTwoPublishesCapabilitiesAndRunsOnce ) {
    RouterState state;
    RouterAgent router( state );
+   router.agent->initializedIs( true );
    router.take();
    router.start();
    EXPECT_EQ(

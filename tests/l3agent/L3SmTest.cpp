@@ -21,6 +21,10 @@ class L3Sm : public testing::Test {
 TEST_F( L3Sm, atStartTheFibAndTheClassifierStandAndAreWired ) {
    EXPECT_EQ( started, lines( R"(
       create trap Trap
+      create ipsecManagementModule IpsecManagement max_ipsec_sas 1024 max_ipsec_policies 1024
+      ipsecManagementModule initVirtDevice crypto_dev_name crypto_openssl max_nb_queue_pairs 128 max_nb_sessions 2048 socket_id -1
+      ipsecManagementModule initVirtDevice crypto_dev_name crypto_null max_nb_queue_pairs 128 max_nb_sessions 2048 socket_id -1
+      create ipsecInTunnelModule IpsecTunnelIngress
       create fibIpv4 FibIpv4 max_rules 1048576 max_tbl8s 2048
       fibIpv4 setCounterIds no_route_counter 0 no_fec_counter 1
       create ForUsClassifyIpv4 ForUsClassifyIpv4
@@ -187,9 +191,9 @@ TEST_F( L3Sm, aTunnelOverIpsecPassesItsOutputModules ) {
       return out;
    };
    EXPECT_THAT( chain( "Tunnel1" ), ElementsAre( "200 IpOutput_tu1", "300 Ip4GreTun_tu1",
-                                                 "400 ipsecFwd_default_5_0_Tunnel1", "500 NhResolve_tu1" ) );
+                                                 "400 ipsecFwd_default_5_IpsecGre_Tunnel1", "500 NhResolve_tu1" ) );
    EXPECT_THAT( chain( "Tunnel2" ), ElementsAre( "200 IpOutput_tu2", "300 Ip4IpsecTun_tu2",
-                                                 "400 ipsecFwd_default_6_1_Tunnel2", "500 NhResolve_tu2" ) );
+                                                 "400 ipsecFwd_default_6_IpsecVti_Tunnel2", "500 NhResolve_tu2" ) );
    // A tunnel that is both has the GRE modules and the pair, and no modules of its own for IPsec.
    EXPECT_EQ( core.l3Modules->ip4IpsecTuns(), 1u );
 

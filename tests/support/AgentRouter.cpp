@@ -3,7 +3,6 @@
 #include "StateAcl.h"
 #include "StateIpNat.h"
 #include "StateSystem.h"
-#include "VexManagementSm.h"
 
 namespace Test {
 
@@ -24,6 +23,9 @@ RouterState::RouterState() {
    routingMounts->allIntfStatusDirIs( intfs );
    routingMounts->arpMirelIs( arp );
    vrfMounts->allVrfStatusLocalIs( vrfs );
+   ipsecMounts->connectionTableIs( connections );
+   fhrpMounts->virtualMacStatusInIs( virtualMacs );
+   fhrpMounts->fhrpHwStatusIs( Gant::make< Routing::Fhrp::Hardware::Status >() );
    ipsecMounts->ipsecCapabilitiesStatusIs( Gant::make< Ipsec::Capabilities::Status >() );
 }
 
@@ -69,9 +71,10 @@ Mirel::Via viaTo( const char * hop, const char * intfName, U16 weight ) {
 
 RouterAgent::RouterAgent( const RouterState & state ) {
    agent = VexL3Unicast::agentSmFactory(
-        1, state.em, state.bridgingConfig, nullptr, nullptr, nullptr, state.routingMounts, nullptr, state.vrfMounts,
-        nullptr, nullptr, state.ipsecMounts, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-        state.seqStatusDir, nullptr, nullptr, nullptr, nullptr, vexcsd, nullptr, nullptr, nullptr );
+        1, state.em, state.bridgingConfig, nullptr, nullptr, state.vlanStatusDir, state.routingMounts, nullptr,
+        state.vrfMounts, nullptr, nullptr, state.ipsecMounts, nullptr, state.fhrpMounts, nullptr, state.portVifStatus,
+        state.mcastVifStatus, nullptr, nullptr, state.seqStatusDir, nullptr, nullptr, nullptr, state.capacityStatus,
+        vexcsd, state.aclConfig, nullptr, managementSm );
 }
 
 RouterAgent::~RouterAgent() { agent = nullptr; }

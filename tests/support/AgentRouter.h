@@ -2,14 +2,19 @@
 #pragma once
 
 #include "Engine.h"
+#include "HulCapacity.h"
 #include "HulVrfRootSm.h"
 #include "MirelFib.h"
 #include "QuorlEntityManager.h"
 #include "StateArp.h"
+#include "StateFhrp.h"
 #include "StateInterface.h"
 #include "StateIp.h"
+#include "StateIpsec.h"
 #include "StateRouting.h"
+#include "StateVexVif.h"
 #include "VexL3AgentSm.h"
+#include "VexManagementSm.h"
 
 namespace Test {
 
@@ -36,12 +41,21 @@ class RouterState {
    Gant::Ptr< Interface::AllIntfStatusDir > intfs = Gant::make< Interface::AllIntfStatusDir >();
    Gant::Ptr< Interface::TunnelIntfStatusDir > tunnels = Gant::make< Interface::TunnelIntfStatusDir >();
    Gant::Ptr< Arp::Table::Status > arp = Gant::make< Arp::Table::Status >();
+   Gant::Ptr< Ipsec::Ike::ConnectionTable > connections = Gant::make< Ipsec::Ike::ConnectionTable >();
    Gant::Ptr< Mirel::Fib::RouteStatus > fib = Gant::make< Mirel::Fib::RouteStatus >();
    Gant::Ptr< Mirel::Fib6::RouteStatus > fib6 = Gant::make< Mirel::Fib6::RouteStatus >();
    Gant::Ptr< Gant::Dir > seqStatusDir = Gant::make< Gant::Dir >();
+   Gant::Ptr< Bridging::VlanStatusDir > vlanStatusDir = Gant::make< Bridging::VlanStatusDir >();
+   Gant::Ptr< VexVif::PortVifStatus > portVifStatus = Gant::make< VexVif::PortVifStatus >();
+   Gant::Ptr< VexMcast::McastVifStatus > mcastVifStatus = Gant::make< VexMcast::McastVifStatus >();
+   Gant::Ptr< HulCapacity::TableCapacity > capacityStatus = Gant::make< HulCapacity::TableCapacity >();
+   Gant::Ptr< Routing::Fhrp::VirtualRouterMacStatus > virtualMacs =
+        Gant::make< Routing::Fhrp::VirtualRouterMacStatus >();
+   Gant::Ptr< Acl::Config > aclConfig; // none: no access lists
    Gant::Ptr< VexL3Unicast::RoutingMounts > routingMounts = VexL3Unicast::routingMountsFactory();
    Gant::Ptr< VexL3Unicast::VrfMounts > vrfMounts = VexL3Unicast::vrfMountsFactory();
    Gant::Ptr< VexL3Unicast::IpsecMounts > ipsecMounts = VexL3Unicast::ipsecMountsFactory();
+   Gant::Ptr< VexL3Unicast::FhrpMounts > fhrpMounts = VexL3Unicast::fhrpMountsFactory();
 };
 
 Mirel::Via viaTo( const char * hop, const char * intfName, U16 weight = 1 );
@@ -55,6 +69,7 @@ class RouterAgent : public Engine {
    // Runs the loop until nothing is left to do, and gives the lines since the last time.
    Lines drained();
 
+   Gant::Ptr< Vex::ManagementSm > managementSm = Gant::make< Vex::ManagementSm >();
    Gant::Ptr< VexL3Unicast::AgentSm > agent;
 };
 

@@ -55,7 +55,8 @@ class L3Core : public Engine {
    Gant::Ptr< VexL3Unicast::L3Modules > l3Modules = Gant::make< VexL3Unicast::L3Modules >();
    Gant::Ptr< VexL3Unicast::RouteDb > routeDb = VexL3Unicast::routeDbFactory( "routeDb" );
    Gant::Ptr< VexL3Mcast::MfaAgent > mfa4, mfa6;
-   Gant::Ptr< VexL3Unicast::IpsecHelper > ipsecHelper = Gant::make< VexL3Unicast::IpsecHelper >( vexcsd );
+   Gant::Ptr< Vex::ManagementSm > managementSm = Gant::make< Vex::ManagementSm >();
+   Gant::Ptr< VexL3Unicast::IpsecHelper > ipsecHelper = Gant::make< VexL3Unicast::IpsecHelper >( vexcsd, managementSm );
    Gant::Ptr< VexL3Unicast::VexL3Sm > sm;
    Gant::Ptr< VexL3Unicast::AdjHelper > adjHelper;
    Gant::Ptr< VexL3Unicast::Route4Helper > route4Helper;

@@ -17,6 +17,16 @@ Lines lines( const char * block ) {
    return out;
 }
 
+namespace {
+
+// With a blank before it, unless there is nothing to say.
+Gant::String argumentsOf( const google::protobuf::Message & message ) {
+   const auto text = Vex::describe( message );
+   return text.empty() ? text : " " + text;
+}
+
+} // namespace
+
 void RecordingChannel::add( OriginId, Gant::String line, bool changesForwarding ) {
    lines_.push_back( std::move( line ) );
    requestQueued( changesForwarding );
@@ -24,7 +34,7 @@ void RecordingChannel::add( OriginId, Gant::String line, bool changesForwarding 
 
 void RecordingChannel::createModule( OriginId origin, const Gant::String & name, const char * moduleClass,
                                      const Message * initArgs ) {
-   const auto arguments = initArgs == nullptr ? Gant::String() : " " + Vex::describe( *initArgs );
+   const auto arguments = initArgs == nullptr ? Gant::String() : argumentsOf( *initArgs );
    add( origin, "create " + name + " " + moduleClass + arguments, true );
 }
 
@@ -43,7 +53,7 @@ void RecordingChannel::disconnectModules( OriginId origin, const Gant::String & 
 
 void RecordingChannel::command( OriginId origin, std::string_view module, std::string_view action,
                                 const Message & message, bool changesForwarding ) {
-   add( origin, Gant::textsOf( module, " ", action, " ", Vex::describe( message ) ), changesForwarding );
+   add( origin, Gant::textsOf( module, " ", action, argumentsOf( message ) ), changesForwarding );
 }
 
 Lines RecordingChannel::takeOf( std::initializer_list< std::string_view > words ) {

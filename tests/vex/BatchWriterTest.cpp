@@ -11,6 +11,10 @@
 
 namespace {
 
+bool parse( vex::pb::Batch & batch, const Gant::CleansedString & bytes ) {
+   return batch.ParseFromArray( bytes.data(), static_cast< int >( bytes.size() ) );
+}
+
 vex::pb::FibIpv4RouteArg route( U32 prefix ) {
    vex::pb::FibIpv4RouteArg arg;
    arg.set_prefix( prefix );
@@ -57,11 +61,11 @@ TEST( BatchWriter, writesWhatProtobufReads ) {
    reference.batch.set_number( 1234567 );
 
    vex::pb::Batch read;
-   ASSERT_TRUE( read.ParseFromString( writer.take( 1234567 ) ) );
+   ASSERT_TRUE( parse( read, writer.take( 1234567 ) ) );
    EXPECT_TRUE( google::protobuf::util::MessageDifferencer::Equals( read, reference.batch ) );
    EXPECT_TRUE( writer.empty() );
    writer.command( "m", "c", route( 3 ) );
-   ASSERT_TRUE( read.ParseFromString( writer.take( 2 ) ) );
+   ASSERT_TRUE( parse( read, writer.take( 2 ) ) );
    EXPECT_EQ( read.request_size(), 1 );
 }
 
@@ -83,7 +87,7 @@ TEST( Describe, saysRequestsInWordsAndKeysInLengths ) {
    vex::pb::IpsecUpdateSAArg sa;
    sa.add_saentries()->set_crypto_info( "sixteen byte key" );
    writer.command( "ipsecManagementModule", "updateIpsecSAs", sa );
-   ASSERT_TRUE( batch.ParseFromString( writer.take( 1 ) ) );
+   ASSERT_TRUE( parse( batch, writer.take( 1 ) ) );
 
    const auto from = [ & ]( size_t first, size_t most ) {
       Gant::String out;

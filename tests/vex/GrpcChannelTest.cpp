@@ -7,9 +7,11 @@
 #include "VexDescribe.h"
 #include "VexGrpcChannel.h"
 #include "VexModuleConfig.h"
+#include "VexTransport.h"
 
 #include <condition_variable>
 #include <filesystem>
+#include <future>
 #include <grpcpp/server_builder.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -235,6 +237,28 @@ TEST_F( GrpcChannel, requestsArriveInTheOrderOfQueuingAndAreAcknowledged ) {
    EXPECT_EQ( channel->dataPlaneVersion(), "fake 1" );
    EXPECT_EQ( channel->forwardingGeneration(), 6u );
    EXPECT_EQ( channel->requestsWaiting() + channel->requestsOutstanding(), 0u );
+}
+
+// The loop hears of an end later than the transport's thread, and may have sent meanwhile.
+TEST_F( GrpcChannel, whatIsSentAfterTheEndOfTheStreamIsForgotten ) {
+   class Sink : public Vex::TransportSink {
+    public:
+      void reply( std::unique_ptr< vex::pb::BatchReply > ) override {}
+      void end( const String & reason, bool ) override { ended.set_value( reason ); }
+      std::promise< String > ended;
+   };
+   start( { &engine } );
+   engine.end();
+   const grpc::Slice empty( "" );
+   const grpc::ByteBuffer batch( &empty, 1 );
+   // Many times, since the two threads have to meet.
+   for ( int round = 0; round < 50; ++round ) {
+      const auto sink = std::make_shared< Sink >();
+      const auto transport = Vex::streamTransport( address, sink );
+      transport->send( batch );
+      EXPECT_EQ( sink->ended.get_future().get(), "told to end" );
+      for ( int n = 0; n < 1000; ++n ) transport->send( batch );
+   }
 }
 
 TEST_F( GrpcChannel, aSlowDataPlaneHoldsTheQueueAndNothingIsLost ) {

@@ -1,0 +1,82 @@
+// IpsecManagement: the crypto devices and the security associations that the IPsec modules work with. Packets never
+// come here.
+//
+// Associations are kept by VRF, connection and direction, and each update replaces those of one key whole. One that is
+// there already, the same in every field and key, goes on: with its sequence numbers, and what it has seen.
+#pragma once
+
+#include "DpIpsecSa.h"
+#include "DpModule.h"
+
+#include <absl/container/flat_hash_map.h>
+
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace Vexdp {
+
+// Values of `sa_direction`.
+enum class SaDirection : std::uint8_t { outbound = 0, inbound = 1 };
+
+class IpsecManagement : public Module {
+ public:
+   // When the init message doesn't say.
+   static constexpr std::uint32_t kDefaultSas = 1024;
+   static constexpr std::uint32_t kMaxSas = 1u << 16;
+
+   static const ModuleClass & moduleClass();
+   // `max_ipsec_policies` sizes nothing: there are no policies.
+   static Outcome check( const vex::pb::IpsecManagementArg & init );
+   IpsecManagement( Identity identity, const vex::pb::IpsecManagementArg & init );
+
+   // Brings a device up: "crypto_openssl", or "crypto_null" for the null cipher. EEXIST: it is up. ENOENT: there is no
+   // such driver. ERANGE: it would have no queue or no session.
+   Outcome initVirtDevice( const vex::pb::IpsecInitVirtCryptoPMDArg & arg );
+   // Replaces the associations of a key, or leaves all as they are. What IpsecSa::check refuses. ENODEV: a device that
+   // their algorithms need isn't up. EEXIST: an SPI twice among them, or inbound in another connection. ENOSPC: more
+   // than `max_ipsec_sas`, or than a device's `max_nb_sessions`.
+   Outcome updateIpsecSas( const vex::pb::IpsecUpdateSAArg & arg );
+   // Takes all of a key away; it need have none.
+   Outcome deleteIpsecSas( const vex::pb::IpsecDeleteSAArg & arg );
+
+   // The newest of the connection; null when there is none.
+   IpsecSa * outbound( std::uint32_t vrf, std::uint32_t encapId ) const;
+   // In transport mode, from and to the addresses; null when there is none.
+   IpsecSa * outboundTransport( Ipv4Addr src, Ipv4Addr dst ) const;
+   // By what its packets carry; null when there is none.
+   IpsecSa * inbound( std::uint32_t spi, Ipv4Addr dst ) const;
+
+   Fate process( Packet & packet, Context & context ) override;
+   CommandSource commands() const override;
+   std::string desc() const override;
+
+ private:
+   struct Key {
+      std::uint32_t vrf;
+      std::uint32_t encapId;
+      SaDirection direction;
+      friend auto operator<=>( const Key &, const Key & ) = default;
+   };
+   using Sas = std::vector< std::shared_ptr< IpsecSa > >;
+   using SpiAndDst = std::pair< std::uint32_t, std::uint32_t >;
+   struct Device {
+      vex::pb::IpsecInitVirtCryptoPMDArg arg;
+      std::uint32_t sessions = 0;
+   };
+   using Sessions = std::map< std::string, std::uint32_t >; // by device
+
+   static Outcome keyOf( bool present, std::uint32_t direction, Key & key );
+   Outcome requireUnique( const Key & key, const vex::pb::IpsecUpdateSAArg & arg ) const;
+   Outcome requireRoom( const Key & key, const vex::pb::IpsecUpdateSAArg & arg ) const;
+   const Sas & sasOf( const Key & key ) const;
+   void replace( const Key & key, Sas sas );
+
+   const std::uint32_t maxSas_;
+   std::map< std::string, Device > devices_;
+   std::map< Key, Sas > sas_;
+   absl::flat_hash_map< SpiAndDst, std::pair< Key, IpsecSa * > > inbound_;
+   std::size_t count_ = 0;
+};
+
+} // namespace Vexdp

@@ -1,0 +1,188 @@
+#include "StateAclCheck.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace Acl {
+
+namespace {
+
+constexpr U8 protoIcmp = 1;
+constexpr U8 protoTcp = 6;
+
+// TCP, UDP, DCCP, SCTP and UDP-Lite.
+bool hasPorts( U8 proto ) {
+   constexpr U8 protos[] = { protoTcp, 17, 33, 132, 136 };
+   return std::ranges::find( protos, proto ) != std::end( protos );
+}
+
+// Collects what is wrong with one rule.
+class RuleCheck {
+ public:
+   RuleCheck( Gant::String object, const IpFilter & filter, Problems & problems ) :
+        object_( std::move( object ) ), filter_( filter ), problems_( problems ) {}
+
+   void run() {
+      checkNumbers( "source port", filter_.sourcePort() );
+      checkNumbers( "destination port", filter_.destinationPort() );
+      checkNumbers( "length", filter_.ipLen() );
+      checkProtocol();
+      checkLimits();
+      checkSize();
+      noteWhatIsIgnored();
+   }
+
+ private:
+   void error( Gant::String text ) { problems_.push_back( { Problem::Severity::error, object_, std::move( text ) } ); }
+   void note( Gant::String text ) { problems_.push_back( { Problem::Severity::note, object_, std::move( text ) } ); }
+
+   void checkNumbers( const char * what, const RangeSpec & spec ) {
+      const auto & values = spec.values();
+      const bool several = spec.oper() == RangeOper::eq_ || spec.oper() == RangeOper::neq_;
+      const size_t wanted = spec.isAny() ? 0 : spec.oper() == RangeOper::range_ ? 2 : 1;
+      if ( several ? values.empty() : values.size() != wanted )
+         error( Gant::textsOf( what, " ", spec, ": wrong number of values" ) );
+      else if ( spec.oper() == RangeOper::range_ && values[ 0 ] > values[ 1 ] )
+         error( Gant::textsOf( what, " ", spec, ": the range is upside down" ) );
+      else if ( spec.ranges().empty() )
+         error( Gant::textsOf( what, " ", spec, ": no number matches" ) );
+   }
+
+   void checkProtocol() {
+      const bool ports = !filter_.sourcePort().isAny() || !filter_.destinationPort().isAny();
+      if ( ports && !hasPorts( filter_.proto() ) )
+         error( Gant::textsOf( "protocol ", U32( filter_.proto() ), " has no ports" ) );
+      if ( filter_.tcpFlags() != 0 && filter_.proto() != protoTcp ) error( "flags are those of TCP only" );
+      const bool icmp = filter_.icmpType() != icmpAny || filter_.icmpCode() != icmpAny;
+      if ( icmp && filter_.proto() != protoIcmp ) error( "an ICMP type or code needs protocol icmp" );
+      const bool transport = ports || icmp || filter_.tcpFlags() != 0;
+      if ( transport && filter_.fragments() ) error( "fragments have neither ports, nor flags, nor an ICMP type" );
+   }
+
+   void checkLimits() {
+      if ( filter_.matchDscp() && filter_.dscp() > 63 )
+         error( Gant::textsOf( "DSCP ", U32( filter_.dscp() ), " is above 63" ) );
+      if ( filter_.icmpType() != icmpAny && filter_.icmpType() > 255 )
+         error( Gant::textsOf( "ICMP type ", filter_.icmpType(), " is above 255" ) );
+      if ( filter_.icmpCode() != icmpAny && filter_.icmpCode() > 255 )
+         error( Gant::textsOf( "ICMP code ", filter_.icmpCode(), " is above 255" ) );
+      if ( filter_.icmpCode() != icmpAny && filter_.icmpType() == icmpAny ) error( "an ICMP code needs a type" );
+   }
+
+   void checkSize() {
+      const auto flags = std::max( 1, std::popcount( filter_.tcpFlags() ) );
+      const auto records = filter_.sourcePort().ranges().size() * filter_.destinationPort().ranges().size() *
+                           filter_.ipLen().ranges().size() * static_cast< size_t >( flags );
+      if ( records > subrulesMax )
+         error( Gant::textsOf( "it takes ", records, " records, the most is ", subrulesMax ) );
+   }
+
+   void noteWhatIsIgnored() {
+      if ( filter_.fragments() ) note( "fragments: the rule is accepted, and this data plane does not apply it" );
+      const auto oper = filter_.ttl().oper();
+      if ( oper != RangeOper::any_ && oper != RangeOper::eq_ )
+         note( Gant::textsOf( "ttl ", oper, " ", U32( filter_.ttl().ttl() ), ": this data plane matches any TTL" ) );
+   }
+
+   Gant::String object_;
+   const IpFilter & filter_;
+   Problems & problems_;
+};
+
+} // namespace
+
+bool hasError( const Problems & problems ) {
+   return std::ranges::any_of( problems,
+                               []( const auto & problem ) { return problem.severity == Problem::Severity::error; } );
+}
+
+Problems validate( const ListKey & key, const Entries & entries ) {
+   const auto object = "access-list " + key.name();
+   if ( key.type() == ipv6 )
+      return { { Problem::Severity::error, object, "this data plane has no IPv6 access lists" } };
+   if ( key.type() == mac )
+      return { { Problem::Severity::note, object, "MAC rules are accepted, and this data plane does not apply them" } };
+   Problems problems;
+   for ( const auto & [ sequence, entry ] : entries )
+      if ( !entry.isRemark )
+         RuleCheck( Gant::textsOf( object, ", sequence ", sequence ), entry.rule.filter(), problems ).run();
+   return problems;
+}
+
+} // namespace Acl
+
+namespace Qos {
+
+namespace {
+
+using Severity = Acl::Problem::Severity;
+
+constexpr size_t classesMax = 255;
+
+void checkActions( const Gant::String & object, const PolicyClass::Actions & actions, Acl::Problems & problems ) {
+   const auto check = [ & ]( U32 value, U32 most, const char * what ) {
+      if ( value > most )
+         problems.push_back( { Severity::error, object, Gant::textsOf( what, " ", value, " is above ", most ) } );
+   };
+   for ( const auto & [ action, value ] : actions ) switch ( action ) {
+      case ActionType::actionSetDscp_: check( value, Dscp::max, "set dscp" ); break;
+      case ActionType::actionSetTc_: check( value, trafficClassMax, "set traffic-class" ); break;
+      default: problems.push_back( { Severity::error, object, "this data plane sets DSCP and traffic class only" } );
+      }
+}
+
+void checkLists( const Gant::String & object, const ClassMapConfig & classMap, const Acl::ConfigBase & aclConfig,
+                 Acl::Problems & problems ) {
+   for ( const auto & name : classMap.accessLists ) {
+      const auto & list = aclConfig.aclConfig( Acl::ListKey( Acl::ip, name ) );
+      if ( !list )
+         problems.push_back( { Severity::error, object, "there is no access-list " + name } );
+      else
+         std::ranges::copy( Acl::validate( list->key(), list->entries() ), std::back_inserter( problems ) );
+   }
+}
+
+} // namespace
+
+Acl::Problems validate( const Gant::String & name, const ClassMapConfig & classMap ) {
+   const auto object = "class-map " + name;
+   const auto error = [ & ]( const char * text ) { return Acl::Problems{ { Severity::error, object, text } }; };
+   switch ( classMap.matchOption ) {
+   case ClassMapMatchOption::matchIpAccessGroup_: break;
+   case ClassMapMatchOption::matchIpv6AccessGroup_: return error( "this data plane has no IPv6 access lists" );
+   case ClassMapMatchOption::matchVlan_: return error( "this data plane does not match a VLAN in a class" );
+   default: return error( "it matches nothing" );
+   }
+   if ( classMap.accessLists.empty() ) return error( "it matches nothing" );
+   auto lists = classMap.accessLists;
+   std::ranges::sort( lists );
+   if ( std::ranges::adjacent_find( lists ) != lists.end() ) return error( "an access-list stands in it twice" );
+   return {};
+}
+
+Acl::Problems validate( const Gant::String & name, const PolicyMapConfig & policyMap, const Status & status,
+                        const Acl::ConfigBase & aclConfig ) {
+   const auto object = "policy-map " + name;
+   Acl::Problems problems;
+   if ( policyMap.classes.empty() ) problems.push_back( { Severity::error, object, "it has no class" } );
+   if ( policyMap.classes.size() > classesMax )
+      problems.push_back( { Severity::error, object, Gant::textsOf( "it has more than ", classesMax, " classes" ) } );
+   Gant::OrderedSet< Gant::String > seen;
+   for ( const auto & policyClass : policyMap.classes ) {
+      const auto classObject = object + ", class " + policyClass.name;
+      if ( !seen.insert( policyClass.name ).second )
+         problems.push_back( { Severity::error, classObject, "the class stands in it twice" } );
+      checkActions( classObject, policyClass.actions, problems );
+      if ( policyClass.name == classDefault ) continue;
+      if ( !status.classMapHas( policyClass.name ) ) {
+         problems.push_back( { Severity::error, classObject, "there is no such class-map" } );
+         continue;
+      }
+      const auto & classMap = status.classMap( policyClass.name );
+      std::ranges::copy( validate( policyClass.name, classMap ), std::back_inserter( problems ) );
+      checkLists( classObject, classMap, aclConfig, problems );
+   }
+   return problems;
+}
+
+} // namespace Qos

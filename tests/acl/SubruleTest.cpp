@@ -1,0 +1,114 @@
+#include "HulAclSubrules.h"
+#include "Rules.h"
+
+#include <gtest/gtest.h>
+#include <random>
+
+namespace {
+
+using namespace Test;
+using Acl::RangeOper;
+using Acl::RangeSpec;
+
+// "80-90 443", of a number's specification.
+Gant::String rangesOf( RangeOper oper, RangeSpec::Values values ) {
+   Gant::String out;
+   for ( const auto & [ low, high ] : RangeSpec( oper, values ).ranges() ) {
+      if ( !out.empty() ) out += " ";
+      out += std::to_string( low );
+      if ( high != low ) out += "-" + std::to_string( high );
+   }
+   return out;
+}
+
+TEST( Subrules, numbersBecomeTheFewestRanges ) {
+   EXPECT_EQ( rangesOf( RangeOper::any_, {} ), "0-65535" );
+   EXPECT_EQ( rangesOf( RangeOper::eq_, { 443, 80, 81, 80 } ), "80-81 443" );
+   EXPECT_EQ( rangesOf( RangeOper::eq_, { 65535, 0 } ), "0 65535" );
+   EXPECT_EQ( rangesOf( RangeOper::neq_, { 80 } ), "0-79 81-65535" );
+   EXPECT_EQ( rangesOf( RangeOper::neq_, { 65535, 0, 1 } ), "2-65534" );
+   EXPECT_EQ( rangesOf( RangeOper::gt_, { 65534 } ), "65535" );
+   EXPECT_EQ( rangesOf( RangeOper::lt_, { 1 } ), "0" );
+   EXPECT_EQ( rangesOf( RangeOper::range_, { 5, 9 } ), "5-9" );
+   EXPECT_EQ( rangesOf( RangeOper::range_, { 9, 5 } ), "" );
+   EXPECT_EQ( rangesOf( RangeOper::gt_, { 65535 } ), "" );
+   EXPECT_EQ( rangesOf( RangeOper::lt_, { 0 } ), "" );
+}
+
+TEST( Subrules, aLonePortOfZeroIsInUse ) {
+   const auto filter = Acl::RuleConfig( udp().dport( RangeOper::eq_, { 0 } ) ).filter();
+   const auto subrules = Hul::subrulesOf( filter );
+   ASSERT_EQ( subrules.size(), 1u );
+   EXPECT_EQ( subrules[ 0 ], ( Hul::SubruleMatch{ .dstL4PortMask = 0xffff, .l4Rule = true } ) );
+}
+
+struct Packet {
+   U16 sport, dport, len;
+   U8 flags;
+};
+
+bool matches( const RangeSpec & spec, U16 value ) {
+   const auto & values = spec.values();
+   const bool among = std::ranges::find( values, value ) != values.end();
+   switch ( spec.oper() ) {
+   case RangeOper::any_: return true;
+   case RangeOper::eq_: return among;
+   case RangeOper::neq_: return !among;
+   case RangeOper::gt_: return value > values[ 0 ];
+   case RangeOper::lt_: return value < values[ 0 ];
+   case RangeOper::range_: return values[ 0 ] <= value && value <= values[ 1 ];
+   }
+   return false;
+}
+
+bool matches( const Acl::IpFilter & filter, const Packet & packet ) {
+   return matches( filter.sourcePort(), packet.sport ) && matches( filter.destinationPort(), packet.dport ) &&
+          matches( filter.ipLen(), packet.len ) && ( filter.tcpFlags() == 0 || ( filter.tcpFlags() & packet.flags ) );
+}
+
+bool inUseMatches( U16 mask, U16 low, U16 high, U16 value ) {
+   return ( !mask && !low && !high ) || ( low <= value && value <= high );
+}
+
+bool matches( const Hul::SubruleMatch & m, const Packet & packet ) {
+   return inUseMatches( m.srcL4PortMask, m.srcPortLow, m.srcPortHigh, packet.sport ) &&
+          inUseMatches( m.dstL4PortMask, m.dstPortLow, m.dstPortHigh, packet.dport ) &&
+          inUseMatches( m.ipLenMask, m.ipLenLow, m.ipLenHigh, packet.len ) &&
+          ( m.extraTcpFlags & packet.flags ) == m.extraTcpFlags;
+}
+
+// A packet matches a rule exactly when it matches one of its records; and never two of them, but for flags.
+TEST( Subrules, theRecordsOfARuleTogetherMatchWhatTheRuleMatches ) {
+   std::mt19937 random( 20240611 );
+   // Few numbers, so that rules and packets meet; the ends of the range are among them.
+   const U16 numbers[] = { 0, 1, 2, 3, 79, 80, 81, 65533, 65534, 65535 };
+   const auto number = [ & ] { return numbers[ random() % std::size( numbers ) ]; };
+   const auto spec = [ & ] {
+      const RangeOper oper( static_cast< U8 >( random() % 6 ) );
+      RangeSpec::Values values;
+      const size_t several = 1 + random() % 4;
+      const size_t count = oper == RangeOper::any_ ? 0 : oper <= RangeOper::neq_ ? several : 2;
+      for ( size_t i = 0; i < count; ++i ) values.push_back( number() );
+      return RangeSpec( oper, values );
+   };
+   size_t met = 0;
+   for ( int rule = 0; rule < 500; ++rule ) {
+      Acl::IpFilter filter;
+      filter.sourcePortIs( spec() );
+      filter.destinationPortIs( spec() );
+      filter.ipLenIs( spec() );
+      if ( random() % 2 ) filter.tcpFlagsIs( static_cast< U8 >( random() % 64 ) );
+      const auto subrules = Hul::subrulesOf( filter );
+      for ( int i = 0; i < 50; ++i ) {
+         const Packet packet{ number(), number(), number(), static_cast< U8 >( random() % 64 ) };
+         const auto matching = static_cast< size_t >(
+              std::ranges::count_if( subrules, [ & ]( const auto & subrule ) { return matches( subrule, packet ); } ) );
+         ASSERT_EQ( matching > 0, matches( filter, packet ) ) << filter.strep();
+         ASSERT_TRUE( matching <= 1 || filter.tcpFlags() != 0 ) << filter.strep();
+         met += matching > 0;
+      }
+   }
+   EXPECT_GT( met, 500u );
+}
+
+} // namespace

@@ -1,0 +1,214 @@
+// Connections, their pairs of output modules, errors, and the tasks around them.
+#include "IpsecRouter.h"
+#include "VexIpsecCounterSm.h"
+#include "VexIpsecGrpcSm.h"
+
+namespace Test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+using VexL3Unicast::IpsecConnectionKey;
+
+TEST( IpsecStart, devicesAreUpBeforeTheFirstAssociationAndTheModulesOfATunnelStand ) {
+   IpsecRouter router;
+   router.table->connectionIs( connectionKey( 5 ), connection( { "Tunnel1" }, { 4096 }, 8192 ) );
+   router.start();
+   const auto all = router.take();
+   ASSERT_EQ( all.size(), 9u );
+   EXPECT_EQ( Lines( all.begin(), all.begin() + 5 ), lines( R"(
+      create trap Trap
+      create ipsecManagementModule IpsecManagement max_ipsec_sas 1024 max_ipsec_policies 1024
+      ipsecManagementModule initVirtDevice crypto_dev_name crypto_openssl max_nb_queue_pairs 128 max_nb_sessions 2048 socket_id -1
+      ipsecManagementModule initVirtDevice crypto_dev_name crypto_null max_nb_queue_pairs 128 max_nb_sessions 2048 socket_id -1
+      create ipsecInTunnelModule IpsecTunnelIngress
+   )" ) );
+   EXPECT_THAT( all[ 5 ], StartsWith( "ipsecManagementModule updateIpsecSAs vrf 0 encap_id 5 sa_direction 0 " ) );
+   EXPECT_THAT( all[ 6 ], StartsWith( "ipsecManagementModule updateIpsecSAs vrf 0 encap_id 5 sa_direction 1 " ) );
+   EXPECT_EQ( Lines( all.begin() + 7, all.end() ), lines( R"(
+      create ipsecFwd_default_5_IpsecVti_Tunnel1 IpsecTunnelEgress vrf 0 encap_id 5 local_out 0
+      create ipsecLocal_default_5_IpsecVti_Tunnel1 IpsecTunnelEgress vrf 0 encap_id 5 local_out 1
+   )" ) );
+   EXPECT_FALSE( router.helper->getDecryptIpsecModule() || router.helper->getEncryptIpsecModule() );
+   EXPECT_FALSE( router.helper->initialized() );
+   EXPECT_EQ( router.helper->getManagementIpsecModule()->maxInGate(), 8192u );
+   EXPECT_EQ( router.helper->getInTunnelIpsecModule()->maxOutGate(), 8192u );
+}
+
+TEST_F( IpsecTest, aPairIsActiveWhileItsConnectionHasAnOutboundAssociation ) {
+   const auto key = connectionKey( 5, EncapIdType::IpsecGre() );
+   router.table->connectionIs( key, connection( { "Tunnel1", "Tunnel2" }, {}, std::nullopt ) );
+   EXPECT_THAT( router.channel->takeOf( { "ipsecManagementModule" } ), IsEmpty() );
+   EXPECT_THAT( router.pairs(), ElementsAre( "ipsecFwd_default_5_IpsecGre_Tunnel1 inactive",
+                                             "ipsecFwd_default_5_IpsecGre_Tunnel2 inactive" ) );
+   router.table->connectionIs( key, connection( { "Tunnel1", "Tunnel2" }, {}, 8192 ) );
+   EXPECT_THAT( router.pairs(), ElementsAre( "ipsecFwd_default_5_IpsecGre_Tunnel1 active",
+                                             "ipsecFwd_default_5_IpsecGre_Tunnel2 active" ) );
+   EXPECT_TRUE(
+        router.helper->ipsecConnectionInfo( IpsecConnectionKey( Kynet::NamespaceName( "default" ), key.encapId() ) )
+             .outSaPresent() );
+   router.table->connectionIs( key, connection( { "Tunnel1", "Tunnel2" }, {}, std::nullopt ) );
+   EXPECT_THAT( router.pairs(), ElementsAre( "ipsecFwd_default_5_IpsecGre_Tunnel1 inactive",
+                                             "ipsecFwd_default_5_IpsecGre_Tunnel2 inactive" ) );
+}
+
+TEST_F( IpsecTest, anInterfaceListBringsNewPairsAndQuietensThoseThatLeft ) {
+   const auto key = connectionKey( 5 );
+   router.table->connectionIs( key, connection( { "Tunnel1", "Tunnel2" }, {}, 8192 ) );
+   const auto first = router.helper->outTunnelIpsecModulePairIterator();
+   router.take();
+   router.table->connectionIs( key, connection( { "Tunnel2", "Tunnel3" }, {}, 8192 ) );
+   EXPECT_EQ( router.take(), lines( R"(
+      create ipsecFwd_default_5_IpsecVti_Tunnel3 IpsecTunnelEgress vrf 0 encap_id 5 local_out 0
+      create ipsecLocal_default_5_IpsecVti_Tunnel3 IpsecTunnelEgress vrf 0 encap_id 5 local_out 1
+   )" ) );
+   EXPECT_THAT( router.pairs(), ElementsAre( "ipsecFwd_default_5_IpsecVti_Tunnel1 inactive",
+                                             "ipsecFwd_default_5_IpsecVti_Tunnel2 active",
+                                             "ipsecFwd_default_5_IpsecVti_Tunnel3 active" ) );
+   // The same list once more, and an interface whose pair is there already.
+   router.helper->changeIntfList( key.vrfName(), key.encapId(), router.table->connection( key ).intfList() );
+   for ( const auto & [ pairKey, pair ] : first )
+      EXPECT_EQ( router.helper->getOrCreateOutTunnelIpsecModulePair( pairKey.vrfName(), pairKey.ipsecEncapId(),
+                                                                     pairKey.intfId() ),
+                 pair );
+   EXPECT_THAT( router.take(), IsEmpty() );
+   EXPECT_EQ( router.pairs().size(), 3u );
+}
+
+TEST_F( IpsecTest, equalIdsInTwoVrfsKeepTheirOwnPairs ) {
+   const auto red = connectionKey( 5, EncapIdType::IpsecVti(), "red" );
+   const auto blue = connectionKey( 5, EncapIdType::IpsecVti(), "blue" );
+   router.table->connectionIs( red, connection( { "Tunnel1", "Tunnel2" }, { 4096 }, 8192 ) );
+   router.table->connectionIs( blue, connection( { "Tunnel2", "Tunnel3" }, { 4097 }, 8193 ) );
+   EXPECT_EQ( router.channel->takeOf( { "create ipsecFwd" } ), lines( R"(
+      create ipsecFwd_red_5_IpsecVti_Tunnel1 IpsecTunnelEgress vrf 0 encap_id 5 local_out 0
+      create ipsecFwd_red_5_IpsecVti_Tunnel2 IpsecTunnelEgress vrf 0 encap_id 5 local_out 0
+      create ipsecFwd_blue_5_IpsecVti_Tunnel2 IpsecTunnelEgress vrf 0 encap_id 5 local_out 0
+      create ipsecFwd_blue_5_IpsecVti_Tunnel3 IpsecTunnelEgress vrf 0 encap_id 5 local_out 0
+   )" ) );
+   // Tunnel2 leaves red. The walk meets blue's pairs too, and touches none of them.
+   router.table->connectionIs( red, connection( { "Tunnel1" }, { 4096 }, 8192 ) );
+   const auto expected = [ & ]( const char * red1 ) {
+      return ElementsAre( "ipsecFwd_blue_5_IpsecVti_Tunnel2 active", "ipsecFwd_blue_5_IpsecVti_Tunnel3 active", red1,
+                          "ipsecFwd_red_5_IpsecVti_Tunnel2 inactive" );
+   };
+   EXPECT_THAT( router.pairs(), expected( "ipsecFwd_red_5_IpsecVti_Tunnel1 active" ) );
+   router.table->connectionDel( red );
+   EXPECT_THAT( router.pairs(), expected( "ipsecFwd_red_5_IpsecVti_Tunnel1 inactive" ) );
+   EXPECT_THAT( router.flows(), ElementsAre( "50 192.0.2.1:0 -> 198.51.100.9:0 spi 0x00001001" ) );
+}
+
+TEST_F( IpsecTest, aConnectionThatGoesLeavesItsPairsBehindInactive ) {
+   const auto key = connectionKey( 5 );
+   router.table->connectionIs( key, connection( { "Tunnel1" }, { 4096 }, 8192 ) );
+   router.take();
+   router.table->connectionDel( key );
+   EXPECT_EQ( router.take(), lines( R"(
+      ipsecManagementModule deleteIpsecSAs vrf 0 encap_id 5 sa_direction 0
+      ipsecManagementModule deleteIpsecSAs vrf 0 encap_id 5 sa_direction 1
+   )" ) );
+   EXPECT_THAT( router.pairs(), ElementsAre( "ipsecFwd_default_5_IpsecVti_Tunnel1 inactive" ) );
+   EXPECT_EQ( router.helper->ipsecConnectionInfos(), 0u );
+   EXPECT_THAT( router.flows(), IsEmpty() );
+   // The owner of the wiring ends them.
+   router.helper->deleteOutTunnelIpsecModulePair( key.vrfName(), key.encapId(), intf( "Tunnel1" ) );
+   EXPECT_EQ( router.take(), lines( R"(
+      destroy ipsecLocal_default_5_IpsecVti_Tunnel1
+      destroy ipsecFwd_default_5_IpsecVti_Tunnel1
+   )" ) );
+}
+
+TEST_F( IpsecTest, aChangeOfAConnectionThatThereIsNotWorksOnDefaults ) {
+   const auto key = connectionKey( 5 );
+   const auto wanted = connection( { "Tunnel1" }, {}, std::nullopt );
+   router.helper->changeIntfList( key.vrfName(), key.encapId(), wanted.intfList() );
+   EXPECT_THAT( router.pairs(), ElementsAre( "ipsecFwd_default_5_IpsecVti_Tunnel1 inactive" ) );
+   router.helper->newConnection( key.vrfName(), key.encapId(), nullptr, nullptr, {} );
+   router.take();
+   const auto sa = aesSha1( 8192 );
+   router.helper->newConnection( key.vrfName(), key.encapId(), nullptr, &sa, {} );
+   EXPECT_EQ( router.take().size(), 1u );
+   // No list of interfaces: what pairs there are is not looked at.
+   EXPECT_THAT( router.pairs(), ElementsAre( "ipsecFwd_default_5_IpsecVti_Tunnel1 inactive" ) );
+}
+
+TEST_F( IpsecTest, whatThisDataPlaneDoesNotHaveIsTracedOnly ) {
+   const auto key = connectionKey( 5 );
+   const auto tunnel = intf( "Tunnel1" );
+   auto & helper = *router.helper;
+   EXPECT_FALSE( helper.getOrCreateInPolicyIpsecModule( key.vrfName(), tunnel ) );
+   EXPECT_FALSE( helper.getOrCreateOutPolicyIpsecModule( key.vrfName(), tunnel ) );
+   helper.programOutTunnelIpsecOgate( key.vrfName(), key.encapId(), tunnel, true, Vex::GateId( 1 ) );
+   helper.cleanupInTunnelIpsecModule( key.vrfName(), key.encapId() );
+   helper.cleanupInPolicyIpsecModule( key.vrfName(), key.encapId(), tunnel );
+   helper.cleanupOutPolicyIpsecModule( key.vrfName(), key.encapId(), tunnel );
+   EXPECT_THAT( router.take(), IsEmpty() );
+   EXPECT_EQ( helper.inPolicyIpsecModules() + helper.outPolicyIpsecModules(), 0u );
+   const auto all = traced( "VexIpsecHelper" );
+   EXPECT_EQ( Lines( all.end() - 4, all.end() ), lines( R"(
+      IpsecHelper::programOutTunnelIpsecOgate TODO
+      IpsecHelper::cleanupInTunnelIpsecModule TODO
+      IpsecHelper::cleanupInPolicyIpsecModule TODO
+      IpsecHelper::cleanupOutPolicyIpsecModule TODO
+   )" ) );
+}
+
+TEST_F( IpsecTest, everyErrorIsDrainedWhetherItCameBeforeTheReaderOrAfter ) {
+   const auto key = connectionKey( 5 );
+   router.table->connectionIs( key, connection( { "Tunnel1" }, { 4096 }, 8192 ) );
+   const auto & pair = router.helper->ipsecModuleConfigStatusPair();
+   const auto refuse = [ & ]( const char * action, S32 code, const char * text ) {
+      Vex::Refusal refusal;
+      refusal.type = Vex::GrpcRequestType::moduleCommand();
+      refusal.module = "ipsecManagementModule";
+      refusal.action = action;
+      refusal.code = code;
+      refusal.text = text;
+      router.channel->refusalIs( pair->moduleConfig()->origin(), refusal );
+   };
+   const auto before = router.helper->ipsecConnectionInfoIterator();
+   const auto linesBefore = traced( "VexIpsecGrpcSm" ).size();
+   refuse( "updateIpsecSAs", 22, "SPI 0" );
+   refuse( "initVirtDevice", 19, "no such device" );
+   const auto sm = VexL3Unicast::ipsecGrpcSmFactory( pair );
+   EXPECT_TRUE( sm->initialized() );
+   EXPECT_FALSE( pair->moduleStatus()->errorQueueDeq() );
+   refuse( "deleteIpsecSAs", 2, "no such connection" );
+   EXPECT_FALSE( pair->moduleStatus()->errorQueueDeq() );
+   // What comes while it is silent waits.
+   sm->hasNotificationActiveIs( false );
+   refuse( "updateIpsecSAs", 28, "full" );
+   EXPECT_EQ( traced( "VexIpsecGrpcSm" ).back(),
+              "IpsecGrpcSm::handleGrpcError Ipsec GRPC msg error handling for cmdType: moduleCommand cmdAction: "
+              "deleteIpsecSAs errorCode: 2 errorMsg: no such connection" );
+   sm->hasNotificationActiveIs( true );
+   EXPECT_FALSE( pair->moduleStatus()->errorQueueDeq() );
+   sm->handleGrpcError();
+   EXPECT_EQ( traced( "VexIpsecGrpcSm" ).size() - linesBefore, 4u );
+   EXPECT_EQ( router.helper->ipsecConnectionInfoIterator(), before );
+   EXPECT_THAT( router.pairs(), ElementsAre( "ipsecFwd_default_5_IpsecVti_Tunnel1 active" ) );
+}
+
+TEST_F( IpsecTest, theCounterTaskRunsWhenItsClockFiresAndDoesNotArmItAgain ) {
+   auto & loop = *Gant::activityManager();
+   loop.manualTimeIs( loop.now() );
+   const auto clock = loop.newClock();
+   const auto sm = Vex::Ipsec::ipsecCounterSmFactory( clock, router.table );
+   EXPECT_TRUE( sm->initialized() );
+   clock->timeMinIs( loop.now() + Vex::Ipsec::IpsecCounterSm::refreshPeriod );
+   const auto ran = [] { return traced( "IpsecVexCounter" ).size(); };
+   EXPECT_EQ( ran(), 0u );
+   loop.manualTimeIs( loop.now() + 1 );
+   loop.poll();
+   EXPECT_EQ( ran(), 1u );
+   EXPECT_EQ( clock->timeMin(), Gant::Clock::never );
+   sm->gantDoZombieReactors( true );
+   clock->timeMinIs( loop.now() );
+   loop.poll();
+   EXPECT_EQ( ran(), 1u );
+   EXPECT_THAT( router.take(), IsEmpty() );
+}
+
+} // namespace
+} // namespace Test
