@@ -150,7 +150,7 @@ std::vector< Json > rowsOfAgentText( std::string_view text, const Json & intfNam
 }
 
 void AgentTextAnswer::row( const Json & row ) {
-   if ( const auto text = row.find( "text" ); text != row.end() )
+   if ( const auto text = row.find( "agentText" ); text != row.end() )
       text_ += text->get< std::string >();
    else
       to_.row( row );

@@ -286,7 +286,7 @@ std::string differencesInWords( const Json & end ) {
    const auto compared = end.value( "compared", Json::object() );
    std::string line;
    for ( const auto & [ what, number ] : compared.items() )
-      line += fmt::format( "{}{} {}", line.empty() ? "" : ", ", groupedNumber( number ), what );
+      line += fmt::format( "{}{} {}", line.empty() ? "" : ", ", what, groupedNumber( number ) );
    return "No differences: " + line + " in " + seconds( end.value( "seconds", 0.0 ) );
 }
 

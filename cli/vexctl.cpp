@@ -220,6 +220,7 @@ class Program {
       app_.add_option( "--socket", options_.socket, "the daemon's command socket" )
            ->envname( "VEXL3D_SOCKET" )
            ->capture_default_str()
+           ->take_last()
            ->type_name( "PATH" );
       app_.footer( "Exit codes: 0 done, 1 refused or different, 2 usage, 3 not found, 4 no daemon." );
       app_.require_subcommand( 1 );

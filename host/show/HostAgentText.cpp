@@ -102,7 +102,7 @@ class AgentText : public Answer, public Gant::StateMachine {
             return Step::done;
          }
          read_ += got;
-         out.row( { { "text", text.substr( 0, static_cast< size_t >( got ) ) } } );
+         out.row( { { "agentText", text.substr( 0, static_cast< size_t >( got ) ) } } );
       }
       return Step::more;
    }

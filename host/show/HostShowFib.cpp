@@ -2,8 +2,8 @@
 // same routes come from its table.
 
 #include "HostAgentText.h"
-#include "HostLookup.h"
 #include "HostAgentView.h"
+#include "HostLookup.h"
 #include "HostShows.h"
 #include "HostSortedRuns.h"
 #include "HulL3Status.h"

@@ -1,8 +1,8 @@
 // Comparers: each knows what one module of its class should hold, and is told what it holds.
 #pragma once
 
-#include "HostFindings.h"
 #include "HostAgentView.h"
+#include "HostFindings.h"
 
 #include <google/protobuf/any.pb.h>
 #include <optional>

@@ -89,11 +89,11 @@ TEST_F( Shows, theDataPlaneItselfGivesTheSameMatchesAndTheAgentsText ) {
    }
    EXPECT_EQ( error( R"({"command":"show fib","match":"10.9.0.1","dataplane":true})" ),
               "notFound: the data plane has no route to 10.9.0.1" );
-   const auto text = each( R"({"command":"show fib","vrf":"all","dataplane":true})", "text" );
+   const auto text = each( R"({"command":"show fib","vrf":"all","dataplane":true})", "agentText" );
    EXPECT_NE( text.find( " 'pModuleFIB0': (  '10.1.0.0/16', ( 'default', " ), text.npos ) << text;
    EXPECT_NE( text.find( " 'pModuleFIB1': (  '10.1.0.0/16', ( 'red', " ), text.npos ) << text;
    const auto rows = ask( R"({"command":"show nexthops","interface":"Et1","dataplane":true})" );
-   EXPECT_NE( rows.front()[ "text" ].get< std::string >().find( "'02:00:00:00:01:02'" ), text.npos );
+   EXPECT_NE( rows.front()[ "agentText" ].get< std::string >().find( "'02:00:00:00:01:02'" ), text.npos );
    EXPECT_EQ( rows.back()[ "end" ][ "interfaces" ].begin().value(), "Ethernet1" );
 }
 
@@ -134,15 +134,15 @@ TEST_F( Shows, interfacesTunnelsAndVrfs ) {
 
 TEST_F( Shows, theGraphIsThatOfTheDataPlane ) {
    const auto modules = each( R"({"command":"show modules"})", "module" );
-   for ( const char * module : { "fibIpv4", "trap", "IpInput_Et1", "IpOutput_Et2", "NextHop_Et3", "mfib4_red" } )
+   for ( const char * module : { "fibIpv4", "trap", "IpInput_et1", "IpOutput_et2", "NextHop_et3", "mfib4_red" } )
       EXPECT_NE( modules.find( module ), modules.npos ) << module << " in " << modules;
    for ( const auto & row : ask( R"({"command":"show graph"})" ) ) {
-      if ( row.value( "module", "" ) != "IpInput_Et1" ) continue;
+      if ( row.value( "module", "" ) != "IpInput_et1" ) continue;
       EXPECT_EQ( row[ "to" ].dump(),
                  R"([{"gate":0,"module":"trap","inputGate":0},{"gate":1,"module":"fibIpv4","inputGate":0}])" );
       return;
    }
-   FAIL() << "no IpInput_Et1";
+   FAIL() << "no IpInput_et1";
 }
 
 TEST_F( Shows, aRefusalAndTheQueueAreInWords ) {
@@ -172,7 +172,7 @@ TEST_F( Shows, aTracedPacketPrintsItsWayAndItsEnd ) {
    const auto lines = ask( R"({"command":"trace packet","interface":"Et1","source":"10.0.1.9","destination":"10.1.2.3",
                                "protocol":17,"sourcePort":4,"destinationPort":5})" );
    const auto & end = lines.back()[ "end" ];
-   EXPECT_EQ( lines.front()[ "module" ], "PortRx_Et1" );
+   EXPECT_EQ( lines.front()[ "module" ], "PortRx_et1" );
    EXPECT_EQ( end[ "end" ], "sent" );
    const bool first = end[ "interface" ] == "Ethernet1";
    EXPECT_EQ( end[ "mac" ], first ? "02:00:00:00:01:02" : "02:00:00:00:02:02" );

@@ -173,22 +173,22 @@ TEST_F( Vexctl, verifyEndsWithOneWhenThereAreDifferences ) {
    const auto clean = run( { "verify" } );
    EXPECT_EQ( clean.exitCode, 0 ) << clean.error << clean.out;
    EXPECT_EQ( clean.out.find( "No differences: " ), 0u ) << clean.out;
-   router_.channel()->destroyModule( 60000, "IpInput_Et1" );
+   router_.channel()->destroyModule( 60000, "IpInput_et1" );
    router_.settle();
    const auto damaged = run( { "verify" } );
    EXPECT_EQ( damaged.exitCode, 1 );
-   EXPECT_NE( damaged.out.find( "missing     IpInput_Et1" ), std::string::npos ) << damaged.out;
+   EXPECT_NE( damaged.out.find( "missing     IpInput_et1" ), std::string::npos ) << damaged.out;
 }
 
 TEST_F( Vexctl, drawsAPacketsWayAndTheGraph ) {
    const auto packet = run( { "trace", "packet", "--in", "Et1", "--src", "10.0.1.9", "--dst", "10.1.0.1" } );
    EXPECT_EQ( packet.exitCode, 0 ) << packet.error;
-   EXPECT_EQ( packet.out.find( "  1  PortRx_Et1" ), 0u ) << packet.out;
+   EXPECT_EQ( packet.out.find( "  1  PortRx_et1" ), 0u ) << packet.out;
    EXPECT_NE( packet.out.find( "\nSent out of Ethernet1 to 02:00:00:00:01:02, 34 bytes\n" ), std::string::npos )
         << packet.out;
    const auto dot = run( { "show", "graph", "--dot" } );
    EXPECT_EQ( dot.out.find( "digraph modules {" ), 0u );
-   EXPECT_NE( dot.out.find( R"("IpInput_Et1" -> "fibIpv4" [label="1"];)" ), std::string::npos ) << dot.out;
+   EXPECT_NE( dot.out.find( R"("IpInput_et1" -> "fibIpv4" [label="1"];)" ), std::string::npos ) << dot.out;
 }
 
 } // namespace
