@@ -1,5 +1,7 @@
 #include "BenchTargets.h"
 
+#include "BenchDaemon.h"
+
 #include <fmt/format.h>
 
 namespace Bench {
@@ -52,6 +54,9 @@ void printTargets( const Report & report ) {
                    times( report.alone( key( Phase::loneRoute, way ) ), 1e6 ), "us" );
    }
    printTarget( "the library's own memory", 160, false, report.figure( libraryMemory( false ) ), "bytes a route" );
+   printTarget( "the whole daemon's memory, resident", 400, false, report.figure( daemonMemory ), "bytes a route" );
+   printTarget( "the daemon's data plane killed, everything back and verified", 5000, false,
+                report.figure( daemonVerified ), "ms" );
    printTarget( "data plane killed, everything back and verified", 5000, false, report.figure( recoveryVerified ),
                 "ms" );
 }

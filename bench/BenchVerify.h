@@ -6,7 +6,8 @@
 namespace Bench {
 
 // Reads everything that the data plane holds, and compares: exactly these routes, those of one adjacency over one FEC
-// of four next hops. `adjacencyOf` says which adjacency the route at a position has. Throws on the first difference.
+// of four next hops. `adjacencyOf` says which adjacency the route at a position has; empty, any will do. Throws on the
+// first difference.
 void verify( const std::string & address, const Order & order, const std::vector< U8 > & adjacencyOf );
 
 } // namespace Bench

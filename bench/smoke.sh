@@ -27,5 +27,6 @@ else
 fi
 expect 2 '^library, .* bytes a route$'
 expect 2 '^data plane killed, from its restart .* ms$'
+expect 4 '^daemon.* (ms|bytes a route)$'
 [ $failed = 0 ] || echo "$table"
 exit $failed

@@ -1,5 +1,6 @@
 // Measures the whole, and prints one table of one run. docs/performance.md says what each line means.
 
+#include "BenchDaemon.h"
 #include "BenchKernel.h"
 #include "BenchProcess.h"
 #include "BenchReport.h"
@@ -27,7 +28,7 @@ struct Options {
    bool wanted( const char * part ) const { return only.empty() || only.contains( part ); }
 };
 
-const std::set< std::string > parts{ "kernel", "agent", "end-to-end", "floor", "fed", "recovery" };
+const std::set< std::string > parts{ "kernel", "agent", "end-to-end", "floor", "fed", "recovery", "daemon" };
 
 class Benchmark {
  public:
@@ -46,6 +47,9 @@ class Benchmark {
          eachOrder( "fed", n, &Benchmark::fed );
       }
       for ( int n = 0; n < options_.runs; ++n ) recovery( n );
+      dataPlane_.reset();
+      for ( int n = 0; n < options_.runs; ++n )
+         if ( begins( "daemon", n ) ) measureDaemon( shuffled_, report_ );
    }
    void print() const {
       report_.print();
