@@ -71,17 +71,20 @@ Outcome IpsecManagement::initVirtDevice( const IpsecInitVirtCryptoPMDArg & arg )
    return {};
 }
 
-Outcome IpsecManagement::keyOf( bool present, std::uint32_t direction, Key & key ) {
-   if ( !present ) return refuse( EINVAL, "vrf, encap_id or sa_direction is missing" );
-   key.direction = SaDirection( direction );
-   return requireAtMost( "sa_direction", direction, std::uint32_t( SaDirection::inbound ) );
+template < class Arg >
+Outcome IpsecManagement::keyOf( const Arg & arg, Key & key ) {
+   key = { arg.vrf(), arg.encap_id(), SaDirection( arg.sa_direction() ) };
+   if ( auto out = requireFields( { { arg.has_vrf(), "vrf" },
+                                    { arg.has_encap_id(), "encap_id" },
+                                    { arg.has_sa_direction(), "sa_direction" } } );
+        !out.ok() )
+      return out;
+   return requireAtMost( "sa_direction", arg.sa_direction(), std::uint32_t( SaDirection::inbound ) );
 }
 
 Outcome IpsecManagement::updateIpsecSas( const IpsecUpdateSAArg & arg ) {
-   Key key{ arg.vrf(), arg.encap_id(), {} };
-   if ( auto out = keyOf( arg.has_vrf() && arg.has_encap_id() && arg.has_sa_direction(), arg.sa_direction(), key );
-        !out.ok() )
-      return out;
+   Key key;
+   if ( auto out = keyOf( arg, key ); !out.ok() ) return out;
    if ( auto out = requireFields( { { arg.saentries_size() > 0, "saentries" } } ); !out.ok() ) return out;
    for ( const auto & entry : arg.saentries() )
       if ( auto out = IpsecSa::check( entry ); !out.ok() ) return out;
@@ -99,10 +102,8 @@ Outcome IpsecManagement::updateIpsecSas( const IpsecUpdateSAArg & arg ) {
 }
 
 Outcome IpsecManagement::deleteIpsecSas( const IpsecDeleteSAArg & arg ) {
-   Key key{ arg.vrf(), arg.encap_id(), {} };
-   if ( auto out = keyOf( arg.has_vrf() && arg.has_encap_id() && arg.has_sa_direction(), arg.sa_direction(), key );
-        !out.ok() )
-      return out;
+   Key key;
+   if ( auto out = keyOf( arg, key ); !out.ok() ) return out;
    replace( key, {} );
    return {};
 }

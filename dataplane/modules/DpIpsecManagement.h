@@ -53,9 +53,9 @@ class IpsecManagement : public Module {
 
  private:
    struct Key {
-      std::uint32_t vrf;
-      std::uint32_t encapId;
-      SaDirection direction;
+      std::uint32_t vrf = 0;
+      std::uint32_t encapId = 0;
+      SaDirection direction = SaDirection::outbound;
       friend auto operator<=>( const Key &, const Key & ) = default;
    };
    using Sas = std::vector< std::shared_ptr< IpsecSa > >;
@@ -66,7 +66,8 @@ class IpsecManagement : public Module {
    };
    using Sessions = std::map< std::string, std::uint32_t >; // by device
 
-   static Outcome keyOf( bool present, std::uint32_t direction, Key & key );
+   template < class Arg >
+   static Outcome keyOf( const Arg & arg, Key & key );
    Outcome requireUnique( const Key & key, const vex::pb::IpsecUpdateSAArg & arg ) const;
    Outcome requireRoom( const Key & key, const vex::pb::IpsecUpdateSAArg & arg ) const;
    const Sas & sasOf( const Key & key ) const;
