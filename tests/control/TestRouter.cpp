@@ -5,6 +5,7 @@
 #include "StateIpsec.h"
 #include "StateRouting.h"
 #include "StateSystem.h"
+#include "VexCounterDb.h"
 #include "VexManagementSm.h"
 
 #include <chrono>
