@@ -179,6 +179,34 @@ std::vector< Show > ipsecShows() {
    };
 }
 
+std::string perSecond( const Json & value ) { return fmt::format( "{:.1f}", value.get< double >() ); }
+
+std::vector< Show > aclShows() {
+   return {
+        { .command = "show access-lists",
+          .help = "access lists, with the packets that each rule has matched",
+          .words = { { "", "list", "NAME" } },
+          .columns = { text( "List", "list" ), number( "Sequence", "sequence" ), text( "Rule", "rule" ),
+                       count( "Packets", "packets" ),
+                       shown( "Per second", "packetsPerSecond", perSecond, Column::Align::right ),
+                       text( "State", "state" ), list( "Applied", "applied", inWords ), text( "Note", "note" ) },
+          .footer = counted( "rule", "access lists" ) },
+        { .command = "show policy-map",
+          .help = "policy maps, with the packets of each class",
+          .words = { { "interface", "interface", "INTERFACE" } },
+          .columns = { text( "Policy", "policy" ), text( "Class", "class" ), list( "Access lists", "lists", inWords ),
+                       list( "Actions", "actions", inWords ), count( "Packets", "packets" ),
+                       list( "Applied", "applied", inWords ) },
+          .footer = counted( "class", "policy maps" ) },
+        { .command = "show control-plane",
+          .help = "traffic classes of what is for the router itself",
+          .columns = { text( "Protocol", "protocol" ), number( "Source port", "sourcePort" ),
+                       number( "Destination port", "destinationPort" ), number( "DSCP", "dscp" ),
+                       number( "Traffic class", "trafficClass" ), count( "Packets", "packets" ) },
+          .footer = counted( "rule", "rules" ) },
+   };
+}
+
 std::vector< Show > graphShows() {
    return {
         { .command = "show modules",
@@ -344,7 +372,7 @@ std::vector< Show > checks() {
 
 std::vector< Show > shows() {
    std::vector< Show > all;
-   for ( auto * const some : { routingShows, interfaceShows, ipsecShows, graphShows, daemonShows, checks } )
+   for ( auto * const some : { routingShows, interfaceShows, ipsecShows, aclShows, graphShows, daemonShows, checks } )
       for ( auto & show : some() ) all.push_back( std::move( show ) );
    return all;
 }

@@ -60,7 +60,7 @@ CommandTable::CommandTable( Commands commands ) {
 CommandTable CommandTable::all() {
    Commands commands;
    for ( auto * const shows :
-         { fibShows, routeShows, adjacencyShows, interfaceShows, ipsecShows, graphShows, summaryShows, counterShows,
+         { fibShows, routeShows, adjacencyShows, interfaceShows, ipsecShows, aclShows, graphShows, summaryShows, counterShows,
            channelShows, traceShows, packetCommands, changeCommands, verifyCommands } )
       for ( auto & command : shows() ) commands.push_back( std::move( command ) );
    return CommandTable( std::move( commands ) );

@@ -1,10 +1,20 @@
 // show counters: what the modules count, read from the table that the data plane writes.
 
-#include "HostAgentView.h"
+#include "HostCounterTable.h"
 #include "HostShows.h"
-#include "VexCounterDb.h"
 
 namespace Host {
+
+CounterTable counterTable( const AgentView & session ) {
+   if ( const CounterTable agents = session.agent()->counterMirel(); agents && agents->mapped() ) return agents;
+   const auto own = Gant::make< VexModules::MirelCounterDbStatus >();
+   const auto & path = session.channel()->counterPath();
+   return !path.empty() && own->map( path ).empty() ? CounterTable( own ) : nullptr;
+}
+
+Json valueOf( const CounterTable & table, Vex::CounterId id ) {
+   return table ? Json( table->mirelCount( VexModules::MirelCounterId( id.value() ) ).count().value() ) : Json();
+}
 
 namespace {
 
@@ -14,19 +24,9 @@ std::string shortName( const Vex::BessCounterInfo::Counter & counter ) {
    return counter.name.starts_with( prefix ) ? counter.name.substr( prefix.size() ) : counter.name;
 }
 
-using CounterDb = Gant::Ptr< const VexModules::MirelCounterDbStatus >;
-
-// The agent's view of the table, or one of our own where the agent has none. Null: it cannot be read.
-CounterDb counterDb( const AgentView & session ) {
-   if ( const CounterDb agents = session.agent()->counterMirel(); agents && agents->mapped() ) return agents;
-   const auto own = Gant::make< VexModules::MirelCounterDbStatus >();
-   const auto & path = session.channel()->counterPath();
-   return !path.empty() && own->map( path ).empty() ? CounterDb( own ) : nullptr;
-}
-
 std::unique_ptr< Answer > counters( const Asked & asked ) {
    const AgentView session( asked.router );
-   const auto table = counterDb( session );
+   const auto table = counterTable( session );
    const auto wanted = asked.question.text( "module" );
    const bool nonZero = asked.question.flag( "nonzero" );
    if ( !wanted.empty() && !session.modules().contains( wanted ) )
@@ -37,8 +37,7 @@ std::unique_ptr< Answer > counters( const Asked & asked ) {
            const auto & all = session.vexcsd()->bessCounterInfo()->counterIterator();
            const auto at = all.find( id );
            if ( at == all.end() || ( !wanted.empty() && at->second.module != wanted ) ) return;
-           Json value;
-           if ( table ) value = table->mirelCount( VexModules::MirelCounterId( id.value() ) ).count().value();
+           auto value = valueOf( table, id );
            if ( nonZero && ( value.is_null() || value == 0 ) ) return;
            out.row( { { "module", at->second.module },
                       { "counter", shortName( at->second ) },

@@ -11,6 +11,7 @@ Commands routeShows();     // routes, pending
 Commands adjacencyShows(); // nexthops, adjacencies
 Commands interfaceShows(); // interfaces, tunnels, vrfs
 Commands ipsecShows();     // ipsec connections, ipsec sas, ipsec flows
+Commands aclShows();       // access-lists, policy-map, control-plane
 Commands graphShows();     // modules, graph
 Commands summaryShows();   // summary, status, version
 Commands counterShows();   // counters

@@ -129,7 +129,10 @@ void Description::replaceAll( RouterState & state, const Section & section, Sour
       for ( const auto * told : waiting ) {
          try {
             auto result = section.replace( state, told->entry, Source::description() );
-            if ( !isDone( result ) ) refusals.push_back( { told, told->entry.line(), std::move( result.message ) } );
+            if ( !isDone( result ) )
+               refusals.push_back( { told, told->entry.line(), std::move( result.message ) } );
+            else if ( !result.message.empty() )
+               errors.note( { path_, told->entry.line(), std::move( result.message ) } );
          } catch ( const EntryError & error ) {
             refusals.push_back( { told, error.line(), error.what() } );
          }

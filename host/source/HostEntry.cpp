@@ -88,6 +88,13 @@ Kynet::IpAddr Entry::ip4( const char * key ) const {
    return address.v4Addr();
 }
 
+std::string Entry::name( const char * key, const char * what ) const {
+   const auto entry = at( key );
+   const auto name = entry.text( what );
+   if ( const auto wrong = wrongName( what, name ); !wrong.empty() ) entry.fail( wrong );
+   return name;
+}
+
 Kynet::Prefix Entry::interfaceAddress() const {
    const auto text = this->text( "an address" );
    if ( const auto address = Kynet::IpAddr::fromString( text ) ) return Kynet::Prefix( *address, 32 );
@@ -121,15 +128,19 @@ std::string parseHop( std::string_view text, Hop & hop ) {
    return {};
 }
 
-std::string wrongVrfName( const std::string & name ) {
+std::string wrongName( const std::string & what, const std::string & name ) {
    constexpr size_t longest = 63;
    const auto plain = []( char c ) {
       return std::isalnum( static_cast< unsigned char >( c ) ) || c == '-' || c == '_' || c == '.';
    };
-   if ( name.empty() ) return "a VRF name is not empty";
+   if ( name.empty() ) return "a name of " + what + " is not empty";
    if ( name.size() > longest || !std::ranges::all_of( name, plain ) )
-      return "VRF name " + quoted( name ) + " is not one of up to 63 letters, digits, \"-\", \"_\" and \".\"";
+      return what + " name " + quoted( name ) + " is not one of up to 63 letters, digits, \"-\", \"_\" and \".\"";
    return {};
+}
+
+std::string wrongVrfName( const std::string & name ) {
+   return name.empty() ? "a VRF name is not empty" : wrongName( "VRF", name );
 }
 
 } // namespace Host

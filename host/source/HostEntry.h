@@ -61,6 +61,8 @@ class Entry {
    // The default VRF when the key is not there.
    L3::VrfName vrf( const char * key = "vrf" ) const;
    Kynet::IpAddr ip4( const char * key ) const;
+   // Of an object: up to 63 letters, digits, "-", "_" and ".". `what` is what it names, in words.
+   std::string name( const char * key, const char * what ) const;
    // With its host bits: an address and its subnet. A plain address is its own subnet.
    Kynet::Prefix interfaceAddress() const;
 
@@ -72,6 +74,7 @@ class Entry {
 // what is wrong with it, empty when nothing is.
 std::string parseHop( std::string_view text, Hop & hop );
 // "2001:db8::1 is not a VRF name", say; empty for a good one.
+std::string wrongName( const std::string & what, const std::string & name );
 std::string wrongVrfName( const std::string & name );
 
 } // namespace Host

@@ -38,7 +38,7 @@ class IntfSection : public Section {
 
  protected:
    virtual IntfFact fact( const Entry & entry ) const {
-      entry.only( { "name", "vrf", "addresses", "mtu", "mss", "mac", "enabled" } );
+      entry.only( { "name", "vrf", "addresses", "mtu", "mss", "mac", "enabled", "access-group", "service-policy" } );
       auto fact = common( entry, 1500 );
       fact.mac = entry.value< Kynet::EthAddr >( "mac", "a MAC address", {} );
       return fact;
@@ -66,10 +66,25 @@ class IntfSection : public Section {
       fact.mtu = entry.number( "mtu", 0, ~U32( 0 ), mtu );
       if ( entry.has( "mss" ) ) readMss( entry.at( "mss" ), fact );
       fact.enabled = entry.flag( "enabled", true );
+      if ( entry.has( "access-group" ) ) readAccessGroup( entry.at( "access-group" ), fact.filters );
+      if ( entry.has( "service-policy" ) ) readServicePolicy( entry.at( "service-policy" ), fact.filters );
       return fact;
    }
 
  private:
+   static void readAccessGroup( const Entry & group, IntfFilters & filters ) {
+      group.only( { "in", "out" } );
+      if ( group.has( "in" ) ) filters.aclIn = group.name( "in", "access-list" );
+      if ( group.has( "out" ) ) filters.aclOut = group.name( "out", "access-list" );
+   }
+   static void readServicePolicy( const Entry & policy, IntfFilters & filters ) {
+      policy.only( { "input", "output" } );
+      if ( policy.has( "input" ) ) filters.policyIn = policy.name( "input", "policy-map" );
+      if ( policy.has( "output" ) )
+         policy.at( "output" )
+              .fail( "service-policy output " + policy.name( "output", "policy-map" ) +
+                     ": this data plane has no output policies" );
+   }
    static void readMss( const Entry & mss, IntfFact & fact ) {
       constexpr U32 most = 65535;
       if ( !mss.node().IsMap() ) {
@@ -89,8 +104,8 @@ class TunnelSection : public IntfSection {
 
  protected:
    IntfFact fact( const Entry & entry ) const override {
-      entry.only( { "name", "vrf", "addresses", "mtu", "mss", "enabled", "mode", "source", "destination", "underlay",
-                    "key", "ttl", "tos" } );
+      entry.only( { "name", "vrf", "addresses", "mtu", "mss", "enabled", "access-group", "service-policy", "mode",
+                    "source", "destination", "underlay", "key", "ttl", "tos" } );
       // What GRE and its IPv4 header leave of an Ethernet frame's packet.
       auto fact = common( entry, 1476 );
       fact.tunnel = TunnelIntfStatus( mode( entry ), entry.ip4( "source" ), entry.ip4( "destination" ),

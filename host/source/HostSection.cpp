@@ -9,6 +9,9 @@ const std::vector< std::unique_ptr< const Section > > & sections() {
       std::vector< std::unique_ptr< const Section > > made;
       made.push_back( routerSection() );
       made.push_back( vrfSection() );
+      made.push_back( accessListSection() );
+      made.push_back( classMapSection() );
+      made.push_back( policyMapSection() );
       made.push_back( intfSection() );
       made.push_back( tunnelSection() );
       made.push_back( ipsecSection() );

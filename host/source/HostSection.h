@@ -43,6 +43,9 @@ const Section * sectionOfKind( const std::string & kind );
 
 std::unique_ptr< const Section > routerSection();
 std::unique_ptr< const Section > vrfSection();
+std::unique_ptr< const Section > accessListSection();
+std::unique_ptr< const Section > classMapSection();
+std::unique_ptr< const Section > policyMapSection();
 std::unique_ptr< const Section > intfSection();
 std::unique_ptr< const Section > tunnelSection();
 std::unique_ptr< const Section > ipsecSection();

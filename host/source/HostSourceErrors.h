@@ -23,6 +23,10 @@ class SourceErrors {
 
    explicit SourceErrors( Tell tell ) : tell_( std::move( tell ) ) {}
    void add( SourceError error );
+   // What is accepted and does less than it says: it is told, and is no error.
+   void note( const SourceError & note ) {
+      if ( tell_ ) tell_( note );
+   }
    size_t count() const { return count_; }
    const std::vector< SourceError > & errors() const { return errors_; }
 

@@ -33,6 +33,14 @@ struct VrfFact {
    friend bool operator==( const VrfFact &, const VrfFact & ) = default;
 };
 
+// What is applied to an interface's packets, by name; empty: nothing.
+struct IntfFilters {
+   Gant::String aclIn{}; // access lists
+   Gant::String aclOut{};
+   Gant::String policyIn{}; // a policy map
+   friend bool operator==( const IntfFilters &, const IntfFilters & ) = default;
+};
+
 struct IntfFact {
    Kynet::IntfId intfId;
    L3::VrfName vrf = L3::VrfName::defaultVrf();
@@ -42,6 +50,7 @@ struct IntfFact {
    U16 mssEgress = 0;
    Kynet::EthAddr mac{}; // zero: one that follows from the name
    bool enabled = true;
+   IntfFilters filters{};
    std::optional< Interface::TunnelIntfStatus > tunnel{}; // of a tunnel interface, and only of one
    friend bool operator==( const IntfFact &, const IntfFact & ) = default;
 };

@@ -1,5 +1,8 @@
 #include "HostIntfBook.h"
 
+#include "StateAcl.h"
+#include "StateQos.h"
+
 #include <algorithm>
 #include <set>
 
@@ -120,6 +123,7 @@ ChangeResult IntfBook::intfDel( Kynet::IntfId intfId ) {
    const auto at = intfs_.find( intfId );
    if ( at == intfs_.end() ) return notFound( "interface " + intfId.stringValue() + " does not exist" );
    takeDown( at->second.fact );
+   writeFilters( IntfFact{ intfId } );
    std::vector< NeighborKey > gone;
    for ( auto n = neighbors_.lower_bound( { intfId, {} } ); n != neighbors_.end() && n->first.first == intfId; ++n )
       gone.push_back( n->first );
@@ -129,6 +133,7 @@ ChangeResult IntfBook::intfDel( Kynet::IntfId intfId ) {
 
 // From whatever it was, with its subnets told already.
 void IntfBook::bringUp( const IntfFact & fact ) {
+   writeFilters( fact );
    withdrawDerived( fact );
    if ( !fact.enabled ) reviewFecs();
    writeEntities( fact );
@@ -177,6 +182,23 @@ void IntfBook::writeEntities( const IntfFact & fact ) {
          tree_.ipStatus->intfAddrDel( address );
    for ( const auto & address : fact.addresses ) tree_.ipStatus->intfAddrIs( Ip::IntfAddr( intfId, address ), true );
    tree_.allIntfStatusDir->intfStatusIs( intfId, Interface::IntfStatus( fact.enabled, fact.enabled ) );
+}
+
+void IntfBook::writeFilters( const IntfFact & fact ) {
+   const auto aclIs = [ & ]( Acl::AclDirection direction, const Gant::String & name ) {
+      const Acl::IntfAclKey key( fact.intfId, Acl::ip, direction );
+      if ( name.empty() )
+         tree_.aclIntfConfig->aclNameDel( key );
+      else
+         tree_.aclIntfConfig->aclNameIs( key, name );
+   };
+   aclIs( Acl::in, fact.filters.aclIn );
+   aclIs( Acl::out, fact.filters.aclOut );
+   const Qos::ServicePolicyKey input( fact.intfId, Qos::Direction::input() );
+   if ( fact.filters.policyIn.empty() )
+      tree_.qosStatus->servicePolicyDel( input );
+   else
+      tree_.qosStatus->servicePolicyIs( input, fact.filters.policyIn );
 }
 
 Port IntfBook::port( const IntfFact & fact ) const {

@@ -19,6 +19,7 @@ namespace Host {
 //
 // A loopback interface has a port like an Ethernet interface, with nobody at its other end: its addresses are received
 // through it.
+// Its filters are there before it comes up, and until it is gone.
 class IntfBook {
  public:
    using Intfs = std::map< Kynet::IntfId, Told< IntfFact > >;
@@ -57,6 +58,7 @@ class IntfBook {
    void bringUp( const IntfFact & fact );
    void takeDown( const IntfFact & fact );
    void writeEntities( const IntfFact & fact );
+   void writeFilters( const IntfFact & fact );
    void subnetsAre( const IntfFact & fact, bool present );
    void withdrawDerived( const IntfFact & fact );
    void announceDerived( const IntfFact & fact );

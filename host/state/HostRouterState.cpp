@@ -38,9 +38,12 @@ Gant::String wrongPrefix( const Kynet::Prefix & prefix ) {
 
 Gant::String wrongPrefix( const Kynet::Ip6Prefix & prefix ) { return hostBits( prefix ); }
 
-RouterState::RouterState() : vrfs_( tree_.allVrfStatusLocal ), intfs_( tree_, vrfs_ ), ipsec_( tree_, intfs_ ) {}
+RouterState::RouterState() :
+     vrfs_( tree_.allVrfStatusLocal ), intfs_( tree_, vrfs_ ), ipsec_( tree_, intfs_ ), acl_( tree_, intfs_ ) {}
 
 ChangeResult RouterState::intfIs( const IntfFact & fact, Source source ) {
+   if ( auto text = acl_.wrong( fact ); !text.empty() )
+      return refused( "interface " + fact.intfId.stringValue() + ": " + text );
    const auto present = intfs_.intfs().find( fact.intfId );
    // A description tells its connections anew after its tunnels, and they are checked against these.
    if ( source == Source::command_ && present != intfs_.intfs().end() &&

@@ -1,6 +1,7 @@
 // Everything that the router is told: the facts with their sources, and the state tree that they become.
 #pragma once
 
+#include "HostAclBook.h"
 #include "HostIpsecBook.h"
 
 #include <optional>
@@ -19,6 +20,9 @@ class RouterState {
    const VrfBook & vrfBook() const { return vrfs_; }
    const IntfBook & intfBook() const { return intfs_; }
    const IpsecBook & ipsecBook() const { return ipsec_; }
+   // Lists, class maps and policy maps are told to the book itself.
+   AclBook & aclBook() { return acl_; }
+   const AclBook & aclBook() const { return acl_; }
 
    // Each makes the object, or changes it to what is told.
    ChangeResult vrfIs( const VrfFact & fact, Source source ) { return vrfs_.vrfIs( fact, source ); }
@@ -55,6 +59,7 @@ class RouterState {
    VrfBook vrfs_;
    IntfBook intfs_;
    IpsecBook ipsec_;
+   AclBook acl_;
 };
 
 // Why no route of a user's can have the prefix; empty when it can.

@@ -41,7 +41,9 @@ StateTree::StateTree() :
      unprogrammed6( make< Mirel::Fib6::UnprogrammedRouteStatus >( "routing6/fib/unprogrammed" ) ),
      vrfSeqConfigDir( make< Gant::Dir >( "routing/vrf/sequence/config" ) ),
      vrfSeqStatusDir( make< Gant::Dir >( "routing/vrf/sequence/status" ) ),
-     portVifStatus( make< VexVif::PortVifStatus >( "vex/vif/port" ) ),
+     aclCliConfig( make< Acl::Input::Config >( "acl/config/cli" ) ),
+     aclIntfConfig( make< Acl::IntfConfig >( "acl/intf/config/cli" ) ),
+     qosStatus( make< Qos::Status >( "qos/status" ) ), portVifStatus( make< VexVif::PortVifStatus >( "vex/vif/port" ) ),
      mcastVifStatus( make< VexMcast::McastVifStatus >( "vex/vif/mcast" ) ),
      hulCliCommandRequestDir( make< Gant::Dir >( "hul/cli/request" ) ),
      evpnVxlanTunnelTable( make< Tunnel::TunnelTable::EvpnVxlanTunnelTable >( "tunnel/vxlan" ) ),
@@ -76,7 +78,7 @@ void StateTree::mountPaths() {
    mount( "bridging/topology/config", make< Bridging::Topology::Config >( "bridging/topology/config" ) );
    mount( "acl/intf/config/input", make< Gant::Dir >( "acl/intf/config/input" ) );
    mount( Gant::format( "cell/%d/acl/status/dp/vex", cellId ).c_str(), make< Acl::StatusDp >( "acl/status/dp/vex" ) );
-   mount( "acl/intf/config/cli", make< Acl::IntfConfig >( "acl/intf/config/cli" ) );
+   mount( "acl/intf/config/cli", aclIntfConfig );
    mount( "acl/hwconfig", make< Gant::Dir >( "acl/hwconfig" ) );
    mount( "arp/monitorednexthop/input/status/vex",
           make< Arp::MonitoredNexthop::Input::Status >( "arp/monitorednexthop/input/status/vex" ) );
@@ -88,7 +90,7 @@ void StateTree::mountPaths() {
    mount( "interface/errdisable/cause/acl", make< Errdisable::CauseStatus >( "interface/errdisable/cause/acl" ) );
    mount( "acl/paramconfig", make< Acl::ParamConfig >( "acl/paramconfig" ) );
    mount( "acl/config/input", make< Gant::Dir >( "acl/config/input" ) );
-   mount( "acl/config/cli", make< Acl::Input::Config >( "acl/config/cli" ) );
+   mount( "acl/config/cli", aclCliConfig );
 }
 
 void StateTree::fillRoutingMounts() {
@@ -155,7 +157,7 @@ void StateTree::fillQosMounts() {
    // A tick of a tenth of a second is the measure of counters that people read; the wheel turns once in a minute.
    constexpr U32 tickMsecs = 100, ticks = 600, bucketSize = 8;
    qosMounts->clockIs( Gant::activityManager()->clock(), tickMsecs, ticks, true, bucketSize );
-   qosMounts->qosStatusIs( make< Qos::Status >( "qos/status" ) );
+   qosMounts->qosStatusIs( qosStatus );
    qosMounts->qosHwStatusIs( make< Qos::HwStatus >( "qos/hardware/status" ) );
    qosMounts->qosSliceHwStatusDirIs( make< Gant::Dir >( "qos/hardware/status/slice" ) );
    qosMounts->qosSliceHwStatusIs( make< Qos::SliceHwStatus >( "qos/hardware/status/slice/vex" ) );

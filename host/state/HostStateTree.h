@@ -16,12 +16,19 @@
 
 namespace Acl {
 class Config;
+class IntfConfig;
+namespace Input {
+class Config;
 }
+} // namespace Acl
 namespace HulCapacity {
 class TableCapacity;
 }
 namespace Interface {
 class VlanIntfConfigDir;
+}
+namespace Qos {
+class Status;
 }
 namespace Tunnel::TunnelTable {
 class EvpnVxlanTunnelTable;
@@ -101,6 +108,11 @@ class StateTree {
    const Gant::Ptr< Mirel::Fib6::UnprogrammedRouteStatus > unprogrammed6;
    const Gant::Ptr< Gant::Dir > vrfSeqConfigDir;
    const Gant::Ptr< Gant::Dir > vrfSeqStatusDir;
+
+   // Access lists and quality of service. What is told of lists goes into aclConfig by way of the agent.
+   const Gant::Ptr< Acl::Input::Config > aclCliConfig;
+   const Gant::Ptr< Acl::IntfConfig > aclIntfConfig;
+   const Gant::Ptr< Qos::Status > qosStatus;
 
    // Handed through.
    const Gant::Ptr< VexVif::PortVifStatus > portVifStatus;
