@@ -3,6 +3,8 @@
 #include "HostAgentView.h"
 #include "HostShows.h"
 #include "HostSortedRuns.h"
+#include "HulAclSm.h"
+#include "HulQosAclSm.h"
 #include "HulVrfRootSm.h"
 #include "MirelFib.h"
 

@@ -5,6 +5,8 @@
 #include "HostVerdict.h"
 #include "StateAclCheck.h"
 
+#include <algorithm>
+
 namespace Host {
 
 namespace {
@@ -73,15 +75,22 @@ class AccessListSection : public NamedSection {
       entry.at( "type" ).fail( "type \"" + text + "\" is not ip, ipv6 or mac" );
    }
 
+   // A rule is numbered in steps, and a remark stands right behind what it follows.
+   static U32 nextSequence( const Acl::Entries & entries, bool remark ) {
+      constexpr U32 step = 10;
+      const U32 last = entries.empty() ? 0 : entries.rbegin()->first;
+      if ( remark ) return last + 1;
+      const auto rule = std::find_if( entries.rbegin(), entries.rend(),
+                                      []( const auto & entry ) { return !entry.second.isRemark; } );
+      return std::max( last + 1, ( rule == entries.rend() ? 0 : rule->first ) + step );
+   }
+
    // Checked one by one: an error has the rule's own line.
    static void readRule( const Entry & entry, AclFact & fact ) {
-      constexpr U32 step = 10;
-      const auto object = "access-list " + fact.key.name();
       RuleLine line;
       const auto wrong = parseRule( fact.key.type(), entry.text( "a rule" ), line );
-      const U32 last = fact.entries.empty() ? 0 : fact.entries.rbegin()->first;
-      const auto sequence = line.sequence.value_or( last + step );
-      const auto place = Gant::textsOf( object, ", sequence ", sequence );
+      const auto sequence = line.sequence.value_or( nextSequence( fact.entries, line.entry.isRemark ) );
+      const auto place = Gant::textsOf( "access-list ", fact.key.name(), ", sequence ", sequence );
       if ( !wrong.empty() ) entry.fail( place + ": " + wrong );
       for ( const auto & problem : Acl::validate( fact.key, { { sequence, line.entry } } ) )
          if ( problem.severity == Acl::Problem::Severity::error ) entry.fail( problem.object + ": " + problem.text );

@@ -3,6 +3,7 @@
 
 #include "HostAgentView.h"
 #include "HostFindings.h"
+#include "VexKyAclDb.h"
 
 #include <google/protobuf/any.pb.h>
 #include <optional>
@@ -30,6 +31,7 @@ struct Comparison {
    // What the data plane has, for those who refer to it: output gates that lead somewhere, table entries by index.
    std::set< std::pair< std::string, U64 > > connected;
    std::map< std::string, std::set< U32 > > entries;
+   std::set< std::pair< Vex::AclTarget, U32 > > ruleTables; // by target and id
 
    bool leads( const std::string & module, U32 gate ) const { return connected.contains( { module, gate } ); }
    bool has( const std::string & module, U32 index ) const {
@@ -83,5 +85,9 @@ std::unique_ptr< Comparer > resolveComparer( Comparison & comparison, Vex::Modul
 std::unique_ptr< Comparer > ipInputComparer( Comparison & comparison, Vex::Module & module );
 std::unique_ptr< Comparer > ipOutputComparer( Comparison & comparison, Vex::Module & module );
 std::unique_ptr< Comparer > classifyComparer( Comparison & comparison, Vex::Module & module );
+std::unique_ptr< Comparer > ruleTablesComparer( Comparison & comparison, Vex::Module & module );
+std::unique_ptr< Comparer > accessListComparer( Comparison & comparison, Vex::Module & module );
+std::unique_ptr< Comparer > policyComparer( Comparison & comparison, Vex::Module & module );
+std::unique_ptr< Comparer > trapComparer( Comparison & comparison, Vex::Module & module );
 
 } // namespace Host
