@@ -45,10 +45,26 @@ struct Keyword {
    Form form = Form::text;
 };
 
+// access-group NAME in|out, service-policy input|output NAME: of what has addresses.
+bool fillFilter( Json & entry, Words & words, const std::string & word,
+                 const std::map< std::string, Keyword > & keywords ) {
+   if ( !keywords.contains( "address" ) ) return false;
+   if ( word == "access-group" ) {
+      const auto name = words.take( "the access list" );
+      entry[ word ][ words.take( "in or out" ) ] = name;
+      return true;
+   }
+   if ( word != "service-policy" ) return false;
+   const auto direction = words.take( "input" );
+   entry[ word ][ direction ] = words.take( "the policy map" );
+   return true;
+}
+
 void fill( Json & entry, Words & words, const std::map< std::string, Keyword > & keywords ) {
    while ( words.more() ) {
       if ( words.skip( "disabled" ) || words.skip( "enabled" ) ) continue;
       const auto word = words.take( "a keyword" );
+      if ( fillFilter( entry, words, word, keywords ) ) continue;
       const auto at = keywords.find( word );
       if ( at == keywords.end() ) throw Error{ "usage", "\"" + word + "\" is not expected here" };
       const auto & [ member, form ] = at->second;
@@ -168,6 +184,40 @@ Json vrf( const std::vector< std::string > & given ) {
    return named( given, keywords );
 }
 
+Json accessList( const std::vector< std::string > & given ) {
+   Words words( given );
+   Json entry{ { "name", words.take( "the name" ) } };
+   if ( words.skip( "type" ) ) entry[ "type" ] = words.take( "the type" );
+   entry[ "rules" ] = Json::array();
+   while ( words.more() ) entry[ "rules" ].push_back( words.take( "a rule" ) );
+   return entry;
+}
+
+Json classMap( const std::vector< std::string > & given ) {
+   Words words( given );
+   Json entry{ { "name", words.take( "the name" ) } };
+   words.skip( "match" );
+   const auto what = words.take( "access-list" );
+   do entry[ "match" ][ what ].push_back( words.take( "what it matches" ) );
+   while ( words.more() );
+   return entry;
+}
+
+Json policyMap( const std::vector< std::string > & given ) {
+   Words words( given );
+   Json entry{ { "name", words.take( "the name" ) } };
+   while ( words.more() ) {
+      if ( words.skip( "class" ) )
+         entry[ "classes" ].push_back( { { "class", words.take( "the class" ) } } );
+      else if ( words.skip( "set" ) && entry.contains( "classes" ) ) {
+         const auto what = words.take( "what is set" );
+         entry[ "classes" ].back()[ "set" ][ what ] = words.take( what );
+      } else
+         throw Error{ "usage", "\"" + words.take( "class" ) + "\" is not expected here" };
+   }
+   return entry;
+}
+
 } // namespace
 
 const std::vector< Kind > & kinds() {
@@ -177,13 +227,20 @@ const std::vector< Kind > & kinds() {
           "INTERFACE",
           route, routeOnly },
         { "neighbor", "a neighbour", "INTERFACE ADDRESS MAC", neighbor, neighborOnly },
-        { "interface", "an interface", "NAME [vrf NAME] [address ADDRESS/LEN]... [mtu N] [mss N] [mac MAC] [disabled]",
+        { "interface", "an interface",
+          "NAME [vrf NAME] [address ADDRESS/LEN]... [mtu N] [mss N] [mac MAC] "
+          "[access-group LIST in|out]... [service-policy input POLICY] [disabled]",
           interface, nameOnly },
         { "tunnel", "a tunnel",
           "NAME source ADDRESS destination ADDRESS [vrf NAME] [underlay VRF] [address ADDRESS/LEN]... [key N] [ttl N] "
-          "[tos N] [mtu N] [mss N] [mode MODE] [disabled]",
+          "[tos N] [mtu N] [mss N] [mode MODE] [access-group LIST in|out]... [service-policy input POLICY] [disabled]",
           tunnel, nameOnly },
-        { "vrf", "a VRF", "NAME [id N]", vrf, nameOnly } };
+        { "vrf", "a VRF", "NAME [id N]", vrf, nameOnly },
+        { "access-list", "an access list", "NAME [type ip|mac] \"[SEQUENCE] permit|deny|remark ...\"...", accessList,
+          nameOnly },
+        { "class-map", "a class map", "NAME match access-list LIST...", classMap, nameOnly },
+        { "policy-map", "a policy map", "NAME {class CLASS [set dscp N] [set traffic-class N]}...", policyMap,
+          nameOnly } };
    return all;
 }
 

@@ -56,7 +56,7 @@ void listRows( const AgentView & view, const Acl::ListKey & key, Output & out ) 
       out.row( row );
    }
    auto row = head;
-   row[ "rule" ] = "deny ip any any";
+   row[ "rule" ] = key.type() == Acl::mac ? "deny any any" : "deny ip any any";
    row[ "note" ] = "ends every list";
    if ( const auto at = counts.find( 0 ); at != counts.end() ) count( row, at->second );
    out.row( row );

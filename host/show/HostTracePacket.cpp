@@ -1,11 +1,12 @@
 // trace packet: a described packet's way through the data plane's graph.
 
-#include "HostAgentView.h"
+#include "HostRuleTables.h"
 #include "HostShows.h"
 #include "vex/engine.pb.h"
 #include "VexEngineQuery.h"
 
 #include <cerrno>
+#include <regex>
 
 namespace Host {
 
@@ -51,10 +52,43 @@ TracePacketRequest requestOf( const Question & question ) {
    return request;
 }
 
+// The data plane names a rule by its table's id and its own place; a person wrote a list and a sequence number.
+class RuleNames {
+ public:
+   explicit RuleNames( const AgentView & view ) : view_( view ) {}
+
+   std::string inWords( const std::string & action ) {
+      static const std::regex place(
+           "(access list|QoS policy|control-plane policy) ([0-9]+), rule ([0-9]+) of ([0-9]+)" );
+      std::smatch match;
+      if ( !std::regex_search( action, match, place ) ) return action;
+      const auto target = match[ 1 ] == "access list"  ? Vex::AclTarget::security
+                          : match[ 1 ] == "QoS policy" ? Vex::AclTarget::qos
+                                                       : Vex::AclTarget::cpu;
+      const auto * const table = tableOf( target, static_cast< U32 >( std::stoul( match[ 2 ] ) ) );
+      const auto rule = std::stoul( match[ 3 ] ), rules = std::stoul( match[ 4 ] );
+      // The table has changed meanwhile.
+      if ( table == nullptr || table->rules.size() != rules || rule == 0 || rule > rules ) return action;
+      return match.prefix().str() + table->object + ", " + table->rules[ rule - 1 ].place + " (rule " +
+             match[ 3 ].str() + " of " + match[ 4 ].str() + ")" + match.suffix().str();
+   }
+
+ private:
+   const MeantTable * tableOf( Vex::AclTarget target, U32 id ) {
+      const auto [ at, isNew ] = tables_.try_emplace( { target, id } );
+      if ( isNew ) at->second = meantTable( view_, target, id );
+      return at->second ? &*at->second : nullptr;
+   }
+
+   const AgentView view_;
+   std::map< std::pair< Vex::AclTarget, U32 >, std::optional< MeantTable > > tables_;
+};
+
 class TracedPacket : public Answer {
  public:
    explicit TracedPacket( const Asked & asked ) :
-        intfname_( requestOf( asked.question ).intfname() ), query_( AgentView( asked.router ).channel()->address() ),
+        view_( asked.router ), intfname_( requestOf( asked.question ).intfname() ),
+        query_( view_.channel()->address() ),
         call_( query_.tracePacket( requestOf( asked.question ),
                                    [ this, wake = asked.wake ]( const auto & error, const auto & reply ) {
                                       error_ = error;
@@ -69,8 +103,10 @@ class TracedPacket : public Answer {
       if ( reply_.error().code() == ENOENT )
          throw CommandError( ErrorCode::notFound, "there is no interface " + intfname_ + " in the data plane" );
       if ( reply_.error().code() != 0 ) throw CommandError( ErrorCode::refused, reply_.error().errmsg() );
+      RuleNames rules( view_ );
       for ( const auto & step : reply_.step() ) {
-         Json row{ { "module", step.module() }, { "class", step.mclass() }, { "action", step.action() } };
+         Json row{
+              { "module", step.module() }, { "class", step.mclass() }, { "action", rules.inWords( step.action() ) } };
          if ( step.has_ogate() ) row[ "gate" ] = step.ogate();
          out.row( row );
       }
@@ -91,6 +127,7 @@ class TracedPacket : public Answer {
       out.endMember( "length", reply_.length() );
    }
 
+   const AgentView view_;
    const std::string intfname_;
    Vex::EngineQuery query_;
    TracePacketReply reply_;
