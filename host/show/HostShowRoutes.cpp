@@ -3,6 +3,8 @@
 #include "HostAgentView.h"
 #include "HostShows.h"
 #include "HostSortedRuns.h"
+#include "HulAclSm.h"
+#include "HulQosAclSm.h"
 #include "HulVrfRootSm.h"
 #include "MirelFib.h"
 
@@ -147,8 +149,13 @@ std::unique_ptr< Answer > pending( const Asked & asked ) {
    const AgentView session( asked.router );
    const auto most = asked.question.number( "most", 1000 );
    return atOnce( [ session, most ]( Output & out ) {
-      for ( const auto & pending : session.agent()->hulVrfRootSm()->pending( most ) )
-         out.row( { { "object", pending.object }, { "reason", pending.reason } } );
+      const auto rows = [ &out ]( const Hul::Pendings & pendings ) {
+         for ( const auto & pending : pendings )
+            out.row( { { "object", pending.object }, { "reason", pending.reason } } );
+      };
+      rows( session.agent()->hulVrfRootSm()->pending( most ) );
+      rows( session.agent()->aclSm()->pending() );
+      rows( session.agent()->qosAclSm()->pending() );
       out.endMember( "mostRoutes", most );
       out.endMember( "busy", session.agent()->hulVrfRootSm()->busy() );
    } );
