@@ -25,7 +25,9 @@ test: build
 	ctest --preset release -j 2
 
 bench: build
+	cmake --build --preset release -j $(JOBS) --target acl_bench
 	build/release/bin/vexl3_bench $(BENCH)
+	build/release/bin/acl_bench
 
 check:
 	@tools/setup --check

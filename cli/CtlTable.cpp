@@ -72,7 +72,7 @@ std::string seconds( double seconds ) {
 std::string grouped( std::uint64_t number ) {
    auto digits = std::to_string( number );
    for ( auto at = static_cast< int >( digits.size() ) - 3; at > 0; at -= 3 )
-      digits.insert( static_cast< size_t >( at ), "," );
+      digits.insert( static_cast< size_t >( at ), 1, ',' );
    return digits;
 }
 

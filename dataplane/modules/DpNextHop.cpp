@@ -75,10 +75,11 @@ Outcome NextHop::deleteNh( const NextHopWriteNHArg & arg ) {
    if ( auto out = requireFields( { { arg.nexthopinfo_size() > 0, "nexthopinfo" } } ); !out.ok() ) return out;
    for ( const auto & info : arg.nexthopinfo() ) {
       if ( auto out = requireFields( { { info.has_nh_index(), "nexthopinfo.nh_index" } } ); !out.ok() ) return out;
-      if ( entry( info.nh_index() ) == nullptr ) return refuse( ENOENT, "there is no next hop {}", info.nh_index() );
+      if ( auto out = requireAtMost( "nh_index", info.nh_index(), maxNexthops_ - 1 ); !out.ok() ) return out;
    }
    for ( const auto & info : arg.nexthopinfo() ) {
-      if ( entry( info.nh_index() ) != nullptr ) --used_;
+      if ( entry( info.nh_index() ) == nullptr ) continue;
+      --used_;
       entries_[ info.nh_index() ].reset();
    }
    return {};

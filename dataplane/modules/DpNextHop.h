@@ -35,7 +35,8 @@ class NextHop : public Module {
    // Adds or replaces; all of the entries or, when one is refused, none. Any `pkt_cmd` is taken. ERANGE: an index that
    // the table doesn't have.
    Outcome writeNh( const vex::pb::NextHopWriteNHArg & arg );
-   // All or none. ENOENT: an entry is not there.
+   // All or none. An entry that is not there is no error: a next hop may get its number before its table is made, and
+   // is deleted from it all the same. ERANGE: an index that the table doesn't have.
    Outcome deleteNh( const vex::pb::NextHopWriteNHArg & arg );
    Outcome setCounterIds( const vex::pb::NextHopCounterIdArg & arg ) { return counters_.set( arg ); }
    // By index.

@@ -47,7 +47,8 @@ Outcome NhResolve::addEntry( const NhResolveEntryInfoArg & arg ) {
 
 Outcome NhResolve::deleteEntry( const NhResolveEntryInfoArg & arg ) {
    if ( auto out = requireFields( { { arg.has_nhr_index(), "nhr_index" } } ); !out.ok() ) return out;
-   if ( entry( arg.nhr_index() ) == nullptr ) return refuse( ENOENT, "there is no resolve entry {}", arg.nhr_index() );
+   if ( auto out = requireAtMost( "nhr_index", arg.nhr_index(), maxEntries_ - 1 ); !out.ok() ) return out;
+   if ( entry( arg.nhr_index() ) == nullptr ) return {};
    entries_[ arg.nhr_index() ].reset();
    --used_;
    return {};

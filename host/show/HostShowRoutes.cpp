@@ -145,15 +145,17 @@ std::unique_ptr< Answer > routes( const Asked & asked ) {
    return atOnce( [ session, vrf, text ]( Output & out ) { matches( session, vrf, text, out ); } );
 }
 
-Json rowOf( const Hul::Pending & pending ) { return { { "object", pending.object }, { "reason", pending.reason } }; }
-
 std::unique_ptr< Answer > pending( const Asked & asked ) {
    const AgentView session( asked.router );
    const auto most = asked.question.number( "most", 1000 );
    return atOnce( [ session, most ]( Output & out ) {
-      for ( const auto & pending : session.agent()->hulVrfRootSm()->pending( most ) ) out.row( rowOf( pending ) );
-      for ( const auto & pendings : { session.agent()->aclSm()->pending(), session.agent()->qosAclSm()->pending() } )
-         for ( const auto & pending : pendings ) out.row( rowOf( pending ) );
+      const auto rows = [ &out ]( const Hul::Pendings & pendings ) {
+         for ( const auto & pending : pendings )
+            out.row( { { "object", pending.object }, { "reason", pending.reason } } );
+      };
+      rows( session.agent()->hulVrfRootSm()->pending( most ) );
+      rows( session.agent()->aclSm()->pending() );
+      rows( session.agent()->qosAclSm()->pending() );
       out.endMember( "mostRoutes", most );
       out.endMember( "busy", session.agent()->hulVrfRootSm()->busy() );
    } );

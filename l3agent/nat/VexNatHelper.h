@@ -151,6 +151,6 @@ class NatHelper : public HulHelper::HulHelperNat {
    void delAclRules( TrapAclData & trapAcl );
 };
 
-VEXL3_EXPORT Gant::Ptr< NatHelper > NatHelperIs( const Gant::Ptr< Hul::AclSm > & aclSm );
+Gant::Ptr< NatHelper > NatHelperIs( const Gant::Ptr< Hul::AclSm > & aclSm );
 
 } // namespace VexL3Unicast

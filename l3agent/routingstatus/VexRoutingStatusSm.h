@@ -108,8 +108,8 @@ bool isVlanIntf( const Gant::Ptr< const Bridging::Config > & bridgingConfig, Bri
 // Multicast routing alone does not count.
 bool isVlanRouted( const Gant::Ptr< const RoutingStatus > & routingStatus, Bridging::VlanId vlanId );
 
-VEXL3_EXPORT Gant::Ptr< RoutingStatusSm > RoutingStatusSmIs(
-     const Gant::Ptr< Hul::HulCommonSmData > & hulcsd, const Gant::Ptr< const RoutingStatus > & routingStatus,
-     const Gant::Ptr< const Bridging::Config > & bridgingConfig );
+Gant::Ptr< RoutingStatusSm > RoutingStatusSmIs( const Gant::Ptr< Hul::HulCommonSmData > & hulcsd,
+                                                const Gant::Ptr< const RoutingStatus > & routingStatus,
+                                                const Gant::Ptr< const Bridging::Config > & bridgingConfig );
 
 } // namespace VexL3Unicast

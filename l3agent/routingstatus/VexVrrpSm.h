@@ -42,7 +42,7 @@ class VexVrrpSm : public Gant::StateMachine {
    std::unique_ptr< GantVirtualRouterMacStatus > gantVirtualRouterMacStatus_;
 };
 
-VEXL3_EXPORT Gant::Ptr< VexVrrpSm > VexVrrpSmIs(
+Gant::Ptr< VexVrrpSm > VexVrrpSmIs(
      const Gant::Ptr< Vex::VexCommonSmData > & vexcsd,
      const Gant::Ptr< const Routing::Fhrp::VirtualRouterMacStatus > & virtualRouterMacStatus,
      const Gant::Ptr< Routing::Fhrp::Hardware::Status > & fhrpHwStatus );

@@ -1,27 +1,13 @@
 #include "HulAclSm.h"
 
 #include "HulAclHelper.h"
+#include "HulAclLists.h"
 #include "HulAclPending.h"
 #include "HulAclSubrules.h"
 #include "HulCommonSmData.h"
 #include "HulPosted.h"
 
 namespace Hul {
-
-struct AclSm::GantConfig : Acl::ConfigBase::Notifiee {
-   explicit GantConfig( AclSm * owner ) : Notifiee( owner, owner->args_.aclConfig ), owner( owner ) {}
-   void onAclConfig( const Acl::ListKey & key ) override { owner->reviewList( key ); }
-   void onRenotify() override { owner->reviewAll(); }
-   AclSm * owner;
-};
-
-struct AclSm::GantList : Acl::AclConfig::Notifiee {
-   GantList( AclSm * owner, Gant::Ptr< const Acl::AclConfig > list ) :
-        Notifiee( owner, std::move( list ) ), owner( owner ) {}
-   void onVersion() override { owner->reviewList( notifier()->key() ); }
-   void onRenotify() override { onVersion(); }
-   AclSm * owner;
-};
 
 struct AclSm::GantIntfConfig : Acl::IntfConfig::Notifiee {
    GantIntfConfig( AclSm * owner, Gant::Ptr< const Acl::IntfConfig > config ) :
@@ -89,7 +75,8 @@ void AclSm::startIs( bool start ) {
    start_ = true;
    args_.aclHelper->hwInit();
    if ( !args_.aclConfig ) return;
-   configReactor_ = std::make_unique< GantConfig >( this );
+   lists_ = std::make_unique< AclLists >( this, args_.aclConfig,
+                                          [ this ]( const Acl::ListKey & key ) { reviewList( key ); } );
    cliReactor_ = std::make_unique< GantIntfConfig >( this, args_.aclIntfConfigCli );
    dirReactor_ = std::make_unique< GantIntfConfigDir >( this );
    commonReactor_ = std::make_unique< GantCommon >( this );
@@ -99,8 +86,7 @@ void AclSm::startIs( bool start ) {
 }
 
 void AclSm::reviewAll() {
-   for ( const auto & key : Gant::keysOf( listReactors_ ) ) reviewList( key );
-   for ( const auto & key : args_.aclConfig->aclConfigKeys() ) reviewList( key );
+   lists_->reviewAll();
    for ( const auto & name : Gant::keysOf( intfReactors_ ) ) reviewIntfConfig( name );
    if ( args_.aclIntfConfigDir )
       for ( const auto & name : args_.aclIntfConfigDir->entityKeys() ) reviewIntfConfig( name );
@@ -109,15 +95,7 @@ void AclSm::reviewAll() {
       for ( const auto & key : args_.aclIntfConfigCli->aclNameKeys() ) reviewBinding( key );
 }
 
-void AclSm::reviewList( const Acl::ListKey & list ) {
-   // The key may be the reactor's own.
-   const auto key = list;
-   const auto & config = args_.aclConfig->aclConfig( key );
-   auto & reactor = listReactors_[ key ];
-   if ( !config )
-      listReactors_.erase( key );
-   else if ( !reactor || reactor->notifier() != config )
-      reactor = std::make_unique< GantList >( this, config );
+void AclSm::reviewList( const Acl::ListKey & key ) {
    changedLists_.insert( key );
    posted_->post();
 }

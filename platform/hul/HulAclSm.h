@@ -22,6 +22,7 @@ class Config;
 
 namespace Hul {
 
+class AclLists;
 class HulCommonSmData;
 class Posted;
 
@@ -72,8 +73,6 @@ class AclSm : public Gant::StateMachine {
    std::vector< AclRuleCount > counts( const Acl::ListKey & key );
 
  private:
-   struct GantConfig;
-   struct GantList;
    struct GantIntfConfig;
    struct GantIntfConfigDir;
    struct GantCommon;
@@ -106,9 +105,8 @@ class AclSm : public Gant::StateMachine {
 
    Args args_;
    bool start_ = false;
-   Gant::OrderedMap< Acl::ListKey, std::unique_ptr< GantList > > listReactors_;
    Gant::OrderedMap< Gant::Name, std::unique_ptr< GantIntfConfig > > intfReactors_;
-   std::unique_ptr< GantConfig > configReactor_;
+   std::unique_ptr< AclLists > lists_;
    std::unique_ptr< GantIntfConfig > cliReactor_;
    std::unique_ptr< GantIntfConfigDir > dirReactor_;
    std::unique_ptr< GantCommon > commonReactor_;

@@ -20,11 +20,11 @@ constexpr Field ipLen = { &SubruleMatch::ipLen, &SubruleMatch::ipLenMask, &Subru
                           &SubruleMatch::ipLenHigh };
 
 // Each subrule once for each range of the number. The mask tells that a lone 0 is in use.
-void multiply( std::vector< SubruleMatch > & subrules, const Field & field, const Acl::RangeSpec & spec ) {
-   if ( spec.isAny() ) return;
+void multiply( std::vector< SubruleMatch > & subrules, const Field & field, const Acl::RangeSpec & numbers ) {
+   if ( numbers.isAny() ) return;
    std::vector< SubruleMatch > out;
    for ( const auto & subrule : subrules )
-      for ( const auto & [ low, high ] : spec.ranges() ) {
+      for ( const auto & [ low, high ] : numbers.ranges() ) {
          auto & made = out.emplace_back( subrule );
          if ( low == high ) {
             made.*field.value = low;

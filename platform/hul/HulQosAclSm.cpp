@@ -1,5 +1,6 @@
 #include "HulQosAclSm.h"
 
+#include "HulAclLists.h"
 #include "HulAclPending.h"
 #include "HulAclSubrules.h"
 #include "HulCommonSmData.h"
@@ -16,21 +17,6 @@ struct QosAclSm::GantStatus : Qos::Status::Notifiee {
    void onPolicyMap( const Gant::String & name ) override { owner->reviewPolicy( name ); }
    void onServicePolicy( const Qos::ServicePolicyKey & key ) override { owner->reviewIntf( key.intfId() ); }
    void onRenotify() override { owner->reviewAll(); }
-   QosAclSm * owner;
-};
-
-struct QosAclSm::GantConfig : Acl::ConfigBase::Notifiee {
-   explicit GantConfig( QosAclSm * owner ) : Notifiee( owner, owner->args_.aclConfig ), owner( owner ) {}
-   void onAclConfig( const Acl::ListKey & key ) override { owner->reviewList( key ); }
-   void onRenotify() override { owner->reviewAll(); }
-   QosAclSm * owner;
-};
-
-struct QosAclSm::GantList : Acl::AclConfig::Notifiee {
-   GantList( QosAclSm * owner, Gant::Ptr< const Acl::AclConfig > list ) :
-        Notifiee( owner, std::move( list ) ), owner( owner ) {}
-   void onVersion() override { owner->reviewList( notifier()->key() ); }
-   void onRenotify() override { onVersion(); }
    QosAclSm * owner;
 };
 
@@ -98,28 +84,21 @@ void QosAclSm::startIs( bool start ) {
    args_.qosAclHelper->hwInit();
    if ( !args_.qosStatus || !args_.aclConfig ) return;
    statusReactor_ = std::make_unique< GantStatus >( this );
-   configReactor_ = std::make_unique< GantConfig >( this );
+   lists_ = std::make_unique< AclLists >( this, args_.aclConfig,
+                                          [ this ]( const Acl::ListKey & key ) { reviewList( key ); } );
    commonReactor_ = std::make_unique< GantCommon >( this );
    reviewAll();
    program();
 }
 
 void QosAclSm::reviewAll() {
-   for ( const auto & key : Gant::keysOf( listReactors_ ) ) reviewList( key );
-   for ( const auto & key : args_.aclConfig->aclConfigKeys() ) reviewList( key );
+   lists_->reviewAll();
    for ( const auto & name : Gant::keysOf( states_ ) ) reviewPolicy( name );
    for ( const auto & intfId : Gant::keysOf( applied_ ) ) portIs( intfId );
    for ( const auto & key : args_.qosStatus->servicePolicyKeys() ) reviewIntf( key.intfId() );
 }
 
-void QosAclSm::reviewList( const Acl::ListKey & list ) {
-   const auto key = list;
-   const auto & config = args_.aclConfig->aclConfig( key );
-   auto & reactor = listReactors_[ key ];
-   if ( !config )
-      listReactors_.erase( key );
-   else if ( !reactor || reactor->notifier() != config )
-      reactor = std::make_unique< GantList >( this, config );
+void QosAclSm::reviewList( const Acl::ListKey & key ) {
    for ( const auto & [ name, classMap ] : args_.qosStatus->classMapIterator() )
       if ( std::ranges::find( classMap.accessLists, key.name() ) != classMap.accessLists.end() ) reviewClassMap( name );
 }

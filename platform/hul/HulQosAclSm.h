@@ -18,6 +18,7 @@ class TimerWheel;
 
 namespace Hul {
 
+class AclLists;
 class HulCommonSmData;
 class Posted;
 
@@ -64,8 +65,6 @@ class QosAclSm : public Gant::StateMachine {
 
  private:
    struct GantStatus;
-   struct GantConfig;
-   struct GantList;
    struct GantCommon;
    struct Batch;
    using StatePtr = Gant::Ptr< QosPolicyMapState >;
@@ -73,7 +72,7 @@ class QosAclSm : public Gant::StateMachine {
 
    void reviewAll();
    void reviewClassMap( const Gant::String & name );
-   void reviewList( const Acl::ListKey & list );
+   void reviewList( const Acl::ListKey & key );
    void reviewPolicy( const Gant::String & name );
    void reviewIntf( Kynet::IntfId intfId );
    void portIs( Kynet::IntfId intfId );
@@ -96,8 +95,7 @@ class QosAclSm : public Gant::StateMachine {
    Args args_;
    bool start_ = false;
    std::unique_ptr< GantStatus > statusReactor_;
-   std::unique_ptr< GantConfig > configReactor_;
-   Gant::OrderedMap< Acl::ListKey, std::unique_ptr< GantList > > listReactors_;
+   std::unique_ptr< AclLists > lists_;
    std::unique_ptr< GantCommon > commonReactor_;
 
    // What has changed since the last batch.

@@ -36,16 +36,16 @@ class RuleCheck {
    void error( Gant::String text ) { problems_.push_back( { Problem::Severity::error, object_, std::move( text ) } ); }
    void note( Gant::String text ) { problems_.push_back( { Problem::Severity::note, object_, std::move( text ) } ); }
 
-   void checkNumbers( const char * what, const RangeSpec & spec ) {
-      const auto & values = spec.values();
-      const bool several = spec.oper() == RangeOper::eq_ || spec.oper() == RangeOper::neq_;
-      const size_t wanted = spec.isAny() ? 0 : spec.oper() == RangeOper::range_ ? 2 : 1;
+   void checkNumbers( const char * what, const RangeSpec & numbers ) {
+      const auto & values = numbers.values();
+      const bool several = numbers.oper() == RangeOper::eq_ || numbers.oper() == RangeOper::neq_;
+      const size_t wanted = numbers.isAny() ? 0 : numbers.oper() == RangeOper::range_ ? 2 : 1;
       if ( several ? values.empty() : values.size() != wanted )
-         error( Gant::textsOf( what, " ", spec, ": wrong number of values" ) );
-      else if ( spec.oper() == RangeOper::range_ && values[ 0 ] > values[ 1 ] )
-         error( Gant::textsOf( what, " ", spec, ": the range is upside down" ) );
-      else if ( spec.ranges().empty() )
-         error( Gant::textsOf( what, " ", spec, ": no number matches" ) );
+         error( Gant::textsOf( what, " ", numbers, ": wrong number of values" ) );
+      else if ( numbers.oper() == RangeOper::range_ && values[ 0 ] > values[ 1 ] )
+         error( Gant::textsOf( what, " ", numbers, ": the range is upside down" ) );
+      else if ( numbers.ranges().empty() )
+         error( Gant::textsOf( what, " ", numbers, ": no number matches" ) );
    }
 
    void checkProtocol() {

@@ -49,16 +49,21 @@ class UnaryCall : public EngineCall {
    std::shared_ptr< State > state_;
 };
 
-template < typename Request, typename Reply, typename Start >
-std::unique_ptr< EngineCall > ask( const Request & request, EngineQuery::Done< Reply > done, Start start ) {
+// `start` begins the call with the callback that it is given. The callback hands over to the loop what the call stands
+// on, connection and all: with the last connection go gRPC's own callback threads, and none of them may be the one to
+// end them.
+template < typename Stub, typename Request, typename Reply, typename Start >
+std::unique_ptr< EngineCall > ask( std::shared_ptr< Stub > stub, const Request & request,
+                                   EngineQuery::Done< Reply > done, Start start ) {
    using State = Unary< Request, Reply >;
    const auto state = std::make_shared< State >();
    state->request = request;
    state->done = std::move( done );
    state->context.set_deadline( std::chrono::system_clock::now() + unaryTime );
-   start( *state, [ state ]( const grpc::Status & status ) {
-      Gant::activityManager()->post( [ state, error = textOf( status ) ] {
-         if ( const auto told = std::exchange( state->done, nullptr ) ) told( error, state->reply );
+   auto & engine = stub->engine;
+   start( *engine.async(), *state, [ stub = std::move( stub ), call = state ]( const grpc::Status & status ) mutable {
+      Gant::activityManager()->post( [ stub = std::move( stub ), call = std::move( call ), error = textOf( status ) ] {
+         if ( const auto told = std::exchange( call->done, nullptr ) ) told( error, call->reply );
       } );
    } );
    return std::make_unique< UnaryCall< State > >( state );
@@ -119,7 +124,7 @@ class DumpReader : public grpc::ClientReadReactor< vex::pb::Batch > {
          paused_ = waiting_.size() >= waitingMax;
          if ( !paused_ ) read();
       }
-      wake();
+      wake( self_ );
    }
    void OnDone( const grpc::Status & status ) override {
       {
@@ -127,8 +132,8 @@ class DumpReader : public grpc::ClientReadReactor< vex::pb::Batch > {
          ended_ = true;
          error_ = textOf( status );
       }
-      wake();
-      self_ = nullptr;
+      // As in `ask`: the loop lets go of the last connection.
+      wake( std::move( self_ ) );
    }
 
    void read() {
@@ -141,8 +146,8 @@ class DumpReader : public grpc::ClientReadReactor< vex::pb::Batch > {
       paused_ = false;
       read();
    }
-   void wake() {
-      Gant::activityManager()->post( [ self = self_ ] {
+   static void wake( std::shared_ptr< DumpReader > self ) {
+      Gant::activityManager()->post( [ self = std::move( self ) ] {
          // What is told may let go of the dump, and with it of what is told.
          if ( const auto ready = self->ready_ ) ready();
       } );
@@ -181,17 +186,15 @@ EngineQuery::~EngineQuery() = default;
 
 std::unique_ptr< EngineCall > EngineQuery::lookup( const vex::pb::LookupRequest & request,
                                                    Done< vex::pb::LookupReply > done ) {
-   return ask( request, std::move( done ), [ this ]( auto & call, auto then ) {
-      stub_->engine.async()->Lookup( &call.context, &call.request, &call.reply,
-                                     [ stub = stub_, then ]( auto status ) { then( status ); } );
+   return ask( stub_, request, std::move( done ), []( auto & engine, auto & call, auto then ) {
+      engine.Lookup( &call.context, &call.request, &call.reply, std::move( then ) );
    } );
 }
 
 std::unique_ptr< EngineCall > EngineQuery::tracePacket( const vex::pb::TracePacketRequest & request,
                                                         Done< vex::pb::TracePacketReply > done ) {
-   return ask( request, std::move( done ), [ this ]( auto & call, auto then ) {
-      stub_->engine.async()->TracePacket( &call.context, &call.request, &call.reply,
-                                          [ stub = stub_, then ]( auto status ) { then( status ); } );
+   return ask( stub_, request, std::move( done ), []( auto & engine, auto & call, auto then ) {
+      engine.TracePacket( &call.context, &call.request, &call.reply, std::move( then ) );
    } );
 }
 

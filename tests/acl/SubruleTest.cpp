@@ -35,6 +35,13 @@ TEST( Subrules, numbersBecomeTheFewestRanges ) {
    EXPECT_EQ( rangesOf( RangeOper::lt_, { 0 } ), "" );
 }
 
+TEST( Subrules, numbersReadBackFromTheirText ) {
+   const RangeSpec numbers( RangeOper::eq_, { 80, 443 } );
+   EXPECT_EQ( numbers.strep(), "'eq 80 443'" );
+   for ( const auto & wanted : { numbers, RangeSpec() } )
+      EXPECT_EQ( Gant::valueFromStrep< RangeSpec >( wanted.strep() ), wanted );
+}
+
 TEST( Subrules, aLonePortOfZeroIsInUse ) {
    const auto filter = Acl::RuleConfig( udp().dport( RangeOper::eq_, { 0 } ) ).filter();
    const auto subrules = Hul::subrulesOf( filter );
@@ -47,10 +54,10 @@ struct Packet {
    U8 flags;
 };
 
-bool matches( const RangeSpec & spec, U16 value ) {
-   const auto & values = spec.values();
+bool matches( const RangeSpec & wanted, U16 value ) {
+   const auto & values = wanted.values();
    const bool among = std::ranges::find( values, value ) != values.end();
-   switch ( spec.oper() ) {
+   switch ( wanted.oper() ) {
    case RangeOper::any_: return true;
    case RangeOper::eq_: return among;
    case RangeOper::neq_: return !among;
@@ -83,7 +90,7 @@ TEST( Subrules, theRecordsOfARuleTogetherMatchWhatTheRuleMatches ) {
    // Few numbers, so that rules and packets meet; the ends of the range are among them.
    const U16 numbers[] = { 0, 1, 2, 3, 79, 80, 81, 65533, 65534, 65535 };
    const auto number = [ & ] { return numbers[ random() % std::size( numbers ) ]; };
-   const auto spec = [ & ] {
+   const auto anyNumbers = [ & ] {
       const RangeOper oper( static_cast< U8 >( random() % 6 ) );
       RangeSpec::Values values;
       const size_t several = 1 + random() % 4;
@@ -94,9 +101,9 @@ TEST( Subrules, theRecordsOfARuleTogetherMatchWhatTheRuleMatches ) {
    size_t met = 0;
    for ( int rule = 0; rule < 500; ++rule ) {
       Acl::IpFilter filter;
-      filter.sourcePortIs( spec() );
-      filter.destinationPortIs( spec() );
-      filter.ipLenIs( spec() );
+      filter.sourcePortIs( anyNumbers() );
+      filter.destinationPortIs( anyNumbers() );
+      filter.ipLenIs( anyNumbers() );
       if ( random() % 2 ) filter.tcpFlagsIs( static_cast< U8 >( random() % 64 ) );
       const auto subrules = Hul::subrulesOf( filter );
       for ( int i = 0; i < 50; ++i ) {

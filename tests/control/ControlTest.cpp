@@ -140,7 +140,7 @@ TEST_F( Control, makesNoMoreRowsThanAClientTakes ) {
                 "\n" );
    // when the loop has nothing left to do for it
    size_t idle = 0;
-   ::Test::runUntil( [ & ] { return Gant::activityManager()->poll() == 0 ? ++idle > 1000 : ( idle = 0 ) > 0; } );
+   ::Test::runUntil( [ & ] { return Gant::activityManager()->poll() == 0 ? ++idle > 20 : ( idle = 0 ) > 0; } );
    // then others are served, and the first goes on when it takes
    expectUnmoved();
    for ( int row = 0; row < 500; ++row ) ASSERT_TRUE( greedy.line() );

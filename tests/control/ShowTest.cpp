@@ -106,7 +106,8 @@ TEST_F( Shows, routesSayWhatHasBecomeOfThemAndPendingSaysWhy ) {
    EXPECT_EQ( each( R"({"command":"show routes","match":"10.9.0.1"})", "state" ), "pending " );
    EXPECT_EQ( each( R"({"command":"show routes","match":"2001:db8::1"})", "state" ), "refused " );
    EXPECT_EQ( each( R"({"command":"show pending"})", "reason" ),
-              "FEC 77 does not exist refused: the data plane takes no routes of this family " );
+              "neighbour 10.0.3.9 on Ethernet3 is not resolved FEC 77 does not exist refused: the data plane takes no "
+              "routes of this family " );
 }
 
 TEST_F( Shows, nexthopsAndAdjacenciesOfFecs ) {

@@ -33,10 +33,11 @@ Directory::~Directory() { std::filesystem::remove_all( path_ ); }
 
 DataPlane::DataPlane( const Directory & directory ) : address_( "unix:" + directory.path( "dataplane" ) ) {
    const auto counters = directory.path( "counters" );
+   const auto parent = std::to_string( getpid() );
    pid_ = fork();
    if ( pid_ != 0 ) return;
-   execl( VEXDP_PROGRAM, VEXDP_PROGRAM, "--die-with-parent", "--log-level", "off", "--listen", address_.c_str(),
-          "--counters", counters.c_str(), nullptr );
+   execl( VEXDP_PROGRAM, VEXDP_PROGRAM, "--die-with-parent", parent.c_str(), "--log-level", "off", "--listen",
+          address_.c_str(), "--counters", counters.c_str(), nullptr );
    _exit( 127 );
 }
 

@@ -5,6 +5,7 @@
 #include "VexCounterInfo.h"
 #include "VexKyAclDb.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace {
@@ -14,7 +15,7 @@ using namespace Test;
 TEST( HostRuleText, rulesReadBackAsTheyAreWritten ) {
    for ( const char * text :
          { "permit ip any any", "deny tcp any host 192.0.2.10 eq 80 443 log", "permit udp any neq 53 10.0.0.0/8",
-           "deny udp any any range 33434 33534", "permit tcp 10.0.0.1 0.255.0.255 gt 1023 any lt 1024 established",
+           "deny udp any any range 33434 33534", "permit tcp 10.0.7.0 0.255.0.255 gt 1023 any lt 1024 established",
            "permit tcp any any fin syn", "permit icmp any any echo", "permit icmp any any unreachable code 4",
            "permit icmp any any type 13", "permit 200 any any dscp ef", "deny ospf any any dscp 7 ttl eq 1",
            "permit ip any any length range 64 1500 fragments", "remark  what it is for" } ) {
@@ -74,14 +75,16 @@ interfaces:
 TEST( HostFilters, whatCannotBeHeldIsToldWithItsLineAndTheListsAroundItStay ) {
    HostedState router;
    EXPECT_EQ( router.describe( filtered ), Lines{} );
-   EXPECT_EQ( router.describe( R"(access-lists:
+   EXPECT_EQ(
+        router.describe( R"(access-lists:
   - {name: web, rules: [10 permit tcp any any eq 80, 10 deny ip any any]}
   - name: voice
     rules:
       - permit udp any any
       - permit udp any any range 9 5
   - {name: ports, rules: [10 permit ospf any any eq 5]}
-  - {name: many, rules: [10 permit tcp any any eq 1 3 5 7 9 11 13 15 17 19 21 23 25 27 29 31 33 35 length neq 64 66 68 70 72 74 76 78 80 82 84 86 88 90 92 94 96 98 100 fin syn rst]}
+  - {name: many, rules: [10 permit tcp any any eq 1 3 5 7 9 11 13 15 17 19 21 23 25 27 29 31 33 35 length neq 64 66 68 70 72 74 76 78 80 82 84 86 88 90
+      92 94 96 98 100 fin syn rst]}
   - {name: six, type: ipv6, rules: [permit ipv6 any any]}
   - {name: frames, type: mac, rules: [permit any any 2048]}
   - {name: pieces, rules: [permit ip any any fragments]}
@@ -107,15 +110,118 @@ interfaces:
   - {name: Ethernet3, service-policy: {output: edge}}
   - {name: Ethernet4, access-group: {in: frames}}
 )" ),
-              ( Lines{
-                   "router.yaml:2: access-list web, sequence 10 is there twice",
-                   "router.yaml:6: access-list voice, sequence 20: destination port range 9 5: the range is upside down",
-                   "router.yaml:7: access-list ports, sequence 10: protocol 89 has no ports",
-                   "router.yaml:8: access-list many, sequence 10: it takes 1080 records, the most is 1024",
-                   "router.yaml:9: access-list six: this data plane has no IPv6 access lists",
-              } ) );
+        ( Lines{
+             "router.yaml:12: access-list name \"a b\" is not one of up to 63 letters, digits, \"-\", \"_\" and \".\"",
+             "router.yaml:10: access-list frames: MAC rules are accepted, and this data plane does not apply them",
+             "router.yaml:11: access-list pieces, sequence 10: fragments: the rule is accepted, and this data plane "
+             "does not apply it",
+             "router.yaml:2: access-list web, sequence 10 is there twice",
+             "router.yaml:6: access-list voice, sequence 20: destination port range 9 5: the range is upside down",
+             "router.yaml:7: access-list ports, sequence 10: protocol 89 has no ports",
+             "router.yaml:8: access-list many, sequence 10: it takes 1080 records, the most is 1024",
+             "router.yaml:9: access-list six: this data plane has no IPv6 access lists",
+             "router.yaml:14: class-map vlan: this data plane does not match a VLAN in a class",
+             "router.yaml:15: class-map six: this data plane has no IPv6 access lists",
+             "router.yaml:16: class-map none: there is no access-list nobody",
+             "router.yaml:17: class-map class-default: the name is that of what no other class matches",
+             "router.yaml:18: class-map frames: access-list frames is a MAC list, which this data plane does not apply",
+             "router.yaml:19: class-map two matches in one way",
+             "router.yaml:22: policy-map empty: it has no class",
+             "router.yaml:23: policy-map cos, class good: this data plane sets DSCP and traffic class only",
+             "router.yaml:24: policy-map police, class good: this data plane sets DSCP and traffic class only",
+             "router.yaml:25: dscp \"64\" is not a name, or a number from 0 to 63",
+             "router.yaml:26: policy-map class, class nobody: there is no such class-map",
+             "router.yaml:27: policy-map twice, class good: the class stands in it twice",
+             "router.yaml:29: interface Ethernet1: there is no access-list nobody",
+             "router.yaml:30: interface Ethernet2: there is no policy-map nobody",
+             "router.yaml:31: service-policy output edge: this data plane has no output policies",
+             "router.yaml:32: interface Ethernet4: access-list frames is a MAC list, which this data plane does not "
+             "apply",
+        } ) );
    EXPECT_EQ( router.state.aclBook().lists().at( "web" ).fact.entries.size(), 2u );
    EXPECT_EQ( router.state.aclBook().lists().at( "voice" ).fact.entries.size(), 1u );
+}
+
+TEST( HostFilters, whatIsNamedStays ) {
+   HostedState router;
+   router.describe( std::string( filtered ) + filteredPorts );
+   EXPECT_EQ( router.change( "del access-list {name: voice}" ), "access-list voice: class-map voice matches by it" );
+   EXPECT_EQ( router.change( "del access-list {name: web}" ), "access-list web: interface Ethernet1 has it" );
+   EXPECT_EQ( router.change( "replace access-list {name: web, type: mac}" ),
+              "access-list web: interface Ethernet1 has it, and its type stays" );
+   EXPECT_EQ( router.change( "del class-map {name: voice}" ), "class-map voice: policy-map edge has it" );
+   EXPECT_EQ( router.change( "del policy-map {name: edge}" ), "policy-map edge: interface Ethernet1 has it" );
+   EXPECT_EQ( router.change( "del policy-map {name: none}" ), "policy-map none does not exist" );
+   EXPECT_EQ( router.describe( "interfaces: [{name: Ethernet1}]\n" ), Lines{} );
+   EXPECT_TRUE( router.state.aclBook().lists().empty() && router.state.aclBook().policyMaps().empty() );
+}
+
+TEST( HostFilters, theTableThatIsOneTooManyIsRefused ) {
+   HostedState router;
+   std::string lists = "access-lists:\n", intfs = "interfaces:\n";
+   for ( int i = 1; i <= 128; ++i ) {
+      const auto number = std::to_string( i );
+      lists += "  - {name: list" + number + ", rules: [permit ip any any]}\n";
+      intfs += "  - {name: Ethernet" + number + ", access-group: {in: list" + number + "}}\n";
+   }
+   EXPECT_EQ( router.describe( lists + intfs ),
+              Lines{ "router.yaml:258: interface Ethernet128: its filters are one more than the 127 access lists and "
+                     "policies that the data plane has room for" } );
+   EXPECT_EQ( router.change( "add interface {name: Ethernet128, access-group: {in: list1, out: list127}}" ), "" );
+}
+
+class FilteredRouter : public HostedRouter {
+ public:
+   explicit FilteredRouter( const std::string & description ) {
+      EXPECT_EQ( describe( description ), Lines{} );
+      start();
+      begin = drained();
+   }
+   size_t ids() const { return vexcsd->kyAclDb()->freeAclIds(); }
+   size_t rulesCounted() const {
+      return size_t( std::ranges::count_if(
+           counters->counterIterator(), []( const auto & counter ) { return counter.second.module == "kyAclDb"; } ) );
+   }
+   Lines begin;
+};
+
+bool concerns( const std::string & line, const char * what ) { return line.find( what ) != line.npos; }
+
+TEST( HostFilters, aChangedListIsSwappedAndItsInterfacesStayFiltered ) {
+   FilteredRouter router( std::string( filtered ) + filteredPorts );
+   router.change( "replace access-list {name: web, rules: [10 permit tcp any any eq 22, 20 deny ip any any]}" );
+   auto sent = router.drained();
+   ASSERT_EQ( sent.size(), 4u );
+   EXPECT_TRUE( sent[ 0 ].starts_with( "kyAclDb createAcl acl_id 0 " ) ) << sent[ 0 ];
+   std::sort( sent.begin() + 1, sent.end() );
+   EXPECT_TRUE( sent[ 1 ].starts_with( "aclipEt1in applyAcl" ) && sent[ 2 ].starts_with( "aclipEt1out applyAcl" ) &&
+                sent[ 3 ].starts_with( "aclipEt2in applyAcl" ) );
+   router.change( "replace access-list {name: web, rules: [10 permit tcp any any eq 22, 20 deny ip any any]}" );
+   EXPECT_EQ( router.drained(), Lines{} );
+}
+
+TEST( HostFilters, whatIsTakenAwayGivesItsIdsAndCountersBack ) {
+   const std::string ports = "interfaces: [{name: Ethernet1}, {name: Ethernet2}]\n";
+   FilteredRouter router( ports );
+   const auto ids = router.ids(), counted = router.rulesCounted();
+   EXPECT_EQ( router.describe( std::string( filtered ) + filteredPorts ), Lines{} );
+   router.drained();
+   EXPECT_EQ( router.ids(), ids - 2 );
+   EXPECT_EQ( router.rulesCounted(), counted + 4 );
+   EXPECT_EQ( router.describe( ports ), Lines{} );
+   const auto went = router.drained();
+   for ( const char * gone : { "destroy aclipEt1in", "destroy aclipEt1out", "destroy aclipEt2in", "destroy PQos_Rx_et1",
+                               "kyAclDb destroyAcl acl_id 0", "kyAclDb destroyPolicy acl_id" } )
+      EXPECT_TRUE( std::ranges::any_of( went, [ & ]( const auto & line ) { return concerns( line, gone ); } ) ) << gone;
+   EXPECT_EQ( router.ids(), ids );
+   EXPECT_EQ( router.rulesCounted(), counted );
+}
+
+// Its table stands and its module points at it before packets come to the module.
+TEST( HostFilters, anInterfaceIsFilteredFromTheBeginning ) {
+   FilteredRouter router( filtered );
+   router.change( "add interface {name: Ethernet1, addresses: 10.0.1.1/24, access-group: {in: web}}" );
+   for ( const auto & line : router.drained() ) std::puts( line.c_str() );
 }
 
 } // namespace

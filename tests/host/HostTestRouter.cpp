@@ -1,6 +1,7 @@
 #include "HostTestRouter.h"
 
 #include "HostAgent.h"
+#include "VexKyAclDb.h"
 
 #include <algorithm>
 
@@ -82,6 +83,7 @@ Lines HostedState::routes( const std::string & source ) const {
 }
 
 void HostedRouter::start() {
+   if ( !vexcsd->kyAclDb() ) vexcsd->kyAclDbIs( Gant::make< Vex::KyAclDb >( enginePair ) );
    ports = Gant::make< Host::PortSm >( state.tree().portDir, vexcsd, enginePair );
    agent = Host::agentOver( state.tree(), vexcsd );
    agent->initializedIs( true );

@@ -147,7 +147,6 @@ routes:
    fresh.describe( description );
    Lines sent[ 2 ];
    for ( auto * const router : { &changed, &fresh } ) {
-      HostedRouter again;
       Engine engine;
       const auto ports = Gant::make< Host::PortSm >( router->state.tree().portDir, engine.vexcsd, engine.enginePair );
       router->vexcsd = engine.vexcsd;

@@ -1,5 +1,4 @@
 // The machines as an agent makes them, and their end in any order.
-#include "HulAclSm.h"
 #include "HulFilteredVrfLists.h"
 #include "HulIntfStatusSm.h"
 #include "HulIntfVlanIdSet.h"
@@ -7,7 +6,6 @@
 #include "HulMonitoredNexthopSm.h"
 #include "HulNatSm.h"
 #include "HulPrivateVlanLib.h"
-#include "HulQosAclSm.h"
 #include "HulRouter.h"
 #include "HulSeqStatus.h"
 #include "HulTunnelSm.h"
@@ -28,14 +26,8 @@ class Life : public testing::TestWithParam< U32 > {
    // What the rest of an agent makes around a started layer.
    std::vector< Gant::Ptr< Gant::PtrInterface > > others() {
       const auto natSm = Gant::make< Hul::NatSm >( Hul::NatSm::Args{ .vexcsd = layer.csd } );
-      const auto aclSm = Gant::make< Hul::AclSm >( Hul::AclSm::Args{ .vexcsd = layer.csd } );
-      const auto qosAclSm = Gant::make< Hul::QosAclSm >( Hul::QosAclSm::Args{ .vexcsd = layer.csd } );
       natSm->startIs( true );
-      aclSm->startIs( true );
-      qosAclSm->startIs( true );
       return { natSm,
-               aclSm,
-               qosAclSm,
                Gant::make< IntfVlanIdSet::ConfigSm >( IntfVlanIdSet::ConfigSm::Args{
                     .bridgingConfig = state.bridging,
                     .intfVlanIdSetTable = Gant::make< IntfVlanIdSet::Table >( "intfVlanIdSetTable" ) } ),

@@ -130,16 +130,17 @@ TEST_F( IpsecHost, whatAConnectionLeansOnStays ) {
 
 TEST_F( IpsecHost, aRekeyLeavesTheAgeOfWhatStays ) {
    auto & loop = *Gant::activityManager();
-   loop.manualTimeIs( 100 );
+   loop.manualTimeIs( loop.now() );
+   const double first = loop.now(), second = first + 60;
    ASSERT_EQ( connection( "outbound: " + saText( "8192" ) + ", inbound: [" + saText( "4096" ) + "]" ), "" );
-   loop.manualTimeIs( 160 );
+   loop.manualTimeIs( second );
    ASSERT_EQ( connection( "outbound: " + saText( "8193" ) + ", inbound: [" + saText( "4096" ) + ", " +
                           saText( "4097" ) + "]" ),
               "" );
    const auto & made = table().connection( key );
-   EXPECT_EQ( made.outSa()->agreedAt(), 160 );
-   EXPECT_EQ( made.inSaq().saq( 0 ).agreedAt(), 100 );
-   EXPECT_EQ( made.inSaq().saq( 1 ).agreedAt(), 160 );
+   EXPECT_EQ( made.outSa()->agreedAt(), second );
+   EXPECT_EQ( made.inSaq().saq( 0 ).agreedAt(), first );
+   EXPECT_EQ( made.inSaq().saq( 1 ).agreedAt(), second );
 }
 
 TEST_F( IpsecHost, anEntryThatIsForgottenHoldsNoKey ) {

@@ -22,6 +22,8 @@ struct SaCase {
    const char * authInfo;
 };
 
+void PrintTo( const SaCase & saCase, std::ostream * out ) { *out << saCase.name; }
+
 void gcmOf( SecurityAssociation & sa ) {
    sa.cryptoAlgoIs( "rfc4106(gcm(aes))" );
    sa.cryptoKeyIs( KeyMaterial( "a-16-byte-key...salt" ) );
