@@ -60,8 +60,8 @@ CommandTable::CommandTable( Commands commands ) {
 CommandTable CommandTable::all() {
    Commands commands;
    for ( auto * const shows :
-         { fibShows, routeShows, adjacencyShows, interfaceShows, ipsecShows, graphShows, summaryShows, counterShows,
-           channelShows, traceShows, packetCommands, changeCommands, verifyCommands } )
+         { fibShows, routeShows, adjacencyShows, interfaceShows, ipsecShows, bridgingShows, platformShows, graphShows,
+           summaryShows, counterShows, channelShows, traceShows, packetCommands, changeCommands, verifyCommands } )
       for ( auto & command : shows() ) commands.push_back( std::move( command ) );
    return CommandTable( std::move( commands ) );
 }

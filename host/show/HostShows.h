@@ -11,6 +11,8 @@ Commands routeShows();     // routes, pending
 Commands adjacencyShows(); // nexthops, adjacencies
 Commands interfaceShows(); // interfaces, tunnels, vrfs
 Commands ipsecShows();     // ipsec connections, ipsec sas, ipsec flows
+Commands bridgingShows();  // vrrp, vlans, nat
+Commands platformShows();  // capabilities, capacity, walks
 Commands graphShows();     // modules, graph
 Commands summaryShows();   // summary, status, version
 Commands counterShows();   // counters

@@ -41,6 +41,8 @@ StateTree::StateTree() :
      unprogrammed6( make< Mirel::Fib6::UnprogrammedRouteStatus >( "routing6/fib/unprogrammed" ) ),
      vrfSeqConfigDir( make< Gant::Dir >( "routing/vrf/sequence/config" ) ),
      vrfSeqStatusDir( make< Gant::Dir >( "routing/vrf/sequence/status" ) ),
+     virtualMacStatus( make< Routing::Fhrp::VirtualRouterMacStatus >( "fhrp/virtualMac/status" ) ),
+     natStatus( make< Ip::Nat::Status >( "ip/nat/status" ) ),
      portVifStatus( make< VexVif::PortVifStatus >( "vex/vif/port" ) ),
      mcastVifStatus( make< VexMcast::McastVifStatus >( "vex/vif/mcast" ) ),
      hulCliCommandRequestDir( make< Gant::Dir >( "hul/cli/request" ) ),
@@ -69,7 +71,7 @@ void StateTree::mountPaths() {
    };
    mount( "hwEpoch/status", make< HwEpoch::Status >( "hwEpoch/status" ) );
    mount( "ip/nat/config", make< Ip::Nat::Config >( "ip/nat/config" ) );
-   mount( "ip/nat/status", make< Ip::Nat::Status >( "ip/nat/status" ) );
+   mount( "ip/nat/status", natStatus );
    mount( "ip/nat/hwStatus", make< Ip::Nat::HwStatus >( "ip/nat/hwStatus" ) );
    mount( "ip/nat/hwCapabilities", make< Ip::Nat::HwCapabilities >( "ip/nat/hwCapabilities" ) );
    mount( "lag/input/config/cli", make< Lag::Input::Config >( "lag/input/config/cli" ) );
@@ -147,7 +149,7 @@ void StateTree::fillOtherMounts() {
    ip4TunnelMounts->tunnelIntfStatusLocalDirIs(
         make< Interface::TunnelIntfStatusLocalDir >( "interface/tunnel/status/local" ) );
 
-   fhrpMounts->virtualMacStatusInIs( make< Routing::Fhrp::VirtualRouterMacStatus >( "fhrp/virtualMac/status" ) );
+   fhrpMounts->virtualMacStatusInIs( virtualMacStatus );
    fhrpMounts->fhrpHwStatusIs( make< Routing::Fhrp::Hardware::Status >( "fhrp/hardware/status" ) );
 }
 

@@ -23,6 +23,12 @@ class TableCapacity;
 namespace Interface {
 class VlanIntfConfigDir;
 }
+namespace Ip::Nat {
+class Status;
+}
+namespace Routing::Fhrp {
+class VirtualRouterMacStatus;
+}
 namespace Tunnel::TunnelTable {
 class EvpnVxlanTunnelTable;
 }
@@ -101,6 +107,10 @@ class StateTree {
    const Gant::Ptr< Mirel::Fib6::UnprogrammedRouteStatus > unprogrammed6;
    const Gant::Ptr< Gant::Dir > vrfSeqConfigDir;
    const Gant::Ptr< Gant::Dir > vrfSeqStatusDir;
+
+   // Virtual routers, and translations.
+   const Gant::Ptr< Routing::Fhrp::VirtualRouterMacStatus > virtualMacStatus;
+   const Gant::Ptr< Ip::Nat::Status > natStatus;
 
    // Handed through.
    const Gant::Ptr< VexVif::PortVifStatus > portVifStatus;
