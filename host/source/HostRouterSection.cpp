@@ -20,7 +20,7 @@ class RouterSection : public Section {
       const auto bridgeMac = entry.value< Kynet::EthAddr >( "bridge-mac", "a MAC address", mac );
       if ( bridgeMac != mac )
          entry.at( "bridge-mac" )
-              .fail( "router: bridge-mac " + bridgeMac.stringValue() + " is not the router's own MAC" +
+              .fail( "bridge-mac " + bridgeMac.stringValue() + " is not the router's own MAC" +
                      ( !mac ? ", of which there is none" : ", " + mac.stringValue() ) );
       return state.routerMacIs( mac, source );
    }
