@@ -147,6 +147,29 @@ Json nameOnly( const std::vector< std::string > & given ) {
    return entry;
 }
 
+Json virtualMac( const std::vector< std::string > & given ) {
+   Words words( given );
+   Json entry{ { "interface", words.take( "the interface" ) } };
+   entry[ "mac" ] = words.take( "the MAC" );
+   words.end();
+   return entry;
+}
+
+Json vlanOnly( const std::vector< std::string > & given ) {
+   Words words( given );
+   Json entry{ { "id", words.number( "the VLAN" ) } };
+   words.end();
+   return entry;
+}
+
+Json vlan( const std::vector< std::string > & given ) {
+   Words words( given );
+   Json entry{ { "id", words.number( "the VLAN" ) } };
+   while ( words.skip( "member" ) ) entry[ "members" ].push_back( words.take( "the member" ) );
+   words.end();
+   return entry;
+}
+
 using Keywords = std::map< std::string, Keyword >;
 
 Json named( const std::vector< std::string > & given, const Keywords & keywords ) {
@@ -235,6 +258,8 @@ const std::vector< Kind > & kinds() {
           "NAME source ADDRESS destination ADDRESS [vrf NAME] [underlay VRF] [address ADDRESS/LEN]... [key N] [ttl N] "
           "[tos N] [mtu N] [mss N] [mode MODE] [access-group LIST in|out]... [service-policy input POLICY] [disabled]",
           tunnel, nameOnly },
+        { "vlan", "a VLAN", "N [member INTERFACE|Cpu]...", vlan, vlanOnly },
+        { "virtual-mac", "a virtual router's MAC", "INTERFACE MAC", virtualMac, virtualMac },
         { "vrf", "a VRF", "NAME [id N]", vrf, nameOnly },
         { "access-list", "an access list", "NAME [type ip|mac] \"[SEQUENCE] permit|deny|remark ...\"...", accessList,
           nameOnly },

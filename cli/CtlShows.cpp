@@ -207,6 +207,52 @@ std::vector< Show > aclShows() {
    };
 }
 
+std::vector< Show > bridgingShows() {
+   return {
+        { .command = "show vrrp",
+          .help = "virtual routers' MACs, and whether their interfaces answer to them",
+          .columns = { text( "Interface", "interface" ), text( "MAC", "mac" ), text( "In data plane", "programmed" ),
+                       text( "Reason", "reason" ) },
+          .footer = counted( "virtual MAC", "virtual MACs" ) },
+        { .command = "show vlans",
+          .help = "VLANs, with their members",
+          .columns = { number( "VLAN", "vlan" ), text( "Members", "members" ), text( "Router", "router" ) },
+          .footer = counted( "VLAN", "VLANs" ) },
+        { .command = "show nat",
+          .help = "address translations that were asked for",
+          .columns = { text( "Kind", "kind" ), text( "Interface", "interface" ), number( "VLAN", "vlan" ),
+                       text( "Target", "target" ), number( "Protocol", "protocol" ), text( "Original", "original" ),
+                       text( "Translated", "translated" ), text( "List", "acl" ), number( "Priority", "priority" ),
+                       text( "Accepted", "accepted" ), text( "Translating", "translating" ),
+                       count( "Packets", "packets" ) },
+          .footer = []( const Json & ) -> std::string {
+             return "This data plane has no translation: rules are accepted, and no packet is translated";
+          } },
+   };
+}
+
+std::vector< Show > platformShows() {
+   return {
+        { .command = "show capabilities",
+          .help = "what the agent tells of its data plane",
+          .columns = { text( "Feature", "feature" ), text( "Capability", "capability" ),
+                       shown( "Value", "value", inWords, Column::Align::right ), text( "", "note" ) } },
+        { .command = "show capacity",
+          .help = "how full the tables of the data plane are",
+          .columns = { text( "Table", "table" ), text( "Feature", "feature" ), text( "Chip", "chip" ),
+                       text( "Counted", "counted" ), number( "Used", "used" ), number( "Free", "free" ),
+                       number( "Committed", "committed" ), number( "Max", "max" ) },
+          .footer = counted( "table", "tables" ) },
+        { .command = "show walks",
+          .help = "how often FECs were redone because what they need has come",
+          .columns = { count( "Walks asked for", "walksAsked" ), count( "Port updates", "portVifUpdates" ),
+                       count( "Flood set updates", "floodVifUpdates" ),
+                       count( "VLAN port updates", "vlanPortStatusUpdates" ), count( "FECs", "fecs" ),
+                       count( "Adjacencies", "adjacencies" ), text( "Looking at routes", "busy" ) },
+          .record = true },
+   };
+}
+
 std::vector< Show > graphShows() {
    return {
         { .command = "show modules",
@@ -372,7 +418,8 @@ std::vector< Show > checks() {
 
 std::vector< Show > shows() {
    std::vector< Show > all;
-   for ( auto * const some : { routingShows, interfaceShows, ipsecShows, aclShows, graphShows, daemonShows, checks } )
+   for ( auto * const some : { routingShows, interfaceShows, ipsecShows, aclShows, bridgingShows, platformShows,
+                               graphShows, daemonShows, checks } )
       for ( auto & show : some() ) all.push_back( std::move( show ) );
    return all;
 }

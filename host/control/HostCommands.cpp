@@ -59,9 +59,9 @@ CommandTable::CommandTable( Commands commands ) {
 
 CommandTable CommandTable::all() {
    Commands commands;
-   for ( auto * const shows :
-         { fibShows, routeShows, adjacencyShows, interfaceShows, ipsecShows, aclShows, graphShows, summaryShows, counterShows,
-           channelShows, traceShows, packetCommands, changeCommands, verifyCommands } )
+   for ( auto * const shows : { fibShows, routeShows, adjacencyShows, interfaceShows, ipsecShows, aclShows,
+                                bridgingShows, platformShows, graphShows, summaryShows, counterShows, channelShows,
+                                traceShows, packetCommands, changeCommands, verifyCommands } )
       for ( auto & command : shows() ) commands.push_back( std::move( command ) );
    return CommandTable( std::move( commands ) );
 }

@@ -12,6 +12,8 @@ Commands adjacencyShows(); // nexthops, adjacencies
 Commands interfaceShows(); // interfaces, tunnels, vrfs
 Commands ipsecShows();     // ipsec connections, ipsec sas, ipsec flows
 Commands aclShows();       // access-lists, policy-map, control-plane
+Commands bridgingShows();  // vrrp, vlans, nat
+Commands platformShows();  // capabilities, capacity, walks
 Commands graphShows();     // modules, graph
 Commands summaryShows();   // summary, status, version
 Commands counterShows();   // counters

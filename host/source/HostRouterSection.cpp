@@ -14,14 +14,23 @@ class RouterSection : public Section {
    std::string key( const Entry & ) const override { return "router"; }
    bool has( const RouterState & state, const Entry & ) const override { return !!state.intfBook().routerMac(); }
 
-   ChangeResult replace( RouterState & state, const Entry & entry, Source ) const override {
-      entry.only( { "mac" } );
-      return state.routerMacIs( entry.value< Kynet::EthAddr >( "mac", "a MAC address", {} ) );
+   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+      entry.only( { "mac", "bridge-mac" } );
+      const auto mac = entry.value< Kynet::EthAddr >( "mac", "a MAC address", {} );
+      const auto bridgeMac = entry.value< Kynet::EthAddr >( "bridge-mac", "a MAC address", mac );
+      if ( bridgeMac != mac )
+         entry.at( "bridge-mac" )
+              .fail( "bridge-mac " + bridgeMac.stringValue() + " is not the router's own MAC" +
+                     ( !mac ? ", of which there is none" : ", " + mac.stringValue() ) );
+      return state.routerMacIs( mac, source );
    }
-   ChangeResult del( RouterState & state, const Entry & ) const override { return state.routerMacIs( {} ); }
-   std::vector< ChangeResult > delOthers( RouterState & state, Source,
+   ChangeResult del( RouterState & state, const Entry & ) const override {
+      return !state.intfBook().routerMac() ? notFound( "router: there is no MAC" )
+                                           : state.routerMacIs( {}, Source::none() );
+   }
+   std::vector< ChangeResult > delOthers( RouterState & state, Source source,
                                           const std::set< std::string > & keys ) const override {
-      if ( keys.empty() ) state.routerMacIs( {} );
+      if ( keys.empty() && state.intfBook().routerMacSource() == source ) state.routerMacIs( {}, Source::none() );
       return {};
    }
 };

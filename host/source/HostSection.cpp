@@ -16,6 +16,9 @@ const std::vector< std::unique_ptr< const Section > > & sections() {
       made.push_back( tunnelSection() );
       made.push_back( ipsecSection() );
       made.push_back( neighborSection() );
+      made.push_back( vlanSection() );
+      made.push_back( virtualMacSection() );
+      made.push_back( natSection() );
       made.push_back( routeSection() );
       return made;
    }();

@@ -51,6 +51,19 @@ std::unique_ptr< const Section > tunnelSection();
 std::unique_ptr< const Section > ipsecSection();
 std::unique_ptr< const Section > neighborSection();
 std::unique_ptr< const Section > routeSection();
+std::unique_ptr< const Section > vlanSection();
+std::unique_ptr< const Section > virtualMacSection();
+std::unique_ptr< const Section > natSection();
+
+// The keys of those that the source told, and that are not among `keys` by the names that `nameOf` gives them.
+template < typename Objects, typename NameOf >
+std::vector< typename Objects::key_type > untold( const Objects & objects, Source source,
+                                                  const std::set< std::string > & keys, NameOf nameOf ) {
+   std::vector< typename Objects::key_type > gone;
+   for ( const auto & [ key, told ] : objects )
+      if ( told.source == source && !keys.contains( nameOf( key ) ) ) gone.push_back( key );
+   return gone;
+}
 
 // Hops as the entries of a list: words, or maps of "nexthop", "interface" and "weight".
 std::vector< Hop > hopsOf( const std::vector< Entry > & entries );

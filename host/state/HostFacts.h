@@ -6,10 +6,13 @@
 #include "KynetAddr.h"
 #include "KynetIntfId.h"
 #include "MirelFib.h"
+#include "StateBridging.h"
 #include "StateInterface.h"
+#include "StateIpNat.h"
 #include "StateL3.h"
 
 #include <optional>
+#include <set>
 #include <vector>
 
 namespace Host {
@@ -81,6 +84,32 @@ struct RouteFact {
    Kynet::IpGenPrefix prefix;
    Ways ways{};
    friend bool operator==( const RouteFact &, const RouteFact & ) = default;
+};
+
+// "Cpu" among the members makes the VLAN one in which the router itself takes part.
+struct VlanFact {
+   Bridging::VlanId vlanId;
+   std::set< Kynet::IntfId > members{};
+   friend bool operator==( const VlanFact &, const VlanFact & ) = default;
+};
+
+// A MAC to which the router answers on an interface beside the interface's own (RFC 5798, section 7.3).
+struct VirtualMacFact {
+   Kynet::IntfId intfId;
+   Kynet::EthAddr mac;
+   friend bool operator==( const VirtualMacFact &, const VirtualMacFact & ) = default;
+};
+
+struct NatStaticFact {
+   Ip::Nat::StaticKey key;
+   Ip::Nat::StaticConnection connection;
+   friend bool operator==( const NatStaticFact &, const NatStaticFact & ) = default;
+};
+
+struct NatDynamicFact {
+   Ip::Nat::DynamicKey key;
+   Ip::Nat::DynamicRule rule;
+   friend bool operator==( const NatDynamicFact &, const NatDynamicFact & ) = default;
 };
 
 } // namespace Host

@@ -294,12 +294,14 @@ ChangeResult IntfBook::neighborDel( Kynet::IntfId intfId, const Kynet::IpGenAddr
    return done();
 }
 
-ChangeResult IntfBook::routerMacIs( const Kynet::EthAddr & mac ) {
+ChangeResult IntfBook::routerMacIs( const Kynet::EthAddr & mac, Source source ) {
    if ( mac.multicast() ) return refused( "router: MAC " + mac.stringValue() + " is a multicast address" );
+   if ( !!mac && !!routerMac_ && mac != routerMac_ )
+      return refused( "router: MAC " + routerMac_.stringValue() + " has to be taken away before " + mac.stringValue() +
+                      " can come" );
+   routerMacSource_ = !mac ? Source() : source;
    if ( mac == routerMac_ ) return done();
    routerMac_ = mac;
-   // The layers below take a MAC only where there is none.
-   tree_.bridgingConfig->bridgeMacAddrDel();
    tree_.bridgingConfig->bridgeMacAddrIs( mac );
    for ( const auto & [ intfId, told ] : intfs_ ) {
       if ( told.fact.tunnel ) continue;

@@ -39,7 +39,8 @@ Gant::String wrongPrefix( const Kynet::Prefix & prefix ) {
 Gant::String wrongPrefix( const Kynet::Ip6Prefix & prefix ) { return hostBits( prefix ); }
 
 RouterState::RouterState() :
-     vrfs_( tree_.allVrfStatusLocal ), intfs_( tree_, vrfs_ ), ipsec_( tree_, intfs_ ), acl_( tree_, intfs_ ) {}
+     vrfs_( tree_.allVrfStatusLocal ), intfs_( tree_, vrfs_ ), ipsec_( tree_, intfs_ ), acl_( tree_, intfs_ ),
+     vlans_( tree_ ), virtualMacs_( tree_, intfs_ ), nat_( tree_, intfs_ ) {}
 
 ChangeResult RouterState::intfIs( const IntfFact & fact, Source source ) {
    if ( auto text = acl_.wrong( fact ); !text.empty() )
@@ -50,13 +51,20 @@ ChangeResult RouterState::intfIs( const IntfFact & fact, Source source ) {
         modeOf( present->second.fact ) != modeOf( fact ) )
       if ( auto text = ipsec_.keeps( fact.intfId ); !text.empty() )
          return refused( "interface " + fact.intfId.stringValue() + ": " + text + ", and its mode stays" );
-   return intfs_.intfIs( fact, source );
+   const bool moves = present != intfs_.intfs().end() && present->second.fact.vrf != fact.vrf;
+   auto result = intfs_.intfIs( fact, source );
+   if ( moves && isDone( result ) ) virtualMacs_.rebuilt( fact.intfId );
+   return result;
 }
 
 ChangeResult RouterState::intfDel( Kynet::IntfId intfId ) {
    if ( auto text = ipsec_.keeps( intfId ); !text.empty() )
       return refused( "interface " + intfId.stringValue() + ": " + text );
-   return intfs_.intfDel( intfId );
+   auto result = intfs_.intfDel( intfId );
+   if ( !isDone( result ) ) return result;
+   virtualMacs_.intfDel( intfId );
+   nat_.intfDel( intfId );
+   return result;
 }
 
 Gant::String RouterState::wrongWays( U32 vrfId, Kynet::AddressFamily af, const Ways & ways ) const {

@@ -3,6 +3,9 @@
 
 #include "HostAclBook.h"
 #include "HostIpsecBook.h"
+#include "HostNatBook.h"
+#include "HostVirtualMacBook.h"
+#include "HostVlanBook.h"
 
 #include <optional>
 
@@ -23,6 +26,9 @@ class RouterState {
    // Lists, class maps and policy maps are told to the book itself.
    AclBook & aclBook() { return acl_; }
    const AclBook & aclBook() const { return acl_; }
+   const VlanBook & vlanBook() const { return vlans_; }
+   const VirtualMacBook & virtualMacBook() const { return virtualMacs_; }
+   const NatBook & natBook() const { return nat_; }
 
    // Each makes the object, or changes it to what is told.
    ChangeResult vrfIs( const VrfFact & fact, Source source ) { return vrfs_.vrfIs( fact, source ); }
@@ -30,12 +36,23 @@ class RouterState {
    ChangeResult neighborIs( const NeighborFact & fact, Source source ) { return intfs_.neighborIs( fact, source ); }
    ChangeResult routeIs( const RouteFact & fact, Source source );
    ChangeResult ipsecIs( const IpsecFact & fact, Source source ) { return ipsec_.connectionIs( fact, source ); }
-   ChangeResult routerMacIs( const Kynet::EthAddr & mac ) { return intfs_.routerMacIs( mac ); }
+   ChangeResult routerMacIs( const Kynet::EthAddr & mac, Source source ) { return intfs_.routerMacIs( mac, source ); }
+   ChangeResult vlanIs( const VlanFact & fact, Source source ) { return vlans_.vlanIs( fact, source ); }
+   ChangeResult virtualMacIs( const VirtualMacFact & fact, Source source ) {
+      return virtualMacs_.virtualMacIs( fact, source );
+   }
+   ChangeResult natStaticIs( const NatStaticFact & fact, Source source ) { return nat_.staticIs( fact, source ); }
+   ChangeResult natDynamicIs( const NatDynamicFact & fact, Source source ) { return nat_.dynamicIs( fact, source ); }
    // A VRF with interfaces, tunnels' ends or IPsec connections stays; its routes go with it.
    ChangeResult vrfDel( const L3::VrfName & name );
-   // Routes that lead out of it keep the ways that are left. A tunnel of an IPsec connection stays.
+   // Routes that lead out of it keep the ways that are left; its neighbours, virtual MACs and translations go with it.
+   // A tunnel of an IPsec connection stays.
    ChangeResult intfDel( Kynet::IntfId intfId );
    ChangeResult ipsecDel( const Gant::Name & name ) { return ipsec_.connectionDel( name ); }
+   ChangeResult vlanDel( Bridging::VlanId vlanId ) { return vlans_.vlanDel( vlanId ); }
+   ChangeResult virtualMacDel( const VirtualMacFact & fact ) { return virtualMacs_.virtualMacDel( fact ); }
+   ChangeResult natStaticDel( const Ip::Nat::StaticKey & key ) { return nat_.staticDel( key ); }
+   ChangeResult natDynamicDel( const Ip::Nat::DynamicKey & key ) { return nat_.dynamicDel( key ); }
    ChangeResult neighborDel( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr ) {
       return intfs_.neighborDel( intfId, addr );
    }
@@ -60,6 +77,9 @@ class RouterState {
    IntfBook intfs_;
    IpsecBook ipsec_;
    AclBook acl_;
+   VlanBook vlans_;
+   VirtualMacBook virtualMacs_;
+   NatBook nat_;
 };
 
 // Why no route of a user's can have the prefix; empty when it can.

@@ -43,7 +43,10 @@ StateTree::StateTree() :
      vrfSeqStatusDir( make< Gant::Dir >( "routing/vrf/sequence/status" ) ),
      aclCliConfig( make< Acl::Input::Config >( "acl/config/cli" ) ),
      aclIntfConfig( make< Acl::IntfConfig >( "acl/intf/config/cli" ) ),
-     qosStatus( make< Qos::Status >( "qos/status" ) ), portVifStatus( make< VexVif::PortVifStatus >( "vex/vif/port" ) ),
+     qosStatus( make< Qos::Status >( "qos/status" ) ),
+     virtualMacStatus( make< Routing::Fhrp::VirtualRouterMacStatus >( "fhrp/virtualMac/status" ) ),
+     natStatus( make< Ip::Nat::Status >( "ip/nat/status" ) ),
+     portVifStatus( make< VexVif::PortVifStatus >( "vex/vif/port" ) ),
      mcastVifStatus( make< VexMcast::McastVifStatus >( "vex/vif/mcast" ) ),
      hulCliCommandRequestDir( make< Gant::Dir >( "hul/cli/request" ) ),
      evpnVxlanTunnelTable( make< Tunnel::TunnelTable::EvpnVxlanTunnelTable >( "tunnel/vxlan" ) ),
@@ -71,7 +74,7 @@ void StateTree::mountPaths() {
    };
    mount( "hwEpoch/status", make< HwEpoch::Status >( "hwEpoch/status" ) );
    mount( "ip/nat/config", make< Ip::Nat::Config >( "ip/nat/config" ) );
-   mount( "ip/nat/status", make< Ip::Nat::Status >( "ip/nat/status" ) );
+   mount( "ip/nat/status", natStatus );
    mount( "ip/nat/hwStatus", make< Ip::Nat::HwStatus >( "ip/nat/hwStatus" ) );
    mount( "ip/nat/hwCapabilities", make< Ip::Nat::HwCapabilities >( "ip/nat/hwCapabilities" ) );
    mount( "lag/input/config/cli", make< Lag::Input::Config >( "lag/input/config/cli" ) );
@@ -149,7 +152,7 @@ void StateTree::fillOtherMounts() {
    ip4TunnelMounts->tunnelIntfStatusLocalDirIs(
         make< Interface::TunnelIntfStatusLocalDir >( "interface/tunnel/status/local" ) );
 
-   fhrpMounts->virtualMacStatusInIs( make< Routing::Fhrp::VirtualRouterMacStatus >( "fhrp/virtualMac/status" ) );
+   fhrpMounts->virtualMacStatusInIs( virtualMacStatus );
    fhrpMounts->fhrpHwStatusIs( make< Routing::Fhrp::Hardware::Status >( "fhrp/hardware/status" ) );
 }
 

@@ -27,6 +27,12 @@ class TableCapacity;
 namespace Interface {
 class VlanIntfConfigDir;
 }
+namespace Ip::Nat {
+class Status;
+}
+namespace Routing::Fhrp {
+class VirtualRouterMacStatus;
+}
 namespace Qos {
 class Status;
 }
@@ -113,6 +119,9 @@ class StateTree {
    const Gant::Ptr< Acl::Input::Config > aclCliConfig;
    const Gant::Ptr< Acl::IntfConfig > aclIntfConfig;
    const Gant::Ptr< Qos::Status > qosStatus;
+   // Virtual routers, and translations.
+   const Gant::Ptr< Routing::Fhrp::VirtualRouterMacStatus > virtualMacStatus;
+   const Gant::Ptr< Ip::Nat::Status > natStatus;
 
    // Handed through.
    const Gant::Ptr< VexVif::PortVifStatus > portVifStatus;

@@ -94,8 +94,9 @@ TEST_F( Vexctl, asksTheDataPlaneAndReadsTheAgentsText ) {
 
 TEST_F( Vexctl, everyShowGivesOneJsonDocumentAndATable ) {
    for ( const char * show :
-         { "fib", "routes", "nexthops", "adjacencies", "pending", "interfaces", "tunnels", "vrfs", "modules", "graph",
-           "counters", "summary", "status", "version", "errors", "queue", "trace", "trace-units" } ) {
+         { "fib",     "routes", "nexthops", "adjacencies",  "pending", "interfaces", "tunnels",    "vrfs",
+           "modules", "graph",  "counters", "capabilities", "capacity", "walks",   "vlans",      "nat",        "vrrp",
+           "summary", "status", "version",  "errors",       "queue",   "trace",      "trace-units" } ) {
       const auto json = run( { "show", show, "--json" } );
       EXPECT_EQ( json.exitCode, 0 ) << show << json.error;
       const auto document = Json::parse( json.out, nullptr, false );
@@ -159,6 +160,10 @@ TEST_F( Vexctl, changesGoToTheRouterInTheDescriptionsWords ) {
         { { "tunnel", "add", "Tunnel1", "source", "10.0.1.1", "destination", "10.9.9.9", "key", "5" },
           R"(0 tunnel {"name":"Tunnel1","source":"10.0.1.1","destination":"10.9.9.9","key":5})" },
         { { "vrf", "add", "blue" }, R"(0 vrf {"name":"blue"})" },
+        { { "vlan", "add", "10", "member", "Ethernet1", "member", "Cpu" },
+          R"(0 vlan {"id":10,"members":["Ethernet1","Cpu"]})" },
+        { { "virtual-mac", "del", "Ethernet1", "00:00:5e:00:01:07" },
+          R"(2 virtual-mac {"interface":"Ethernet1","mac":"00:00:5e:00:01:07"})" },
         { { "entry", "add", "vlan", "{id: 7}" }, "0 vlan {id: 7}" } };
    for ( const auto & [ words, asked ] : changes ) {
       router_.changes.clear();

@@ -87,24 +87,18 @@ TEST( HostedRouter, aTunnelStandsOverWhateverReachesItsEndAndLeavesNothing ) {
       EXPECT_GE( went( gone ), 0 );
 }
 
-TEST( HostedRouter, theRoutersMacMovesOverNoneAndLeavesInterfacesTheirOwn ) {
+TEST( HostedRouter, aMacOfTheRouterComesOverNoneAndLeavesInterfacesTheirOwn ) {
    HostedRouter router;
    router.describe( "router: {mac: 02:00:00:aa:00:01}\n" + std::string( twoPorts ) + "" );
    router.change( "add interface {name: Ethernet3}" );
    router.start();
    router.drained();
-   struct Watcher : Gant::StateMachine {
-      struct Bridging : ::Bridging::Config::Notifiee {
-         using Notifiee::Notifiee;
-         void onBridgeMacAddr() override { seen.push_back( notifier()->bridgeMacAddr().stringValue() ); }
-         Lines seen;
-      };
-      explicit Watcher( const Gant::Ptr< const ::Bridging::Config > & config ) : reactor( this, config ) {}
-      Bridging reactor;
-   };
-   const auto watcher = Gant::make< Watcher >( router.state.tree().bridgingConfig );
-   router.change( "replace router {mac: '02:00:00:aa:00:02'}" );
-   EXPECT_EQ( watcher->reactor.seen, ( Lines{ "00:00:00:00:00:00", "02:00:00:aa:00:02" } ) );
+   for ( const char * refused : { "replace router {mac: '02:00:00:aa:00:02'}",
+                                  "replace router {mac: '02:00:00:aa:00:01', bridge-mac: '02:00:00:aa:00:02'}" } )
+      EXPECT_NE( router.change( refused ), "" );
+   EXPECT_EQ( router.drained(), Lines{} );
+   EXPECT_EQ( router.change( "del router {}" ), "" );
+   EXPECT_EQ( router.change( "add router {mac: '02:00:00:aa:00:02', bridge-mac: '02:00:00:aa:00:02'}" ), "" );
    const auto sent = router.drained();
    const auto last = [ & ]( const std::string & begin ) {
       const auto at =
