@@ -14,6 +14,8 @@ TEST_F( Vexl3d, checksItsSourcesAndSaysWhatIsWrong ) {
       std::string message;
    } cases[] = {
         { { "--check-config", "--config", path( "router.yaml" ) }, 0, "" },
+        { { "--check-config", "--config", EXAMPLES "/router.yaml" }, 0, "" },
+        { { "--check-config", "--config", EXAMPLES "/filters.yaml" }, 0, "" },
         { { "--check-config", "--config", path( "wrong.yaml" ) },
           1,
           "wrong.yaml:1: interface Ethernet1: MTU 1 is under 68" },
