@@ -26,6 +26,7 @@ struct AclSm::GantIntfConfigDir : Gant::Dir::Notifiee {
 
 struct AclSm::GantCommon : HulCommonSmData::Notifiee {
    explicit GantCommon( AclSm * owner ) : Notifiee( owner, owner->args_.vexcsd ), owner( owner ) {}
+   void onPort( const Kynet::IntfId & intfId ) override { owner->portIs( intfId ); }
    void onAclRoom() override { owner->reviewRefused(); }
    void onRenotify() override { owner->reviewRefused(); }
    AclSm * owner;
@@ -144,6 +145,11 @@ void AclSm::reviewBinding( const Acl::IntfAclKey & binding ) {
    }
    changedBindings_.insert( key );
    posted_->post();
+}
+
+void AclSm::portIs( Kynet::IntfId intfId ) {
+   const auto at = changedBindings_.lower_bound( Acl::IntfAclKey( intfId, Acl::ip, Acl::in ) );
+   if ( args_.vexcsd->portHas( intfId ) && at != changedBindings_.end() && at->intfId() == intfId ) program();
 }
 
 void AclSm::reviewRefused() {

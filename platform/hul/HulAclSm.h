@@ -36,11 +36,12 @@ struct AclRuleCount {
 
 //   watches  Acl::Config::aclConfig, and the version of each list
 //            Acl::IntfConfig::aclName of aclIntfConfigCli and of every entity of aclIntfConfigDir
-//            HulCommonSmData::aclRoom
+//            HulCommonSmData::port, aclRoom
 //   calls    HulHelper::AclHelper
 //   writes   Acl::StatusDp; HulCommonSmData::aclRoom
 //
-// Whatever changes in one turn of the loop is programmed together in the next one, at start at once. A change costs
+// Whatever changes in one turn of the loop is programmed together in the next one, at start at once, and also before an
+// interface comes up to which some of it applies: it is not open for the rest of the turn. A change costs
 // what its lists and their interfaces cost. A list that is wrong, or for which there is no room, is not programmed:
 // what was programmed of it stays, and an interface keeps the list that it has.
 class AclSm : public Gant::StateMachine {
@@ -89,6 +90,7 @@ class AclSm : public Gant::StateMachine {
    void reviewBinding( const Acl::IntfAclKey & key );
    void reviewIntfConfig( const Gant::Name & name );
    void reviewRefused();
+   void portIs( Kynet::IntfId intfId );
 
    Gant::String wantedList( const Acl::IntfAclKey & key ) const;
    void checkList( const Acl::ListKey & key );

@@ -112,31 +112,31 @@ interfaces:
   - {name: Ethernet4, access-group: {in: frames}}
 )" ),
         ( Lines{
-             "router.yaml:12: access-list name \"a b\" is not one of up to 63 letters, digits, \"-\", \"_\" and \".\"",
-             "router.yaml:10: access-list frames: MAC rules are accepted, and this data plane does not apply them",
-             "router.yaml:11: access-list pieces, sequence 10: fragments: the rule is accepted, and this data plane "
+             "router.yaml:13: access-list name \"a b\" is not one of up to 63 letters, digits, \"-\", \"_\" and \".\"",
+             "router.yaml:11: access-list frames: MAC rules are accepted, and this data plane does not apply them",
+             "router.yaml:12: access-list pieces, sequence 10: fragments: the rule is accepted, and this data plane "
              "does not apply it",
              "router.yaml:2: access-list web, sequence 10 is there twice",
              "router.yaml:6: access-list voice, sequence 20: destination port range 9 5: the range is upside down",
              "router.yaml:7: access-list ports, sequence 10: protocol 89 has no ports",
              "router.yaml:8: access-list many, sequence 10: it takes 1080 records, the most is 1024",
-             "router.yaml:9: access-list six: this data plane has no IPv6 access lists",
-             "router.yaml:14: class-map vlan: this data plane does not match a VLAN in a class",
-             "router.yaml:15: class-map six: this data plane has no IPv6 access lists",
-             "router.yaml:16: class-map none: there is no access-list nobody",
-             "router.yaml:17: class-map class-default: the name is that of what no other class matches",
-             "router.yaml:18: class-map frames: access-list frames is a MAC list, which this data plane does not apply",
-             "router.yaml:19: class-map two matches in one way",
-             "router.yaml:22: policy-map empty: it has no class",
-             "router.yaml:23: policy-map cos, class good: this data plane sets DSCP and traffic class only",
-             "router.yaml:24: policy-map police, class good: this data plane sets DSCP and traffic class only",
-             "router.yaml:25: dscp \"64\" is not a name, or a number from 0 to 63",
-             "router.yaml:26: policy-map class, class nobody: there is no such class-map",
-             "router.yaml:27: policy-map twice, class good: the class stands in it twice",
-             "router.yaml:29: interface Ethernet1: there is no access-list nobody",
-             "router.yaml:30: interface Ethernet2: there is no policy-map nobody",
-             "router.yaml:31: service-policy output edge: this data plane has no output policies",
-             "router.yaml:32: interface Ethernet4: access-list frames is a MAC list, which this data plane does not "
+             "router.yaml:10: access-list six: this data plane has no IPv6 access lists",
+             "router.yaml:15: class-map vlan: this data plane does not match a VLAN in a class",
+             "router.yaml:16: class-map six: this data plane has no IPv6 access lists",
+             "router.yaml:17: class-map none: there is no access-list nobody",
+             "router.yaml:18: class-map class-default: the name is that of what no other class matches",
+             "router.yaml:19: class-map frames: access-list frames is a MAC list, which this data plane does not apply",
+             "router.yaml:20: class-map two matches in one way",
+             "router.yaml:23: policy-map empty: it has no class",
+             "router.yaml:24: policy-map cos, class good: this data plane sets DSCP and traffic class only",
+             "router.yaml:25: policy-map police, class good: this data plane sets DSCP and traffic class only",
+             "router.yaml:26: dscp \"64\" is not a name, or a number from 0 to 63",
+             "router.yaml:27: policy-map class, class nobody: there is no such class-map",
+             "router.yaml:28: policy-map twice, class good: the class stands in it twice",
+             "router.yaml:30: interface Ethernet1: there is no access-list nobody",
+             "router.yaml:31: interface Ethernet2: there is no policy-map nobody",
+             "router.yaml:32: service-policy output edge: this data plane has no output policies",
+             "router.yaml:33: interface Ethernet4: access-list frames is a MAC list, which this data plane does not "
              "apply",
         } ) );
    EXPECT_EQ( router.state.aclBook().lists().at( "web" ).fact.entries.size(), 2u );
@@ -218,11 +218,21 @@ TEST( HostFilters, whatIsTakenAwayGivesItsIdsAndCountersBack ) {
    EXPECT_EQ( router.rulesCounted(), counted );
 }
 
-// Its table stands and its module points at it before packets come to the module.
+// Its table stands, and its module points at it, before packets get as far as the routes.
 TEST( HostFilters, anInterfaceIsFilteredFromTheBeginning ) {
    FilteredRouter router( filtered );
-   router.change( "add interface {name: Ethernet1, addresses: 10.0.1.1/24, access-group: {in: web}}" );
-   for ( const auto & line : router.drained() ) std::puts( line.c_str() );
+   router.change( "add interface {name: Ethernet1, addresses: 10.0.1.1/24, access-group: {in: web, out: web}}" );
+   const auto sent = router.drained();
+   const auto at = [ & ]( const char * begin ) {
+      return std::ranges::find_if( sent, [ & ]( const auto & line ) { return line.starts_with( begin ); } );
+   };
+   ASSERT_NE( at( "connect aclipEt1in:1 -> fibIpv4:0" ), sent.end() );
+   ASSERT_NE( at( "connect fibIpv4:2 -> aclipEt1out:0" ), sent.end() );
+   EXPECT_LT( at( "kyAclDb createAcl" ), at( "aclipEt1in applyAcl" ) );
+   EXPECT_LT( at( "aclipEt1in applyAcl" ), at( "connect aclipEt1in:1 -> fibIpv4:0" ) );
+   EXPECT_LT( at( "aclipEt1out applyAcl" ), at( "connect fibIpv4:2 -> aclipEt1out:0" ) );
+   EXPECT_EQ( at( "connect IpInput_et1:1 -> fibIpv4:0" ), sent.end() );
+   EXPECT_EQ( at( "connect fibIpv4:2 -> IpOutput_et1:0" ), sent.end() );
 }
 
 } // namespace
