@@ -319,7 +319,7 @@ TEST_P( HostArrival, inAnyOrderTheDataPlaneEndsTheSame ) {
    FAIL() << "seed " << GetParam() << ", after\n" << textOf( shortest ) << failure( shortest );
 }
 
-INSTANTIATE_TEST_SUITE_P( Seeds, HostArrival, testing::Range( 1u, 21u ) );
+INSTANTIATE_TEST_SUITE_P( Seeds, HostArrival, testing::Range( 1u, 41u ) );
 
 TEST( HostArrivalOfFacts, nothingLeaksInThousandsOfFlaps ) {
    std::minstd_rand random( 1 );
@@ -328,7 +328,8 @@ TEST( HostArrivalOfFacts, nothingLeaksInThousandsOfFlaps ) {
    for ( int n = 0; n < 10000; ++n ) {
       router.take( flap( random ) );
       if ( random() % 4 == 0 ) router.take( { Step::Kind::turn } );
-      if ( n % 1000 == 0 ) EXPECT_THAT( router.wrong(), testing::IsEmpty() ) << "after " << n << " flaps";
+      if ( n % 1000 != 0 ) continue;
+      ASSERT_THAT( router.wrong(), testing::IsEmpty() ) << "after " << n << " flaps";
    }
    EXPECT_EQ( router.tellAll(), Lines{} );
    EXPECT_THAT( router.seen(), testing::ElementsAreArray( expected().seen ) );
