@@ -136,9 +136,8 @@ class FibComparer : public Comparer {
       const auto object = Host::inWords( FecKey( id ) );
       findings().compared( "FECs" );
       fecs_.insert( id );
-      if ( const auto builtIn = builtInFecs_.find( id ); builtIn != builtInFecs_.end() ) {
-         if ( held.size() != 1 || !builtIn->second.contains( held.begin()->first ) )
-            findings().different( name(), object, "a built-in one", Host::inWords( held ) );
+      if ( builtInFecs_.contains( id ) ) {
+         members_.emplace_back( id, std::move( held ) );
       } else if ( const auto meant = meantFecs_.find( id ); meant == meantFecs_.end() ) {
          findings().unexpected( name(), object, Host::inWords( held ) );
       } else {
@@ -158,7 +157,20 @@ class FibComparer : public Comparer {
          if ( !fecs_.contains( id ) )
             findings().dangling( name(), inWords( key ), Host::inWords( FecKey( id ) ) + " does not exist" );
       for ( const auto & [ id, members ] : members_ )
-         for ( const auto & member : members ) finishMember( id, member );
+         if ( const auto builtIn = builtInFecs_.find( id ); builtIn != builtInFecs_.end() )
+            finishBuiltIn( id, members, builtIn->second );
+         else
+            for ( const auto & member : members ) finishMember( id, member );
+   }
+
+   // The FEC of multicast data is one for all VRFs: it leads to the VRF that came last, and nowhere when that has gone.
+   void finishBuiltIn( U32 fecId, const Members & held, const std::set< U32 > & gates ) {
+      const bool one = held.size() == 1;
+      if ( one && gates.contains( held.begin()->first ) ) return;
+      const bool left = fecId == session().l3Modules()->mcastDataFecKey().value() && one &&
+                        !comparison().leads( name(), held.begin()->first );
+      if ( !left )
+         findings().different( name(), Host::inWords( FecKey( fecId ) ), "a built-in one", Host::inWords( held ) );
    }
 
    void finishMember( U32 fecId, const Member & member ) {
@@ -166,7 +178,12 @@ class FibComparer : public Comparer {
       const auto dangling = [ & ]( const std::string & names ) {
          findings().dangling( name(), Host::inWords( FecKey( fecId ) ), names );
       };
-      if ( gate == Vex::GateId().value() ) return dangling( "a member has no gate" );
+      if ( gate == Vex::GateId().value() ) {
+         // One that the agent means so waits for its interface.
+         const auto meant = meantFecs_.find( fecId );
+         if ( meant == meantFecs_.end() || !meant->second.contains( member ) ) dangling( "a member has no gate" );
+         return;
+      }
       if ( !comparison().leads( name(), gate ) )
          return dangling( "gate " + std::to_string( gate ) + " is not connected" );
       const auto at = gates_.find( gate );
