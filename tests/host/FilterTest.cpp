@@ -85,7 +85,8 @@ TEST( HostFilters, whatCannotBeHeldIsToldWithItsLineAndTheListsAroundItStay ) {
       - permit udp any any
       - permit udp any any range 9 5
   - {name: ports, rules: [10 permit ospf any any eq 5]}
-  - {name: many, rules: [10 permit tcp any any eq 1 3 5 7 9 11 13 15 17 19 21 23 25 27 29 31 33 35 length neq 64 66 68 70 72 74 76 78 80 82 84 86 88 90 92 94 96 98 100 fin syn rst]}
+  - {name: many, rules: [10 permit tcp any any eq 1 3 5 7 9 11 13 15 17 19 21 23 25 27 29 31 33 35 length neq 64 66 68 70 72 74 76 78 80 82 84 86 88 90
+      92 94 96 98 100 fin syn rst]}
   - {name: six, type: ipv6, rules: [permit ipv6 any any]}
   - {name: frames, type: mac, rules: [permit any any 2048]}
   - {name: pieces, rules: [permit ip any any fragments]}
