@@ -93,7 +93,7 @@ Dump::Dump( const Graph & graph, std::uint64_t number, const RepeatedPtrField< s
    const std::set< std::string_view > wanted( names.begin(), names.end() );
    for ( const auto & [ name, module ] : graph.modules() )
       if ( wanted.empty() || wanted.contains( name ) ) add( *module );
-   std::ranges::stable_partition( commands_, &Commands::shared );
+   std::stable_partition( commands_.begin(), commands_.end(), []( const auto & commands ) { return commands.shared; } );
 }
 
 void Dump::add( const Module & module ) {

@@ -66,6 +66,7 @@ std::unique_ptr< Answer > accessLists( const Asked & asked ) {
    const AgentView view( asked.router );
    const auto name = asked.question.text( "list" );
    const auto keys = [ view, name ] {
+      if ( !view.agent()->aclConfig() ) return std::vector< Acl::ListKey >();
       auto keys = view.agent()->aclConfig()->aclConfigKeys();
       if ( !name.empty() ) std::erase_if( keys, [ & ]( const auto & key ) { return key.name() != name; } );
       return keys;
@@ -76,7 +77,11 @@ std::unique_ptr< Answer > accessLists( const Asked & asked ) {
                                   [ view ]( const Acl::ListKey & key, Output & out ) { listRows( view, key, out ); } );
 }
 
-const Qos::Status & qosOf( const AgentView & view ) { return *view.agent()->qosMounts()->qosStatus(); }
+const Qos::Status & qosOf( const AgentView & view ) {
+   static const Gant::Ptr< const Qos::Status > none = Gant::make< Qos::Status >();
+   const auto & mounts = view.agent()->qosMounts();
+   return mounts && mounts->qosStatus() ? *mounts->qosStatus() : *none;
+}
 
 Json actionsOf( const Qos::PolicyClass & policyClass ) {
    auto actions = Json::array();

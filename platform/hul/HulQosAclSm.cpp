@@ -182,7 +182,8 @@ std::vector< QosClassDataPtr > QosAclSm::classesOf( const Gant::String & policyM
          matchData->aclDataIs( aclKeyOf( name ), Gant::make< AclData >( aclKeyOf( name ) ) );
       classes.push_back( classData );
    }
-   std::ranges::stable_partition( classes, []( const auto & classData ) { return !isDefault( *classData ); } );
+   std::stable_partition( classes.begin(), classes.end(),
+                          []( const auto & classData ) { return !isDefault( *classData ); } );
    return classes;
 }
 

@@ -94,9 +94,10 @@ TEST_F( Vexctl, asksTheDataPlaneAndReadsTheAgentsText ) {
 
 TEST_F( Vexctl, everyShowGivesOneJsonDocumentAndATable ) {
    for ( const char * show :
-         { "fib",     "routes", "nexthops", "adjacencies",  "pending", "interfaces", "tunnels",    "vrfs",
-           "modules", "graph",  "counters", "capabilities", "capacity", "walks",   "vlans",      "nat",        "vrrp",
-           "summary", "status", "version",  "errors",       "queue",   "trace",      "trace-units" } ) {
+         { "fib",   "routes",  "nexthops",    "adjacencies",  "pending",      "interfaces",   "tunnels",
+           "vrfs",  "modules", "graph",       "counters",     "capabilities", "capacity",     "walks",
+           "vlans", "nat",     "vrrp",        "summary",      "status",       "version",      "errors",
+           "queue", "trace",   "trace-units", "access-lists", "policy-map",   "control-plane" } ) {
       const auto json = run( { "show", show, "--json" } );
       EXPECT_EQ( json.exitCode, 0 ) << show << json.error;
       const auto document = Json::parse( json.out, nullptr, false );
@@ -159,6 +160,17 @@ TEST_F( Vexctl, changesGoToTheRouterInTheDescriptionsWords ) {
           R"(1 interface {"name":"Ethernet2","vrf":"red","addresses":["10.0.2.1/24","10.0.3.1/24"],"mtu":9000,"enabled":false})" },
         { { "tunnel", "add", "Tunnel1", "source", "10.0.1.1", "destination", "10.9.9.9", "key", "5" },
           R"(0 tunnel {"name":"Tunnel1","source":"10.0.1.1","destination":"10.9.9.9","key":5})" },
+        { { "interface", "add", "Ethernet3", "access-group", "web", "in", "access-group", "open", "out",
+            "service-policy", "input", "edge" },
+          R"(0 interface {"name":"Ethernet3","access-group":{"in":"web","out":"open"},"service-policy":{"input":"edge"}})" },
+        { { "access-list", "add", "web", "10 permit ip any any", "remark all of it" },
+          R"(0 access-list {"name":"web","rules":["10 permit ip any any","remark all of it"]})" },
+        { { "class-map", "replace", "voice", "match", "access-list", "web", "open" },
+          R"(1 class-map {"name":"voice","match":{"access-list":["web","open"]}})" },
+        { { "policy-map", "add", "edge", "class", "voice", "set", "dscp", "ef", "set", "traffic-class", "5", "class",
+            "class-default" },
+          R"(0 policy-map {"name":"edge","classes":[{"class":"voice","set":{"dscp":"ef","traffic-class":"5"}},{"class":"class-default"}]})" },
+        { { "access-list", "del", "web" }, R"(2 access-list {"name":"web"})" },
         { { "vrf", "add", "blue" }, R"(0 vrf {"name":"blue"})" },
         { { "vlan", "add", "10", "member", "Ethernet1", "member", "Cpu" },
           R"(0 vlan {"id":10,"members":["Ethernet1","Cpu"]})" },
