@@ -93,7 +93,8 @@ class ResolveComparer : public Comparer {
             findings().missing( name(), object( index ), inWords( entry.gate, entry.nexthop ) );
             continue;
          }
-         if ( !comparison().leads( name(), entry.gate ) )
+         // One that the agent means without a gate waits for its interface.
+         if ( entry.gate != Vex::GateId().value() && !comparison().leads( name(), entry.gate ) )
             findings().dangling( name(), object( index ), inWords( entry.gate, entry.nexthop ) + ": it leads nowhere" );
          const auto & nexthops = session().l3Modules()->nextHopMod( entry.intfId );
          if ( nexthops && !comparison().has( nexthops->name(), entry.nexthop ) )

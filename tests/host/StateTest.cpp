@@ -1,4 +1,7 @@
 #include "HostTestRouter.h"
+#include "StateBridging.h"
+#include "StateFhrp.h"
+#include "StateIpNat.h"
 
 #include <gtest/gtest.h>
 
@@ -44,6 +47,55 @@ TEST( HostState, routesFollowFromAddressesAndNeighbors ) {
                                     "red 10.0.7.0/30 forward Tunnel1 (connected)",
                                     "red 10.0.7.1/32 receive Ethernet1 (connected)",
                                } ) );
+}
+
+TEST( HostState, virtualMacsVlansAndTranslationsReachTheStateAndGoWithTheirInterface ) {
+   HostedState router;
+   EXPECT_EQ( router.describe( std::string( twoPorts ) + R"(
+vlans: [{id: 10, members: [Ethernet1, Cpu]}, {id: 11}]
+virtual-macs: [{interface: Ethernet1, mac: 00:00:5e:00:01:07}, {interface: Ethernet2, mac: 00:00:5e:00:01:07}]
+nat:
+  - {interface: Ethernet1, target: destination, protocol: tcp, original: '192.0.2.1:80', translated: '10.0.1.9:8080'}
+  - {vlan: 10, acl: inside, priority: 5}
+)" ),
+              Lines{} );
+   const auto & tree = router.state.tree();
+   const auto vlan = tree.bridgingConfig->vlanConfig( Bridging::VlanId( 10 ) );
+   EXPECT_TRUE( vlan->intfHas( intf( "Ethernet1" ) ) && vlan->intfHas( intf( "Cpu" ) ) );
+   // The router itself is no port.
+   const auto status = tree.vlanStatusDir->vlanStatus( Bridging::VlanId( 10 ) );
+   EXPECT_EQ( status->vlanPortStatusKeys(), std::vector{ intf( "Ethernet1" ) } );
+   EXPECT_EQ( tree.virtualMacStatus->vrrpVirtualMacs(), 2u );
+   const auto nat = tree.natStatus->staticConnectionIterator().begin();
+   EXPECT_EQ( nat->first.protocol(), 6 );
+   EXPECT_EQ( nat->second.translated().port(), Kynet::Port( 8080 ) );
+   EXPECT_EQ( tree.natStatus->dynamicRules(), 1u );
+
+   EXPECT_EQ( router.change( "replace vlan {id: 10, members: Ethernet2}" ), "" );
+   EXPECT_EQ( vlan->intfKeys(), std::vector{ intf( "Ethernet2" ) } );
+   EXPECT_EQ( router.change( "del interface {name: Ethernet1}" ), "" );
+   EXPECT_EQ( tree.virtualMacStatus->vrrpVirtualMacs(), 1u );
+   EXPECT_EQ( tree.natStatus->staticConnections(), 0u );
+   router.change( "add vlan {id: 12}" );
+   router.describe( twoPorts );
+   EXPECT_EQ( tree.virtualMacStatus->vrrpVirtualMacs(), 0u );
+   EXPECT_EQ( tree.natStatus->dynamicRules(), 0u );
+   // The command's, the one of them taken over.
+   EXPECT_EQ( tree.bridgingConfig->vlanConfigKeys(),
+              ( std::vector{ Bridging::VlanId( 10 ), Bridging::VlanId( 12 ) } ) );
+}
+
+TEST( HostState, aReloadTakesTheRoutersMacOnlyWhenTheDescriptionToldIt ) {
+   HostedState router;
+   router.change( "add router {mac: '02:00:00:aa:00:01'}" );
+   router.describe( "" );
+   EXPECT_EQ( router.state.tree().bridgingConfig->bridgeMacAddr(), mac( "02:00:00:aa:00:01" ) );
+   router.describe( "router: {mac: 02:00:00:aa:00:01}" );
+   EXPECT_EQ( router.describe( "router: {mac: 02:00:00:aa:00:02}" ),
+              Lines{ "router.yaml:1: router: MAC 02:00:00:aa:00:01 has to be taken away before 02:00:00:aa:00:02 can "
+                     "come" } );
+   EXPECT_EQ( router.describe( "" ), Lines{} );
+   EXPECT_EQ( router.state.tree().bridgingConfig->bridgeMacAddr(), Kynet::EthAddr() );
 }
 
 TEST( HostState, everyRefusalNamesItsObjectAndChangesNothing ) {
@@ -123,6 +175,27 @@ TEST( HostState, everyRefusalNamesItsObjectAndChangesNothing ) {
                                          "\"_\" and \".\"" },
         { "del vrf {name: red}", "VRF red: Ethernet3 is in it" },
         { "del vrf {name: default}", "VRF default: Ethernet1 is in it" },
+        { "add router {mac: '02:00:00:aa:00:01', bridge-mac: '02:00:00:aa:00:02'}",
+          "router: bridge-mac 02:00:00:aa:00:02 is not the router's own MAC, 02:00:00:aa:00:01" },
+        { "add router {bridge-mac: '02:00:00:aa:00:02'}",
+          "router: bridge-mac 02:00:00:aa:00:02 is not the router's own MAC, of which there is none" },
+        { "add virtual-mac {interface: Tunnel1, mac: '00:00:5e:00:01:07'}",
+          "virtual MAC 00:00:5e:00:01:07 on Tunnel1: a tunnel has no MACs" },
+        { "add virtual-mac {interface: Ethernet9, mac: '00:00:5e:00:01:07'}",
+          "virtual MAC 00:00:5e:00:01:07 on Ethernet9: the interface does not exist" },
+        { "add virtual-mac {interface: Ethernet1, mac: '01:00:5e:00:01:07'}",
+          "virtual MAC 01:00:5e:00:01:07 on Ethernet1: it is a multicast address" },
+        { "del virtual-mac {interface: Ethernet1, mac: '00:00:5e:00:01:07'}",
+          "virtual MAC 00:00:5e:00:01:07 on Ethernet1 does not exist" },
+        { "add vlan {id: 4095}", "vlan: id 4095 is over 4094" },
+        { "add vlan {id: 10, members: Tunnel1}",
+          "VLAN 10: Tunnel1 cannot be a member: members are Ethernet and Port-Channel interfaces, and Cpu" },
+        { "add nat {interface: Ethernet9, original: 10.0.1.5, translated: 192.0.2.1}",
+          "NAT of source 10.0.1.5 on Ethernet9: the interface does not exist" },
+        { "add nat {interface: Ethernet1, original: '10.0.1.5:80', translated: '192.0.2.1:80'}",
+          "NAT of source 10.0.1.5:80 on Ethernet1: ports are those of the protocol tcp or udp" },
+        { "add nat {interface: Ethernet1, original: '10.0.1.5:0', translated: 192.0.2.1}",
+          "nat: original \"10.0.1.5:0\" is not an IPv4 address, alone or with :PORT" },
         { "add bridge {name: br0}", "there is no kind \"bridge\"" },
         { "add vrf {name: [", "vrf: the entry is not YAML: end of sequence flow not found" },
    };
