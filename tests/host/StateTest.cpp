@@ -58,7 +58,8 @@ nat:
   - {interface: Ethernet1, target: destination, protocol: tcp, original: '192.0.2.1:80', translated: '10.0.1.9:8080'}
   - {vlan: 10, acl: inside, priority: 5}
 )" ),
-              Lines{} );
+              ( Lines{ "router.yaml:12: accepted; this data plane has no translation, so no packet is translated",
+                       "router.yaml:13: accepted; this data plane has no translation, so no packet is translated" } ) );
    const auto & tree = router.state.tree();
    const auto vlan = tree.bridgingConfig->vlanConfig( Bridging::VlanId( 10 ) );
    EXPECT_TRUE( vlan->intfHas( intf( "Ethernet1" ) ) && vlan->intfHas( intf( "Cpu" ) ) );
