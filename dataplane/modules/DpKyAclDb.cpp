@@ -68,7 +68,7 @@ Outcome KyAclDb::create( const KyIpAclArg & arg ) {
                      arg.acl_id(), rules_, kMaxRules );
    auto table = std::make_shared< const RuleTable >( arg );
    if ( at == slots_.end() )
-      slots_.emplace( Key( target, arg.acl_id() ), std::make_shared< RuleSlot >( std::move( table ) ) );
+      slots_.emplace( Key( target, arg.acl_id() ), std::make_shared< RuleSlot >( RuleSlot{ std::move( table ) } ) );
    else
       at->second->table = std::move( table );
    rules_ += after - before;
