@@ -89,8 +89,11 @@ void dynamicRows( const AgentView & session, Output & out ) {
 std::unique_ptr< Answer > nat( const Asked & asked ) {
    const AgentView session( asked.router );
    return atOnce( [ session ]( Output & out ) {
-      staticRows( session, out );
-      dynamicRows( session, out );
+      // An agent whose host has mounted no translations knows of none.
+      if ( session.agent()->natStatus() && session.agent()->natHwStatus() ) {
+         staticRows( session, out );
+         dynamicRows( session, out );
+      }
       // The agent's helper accepts every rule, and the data plane has no module that translates.
       out.endMember( "translation", "none" );
    } );
