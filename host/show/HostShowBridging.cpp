@@ -89,7 +89,7 @@ void dynamicRows( const AgentView & session, Output & out ) {
 std::unique_ptr< Answer > nat( const Asked & asked ) {
    const AgentView session( asked.router );
    return atOnce( [ session ]( Output & out ) {
-      // A host may have none.
+      // An agent whose host has mounted no translations knows of none.
       if ( session.agent()->natStatus() && session.agent()->natHwStatus() ) {
          staticRows( session, out );
          dynamicRows( session, out );
