@@ -6,7 +6,7 @@
 #include "VexEngineQuery.h"
 
 #include <cerrno>
-#include <regex>
+#include <cstdio>
 
 namespace Host {
 
@@ -58,19 +58,25 @@ class RuleNames {
    explicit RuleNames( const AgentView & view ) : view_( view ) {}
 
    std::string inWords( const std::string & action ) {
-      static const std::regex place(
-           "(access list|QoS policy|control-plane policy) ([0-9]+), rule ([0-9]+) of ([0-9]+)" );
-      std::smatch match;
-      if ( !std::regex_search( action, match, place ) ) return action;
-      const auto target = match[ 1 ] == "access list"  ? Vex::AclTarget::security
-                          : match[ 1 ] == "QoS policy" ? Vex::AclTarget::qos
-                                                       : Vex::AclTarget::cpu;
-      const auto * const table = tableOf( target, static_cast< U32 >( std::stoul( match[ 2 ] ) ) );
-      const auto rule = std::stoul( match[ 3 ] ), rules = std::stoul( match[ 4 ] );
-      // The table has changed meanwhile.
-      if ( table == nullptr || table->rules.size() != rules || rule == 0 || rule > rules ) return action;
-      return match.prefix().str() + table->object + ", " + table->rules[ rule - 1 ].place + " (rule " +
-             match[ 3 ].str() + " of " + match[ 4 ].str() + ")" + match.suffix().str();
+      static constexpr std::pair< std::string_view, Vex::AclTarget > kinds[] = {
+           { "access list ", Vex::AclTarget::security },
+           { "QoS policy ", Vex::AclTarget::qos },
+           { "control-plane policy ", Vex::AclTarget::cpu } };
+      for ( const auto & [ kind, target ] : kinds ) {
+         const auto begin = action.find( kind );
+         U32 id = 0, rule = 0, rules = 0;
+         int length = 0;
+         if ( begin == action.npos || std::sscanf( action.c_str() + begin + kind.size(), "%u, rule %u of %u%n", &id,
+                                                   &rule, &rules, &length ) != 3 )
+            continue;
+         const auto * const table = tableOf( target, id );
+         // The table has changed meanwhile.
+         if ( table == nullptr || table->rules.size() != rules || rule == 0 || rule > rules ) continue;
+         return action.substr( 0, begin ) + table->object + ", " + table->rules[ rule - 1 ].place +
+                Gant::format( " (rule %u of %u)", rule, rules ) +
+                action.substr( begin + kind.size() + static_cast< size_t >( length ) );
+      }
+      return action;
    }
 
  private:
