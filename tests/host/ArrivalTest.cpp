@@ -212,8 +212,6 @@ class SessionRouter : public Host::Router {
    Lines refusedByDataPlane() {
       Lines lines;
       for ( auto row : ask( { { "command", "show errors" } } ).rows ) {
-         // Next hops that were numbered before their interface came anew are deleted from a module that never had them.
-         if ( row[ "action" ] == "deleteNH" && row[ "errno" ] == "ENOENT" ) continue;
          row.erase( "secondsAgo" );
          lines.push_back( row.dump() );
       }
