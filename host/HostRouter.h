@@ -26,22 +26,23 @@ struct ChangeResult {
    std::string message; // why not, naming the object; empty when done
 };
 
-// States: starting (the data plane is not reached yet), running, waiting (the data plane is lost, and a restart is due).
+// States: starting (the data plane is not reached yet), running, waiting (the data plane is lost, and a restart is
+// due).
 enum class Phase { starting, running, waiting };
 
 // What the daemon knows of itself.
 struct DaemonStatus {
    Phase phase = Phase::starting;
-   double startedAt = 0;        // seconds of the system clock
-   std::string dataPlane;       // the address, or "embedded"
-   int dataPlanePid = 0;        // of an embedded one, otherwise 0
-   unsigned restarts = 0;       // how often the data plane was lost
-   std::string lastLoss;        // why, the last time
-   double lastFedSeconds = 0;   // from the last session's begin until everything fed at start was acknowledged
-   std::string description;     // the file, empty when there is none
-   std::string routeFile;       // the same
+   double startedAt = 0;      // seconds of the system clock
+   std::string dataPlane;     // the address, or "embedded"
+   int dataPlanePid = 0;      // of an embedded one, otherwise 0
+   unsigned restarts = 0;     // how often the data plane was lost
+   std::string lastLoss;      // why, the last time
+   double lastFedSeconds = 0; // from the last session's begin until everything fed at start was acknowledged
+   std::string description;   // the file, empty when there is none
+   std::string routeFile;     // the same
    unsigned reloads = 0;
-   unsigned sourceErrors = 0;   // wrong lines and keys of the present sources
+   unsigned sourceErrors = 0; // wrong lines and keys of the present sources
 };
 
 class Router {
