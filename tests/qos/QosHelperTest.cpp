@@ -209,7 +209,7 @@ TEST( QosLog, itsMessagesHaveNames ) {
    EXPECT_EQ( messages.size(), 19u );
    EXPECT_STREQ( messages.front().name, "QOS_SCH_SHP_UNIT_MISMATCH" );
    EXPECT_STREQ( messages.back().name, "ROUTING_CBF_HW_RESOURCE_NORMAL" );
-   EXPECT_EQ( messages.back().recommendedAction, Gant::NoActionRequired );
+   EXPECT_STREQ( messages.back().recommendedAction, Gant::NoActionRequired );
 }
 
 } // namespace
