@@ -39,7 +39,8 @@ void requireFitting( const Command & command, const Json & members ) {
       throw CommandError( ErrorCode::usage, command.name + ": " + why );
    };
    for ( const auto & [ name, value ] : members.items() ) {
-      const auto at = std::ranges::find_if( command.parameters, [ & ]( const auto & p ) { return p.name == name; } );
+      const auto at = std::ranges::find_if( command.parameters,
+                                            [ &wanted = name ]( const auto & p ) { return p.name == wanted; } );
       if ( at == command.parameters.end() ) usage( "there is no member \"" + name + "\"" );
       if ( !fits( value, at->kind ) ) usage( "the member \"" + name + "\" is " + inWords( at->kind ) );
    }

@@ -62,7 +62,8 @@ TEST( Ptr, theLastReferenceReleases ) {
    auto b = a;
    a = std::move( b );
    EXPECT_FALSE( b );
-   a = a;
+   const auto & same = a;
+   a = same;
    const Gant::Ptr< const Gant::PtrInterface > base = a;
    a = nullptr;
    EXPECT_EQ( living, 1 );

@@ -199,8 +199,9 @@ Lines DpModel::sizes() const {
    Lines out;
    for ( const auto & [ name, module ] : modules_ )
       for ( const auto & [ table, entries ] : module.tables ) {
-         const auto count = std::ranges::count_if(
-              entries, [ & ]( const auto & entry ) { return table != "FECs" || !sharedByVrfs( entry.first ); } );
+         const auto count = std::ranges::count_if( entries, [ this, isFecs = table == "FECs" ]( const auto & entry ) {
+            return !isFecs || !sharedByVrfs( entry.first );
+         } );
          if ( count != 0 ) out.push_back( Gant::textsOf( name, ": ", count, " ", table ) );
       }
    return out;
