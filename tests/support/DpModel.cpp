@@ -199,7 +199,7 @@ Lines DpModel::sizes() const {
    Lines out;
    for ( const auto & [ name, module ] : modules_ )
       for ( const auto & [ table, entries ] : module.tables ) {
-         const auto count = std::ranges::count_if( entries, [ this, isFecs = table == "FECs" ]( const auto & entry ) {
+         const auto count = std::ranges::count_if( entries, [ isFecs = table == "FECs" ]( const auto & entry ) {
             return !isFecs || !sharedByVrfs( entry.first );
          } );
          if ( count != 0 ) out.push_back( Gant::textsOf( name, ": ", count, " ", table ) );
