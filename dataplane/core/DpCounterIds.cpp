@@ -4,7 +4,6 @@
 
 #include <google/protobuf/descriptor.h>
 
-#include <cassert>
 #include <cerrno>
 
 namespace Vexdp {
@@ -14,15 +13,14 @@ Outcome CounterIds::set( const google::protobuf::Message & arg ) {
    std::vector< const google::protobuf::FieldDescriptor * > fields;
    reflection.ListFields( arg, &fields );
    for ( const auto * field : fields ) {
+      if ( std::size_t( field->number() ) >= ids_.size() )
+         return refuse( EINVAL, "{} is a counter that no module has a place for", field->name() );
       const CounterId id = reflection.GetUInt32( arg, field );
       if ( id != kNoCounter && id >= CounterTable::slots() )
          return refuse( ERANGE, "{} {} is out of range, the table has {} counters", field->name(), id,
                         CounterTable::slots() );
    }
-   for ( const auto * field : fields ) {
-      assert( std::size_t( field->number() ) < ids_.size() );
-      ids_[ std::size_t( field->number() ) ] = reflection.GetUInt32( arg, field );
-   }
+   for ( const auto * field : fields ) ids_[ std::size_t( field->number() ) ] = reflection.GetUInt32( arg, field );
    // A new message: a command source may still be telling the old one.
    std::shared_ptr< google::protobuf::Message > set( arg.New() );
    if ( set_ ) set->CopyFrom( *set_ );

@@ -3,6 +3,7 @@
 #include "DpEthernet.h"
 #include "DpModuleClass.h"
 #include "DpWalk.h"
+#include "vex/next_hop_command.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -108,9 +109,9 @@ Fate NextHop::process( Packet & packet, Context & context ) {
       return context.drop( counters_[ CounterArg::kInvalidNexthopCounterFieldNumber ], "there is no next hop {}",
                            index );
    switch ( nh->pktCmd ) {
-   case PktCmd::punt: return context.punt( "next hop {} is to be punted", index );
-   case PktCmd::forward: return forwardTo( *nh, packet, context );
-   case PktCmd::drop: return context.drop( kNoCounter, "next hop {} is a drop entry", index );
+   case vex::next_hop_command::kPunt: return context.punt( "next hop {} is to be punted", index );
+   case vex::next_hop_command::kForward: return forwardTo( *nh, packet, context );
+   case vex::next_hop_command::kDrop: return context.drop( kNoCounter, "next hop {} is a drop entry", index );
    default:
       return context.drop( counters_[ CounterArg::kBadNexthopCmdCounterFieldNumber ], "next hop {} has the command {}",
                            index, nh->pktCmd );

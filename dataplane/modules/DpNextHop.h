@@ -25,8 +25,6 @@ class NextHop : public Module {
    static constexpr std::uint32_t kDefaultNexthops = 16384;
    static constexpr std::uint32_t kMaxNexthops = 1u << 20;
 
-   enum PktCmd : std::int32_t { punt = 0, forward = 1, drop = 2 };
-
    static const ModuleClass & moduleClass();
    static Outcome check( const vex::pb::NextHopInitArg & init );
    NextHop( Identity identity, const vex::pb::NextHopInitArg & init );

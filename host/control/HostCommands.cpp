@@ -1,6 +1,7 @@
 #include "HostCommands.h"
 
 #include "GantAssert.h"
+#include "HostChangeCommands.h"
 #include "HostShows.h"
 #include "HostVerify.h"
 
@@ -61,13 +62,13 @@ CommandTable::CommandTable( Commands commands ) {
 CommandTable CommandTable::all() {
    Commands commands;
    for ( auto * const shows : { fibShows, routeShows, adjacencyShows, interfaceShows, ipsecShows, aclShows,
-                                bridgingShows, platformShows, graphShows, summaryShows, counterShows, channelShows,
+                                bridgingShows, platformShows, graphShows, summaryShows, counterShows, requestShows,
                                 traceShows, packetCommands, changeCommands, verifyCommands } )
       for ( auto & command : shows() ) commands.push_back( std::move( command ) );
    return CommandTable( std::move( commands ) );
 }
 
-std::unique_ptr< Answer > CommandTable::answer( Router & router, const Json & request,
+std::unique_ptr< Answer > CommandTable::answer( DaemonControl & daemon, const Json & request,
                                                 std::function< void() > wake ) const {
    const auto name = commandOf( request );
    const auto at = commands_.find( name );
@@ -76,7 +77,7 @@ std::unique_ptr< Answer > CommandTable::answer( Router & router, const Json & re
    members.erase( "command" );
    requireFitting( at->second, members );
    const Question question( std::move( members ) );
-   return at->second.answer( { router, question, std::move( wake ) } );
+   return at->second.answer( { daemon, question, std::move( wake ) } );
 }
 
 } // namespace Host

@@ -16,7 +16,7 @@ class CommandTable {
 
    // `request` is what came over the socket: an object whose member "command" is the name, and whose other members are
    // those that the command declares. Throws CommandError.
-   std::unique_ptr< Answer > answer( Router & router, const Json & request, std::function< void() > wake ) const;
+   std::unique_ptr< Answer > answer( DaemonControl & daemon, const Json & request, std::function< void() > wake ) const;
 
  private:
    std::map< std::string, Command > commands_;

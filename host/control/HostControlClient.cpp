@@ -67,7 +67,7 @@ void ControlClient::request( std::string_view text ) {
    end_ = Json::object();
    rows_ = 0;
    try {
-      answer_ = around_.commands.answer( around_.router, request, [ weak = weak_from_this() ] {
+      answer_ = around_.commands.answer( around_.daemon, request, [ weak = weak_from_this() ] {
          const auto self = weak.lock();
          if ( self && std::exchange( self->waiting_, false ) ) self->sliceLater();
       } );

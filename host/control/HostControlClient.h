@@ -17,7 +17,7 @@ class ControlClient : public std::enable_shared_from_this< ControlClient >, priv
    using Socket = asio::local::stream_protocol::socket;
    // What a client needs of its server.
    struct Surroundings {
-      Router & router;
+      DaemonControl & daemon;
       const CommandTable & commands;
       const ControlServer::Limits & limits;
       std::function< void( ControlClient * ) > gone; // drops the client

@@ -72,8 +72,8 @@ std::string removeLeftOver( const std::string & path ) {
 } // namespace
 
 struct ControlServer::Impl : std::enable_shared_from_this< Impl > {
-   Impl( Router & router, const CommandTable & commands, const Limits & limits ) :
-        router( router ), commands( commands ), limits( limits ), acceptor( Gant::ioContext() ) {}
+   Impl( DaemonControl & daemon, const CommandTable & commands, const Limits & limits ) :
+        daemon( daemon ), commands( commands ), limits( limits ), acceptor( Gant::ioContext() ) {}
 
    void accept() {
       acceptor.async_accept( [ self = shared_from_this() ]( const std::error_code & error, auto socket ) {
@@ -85,7 +85,7 @@ struct ControlServer::Impl : std::enable_shared_from_this< Impl > {
 
    void add( stream_protocol::socket socket ) {
       const auto client = std::make_shared< ControlClient >(
-           std::move( socket ), ControlClient::Surroundings{ router, commands, limits,
+           std::move( socket ), ControlClient::Surroundings{ daemon, commands, limits,
                                                              [ this ]( ControlClient * gone ) { drop( gone ); } } );
       const bool room = clients.size() < limits.clientsMax || makeRoom();
       clients.insert( client );
@@ -109,7 +109,7 @@ struct ControlServer::Impl : std::enable_shared_from_this< Impl > {
       std::erase_if( clients, [ gone ]( const auto & client ) { return client.get() == gone; } );
    }
 
-   Router & router;
+   DaemonControl & daemon;
    const CommandTable commands;
    const Limits limits;
    std::string path;
@@ -118,10 +118,10 @@ struct ControlServer::Impl : std::enable_shared_from_this< Impl > {
    std::set< std::shared_ptr< ControlClient > > clients;
 };
 
-ControlServer::ControlServer( Router & router ) : ControlServer( router, CommandTable::all(), Limits() ) {}
+ControlServer::ControlServer( DaemonControl & daemon ) : ControlServer( daemon, CommandTable::all(), Limits() ) {}
 
-ControlServer::ControlServer( Router & router, const CommandTable & commands, const Limits & limits ) :
-     impl_( std::make_shared< Impl >( router, commands, limits ) ) {}
+ControlServer::ControlServer( DaemonControl & daemon, const CommandTable & commands, const Limits & limits ) :
+     impl_( std::make_shared< Impl >( daemon, commands, limits ) ) {}
 
 ControlServer::~ControlServer() { close(); }
 

@@ -17,7 +17,7 @@
 namespace Host {
 
 class CommandTable;
-class Router;
+class DaemonControl;
 
 class ControlServer {
  public:
@@ -31,9 +31,9 @@ class ControlServer {
       double stalledSeconds = 60;     // without the client taking anything of its answer
    };
 
-   // With every command. The router and what its state machines run on live longer.
-   explicit ControlServer( Router & router );
-   ControlServer( Router & router, const CommandTable & commands, const Limits & limits );
+   // With every command. The daemon and what its state machines run on live longer.
+   explicit ControlServer( DaemonControl & daemon );
+   ControlServer( DaemonControl & daemon, const CommandTable & commands, const Limits & limits );
    ~ControlServer();
    ControlServer( const ControlServer & ) = delete;
    ControlServer & operator=( const ControlServer & ) = delete;

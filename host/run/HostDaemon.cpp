@@ -109,7 +109,7 @@ void Daemon::feed() {
       postFeed();
       return;
    }
-   const auto routes = state_.routes( Source::routeFile() );
+   const auto routes = state_.routes( Teller::routeFile() );
    spdlog::info( "{}: {} routes, {} errors in the sources", sources_.routeFile(), routes, sources_.errors().count() );
 }
 
@@ -194,7 +194,7 @@ ChangeResult applyChange( RouterState & state, ChangeOp op, const std::string & 
       if ( op == ChangeOp::del ) return section->del( state, entry );
       const auto name = kind + " " + section->key( entry );
       if ( op == ChangeOp::add && section->has( state, entry ) ) return refused( name + " is there already" );
-      return section->replace( state, entry, Source::command() );
+      return section->replace( state, entry, Teller::command() );
    } catch ( const EntryError & error ) {
       return refused( kind + ": " + error.what() );
    } catch ( const YAML::Exception & error ) {

@@ -2,14 +2,14 @@
 #pragma once
 
 #include "HostControlServer.h"
+#include "HostDaemonControl.h"
 #include "HostOptions.h"
-#include "HostRouter.h"
 #include "HostSources.h"
 #include "HostSupervisor.h"
 
 namespace Host {
 
-class Daemon : public Router {
+class Daemon : public DaemonControl {
  public:
    explicit Daemon( Options options );
    ~Daemon() override;
@@ -50,7 +50,7 @@ class Daemon : public Router {
    std::shared_ptr< bool > alive_ = std::make_shared< bool >( true );
 };
 
-// One change of the state, as Router::change says.
+// One change of the state, as DaemonControl::change says.
 ChangeResult applyChange( RouterState & state, ChangeOp op, const std::string & kind, const std::string & entry );
 
 } // namespace Host

@@ -1,8 +1,8 @@
 // Keeps a session with a data plane: begins it, notices its loss, and begins the next one.
 #pragma once
 
+#include "HostDaemonControl.h"
 #include "HostDataPlane.h"
-#include "HostRouter.h"
 #include "HostSession.h"
 
 namespace Host {

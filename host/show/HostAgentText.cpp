@@ -38,7 +38,7 @@ struct Paper {
 class AgentText : public Answer, public Gant::StateMachine {
  public:
    AgentText( const Asked & asked, std::vector< Part > parts ) :
-        session_( asked.router ), parts_( std::move( parts ) ), paper_( std::make_shared< Paper >() ),
+        session_( asked.daemon ), parts_( std::move( parts ) ), paper_( std::make_shared< Paper >() ),
         refusals_( *this, session_.channel() ) {
       paper_->wake = asked.wake;
    }
@@ -119,7 +119,7 @@ class AgentText : public Answer, public Gant::StateMachine {
 } // namespace
 
 std::unique_ptr< Answer > fibText( const Asked & asked, const std::string & vrf ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    const auto fib = session.l3Modules()->fibIpv4();
    std::vector< Part > parts;
    for ( const auto & [ vrfId, name ] : vrfsOf( session, vrf ) ) {
@@ -133,7 +133,7 @@ std::unique_ptr< Answer > fibText( const Asked & asked, const std::string & vrf 
 }
 
 std::unique_ptr< Answer > nexthopText( const Asked & asked, const std::string & intfName ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    const auto modules = session.l3Modules();
    std::map< Kynet::IntfId, Gant::Ptr< Vex::Module > > wanted;
    if ( intfName.empty() ) {

@@ -9,29 +9,29 @@ namespace Host {
 
 using namespace VexL3Unicast;
 
-AgentView::AgentView( Router & router ) : router_( router ), number_( router.status().restarts ) { check(); }
+AgentView::AgentView( DaemonControl & daemon ) : daemon_( daemon ), number_( daemon.status().restarts ) { check(); }
 
 void AgentView::check() const {
-   const auto agent = router_.agent();
-   if ( !agent || !agent->processingStarted() || !router_.vexcsd() || !router_.channel() )
+   const auto agent = daemon_.agent();
+   if ( !agent || !agent->processingStarted() || !daemon_.vexcsd() || !daemon_.channel() )
       throw CommandError( ErrorCode::unavailable, "there is no data plane at present" );
-   if ( router_.status().restarts != number_ )
+   if ( daemon_.status().restarts != number_ )
       throw CommandError( ErrorCode::unavailable, "the data plane was lost meanwhile" );
 }
 
 Gant::Ptr< AgentSm > AgentView::agent() const {
    check();
-   return router_.agent();
+   return daemon_.agent();
 }
 
 Gant::Ptr< Vex::VexCommonSmData > AgentView::vexcsd() const {
    check();
-   return router_.vexcsd();
+   return daemon_.vexcsd();
 }
 
 Gant::Ptr< Vex::GrpcChannel > AgentView::channel() const {
    check();
-   return router_.channel();
+   return daemon_.channel();
 }
 
 std::map< std::string, Vex::Module * > AgentView::modules() const {

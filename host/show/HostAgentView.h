@@ -17,7 +17,7 @@ namespace Host {
 // an answer that takes several turns never mixes two.
 class AgentView {
  public:
-   explicit AgentView( Router & router );
+   explicit AgentView( DaemonControl & daemon );
 
    Gant::Ptr< VexL3Unicast::AgentSm > agent() const;
    Gant::Ptr< Vex::VexCommonSmData > vexcsd() const;
@@ -32,7 +32,7 @@ class AgentView {
  private:
    void check() const;
 
-   Router & router_;
+   DaemonControl & daemon_;
    unsigned number_;
 };
 

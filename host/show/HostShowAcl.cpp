@@ -63,7 +63,7 @@ void listRows( const AgentView & view, const Acl::ListKey & key, Output & out ) 
 }
 
 std::unique_ptr< Answer > accessLists( const Asked & asked ) {
-   const AgentView view( asked.router );
+   const AgentView view( asked.daemon );
    const auto name = asked.question.text( "list" );
    const auto keys = [ view, name ] {
       if ( !view.agent()->aclConfig() ) return std::vector< Acl::ListKey >();
@@ -111,7 +111,7 @@ void policyRows( const AgentView & view, const Gant::String & name, Output & out
 }
 
 std::unique_ptr< Answer > policyMaps( const Asked & asked ) {
-   const AgentView view( asked.router );
+   const AgentView view( asked.daemon );
    if ( !asked.question.has( "interface" ) )
       return perKey< Gant::String >(
            [ view ] { return qosOf( view ).policyMapKeys(); },
@@ -133,7 +133,7 @@ Json controlPlaneRow( const ControlPlaneRule & rule ) {
 }
 
 std::unique_ptr< Answer > controlPlane( const Asked & asked ) {
-   const AgentView view( asked.router );
+   const AgentView view( asked.daemon );
    const auto table = counterTable( view );
    return atOnce( [ view, table ]( Output & out ) {
       for ( const auto & rule : controlPlaneRules( view ) ) {

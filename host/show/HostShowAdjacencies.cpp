@@ -61,13 +61,13 @@ void nexthopRows( const AgentView & session, FecKey key, Kynet::IntfId wanted, O
 }
 
 std::unique_ptr< Answer > adjacencies( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    return perKey< FecKey >( [ session ] { return fecKeys( session ); },
                             [ session ]( const FecKey & key, Output & out ) { adjacencyRow( session, key, out ); } );
 }
 
 std::unique_ptr< Answer > nexthops( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    const auto name = asked.question.text( "interface" );
    if ( asked.question.flag( "dataplane" ) ) return nexthopText( asked, name );
    const auto wanted = name.empty() ? Kynet::IntfId() : intfOf( name );

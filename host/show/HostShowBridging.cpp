@@ -22,7 +22,7 @@ std::string whyNot( const AgentView & session, const VirtualRouterMac & key ) {
 }
 
 std::unique_ptr< Answer > vrrp( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    return atOnce( [ session ]( Output & out ) {
       const auto & mounts = session.agent()->fhrpMounts();
       if ( !mounts || !mounts->virtualMacStatusIn() ) return;
@@ -39,7 +39,7 @@ std::unique_ptr< Answer > vrrp( const Asked & asked ) {
 }
 
 std::unique_ptr< Answer > vlans( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    return atOnce( [ session ]( Output & out ) {
       for ( const auto & [ vlanId, config ] : session.agent()->bridgingConfig()->vlanConfigIterator() ) {
          auto members = Json::array();
@@ -87,7 +87,7 @@ void dynamicRows( const AgentView & session, Output & out ) {
 }
 
 std::unique_ptr< Answer > nat( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    return atOnce( [ session ]( Output & out ) {
       // An agent whose host has mounted no translations knows of none.
       if ( session.agent()->natStatus() && session.agent()->natHwStatus() ) {

@@ -25,7 +25,7 @@ std::string shortName( const Vex::BessCounterInfo::Counter & counter ) {
 }
 
 std::unique_ptr< Answer > counters( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    const auto table = counterTable( session );
    const auto wanted = asked.question.text( "module" );
    const bool nonZero = asked.question.flag( "nonzero" );

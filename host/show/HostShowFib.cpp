@@ -118,7 +118,7 @@ void matches( const AgentView & session, const std::string & vrf, const std::str
 }
 
 std::unique_ptr< Answer > fib( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    const auto vrf = asked.question.text( "vrf" ), text = asked.question.text( "match" );
    if ( asked.question.flag( "dataplane" ) )
       return text.empty() ? fibText( asked, vrf ) : dataPlaneLookup( asked, vrf, text );

@@ -10,7 +10,7 @@ namespace {
 using Vex::VexModule;
 
 std::unique_ptr< Answer > perModule( const Asked & asked, std::function< Json( const Vex::Module & ) > rowOf ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    return perKey< std::string >(
         [ session ] {
            std::vector< std::string > names;

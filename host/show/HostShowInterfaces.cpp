@@ -60,7 +60,7 @@ void intfRow( const AgentView & session, Kynet::IntfId intfId, Output & out ) {
 }
 
 std::unique_ptr< Answer > interfaces( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    const auto name = asked.question.text( "interface" );
    const auto row = [ session ]( const Kynet::IntfId & intfId, Output & out ) { intfRow( session, intfId, out ); };
    if ( name.empty() ) return perKey< Kynet::IntfId >( [ session ] { return intfs( session ); }, row );
@@ -97,7 +97,7 @@ void tunnelRow( const AgentView & session, Kynet::IntfId intfId, Output & out ) 
 }
 
 std::unique_ptr< Answer > tunnels( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    return perKey< Kynet::IntfId >(
         [ session ] {
            const auto & dir = session.routing().allIntfStatusDir()->tunnelIntfStatusDir();
@@ -107,7 +107,7 @@ std::unique_ptr< Answer > tunnels( const Asked & asked ) {
 }
 
 std::unique_ptr< Answer > vrfs( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    return atOnce( [ session ]( Output & out ) {
       const auto agent = session.agent();
       for ( const auto & [ name, vrf ] : agent->vrfMounts()->allVrfStatusLocal()->vrfStatusIterator() ) {

@@ -110,13 +110,13 @@ using Rows = void ( * )( const AgentView &, const ConnectionKey &, Output & );
 
 template < Rows rows >
 std::unique_ptr< Answer > perConnection( const Asked & asked ) {
-   const AgentView view( asked.router );
+   const AgentView view( asked.daemon );
    return perKey< ConnectionKey >( [ view ] { return Gant::keysOf( connectionsOf( view ) ); },
                                    [ view ]( const ConnectionKey & key, Output & out ) { rows( view, key, out ); } );
 }
 
 std::unique_ptr< Answer > flows( const Asked & asked ) {
-   const AgentView view( asked.router );
+   const AgentView view( asked.daemon );
    return atOnce( [ view ]( Output & out ) {
       for ( const auto & [ flow, users ] : view.agent()->managementSm()->flowEntryIterator() )
          out.row( Json{ { "protocol", flow.protocol() },

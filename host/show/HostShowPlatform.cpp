@@ -75,7 +75,7 @@ void routingCapabilities( const RoutingMounts & mounts, Capabilities & out ) {
 }
 
 std::unique_ptr< Answer > capabilities( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    return atOnce( [ session ]( Output & out ) {
       const auto agent = session.agent();
       Capabilities capabilities( out );
@@ -93,7 +93,7 @@ std::unique_ptr< Answer > capabilities( const Asked & asked ) {
 }
 
 std::unique_ptr< Answer > capacity( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    return atOnce( [ session ]( Output & out ) {
       const auto table = session.agent()->capacityStatus();
       if ( !table ) return;
@@ -112,7 +112,7 @@ std::unique_ptr< Answer > capacity( const Asked & asked ) {
 }
 
 std::unique_ptr< Answer > walks( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    return atOnce( [ session ]( Output & out ) {
       const auto agent = session.agent();
       const auto & walks = *agent->fecVersionSm();

@@ -139,14 +139,14 @@ void matches( const AgentView & session, const std::string & vrf, const std::str
 }
 
 std::unique_ptr< Answer > routes( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    const auto vrf = asked.question.text( "vrf" ), text = asked.question.text( "match" );
    if ( text.empty() ) return std::make_unique< AllRoutes >( session, vrfsOf( session, vrf ) );
    return atOnce( [ session, vrf, text ]( Output & out ) { matches( session, vrf, text, out ); } );
 }
 
 std::unique_ptr< Answer > pending( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    const auto most = asked.question.number( "most", 1000 );
    return atOnce( [ session, most ]( Output & out ) {
       const auto rows = [ &out ]( const Hul::Pendings & pendings ) {

@@ -30,7 +30,7 @@ size_t residentBytes() {
 }
 
 std::unique_ptr< Answer > summary( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    return atOnce( [ session ]( Output & out ) {
       const auto agent = session.agent();
       const auto & routing = session.routing();
@@ -74,9 +74,9 @@ double systemSeconds() {
 }
 
 std::unique_ptr< Answer > status( const Asked & asked ) {
-   return atOnce( [ &router = asked.router ]( Output & out ) {
-      const auto status = router.status();
-      const auto channel = router.channel();
+   return atOnce( [ &daemon = asked.daemon ]( Output & out ) {
+      const auto status = daemon.status();
+      const auto channel = daemon.channel();
       Json row;
       row[ "phase" ] = textOf( status.phase );
       row[ "pid" ] = getpid();
@@ -98,8 +98,8 @@ std::unique_ptr< Answer > status( const Asked & asked ) {
 }
 
 std::unique_ptr< Answer > version( const Asked & asked ) {
-   return atOnce( [ &router = asked.router ]( Output & out ) {
-      const auto channel = router.channel();
+   return atOnce( [ &daemon = asked.daemon ]( Output & out ) {
+      const auto channel = daemon.channel();
       out.row( { { "vexl3d", VEXL3_VERSION }, { "dataPlane", channel ? channel->dataPlaneVersion() : "" } } );
    } );
 }

@@ -17,9 +17,8 @@ Commands platformShows();  // capabilities, capacity, walks
 Commands graphShows();     // modules, graph
 Commands summaryShows();   // summary, status, version
 Commands counterShows();   // counters
-Commands channelShows();   // errors, queue
+Commands requestShows();   // errors, queue
 Commands traceShows();     // trace, trace level
 Commands packetCommands(); // trace packet
-Commands changeCommands(); // add, replace, del, reload
 
 } // namespace Host

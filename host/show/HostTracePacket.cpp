@@ -93,7 +93,7 @@ class RuleNames {
 class TracedPacket : public Answer {
  public:
    explicit TracedPacket( const Asked & asked ) :
-        view_( asked.router ), intfname_( requestOf( asked.question ).intfname() ),
+        view_( asked.daemon ), intfname_( requestOf( asked.question ).intfname() ),
         query_( view_.channel()->address() ),
         call_( query_.tracePacket( requestOf( asked.question ),
                                    [ this, wake = asked.wake ]( const auto & error, const auto & reply ) {

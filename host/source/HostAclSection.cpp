@@ -13,10 +13,10 @@ namespace {
 
 // The sections of the book's named objects differ in what they read and where they tell it.
 template < typename Objects >
-std::vector< Gant::String > goneOf( const Objects & objects, Source source, const std::set< std::string > & keys ) {
+std::vector< Gant::String > goneOf( const Objects & objects, Teller teller, const std::set< std::string > & keys ) {
    std::vector< Gant::String > gone;
    for ( const auto & [ name, told ] : objects )
-      if ( told.source == source && !keys.contains( name ) ) gone.push_back( name );
+      if ( told.teller == teller && !keys.contains( name ) ) gone.push_back( name );
    return gone;
 }
 
@@ -26,10 +26,10 @@ class NamedSection : public Section {
    ChangeResult del( RouterState & state, const Entry & entry ) const override {
       return delNamed( state.aclBook(), key( entry ) );
    }
-   std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+   std::vector< ChangeResult > delOthers( RouterState & state, Teller teller,
                                           const std::set< std::string > & keys ) const override {
       std::vector< ChangeResult > refusals;
-      for ( const auto & name : gone( state.aclBook(), source, keys ) )
+      for ( const auto & name : gone( state.aclBook(), teller, keys ) )
          if ( auto result = delNamed( state.aclBook(), name ); !isDone( result ) )
             refusals.push_back( std::move( result ) );
       return refusals;
@@ -38,7 +38,7 @@ class NamedSection : public Section {
  protected:
    virtual ChangeResult delNamed( AclBook & book, const Gant::String & name ) const = 0;
    // Those of the source under other names than these.
-   virtual std::vector< Gant::String > gone( const AclBook & book, Source source,
+   virtual std::vector< Gant::String > gone( const AclBook & book, Teller teller,
                                              const std::set< std::string > & keys ) const = 0;
 };
 
@@ -49,20 +49,20 @@ class AccessListSection : public NamedSection {
    bool has( const RouterState & state, const Entry & entry ) const override {
       return state.aclBook().lists().contains( key( entry ) );
    }
-   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+   ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       entry.only( { "name", "type", "rules" } );
       AclFact fact{ Acl::ListKey( typeOf( entry ), key( entry ) ), {} };
       // Of what the data plane has not at all the rules are not asked.
       if ( fact.key.type() != Acl::ipv6 )
          for ( const auto & rule : entry.list( "rules" ) ) readRule( rule, fact );
-      return state.aclBook().listIs( fact, source );
+      return state.aclBook().listIs( fact, teller );
    }
 
  protected:
    ChangeResult delNamed( AclBook & book, const Gant::String & name ) const override { return book.listDel( name ); }
-   std::vector< Gant::String > gone( const AclBook & book, Source source,
+   std::vector< Gant::String > gone( const AclBook & book, Teller teller,
                                      const std::set< std::string > & keys ) const override {
-      return goneOf( book.lists(), source, keys );
+      return goneOf( book.lists(), teller, keys );
    }
 
  private:
@@ -105,7 +105,7 @@ class ClassMapSection : public NamedSection {
    bool has( const RouterState & state, const Entry & entry ) const override {
       return state.aclBook().classMaps().contains( key( entry ) );
    }
-   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+   ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       using Option = Qos::ClassMapMatchOption;
       entry.only( { "name", "match" } );
       ClassMapFact fact{ key( entry ), { Option::matchNone_, {}, 0 } };
@@ -120,16 +120,16 @@ class ClassMapSection : public NamedSection {
       listsAre( "access-list", Option::matchIpAccessGroup_ );
       listsAre( "ipv6-access-list", Option::matchIpv6AccessGroup_ );
       if ( match.has( "vlan" ) ) fact.config.matchOption = Option::matchVlan_;
-      return state.aclBook().classMapIs( fact, source );
+      return state.aclBook().classMapIs( fact, teller );
    }
 
  protected:
    ChangeResult delNamed( AclBook & book, const Gant::String & name ) const override {
       return book.classMapDel( name );
    }
-   std::vector< Gant::String > gone( const AclBook & book, Source source,
+   std::vector< Gant::String > gone( const AclBook & book, Teller teller,
                                      const std::set< std::string > & keys ) const override {
-      return goneOf( book.classMaps(), source, keys );
+      return goneOf( book.classMaps(), teller, keys );
    }
 };
 
@@ -140,20 +140,20 @@ class PolicyMapSection : public NamedSection {
    bool has( const RouterState & state, const Entry & entry ) const override {
       return state.aclBook().policyMaps().contains( key( entry ) );
    }
-   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+   ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       entry.only( { "name", "classes" } );
       PolicyMapFact fact{ key( entry ), {} };
       for ( const auto & item : entry.list( "classes" ) ) fact.config.classes.push_back( classOf( item ) );
-      return state.aclBook().policyMapIs( fact, source );
+      return state.aclBook().policyMapIs( fact, teller );
    }
 
  protected:
    ChangeResult delNamed( AclBook & book, const Gant::String & name ) const override {
       return book.policyMapDel( name );
    }
-   std::vector< Gant::String > gone( const AclBook & book, Source source,
+   std::vector< Gant::String > gone( const AclBook & book, Teller teller,
                                      const std::set< std::string > & keys ) const override {
-      return goneOf( book.policyMaps(), source, keys );
+      return goneOf( book.policyMaps(), teller, keys );
    }
 
  private:

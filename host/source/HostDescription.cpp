@@ -106,7 +106,7 @@ void Description::delOthers( RouterState & state, SourceErrors * errors ) const 
    for ( auto section = sections().rbegin(); section != sections().rend(); ++section ) {
       const auto keys = keys_.find( section->get() );
       const auto refusals =
-           ( *section )->delOthers( state, Source::description(), keys == keys_.end() ? none : keys->second );
+           ( *section )->delOthers( state, Teller::description(), keys == keys_.end() ? none : keys->second );
       if ( errors == nullptr ) continue;
       for ( const auto & refusal : refusals ) errors->add( { path_, 0, refusal.message } );
    }
@@ -128,7 +128,7 @@ void Description::replaceAll( RouterState & state, const Section & section, Sour
       refusals.clear();
       for ( const auto * told : waiting ) {
          try {
-            auto result = section.replace( state, told->entry, Source::description() );
+            auto result = section.replace( state, told->entry, Teller::description() );
             if ( !isDone( result ) )
                refusals.push_back( { told, told->entry.line(), std::move( result.message ) } );
             else if ( !result.message.empty() )

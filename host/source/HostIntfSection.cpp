@@ -18,17 +18,17 @@ class IntfSection : public Section {
    bool has( const RouterState & state, const Entry & entry ) const override {
       return state.intfBook().intfs().contains( intfId( entry ) );
    }
-   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
-      return state.intfIs( fact( entry ), source );
+   ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
+      return state.intfIs( fact( entry ), teller );
    }
    ChangeResult del( RouterState & state, const Entry & entry ) const override {
       return state.intfDel( intfId( entry ) );
    }
-   std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+   std::vector< ChangeResult > delOthers( RouterState & state, Teller teller,
                                           const std::set< std::string > & keys ) const override {
       std::vector< Kynet::IntfId > gone;
       for ( const auto & [ intfId, told ] : state.intfBook().intfs() )
-         if ( told.source == source && takes( intfId.type() ) && !keys.contains( intfId.stringValue() ) )
+         if ( told.teller == teller && takes( intfId.type() ) && !keys.contains( intfId.stringValue() ) )
             gone.push_back( intfId );
       std::vector< ChangeResult > refusals;
       for ( const auto intfId : gone )

@@ -140,7 +140,7 @@ class IpsecSection : public Section {
       return state.ipsecBook().connections().contains( key( entry ) );
    }
 
-   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+   ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       entry.only( { "name", "id", "type", "vrf", "interfaces", "inbound", "outbound" } );
       IpsecFact fact;
       fact.key = Ipsec::Ike::ConnectionKey(
@@ -155,16 +155,16 @@ class IpsecSection : public Section {
       for ( const auto & inbound : entry.list( "inbound" ) ) saq.saqEnq( saOf( inbound ) );
       fact.connection.inSaqIs( saq );
       if ( entry.has( "outbound" ) ) fact.connection.outSaIs( saOf( entry.at( "outbound" ) ) );
-      return state.ipsecIs( fact, source );
+      return state.ipsecIs( fact, teller );
    }
    ChangeResult del( RouterState & state, const Entry & entry ) const override {
       return state.ipsecDel( key( entry ) );
    }
-   std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+   std::vector< ChangeResult > delOthers( RouterState & state, Teller teller,
                                           const std::set< std::string > & keys ) const override {
       std::vector< Gant::Name > gone;
       for ( const auto & [ name, told ] : state.ipsecBook().connections() )
-         if ( told.source == source && !keys.contains( name ) ) gone.push_back( name );
+         if ( told.teller == teller && !keys.contains( name ) ) gone.push_back( name );
       for ( const auto & name : gone ) state.ipsecDel( name );
       return {};
    }

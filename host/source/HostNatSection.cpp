@@ -81,29 +81,29 @@ class NatSection : public Section {
       return fixed != nullptr ? state.natBook().statics().contains( *fixed )
                               : state.natBook().dynamics().contains( std::get< DynamicKey >( key ) );
    }
-   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+   ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       const auto key = keyOf( entry );
       if ( const auto * const fixed = std::get_if< StaticKey >( &key ) ) {
          entry.only( { "interface", "target", "original", "translated", "protocol", "acl" } );
          // Only a VLAN interface is in a VLAN.
          const auto intfId = fixed->intfId();
          const U16 vlan = intfId.type() == Kynet::IntfType::vlan_ ? intfId.first() : 0;
-         return state.natStaticIs( { *fixed, StaticConnection( endOf( entry, "translated" ), vlan, {} ) }, source );
+         return state.natStaticIs( { *fixed, StaticConnection( endOf( entry, "translated" ), vlan, {} ) }, teller );
       }
       entry.only( { "vlan", "target", "acl", "priority" } );
       return state.natDynamicIs( { std::get< DynamicKey >( key ),
                                    DynamicRule( targetOf( entry ), entry.number( "priority", 0, ~U32( 0 ), 0 ) ) },
-                                 source );
+                                 teller );
    }
    ChangeResult del( RouterState & state, const Entry & entry ) const override {
       const auto key = keyOf( entry );
       const auto * const fixed = std::get_if< StaticKey >( &key );
       return fixed != nullptr ? state.natStaticDel( *fixed ) : state.natDynamicDel( std::get< DynamicKey >( key ) );
    }
-   std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+   std::vector< ChangeResult > delOthers( RouterState & state, Teller teller,
                                           const std::set< std::string > & keys ) const override {
-      for ( const auto & key : untold( state.natBook().statics(), source, keys, NameOf() ) ) state.natStaticDel( key );
-      for ( const auto & key : untold( state.natBook().dynamics(), source, keys, NameOf() ) )
+      for ( const auto & key : untold( state.natBook().statics(), teller, keys, NameOf() ) ) state.natStaticDel( key );
+      for ( const auto & key : untold( state.natBook().dynamics(), teller, keys, NameOf() ) )
          state.natDynamicDel( key );
       return {};
    }

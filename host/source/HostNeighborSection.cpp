@@ -15,21 +15,21 @@ class NeighborSection : public Section {
    bool has( const RouterState & state, const Entry & entry ) const override {
       return state.intfBook().neighbors().contains( keyOf( entry ) );
    }
-   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+   ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       entry.only( { "interface", "address", "mac" } );
       const auto key = keyOf( entry );
       return state.neighborIs( { key.first, key.second, entry.at( "mac" ).value< Kynet::EthAddr >( "a MAC address" ) },
-                               source );
+                               teller );
    }
    ChangeResult del( RouterState & state, const Entry & entry ) const override {
       const auto key = keyOf( entry );
       return state.neighborDel( key.first, key.second );
    }
-   std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+   std::vector< ChangeResult > delOthers( RouterState & state, Teller teller,
                                           const std::set< std::string > & keys ) const override {
       std::vector< IntfBook::NeighborKey > gone;
       for ( const auto & [ key, told ] : state.intfBook().neighbors() )
-         if ( told.source == source && !keys.contains( textOf( key ) ) ) gone.push_back( key );
+         if ( told.teller == teller && !keys.contains( textOf( key ) ) ) gone.push_back( key );
       for ( const auto & key : gone ) state.neighborDel( key.first, key.second );
       return {};
    }

@@ -141,9 +141,9 @@ void RouteFile::route( Family< P > & family, const P & prefix, std::string_view 
    const auto & table = family.book.table();
    auto slot = table.slot( vrfId_, prefix );
    if ( slot && *slot < family.seen.size() && family.seen[ *slot ] &&
-        sourceOf( table.routeAt( *slot ) ) == Source::routeFile_ )
+        tellerOf( table.routeAt( *slot ) ) == Teller::routeFile_ )
       return error( prefix.stringValue() + ": an earlier line has the prefix already" );
-   family.book.routeIs( vrfId_, prefix, Source::routeFile(), ways.kind, ways.fecId );
+   family.book.routeIs( vrfId_, prefix, Teller::routeFile(), ways.kind, ways.fecId );
    if ( !slot ) slot = table.slot( vrfId_, prefix );
    // A route that waits behind another one is marked in the place of that one.
    if ( *slot >= family.seen.size() ) family.seen.resize( table.slots() );
@@ -178,13 +178,13 @@ size_t RouteFile::remove( Family< P > & family, size_t most ) {
       if ( most == 0 ) return 0;
       --most;
       if ( !table.slotHas( family.at ) || seen( family.at ) ) continue;
-      if ( sourceOf( table.routeAt( family.at ) ) != Source::routeFile_ ) continue;
+      if ( tellerOf( table.routeAt( family.at ) ) != Teller::routeFile_ ) continue;
       const auto ref = table.refAt( family.at );
-      family.book.routeDel( ref.vrfId, ref.prefix, Source::routeFile() );
+      family.book.routeDel( ref.vrfId, ref.prefix, Teller::routeFile() );
    }
-   for ( const auto & [ vrfId, prefix ] : family.book.waitingPrefixes( Source::routeFile() ) )
+   for ( const auto & [ vrfId, prefix ] : family.book.waitingPrefixes( Teller::routeFile() ) )
       if ( const auto slot = table.slot( vrfId, prefix ); slot && !seen( *slot ) )
-         family.book.routeDel( vrfId, prefix, Source::routeFile() );
+         family.book.routeDel( vrfId, prefix, Teller::routeFile() );
    return most;
 }
 

@@ -33,29 +33,29 @@ class RouteSection : public Section {
    const char * kind() const override { return "route"; }
    std::string key( const Entry & entry ) const override { return textOf( entry.vrf(), prefixOf( entry ) ); }
    bool has( const RouterState & state, const Entry & entry ) const override {
-      return told( state.routeSource( entry.vrf(), prefixOf( entry ) ) );
+      return told( state.routeTeller( entry.vrf(), prefixOf( entry ) ) );
    }
 
-   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+   ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       entry.only( { "prefix", "vrf", "via", "blackhole", "receive" } );
-      return state.routeIs( { entry.vrf(), prefixOf( entry ), waysOf( entry ) }, source );
+      return state.routeIs( { entry.vrf(), prefixOf( entry ), waysOf( entry ) }, teller );
    }
 
    ChangeResult del( RouterState & state, const Entry & entry ) const override {
       const auto vrf = entry.vrf();
       const auto prefix = prefixOf( entry );
-      const auto source = state.routeSource( vrf, prefix );
-      if ( source == Source::none_ || told( source ) ) return state.routeDel( vrf, prefix, source );
-      return refused( "route " + prefix.stringValue() + ": it follows from " + textOfSource( source ) +
+      const auto teller = state.routeTeller( vrf, prefix );
+      if ( teller == Teller::none_ || told( teller ) ) return state.routeDel( vrf, prefix, teller );
+      return refused( "route " + prefix.stringValue() + ": it follows from " + textOfTeller( teller ) +
                       " and goes with it" );
    }
 
-   std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+   std::vector< ChangeResult > delOthers( RouterState & state, Teller teller,
                                           const std::set< std::string > & keys ) const override {
       const auto delFrom = [ & ]( auto & book ) {
-         for ( const auto & [ vrfId, prefix ] : book.prefixes( source ) )
+         for ( const auto & [ vrfId, prefix ] : book.prefixes( teller ) )
             if ( !keys.contains( textOf( state.vrfBook().name( vrfId ), Kynet::IpGenPrefix( prefix ) ) ) )
-               book.routeDel( vrfId, prefix, source );
+               book.routeDel( vrfId, prefix, teller );
       };
       delFrom( state.routes4() );
       delFrom( state.routes6() );
@@ -64,8 +64,8 @@ class RouteSection : public Section {
 
  private:
    // By somebody who can take it back.
-   static bool told( Source source ) {
-      return source == Source::command_ || source == Source::description_ || source == Source::routeFile_;
+   static bool told( Teller teller ) {
+      return teller == Teller::command_ || teller == Teller::description_ || teller == Teller::routeFile_;
    }
    static Kynet::IpGenPrefix prefixOf( const Entry & entry ) {
       return entry.at( "prefix" ).value< Kynet::IpGenPrefix >( "an IP prefix" );

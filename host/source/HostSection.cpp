@@ -7,7 +7,7 @@ namespace Host {
 const std::vector< std::unique_ptr< const Section > > & sections() {
    static const auto all = [] {
       std::vector< std::unique_ptr< const Section > > made;
-      made.push_back( routerSection() );
+      made.push_back( routerMacSection() );
       made.push_back( vrfSection() );
       made.push_back( accessListSection() );
       made.push_back( classMapSection() );

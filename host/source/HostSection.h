@@ -26,11 +26,11 @@ class Section {
    // Whether somebody has told the object already.
    virtual bool has( const RouterState & state, const Entry & entry ) const = 0;
    // Makes the object what the entry says.
-   virtual ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const = 0;
+   virtual ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const = 0;
    // Takes the object away, whoever told it. Only the key fields of the entry are read.
    virtual ChangeResult del( RouterState & state, const Entry & entry ) const = 0;
    // Takes away what the source told under other keys than these, and gives the refusals.
-   virtual std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+   virtual std::vector< ChangeResult > delOthers( RouterState & state, Teller teller,
                                                   const std::set< std::string > & keys ) const = 0;
    // Nobody reads the entry any more: a section whose entries hold secrets overwrites them.
    virtual void forget( const Entry & ) const {}
@@ -41,7 +41,7 @@ const std::vector< std::unique_ptr< const Section > > & sections();
 // Null: there is no such kind.
 const Section * sectionOfKind( const std::string & kind );
 
-std::unique_ptr< const Section > routerSection();
+std::unique_ptr< const Section > routerMacSection();
 std::unique_ptr< const Section > vrfSection();
 std::unique_ptr< const Section > accessListSection();
 std::unique_ptr< const Section > classMapSection();
@@ -57,11 +57,11 @@ std::unique_ptr< const Section > natSection();
 
 // The keys of those that the source told, and that are not among `keys` by the names that `nameOf` gives them.
 template < typename Objects, typename NameOf >
-std::vector< typename Objects::key_type > untold( const Objects & objects, Source source,
+std::vector< typename Objects::key_type > untold( const Objects & objects, Teller teller,
                                                   const std::set< std::string > & keys, NameOf nameOf ) {
    std::vector< typename Objects::key_type > gone;
    for ( const auto & [ key, told ] : objects )
-      if ( told.source == source && !keys.contains( nameOf( key ) ) ) gone.push_back( key );
+      if ( told.teller == teller && !keys.contains( nameOf( key ) ) ) gone.push_back( key );
    return gone;
 }
 

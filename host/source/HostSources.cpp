@@ -18,7 +18,7 @@ bool Sources::load() {
    else if ( !config.path.empty() )
       config.path = ( std::filesystem::path( files_.description ).parent_path() / config.path ).string();
    routesPath_ = config.path;
-   if ( config.path.empty() && state_.routes( Source::routeFile() ) == 0 ) return true;
+   if ( config.path.empty() && state_.routes( Teller::routeFile() ) == 0 ) return true;
    routeFile_ = std::make_unique< RouteFile >( state_, std::move( config ), *errors_ );
    return true;
 }

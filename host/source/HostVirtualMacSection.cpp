@@ -13,16 +13,16 @@ class VirtualMacSection : public Section {
    bool has( const RouterState & state, const Entry & entry ) const override {
       return state.virtualMacBook().virtualMacs().contains( keyOf( entry ) );
    }
-   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+   ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       entry.only( { "interface", "mac" } );
-      return state.virtualMacIs( factOf( keyOf( entry ) ), source );
+      return state.virtualMacIs( factOf( keyOf( entry ) ), teller );
    }
    ChangeResult del( RouterState & state, const Entry & entry ) const override {
       return state.virtualMacDel( factOf( keyOf( entry ) ) );
    }
-   std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+   std::vector< ChangeResult > delOthers( RouterState & state, Teller teller,
                                           const std::set< std::string > & keys ) const override {
-      for ( const auto & key : untold( state.virtualMacBook().virtualMacs(), source, keys, textOf ) )
+      for ( const auto & key : untold( state.virtualMacBook().virtualMacs(), teller, keys, textOf ) )
          state.virtualMacDel( factOf( key ) );
       return {};
    }

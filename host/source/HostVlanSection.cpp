@@ -13,19 +13,19 @@ class VlanSection : public Section {
    bool has( const RouterState & state, const Entry & entry ) const override {
       return state.vlanBook().vlans().contains( idOf( entry ) );
    }
-   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+   ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       entry.only( { "id", "members" } );
       VlanFact fact{ idOf( entry ) };
       for ( const auto & member : entry.list( "members" ) )
          fact.members.insert( member.value< Kynet::IntfId >( "an interface name" ) );
-      return state.vlanIs( fact, source );
+      return state.vlanIs( fact, teller );
    }
    ChangeResult del( RouterState & state, const Entry & entry ) const override {
       return state.vlanDel( idOf( entry ) );
    }
-   std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+   std::vector< ChangeResult > delOthers( RouterState & state, Teller teller,
                                           const std::set< std::string > & keys ) const override {
-      for ( const auto vlanId : untold( state.vlanBook().vlans(), source, keys, textOf ) ) state.vlanDel( vlanId );
+      for ( const auto vlanId : untold( state.vlanBook().vlans(), teller, keys, textOf ) ) state.vlanDel( vlanId );
       return {};
    }
 

@@ -16,22 +16,22 @@ class VrfSection : public Section {
       return state.vrfBook().id( nameOf( entry ) ).has_value();
    }
 
-   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+   ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       VrfFact fact{ nameOf( entry ) };
       if ( !entry.node().IsScalar() ) {
          entry.only( { "name", "id" } );
          if ( entry.has( "id" ) ) fact.id = entry.number( "id", 0, 65535, 0 );
       }
-      return state.vrfIs( fact, source );
+      return state.vrfIs( fact, teller );
    }
    ChangeResult del( RouterState & state, const Entry & entry ) const override {
       return state.vrfDel( nameOf( entry ) );
    }
-   std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+   std::vector< ChangeResult > delOthers( RouterState & state, Teller teller,
                                           const std::set< std::string > & keys ) const override {
       std::vector< L3::VrfName > gone;
       for ( const auto & [ name, told ] : state.vrfBook().vrfs() )
-         if ( told.source == source && !keys.contains( name.value() ) ) gone.push_back( name );
+         if ( told.teller == teller && !keys.contains( name.value() ) ) gone.push_back( name );
       std::vector< ChangeResult > refusals;
       for ( const auto & name : gone )
          if ( auto result = state.vrfDel( name ); !isDone( result ) ) refusals.push_back( std::move( result ) );

@@ -45,7 +45,7 @@ Gant::String AclBook::listUser( const Gant::String & name ) const {
    return {};
 }
 
-ChangeResult AclBook::listIs( const AclFact & fact, Source source ) {
+ChangeResult AclBook::listIs( const AclFact & fact, Teller teller ) {
    const auto & name = fact.key.name();
    auto verdict = verdictOn( Acl::validate( fact.key, fact.entries ) );
    if ( !isDone( verdict ) ) return verdict;
@@ -56,7 +56,7 @@ ChangeResult AclBook::listIs( const AclFact & fact, Source source ) {
          return refused( listObject( name ) + ": " + user + ", and its type stays" );
       tree_.aclCliConfig->aclConfigDel( at->second.fact.key );
    }
-   lists_[ name ] = { fact, source };
+   lists_[ name ] = { fact, teller };
    if ( const auto & list = tree_.aclCliConfig->aclConfig( fact.key ) ) {
       list->entriesIs( fact.entries );
       return verdict;
@@ -85,14 +85,14 @@ Gant::String AclBook::wrongList( const Gant::String & name ) const {
    return {};
 }
 
-ChangeResult AclBook::classMapIs( const ClassMapFact & fact, Source source ) {
+ChangeResult AclBook::classMapIs( const ClassMapFact & fact, Teller teller ) {
    const auto object = classObject( fact.name ) + ": ";
    if ( fact.name == Qos::classDefault ) return refused( object + "the name is that of what no other class matches" );
    auto verdict = verdictOn( Qos::validate( fact.name, fact.config ) );
    if ( !isDone( verdict ) ) return verdict;
    for ( const auto & name : fact.config.accessLists )
       if ( const auto text = wrongList( name ); !text.empty() ) return refused( object + text );
-   classMaps_[ fact.name ] = { fact, source };
+   classMaps_[ fact.name ] = { fact, teller };
    tree_.qosStatus->classMapIs( fact.name, fact.config );
    return verdict;
 }
@@ -108,10 +108,10 @@ ChangeResult AclBook::classMapDel( const Gant::String & name ) {
    return done();
 }
 
-ChangeResult AclBook::policyMapIs( const PolicyMapFact & fact, Source source ) {
+ChangeResult AclBook::policyMapIs( const PolicyMapFact & fact, Teller teller ) {
    auto verdict = verdictOn( Qos::validate( fact.name, fact.config, *tree_.qosStatus, *tree_.aclCliConfig ) );
    if ( !isDone( verdict ) ) return verdict;
-   policyMaps_[ fact.name ] = { fact, source };
+   policyMaps_[ fact.name ] = { fact, teller };
    tree_.qosStatus->policyMapIs( fact.name, fact.config );
    return verdict;
 }

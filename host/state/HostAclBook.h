@@ -33,11 +33,11 @@ class AclBook {
 
    AclBook( StateTree & tree, const IntfBook & intfs ) : tree_( tree ), intfs_( intfs ) {}
 
-   ChangeResult listIs( const AclFact & fact, Source source );
+   ChangeResult listIs( const AclFact & fact, Teller teller );
    ChangeResult listDel( const Gant::String & name );
-   ChangeResult classMapIs( const ClassMapFact & fact, Source source );
+   ChangeResult classMapIs( const ClassMapFact & fact, Teller teller );
    ChangeResult classMapDel( const Gant::String & name );
-   ChangeResult policyMapIs( const PolicyMapFact & fact, Source source );
+   ChangeResult policyMapIs( const PolicyMapFact & fact, Teller teller );
    ChangeResult policyMapDel( const Gant::String & name );
 
    const Lists & lists() const { return lists_; }

@@ -19,7 +19,7 @@ namespace Host {
 
 // Who told it. Of routes of one prefix, the one whose source has the lowest number is in use; the others wait behind
 // it. The number is also the protocol mark of the FIB.
-GANT_ENUM( Source, U8, ( none, 0 ), // nobody: there is none
+GANT_ENUM( Teller, U8, ( none, 0 ), // nobody: there is none
            ( connected, 1 ),        // follows from an interface's address
            ( command, 2 ),          // told through the command socket
            ( description, 3 ),      // the router description
@@ -27,7 +27,7 @@ GANT_ENUM( Source, U8, ( none, 0 ), // nobody: there is none
            ( neighbor, 5 ) )        // the host route of a resolved neighbour
 
 // In words: "the description".
-const char * textOfSource( Source source );
+const char * textOfTeller( Teller teller );
 
 struct VrfFact {
    L3::VrfName name;

@@ -100,12 +100,12 @@ Gant::String IntfBook::wrongTunnel( const IntfFact & fact ) const {
    return {};
 }
 
-ChangeResult IntfBook::intfIs( const IntfFact & fact, Source source ) {
+ChangeResult IntfBook::intfIs( const IntfFact & fact, Teller teller ) {
    const auto name = "interface " + fact.intfId.stringValue();
    if ( auto text = wrong( fact ); !text.empty() ) return refused( name + ": " + text );
    const auto at = intfs_.find( fact.intfId );
    if ( at != intfs_.end() ) {
-      at->second.source = source;
+      at->second.teller = teller;
       const auto former = at->second.fact;
       if ( former == fact ) return done();
       if ( former.vrf != fact.vrf || former.tunnel != fact.tunnel )
@@ -113,7 +113,7 @@ ChangeResult IntfBook::intfIs( const IntfFact & fact, Source source ) {
       else
          subnetsAre( former, false );
    }
-   intfs_[ fact.intfId ] = { fact, source };
+   intfs_[ fact.intfId ] = { fact, teller };
    subnetsAre( fact, true );
    bringUp( fact );
    return done();
@@ -224,7 +224,7 @@ void IntfBook::withdrawDerived( const IntfFact & fact ) {
    auto & present = derived_[ fact.intfId ];
    std::erase_if( present, [ & ]( const auto & entry ) {
       if ( wanted.contains( entry.first ) ) return false;
-      routes4_.routeDel( vrfId( fact ), entry.first, Source::connected() );
+      routes4_.routeDel( vrfId( fact ), entry.first, Teller::connected() );
       return true;
    } );
    if ( present.empty() ) derived_.erase( fact.intfId );
@@ -234,7 +234,7 @@ void IntfBook::announceDerived( const IntfFact & fact ) {
    const auto vrf = vrfId( fact );
    for ( const auto & [ prefix, kind ] : derivedOf( fact ) ) {
       const auto fecId = routes4_.fecs().acquire( vrf, { kind, { Hop( {}, fact.intfId, 1 ) } } );
-      routes4_.routeIs( vrf, prefix, Source::connected(), kind, fecId );
+      routes4_.routeIs( vrf, prefix, Teller::connected(), kind, fecId );
       routes4_.fecs().release( fecId );
       derived_[ fact.intfId ][ prefix ] = kind;
    }
@@ -249,12 +249,12 @@ void IntfBook::neighborRouteIs( const IntfFact & fact, const NeighborFact & neig
    const auto prefix = hostRoute( neighbor.addr.v4Addr() );
    const auto vrf = vrfId( fact );
    if ( !fact.enabled || !onSubnet( fact, prefix.address() ) ) {
-      routes4_.routeDel( vrf, prefix, Source::neighbor() );
+      routes4_.routeDel( vrf, prefix, Teller::neighbor() );
       return;
    }
    const auto fecId =
         routes4_.fecs().acquire( vrf, { RouteType::forward(), { Hop( neighbor.addr, fact.intfId, 1 ) } } );
-   routes4_.routeIs( vrf, prefix, Source::neighbor(), RouteType::forward(), fecId );
+   routes4_.routeIs( vrf, prefix, Teller::neighbor(), RouteType::forward(), fecId );
    routes4_.fecs().release( fecId );
 }
 
@@ -264,7 +264,7 @@ void IntfBook::neighborRoutesAre( const IntfFact & fact ) {
       neighborRouteIs( fact, at->second.fact );
 }
 
-ChangeResult IntfBook::neighborIs( const NeighborFact & fact, Source source ) {
+ChangeResult IntfBook::neighborIs( const NeighborFact & fact, Teller teller ) {
    const auto name = "neighbor " + fact.addr.stringValue() + " on " + fact.intfId.stringValue();
    const auto intf = intfs_.find( fact.intfId );
    if ( intf == intfs_.end() ) return refused( name + ": the interface does not exist" );
@@ -277,7 +277,7 @@ ChangeResult IntfBook::neighborIs( const NeighborFact & fact, Source source ) {
       for ( const auto & address : intf->second.fact.addresses )
          if ( address.address() == fact.addr.v4Addr() ) return refused( name + ": the address is the router's own" );
    }
-   neighbors_[ { fact.intfId, fact.addr } ] = { fact, source };
+   neighbors_[ { fact.intfId, fact.addr } ] = { fact, teller };
    tree_.arp->neighborIs( Arp::NeighborKey( fact.intfId, fact.addr ), fact.mac );
    neighborRouteIs( intf->second.fact, fact );
    return done();
@@ -289,17 +289,17 @@ ChangeResult IntfBook::neighborDel( Kynet::IntfId intfId, const Kynet::IpGenAddr
       return notFound( "neighbor " + addr.stringValue() + " on " + intfId.stringValue() + " does not exist" );
    neighbors_.erase( at );
    if ( const auto intf = intfs_.find( intfId ); intf != intfs_.end() && addr.af() == Kynet::AddressFamily::ipv4_ )
-      routes4_.routeDel( vrfId( intf->second.fact ), hostRoute( addr.v4Addr() ), Source::neighbor() );
+      routes4_.routeDel( vrfId( intf->second.fact ), hostRoute( addr.v4Addr() ), Teller::neighbor() );
    tree_.arp->neighborDel( Arp::NeighborKey( intfId, addr ) );
    return done();
 }
 
-ChangeResult IntfBook::routerMacIs( const Kynet::EthAddr & mac, Source source ) {
+ChangeResult IntfBook::routerMacIs( const Kynet::EthAddr & mac, Teller teller ) {
    if ( mac.multicast() ) return refused( "router: MAC " + mac.stringValue() + " is a multicast address" );
    if ( !!mac && !!routerMac_ && mac != routerMac_ )
       return refused( "router: MAC " + routerMac_.stringValue() + " has to be taken away before " + mac.stringValue() +
                       " can come" );
-   routerMacSource_ = !mac ? Source() : source;
+   routerMacTeller_ = !mac ? Teller() : teller;
    if ( mac == routerMac_ ) return done();
    routerMac_ = mac;
    tree_.bridgingConfig->bridgeMacAddrIs( mac );

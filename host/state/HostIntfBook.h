@@ -28,21 +28,21 @@ class IntfBook {
 
    IntfBook( StateTree & tree, const VrfBook & vrfs );
 
-   ChangeResult intfIs( const IntfFact & fact, Source source );
+   ChangeResult intfIs( const IntfFact & fact, Teller teller );
    // Its neighbours go with it.
    ChangeResult intfDel( Kynet::IntfId intfId );
-   ChangeResult neighborIs( const NeighborFact & fact, Source source );
+   ChangeResult neighborIs( const NeighborFact & fact, Teller teller );
    ChangeResult neighborDel( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr );
    // The MAC of the router as a whole, which is that of its bridge, and of every interface without one of its own;
    // zero: none. Another one comes only where there is none: the layers above end the process over one that moves.
-   ChangeResult routerMacIs( const Kynet::EthAddr & mac, Source source );
+   ChangeResult routerMacIs( const Kynet::EthAddr & mac, Teller teller );
    // The IPsec connection of a tunnel, by its id; 0: none. A tunnel that is there is rebuilt.
    void ipsecEncapIdIs( Kynet::IntfId intfId, U32 encapId );
 
    const Intfs & intfs() const { return intfs_; }
    const Neighbors & neighbors() const { return neighbors_; }
    const Kynet::EthAddr & routerMac() const { return routerMac_; }
-   Source routerMacSource() const { return routerMacSource_; } // `none` when there is no MAC
+   Teller routerMacTeller() const { return routerMacTeller_; } // `none` when there is no MAC
    RouteBook< Kynet::Prefix > & routes4() { return routes4_; }
    const RouteBook< Kynet::Prefix > & routes4() const { return routes4_; }
    RouteBook< Kynet::Ip6Prefix > & routes6() { return routes6_; }
@@ -80,7 +80,7 @@ class IntfBook {
    Neighbors neighbors_;
    Subnets subnets_;
    Kynet::EthAddr routerMac_;
-   Source routerMacSource_;
+   Teller routerMacTeller_;
    std::map< Kynet::IntfId, U32 > ipsecEncapIds_;
    std::map< Kynet::IntfId, Derived > derived_; // routes in the books, by interface, with the VRF of its fact
    RouteBook< Kynet::Prefix > routes4_;

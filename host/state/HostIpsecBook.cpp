@@ -44,14 +44,14 @@ Gant::String IpsecBook::wrong( const IpsecFact & fact ) const {
                                  { others, tree_.allVrfStatusLocal, tree_.tunnelIntfStatusDir }, false );
 }
 
-ChangeResult IpsecBook::connectionIs( const IpsecFact & given, Source source ) {
+ChangeResult IpsecBook::connectionIs( const IpsecFact & given, Teller teller ) {
    if ( auto text = wrong( given ); !text.empty() ) return refused( std::move( text ) );
    auto fact = given;
    const auto at = connections_.find( fact.connection.name() );
    const auto former = at == connections_.end() ? IpsecFact() : at->second.fact;
    stamp( fact.connection, former.connection );
    if ( at != connections_.end() && former.key != fact.key ) remove( former );
-   connections_[ fact.connection.name() ] = { fact, source };
+   connections_[ fact.connection.name() ] = { fact, teller };
    // The connection first: a tunnel that is rebuilt finds its modules.
    tree_.ipsecMounts->connectionTable()->connectionIs( fact.key, fact.connection );
    for ( const auto intfId : former.connection.intfList() )

@@ -21,7 +21,7 @@ class IpsecBook {
    IpsecBook( StateTree & tree, IntfBook & intfs ) : tree_( tree ), intfs_( intfs ) {}
 
    // A connection of the name under another key is replaced too.
-   ChangeResult connectionIs( const IpsecFact & fact, Source source );
+   ChangeResult connectionIs( const IpsecFact & fact, Teller teller );
    ChangeResult connectionDel( const Gant::Name & name );
 
    const Connections & connections() const { return connections_; }

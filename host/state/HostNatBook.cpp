@@ -50,15 +50,15 @@ Gant::String NatBook::wrong( const NatStaticFact & fact ) const {
    return {};
 }
 
-ChangeResult NatBook::staticIs( const NatStaticFact & fact, Source source ) {
+ChangeResult NatBook::staticIs( const NatStaticFact & fact, Teller teller ) {
    if ( auto text = wrong( fact ); !text.empty() ) return refused( textOf( fact.key ) + ": " + text );
-   statics_[ fact.key ] = { fact, source };
+   statics_[ fact.key ] = { fact, teller };
    tree_.natStatus->staticConnectionIs( fact.key, fact.connection );
    return accepted();
 }
 
-ChangeResult NatBook::dynamicIs( const NatDynamicFact & fact, Source source ) {
-   dynamics_[ fact.key ] = { fact, source };
+ChangeResult NatBook::dynamicIs( const NatDynamicFact & fact, Teller teller ) {
+   dynamics_[ fact.key ] = { fact, teller };
    tree_.natStatus->dynamicRuleIs( fact.key, fact.rule );
    return accepted();
 }

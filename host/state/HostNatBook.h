@@ -14,8 +14,8 @@ class NatBook {
 
    NatBook( StateTree & tree, const IntfBook & intfs ) : tree_( tree ), intfs_( intfs ) {}
 
-   ChangeResult staticIs( const NatStaticFact & fact, Source source );
-   ChangeResult dynamicIs( const NatDynamicFact & fact, Source source );
+   ChangeResult staticIs( const NatStaticFact & fact, Teller teller );
+   ChangeResult dynamicIs( const NatDynamicFact & fact, Teller teller );
    ChangeResult staticDel( const Ip::Nat::StaticKey & key );
    ChangeResult dynamicDel( const Ip::Nat::DynamicKey & key );
    // The interface has gone.

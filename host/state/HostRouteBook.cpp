@@ -2,63 +2,63 @@
 
 namespace Host {
 
-const char * textOfSource( Source source ) {
-   switch ( source.value() ) {
-   case Source::none_: return "nobody";
-   case Source::connected_: return "an interface's address";
-   case Source::command_: return "a command";
-   case Source::description_: return "the description";
-   case Source::routeFile_: return "the route file";
-   case Source::neighbor_: return "a neighbour";
+const char * textOfTeller( Teller teller ) {
+   switch ( teller.value() ) {
+   case Teller::none_: return "nobody";
+   case Teller::connected_: return "an interface's address";
+   case Teller::command_: return "a command";
+   case Teller::description_: return "the description";
+   case Teller::routeFile_: return "the route file";
+   case Teller::neighbor_: return "a neighbour";
    }
    return "nobody";
 }
 
 template < typename P >
-void RouteBook< P >::routeIs( U32 vrfId, const P & prefix, Source source, Mirel::RouteType kind, U64 fecId ) {
-   const Mirel::Route route( kind, fecId, source.value() );
+void RouteBook< P >::routeIs( U32 vrfId, const P & prefix, Teller teller, Mirel::RouteType kind, U64 fecId ) {
+   const Mirel::Route route( kind, fecId, teller.value() );
    const auto slot = fib_->slot( vrfId, prefix );
    const auto present = slot ? fib_->routeAt( *slot ) : Mirel::Route();
    if ( present == route ) return;
    // Before the former FEC is released: it may be the same one.
    fecs_.use( fecId );
-   if ( slot && sourceOf( present ) < source ) {
-      const auto [ at, added ] = waiting_[ { vrfId, prefix } ].try_emplace( source, route );
-      counts_[ source.value() ] += added;
+   if ( slot && tellerOf( present ) < teller ) {
+      const auto [ at, added ] = waiting_[ { vrfId, prefix } ].try_emplace( teller, route );
+      counts_[ teller.value() ] += added;
       if ( added ) return;
       const auto former = std::exchange( at->second, route );
       fecs_.release( former.fecId() );
       return;
    }
    fib_->routeIs( vrfId, prefix, route );
-   if ( slot && sourceOf( present ) == source ) {
+   if ( slot && tellerOf( present ) == teller ) {
       fecs_.release( present.fecId() );
       return;
    }
-   ++counts_[ source.value() ];
-   if ( slot ) waiting_[ { vrfId, prefix } ][ sourceOf( present ) ] = present;
+   ++counts_[ teller.value() ];
+   if ( slot ) waiting_[ { vrfId, prefix } ][ tellerOf( present ) ] = present;
 }
 
 template < typename P >
-bool RouteBook< P >::routeDel( U32 vrfId, const P & prefix, Source source ) {
+bool RouteBook< P >::routeDel( U32 vrfId, const P & prefix, Teller teller ) {
    const auto slot = fib_->slot( vrfId, prefix );
    if ( !slot ) return false;
    auto gone = fib_->routeAt( *slot );
    const auto waiting = waiting_.find( { vrfId, prefix } );
-   if ( sourceOf( gone ) == source ) {
+   if ( tellerOf( gone ) == teller ) {
       if ( waiting == waiting_.end() )
          fib_->routeDel( vrfId, prefix );
       else
          fib_->routeIs( vrfId, prefix, waiting->second.extract( waiting->second.begin() ).mapped() );
    } else {
       if ( waiting == waiting_.end() ) return false;
-      const auto at = waiting->second.find( source );
+      const auto at = waiting->second.find( teller );
       if ( at == waiting->second.end() ) return false;
       gone = at->second;
       waiting->second.erase( at );
    }
    if ( waiting != waiting_.end() && waiting->second.empty() ) waiting_.erase( waiting );
-   --counts_[ source.value() ];
+   --counts_[ teller.value() ];
    fecs_.release( gone.fecId() );
    return true;
 }
@@ -67,27 +67,27 @@ template < typename P >
 void RouteBook< P >::vrfDel( U32 vrfId ) {
    for ( U32 slot = 0; fib_->routes( vrfId ) != 0 && slot < fib_->slots(); ++slot )
       while ( fib_->slotHas( slot ) && fib_->refAt( slot ).vrfId == vrfId )
-         routeDel( vrfId, fib_->refAt( slot ).prefix, sourceOf( fib_->routeAt( slot ) ) );
+         routeDel( vrfId, fib_->refAt( slot ).prefix, tellerOf( fib_->routeAt( slot ) ) );
 }
 
 template < typename P >
-Source RouteBook< P >::source( U32 vrfId, const P & prefix ) const {
+Teller RouteBook< P >::teller( U32 vrfId, const P & prefix ) const {
    const auto slot = fib_->slot( vrfId, prefix );
-   return slot ? sourceOf( fib_->routeAt( *slot ) ) : Source();
+   return slot ? tellerOf( fib_->routeAt( *slot ) ) : Teller();
 }
 
 template < typename P >
-bool RouteBook< P >::routeHas( U32 vrfId, const P & prefix, Source source ) const {
-   if ( this->source( vrfId, prefix ) == source ) return true;
+bool RouteBook< P >::routeHas( U32 vrfId, const P & prefix, Teller teller ) const {
+   if ( this->teller( vrfId, prefix ) == teller ) return true;
    const auto waiting = waiting_.find( { vrfId, prefix } );
-   return waiting != waiting_.end() && waiting->second.contains( source );
+   return waiting != waiting_.end() && waiting->second.contains( teller );
 }
 
 template < typename P >
-std::vector< std::pair< U32, P > > RouteBook< P >::prefixes( Source source ) const {
-   auto found = waitingPrefixes( source );
-   for ( U32 slot = 0; slot < fib_->slots() && found.size() < routes( source ); ++slot ) {
-      if ( !fib_->slotHas( slot ) || sourceOf( fib_->routeAt( slot ) ) != source ) continue;
+std::vector< std::pair< U32, P > > RouteBook< P >::prefixes( Teller teller ) const {
+   auto found = waitingPrefixes( teller );
+   for ( U32 slot = 0; slot < fib_->slots() && found.size() < routes( teller ); ++slot ) {
+      if ( !fib_->slotHas( slot ) || tellerOf( fib_->routeAt( slot ) ) != teller ) continue;
       const auto ref = fib_->refAt( slot );
       found.emplace_back( ref.vrfId, ref.prefix );
    }
@@ -95,10 +95,10 @@ std::vector< std::pair< U32, P > > RouteBook< P >::prefixes( Source source ) con
 }
 
 template < typename P >
-std::vector< std::pair< U32, P > > RouteBook< P >::waitingPrefixes( Source source ) const {
+std::vector< std::pair< U32, P > > RouteBook< P >::waitingPrefixes( Teller teller ) const {
    std::vector< std::pair< U32, P > > found;
    for ( const auto & [ key, routes ] : waiting_ )
-      if ( routes.contains( source ) ) found.push_back( key );
+      if ( routes.contains( teller ) ) found.push_back( key );
    return found;
 }
 

@@ -22,22 +22,22 @@ class RouteBook {
    const Table & table() const { return *fib_; }
 
    // The source's route of the prefix from now on. The FEC gets a user for it. REQUIRES: the prefix has no host bits.
-   void routeIs( U32 vrfId, const P & prefix, Source source, Mirel::RouteType kind, U64 fecId );
+   void routeIs( U32 vrfId, const P & prefix, Teller teller, Mirel::RouteType kind, U64 fecId );
    // False when the source has none.
-   bool routeDel( U32 vrfId, const P & prefix, Source source );
+   bool routeDel( U32 vrfId, const P & prefix, Teller teller );
    // All routes of a VRF, from whatever source.
    void vrfDel( U32 vrfId );
    // Whose route is in use, `none` when there is none.
-   Source source( U32 vrfId, const P & prefix ) const;
-   bool routeHas( U32 vrfId, const P & prefix, Source source ) const;
+   Teller teller( U32 vrfId, const P & prefix ) const;
+   bool routeHas( U32 vrfId, const P & prefix, Teller teller ) const;
    // All prefixes of the source, in no order; and those among them whose routes wait behind others.
-   std::vector< std::pair< U32, P > > prefixes( Source source ) const;
-   std::vector< std::pair< U32, P > > waitingPrefixes( Source source ) const;
+   std::vector< std::pair< U32, P > > prefixes( Teller teller ) const;
+   std::vector< std::pair< U32, P > > waitingPrefixes( Teller teller ) const;
    // Those in use and those that wait.
-   size_t routes( Source source ) const { return counts_[ source.value() ]; }
+   size_t routes( Teller teller ) const { return counts_[ teller.value() ]; }
 
  private:
-   using Waiting = std::map< Source, Mirel::Route >;
+   using Waiting = std::map< Teller, Mirel::Route >;
 
    Gant::Ptr< Table > fib_;
    FecBook< P > fecs_;
@@ -45,7 +45,7 @@ class RouteBook {
    std::array< size_t, 6 > counts_{};
 };
 
-inline Source sourceOf( const Mirel::Route & route ) { return Source( route.protocol() ); }
+inline Teller tellerOf( const Mirel::Route & route ) { return Teller( route.protocol() ); }
 
 extern template class RouteBook< Kynet::Prefix >;
 extern template class RouteBook< Kynet::Ip6Prefix >;

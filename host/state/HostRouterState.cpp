@@ -42,17 +42,17 @@ RouterState::RouterState() :
      vrfs_( tree_.allVrfStatusLocal ), intfs_( tree_, vrfs_ ), ipsec_( tree_, intfs_ ), acl_( tree_, intfs_ ),
      vlans_( tree_ ), virtualMacs_( tree_, intfs_ ), nat_( tree_, intfs_ ) {}
 
-ChangeResult RouterState::intfIs( const IntfFact & fact, Source source ) {
+ChangeResult RouterState::intfIs( const IntfFact & fact, Teller teller ) {
    if ( auto text = acl_.wrong( fact ); !text.empty() )
       return refused( "interface " + fact.intfId.stringValue() + ": " + text );
    const auto present = intfs_.intfs().find( fact.intfId );
    // A description tells its connections anew after its tunnels, and they are checked against these.
-   if ( source == Source::command_ && present != intfs_.intfs().end() &&
+   if ( teller == Teller::command_ && present != intfs_.intfs().end() &&
         modeOf( present->second.fact ) != modeOf( fact ) )
       if ( auto text = ipsec_.keeps( fact.intfId ); !text.empty() )
          return refused( "interface " + fact.intfId.stringValue() + ": " + text + ", and its mode stays" );
    const bool moves = present != intfs_.intfs().end() && present->second.fact.vrf != fact.vrf;
-   auto result = intfs_.intfIs( fact, source );
+   auto result = intfs_.intfIs( fact, teller );
    if ( moves && isDone( result ) ) virtualMacs_.rebuilt( fact.intfId );
    return result;
 }
@@ -82,7 +82,7 @@ Gant::String RouterState::wrongWays( U32 vrfId, Kynet::AddressFamily af, const W
    return {};
 }
 
-ChangeResult RouterState::routeIs( const RouteFact & fact, Source source ) {
+ChangeResult RouterState::routeIs( const RouteFact & fact, Teller teller ) {
    const auto name = nameOf( fact.vrf, fact.prefix ) + ": ";
    const auto vrfId = vrfs_.id( fact.vrf );
    if ( !vrfId ) return refused( name + textOf( fact.vrf ) + " does not exist" );
@@ -90,28 +90,28 @@ ChangeResult RouterState::routeIs( const RouteFact & fact, Source source ) {
    return byFamily( routes4(), routes6(), fact.prefix, [ & ]( auto & book, const auto & prefix ) {
       if ( auto text = wrongPrefix( prefix ); !text.empty() ) return refused( name + text );
       const auto fecId = book.fecs().acquire( *vrfId, fact.ways );
-      book.routeIs( *vrfId, prefix, source, fact.ways.kind, fecId );
+      book.routeIs( *vrfId, prefix, teller, fact.ways.kind, fecId );
       book.fecs().release( fecId );
       return done();
    } );
 }
 
-ChangeResult RouterState::routeDel( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix, Source source ) {
+ChangeResult RouterState::routeDel( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix, Teller teller ) {
    const auto vrfId = vrfs_.id( vrf );
    const bool gone = vrfId && byFamily( routes4(), routes6(), prefix, [ & ]( auto & book, const auto & p ) {
-                        return book.routeDel( *vrfId, p, source );
+                        return book.routeDel( *vrfId, p, teller );
                      } );
    return gone ? done() : notFound( nameOf( vrf, prefix ) + " does not exist" );
 }
 
-Source RouterState::routeSource( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix ) const {
+Teller RouterState::routeTeller( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix ) const {
    const auto vrfId = vrfs_.id( vrf );
-   if ( !vrfId ) return Source::none();
+   if ( !vrfId ) return Teller::none();
    return byFamily( routes4(), routes6(), prefix,
-                    [ & ]( const auto & book, const auto & p ) { return book.source( *vrfId, p ); } );
+                    [ & ]( const auto & book, const auto & p ) { return book.teller( *vrfId, p ); } );
 }
 
-size_t RouterState::routes( Source source ) const { return routes4().routes( source ) + routes6().routes( source ); }
+size_t RouterState::routes( Teller teller ) const { return routes4().routes( teller ) + routes6().routes( teller ); }
 
 ChangeResult RouterState::vrfDel( const L3::VrfName & name ) {
    const auto vrfId = vrfs_.id( name );

@@ -31,18 +31,18 @@ class RouterState {
    const NatBook & natBook() const { return nat_; }
 
    // Each makes the object, or changes it to what is told.
-   ChangeResult vrfIs( const VrfFact & fact, Source source ) { return vrfs_.vrfIs( fact, source ); }
-   ChangeResult intfIs( const IntfFact & fact, Source source );
-   ChangeResult neighborIs( const NeighborFact & fact, Source source ) { return intfs_.neighborIs( fact, source ); }
-   ChangeResult routeIs( const RouteFact & fact, Source source );
-   ChangeResult ipsecIs( const IpsecFact & fact, Source source ) { return ipsec_.connectionIs( fact, source ); }
-   ChangeResult routerMacIs( const Kynet::EthAddr & mac, Source source ) { return intfs_.routerMacIs( mac, source ); }
-   ChangeResult vlanIs( const VlanFact & fact, Source source ) { return vlans_.vlanIs( fact, source ); }
-   ChangeResult virtualMacIs( const VirtualMacFact & fact, Source source ) {
-      return virtualMacs_.virtualMacIs( fact, source );
+   ChangeResult vrfIs( const VrfFact & fact, Teller teller ) { return vrfs_.vrfIs( fact, teller ); }
+   ChangeResult intfIs( const IntfFact & fact, Teller teller );
+   ChangeResult neighborIs( const NeighborFact & fact, Teller teller ) { return intfs_.neighborIs( fact, teller ); }
+   ChangeResult routeIs( const RouteFact & fact, Teller teller );
+   ChangeResult ipsecIs( const IpsecFact & fact, Teller teller ) { return ipsec_.connectionIs( fact, teller ); }
+   ChangeResult routerMacIs( const Kynet::EthAddr & mac, Teller teller ) { return intfs_.routerMacIs( mac, teller ); }
+   ChangeResult vlanIs( const VlanFact & fact, Teller teller ) { return vlans_.vlanIs( fact, teller ); }
+   ChangeResult virtualMacIs( const VirtualMacFact & fact, Teller teller ) {
+      return virtualMacs_.virtualMacIs( fact, teller );
    }
-   ChangeResult natStaticIs( const NatStaticFact & fact, Source source ) { return nat_.staticIs( fact, source ); }
-   ChangeResult natDynamicIs( const NatDynamicFact & fact, Source source ) { return nat_.dynamicIs( fact, source ); }
+   ChangeResult natStaticIs( const NatStaticFact & fact, Teller teller ) { return nat_.staticIs( fact, teller ); }
+   ChangeResult natDynamicIs( const NatDynamicFact & fact, Teller teller ) { return nat_.dynamicIs( fact, teller ); }
    // A VRF with interfaces, tunnels' ends or IPsec connections stays; its routes go with it.
    ChangeResult vrfDel( const L3::VrfName & name );
    // Routes that lead out of it keep the ways that are left; its neighbours, virtual MACs and translations go with it.
@@ -56,11 +56,11 @@ class RouterState {
    ChangeResult neighborDel( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr ) {
       return intfs_.neighborDel( intfId, addr );
    }
-   ChangeResult routeDel( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix, Source source );
+   ChangeResult routeDel( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix, Teller teller );
 
    // Whose route of the prefix is in use; `none` also when there is no such VRF.
-   Source routeSource( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix ) const;
-   size_t routes( Source source ) const;
+   Teller routeTeller( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix ) const;
+   size_t routes( Teller teller ) const;
 
    // For those who tell many routes: the same, in steps.
    //

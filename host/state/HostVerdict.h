@@ -1,7 +1,7 @@
 // The verdicts on changes, in a word.
 #pragma once
 
-#include "HostRouter.h"
+#include "HostDaemonControl.h"
 
 namespace Host {
 

@@ -16,14 +16,14 @@ void VirtualMacBook::announce( const VirtualMacFact & fact, bool present ) {
       tree_.virtualMacStatus->vrrpVirtualMacDel( key );
 }
 
-ChangeResult VirtualMacBook::virtualMacIs( const VirtualMacFact & fact, Source source ) {
+ChangeResult VirtualMacBook::virtualMacIs( const VirtualMacFact & fact, Teller teller ) {
    const auto name = nameOf( fact ) + ": ";
    if ( !fact.mac ) return refused( name + "the MAC is zero" );
    if ( fact.mac.multicast() ) return refused( name + "it is a multicast address" );
    const auto intf = intfs_.intfs().find( fact.intfId );
    if ( intf == intfs_.intfs().end() ) return refused( name + "the interface does not exist" );
    if ( intf->second.fact.tunnel ) return refused( name + "a tunnel has no MACs" );
-   virtualMacs_[ { fact.intfId, fact.mac } ] = { fact, source };
+   virtualMacs_[ { fact.intfId, fact.mac } ] = { fact, teller };
    announce( fact, true );
    return done();
 }

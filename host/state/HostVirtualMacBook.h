@@ -14,7 +14,7 @@ class VirtualMacBook {
 
    VirtualMacBook( StateTree & tree, const IntfBook & intfs ) : tree_( tree ), intfs_( intfs ) {}
 
-   ChangeResult virtualMacIs( const VirtualMacFact & fact, Source source );
+   ChangeResult virtualMacIs( const VirtualMacFact & fact, Teller teller );
    ChangeResult virtualMacDel( const VirtualMacFact & fact );
    // The interface has gone.
    void intfDel( Kynet::IntfId intfId );

@@ -27,12 +27,12 @@ void bringInLine( const std::set< Kynet::IntfId > & wanted, const Keys & present
 
 } // namespace
 
-ChangeResult VlanBook::vlanIs( const VlanFact & fact, Source source ) {
+ChangeResult VlanBook::vlanIs( const VlanFact & fact, Teller teller ) {
    for ( const auto intfId : fact.members )
       if ( !canBeMember( intfId ) )
          return refused( nameOf( fact.vlanId ) + ": " + intfId.stringValue() +
                          " cannot be a member: members are Ethernet and Port-Channel interfaces, and Cpu" );
-   vlans_[ fact.vlanId ] = { fact, source };
+   vlans_[ fact.vlanId ] = { fact, teller };
    auto config = tree_.bridgingConfig->vlanConfig( fact.vlanId );
    if ( !config ) config = Gant::make< Bridging::VlanConfig >( fact.vlanId );
    bringInLine(

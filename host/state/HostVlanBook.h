@@ -13,7 +13,7 @@ class VlanBook {
 
    explicit VlanBook( StateTree & tree ) : tree_( tree ) {}
 
-   ChangeResult vlanIs( const VlanFact & fact, Source source );
+   ChangeResult vlanIs( const VlanFact & fact, Teller teller );
    ChangeResult vlanDel( Bridging::VlanId vlanId );
 
    const Vlans & vlans() const { return vlans_; }

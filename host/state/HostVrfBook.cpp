@@ -6,17 +6,17 @@ namespace Host {
 
 VrfBook::VrfBook( Gant::Ptr< Ip::AllVrfStatusLocal > allVrfStatusLocal ) :
      allVrfStatusLocal_( std::move( allVrfStatusLocal ) ) {
-   vrfIs( { L3::VrfName::defaultVrf(), 0 }, Source::none() );
+   vrfIs( { L3::VrfName::defaultVrf(), 0 }, Teller::none() );
 }
 
-ChangeResult VrfBook::vrfIs( const VrfFact & fact, Source source ) {
+ChangeResult VrfBook::vrfIs( const VrfFact & fact, Teller teller ) {
    const auto object = textOf( fact.name ) + ": ";
    if ( const auto at = vrfs_.find( fact.name ); at != vrfs_.end() ) {
       const auto present = *at->second.fact.id;
       if ( fact.id && *fact.id != present )
          return refused( object + "its id is " + std::to_string( present ) + " and stays while it is there" );
       // The default VRF is nobody's.
-      if ( present != 0 ) at->second.source = source;
+      if ( present != 0 ) at->second.teller = teller;
       return done();
    }
    if ( fact.id ) {
@@ -25,7 +25,7 @@ ChangeResult VrfBook::vrfIs( const VrfFact & fact, Source source ) {
          return refused( object + "id " + std::to_string( *fact.id ) + " belongs to " + textOf( holder->second ) );
    }
    const U32 id = fact.id ? *fact.id : freeId();
-   vrfs_.insert( { fact.name, { { fact.name, id }, source } } );
+   vrfs_.insert( { fact.name, { { fact.name, id }, teller } } );
    names_[ id ] = fact.name;
    allVrfStatusLocal_->vrfStatusIs( fact.name, Ip::VrfStatus( id, true ) );
    return done();

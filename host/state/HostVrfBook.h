@@ -16,7 +16,7 @@ namespace Host {
 template < typename Fact >
 struct Told {
    Fact fact;
-   Source source;
+   Teller teller;
 };
 
 // The default VRF is always there, as number 0.
@@ -26,7 +26,7 @@ class VrfBook {
 
    explicit VrfBook( Gant::Ptr< Ip::AllVrfStatusLocal > allVrfStatusLocal );
 
-   ChangeResult vrfIs( const VrfFact & fact, Source source );
+   ChangeResult vrfIs( const VrfFact & fact, Teller teller );
    // REQUIRES: nothing is in it.
    ChangeResult vrfDel( const L3::VrfName & name );
 

@@ -1,5 +1,6 @@
 #include "HostComparer.h"
 
+#include "vex/next_hop_command.h"
 #include "VexDescribe.h"
 
 #include <google/protobuf/message.h>
@@ -25,9 +26,9 @@ namespace {
 
 // As the agent writes them: what has no MAC, or no interface, is punted or dropped.
 S32 commandOf( const NextHopKey & key ) {
-   constexpr S32 punt = 0, forward = 1, drop = 2;
-   if ( key.pktCmd() == NextHopPktCmd::pktCmdForward_ ) return forward;
-   return key.pktCmd() == NextHopPktCmd::pktCmdDrop_ ? drop : punt;
+   using namespace vex::next_hop_command;
+   if ( key.pktCmd() == NextHopPktCmd::pktCmdForward_ ) return kForward;
+   return key.pktCmd() == NextHopPktCmd::pktCmdDrop_ ? kDrop : kPunt;
 }
 
 } // namespace

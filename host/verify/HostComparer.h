@@ -12,7 +12,7 @@ namespace Host {
 
 // An entry of a next-hop table as the agent means it.
 struct NexthopIntent {
-   S32 command; // of the data plane: 0 punt, 1 forward, 2 drop
+   S32 command; // of next_hop_command.h
    Kynet::EthAddr mac;
    VexL3Unicast::FecKey fecKey;
 };

@@ -108,7 +108,7 @@ class Run {
 class Verify : public Answer, private Gant::StateMachine {
  public:
    Verify( const Asked & asked ) :
-        session_( asked.router ), most_( asked.question.number( "most", 1000 ) ), wake_( asked.wake ),
+        session_( asked.daemon ), most_( asked.question.number( "most", 1000 ) ), wake_( asked.wake ),
         query_( session_.channel()->address() ), clock_( Gant::activityManager()->newClock() ), gantClock_( *this ),
         begun_( clock_->now() ) {}
 

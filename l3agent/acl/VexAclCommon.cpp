@@ -93,8 +93,8 @@ AclCommonHelper::~AclCommonHelper() = default;
 void AclCommonHelper::allocateCounterId( const DataPtr & data, const Gant::String & counterName,
                                          const Acl::UniqueId & uniqueId ) {
    if ( !data->counterIdHas( uniqueId ) ) {
-      data->counterIdIs( uniqueId, vexcsd()->bessCounterInfo()->allocCounterId( vexcsd()->kyAclDb(), counterName,
-                                                                                CounterType( 1 ), CounterUnit( 1 ) ) );
+      data->counterIdIs( uniqueId, vexcsd()->bessCounterInfo()->allocCounterId(
+                                        vexcsd()->kyAclDb(), counterName, CounterType::packets, CounterUnit::count ) );
       data->lastCountIs( uniqueId, 0 );
    }
    data->ruleIdIs( uniqueId, true );

@@ -32,7 +32,7 @@ void KyAcl::applyAcl( const Gant::Ptr< VexAclData > & data ) {
    auto * const arg = newMessage< vex::pb::KyApplyAclArg >( *this );
    arg->set_ipv4( true );
    arg->set_acl_id( data->hwAclId() );
-   enqueue( *this, "applyAcl", arg, true );
+   enqueueChange( *this, "applyAcl", arg );
 }
 
 struct L3IntfSm::GantVexcsd : VexCommonSmData::Notifiee {

@@ -23,7 +23,8 @@ Vex::CounterId allocModuleCounter( const Gant::Ptr< Vex::Module > & module, cons
    needCounterInfo( vexcsd );
    Vex::CounterId id( -1 );
    const auto fullName = Gant::format( "%s-%s", module->name().c_str(), name );
-   id = vexcsd->bessCounterInfo()->allocCounterId( module, fullName, Vex::CounterType( 1 ), Vex::CounterUnit( 1 ) );
+   id = vexcsd->bessCounterInfo()->allocCounterId( module, fullName, Vex::CounterType::packets,
+                                                   Vex::CounterUnit::count );
    module->inUseCounterIs( id, true );
    return id;
 }

@@ -1,8 +1,11 @@
 #include "GantAssert.h"
 #include "GantTrace.h"
+#include "vex/next_hop_command.h"
 #include "VexL3Sm.h"
 
 namespace VexL3Unicast {
+
+namespace next_hop_command = vex::next_hop_command;
 
 static Gant::TraceHandle traceHandle( "VexL3Sm" );
 
@@ -77,9 +80,6 @@ NexthopInfoColl nhColl( const Gant::Ptr< L3Modules > & l3Modules, const Gant::Pt
 
 namespace {
 
-// Commands of a next-hop entry in the data plane.
-constexpr U32 entryPunt = 0, entryForward = 1, entryDrop = 2;
-
 // Virtual interfaces of the router's own software, by the reason for which packets go there.
 constexpr VexVif::VifId dropVif( 490 ), slowReceiveVif( 499 ), receiveVif( 509 ), arpTrapVif( 510 ), floodVif( 0 );
 
@@ -92,12 +92,12 @@ VexNhEntry VexL3Sm::getNextHopInfo( const NextHopKey & nhk ) const {
       entry.egressVifIs( egressVif );
    };
    switch ( nhk.pktCmd() ) {
-   case NextHopPktCmd::pktCmdForward_: entry.pktCmdIs( entryForward ); break;
-   case NextHopPktCmd::pktCmdArpTrap_: commandIs( entryPunt, arpTrapVif ); break;
-   case NextHopPktCmd::pktCmdReceive_: commandIs( entryPunt, receiveVif ); break;
-   case NextHopPktCmd::pktCmdSlowReceive_: commandIs( entryPunt, slowReceiveVif ); break;
-   case NextHopPktCmd::pktCmdTrapVxlanULFlood_: commandIs( entryPunt, floodVif ); break;
-   case NextHopPktCmd::pktCmdDrop_: commandIs( entryDrop, dropVif ); break;
+   case NextHopPktCmd::pktCmdForward_: entry.pktCmdIs( next_hop_command::kForward ); break;
+   case NextHopPktCmd::pktCmdArpTrap_: commandIs( next_hop_command::kPunt, arpTrapVif ); break;
+   case NextHopPktCmd::pktCmdReceive_: commandIs( next_hop_command::kPunt, receiveVif ); break;
+   case NextHopPktCmd::pktCmdSlowReceive_: commandIs( next_hop_command::kPunt, slowReceiveVif ); break;
+   case NextHopPktCmd::pktCmdTrapVxlanULFlood_: commandIs( next_hop_command::kPunt, floodVif ); break;
+   case NextHopPktCmd::pktCmdDrop_: commandIs( next_hop_command::kDrop, dropVif ); break;
    default: GANT_ASSERT( false, " pktCmd ", nhk.pktCmd() );
    }
    entry.nhLocalIndexIs( nhk.nhLocalIndex() );
@@ -105,7 +105,7 @@ VexNhEntry VexL3Sm::getNextHopInfo( const NextHopKey & nhk ) const {
    entry.ecmpSizeIs( 1 );
    entry.egressBdIs( nhk.vlanId() );
    entry.macDAIs( nhk.ethAddr() );
-   if ( !nhk.intf() ) commandIs( entryDrop, dropVif );
+   if ( !nhk.intf() ) commandIs( next_hop_command::kDrop, dropVif );
    return entry;
 }
 

@@ -59,8 +59,8 @@ class NhrEntryKey {
                ( U32, nhLocalIndex ) )
 };
 
-// What is computed for one entry of a next-hop table. Only `pktCmd` reaches the data plane: 0 punt, 1 forward, 2 drop;
-// the rest is for traces and comparison.
+// What is computed for one entry of a next-hop table. Only `pktCmd` reaches the data plane: a value of
+// next_hop_command.h; the rest is for traces and comparison.
 class VexNhEntry {
    GANT_VALUE( "VexL3Unicast::VexNhEntry", VexNhEntry, ( U32, pktCmd ), ( Kynet::EthAddr, macDA ),
                ( U32, nhLocalIndex ), ( VexVif::VifId, egressVif ), ( Bridging::VlanIdOrNone, egressBd ),

@@ -10,7 +10,8 @@ namespace VexL3Unicast {
 
 static Gant::TraceHandle traceHandle( "VexL3Modules" );
 
-using Vex::enqueue;
+using Vex::enqueueAside;
+using Vex::enqueueChange;
 using Vex::newMessage;
 
 FibIpv4::FibIpv4( const Gant::String & name, U32 maxInGate, U32 maxOutGate, Message * initArgs,
@@ -24,7 +25,7 @@ void FibIpv4::addRoute( Hul::VrfId vrf, U32 prefix, U32 prefixLen, FecKey fec ) 
    arg->set_prefix( prefix );
    arg->set_prefix_len( prefixLen );
    arg->set_fec_id( fec );
-   enqueue( *this, "addRoute", arg, true );
+   enqueueChange( *this, "addRoute", arg );
 }
 
 void FibIpv4::delRoute( Hul::VrfId vrf, U32 prefix, U32 prefixLen ) {
@@ -32,7 +33,7 @@ void FibIpv4::delRoute( Hul::VrfId vrf, U32 prefix, U32 prefixLen ) {
    arg->set_vrf( vrf );
    arg->set_prefix( prefix );
    arg->set_prefix_len( prefixLen );
-   enqueue( *this, "delRoute", arg, true );
+   enqueueChange( *this, "delRoute", arg );
 }
 
 void FibIpv4::addFec( FecKey fec, const NexthopInfoColl & nexthopColl ) {
@@ -46,26 +47,26 @@ void FibIpv4::addFec( FecKey fec, const NexthopInfoColl & nexthopColl ) {
       member.set_nh_index( nexthop.nhIndex() );
       member.set_gate( gate );
    }
-   enqueue( *this, "addFec", arg, true );
+   enqueueChange( *this, "addFec", arg );
 }
 
 void FibIpv4::addFecWithGate( FecKey fec, Vex::GateId gate ) {
    auto * const arg = newMessage< vex::pb::FibIpv4FecArg >( *this );
    arg->set_fec_id( fec );
    arg->add_nh_info()->set_gate( gate );
-   enqueue( *this, "addFec", arg, true );
+   enqueueChange( *this, "addFec", arg );
 }
 
 void FibIpv4::delFec( FecKey fec ) {
    auto * const arg = newMessage< vex::pb::FibIpv4FecArg >( *this );
    arg->set_fec_id( fec );
-   enqueue( *this, "delFec", arg, true );
+   enqueueChange( *this, "delFec", arg );
 }
 
 void FibIpv4::sendVrf( const char * action, Hul::VrfId vrf ) {
    auto * const arg = newMessage< vex::pb::FibIpv4VrfArg >( *this );
    arg->set_vrf( vrf );
-   enqueue( *this, action, arg, true );
+   enqueueChange( *this, action, arg );
 }
 
 void FibIpv4::addVrf( Hul::VrfId vrf ) { sendVrf( "addVrf", vrf ); }
@@ -86,7 +87,7 @@ void FibIpv4::show( int cliSocket, const Gant::String & vrfName ) {
       dupResult = dupSocket( suffix );
       GANT_TRACE( 3, name(), " dupSocket returned with ", dupResult );
    }
-   enqueue( *this, "showFib", arg, false );
+   enqueueAside( *this, "showFib", arg );
    ackSm()->activeMsgCountInc( 1 );
    GANT_TRACE( 3, name(), " show() returned ", dupResult );
 }
@@ -95,7 +96,7 @@ void FibIpv4::setCounterIds( Vex::CounterId noRouteCounter, Vex::CounterId noFec
    auto * const arg = newMessage< vex::pb::FibIpv4CounterIdArg >( *this );
    arg->set_no_route_counter( noRouteCounter );
    arg->set_no_fec_counter( noFecCounter );
-   enqueue( *this, "setCounterIds", arg, false );
+   enqueueAside( *this, "setCounterIds", arg );
 }
 
 ForUsClassifyIpv4::ForUsClassifyIpv4( const Gant::String & name, U32 maxInGate, U32 maxOutGate, U32 reservedInGate,
@@ -108,7 +109,7 @@ void ForUsClassifyIpv4::setCounterIds( Vex::CounterId internalErrLinearizeCounte
    auto * const arg = newMessage< vex::pb::ForUsClassifyIpv4CounterIdArg >( *this );
    arg->set_internal_err_linearize_counter( internalErrLinearizeCounter );
    arg->set_unknown_pkt_counter( unknownPktCounter );
-   enqueue( *this, "setCounterIds", arg, false );
+   enqueueAside( *this, "setCounterIds", arg );
 }
 
 } // namespace VexL3Unicast

@@ -4,7 +4,8 @@
 
 namespace VexL3Unicast {
 
-using Vex::enqueue;
+using Vex::enqueueAside;
+using Vex::enqueueChange;
 using Vex::newMessage;
 
 namespace {
@@ -13,7 +14,7 @@ void sendTcpMssAdjust( const Vex::Module & module, U16 mss, bool doL4Checksum ) 
    auto * const arg = newMessage< vex::pb::TcpMssAdjustArg >( module );
    arg->set_mss( mss );
    arg->set_do_mss_checksum( doL4Checksum );
-   enqueue( module, "setTcpMssAdjust", arg, true );
+   enqueueChange( module, "setTcpMssAdjust", arg );
 }
 
 } // namespace
@@ -31,7 +32,7 @@ void IpInputMod::setCounterIds( Vex::CounterId badIpChecksum, Vex::CounterId bad
    auto * const arg = newMessage< vex::pb::IpInputCounterIdArg >( *this );
    arg->set_bad_ip_checksum_counter( badIpChecksum );
    arg->set_bad_ip_len_counter( badIpLen );
-   enqueue( *this, "setCounterIds", arg, false );
+   enqueueAside( *this, "setCounterIds", arg );
 }
 
 IpOutputMod::IpOutputMod( const Gant::String & name, U32 maxInGate, U32 maxOutGate, Message * initArgs,
@@ -42,7 +43,7 @@ IpOutputMod::IpOutputMod( const Gant::String & name, U32 maxInGate, U32 maxOutGa
 void IpOutputMod::setIpMtu( U32 ipMtu ) {
    auto * const arg = newMessage< vex::pb::IpOutputArg >( *this );
    arg->set_ip_mtu( ipMtu );
-   enqueue( *this, "setMtu", arg, true );
+   enqueueChange( *this, "setMtu", arg );
 }
 
 void IpOutputMod::setTcpMssAdjust( U16 tcpMssEgress, bool doL4Checksum ) {
@@ -52,14 +53,14 @@ void IpOutputMod::setTcpMssAdjust( U16 tcpMssEgress, bool doL4Checksum ) {
 void IpOutputMod::setHwOffload( bool ipHdrCksumOffload ) {
    auto * const arg = newMessage< vex::pb::IpOutputHwOffload >( *this );
    arg->set_ip_hdr_cksum_offload( ipHdrCksumOffload );
-   enqueue( *this, "setHwOffload", arg, true );
+   enqueueChange( *this, "setHwOffload", arg );
 }
 
 void IpOutputMod::setCounterIds( Vex::CounterId failedFragCounter, Vex::CounterId failedLinearizeCounter ) {
    auto * const arg = newMessage< vex::pb::IpOutputCounterIdArg >( *this );
    arg->set_failed_frag_counter( failedFragCounter );
    arg->set_failed_linearize_counter( failedLinearizeCounter );
-   enqueue( *this, "setCounterIds", arg, false );
+   enqueueAside( *this, "setCounterIds", arg );
 }
 
 Ip4GreTun::Ip4GreTun( const Gant::String & name, U32 maxInGate, U32 maxOutGate, Message * initArgs,
@@ -70,13 +71,13 @@ Ip4GreTun::Ip4GreTun( const Gant::String & name, U32 maxInGate, U32 maxOutGate, 
 void Ip4GreTun::setIp4TunTos( U8 tunTos ) {
    auto * const arg = newMessage< vex::pb::TunTosArg >( *this );
    arg->set_tun_tos( tunTos != 0 );
-   enqueue( *this, "setIp4TunTos", arg, true );
+   enqueueChange( *this, "setIp4TunTos", arg );
 }
 
 void Ip4GreTun::setIp4TunTtl( bool ttlFromInnerHeader ) {
    auto * const arg = newMessage< vex::pb::TunTtlArg >( *this );
    arg->set_ttl_from_inner_header( ttlFromInnerHeader );
-   enqueue( *this, "setIp4TunTtl", arg, true );
+   enqueueChange( *this, "setIp4TunTtl", arg );
 }
 
 Ip4IpsecTun::Ip4IpsecTun( const Gant::String & name, U32 maxInGate, U32 maxOutGate, Message * initArgs,

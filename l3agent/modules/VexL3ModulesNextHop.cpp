@@ -8,7 +8,8 @@ namespace VexL3Unicast {
 
 static Gant::TraceHandle traceHandle( "VexL3Modules" );
 
-using Vex::enqueue;
+using Vex::enqueueAside;
+using Vex::enqueueChange;
 using Vex::newMessage;
 
 NextHopMod::NextHopMod( const Gant::String & name, U32 maxInGate, U32 maxOutGate, Message * initArgs,
@@ -22,7 +23,7 @@ void NextHopMod::setSrcMacAddr( const Kynet::EthAddr & ethAddr ) {
    if ( !ethAddr ) return;
    auto * const arg = newMessage< vex::pb::EthernetConfigArg >( *this );
    arg->set_mac_addr( std::string( Vex::bytesOf( ethAddr ) ) );
-   enqueue( *this, "setSrcMacAddr", arg, true );
+   enqueueChange( *this, "setSrcMacAddr", arg );
 }
 
 void NextHopMod::writeNH( const NextHopKey & nhk, const VexNhEntry & nhEntry ) {
@@ -32,14 +33,14 @@ void NextHopMod::writeNH( const NextHopKey & nhk, const VexNhEntry & nhEntry ) {
    info.set_pkt_cmd( static_cast< S32 >( nhEntry.pktCmd() ) );
    if ( !!nhk.ethAddr() ) info.set_mac_da( std::string( Vex::bytesOf( nhk.ethAddr() ) ) );
    GANT_TRACE( 6, name(), " writeNH ", nhk, " pktCmd ", nhEntry.pktCmd() );
-   enqueue( *this, "writeNH", arg, true );
+   enqueueChange( *this, "writeNH", arg );
 }
 
 void NextHopMod::deleteNH( const NextHopKey & nhk ) {
    auto * const arg = newMessage< vex::pb::NextHopWriteNHArg >( *this );
    arg->add_nexthopinfo()->set_nh_index( nhk.nhLocalIndex() );
    GANT_TRACE( 6, name(), " deleteNH ", nhk );
-   enqueue( *this, "deleteNH", arg, true );
+   enqueueChange( *this, "deleteNH", arg );
 }
 
 void NextHopMod::show( int cliSocket, const Gant::String & intfName ) {
@@ -53,7 +54,7 @@ void NextHopMod::show( int cliSocket, const Gant::String & intfName ) {
       ackSm()->doSetupSocketFileDescriptor( ackSocketBind( suffix ) );
       dupSocket( suffix );
    }
-   enqueue( *this, "showNH", arg, false );
+   enqueueAside( *this, "showNH", arg );
    ackSm()->activeMsgCountInc( 1 );
 }
 
@@ -64,7 +65,7 @@ void NextHopMod::setCounterIds( Vex::CounterId misMatchRouterCounter, Vex::Count
    arg->set_bad_nexthop_cmd_counter( badNextHopCmdCounter );
    arg->set_invalid_nexthop_counter( badNextHopIndexCounter );
    arg->set_prepend_fail_counter( prependFailCounter );
-   enqueue( *this, "setCounterIds", arg, false );
+   enqueueAside( *this, "setCounterIds", arg );
 }
 
 const Gant::Ptr< NextHopModUpdateSMacSm > & NextHopMod::updateSMacSmIs( const Gant::Ptr< const Vex::L2Intf > & l2Intf,
@@ -106,13 +107,13 @@ void NhResolve::addNhResolveEntry( const NhrEntryKey & key ) {
    arg->set_nhr_index( nhrEntry( key ) );
    arg->set_ogate( intfIdToOutGate( key.intf() ) );
    arg->set_nhm_index( key.nhLocalIndex() );
-   enqueue( *this, "addNhResolveEntry", arg, true );
+   enqueueChange( *this, "addNhResolveEntry", arg );
 }
 
 void NhResolve::deleteNhResolveEntry( const NhrEntryKey & key ) {
    auto * const arg = newMessage< vex::pb::NhResolveEntryInfoArg >( *this );
    arg->set_nhr_index( nhrEntry( key ) );
-   enqueue( *this, "deleteNhResolveEntry", arg, true );
+   enqueueChange( *this, "deleteNhResolveEntry", arg );
 }
 
 } // namespace VexL3Unicast

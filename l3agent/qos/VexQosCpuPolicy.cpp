@@ -124,7 +124,7 @@ void QosCpuPolicy::applyPolicy() {
    GANT_ASSERT( trapModule );
    auto * const arg = newMessage< vex::pb::PolicyApplyArg >( *trapModule );
    arg->set_policy_id( hwPolicyId() );
-   enqueue( *trapModule, "applyPolicy", arg, true );
+   enqueueChange( *trapModule, "applyPolicy", arg );
 }
 
 } // namespace Vex

@@ -22,7 +22,7 @@ void put( Index & index, const Key & key, AdjSm::Number number, bool present ) {
 } // namespace
 
 struct AdjSm::Impl::GantArp : Arp::Table::Status::Notifiee {
-   explicit GantArp( Impl & impl ) : Notifiee( &impl.sm, impl.args.arpMirel ), impl( impl ) {}
+   explicit GantArp( Impl & impl ) : Notifiee( &impl.sm, impl.args.neighborTable ), impl( impl ) {}
    void onNeighbor( const Arp::NeighborKey & key ) override { impl.handleNeighbor( key ); }
    void onRenotify() override { impl.missed = true; }
    Impl & impl;
@@ -72,7 +72,7 @@ struct AdjSm::Impl::GantReview : AdjReviewEvent::Notifiee {
 };
 
 AdjSm::Impl::Impl( AdjSm & sm, Args given ) :
-     sm( sm ), args( std::move( given ) ), neighbors{ args.hulL3Status, args.arpMirel, args.allIntfStatusDir },
+     sm( sm ), args( std::move( given ) ), neighbors{ args.hulL3Status, args.neighborTable, args.allIntfStatusDir },
      arpReactor( std::make_unique< GantArp >( *this ) ), l3Reactor( std::make_unique< GantL3Status >( *this ) ),
      intfReactor( std::make_unique< GantIntfs >( *this ) ), tunnelReactor( std::make_unique< GantTunnels >( *this ) ),
      pathReactor( std::make_unique< GantPaths >( *this ) ), vrfReactor( std::make_unique< GantVrfs >( *this ) ),

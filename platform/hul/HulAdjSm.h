@@ -56,7 +56,7 @@ class AdjSm : public Gant::StateMachine {
    struct Args {
       Gant::Ptr< L3Status > hulL3Status{};
       Gant::Ptr< L2AdjHelper > hulL2AdjHelper{};
-      Gant::Ptr< const Arp::Table::Status > arpMirel{};
+      Gant::Ptr< const Arp::Table::Status > neighborTable{};
       Gant::Ptr< const Interface::AllIntfStatusDir > allIntfStatusDir{};
       Gant::Ptr< RoutePathSm > routePathSm{};
       Gant::Ptr< VrfSm > vrfSm{};

@@ -9,7 +9,7 @@ namespace Hul {
 
 struct Neighbors {
    Gant::Ptr< const L3Status > hulL3Status;
-   Gant::Ptr< const Arp::Table::Status > arpMirel;
+   Gant::Ptr< const Arp::Table::Status > neighborTable;
    Gant::Ptr< const Interface::AllIntfStatusDir > allIntfStatusDir;
 
    // The helper knows the interface, it routes the family, and it is up.
@@ -20,7 +20,7 @@ struct Neighbors {
    }
    // Zero while the neighbour is not resolved, or cannot be reached.
    Kynet::EthAddr mac( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr, Kynet::AddressFamily af ) const {
-      return usable( intfId, af ) ? arpMirel->neighbor( Arp::NeighborKey( intfId, addr ) ) : Kynet::EthAddr();
+      return usable( intfId, af ) ? neighborTable->neighbor( Arp::NeighborKey( intfId, addr ) ) : Kynet::EthAddr();
    }
 };
 

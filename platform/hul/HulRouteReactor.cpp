@@ -22,7 +22,7 @@ struct AddrResolverSm::GantPaths : RoutePathSm::Notifiee {
 };
 
 struct AddrResolverSm::GantArp : Arp::Table::Status::Notifiee {
-   explicit GantArp( AddrResolverSm * owner ) : Notifiee( owner, owner->args_.arpMirel ), owner( owner ) {}
+   explicit GantArp( AddrResolverSm * owner ) : Notifiee( owner, owner->args_.neighborTable ), owner( owner ) {}
    void onNeighbor( const Arp::NeighborKey & key ) override { owner->reviewOver( key.intfId() ); }
    void onRenotify() override { owner->reviewAll(); }
    AddrResolverSm * owner;
@@ -76,7 +76,7 @@ void AddrResolverSm::review( const VrfAndIpAddr & addr ) {
       return;
    }
    if ( followed_.insert( addr ).second ) args_.routePathSm->follow( addr );
-   const Neighbors neighbors{ args_.hulL3Status, args_.arpMirel, args_.allIntfStatusDir };
+   const Neighbors neighbors{ args_.hulL3Status, args_.neighborTable, args_.allIntfStatusDir };
    for ( const auto & path : args_.routePathSm->paths( addr ) ) {
       const auto mac = neighbors.mac( path.intfId, path.hop, Kynet::AddressFamily::ipv4() );
       if ( !mac ) continue;

@@ -59,7 +59,7 @@ class AddrResolverSm : public Gant::StateMachine {
    struct Args {
       Gant::Ptr< RouteReactorConfig > hulRouteReactorConfig{};
       Gant::Ptr< const L3Status > hulL3Status{};
-      Gant::Ptr< const Arp::Table::Status > arpMirel{};
+      Gant::Ptr< const Arp::Table::Status > neighborTable{};
       Gant::Ptr< const Interface::AllIntfStatusDir > allIntfStatusDir{};
       Gant::Ptr< RoutePathSm > routePathSm{};
    };

@@ -20,11 +20,11 @@ U16 KyAclDb::freeAclIdDeq() {
 
 void KyAclDb::freeAclIdEnq( U16 id ) { freeAclIds_.push_back( id ); }
 
-void KyAclDb::createAcl( Message * message ) { enqueue( *this, "createAcl", message, true ); }
+void KyAclDb::createAcl( Message * message ) { enqueueChange( *this, "createAcl", message ); }
 
 void KyAclDb::destroyAcl( U16 id ) { destroy( "destroyAcl", id, AclTarget::security ); }
 
-void KyAclDb::createPolicy( Message * message ) { enqueue( *this, "createPolicy", message, true ); }
+void KyAclDb::createPolicy( Message * message ) { enqueueChange( *this, "createPolicy", message ); }
 
 void KyAclDb::destroyPolicy( U16 id ) { destroy( "destroyPolicy", id, AclTarget::qos ); }
 
@@ -32,7 +32,7 @@ void KyAclDb::destroy( const char * action, U16 id, AclTarget target ) {
    auto * const arg = newMessage< vex::pb::KyIpAclArg >( *this );
    arg->set_acl_id( id );
    arg->set_acl_target( static_cast< U32 >( target ) );
-   enqueue( *this, action, arg, true );
+   enqueueChange( *this, action, arg );
 }
 
 } // namespace Vex

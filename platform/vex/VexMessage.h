@@ -15,10 +15,13 @@ Message * newMessage( const Module & module ) {
    return google::protobuf::Arena::CreateMessage< Message >( &module.moduleConfig()->arena() );
 }
 
-// Queues a command of the module.
-inline void enqueue( const Module & module, std::string_view action, google::protobuf::Message * message,
-                     bool changesForwarding ) {
-   module.moduleConfig()->cmdBatchEnq( moduleCmdFactory( module.name(), action, message, changesForwarding ) );
+// Queues a command of the module that changes what becomes of packets.
+inline void enqueueChange( const Module & module, std::string_view action, google::protobuf::Message * message ) {
+   module.moduleConfig()->cmdBatchEnq( moduleCmdFactory( module.name(), action, message, true ) );
+}
+// Queues one that does not: a show, or the assignment of counters.
+inline void enqueueAside( const Module & module, std::string_view action, google::protobuf::Message * message ) {
+   module.moduleConfig()->cmdBatchEnq( moduleCmdFactory( module.name(), action, message, false ) );
 }
 
 inline std::string_view bytesOf( const Kynet::EthAddr & macAddr ) {

@@ -14,7 +14,7 @@ void PolicyQos::applyServicePolicy( U32 policyId, U32 policyVersion ) {
    policyVersionIs( policyVersion );
    auto * const arg = newMessage< vex::pb::PolicyApplyArg >( *this );
    arg->set_policy_id( policyId );
-   enqueue( *this, "applyServicePolicy", arg, true );
+   enqueueChange( *this, "applyServicePolicy", arg );
 }
 
 } // namespace Vex

@@ -43,13 +43,13 @@ EtherClassifyModule::EtherClassifyModule( Kynet::IntfId intfId, const Kynet::Eth
 void EtherClassifyModule::setVrf( U32 vrf ) {
    auto * const arg = newMessage< vex::pb::VrfArg >( *this );
    arg->set_vrf( vrf );
-   enqueue( *this, "setVrf", arg, true );
+   enqueueChange( *this, "setVrf", arg );
 }
 
 void EtherClassifyModule::sendMac( const char * action, const Kynet::EthAddr & macAddr ) {
    auto * const arg = newMessage< vex::pb::EthernetConfigArg >( *this );
    arg->set_mac_addr( std::string( bytesOf( macAddr ) ) );
-   enqueue( *this, action, arg, true );
+   enqueueChange( *this, action, arg );
 }
 
 void EtherClassifyModule::setMacAddr( const Kynet::EthAddr & macAddr ) { sendMac( "setMacAddr", macAddr ); }
@@ -60,13 +60,13 @@ void EtherClassifyModule::setEtherTypeGate( U16 etherType, GateId gate ) {
    auto * const arg = newMessage< vex::pb::EtherTypeGateArg >( *this );
    arg->set_ether_type( etherType );
    arg->set_ogate( gate );
-   enqueue( *this, "setEtherTypeGate", arg, true );
+   enqueueChange( *this, "setEtherTypeGate", arg );
 }
 
 void EtherClassifyModule::clearEtherTypeGate( U16 etherType ) {
    auto * const arg = newMessage< vex::pb::EtherTypeGateArg >( *this );
    arg->set_ether_type( etherType );
-   enqueue( *this, "clearEtherTypeGate", arg, true );
+   enqueueChange( *this, "clearEtherTypeGate", arg );
 }
 
 } // namespace Vex

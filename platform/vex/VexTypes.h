@@ -16,8 +16,8 @@ class CounterId {
 };
 
 // What a counter counts, and in which unit.
-enum class CounterType : U8 { unknown = 0, packets = 1 };
-enum class CounterUnit : U8 { unknown = 0, count = 1 };
+enum class CounterType : U8 { packets = 1 };
+enum class CounterUnit : U8 { count = 1 };
 
 inline constexpr U16 etherTypeIpv4 = 2048;
 inline constexpr U16 etherTypeIpv6 = 34525;

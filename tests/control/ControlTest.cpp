@@ -61,7 +61,7 @@ class Control : public testing::Test {
       EXPECT_EQ( client.ask( { { "command", "many" }, { "rows", 2 } } ).size(), 3u );
    }
 
-   class NoRouter : public Router {
+   class NoDaemon : public DaemonControl {
     public:
       RouterState & state() override { throw std::logic_error( "no command asks for it" ); }
       Gant::Ptr< VexL3Unicast::AgentSm > agent() const override { return nullptr; }
@@ -74,7 +74,7 @@ class Control : public testing::Test {
 
    ::Test::Directory directory_;
    const std::string path_ = directory_.path( "control" );
-   NoRouter router_;
+   NoDaemon router_;
    ControlServer::Limits limits_;
    std::function< void() > wake_;
    std::unique_ptr< ControlServer > server_;

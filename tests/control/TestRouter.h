@@ -2,7 +2,7 @@
 // the command socket what the daemon is.
 #pragma once
 
-#include "HostRouter.h"
+#include "HostDaemonControl.h"
 #include "MirelFib.h"
 #include "QuorlEntityManager.h"
 #include "StateArp.h"
@@ -45,7 +45,7 @@ class DataPlane {
 // Runs the loop until it is so. A test in which that never comes fails here.
 void runUntil( const std::function< bool() > & isSo );
 
-class TestRouter : public Host::Router {
+class TestRouter : public Host::DaemonControl {
  public:
    TestRouter();
    ~TestRouter() override;

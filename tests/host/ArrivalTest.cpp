@@ -101,7 +101,7 @@ class Rows : public Host::Output {
    Json end = Json::object();
 };
 
-class SessionRouter : public Host::Router {
+class SessionRouter : public Host::DaemonControl {
  public:
    SessionRouter() {
       supervisor_.start();

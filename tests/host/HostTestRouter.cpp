@@ -61,7 +61,7 @@ std::string HostedState::change( const std::string & text ) {
    return result.message;
 }
 
-Lines HostedState::routes( const std::string & source ) const {
+Lines HostedState::routes( const std::string & teller ) const {
    Lines lines;
    const auto & fib = *state.tree().fib;
    for ( U32 slot = 0; slot < fib.slots(); ++slot ) {
@@ -75,8 +75,8 @@ Lines HostedState::routes( const std::string & source ) const {
          if ( !!via.intfId() ) line += ( via.hopHas() ? "%" : " " ) + via.intfId().stringValue();
          if ( via.weight() != 1 ) line += "*" + std::to_string( via.weight() );
       }
-      const auto by = Host::sourceOf( route ).stringValue();
-      if ( source.empty() || by == source ) lines.push_back( line + " (" + by + ")" );
+      const auto by = Host::tellerOf( route ).stringValue();
+      if ( teller.empty() || by == teller ) lines.push_back( line + " (" + by + ")" );
    }
    std::ranges::sort( lines );
    return lines;

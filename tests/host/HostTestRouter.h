@@ -37,8 +37,8 @@ class HostedState {
    // "add route {prefix: ...}": the refusal, empty when it is done.
    std::string change( const std::string & text );
 
-   // "10.0.1.0/24 attached Ethernet1 (connected)": the routes of all VRFs, sorted. Empty words: of every source.
-   Lines routes( const std::string & source = {} ) const;
+   // "10.0.1.0/24 attached Ethernet1 (connected)": the routes of all VRFs, sorted. Empty words: of every teller.
+   Lines routes( const std::string & teller = {} ) const;
    size_t fecs() { return state.routes4().fecs().fecs(); }
 
    Host::RouterState state;

@@ -155,7 +155,7 @@ TEST( HostRouteFile, whatItHasNoMoreGoesAndTheOthersStayWhereTheyAre ) {
    const auto after = router.routes( "routeFile" );
    ASSERT_EQ( after.size(), 100u );
    EXPECT_TRUE( std::ranges::includes( before, after ) );
-   EXPECT_EQ( router.state.routes( Host::Source::routeFile() ), 100u );
+   EXPECT_EQ( router.state.routes( Host::Teller::routeFile() ), 100u );
    router.change( "del route {prefix: 20.0.1.0/24}" );
    router.routeFile( "" );
    EXPECT_EQ( router.routes( "routeFile" ), Lines{} );

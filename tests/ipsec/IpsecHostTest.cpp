@@ -29,11 +29,11 @@ class IpsecHost : public testing::Test {
                                          ", mode: ipsec, source: 192.0.2.1, destination: 198.51.100.9}" ),
                     "" );
    }
-   std::string tell( const char * kind, const std::string & text, Source source = Source::description() ) {
+   std::string tell( const char * kind, const std::string & text, Teller teller = Teller::description() ) {
       const Entry entry( YAML::Load( text ) );
       const auto * const section = sectionOfKind( kind );
       try {
-         return section->replace( state, entry, source ).message;
+         return section->replace( state, entry, teller ).message;
       } catch ( const EntryError & error ) {
          return error.what();
       }
@@ -121,7 +121,7 @@ TEST_F( IpsecHost, whatAConnectionLeansOnStays ) {
    EXPECT_EQ( state.intfDel( Kynet::IntfId::fromString( "Tunnel1" ).value() ).message,
               "interface Tunnel1: IPsec connection site-b has it" );
    EXPECT_EQ( state.vrfDel( L3::VrfName( "red" ) ).message, "VRF red: IPsec connection site-b is in it" );
-   EXPECT_EQ( tell( "tunnel", "{name: Tunnel1, source: 192.0.2.1, destination: 198.51.100.9}", Source::command() ),
+   EXPECT_EQ( tell( "tunnel", "{name: Tunnel1, source: 192.0.2.1, destination: 198.51.100.9}", Teller::command() ),
               "interface Tunnel1: IPsec connection site-b has it, and its mode stays" );
    EXPECT_EQ( state.ipsecDel( "site-b" ).message, "" );
    EXPECT_EQ( state.intfDel( Kynet::IntfId::fromString( "Tunnel1" ).value() ).message, "" );

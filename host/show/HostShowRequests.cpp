@@ -11,7 +11,7 @@ namespace Host {
 namespace {
 
 std::unique_ptr< Answer > errors( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    return atOnce( [ session ]( Output & out ) {
       const auto channel = session.channel();
       const auto now = Gant::activityManager()->now();
@@ -31,7 +31,7 @@ std::unique_ptr< Answer > errors( const Asked & asked ) {
 }
 
 std::unique_ptr< Answer > queue( const Asked & asked ) {
-   const AgentView session( asked.router );
+   const AgentView session( asked.daemon );
    const auto most = std::min< U64 >( asked.question.number( "most", 100 ), 10000 );
    return atOnce( [ session, most ]( Output & out ) {
       const auto channel = session.channel();
@@ -52,7 +52,7 @@ std::unique_ptr< Answer > queue( const Asked & asked ) {
 
 } // namespace
 
-Commands channelShows() {
+Commands requestShows() {
    return { { "show errors", {}, errors }, { "show queue", { { "most", Parameter::Kind::number } }, queue } };
 }
 

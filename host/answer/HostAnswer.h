@@ -2,7 +2,7 @@
 // out in rows, a slice at a time, so that a million rows neither stand in memory nor hold the loop.
 #pragma once
 
-#include "HostRouter.h"
+#include "HostDaemonControl.h"
 
 #include <functional>
 #include <memory>
@@ -81,7 +81,7 @@ class Question {
 
 // What an answer is made from.
 struct Asked {
-   Router & router;
+   DaemonControl & daemon;
    const Question & question;
    // Has a waiting answer called again. May be called, on the loop, as long as the answer is there.
    std::function< void() > wake;

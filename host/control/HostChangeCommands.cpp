@@ -1,6 +1,4 @@
-// add, replace, del, reload: what the router is told.
-
-#include "HostShows.h"
+#include "HostChangeCommands.h"
 
 namespace Host {
 
@@ -22,7 +20,7 @@ Command change( const char * name, ChangeOp op ) {
    return { name,
             { { "kind", Parameter::Kind::text, true }, { "entry", Parameter::Kind::text, true } },
             [ op ]( const Asked & asked ) {
-               return done( asked.router.change( op, asked.question.text( "kind" ), asked.question.text( "entry" ) ) );
+               return done( asked.daemon.change( op, asked.question.text( "kind" ), asked.question.text( "entry" ) ) );
             } };
 }
 
@@ -32,7 +30,7 @@ Commands changeCommands() {
    return { change( "add", ChangeOp::add ),
             change( "replace", ChangeOp::replace ),
             change( "del", ChangeOp::del ),
-            { "reload", {}, []( const Asked & asked ) { return done( asked.router.reload() ); } } };
+            { "reload", {}, []( const Asked & asked ) { return done( asked.daemon.reload() ); } } };
 }
 
 } // namespace Host

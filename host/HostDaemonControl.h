@@ -45,9 +45,9 @@ struct DaemonStatus {
    unsigned sourceErrors = 0; // wrong lines and keys of the present sources
 };
 
-class Router {
+class DaemonControl {
  public:
-   virtual ~Router() = default;
+   virtual ~DaemonControl() = default;
 
    // Everything the router was told. Always there.
    virtual RouterState & state() = 0;

@@ -7,14 +7,14 @@ namespace Host {
 
 namespace {
 
-class RouterSection : public Section {
+class RouterMacSection : public Section {
  public:
    const char * name() const override { return "router"; }
    const char * kind() const override { return "router"; }
    std::string key( const Entry & ) const override { return "router"; }
    bool has( const RouterState & state, const Entry & ) const override { return !!state.intfBook().routerMac(); }
 
-   ChangeResult replace( RouterState & state, const Entry & entry, Source source ) const override {
+   ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       entry.only( { "mac", "bridge-mac" } );
       const auto mac = entry.value< Kynet::EthAddr >( "mac", "a MAC address", {} );
       const auto bridgeMac = entry.value< Kynet::EthAddr >( "bridge-mac", "a MAC address", mac );
@@ -22,21 +22,21 @@ class RouterSection : public Section {
          entry.at( "bridge-mac" )
               .fail( "bridge-mac " + bridgeMac.stringValue() + " is not the router's own MAC" +
                      ( !mac ? ", of which there is none" : ", " + mac.stringValue() ) );
-      return state.routerMacIs( mac, source );
+      return state.routerMacIs( mac, teller );
    }
    ChangeResult del( RouterState & state, const Entry & ) const override {
       return !state.intfBook().routerMac() ? notFound( "router: there is no MAC" )
-                                           : state.routerMacIs( {}, Source::none() );
+                                           : state.routerMacIs( {}, Teller::none() );
    }
-   std::vector< ChangeResult > delOthers( RouterState & state, Source source,
+   std::vector< ChangeResult > delOthers( RouterState & state, Teller teller,
                                           const std::set< std::string > & keys ) const override {
-      if ( keys.empty() && state.intfBook().routerMacSource() == source ) state.routerMacIs( {}, Source::none() );
+      if ( keys.empty() && state.intfBook().routerMacTeller() == teller ) state.routerMacIs( {}, Teller::none() );
       return {};
    }
 };
 
 } // namespace
 
-std::unique_ptr< const Section > routerSection() { return std::make_unique< RouterSection >(); }
+std::unique_ptr< const Section > routerMacSection() { return std::make_unique< RouterMacSection >(); }
 
 } // namespace Host
