@@ -180,30 +180,32 @@ Json named( const std::vector< std::string > & given, const Keywords & keywords 
    return entry;
 }
 
-constexpr auto number = Keyword::Form::number;
-constexpr auto list = Keyword::Form::list;
-
 Json interface( const std::vector< std::string > & given ) {
    static const Keywords keywords{ { "vrf", { "vrf" } },
-                                   { "address", { "addresses", list } },
-                                   { "mtu", { "mtu", number } },
-                                   { "mss", { "mss", number } },
+                                   { "address", { "addresses", Keyword::Form::list } },
+                                   { "mtu", { "mtu", Keyword::Form::number } },
+                                   { "mss", { "mss", Keyword::Form::number } },
                                    { "mac", { "mac" } } };
    return named( given, keywords );
 }
 
 Json tunnel( const std::vector< std::string > & given ) {
-   static const Keywords keywords{ { "vrf", { "vrf" } },           { "address", { "addresses", list } },
-                                   { "mtu", { "mtu", number } },   { "mss", { "mss", number } },
-                                   { "mode", { "mode" } },         { "source", { "source" } },
-                                   { "key", { "key", number } },   { "destination", { "destination" } },
-                                   { "underlay", { "underlay" } }, { "ttl", { "ttl", number } },
-                                   { "tos", { "tos", number } } };
+   static const Keywords keywords{ { "vrf", { "vrf" } },
+                                   { "address", { "addresses", Keyword::Form::list } },
+                                   { "mtu", { "mtu", Keyword::Form::number } },
+                                   { "mss", { "mss", Keyword::Form::number } },
+                                   { "mode", { "mode" } },
+                                   { "source", { "source" } },
+                                   { "key", { "key", Keyword::Form::number } },
+                                   { "destination", { "destination" } },
+                                   { "underlay", { "underlay" } },
+                                   { "ttl", { "ttl", Keyword::Form::number } },
+                                   { "tos", { "tos", Keyword::Form::number } } };
    return named( given, keywords );
 }
 
 Json vrf( const std::vector< std::string > & given ) {
-   static const Keywords keywords{ { "id", { "id", number } } };
+   static const Keywords keywords{ { "id", { "id", Keyword::Form::number } } };
    return named( given, keywords );
 }
 

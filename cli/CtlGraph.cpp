@@ -6,11 +6,6 @@ namespace Ctl {
 
 namespace {
 
-std::string member( const Json & row, const char * name ) {
-   const auto at = row.find( name );
-   return at == row.end() ? std::string() : inWords( *at );
-}
-
 // A text of Graphviz.
 std::string quoted( const std::string & text ) {
    return Json( text ).dump( -1, ' ', true, Json::error_handler_t::replace );

@@ -8,11 +8,6 @@ namespace Ctl {
 
 namespace {
 
-std::string member( const Json & object, const char * name ) {
-   const auto at = object.find( name );
-   return at == object.end() ? std::string() : inWords( *at );
-}
-
 std::uint64_t numberOf( const Json & object, const char * name ) {
    const auto at = object.find( name );
    return at == object.end() || !at->is_number() ? 0 : at->get< std::uint64_t >();

@@ -12,6 +12,11 @@ std::string inWords( const Json & value ) {
    return value.dump( -1, ' ', false, Json::error_handler_t::replace );
 }
 
+std::string member( const Json & object, const char * name ) {
+   const auto at = object.find( name );
+   return at == object.end() ? std::string() : inWords( *at );
+}
+
 namespace {
 
 const Json & memberOf( const Json & row, const std::string & member ) {

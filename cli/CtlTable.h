@@ -23,6 +23,9 @@ using Columns = std::vector< Column >;
 
 // The member of a row as it stands: numbers and texts, "yes" and "no", lists one to a line; nothing when it is missing.
 std::string inWords( const Json & value );
+
+// The member `name` of an object in words; empty where it has none.
+std::string member( const Json & object, const char * name );
 Column text( std::string title, std::string member );
 Column number( std::string title, std::string member );
 // `inWords` of the member, by a function of its own.

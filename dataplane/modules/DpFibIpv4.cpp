@@ -13,7 +13,7 @@ using namespace vex::pb;
 
 namespace {
 
-using CounterArg = FibIpv4CounterIdArg;
+using FibCounter = FibIpv4CounterIdArg;
 
 template < class Length >
 Outcome prefixFrom( std::uint32_t addr, Length len, Ipv4Prefix & prefix ) {
@@ -174,15 +174,15 @@ Fate FibIpv4::process( Packet & packet, Context & context ) {
    const auto vrf = packet.meta.vrf;
    const auto * routes = table( vrf );
    if ( routes == nullptr )
-      return context.drop( counters_[ CounterArg::kNoRouteCounterFieldNumber ], "there is no VRF {}", vrf );
+      return context.drop( counters_[ FibCounter::kNoRouteCounterFieldNumber ], "there is no VRF {}", vrf );
    const auto route = routes->lookup( header->dst() );
    if ( !route )
-      return context.drop( counters_[ CounterArg::kNoRouteCounterFieldNumber ], "no route to {} in VRF {}",
+      return context.drop( counters_[ FibCounter::kNoRouteCounterFieldNumber ], "no route to {} in VRF {}",
                            header->dst(), vrf );
    context.note( "longest match {} -> FEC {}", route->prefix, route->value );
    const auto * members = fec( route->value );
    if ( members == nullptr )
-      return context.drop( counters_[ CounterArg::kNoFecCounterFieldNumber ], "there is no FEC {}", route->value );
+      return context.drop( counters_[ FibCounter::kNoFecCounterFieldNumber ], "there is no FEC {}", route->value );
    return forwardBy( *members, route->value, Flow::of( *header, packet ).hash(), packet, context );
 }
 

@@ -6,7 +6,7 @@
 
 namespace Vexdp {
 
-using CounterArg = vex::pb::ForUsClassifyIpv4CounterIdArg;
+using ForUsCounter = vex::pb::ForUsClassifyIpv4CounterIdArg;
 
 const ModuleClass & ForUsClassifyIpv4::moduleClass() {
    static const ModuleClass self = describe< ForUsClassifyIpv4, bess::pb::EmptyArg >(
@@ -17,7 +17,7 @@ const ModuleClass & ForUsClassifyIpv4::moduleClass() {
 
 Fate ForUsClassifyIpv4::process( Packet & packet, Context & context ) {
    if ( !Ipv4Header::of( packet ) )
-      return context.drop( counters_[ CounterArg::kUnknownPktCounterFieldNumber ], "not an IPv4 packet" );
+      return context.drop( counters_[ ForUsCounter::kUnknownPktCounterFieldNumber ], "not an IPv4 packet" );
    return context.punt( "to the router itself" );
 }
 

@@ -12,7 +12,7 @@ using namespace vex::pb;
 
 namespace {
 
-constexpr GateId kOut = 1;
+constexpr GateId kGreOut = 1;
 constexpr std::uint16_t kKeyPresent = 0x2000;
 
 Ipv4Addr sourceOf( const Ip4GreTunArg & init ) { return { init.ip_encap_arg().tun_src_ip() }; }
@@ -65,7 +65,7 @@ Fate Ip4GreTun::process( Packet & packet, Context & context ) {
    if ( !encapsulate( packet, without ) ) return context.drop( kNoCounter, "no room for the tunnel's headers" );
    context.note( "TTL {}, GRE from {} to {}, key {}, outer TTL {}", within, sourceOf( init_ ), destinationOf( init_ ),
                  init_.gre_key(), without );
-   return context.forward( kOut );
+   return context.forward( kGreOut );
 }
 
 std::uint8_t Ip4GreTun::outerTtl( std::uint8_t inner ) const {

@@ -6,7 +6,7 @@
 namespace Vexdp {
 
 namespace {
-constexpr GateId kOut = 1;
+constexpr GateId kIpsecTunOut = 1;
 }
 
 const ModuleClass & Ip4IpsecTun::moduleClass() {
@@ -21,7 +21,7 @@ Ip4IpsecTun::Ip4IpsecTun( Identity identity, const vex::pb::Ip4IpsecTunArg & ini
 Fate Ip4IpsecTun::process( Packet & packet, Context & context ) {
    if ( cpIngress_ ) packet.meta.own = true;
    context.note( "IPsec tunnel {}, passed on", tunId_ );
-   return context.forward( kOut );
+   return context.forward( kIpsecTunOut );
 }
 
 std::string Ip4IpsecTun::desc() const { return fmt::format( "tunnel {}", tunId_ ); }

@@ -10,8 +10,8 @@ namespace Vexdp {
 using namespace vex::pb;
 
 namespace {
-using CounterArg = IpInputCounterIdArg;
-constexpr GateId kOut = 1;
+using InputCounter = IpInputCounterIdArg;
+constexpr GateId kInputOut = 1;
 } // namespace
 
 const ModuleClass & IpInput::moduleClass() {
@@ -29,17 +29,17 @@ IpInput::IpInput( Identity identity, const IpInputArg & init ) : Module( std::mo
 }
 
 Fate IpInput::process( Packet & packet, Context & context ) {
-   const auto badLen = counters_[ CounterArg::kBadIpLenCounterFieldNumber ];
+   const auto badLen = counters_[ InputCounter::kBadIpLenCounterFieldNumber ];
    const auto header = Ipv4Header::of( packet );
    if ( !header ) return context.drop( badLen, "not an IPv4 header" );
    if ( header->totalLen() < header->headerLen() || header->totalLen() > packet.size() )
       return context.drop( badLen, "total length {} in {} bytes", header->totalLen(), packet.size() );
    if ( !header->checksumGood() )
-      return context.drop( counters_[ CounterArg::kBadIpChecksumCounterFieldNumber ], "bad header checksum" );
+      return context.drop( counters_[ InputCounter::kBadIpChecksumCounterFieldNumber ], "bad header checksum" );
    packet.trim( header->totalLen() );
    context.note( "header is good" );
    clamp_.apply( *header, packet, context );
-   return context.forward( kOut );
+   return context.forward( kInputOut );
 }
 
 CommandSource IpInput::commands() const {

@@ -13,8 +13,8 @@ using namespace vex::pb;
 
 namespace {
 
-using CounterArg = IpOutputCounterIdArg;
-constexpr GateId kOut = 1;
+using OutputCounter = IpOutputCounterIdArg;
+constexpr GateId kOutputOut = 1;
 
 Outcome requireMtu( std::uint32_t mtu ) {
    if ( mtu == 0 || mtu >= IpOutput::kMinMtu ) return {};
@@ -67,18 +67,18 @@ Fate IpOutput::process( Packet & packet, Context & context ) {
    clamp_.apply( *header, packet, context );
    if ( mtu_ == 0 || packet.size() <= mtu_ ) {
       context.note( "{} bytes fit", packet.size() );
-      return context.forward( kOut );
+      return context.forward( kOutputOut );
    }
    if ( header->dontFragment() )
       return context.punt( "{} bytes exceed the MTU of {}, and DF is set", packet.size(), mtu_ );
    auto fragments = fragmented( packet, mtu_ );
    if ( fragments.empty() )
-      return context.drop( counters_[ CounterArg::kFailedFragCounterFieldNumber ], "{} bytes can't be fragmented to {}",
-                           packet.size(), mtu_ );
+      return context.drop( counters_[ OutputCounter::kFailedFragCounterFieldNumber ],
+                           "{} bytes can't be fragmented to {}", packet.size(), mtu_ );
    context.note( "{} bytes in {} fragments for the MTU of {}", packet.size(), fragments.size(), mtu_ );
    packet = std::move( fragments.front() );
-   for ( std::size_t i = 1; i < fragments.size(); ++i ) context.also( std::move( fragments[ i ] ), kOut );
-   return context.forward( kOut );
+   for ( std::size_t i = 1; i < fragments.size(); ++i ) context.also( std::move( fragments[ i ] ), kOutputOut );
+   return context.forward( kOutputOut );
 }
 
 CommandSource IpOutput::commands() const {

@@ -9,7 +9,7 @@ namespace Vexdp {
 
 namespace {
 
-constexpr GateId kOut = 0;
+constexpr GateId kDecrypted = 0;
 
 // Null when there is none for such packets.
 IpsecSa * inboundOf( const Graph & graph, const EspId & id ) {
@@ -27,7 +27,7 @@ Fate open( IpsecSa * sa, const EspId & id, Packet & packet, Context & context ) 
    packet.meta.ttlDone = false;
    packet.meta.own = false;
    context.note( "SA {:#010x}, {} mode, {}", id.spi, sa->tunnelMode() ? "tunnel" : "transport", sa->desc() );
-   return context.forward( kOut );
+   return context.forward( kDecrypted );
 }
 
 } // namespace
@@ -56,7 +56,7 @@ Fate IpsecDecrypt::process( Packet & packet, Context & context ) {
       if ( sa != nullptr || !id->udpPort ) return open( sa, *id, packet, context );
    }
    context.note( "it holds no ESP" );
-   return context.forward( kOut );
+   return context.forward( kDecrypted );
 }
 
 } // namespace Vexdp

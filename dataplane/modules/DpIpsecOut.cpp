@@ -11,7 +11,7 @@ using vex::pb::IpsecTunnelEgressArg;
 
 namespace {
 
-constexpr GateId kOut = 0;
+constexpr GateId kEncrypted = 0;
 
 Fate seal( IpsecSa & sa, Packet & packet, Context & context ) {
    const auto sequence = sa.sequence + 1;
@@ -20,7 +20,7 @@ Fate seal( IpsecSa & sa, Packet & packet, Context & context ) {
    context.note( "SA {:#010x}, {} mode, {}", sa.spi(), sa.tunnelMode() ? "tunnel" : "transport", sa.desc() );
    context.note( "{} from {} to {}, sequence {}", sa.udp() ? "ESP in UDP" : "ESP", Ipv4Header::of( packet )->src(),
                  Ipv4Header::of( packet )->dst(), sequence );
-   return context.forward( kOut );
+   return context.forward( kEncrypted );
 }
 
 } // namespace
@@ -69,7 +69,7 @@ Fate IpsecEncrypt::process( Packet & packet, Context & context ) {
    auto * sa = management == nullptr ? nullptr : management->outboundTransport( header->src(), header->dst() );
    if ( sa != nullptr ) return seal( *sa, packet, context );
    context.note( "no SA from {} to {}", header->src(), header->dst() );
-   return context.forward( kOut );
+   return context.forward( kEncrypted );
 }
 
 } // namespace Vexdp

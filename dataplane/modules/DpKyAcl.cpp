@@ -13,7 +13,7 @@ namespace Vexdp {
 using namespace vex::pb;
 
 namespace {
-constexpr GateId kOut = 1;
+constexpr GateId kPermitted = 1;
 }
 
 const ModuleClass & KyAcl::moduleClass() {
@@ -41,7 +41,7 @@ Fate KyAcl::process( Packet & packet, Context & context ) {
    if ( rule->log ) log( *rule, *header, packet, context );
    if ( !*rule->permit ) return context.drop( kNoCounter, "denied" );
    context.note( "permitted" );
-   return context.forward( kOut );
+   return context.forward( kPermitted );
 }
 
 void KyAcl::log( const Rule & rule, const Ipv4Header & header, const Packet & packet, const Context & context ) {

@@ -13,8 +13,8 @@ namespace Vexdp {
 using namespace vex::pb;
 
 namespace {
-using CounterArg = NextHopCounterIdArg;
-constexpr GateId kOut = 1;
+using NextHopCounter = NextHopCounterIdArg;
+constexpr GateId kFramed = 1;
 } // namespace
 
 const ModuleClass & NextHop::moduleClass() {
@@ -106,32 +106,33 @@ Fate NextHop::process( Packet & packet, Context & context ) {
    const auto index = packet.meta.nhIndex;
    const auto * nh = entry( index );
    if ( nh == nullptr )
-      return context.drop( counters_[ CounterArg::kInvalidNexthopCounterFieldNumber ], "there is no next hop {}",
+      return context.drop( counters_[ NextHopCounter::kInvalidNexthopCounterFieldNumber ], "there is no next hop {}",
                            index );
    switch ( nh->pktCmd ) {
    case vex::next_hop_command::kPunt: return context.punt( "next hop {} is to be punted", index );
    case vex::next_hop_command::kForward: return forwardTo( *nh, packet, context );
    case vex::next_hop_command::kDrop: return context.drop( kNoCounter, "next hop {} is a drop entry", index );
    default:
-      return context.drop( counters_[ CounterArg::kBadNexthopCmdCounterFieldNumber ], "next hop {} has the command {}",
-                           index, nh->pktCmd );
+      return context.drop( counters_[ NextHopCounter::kBadNexthopCmdCounterFieldNumber ],
+                           "next hop {} has the command {}", index, nh->pktCmd );
    }
 }
 
 Fate NextHop::forwardTo( const Entry & entry, Packet & packet, Context & context ) {
    if ( !entry.mac )
-      return context.drop( counters_[ CounterArg::kInvalidNexthopCounterFieldNumber ], "next hop {} has no MAC",
+      return context.drop( counters_[ NextHopCounter::kInvalidNexthopCounterFieldNumber ], "next hop {} has no MAC",
                            packet.meta.nhIndex );
    if ( !srcMac_ )
-      return context.drop( counters_[ CounterArg::kMismatchRouterMacCounterFieldNumber ], "no source MAC is set" );
+      return context.drop( counters_[ NextHopCounter::kMismatchRouterMacCounterFieldNumber ], "no source MAC is set" );
    auto header = Ipv4Header::of( packet );
    if ( !header ) return context.drop( kNoCounter, "not an IPv4 packet" );
    if ( !takeHop( *header, packet ) ) return context.punt( "the TTL expired" );
    context.note( "TTL {}", header->ttl() );
    if ( !prependEthernet( packet, *entry.mac, *srcMac_, kEtherTypeIpv4 ) )
-      return context.drop( counters_[ CounterArg::kPrependFailCounterFieldNumber ], "no room for an Ethernet header" );
+      return context.drop( counters_[ NextHopCounter::kPrependFailCounterFieldNumber ],
+                           "no room for an Ethernet header" );
    context.note( "next hop {}, from {} to {}", packet.meta.nhIndex, *srcMac_, *entry.mac );
-   return context.forward( kOut );
+   return context.forward( kFramed );
 }
 
 CommandSource NextHop::commands() const {

@@ -10,7 +10,7 @@ namespace Vexdp {
 using namespace vex::pb;
 
 namespace {
-constexpr GateId kOut = 0;
+constexpr GateId kMarked = 0;
 }
 
 const ModuleClass & PolicyQos::moduleClass() {
@@ -38,7 +38,7 @@ Fate PolicyQos::process( Packet & packet, Context & context ) {
    if ( policy_.table() == nullptr ) context.note( "no QoS policy is applied" );
    const auto * rule = policy_.apply( *header, packet, context );
    if ( rule != nullptr && rule->permit == false ) return context.drop( kNoCounter, "denied" );
-   return context.forward( kOut );
+   return context.forward( kMarked );
 }
 
 std::string PolicyQos::desc() const {

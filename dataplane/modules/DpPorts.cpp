@@ -10,7 +10,7 @@ namespace Vexdp {
 using vex::pb::PortArg;
 
 namespace {
-constexpr GateId kOut = 0;
+constexpr GateId kPortOut = 0;
 }
 
 Outcome Port::check( const PortArg & init ) { return requireFields( { { !init.intfname().empty(), "intfname" } } ); }
@@ -27,7 +27,7 @@ const ModuleClass & PortRx::moduleClass() {
 Fate PortRx::process( Packet & packet, Context & context ) {
    packet.meta.ingressIntf = intfId();
    context.note( "in from {}", intfname() );
-   return context.forward( kOut );
+   return context.forward( kPortOut );
 }
 
 const ModuleClass & PortRxCp::moduleClass() {
@@ -48,7 +48,7 @@ Fate PortRxCp::process( Packet & packet, Context & context ) {
    packet.meta.own = true;
    packet.meta.vrf = vrf_.value_or( 0 );
    context.note( "the router's own, by {}", intfname() );
-   return context.forward( kOut );
+   return context.forward( kPortOut );
 }
 
 CommandSource PortRxCp::commands() const {

@@ -150,7 +150,7 @@ std::string inWords( const ControlPlaneRule & rule ) {
    return words;
 }
 
-MeantTable controlPlane( const AgentView & view ) {
+MeantTable controlPlaneTable( const AgentView & view ) {
    MeantTable table{ AclTarget::cpu, 0, "control-plane policy", {} };
    for ( const auto & rule : controlPlaneRules( view ) ) {
       Acl::IpFilter filter;
@@ -175,7 +175,7 @@ std::vector< MeantTable > meantTables( const AgentView & view ) {
       for ( const auto & [ key, data ] : helper->vexAclDataIterator() ) tables.push_back( meant( view, *data ) );
    if ( const auto & helper = agent->qosAclHelper() )
       for ( const auto & [ key, data ] : helper->qosPolicyIterator() ) tables.push_back( meant( view, *data ) );
-   if ( auto table = controlPlane( view ); !table.rules.empty() ) tables.push_back( std::move( table ) );
+   if ( auto table = controlPlaneTable( view ); !table.rules.empty() ) tables.push_back( std::move( table ) );
    return tables;
 }
 
@@ -187,7 +187,7 @@ std::optional< MeantTable > meantTable( const AgentView & view, AclTarget target
    if ( target == AclTarget::qos && agent->qosAclHelper() )
       for ( const auto & [ key, data ] : agent->qosAclHelper()->qosPolicyIterator() )
          if ( data->hwPolicyId() == id ) return meant( view, *data );
-   if ( target == AclTarget::cpu ) return controlPlane( view );
+   if ( target == AclTarget::cpu ) return controlPlaneTable( view );
    return std::nullopt;
 }
 

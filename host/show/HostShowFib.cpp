@@ -15,14 +15,14 @@ using namespace VexL3Unicast;
 
 namespace {
 
-struct Key {
+struct FibKey {
    U32 vrfId;
    Kynet::Prefix prefix;
-   friend auto operator<=>( const Key &, const Key & ) = default;
+   friend auto operator<=>( const FibKey &, const FibKey & ) = default;
 };
 
 // Nothing, when the agent has no such route in the data plane.
-Json rowOf( const AgentView & session, const Key & key ) {
+Json fibRowOf( const AgentView & session, const FibKey & key ) {
    Json row{ { "vrf", vrfName( session, Hul::VrfId( key.vrfId ) ) }, { "prefix", key.prefix.stringValue() } };
    const auto routeDb = session.routeDb();
    if ( const auto & route = routeDb->route( Hul::VrfAndIpGenPrefix( Hul::VrfId( key.vrfId ), key.prefix ) ) ) {
@@ -59,7 +59,7 @@ class WholeFib : public Answer {
          const auto key = keys_.take();
          if ( key == last_ ) continue; // a route over a built-in one
          last_ = key;
-         if ( const auto row = rowOf( session_, key ); !row.is_null() ) out.row( row );
+         if ( const auto row = fibRowOf( session_, key ); !row.is_null() ) out.row( row );
       }
       return keys_.empty() ? Step::done : Step::more;
    }
@@ -83,10 +83,10 @@ class WholeFib : public Answer {
    static constexpr U32 slotsAtOnce = 16384;
    const AgentView session_;
    std::set< U32 > vrfs_;
-   SortedRuns< Key > keys_;
+   SortedRuns< FibKey > keys_;
    U32 slot_ = 0;
    bool gathered_ = false;
-   std::optional< Key > last_;
+   std::optional< FibKey > last_;
 };
 
 // The longest match, or the prefix itself, among the routes that are in the data plane.
@@ -96,12 +96,12 @@ Json match( const AgentView & session, U32 vrfId, const Target & target ) {
    for ( int len = from; len >= to; --len ) {
       const Kynet::Prefix mask( {}, static_cast< U8 >( len ) );
       const Kynet::Prefix prefix( Kynet::IpAddr( address.value() & mask.mask() ), static_cast< U8 >( len ) );
-      if ( auto row = rowOf( session, { vrfId, prefix } ); !row.is_null() ) return row;
+      if ( auto row = fibRowOf( session, { vrfId, prefix } ); !row.is_null() ) return row;
    }
    return {};
 }
 
-void matches( const AgentView & session, const std::string & vrf, const std::string & text, Output & out ) {
+void fibMatches( const AgentView & session, const std::string & vrf, const std::string & text, Output & out ) {
    const auto target = targetOf( text );
    const bool v4 = target.address.af() == Kynet::AddressFamily::ipv4_;
    bool found = false;
@@ -123,7 +123,7 @@ std::unique_ptr< Answer > fib( const Asked & asked ) {
    if ( asked.question.flag( "dataplane" ) )
       return text.empty() ? fibText( asked, vrf ) : dataPlaneLookup( asked, vrf, text );
    if ( text.empty() ) return std::make_unique< WholeFib >( session, vrfsOf( session, vrf ) );
-   return atOnce( [ session, vrf, text ]( Output & out ) { matches( session, vrf, text, out ); } );
+   return atOnce( [ session, vrf, text ]( Output & out ) { fibMatches( session, vrf, text, out ); } );
 }
 
 } // namespace

@@ -15,7 +15,7 @@ using Ip::Nat::StaticConnection;
 using Ip::Nat::StaticKey;
 
 // What an entry says, by its key fields.
-using Key = std::variant< StaticKey, DynamicKey >;
+using NatKey = std::variant< StaticKey, DynamicKey >;
 
 NatTarget targetOf( const Entry & entry ) {
    if ( !entry.has( "target" ) ) return NatTarget::source();
@@ -55,7 +55,7 @@ std::string aclOf( const Entry & entry ) {
    return entry.has( "acl" ) ? entry.at( "acl" ).text( "the name of an access list" ) : "";
 }
 
-Key keyOf( const Entry & entry ) {
+NatKey keyOf( const Entry & entry ) {
    if ( !entry.has( "vlan" ) )
       return StaticKey( entry.intf( "interface" ), targetOf( entry ), endOf( entry, "original" ), protocolOf( entry ),
                         aclOf( entry ) );

@@ -17,7 +17,7 @@ class Tunnels : public Router {
       state.fec( 1, { via( "Tunnel5", nullptr ) } );
       startUsual();
    }
-   Gant::String fec1() { return text( layer.l3Status->l2AdjList( Hul::L2AdjKey( 0 ) )->via() ); }
+   Gant::String fec1() { return HulTest::text( layer.l3Status->l2AdjList( Hul::L2AdjKey( 0 ) )->via() ); }
 };
 
 TEST_F( Tunnels, aTunnelIsReachedByTheLongestRouteToItsEnd ) {

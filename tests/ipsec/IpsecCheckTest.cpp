@@ -39,7 +39,7 @@ class Scope {
 };
 
 // Of an outbound association with SPI 4096 that is right but for the change.
-struct SaCase {
+struct RefusedSa {
    const char * reason;
    std::function< void( SecurityAssociation & ) > change;
 };
@@ -76,7 +76,7 @@ void encap( SecurityAssociation & sa, U16 type, U16 src, U16 dst ) {
    sa.encapDstPortIs( dst );
 }
 
-const SaCase saCases[] = {
+const RefusedSa refusedSas[] = {
      { "", []( auto & ) {} },
      { "", []( auto & sa ) { gcm( sa, 96 ); } },
      { "", []( auto & sa ) { cipher( sa, "cipher_null", "", 0 ); } },
@@ -116,7 +116,7 @@ const SaCase saCases[] = {
 
 TEST( IpsecCheck, anAssociationThatMakesNoSenseIsRefusedByItsSpi ) {
    const Scope state;
-   for ( const auto & [ reason, change ] : saCases ) {
+   for ( const auto & [ reason, change ] : refusedSas ) {
       auto sa = aesSha1( 4096 );
       change( sa );
       const Gant::String tail = reason;

@@ -112,7 +112,7 @@ TEST( L3Types, recordsDescribeThemselves ) {
    const auto fec = fecFactory( FecKey( 4 ) );
    fec->infoIs( infoOf( { 1 }, 2 ) );
    fec->lpmRouteIs( Hul::VrfAndIpGenPrefix( Hul::VrfId( 0 ), prefix( "10.0.0.0/8" ) ), true );
-   EXPECT_EQ( fec->versionInc( FecVersion( 1 ) ), 1u );
+   EXPECT_EQ( fec->versionInc( VexL3Unicast::FecVersion( 1 ) ), 1u );
    EXPECT_EQ( fec->str(), "4,1,1,2" );
    EXPECT_TRUE( fec->isEcmp() );
    const auto set = Gant::make< FecSet >();
