@@ -9,11 +9,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
+#include <utility>
 
 namespace Vexdp {
 
@@ -27,36 +29,88 @@ constexpr std::size_t kSize = kOffset + std::size_t( kSlots ) * sizeof( std::uin
    throw std::runtime_error( fmt::format( "counter file {}: {}", path, why ) );
 }
 
+// Closes its descriptor.
+class File {
+ public:
+   File( const std::string & path, int flags ) :
+        fd_( open( path.c_str(), flags | O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644 ) ) {}
+   ~File() {
+      if ( fd_ >= 0 ) close( fd_ );
+   }
+   File( File && other ) noexcept : fd_( other.release() ) {}
+   File( const File & ) = delete;
+   File & operator=( const File & ) = delete;
+
+   explicit operator bool() const { return fd_ >= 0; }
+   int get() const { return fd_; }
+   int release() { return std::exchange( fd_, -1 ); }
+   bool lock() const { return flock( fd_, LOCK_EX | LOCK_NB ) == 0; }
+   // Whether that is still its name.
+   bool isAt( const std::string & path ) const {
+      struct stat mine {
+      }, there{};
+      return fstat( fd_, &mine ) == 0 && lstat( path.c_str(), &there ) == 0 && mine.st_dev == there.st_dev &&
+             mine.st_ino == there.st_ino;
+   }
+
+ private:
+   int fd_;
+};
+
+// A table, or what is left of one whose maker died before its header was there.
 bool isCounterTable( int fd ) {
    struct stat status {};
    if ( fstat( fd, &status ) != 0 || !S_ISREG( status.st_mode ) ) return false;
-   if ( status.st_size == 0 ) return true;
-   Header header{};
-   return pread( fd, &header, sizeof( header ), 0 ) == ssize_t( sizeof( header ) ) && header.magic == kMagic;
+   std::array< char, sizeof( Header ) > bytes{};
+   const auto length = pread( fd, bytes.data(), bytes.size(), 0 );
+   if ( length == ssize_t( bytes.size() ) && std::memcmp( bytes.data(), &kMagic, sizeof( kMagic ) ) == 0 ) return true;
+   return length >= 0 && std::size_t( status.st_size ) <= kSize && bytes == std::array< char, sizeof( Header ) >{};
 }
 
-// Removes a table that nobody holds any more.
-void removeLeftOver( const std::string & path ) {
-   const int fd = open( path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK );
-   if ( fd < 0 && errno == ENOENT ) return;
-   if ( fd < 0 ) fail( path, std::strerror( errno ) );
-   const bool table = isCounterTable( fd );
-   const bool held = table && flock( fd, LOCK_EX | LOCK_NB ) != 0;
-   if ( table && !held ) unlink( path.c_str() );
-   close( fd );
-   if ( !table ) fail( path, "exists and is not a counter table" );
-   if ( held ) fail( path, "in use by another process" );
+// REQUIRES: nobody else makes the file meanwhile
+void requireReplaceable( const std::string & path ) {
+   const File file( path, 0 );
+   if ( !file && errno == ENOENT ) return;
+   if ( !file ) fail( path, std::strerror( errno ) );
+   if ( !isCounterTable( file.get() ) ) fail( path, "exists and is not a counter table" );
+   if ( !file.lock() ) fail( path, "in use by another process" );
 }
 
+// The file that becomes the table, held. Whoever holds it is the only one that makes the table; what a dead process
+// left of one is taken over.
+File heldDraft( const std::string & path, const std::string & draft ) {
+   for ( ;; ) {
+      File file( draft, O_CREAT );
+      if ( !file ) fail( path, std::strerror( errno ) );
+      if ( !isCounterTable( file.get() ) ) fail( draft, "exists and is not a counter table" );
+      if ( !file.lock() ) fail( path, "in use by another process" );
+      // Another process may have made it the table, and died, between the opening and the lock.
+      if ( file.isAt( draft ) ) return file;
+   }
+}
+
+// Its pages are there afterwards: a store to a page that the file system has no room for ends the process.
+int written( int fd ) {
+   const Header header{ kMagic, 1, kSlots, kOffset };
+   if ( ftruncate( fd, 0 ) != 0 ) return errno;
+   if ( const int error = posix_fallocate( fd, 0, off_t( kSize ) ) ) return error;
+   return pwrite( fd, &header, sizeof( header ), 0 ) == ssize_t( sizeof( header ) ) ? 0 : errno;
+}
+
+// The file appears whole: it is written aside and renamed, so that a process that is killed on the way leaves nothing
+// that another one stumbles over.
 int makeFile( const std::string & path ) {
-   removeLeftOver( path );
-   const int fd = open( path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644 );
-   if ( fd < 0 ) fail( path, std::strerror( errno ) );
-   if ( flock( fd, LOCK_EX | LOCK_NB ) == 0 && ftruncate( fd, kSize ) == 0 ) return fd;
-   const std::string why = std::strerror( errno );
-   unlink( path.c_str() );
-   close( fd );
-   fail( path, why );
+   const auto draft = path + ".new";
+   auto file = heldDraft( path, draft );
+   try {
+      requireReplaceable( path );
+      if ( const int error = written( file.get() ) ) fail( path, std::strerror( error ) );
+      if ( rename( draft.c_str(), path.c_str() ) != 0 ) fail( path, std::strerror( errno ) );
+   } catch ( ... ) {
+      unlink( draft.c_str() );
+      throw;
+   }
+   return file.release();
 }
 
 void * mapped( int fd ) {
@@ -81,7 +135,6 @@ CounterTable::CounterTable( const std::string & path ) :
       fail( path_, why );
    }
    counts_ = reinterpret_cast< std::uint64_t * >( static_cast< char * >( map_ ) + kOffset );
-   new ( map_ ) Header{ kMagic, 1, kSlots, kOffset };
 }
 
 CounterTable::~CounterTable() {

@@ -14,9 +14,9 @@ class CounterTable {
  public:
    // Counts that nobody else can see.
    CounterTable();
-   // Makes the file, sparse, and holds it; the destructor removes it. A file that a dead process left is replaced, so
-   // that its readers keep what they mapped. Throws std::runtime_error that names the path: it can't be made, another
-   // process holds it, or it is something other than a counter table.
+   // Makes the file, with room for all counts, and holds it; the destructor removes it. It appears whole, out of
+   // `path`.new, and replaces what a dead process left, whose readers keep what they mapped. Throws std::runtime_error
+   // that names the path: it can't be made, another process holds it, or it is something other than a counter table.
    explicit CounterTable( const std::string & path );
    ~CounterTable();
    CounterTable( const CounterTable & ) = delete;

@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,12 +24,13 @@ using Words = std::vector< std::string >;
 // A started vexdp, whose output is kept to the end.
 class Process {
  public:
-   explicit Process( const Words & arguments ) {
+   // With a life, in microseconds, it is killed after it.
+   explicit Process( const Words & arguments, unsigned life = 0 ) {
       int ends[ 2 ];
       EXPECT_EQ( pipe2( ends, O_CLOEXEC ), 0 );
       output_ = ends[ 0 ];
       pid_ = fork();
-      if ( pid_ == 0 ) become( arguments, ends[ 1 ] );
+      if ( pid_ == 0 ) become( arguments, ends[ 1 ], life );
       close( ends[ 1 ] );
    }
    ~Process() {
@@ -40,9 +42,10 @@ class Process {
    }
 
    // Replaces this process, with `output` for its standard streams.
-   [[noreturn]] static void become( const Words & arguments, int output ) {
-      // One that doesn't end is ended.
-      alarm( 60 );
+   [[noreturn]] static void become( const Words & arguments, int output, unsigned life = 0 ) {
+      // One that doesn't end is ended. The timer outlives execv, and its signal kills.
+      const itimerval timer{ {}, { life == 0 ? 60 : 0, suseconds_t( life ) } };
+      setitimer( ITIMER_REAL, &timer, nullptr );
       dup2( output, STDOUT_FILENO );
       dup2( output, STDERR_FILENO );
       std::vector< char * > argv{ const_cast< char * >( VEXDP_PROGRAM ) };
@@ -118,6 +121,23 @@ TEST_F( Program, takesThePlaceOfOneThatWasKilled ) {
    }
    EXPECT_TRUE( std::filesystem::exists( socket_ ) && std::filesystem::exists( counters_ ) );
    Process next( { "--listen", "unix:" + socket_, "--counters", counters_ } );
+   EXPECT_TRUE( answers( "unix:" + socket_ ) );
+}
+
+TEST_F( Program, startsAfterAKillAtAnyMoment ) {
+   using Clock = std::chrono::steady_clock;
+   const Words arguments{ "--listen", "unix:" + socket_, "--counters", counters_ };
+   const auto begin = Clock::now();
+   const auto startTime = [ & ] {
+      Process whole( arguments );
+      EXPECT_TRUE( answers( "unix:" + socket_ ) );
+      return std::chrono::duration_cast< std::chrono::microseconds >( Clock::now() - begin ).count();
+   }();
+   for ( int kill = 1; kill <= 50; ++kill ) {
+      Process killed( arguments, unsigned( startTime * kill / 50 ) );
+      ASSERT_EQ( killed.wait(), 128 + SIGALRM ) << killed.output();
+   }
+   Process next( arguments );
    EXPECT_TRUE( answers( "unix:" + socket_ ) );
 }
 
