@@ -23,7 +23,7 @@ enum class ChangeOp { add, replace, del };
 struct ChangeResult {
    enum class Code { done, refused, notFound };
    Code code = Code::done;
-   std::string message; // why not, naming the object; empty when done
+   std::string message; // why not, or what is done less than was told, naming the object
 };
 
 // States: starting (the data plane is not reached yet), running, waiting (the data plane is lost, and a restart is

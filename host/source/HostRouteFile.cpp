@@ -84,6 +84,8 @@ void RouteFile::makeGroups( Family< P > & family, bool tellErrors ) {
       auto made = acquire( family, { Mirel::RouteType::forward(), group.hops } );
       if ( made.fecId == 0 && tellErrors )
          errors_.add( { config_.description, group.line, "route-file: " + made.wrong } );
+      else if ( auto text = state_.shortOf( vrfId_, { made.kind, group.hops } ); !text.empty() && tellErrors )
+         errors_.note( { config_.description, group.line, "route-file: " + text } );
       // A prefix goes to its group or nowhere: groups that are wrong keep their place.
       family.groups.push_back( std::move( made ) );
    }
@@ -91,7 +93,7 @@ void RouteFile::makeGroups( Family< P > & family, bool tellErrors ) {
 
 template < typename P >
 RouteFile::Known RouteFile::acquire( Family< P > & family, const Ways & ways ) {
-   auto wrong = state_.wrongWays( vrfId_, familyOf< P >, ways );
+   auto wrong = state_.wrongWays( familyOf< P >, ways );
    if ( !wrong.empty() ) return { ways.kind, 0, std::move( wrong ) };
    return { ways.kind, family.book.fecs().acquire( vrfId_, ways ), {} };
 }
@@ -166,6 +168,11 @@ const RouteFile::Known & RouteFile::waysOf( Family< P > & family, const P & pref
    Ways ways;
    auto wrong = parseWays( text, ways );
    auto known = wrong.empty() ? acquire( family, ways ) : Known{ ways.kind, 0, std::move( wrong ) };
+   if ( known.fecId != 0 && notes_ < SourceErrors::kept )
+      if ( auto less = state_.shortOf( vrfId_, ways ); !less.empty() ) {
+         ++notes_;
+         errors_.note( { config_.path, line_, prefix.stringValue() + ": " + less } );
+      }
    return family.known.emplace( std::move( text ), std::move( known ) ).first->second;
 }
 

@@ -84,6 +84,7 @@ class RouteFile {
    std::ifstream in_;
    std::string text_;
    int line_ = 0;
+   size_t notes_ = 0; // told: the first ones, each for the first line with such next hops
    Family< Kynet::Prefix > v4_;
    Family< Kynet::Ip6Prefix > v6_;
 };

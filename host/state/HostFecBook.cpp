@@ -6,8 +6,15 @@ namespace Host {
 
 namespace {
 
-bool needsVrf( const Ways & ways ) {
-   return std::ranges::any_of( ways.hops, []( const Hop & hop ) { return !hop.intfId(); } );
+bool needsVrf( const Ways & ways ) { return ways.kind == Mirel::RouteType::forward_; }
+
+// For the layers below a drop that still names what is not there.
+Mirel::Vias noWayOut( const Ways & ways ) {
+   Mirel::Vias vias;
+   for ( const auto & hop : ways.hops )
+      vias.push_back( Mirel::Via( Mirel::RouteType::drop(), hop.addr(), hop.intfId(), 1 ) );
+   if ( vias.empty() ) vias.push_back( Mirel::Via( Mirel::RouteType::drop(), {}, {}, 1 ) );
+   return vias;
 }
 
 } // namespace
@@ -31,9 +38,7 @@ U64 FecBook< P >::acquire( U32 vrfId, const Ways & ways ) {
    const auto fecId = U64( fecs_.take() ) + 1;
    at->second = fecId;
    fec( fecId ) = { keyVrf, 1, ways };
-   auto vias = this->vias( fec( fecId ) );
-   if ( vias.empty() ) vias.push_back( Mirel::Via( Mirel::RouteType::drop(), {}, {}, 1 ) );
-   fib_->fecIs( fecId, vias );
+   fib_->fecIs( fecId, vias( fec( fecId ) ) );
    return fecId;
 }
 
@@ -52,16 +57,14 @@ Mirel::Vias FecBook< P >::vias( const Fec & fec ) const {
    for ( const auto & hop : fec.ways.hops )
       if ( const auto way = resolve_( fec.vrfId, fec.ways.kind, hop ) )
          ( way->usable ? usable : others ).push_back( way->via );
-   return usable.empty() ? others : usable;
+   if ( !usable.empty() ) return usable;
+   return others.empty() ? noWayOut( fec.ways ) : others;
 }
 
 template < typename P >
 void FecBook< P >::review() {
-   for ( U32 at = 0; at < fecs_.size(); ++at ) {
-      if ( fecs_[ at ].users == 0 ) continue;
-      // With no way left, the packets stay on the last ones, and are trapped there.
-      if ( const auto vias = this->vias( fecs_[ at ] ); !vias.empty() ) fib_->fecIs( U64( at ) + 1, vias );
-   }
+   for ( U32 at = 0; at < fecs_.size(); ++at )
+      if ( fecs_[ at ].users != 0 ) fib_->fecIs( U64( at ) + 1, vias( fecs_[ at ] ) );
 }
 
 template class FecBook< Kynet::Prefix >;

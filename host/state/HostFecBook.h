@@ -14,12 +14,14 @@ struct Way {
    Mirel::Via via;
    bool usable; // its interface is enabled
 };
-// Nothing while no interface reaches it.
+// Nothing while no interface of the VRF reaches it.
 using Resolve = std::function< std::optional< Way >( U32 vrfId, Mirel::RouteType kind, const Hop & hop ) >;
 
 // A FEC keeps the ways as they were asked for, and carries the vias that they come to at present. A hop without an
-// interface comes to another one when the subnets do; one that no usable interface reaches is left out while others
-// remain. So a change of an interface costs what there are of FECs, whatever the number of routes.
+// interface comes to another one when the subnets do; one that no usable interface of the VRF reaches is left out while
+// others remain. With nothing left on interfaces that are there, up or not, the packets are dropped, and the vias are
+// drops that name the hops. What a FEC carries follows from the ways and the interfaces alone, in whatever order they
+// came. So a change of an interface costs what there are of FECs, whatever the number of routes.
 template < typename P >
 class FecBook {
  public:
@@ -39,7 +41,7 @@ class FecBook {
    size_t fecs() const { return byKey_.size(); }
 
  private:
-   // The VRF is part of the key where a hop has to be looked for in it.
+   // The VRF is part of the key where packets go on: a hop is one of the VRF's.
    struct Key {
       U32 vrfId;
       Ways ways;

@@ -347,6 +347,7 @@ std::optional< Way > IntfBook::resolve( U32 vrfId, RouteType kind, const Hop & h
       const auto by = receiver( fact );
       return !by ? std::nullopt : std::optional( way( {}, by ) );
    }
+   if ( this->vrfId( fact ) != vrfId ) return std::nullopt;
    if ( fact.tunnel ) return way( {}, intfId );
    if ( v4 && !onSubnet( fact, hop.addr().v4Addr() ) ) return std::nullopt;
    return way( hop.addr(), intfId );
@@ -363,19 +364,27 @@ Kynet::IntfId IntfBook::receiver( const IntfFact & fact ) const {
    return found;
 }
 
-Gant::String IntfBook::unreachable( U32 vrfId, Kynet::AddressFamily af, const Hop & hop ) const {
-   const auto intf = intfs_.find( hop.intfId() );
-   if ( !!hop.intfId() && intf == intfs_.end() ) return "interface " + hop.intfId().stringValue() + " does not exist";
-   const bool tunnel = intf != intfs_.end() && intf->second.fact.tunnel;
-   if ( !hop.addrHas() ) return tunnel ? "" : "a next hop needs an address, unless its interface is a tunnel";
+Gant::String IntfBook::wrongHop( Kynet::AddressFamily af, const Hop & hop ) const {
+   const bool tunnel = Kynet::TunnelIntfId::isTunnelIntfId( hop.intfId() );
+   if ( tunnel ) return {};
+   if ( !hop.addrHas() ) return "a next hop needs an address, unless its interface is a tunnel";
    const auto text = "next hop " + hop.addr().stringValue();
-   if ( !tunnel && hop.addr().af() != af )
+   if ( hop.addr().af() != af )
       return text + " is " +
              ( af == Kynet::AddressFamily::ipv4_ ? "IPv6, and the prefix IPv4" : "IPv4, and the prefix IPv6" );
-   if ( tunnel || resolve( vrfId, RouteType::forward(), hop ) ) return {};
-   if ( !!hop.intfId() ) return text + " is on no subnet of " + hop.intfId().stringValue();
-   if ( af == Kynet::AddressFamily::ipv6_ ) return text + ": name its interface, whose IPv6 subnets are not known here";
-   return "no interface reaches " + text;
+   if ( af == Kynet::AddressFamily::ipv6_ && !hop.intfId() )
+      return text + ": name its interface, whose IPv6 subnets are not known here";
+   return {};
+}
+
+Gant::String IntfBook::unreachable( U32 vrfId, const Hop & hop ) const {
+   if ( resolve( vrfId, RouteType::forward(), hop ) ) return {};
+   if ( !hop.intfId() ) return "no interface reaches next hop " + hop.addr().stringValue();
+   const auto intf = intfs_.find( hop.intfId() );
+   const auto name = hop.intfId().stringValue();
+   if ( intf == intfs_.end() ) return "interface " + name + " does not exist";
+   if ( this->vrfId( intf->second.fact ) != vrfId ) return name + " is in " + textOf( intf->second.fact.vrf );
+   return "next hop " + hop.addr().stringValue() + " is on no subnet of " + name;
 }
 
 void IntfBook::reviewFecs() {

@@ -48,8 +48,11 @@ class IntfBook {
    RouteBook< Kynet::Ip6Prefix > & routes6() { return routes6_; }
    const RouteBook< Kynet::Ip6Prefix > & routes6() const { return routes6_; }
 
-   // Why the hop cannot be one of a route of the family in the VRF; empty when it can.
-   Gant::String unreachable( U32 vrfId, Kynet::AddressFamily af, const Hop & hop ) const;
+   // Why the hop can never be one of a route of the family; empty when it can.
+   Gant::String wrongHop( Kynet::AddressFamily af, const Hop & hop ) const;
+   // Why no packet of the VRF can go by the hop as things are; empty when it can, if need be through an interface that
+   // is disabled. REQUIRES: the hop is not wrong.
+   Gant::String unreachable( U32 vrfId, const Hop & hop ) const;
 
  private:
    using Derived = std::map< Kynet::Prefix, Mirel::RouteType >;

@@ -1,5 +1,7 @@
 #include "HostRouterState.h"
 
+#include <algorithm>
+
 namespace Host {
 
 namespace {
@@ -67,32 +69,50 @@ ChangeResult RouterState::intfDel( Kynet::IntfId intfId ) {
    return result;
 }
 
-Gant::String RouterState::wrongWays( U32 vrfId, Kynet::AddressFamily af, const Ways & ways ) const {
+Gant::String RouterState::wrongWays( Kynet::AddressFamily af, const Ways & ways ) const {
    if ( ways.kind == Mirel::RouteType::forward_ && ways.hops.empty() ) return "there is no next hop";
    if ( ways.hops.size() > Mirel::RouteTable< Kynet::Prefix >::viasMax )
       return Gant::format( "%zu next hops are over %zu", ways.hops.size(),
                            Mirel::RouteTable< Kynet::Prefix >::viasMax );
-   for ( const auto & hop : ways.hops ) {
-      auto text = ways.kind == Mirel::RouteType::forward_ ? intfs_.unreachable( vrfId, af, hop )
-                  : intfs_.intfs().contains( hop.intfId() )
-                       ? ""
-                       : "interface " + hop.intfId().stringValue() + " does not exist";
-      if ( !text.empty() ) return text;
-   }
+   if ( ways.kind == Mirel::RouteType::forward_ )
+      for ( const auto & hop : ways.hops )
+         if ( auto text = intfs_.wrongHop( af, hop ); !text.empty() ) return text;
    return {};
+}
+
+Gant::String RouterState::shortOf( U32 vrfId, const Ways & ways ) const {
+   const auto & hops = ways.hops;
+   size_t lost = 0;
+   Gant::String text;
+   for ( const auto & hop : hops ) {
+      auto why = ways.kind == Mirel::RouteType::forward_ ? intfs_.unreachable( vrfId, hop )
+                 : intfs_.intfs().contains( hop.intfId() )
+                      ? ""
+                      : "interface " + hop.intfId().stringValue() + " does not exist";
+      if ( why.empty() ) continue;
+      if ( lost++ == 0 ) text = "accepted; " + why;
+   }
+   if ( lost != 0 )
+      text += lost == hops.size() ? ", and its packets are dropped" : ", and its packets go by the other next hops";
+   if ( std::ranges::any_of( hops, [ & ]( const Hop & hop ) { return hop.weight() != hops.front().weight(); } ) )
+      text += ( text.empty() ? Gant::String( "accepted; " ) : "; " ) +
+              "weights have no effect: each next hop gets an equal share";
+   return text;
 }
 
 ChangeResult RouterState::routeIs( const RouteFact & fact, Teller teller ) {
    const auto name = nameOf( fact.vrf, fact.prefix ) + ": ";
    const auto vrfId = vrfs_.id( fact.vrf );
    if ( !vrfId ) return refused( name + textOf( fact.vrf ) + " does not exist" );
-   if ( auto text = wrongWays( *vrfId, fact.prefix.af(), fact.ways ); !text.empty() ) return refused( name + text );
+   if ( auto text = wrongWays( fact.prefix.af(), fact.ways ); !text.empty() ) return refused( name + text );
    return byFamily( routes4(), routes6(), fact.prefix, [ & ]( auto & book, const auto & prefix ) {
       if ( auto text = wrongPrefix( prefix ); !text.empty() ) return refused( name + text );
       const auto fecId = book.fecs().acquire( *vrfId, fact.ways );
       book.routeIs( *vrfId, prefix, teller, fact.ways.kind, fecId );
       book.fecs().release( fecId );
-      return done();
+      auto result = done();
+      if ( auto text = shortOf( *vrfId, fact.ways ); !text.empty() ) result.message = name + text;
+      return result;
    } );
 }
 

@@ -64,8 +64,11 @@ class RouterState {
 
    // For those who tell many routes: the same, in steps.
    //
-   // Why no route of the family in the VRF can go these ways; empty when it can.
-   Gant::String wrongWays( U32 vrfId, Kynet::AddressFamily af, const Ways & ways ) const;
+   // Why no route of the family can ever go these ways; empty when one can.
+   Gant::String wrongWays( Kynet::AddressFamily af, const Ways & ways ) const;
+   // What a route in the VRF that is accepted with these ways does less than they say, as things are: a next hop that
+   // nothing reaches, weights. Empty: nothing.
+   Gant::String shortOf( U32 vrfId, const Ways & ways ) const;
    RouteBook< Kynet::Prefix > & routes4() { return intfs_.routes4(); }
    RouteBook< Kynet::Ip6Prefix > & routes6() { return intfs_.routes6(); }
    const RouteBook< Kynet::Prefix > & routes4() const { return intfs_.routes4(); }

@@ -88,8 +88,11 @@ NextHop AdjSm::Impl::nextHop( const Way & way, Kynet::AddressFamily af ) const {
       return NextHop( NextHopEntryType::unresolved(), way.tunnelIntfId, {}, {}, {} );
    if ( way.type != NextHopEntryType::forward_ ) return NextHop( way.type, way.intfId, {}, way.tunnelIntfId, {} );
    // The underlay of a tunnel is IPv4, whatever the tunnel carries.
-   const auto mac =
-        neighbors.mac( way.intfId, way.hop, tunnel ? Kynet::AddressFamily( Kynet::AddressFamily::ipv4_ ) : af );
+   const auto wayAf = tunnel ? Kynet::AddressFamily( Kynet::AddressFamily::ipv4_ ) : af;
+   // Nobody could resolve anything behind it, and other ways may carry.
+   if ( tunnel && !neighbors.usable( way.intfId, wayAf ) )
+      return NextHop( NextHopEntryType::drop(), way.tunnelIntfId, {}, {}, {} );
+   const auto mac = neighbors.mac( way.intfId, way.hop, wayAf );
    if ( !mac ) return NextHop( NextHopEntryType::unresolved(), way.intfId, {}, way.tunnelIntfId, {} );
    return NextHop( NextHopEntryType::forward(), way.intfId, way.intfId, way.tunnelIntfId, mac );
 }
@@ -102,9 +105,14 @@ Gant::String AdjSm::Impl::lacks( const Way & way, const Adj & adj ) const {
    if ( tunnel && !neighbors.usable( way.tunnelIntfId, adj.af ) ) return notUsable( way.tunnelIntfId, adj.af );
    const auto af = tunnel ? Kynet::AddressFamily( Kynet::AddressFamily::ipv4_ ) : adj.af;
    switch ( way.type ) {
-   case NextHopEntryType::drop_:
-      if ( adj.vias[ way.via ].kind() != Mirel::RouteType::forward_ ) return "";
-      return "there is no route to the end of " + way.intfId.stringValue();
+   case NextHopEntryType::drop_: {
+      const auto & via = adj.vias[ way.via ];
+      if ( via.kind() == Mirel::RouteType::forward_ )
+         return "there is no route to the end of " + way.intfId.stringValue();
+      const auto by = !via.intfId() ? "" : " by " + via.intfId().stringValue();
+      if ( via.hopHas() ) return "no interface of the VRF reaches next hop " + via.hop().stringValue() + by;
+      return by.empty() ? "" : "the VRF has no way out" + by;
+   }
    case NextHopEntryType::forward_:
       if ( !!neighbors.mac( way.intfId, way.hop, af ) ) return "";
       if ( !neighbors.usable( way.intfId, af ) ) return notUsable( way.intfId, af );

@@ -43,9 +43,9 @@ class VrfSm;
 //   forward to a hop   the hop's MAC, while it is known and the interface is usable: told to the helper, routing the
 //                      family, and up. Otherwise unresolved, on the interface as given.
 //   forward, tunnel    by each neighbour that the route of the tunnel's end leads to, as above; a drop while there is
-//   no
-//                      such route; unresolved while the tunnel itself is not usable.
-//   the other kinds    as they say.
+//                      no such route, or the neighbour's interface is not usable; unresolved while the tunnel itself
+//                      is not usable.
+//   the other kinds    as they say; a drop that names a hop or an interface is the lack of it.
 // Next hops that come out equal become one, and their multiplicities add up.
 //
 // Walks. A walk is an update in a later turn of the loop, one however often it was asked for. An update that asks for a

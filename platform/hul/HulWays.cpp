@@ -25,7 +25,10 @@ NextHopEntryType typeOf( const Mirel::Via & via ) {
 // The way of one via by each of the paths, and its own where there are none.
 void add( Ways & ways, U32 via, const Mirel::Via & from, const Paths * paths ) {
    if ( paths == nullptr ) {
-      ways.push_back( { typeOf( from ), from.intfId(), from.hop(), {}, 1, via } );
+      // A drop is of no interface, also where its via names what it lacks.
+      const auto type = typeOf( from );
+      const bool drop = type == NextHopEntryType::drop_;
+      ways.push_back( { type, drop ? Kynet::IntfId() : from.intfId(), from.hop(), {}, 1, via } );
       return;
    }
    if ( paths->empty() ) ways.push_back( { NextHopEntryType::drop(), from.intfId(), {}, {}, 1, via } );

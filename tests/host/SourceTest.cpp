@@ -95,38 +95,43 @@ TEST( HostDescription, addressesAndVrfsMoveBetweenInterfacesInOneReload ) {
 
 TEST( HostRouteFile, linesNameTheirNextHopsOrAreSpread ) {
    HostedState router;
-   EXPECT_EQ( router.describe( std::string( twoPorts ) + R"(
+   EXPECT_EQ(
+        router.describe( std::string( twoPorts ) + R"(
 vrfs: [red]
 tunnels: [{name: Tunnel1, source: 10.0.1.1, destination: 198.51.100.1}]
 route-file: {path: routes, groups: [[10.0.1.2, 10.0.2.2*2]]}
 )" ),
-              Lines{} );
-   EXPECT_EQ( router.routeFile( "# a comment\n"
-                                "\n"
-                                "192.0.2.0/24\r\n"
-                                "192.0.3.0/24\t10.0.2.9*3 10.0.1.2%Ethernet1 # its own\n"
-                                "192.0.4.0/24 Tunnel1\n"
-                                "192.0.5.0/24 blackhole\n"
-                                "192.0.6.1/24\n"
-                                "192.0.7.0/24 10.9.9.9\n"
-                                "192.0.8.0/24 10.0.1.2 blackhole\n"
-                                "192.0.9.0\n"
-                                "192.0.3.0/24\n"
-                                "2001:db8::/32 2001:db8::1%Ethernet1\n"
-                                "10.0.1.0/24\n" ),
-              ( Lines{
-                   "routes:7: 192.0.6.1/24: the prefix has host bits",
-                   "routes:8: 192.0.7.0/24: no interface reaches next hop 10.9.9.9",
-                   "routes:9: 192.0.8.0/24: \"blackhole\" stands alone",
-                   "routes:10: \"192.0.9.0\" is not an IP prefix",
-                   "routes:11: 192.0.3.0/24: an earlier line has the prefix already",
-              } ) );
+        Lines{ "router.yaml:11: route-file: accepted; weights have no effect: each next hop gets an equal share" } );
+   EXPECT_EQ(
+        router.routeFile( "# a comment\n"
+                          "\n"
+                          "192.0.2.0/24\r\n"
+                          "192.0.3.0/24\t10.0.2.9*3 10.0.1.2%Ethernet1 # its own\n"
+                          "192.0.4.0/24 Tunnel1\n"
+                          "192.0.5.0/24 blackhole\n"
+                          "192.0.6.1/24\n"
+                          "192.0.7.0/24 10.9.9.9\n"
+                          "192.0.8.0/24 10.0.1.2 blackhole\n"
+                          "192.0.9.0\n"
+                          "192.0.3.0/24\n"
+                          "2001:db8::/32 2001:db8::1%Ethernet1\n"
+                          "10.0.1.0/24\n" ),
+        ( Lines{
+             "router.yaml:11: route-file: accepted; weights have no effect: each next hop gets an equal share",
+             "routes:4: 192.0.3.0/24: accepted; weights have no effect: each next hop gets an equal share",
+             "routes:7: 192.0.6.1/24: the prefix has host bits",
+             "routes:8: 192.0.7.0/24: accepted; no interface reaches next hop 10.9.9.9, and its packets are dropped",
+             "routes:9: 192.0.8.0/24: \"blackhole\" stands alone",
+             "routes:10: \"192.0.9.0\" is not an IP prefix",
+             "routes:11: 192.0.3.0/24: an earlier line has the prefix already",
+        } ) );
    EXPECT_EQ( router.routes( "routeFile" ),
               ( Lines{
                    "192.0.2.0/24 forward 10.0.1.2%Ethernet1 10.0.2.2%Ethernet2*2 (routeFile)",
                    "192.0.3.0/24 forward 10.0.2.9%Ethernet2*3 10.0.1.2%Ethernet1 (routeFile)",
                    "192.0.4.0/24 forward Tunnel1 (routeFile)",
                    "192.0.5.0/24 drop (routeFile)",
+                   "192.0.7.0/24 forward 10.9.9.9 (routeFile)",
               } ) );
    EXPECT_EQ( router.state.tree().fib6->routes(), 1u );
 }

@@ -145,14 +145,6 @@ TEST( HostState, everyRefusalNamesItsObjectAndChangesNothing ) {
         { "add neighbor {interface: Tunnel1, address: 10.0.1.3, mac: '02:00:00:00:00:09'}",
           "neighbor 10.0.1.3 on Tunnel1: a tunnel has no neighbors" },
         { "add route {prefix: 192.0.2.1/24, via: 10.0.1.2}", "route 192.0.2.1/24: the prefix has host bits" },
-        { "add route {prefix: 192.0.2.0/24, via: 10.9.9.9}", "route 192.0.2.0/24: no interface reaches next hop "
-                                                             "10.9.9.9" },
-        { "add route {prefix: 192.0.2.0/24, vrf: red, via: 10.0.1.2}",
-          "route 192.0.2.0/24 in VRF red: no interface reaches next hop 10.0.1.2" },
-        { "add route {prefix: 192.0.2.0/24, via: 10.0.1.2%Ethernet2}",
-          "route 192.0.2.0/24: next hop 10.0.1.2 is on no subnet of Ethernet2" },
-        { "add route {prefix: 192.0.2.0/24, via: 10.0.1.2%Ethernet9}",
-          "route 192.0.2.0/24: interface Ethernet9 does not exist" },
         { "add route {prefix: 192.0.2.0/24, via: Ethernet1}",
           "route 192.0.2.0/24: a next hop needs an address, unless its interface is a tunnel" },
         { "add route {prefix: 192.0.2.0/24, via: '2001:db8::1'}",
@@ -248,6 +240,76 @@ TEST( HostState, nextHopsFollowTheirSubnetsAndLeaveWhatIsDown ) {
    EXPECT_EQ( via(), "192.0.2.0/24 forward 10.0.1.2%Ethernet3 (command)" );
    router.change( "replace interface {name: Ethernet2, addresses: 10.0.2.1/24}" );
    EXPECT_EQ( via(), "192.0.2.0/24 forward 10.0.1.2%Ethernet3 10.0.2.2%Ethernet2*3 (command)" );
+}
+
+TEST( HostState, aRouteIsWhereARestartWouldHaveItWhateverBecomesOfItsInterfaces ) {
+   const std::string routes = R"(
+routes:
+  - {prefix: 192.0.2.0/24, via: 10.0.1.2}
+  - {prefix: 192.0.3.0/24, via: 10.0.1.2%Ethernet1}
+  - {prefix: 192.0.4.0/24, via: [10.0.1.2, 10.0.2.2]}
+  - {prefix: 192.0.5.0/24, via: Tunnel1}
+  - {prefix: 192.0.2.0/24, vrf: red, via: 10.0.1.2}
+)";
+   const auto description = [ & ]( const std::string & intf, const std::string & tunnel ) {
+      return "vrfs: [red]\ninterfaces: [" + intf + "{name: Ethernet2, addresses: 10.0.2.1/24}]\ntunnels: [" + tunnel +
+             "]\n" + routes;
+   };
+   const std::string tunnel = "{name: Tunnel1, source: 10.0.1.1, destination: 10.0.2.2}";
+   const auto ways = []( const HostedState & router ) { return router.routes( "description" ); };
+   const struct {
+      const char *intf, *tunnel, *single; // the route of one next hop
+   } ends[] = {
+        { "{name: Ethernet1, addresses: 10.0.1.1/24}",
+          "{name: Tunnel1, vrf: red, source: 10.0.1.1, destination: 10.0.2.2}",
+          "192.0.2.0/24 forward 10.0.1.2%Ethernet1 (description)" },
+        { "{name: Ethernet1, addresses: 10.0.1.1/24, vrf: red}", tunnel.c_str(),
+          "192.0.2.0/24 forward 10.0.1.2 (description)" },
+        { "{name: Ethernet1, addresses: 10.0.9.1/24}", tunnel.c_str(), "192.0.2.0/24 forward 10.0.1.2 (description)" },
+        { "{name: Ethernet3, addresses: 10.0.1.1/24}", "", "192.0.2.0/24 forward 10.0.1.2%Ethernet3 (description)" },
+        { "", tunnel.c_str(), "192.0.2.0/24 forward 10.0.1.2 (description)" },
+   };
+   HostedState router;
+   for ( const auto & end : ends ) {
+      const auto text = description( end.intf + std::string( *end.intf == 0 ? "" : ", " ), end.tunnel );
+      router.describe( text );
+      HostedState restarted;
+      restarted.describe( text );
+      EXPECT_EQ( ways( router ), ways( restarted ) ) << text;
+      EXPECT_EQ( ways( router ).front(), end.single ) << text;
+   }
+}
+
+TEST( HostState, aRouteThatDoesLessThanItSaysIsTakenWithAWarning ) {
+   HostedState router;
+   router.describe( twoPorts );
+   router.change( "add vrf {name: red}" );
+   const struct {
+      const char *change, *warning;
+   } cases[] = {
+        { "{prefix: 192.0.2.0/24, via: 10.9.9.9}",
+          "route 192.0.2.0/24: accepted; no interface reaches next hop 10.9.9.9, and its packets are dropped" },
+        { "{prefix: 192.0.2.0/24, via: [10.0.1.2, 10.0.1.2%Ethernet2]}",
+          "route 192.0.2.0/24: accepted; next hop 10.0.1.2 is on no subnet of Ethernet2, and its packets go by the "
+          "other next hops" },
+        { "{prefix: 192.0.2.0/24, vrf: red, via: 10.0.1.2%Ethernet1}",
+          "route 192.0.2.0/24 in VRF red: accepted; Ethernet1 is in VRF default, and its packets are dropped" },
+        { "{prefix: 192.0.2.0/24, via: Tunnel9}",
+          "route 192.0.2.0/24: accepted; interface Tunnel9 does not exist, and its packets are dropped" },
+        { "{prefix: 192.0.2.0/24, receive: Ethernet9}",
+          "route 192.0.2.0/24: accepted; interface Ethernet9 does not exist, and its packets are dropped" },
+        { "{prefix: 192.0.2.0/24, via: [10.0.1.2*3, 10.0.2.2]}",
+          "route 192.0.2.0/24: accepted; weights have no effect: each next hop gets an equal share" },
+        { "{prefix: 192.0.2.0/24, via: [10.0.1.2*3, 10.0.2.2*3]}", "" },
+   };
+   for ( const auto & given : cases ) {
+      EXPECT_EQ( router.change( std::string( "replace route " ) + given.change ), given.warning );
+      // What is in force is taken as well.
+      EXPECT_EQ( router.change( std::string( "replace route " ) + given.change ), given.warning );
+   }
+   EXPECT_EQ( router.describe( std::string( twoPorts ) + "routes: [{prefix: 192.0.2.0/24, via: 10.9.9.9}]\n" ),
+              Lines{ "router.yaml:8: route 192.0.2.0/24: accepted; no interface reaches next hop 10.9.9.9, and its "
+                     "packets are dropped" } );
 }
 
 TEST( HostState, aVrfTakesItsRoutesAlongAndItsNumberIsFreeAgain ) {
