@@ -2,6 +2,9 @@
 
 PREFIX ?= /usr/local
 JOBS ?= $(shell nproc)
+# A terminal sees how far the build is; a log sees what fails.
+QUIET = $(shell test -t 2 || echo --quiet)
+BUILD = cmake --build --preset release -j $(JOBS)
 
 .PHONY: help build run test bench check install clean
 
@@ -9,23 +12,23 @@ help:
 	@echo "make run      start a router: vexl3d, its data plane, and an example table"
 	@echo "make test     build everything and run the tests"
 	@echo "make bench    measure, and print one table"
-	@echo "make check    format, tidy, layering, sanitizers, clang"
+	@echo "make check    format, tidy, layering, size of the tests, sanitizers, clang"
 	@echo "make install  into PREFIX ($(PREFIX)); DESTDIR is obeyed"
 	@echo "make clean    remove what was built"
 
 build:
 	@tools/setup
-	cmake --preset release
-	cmake --build --preset release -j $(JOBS)
+	@log=$$(cmake --preset release 2>&1) || { echo "$$log"; exit 1; }
+	@$(BUILD) -- $(QUIET)
 
 run: build
 	tools/run
 
 test: build
-	ctest --preset release -j 2
+	@tools/test release
 
 bench: build
-	cmake --build --preset release -j $(JOBS) --target acl_bench
+	@$(BUILD) --target acl_bench -- $(QUIET)
 	build/release/bin/vexl3_bench $(BENCH)
 	build/release/bin/acl_bench
 
