@@ -277,19 +277,4 @@ TEST_F( Adjacencies, whatTheLayerMustNotDoEndsTheProcess ) {
    EXPECT_DEATH( core.adjHelper->verifyAdj( core.adjacency( 77, {} ) ), "Failed\\(fec\\)" );
 }
 
-TEST_F( Adjacencies, policyRoutingKnowsAnAdjacencyByItsFecKey ) {
-   const auto adj = core.adjacency( 50, {} );
-   EXPECT_EQ( core.adjHelper->getNexthopIndexForAdj( adj ), U64( -1 ) );
-   core.adjHelper->createAdj( adj );
-   EXPECT_EQ( core.adjHelper->getNexthopIndexForAdj( adj ), 3u );
-}
-
-TEST_F( Adjacencies, removingAFecThatIsNotProgrammedWritesNothing ) {
-   core.adjHelper->createAdj( core.adjacency( 50, {} ) );
-   core.routeDb->fecForLpmDel( FecKey( 3 ) );
-   core.take();
-   core.sm->removeFecForLpm( fecOf( 50 ) );
-   EXPECT_EQ( core.take(), Lines{} );
-}
-
 } // namespace

@@ -1,29 +1,24 @@
 #include "AgentRouter.h"
 #include "GantTrace.h"
+#include "HulIntfStatusSm.h"
 #include "HulL3Status.h"
+#include "HulNatSm.h"
 #include "HulSeqStatus.h"
-#include "KytTimerWheel.h"
-#include "StateBfd.h"
 #include "StateIpNat.h"
+#include "VexL3FecVersionSm.h"
+#include "VexL3TunnelTypes.h"
+#include "VexL3UnicastCapacity.h"
+#include "VexNatHelper.h"
+#include "VexRoutingStatusSm.h"
+#include "VexVrrpSm.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
 
 using namespace Test;
 using namespace VexL3Unicast;
-
-TEST( Agent, itsArgumentsAreKeptAndNothingElseExists ) {
-   RouterState state;
-   RouterAgent router( state );
-   const auto & agent = *router.agent;
-   EXPECT_EQ( agent.cellId(), 1 );
-   EXPECT_EQ( agent.em(), state.em );
-   EXPECT_EQ( agent.vexcsd(), router.vexcsd );
-   EXPECT_FALSE( agent.initialized() || agent.processingStarted() || agent.constrainersCreated() );
-   EXPECT_FALSE( agent.l3Modules() || agent.hulL3Status() || agent.routeDb() );
-   EXPECT_EQ( router.take(), lines( "create trap Trap" ) );
-}
 
 TEST( Agent, phaseOneMakesTablesAndTellsTheDataPlaneOfIpsecOnly ) {
    RouterState state;
@@ -118,6 +113,16 @@ class RoutedAgent : public testing::Test {
       router.start();
       router.drained();
    }
+   // Each of the beginnings is that of a line, the first of which comes before the first of the next.
+   static void expectOrder( const Lines & all, std::initializer_list< const char * > beginnings ) {
+      long last = -1;
+      for ( const char * begin : beginnings ) {
+         const auto at = std::ranges::find_if( all, [ & ]( const auto & line ) { return line.starts_with( begin ); } );
+         ASSERT_NE( at, all.end() ) << begin;
+         EXPECT_LT( last, at - all.begin() ) << begin;
+         last = at - all.begin();
+      }
+   }
    RouterState state;
    RouterAgent router{ state };
 };
@@ -127,17 +132,11 @@ TEST_F( RoutedAgent, stateBecomesCommandsInTheContractsOrder ) {
    router.take();
    router.start();
    const auto all = router.drained();
-   const auto at = [ & ]( const char * begin ) {
-      const auto found = std::ranges::find_if( all, [ & ]( const auto & line ) { return line.starts_with( begin ); } );
-      EXPECT_NE( found, all.end() ) << begin;
-      return found - all.begin();
-   };
-   EXPECT_LT( at( "fibIpv4 addVrf vrf 0" ), at( "create NextHop_et1" ) );
-   EXPECT_LT( at( "create NextHop_et1" ), at( "NextHop_et1 writeNH" ) );
-   EXPECT_LT( at( "NextHop_et1 writeNH nexthopinfo {nh_index 1 mac_da 00:00:00:00:01:02 pkt_cmd 1}" ),
-              at( "fibIpv4 addFec fec_id 3 nh_info {gate 2 nh_index 1} nh_info {gate 3 nh_index 1}" ) );
-   EXPECT_LT( at( "NextHop_et2 writeNH nexthopinfo {nh_index 1 pkt_cmd 0}" ), at( "fibIpv4 addFec fec_id 3" ) );
-   EXPECT_LT( at( "fibIpv4 addFec fec_id 3" ), at( "fibIpv4 addRoute vrf 0 prefix 192.0.2.0 prefix_len 24 fec_id 3" ) );
+   const char * const fec = "fibIpv4 addFec fec_id 3 nh_info {gate 2 nh_index 1} nh_info {gate 3 nh_index 1}";
+   expectOrder( all, { "fibIpv4 addVrf vrf 0", "create NextHop_et1",
+                       "NextHop_et1 writeNH nexthopinfo {nh_index 1 mac_da 00:00:00:00:01:02 pkt_cmd 1}", fec,
+                       "fibIpv4 addRoute vrf 0 prefix 192.0.2.0 prefix_len 24 fec_id 3" } );
+   expectOrder( all, { "NextHop_et2 writeNH nexthopinfo {nh_index 1 pkt_cmd 0}", fec } );
 }
 
 TEST_F( RoutedAgent, aNeighbourThatResolvesMovesOrGoesRewritesTheFecAndNoRoute ) {
@@ -173,13 +172,7 @@ TEST_F( RoutedAgent, routesWithEqualViasShareAFecAndSequencesAreAcknowledged ) {
 TEST_F( RoutedAgent, anInterfaceThatGoesTakesItsNextHopsAlongBeforeItsModules ) {
    start();
    state.intfDel( "Ethernet1" );
-   const auto all = router.drained();
-   const auto at = [ & ]( const char * begin ) {
-      return std::ranges::find_if( all, [ & ]( const auto & line ) { return line.starts_with( begin ); } ) -
-             all.begin();
-   };
-   EXPECT_LT( at( "NextHop_et1 deleteNH nexthopinfo {nh_index 1}" ), at( "destroy NextHop_et1" ) );
-   EXPECT_LT( at( "destroy NextHop_et1" ), static_cast< long >( all.size() ) );
+   expectOrder( router.drained(), { "NextHop_et1 deleteNH nexthopinfo {nh_index 1}", "destroy NextHop_et1" } );
    EXPECT_FALSE( router.agent->l3Modules()->nextHopModHas( intf( "Ethernet1" ) ) );
 }
 
@@ -209,22 +202,63 @@ TEST_F( RoutedAgent, whatItMissedWhileItWasSilentIsBroughtInLine ) {
    EXPECT_EQ( router.agent->routeDb()->fec( FecKey( 3 ) )->info().nextHop( 1 ).ethAddr(), mac( "00:00:00:00:02:02" ) );
 }
 
-TEST( Mounts, ownedObjectsAreReplacedOnlyByOthers ) {
-   const auto bfd = bfdMountsFactory();
-   const auto status = bfd->bfdAllPeerStatusIs( "vex" );
-   EXPECT_EQ( bfd->bfdAllPeerStatusIs( "vex" ), status );
-   EXPECT_NE( bfd->bfdAllPeerStatusIs( "other" ), status );
-   bfd->bfdAllPeerStatusDel();
-   EXPECT_FALSE( bfd->bfdAllPeerStatus() );
+class StartUp : public testing::Test {
+ protected:
+   RouterState state;
+   RouterAgent router{ state };
+   VexL3Unicast::AgentSm & agent = *router.agent;
+};
 
-   const auto qos = qosMountsFactory();
-   const auto & clock = Gant::activityManager()->clock();
-   const auto wheel = qos->clockIs( clock, 100, 64, true, 8 );
-   EXPECT_EQ( qos->clockIs( clock, 100, 64, true, 8 ), wheel );
-   EXPECT_NE( qos->clockIs( clock, 101, 64, true, 8 ), wheel );
-   EXPECT_EQ( qos->clock()->tickMsecs(), 101u );
-   qos->qosNameIs( "other" );
-   EXPECT_EQ( qos->qosName(), "VexQos" );
+TEST_F( StartUp, phaseOneMakesNatAndPhaseTwoWhatNeedsTheRoutes ) {
+   agent.initializedIs( true );
+   EXPECT_TRUE( agent.natHelper() && agent.nhMapConfig() && agent.nhMapStatus() && agent.natRouteResolverSm() &&
+                agent.natSm() );
+   EXPECT_FALSE( agent.tunnelDb() || agent.fecVersionSm() || agent.routingStatusSm() || agent.vexVrrpSm() ||
+                 agent.capacitySm() );
+   agent.maybeStartProcessing();
+   EXPECT_TRUE( agent.tunnelDb() && agent.fecVersionSm() && agent.routingStatusSm() && agent.vexVrrpSm() &&
+                agent.capacitySm() );
+   // Never its own doing.
+   EXPECT_FALSE( agent.natLoopbackSm() || agent.hulTunnelSm() || agent.vxlanTunnelConfigDir() );
+}
+
+TEST_F( StartUp, theCapacityTableDeclaresOneFeatureWithoutNumbers ) {
+   router.start();
+   agent.capacitySm()->handleClock();
+   const auto & entries = state.capacityStatus->entryIterator();
+   ASSERT_EQ( entries.size(), 1u );
+   EXPECT_EQ( entries.begin()->first, HulCapacity::TableKey( "NextHop", "VexL3UnicastCapacity", "" ) );
+   EXPECT_EQ( entries.begin()->second, HulCapacity::TableEntry( 0, 0, 0, 0 ) );
+}
+
+TEST_F( StartUp, silenceReachesEveryStateMachine ) {
+   router.start();
+   agent.natLoopbackSmIs();
+   const auto all = [ & ] {
+      return std::vector< bool >{
+           agent.routingStatusSm()->hasNotificationActive(),    agent.vexVrrpSm()->hasNotificationActive(),
+           agent.natRouteResolverSm()->hasNotificationActive(), agent.natSm()->hasNotificationActive(),
+           agent.natLoopbackSm()->hasNotificationActive(),      agent.fecVersionSm()->hasNotificationActive(),
+           agent.capacitySm()->hasNotificationActive() };
+   };
+   agent.hasNotificationActiveIs( false );
+   EXPECT_THAT( all(), testing::Each( false ) );
+   agent.hasNotificationActiveIs( true );
+   EXPECT_THAT( all(), testing::Each( true ) );
+}
+
+// Held from outside, so that what goes when can be seen.
+TEST_F( StartUp, atItsEndTheAgentLetsGoOfEverything ) {
+   router.start();
+   const auto tunnelDb = agent.tunnelDb();
+   const auto natHelper = agent.natHelper();
+   const auto routingStatus = agent.routingStatus();
+   const auto vrrp = agent.vexVrrpSm();
+   router.agent = nullptr;
+   EXPECT_EQ( tunnelDb->references(), 1u );
+   EXPECT_EQ( natHelper->references(), 1u );
+   EXPECT_EQ( routingStatus->references(), 1u );
+   EXPECT_EQ( vrrp->references(), 1u );
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 // Which FECs are walked when something that they depend on changes.
 #include "AgentRouter.h"
-#include "GantException.h"
 #include "HulAdjSm.h"
 #include "VexL3FecVersionSm.h"
 
@@ -101,23 +100,6 @@ TEST_F( FecVersion, anInterfaceThatComesRepairsTheFecsThatWaitedForIt ) {
    EXPECT_THAT( router.agent->hulVrfRootSm()->pending(),
                 testing::Not( testing::Contains(
                      testing::Field( &Hul::Pending::reason, testing::HasSubstr( "Ethernet3" ) ) ) ) );
-}
-
-TEST_F( FecVersion, vlansOfTheDirectoryAreFollowed ) {
-   const auto vlan = Gant::make< Bridging::VlanStatus >( Bridging::VlanId( 10 ) );
-   state.vlanStatusDir->vlanStatusIs( vlan->vlanId(), vlan );
-   const auto watcher = sm().vlanStatus( vlan->vlanId() );
-   ASSERT_TRUE( watcher );
-   EXPECT_EQ( sm().vlanStatusIs( vlan ), watcher );
-   state.vlanStatusDir->vlanStatusDel( vlan->vlanId() );
-   EXPECT_FALSE( sm().vlanStatusHas( vlan->vlanId() ) );
-   try {
-      sm().vlanStatusIs( nullptr );
-      ADD_FAILURE();
-   } catch ( const Gant::RangeException & error ) {
-      EXPECT_STREQ( error.what(),
-                    "null _vlanStatus parameter to mutator for VexL3Unicast::FecVersionSm::vlanStatus not allowed\"" );
-   }
 }
 
 TEST_F( FecVersion, withoutItsInputsItIsSilentAndItsSummaryReads ) {

@@ -1,11 +1,8 @@
-// What the data plane has nothing for: the limits, layouts and texts of its types, the bookkeeping that is real, and
-// that the rest does nothing.
+// What the data plane has nothing for: the limits and layouts of its types, and the bookkeeping that is real.
 #include "GantException.h"
-#include "GantTrace.h"
 #include "HulNatSm.h"
 #include "VexL3TunnelTypes.h"
 #include "VexNatHelper.h"
-#include "VexNatResolver.h"
 
 #include <functional>
 #include <gmock/gmock.h>
@@ -58,26 +55,6 @@ TEST( TunnelInfoEntry, keepsARefusedValueAndTellsNobody ) {
    EXPECT_EQ( reactor.told, 1 );
 }
 
-TEST( TunnelDb, makesARowOnceAndRenumbersIt ) {
-   const auto db = tunnelDbFactory();
-   const auto row = db->tunnelInfoTableIs( end, 256 );
-   EXPECT_EQ( row->ecmpSize(), 1u );
-   EXPECT_TRUE( !row->vifBase() );
-   EXPECT_EQ( db->tunnelInfoTableIs( end, 257 ), row );
-   EXPECT_EQ( row->entryIdx(), 257u );
-   db->freeTunnelInfoIdxIs( 300, true );
-   db->freeTunnelInfoIdxIs( 299, true );
-   EXPECT_EQ( db->freeTunnelInfoIdxIterator().begin()->first, 299u );
-   const auto dir = tunnelConfigDirFactory( "dir" );
-   EXPECT_EQ( dir->tunnelConfigIs( end )->ttl(), 64u );
-   EXPECT_EQ( dir->tunnelConfigIs( end )->genId(), 0u );
-   const auto statusDir = tunnelStatusDirFactory( "dir" );
-   statusDir->tunnelStatusIs( TunnelStatus( end, 7, Hul::HulTunnelId( 256 ), Hul::HulNextHopId( 9 ) ) );
-   EXPECT_EQ( statusDir->tunnelStatus( end ).strep(),
-              "Value('VexL3Unicast::TunnelStatus', ** {'key': Value('Hul::VrfAndIpAddr', ** {'vrfId': 3, 'ipAddr': "
-              "10.0.0.1}), 'genId': 7, 'tunnelId': 256, 'nextHopId': 9})" );
-}
-
 TEST( TunnelVifTargetId, packsItsFields ) {
    const TunnelVifTargetId id( 0xdeadbeef, Hul::HulTunnelId( 0x1234 ), Hul::TunnelType( 0xa ),
                                VexSdk::VexDeviceId( 0x5c ) );
@@ -96,29 +73,6 @@ TEST( TunnelVifTargetId, packsItsFields ) {
    EXPECT_TRUE( !TunnelVifTargetId( 0, Hul::HulTunnelId( 65535 ), Hul::TunnelType( 0 ), VexSdk::VexDeviceId( 127 ) ) );
    EXPECT_FALSE( !TunnelVifTargetId( 1, Hul::HulTunnelId( 65535 ), Hul::TunnelType( 0 ), VexSdk::VexDeviceId( 127 ) ) );
    EXPECT_TRUE( !VifNextHopKey() );
-}
-
-TEST( NextHopManager, allocatesNothing ) {
-   const auto manager = Gant::make< NextHopManager >();
-   EXPECT_EQ( manager->findAvailableBlock( 4, true ), 0 );
-   EXPECT_EQ( manager->findAvailableBlock( 4, true ), 0 );
-   EXPECT_EQ( manager->allocateBlock( 1, 4 ), 0 );
-   EXPECT_EQ( manager->freeBlock( 1, 4 ), 0 );
-   EXPECT_EQ( manager->updateNextHopHWIndex( 1, true ), 0 );
-   manager->setSimulationMode( true, 100 );
-   EXPECT_EQ( manager->allocatedEntriess() + manager->freeEntriess(), 0u );
-   EXPECT_FALSE( manager->simMode() || manager->initialized() );
-   EXPECT_EQ( manager->simNextHopTableBound(), 0u );
-   const auto defrag = manager->defragManagerIs();
-   defrag->defragment();
-   EXPECT_EQ( defrag->defragDelay(), 5.0 );
-   EXPECT_EQ( defrag->defragTime(), 0.1 );
-   EXPECT_EQ( defrag->defragCount(), 0u );
-   EXPECT_FALSE( defrag->scheduleDefragment() || defrag->initialized() || defrag->defragScheduler() );
-   EXPECT_EQ( NextHopEntry( true, 1, 2 ).strep(),
-              "Value('VexL3Unicast::NextHopEntry', ** {'hwIndex': 0, 'wide': True, 'data': 1, 'wideData': 2})" );
-   NextHopCallback callback( "base", FeatureType::RoutingVxlanFeature() );
-   EXPECT_DEATH( callback.updateNextHopAction( 1, 2, 3 ), "Failed\\(0\\)" );
 }
 
 class Nat : public testing::Test {
@@ -201,76 +155,6 @@ TEST_F( Nat, aListGoesWithItsRules ) {
    EXPECT_DEATH( helper->delAddrOnlyAclSliceRule( 11, "list" ), "Failed\\(aoaSlice\\(\\)->serviceTrapCount\\(\\)\\)" );
    list( 5, 10, "stays" )->addrOnlyIs( false );
    EXPECT_DEATH( helper->delAddrOnlyAclSliceRule( 10, "stays" ), "Failed\\(trapAcl->addrOnly\\(\\)\\)" );
-}
-
-TEST_F( Nat, keysHashTheVlanAheadOfTheProtocolAndReadAsValues ) {
-   const NatHwDataKey key( Kynet::IpAndPort( Kynet::IpAddr( 1 ), Kynet::Port( 2 ) ), Kynet::IpAndPort(), 6, 17, "acl" );
-   EXPECT_EQ( key.hash(), Kyt::HashMix( 0 )
-                               .mix( key.srcIpAndPort() )
-                               .mix( key.dstIpAndPort() )
-                               .mix( U16( 17 ) )
-                               .mix( U8( 6 ) )
-                               .mix( Gant::String( "acl" ) )
-                               .value() );
-   EXPECT_EQ( NatHwDataKey( key.strep() ), key );
-   EXPECT_EQ( VlanAclKey( 10, "acl" ).strep(), "Value('VexL3Unicast::VlanAclKey', ** {'vlan': 10, 'acl': 'acl'})" );
-   EXPECT_EQ( VlanTrapAcl( 10 ).nextHopId(), ~U32( 0 ) );
-   helper->addNextHopId2AclRule( 7, 1 );
-   helper->addNextHopId2AclRule( 7, 2 );
-   EXPECT_EQ( helper->nextHopId2AclRule( 7 )->aclRuleSets(), 2u );
-}
-
-// One line of all that succeed without an effect: each leaves its mark, and the tables stay empty.
-TEST_F( Nat, placeholdersSucceedAndLeaveTheirMark ) {
-   const Kynet::IpAndPort a, b;
-   const Kynet::IpAddrWithFullMask filter;
-   const Kynet::ConnTuple conn;
-   const Ip::Nat::StaticKey key;
-   const auto source = NatTarget::source();
-   auto & h = *helper;
-   const std::pair< const char *, std::function< bool() > > all[] = {
-        { "addStaticSrcIpTranslation", [ & ] { return h.addStaticSrcIpTranslation( a, b, filter, 6, 1, key ); } },
-        { "addStaticDstIpTranslation", [ & ] { return h.addStaticDstIpTranslation( a, b, filter, 6, 1, key, {} ); } },
-        { "updateStaticDstIpTranslation",
-          [ & ] { return h.updateStaticDstIpTranslation( a, b, filter, 6, 1, key, {} ); } },
-        { "deleteStaticSrcIpTranslation", [ & ] { return h.deleteStaticSrcIpTranslation( 1, key ); } },
-        { "commitHwTranslations", [ & ] { return h.commitHwTranslations(); } },
-        { "addTrapRule",
-          [ & ] { return h.addTrapRule( 1, "acl", 0, 0, filter, filter, false, false, false, source ); } },
-        { "addDynamicSrcIpTranslation", [ & ] { return h.addDynamicSrcIpTranslation( conn, a, b, a, 1 ); } },
-        { "delTwiceNatTranslation", [ & ] { return h.delTwiceNatTranslation( a, a, b, b, 1, false ); } },
-        { "coalesceRules", [ & ] { return h.coalesceRules( true, true ); } },
-        { "getStaticSrcCountersSinceLastPoll", [ & ] { return h.getStaticSrcCountersSinceLastPoll( {} ) == 0; } },
-        { "getStaticDstCountersSinceLastPoll", [ & ] { return h.getStaticDstCountersSinceLastPoll( {} ) == 0; } },
-        { "getDynamicSrcCountersSinceLastPoll",
-          [ & ] { return h.getDynamicSrcCountersSinceLastPoll( 1, conn ) == 0; } },
-        { "getDynamicDstCountersSinceLastPoll",
-          [ & ] { return h.getDynamicDstCountersSinceLastPoll( 1, conn ) == 0; } },
-        { "getTwiceNatSrcCountersSinceLastPoll", [ & ] { return h.getTwiceNatSrcCountersSinceLastPoll( {} ) == 0; } },
-        { "getTwiceNatDstCountersSinceLastPoll", [ & ] { return h.getTwiceNatDstCountersSinceLastPoll( {} ) == 0; } },
-   };
-   for ( const auto & [ name, act ] : all ) {
-      EXPECT_TRUE( act() ) << name;
-      const auto mark = Gant::traceLines( 1, "VexNatHelper" ).back().text;
-      EXPECT_THAT( mark, testing::AllOf( testing::HasSubstr( Gant::String( "NatHelper::" ) + name + "(" ),
-                                         testing::EndsWith( " TODO" ) ) );
-   }
-   EXPECT_EQ( h.natHwSourceTranslationDatas() + h.tmpSrcTranslationDatas() + h.dynSrcTranslationDatas(), 0u );
-   EXPECT_EQ( h.freeTunnels() + h.freeAcls(), 0u );
-}
-
-TEST( NatSms, leaveRequestsUnanswered ) {
-   const auto config = Gant::make< Hul::NextHopMapConfig >( "config" );
-   const auto status = Gant::make< Hul::NextHopMapStatus >( "status" );
-   const auto resolver = Gant::make< NatRouteResolverSm >( config, status, nullptr, nullptr );
-   config->routeResolverRequestIs( Kynet::IpAddr( 1 ), true );
-   EXPECT_THAT( Gant::traceLines( 1, "VexNatResolver" ).back().text, testing::HasSubstr( "handleNextHopRequest" ) );
-   EXPECT_EQ( status->nextHops(), 0u );
-   const auto loopback = Gant::make< NatLoopbackSm >( nullptr, nullptr );
-   EXPECT_TRUE( loopback->initialized() );
-   EXPECT_FALSE( loopback->hulL3IntfTable() );
-   loopback->loopbackPortVlanIs( 1, 10 );
-   EXPECT_THAT( Gant::traceLines( 1, "VexNatResolver" ).back().text, testing::HasSubstr( "handleLoopbackPortVlan" ) );
 }
 
 TEST_F( Nat, rulesOfTheHostAreAnsweredAndTakenBack ) {

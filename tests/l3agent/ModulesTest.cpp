@@ -30,80 +30,26 @@ class Modules : public testing::Test {
    Engine engine;
 };
 
-TEST_F( Modules, theIpModulesSendTheirCommands ) {
-   const auto input = proxy< IpInputMod >();
-   const auto output = proxy< IpOutputMod >();
-   const auto gre = proxyOfSm< Ip4GreTun >();
-   input->setTcpMssAdjust( 1360, true );
-   output->setIpMtu( 9000 );
-   output->setTcpMssAdjust( 1240, false );
-   output->setHwOffload( true );
-   gre->setIp4TunTos( 0 );
-   gre->setIp4TunTos( 200 );
-   gre->setIp4TunTtl( true );
-   EXPECT_EQ( sent(), lines( R"(
-      m setTcpMssAdjust mss 1360 do_mss_checksum true
-      m setMtu ip_mtu 9000
-      m setTcpMssAdjust mss 1240 do_mss_checksum false
-      m setHwOffload ip_hdr_cksum_offload true
-      m setIp4TunTos tun_tos false
-      m setIp4TunTos tun_tos true
-      m setIp4TunTtl ttl_from_inner_header true
-   )" ) );
-}
-
-TEST_F( Modules, theFibSendsItsCommands ) {
+// The state machine's tests see the other commands.
+TEST_F( Modules, membersAreInOrderOfTheirGatesAndOptionsAreSaidAsTheyAre ) {
    const auto fib = Gant::make< FibIpv4 >( "fib", 8192, 8192, nullptr, engine.l3Pair, nullptr );
    fib->intfIdToOutGateIs( intf( "Ethernet1" ), Vex::GateId( 4 ) );
-   fib->addRoute( Hul::VrfId( 1 ), ip( "10.0.0.0" ).value(), 8, FecKey( 9 ) );
-   fib->delRoute( Hul::VrfId( 1 ), ip( "10.0.0.0" ).value(), 8 );
    NexthopInfoColl members;
    members.newNh( NexthopInfo( intf( "Ethernet2" ), 7 ) );
    members.newNh( NexthopInfo( intf( "Ethernet1" ), 3 ) );
    fib->addFec( FecKey( 9 ), members );
-   fib->addFec( FecKey( 8 ), NexthopInfoColl() );
-   fib->addFecWithGate( FecKey( 7 ), Vex::GateId( 0 ) );
-   fib->delFec( FecKey( 9 ) );
-   fib->delVrf( Hul::VrfId( 1 ) );
+   proxy< IpOutputMod >()->setHwOffload( true );
+   const auto gre = proxyOfSm< Ip4GreTun >();
+   gre->setIp4TunTos( 0 );
+   gre->setIp4TunTos( 200 );
+   gre->setIp4TunTtl( true );
+   proxyOfSm< NextHopMod >()->setSrcMacAddr( Kynet::EthAddr() );
    EXPECT_EQ( sent(), lines( R"(
-      fib addRoute vrf 1 prefix 10.0.0.0 prefix_len 8 fec_id 9
-      fib delRoute vrf 1 prefix 10.0.0.0 prefix_len 8
       fib addFec fec_id 9 nh_info {gate 4 nh_index 3} nh_info {gate 4294967295 nh_index 7}
-      fib addFec fec_id 8
-      fib addFec fec_id 7 nh_info {gate 0}
-      fib delFec fec_id 9
-      fib delVrf vrf 1
-   )" ) );
-}
-
-TEST_F( Modules, theNextHopModulesSendTheirCommands ) {
-   const auto nextHop = proxyOfSm< NextHopMod >();
-   VexNhEntry entry;
-   entry.pktCmdIs( 1 );
-   const NextHopKey neighbour( NextHopPktCmd::pktCmdForward(), {}, intf( "Ethernet1" ), {}, mac( "00:00:00:00:00:42" ),
-                               5, {} );
-   const NextHopKey macless( NextHopPktCmd::pktCmdArpTrap(), {}, intf( "Ethernet1" ), {}, {}, 6, {} );
-   nextHop->writeNH( neighbour, entry );
-   nextHop->writeNH( macless, VexNhEntry() );
-   nextHop->deleteNH( neighbour );
-   nextHop->setSrcMacAddr( mac( "00:00:00:00:00:01" ) );
-   nextHop->setSrcMacAddr( Kynet::EthAddr() );
-
-   const auto resolve = proxyOfSm< NhResolve >();
-   const NhrEntryKey key( FecKey( 3 ), 1, intf( "Ethernet1" ), 5 );
-   resolve->nhrEntryIs( key, 12 );
-   resolve->addNhResolveEntry( key );
-   resolve->intfIdToOutGateIs( intf( "Ethernet1" ), Vex::GateId( 2 ) );
-   resolve->addNhResolveEntry( key );
-   resolve->deleteNhResolveEntry( key );
-   EXPECT_EQ( sent(), lines( R"(
-      m writeNH nexthopinfo {nh_index 5 mac_da 00:00:00:00:00:42 pkt_cmd 1}
-      m writeNH nexthopinfo {nh_index 6 pkt_cmd 0}
-      m deleteNH nexthopinfo {nh_index 5}
-      m setSrcMacAddr mac_addr 00:00:00:00:00:01
-      m addNhResolveEntry nhr_index 12 ogate 4294967295 nhm_index 5
-      m addNhResolveEntry nhr_index 12 ogate 2 nhm_index 5
-      m deleteNhResolveEntry nhr_index 12
+      m setHwOffload ip_hdr_cksum_offload true
+      m setIp4TunTos tun_tos false
+      m setIp4TunTos tun_tos true
+      m setIp4TunTtl ttl_from_inner_header true
    )" ) );
 }
 
@@ -181,11 +127,6 @@ TEST_F( Modules, countersAreNamedByTheirModuleAndGivenBack ) {
    EXPECT_EQ( sent(), lines( "a setCounterIds bad_ip_checksum_counter 0 bad_ip_len_counter 1" ) );
    freeModuleCounters( a, engine.vexcsd );
    freeModuleCounters( b, engine.vexcsd );
-}
-
-TEST_F( Modules, withoutCounterInfoACounterIsAnAssertion ) {
-   const auto bare = Gant::make< Vex::VexCommonSmData >( engine.global, engine.trap, nullptr );
-   EXPECT_DEATH( allocModuleCounter( engine.trap, bare, "x" ), "Failed\\(vexcsd->bessCounterInfo\\(\\)\\)" );
 }
 
 } // namespace
