@@ -203,14 +203,23 @@ TracePacketReply Plane::trace( std::string_view text ) {
    return reply;
 }
 
-void PrintTo( const Refused & refused, std::ostream * out ) { *out << refused.what; }
+Refusals refusalTable( std::string_view lines ) {
+   Refusals table;
+   std::istringstream in{ std::string( lines ) };
+   for ( std::string line; std::getline( in, line ); )
+      if ( const auto at = line.find( " => " ); at != line.npos )
+         table.emplace_back( line.substr( 0, at ), line.substr( at + 4 ) );
+   return table;
+}
 
-void expectRefused( const Refused & given ) {
+void expectRefusals( std::string_view given, const Refusals & expected ) {
    Plane plane;
-   plane.set( given.before );
+   plane.set( given );
    const auto before = plane.dump();
-   EXPECT_EQ( plane.apply( given.request ), ( Lines{ std::string( "0 " ) + given.refusal } ) );
-   EXPECT_EQ( plane.dump(), before );
+   for ( const auto & [ request, refusal ] : expected ) {
+      EXPECT_EQ( plane.apply( request ), Lines{ "0 " + refusal } ) << request;
+      EXPECT_EQ( plane.dump(), before ) << request;
+   }
 }
 
 // Written on its own, so that it doesn't repeat a mistake of the code under test.

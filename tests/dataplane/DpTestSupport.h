@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <iosfwd>
 #include <map>
 #include <string>
 #include <string_view>
@@ -75,18 +74,12 @@ class Plane {
    RequestReader reader;
 };
 
-// A request that is refused, and why. The plane before it is made by `before`.
-struct Refused {
-   const char * what;
-   const char * before;
-   const char * request;
-   const char * refusal;
-};
-
-// Printed by gtest in place of the struct's bytes.
-void PrintTo( const Refused & refused, std::ostream * out );
-// It is refused so, and the dump of the plane is what it was.
-void expectRefused( const Refused & given );
+// Requests, each with its refusal.
+using Refusals = std::vector< std::pair< std::string, std::string > >;
+// From lines "request => refusal".
+Refusals refusalTable( std::string_view lines );
+// A plane that is made by the lines given refuses each of the requests so, and its dump stays what it was.
+void expectRefusals( std::string_view given, const Refusals & expected );
 
 // What a frame or a packet says, layer after layer, such as
 //

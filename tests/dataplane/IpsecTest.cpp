@@ -10,6 +10,8 @@
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 
+#include <sstream>
+
 namespace {
 
 using namespace DpTest;
@@ -72,109 +74,98 @@ constexpr const char * kNullDevice =
      "mgmt initVirtDevice crypto_dev_name: 'crypto_null' max_nb_queue_pairs: 1 max_nb_sessions: 1\n";
 
 TEST( IpsecManagement, anAssociationThatCannotWorkIsRefusedByItsSpi ) {
-   const struct {
-      Fields changed;
-      const char * why;
-   } cases[] = {
-        { { { "sa_spi", "" } }, "EINVAL: saentries.sa_spi is missing" },
-        { { { "sa_spi", "0" } }, "EINVAL: sa_spi 0 is reserved, as all up to 255" },
-        { { { "sa_spi", "255" } }, "EINVAL: sa_spi 255 is reserved, as all up to 255" },
-        { { { "sa_type", "1" } }, "EINVAL: SA 0x00000101: sa_type 1 is unknown" },
-        { { { "family", "10" } }, "EINVAL: SA 0x00000101: family 10 is not IPv4" },
-        { { { "proto", "51" } }, "EINVAL: SA 0x00000101: proto 51 is not ESP, 50" },
-        { { { "proto", "" } }, "EINVAL: SA 0x00000101: proto is missing" },
-        { { { "flags", "3" } }, "EINVAL: SA 0x00000101: flags 3 are neither tunnel mode, 1, nor transport mode, 2" },
-        { { { "dst_addr", "0" } }, "EINVAL: SA 0x00000101: from 192.0.2.1 to 0.0.0.0 is no way" },
-        { { { "cipher_algorithm", "0" } }, "EINVAL: SA 0x00000101: cipher_algorithm 0 is unknown" },
-        { { { "auth_algorithm", "0" } }, "EINVAL: SA 0x00000101: auth_algorithm 0 is unknown" },
-        { { { "crypto_info_len", "16" } },
-          "EINVAL: SA 0x00000101: crypto_info_len 16 is not 128 or 192 or 256 bits, which AES-CBC takes" },
-        { { { "crypto_info_len", "256" } },
-          "EINVAL: SA 0x00000101: crypto_info has 16 bytes instead of the 32 of 256 bits" },
-        { { { "crypto_info", "" } }, "EINVAL: SA 0x00000101: crypto_info has 0 bytes instead of the 16 of 128 bits" },
-        { { { "auth_info_len", "20" } },
-          "EINVAL: SA 0x00000101: auth_info_len 20 is not 160 bits, which HMAC-SHA1-96 takes" },
-        { { { "auth_algorithm", "1" } },
-          "EINVAL: SA 0x00000101: auth_info_len 160 is not 0 bits, which no authentication takes" },
-        { { { "icv_len", "96" } }, "EINVAL: SA 0x00000101: icv_len 96 is not 12 bytes, which HMAC-SHA1-96 takes" },
-        { gcm( { { "icv_len", "128" } } ),
-          "EINVAL: SA 0x00000101: icv_len 128 is not 16 or 12 or 8 bytes, which AES-GCM takes" },
-        { gcm( { { "icv_len", "" } } ), "EINVAL: SA 0x00000101: icv_len is missing" },
-        { gcm( { { "crypto_info_len", "128" } } ),
-          "EINVAL: SA 0x00000101: crypto_info_len 128 is not 160 or 224 or 288 bits, which AES-GCM takes" },
-        { gcm( { { "auth_algorithm", "10" } } ),
-          "EINVAL: SA 0x00000101: AES-GCM authenticates, and HMAC-SHA1-96 beside it" },
-        { { { "cipher_algorithm", "1" }, { "auth_algorithm", "1" } },
-          "EINVAL: SA 0x00000101: it neither encrypts nor authenticates" },
-        { { { "replay_window", "4097" } }, "ERANGE: SA 0x00000101: replay_window 4097 is out of range, at most 4096" },
-        { { { "encap_type", "" } }, "EINVAL: SA 0x00000101: encap_type is missing" },
-        { { { "encap_type", "2" } }, "EINVAL: SA 0x00000101: encap_type 2 is unknown" },
-        { { { "encap_type", "1" }, { "encap_src_port", "4500" } },
-          "EINVAL: SA 0x00000101: UDP encapsulation has no ports" },
-        { { { "encap_type", "1" }, { "encap_src_port", "4500" }, { "encap_dst_port", "65536" } },
-          "ERANGE: SA 0x00000101: encap_dst_port 65536 is out of range, at most 65535" },
-        { { { "tunnel_type", "3" } }, "ERANGE: SA 0x00000101: tunnel_type 3 is out of range, at most 2" },
-        { kNullWithSha256, "ENODEV: SA 0x00000101: crypto device crypto_null is not up" },
+   Refusals expected;
+   // Behind a good one, so that half an update would show.
+   const auto add = [ &expected ]( const Fields & changed, const std::string & error, const std::string & why ) {
+      expected.emplace_back( update( entry( { { "sa_spi", "301" } } ) + entry( changed ) ),
+                             error + " mgmt: updateIpsecSAs: " + why );
    };
-   const auto before = std::string( kManagement ) + update( entry( { { "sa_spi", "300" } } ) );
-   for ( const auto & given : cases ) {
-      const std::string why = given.why;
-      const auto refusal =
-           fmt::format( "{} mgmt: updateIpsecSAs{}", why.substr( 0, why.find( ':' ) ), why.substr( why.find( ':' ) ) );
-      // Behind a good one, so that half an update would show.
-      const auto request = update( entry( { { "sa_spi", "301" } } ) + entry( given.changed ) );
-      expectRefused( { given.why, before.c_str(), request.c_str(), refusal.c_str() } );
+   add( { { "sa_spi", "" } }, "EINVAL", "saentries.sa_spi is missing" );
+   for ( const auto * spi : { "0", "255" } )
+      add( { { "sa_spi", spi } }, "EINVAL", fmt::format( "sa_spi {} is reserved, as all up to 255", spi ) );
+   // Each line: the fields that are changed, in a base that may be named first, and what is said of the association.
+   std::istringstream lines( R"(
+      sa_type=1 => EINVAL sa_type 1 is unknown
+      family=10 => EINVAL family 10 is not IPv4
+      proto=51 => EINVAL proto 51 is not ESP, 50
+      proto= => EINVAL proto is missing
+      flags=3 => EINVAL flags 3 are neither tunnel mode, 1, nor transport mode, 2
+      dst_addr=0 => EINVAL from 192.0.2.1 to 0.0.0.0 is no way
+      cipher_algorithm=0 => EINVAL cipher_algorithm 0 is unknown
+      auth_algorithm=0 => EINVAL auth_algorithm 0 is unknown
+      crypto_info_len=16 => EINVAL crypto_info_len 16 is not 128 or 192 or 256 bits, which AES-CBC takes
+      crypto_info_len=256 => EINVAL crypto_info has 16 bytes instead of the 32 of 256 bits
+      crypto_info= => EINVAL crypto_info has 0 bytes instead of the 16 of 128 bits
+      auth_info_len=20 => EINVAL auth_info_len 20 is not 160 bits, which HMAC-SHA1-96 takes
+      auth_algorithm=1 => EINVAL auth_info_len 160 is not 0 bits, which no authentication takes
+      icv_len=96 => EINVAL icv_len 96 is not 12 bytes, which HMAC-SHA1-96 takes
+      GCM icv_len=128 => EINVAL icv_len 128 is not 16 or 12 or 8 bytes, which AES-GCM takes
+      GCM icv_len= => EINVAL icv_len is missing
+      GCM crypto_info_len=128 => EINVAL crypto_info_len 128 is not 160 or 224 or 288 bits, which AES-GCM takes
+      GCM auth_algorithm=10 => EINVAL AES-GCM authenticates, and HMAC-SHA1-96 beside it
+      cipher_algorithm=1 auth_algorithm=1 => EINVAL it neither encrypts nor authenticates
+      replay_window=4097 => ERANGE replay_window 4097 is out of range, at most 4096
+      encap_type= => EINVAL encap_type is missing
+      encap_type=2 => EINVAL encap_type 2 is unknown
+      encap_type=1 encap_src_port=4500 => EINVAL UDP encapsulation has no ports
+      encap_type=1 encap_src_port=4500 encap_dst_port=65536 => ERANGE encap_dst_port 65536 is out of range, at most 65535
+      tunnel_type=3 => ERANGE tunnel_type 3 is out of range, at most 2
+      NULL => ENODEV crypto device crypto_null is not up
+   )" );
+   for ( std::string line; std::getline( lines, line ); ) {
+      std::istringstream in( line );
+      Fields changed;
+      std::string word;
+      while ( in >> word && word != "=>" )
+         if ( const auto at = word.find( '=' ); at != word.npos )
+            changed[ word.substr( 0, at ) ] = word.substr( at + 1 );
+         else
+            changed = word == "GCM" ? gcm() : kNullWithSha256;
+      if ( in >> word ) add( changed, word, "SA 0x00000101:" + line.substr( line.find( word ) + word.size() ) );
    }
+   expectRefusals( kManagement + update( entry( { { "sa_spi", "300" } } ) ), expected );
+   EXPECT_EQ( expected.size(), 29u );
 }
 
 TEST( IpsecManagement, whatDoesNotFitIsRefusedAsAWhole ) {
-   const auto two = std::string( kManagement ) + kNullDevice + update( entry() ) +
-                    update( entry( { { "sa_spi", "258" } } ), "vrf: 0 encap_id: 8 sa_direction: 1" );
-   const std::string bare = "create mgmt IpsecManagement";
-   const struct {
-      const char * what;
-      std::string before;
-      std::string request;
-      const char * refusal;
-   } cases[] = {
-        { "before the device is up", bare, update( entry() ),
-          "ENODEV mgmt: updateIpsecSAs: SA 0x00000101: crypto device crypto_openssl is not up" },
-        { "more than the device has sessions for", two,
-          update( entry( { { "sa_spi", "259" } } ), "vrf: 0 encap_id: 9 sa_direction: 0" ),
-          "ENOSPC mgmt: updateIpsecSAs: SA 0x00000103: crypto device crypto_openssl has 2 of 2 sessions" },
-        { "more than the table holds", two,
-          update( entry() + entry( { { "sa_spi", "259" } } ) + entry( { { "sa_spi", "260" } } ) ),
-          "ENOSPC mgmt: updateIpsecSAs: no room for the 3 SAs of connection 7 in VRF 0, the table has 2 of 3" },
-        { "an SPI twice", two, update( entry() + entry() ),
-          "EEXIST mgmt: updateIpsecSAs: SA 0x00000101 to 192.0.2.2 is told twice" },
-        { "another's SPI", two, update( entry( { { "sa_spi", "258" } } ) ),
-          "EEXIST mgmt: updateIpsecSAs: SA 0x00000102 to 192.0.2.2 is of connection 8 in VRF 0" },
-        { "no association", two, update( "" ), "EINVAL mgmt: updateIpsecSAs: saentries is missing" },
-        { "no VRF", two, update( entry(), "encap_id: 7 sa_direction: 1" ),
-          "EINVAL mgmt: updateIpsecSAs: vrf is missing" },
-        { "a third direction", two, update( entry(), "vrf: 0 encap_id: 7 sa_direction: 2" ),
-          "ERANGE mgmt: updateIpsecSAs: sa_direction 2 is out of range, at most 1" },
-        { "no direction to delete", two, "mgmt deleteIpsecSAs vrf: 0 encap_id: 7",
-          "EINVAL mgmt: deleteIpsecSAs: sa_direction is missing" },
-        { "a driver that isn't there", bare,
-          "mgmt initVirtDevice crypto_dev_name: 'crypto_qat' max_nb_queue_pairs: 1 max_nb_sessions: 1",
-          "ENOENT mgmt: initVirtDevice: there is no crypto driver \"crypto_qat\"" },
-        { "a device twice", two, kNullDevice, "EEXIST mgmt: initVirtDevice: crypto device crypto_null is up already" },
-        { "a device without sessions", bare,
-          "mgmt initVirtDevice crypto_dev_name: 'crypto_null' max_nb_queue_pairs: 1 max_nb_sessions: 0",
-          "ERANGE mgmt: initVirtDevice: max_nb_sessions 0 leaves no room" },
-        { "a device without queues", bare, "mgmt initVirtDevice crypto_dev_name: 'crypto_null' max_nb_sessions: 1",
-          "EINVAL mgmt: initVirtDevice: max_nb_queue_pairs is missing" },
-        { "a socket that is none", bare,
-          "mgmt initVirtDevice crypto_dev_name: 'crypto_null' max_nb_queue_pairs: 1 max_nb_sessions: 1 socket_id: -2",
-          "ERANGE mgmt: initVirtDevice: socket_id -2 is out of range, at least -1, which is any" },
-        { "no room", "", "create mgmt IpsecManagement max_ipsec_sas: 0",
-          "ERANGE mgmt: CreateModule: max_ipsec_sas 0 leaves no room" },
-        { "a second one", bare, "create other IpsecManagement",
-          "EEXIST other: CreateModule: class IpsecManagement has its one module, mgmt" },
-   };
-   for ( const auto & given : cases )
-      expectRefused( { given.what, given.before.c_str(), given.request.c_str(), given.refusal } );
+   const std::string device = "mgmt initVirtDevice crypto_dev_name: ";
+   expectRefusals( "create mgmt IpsecManagement",
+                   {
+                        { update( entry() ),
+                          "ENODEV mgmt: updateIpsecSAs: SA 0x00000101: crypto device crypto_openssl is not up" },
+                        { device + "'crypto_qat' max_nb_queue_pairs: 1 max_nb_sessions: 1",
+                          "ENOENT mgmt: initVirtDevice: there is no crypto driver \"crypto_qat\"" },
+                        { device + "'crypto_null' max_nb_queue_pairs: 1 max_nb_sessions: 0",
+                          "ERANGE mgmt: initVirtDevice: max_nb_sessions 0 leaves no room" },
+                        { device + "'crypto_null' max_nb_sessions: 1",
+                          "EINVAL mgmt: initVirtDevice: max_nb_queue_pairs is missing" },
+                        { device + "'crypto_null' max_nb_queue_pairs: 1 max_nb_sessions: 1 socket_id: -2",
+                          "ERANGE mgmt: initVirtDevice: socket_id -2 is out of range, at least -1, which is any" },
+                        { "create other IpsecManagement",
+                          "EEXIST other: CreateModule: class IpsecManagement has its one module, mgmt" },
+                   } );
+   expectRefusals( "", { { "create mgmt IpsecManagement max_ipsec_sas: 0",
+                           "ERANGE mgmt: CreateModule: max_ipsec_sas 0 leaves no room" } } );
+   // Two of the three associations that the table holds, and both of the device's sessions.
+   const auto sa = []( const char * spi ) { return entry( { { "sa_spi", spi } } ); };
+   expectRefusals(
+        kManagement + std::string( kNullDevice ) + update( entry() ) +
+             update( sa( "258" ), "vrf: 0 encap_id: 8 sa_direction: 1" ),
+        {
+             { update( sa( "259" ), "vrf: 0 encap_id: 9 sa_direction: 0" ),
+               "ENOSPC mgmt: updateIpsecSAs: SA 0x00000103: crypto device crypto_openssl has 2 of 2 sessions" },
+             { update( entry() + sa( "259" ) + sa( "260" ) ),
+               "ENOSPC mgmt: updateIpsecSAs: no room for the 3 SAs of connection 7 in VRF 0, the table has 2 of 3" },
+             { update( entry() + entry() ), "EEXIST mgmt: updateIpsecSAs: SA 0x00000101 to 192.0.2.2 is told twice" },
+             { update( sa( "258" ) ),
+               "EEXIST mgmt: updateIpsecSAs: SA 0x00000102 to 192.0.2.2 is of connection 8 in VRF 0" },
+             { update( "" ), "EINVAL mgmt: updateIpsecSAs: saentries is missing" },
+             { update( entry(), "encap_id: 7 sa_direction: 1" ), "EINVAL mgmt: updateIpsecSAs: vrf is missing" },
+             { update( entry(), "vrf: 0 encap_id: 7 sa_direction: 2" ),
+               "ERANGE mgmt: updateIpsecSAs: sa_direction 2 is out of range, at most 1" },
+             { "mgmt deleteIpsecSAs vrf: 0 encap_id: 7", "EINVAL mgmt: deleteIpsecSAs: sa_direction is missing" },
+             { kNullDevice, "EEXIST mgmt: initVirtDevice: crypto device crypto_null is up already" },
+        } );
 }
 
 TEST( IpsecManagement, anUpdateReplacesItsKeyAndFreesWhatItHeld ) {

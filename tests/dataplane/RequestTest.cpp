@@ -12,147 +12,83 @@ namespace {
 
 using namespace DpTest;
 
-class Refusals : public testing::TestWithParam< Refused > {};
-
-TEST_P( Refusals, aRefusedRequestNamesItsObjectAndChangesNothing ) { expectRefused( GetParam() ); }
-
-constexpr const char * kTwo = "create a IpInput\n create b Trap\n";
-
-INSTANTIATE_TEST_SUITE_P(
-     Graph, Refusals,
-     testing::Values(
-          Refused{ "a class that isn't there", "", "create a Firewall",
-                   "ENOENT a: CreateModule: there is no module class \"Firewall\"" },
-          Refused{ "a name in use", "create a Trap", "create a NextHop",
-                   "EEXIST a: CreateModule: the name is in use by a module of class Trap" },
-          Refused{ "a module to destroy that isn't there", "", "destroy a", "ENOENT a: DestroyModule: no such module" },
-          Refused{ "a source that isn't there", kTwo, "connect c:0 b:0", "ENOENT c: ConnectModules: no such module" },
-          Refused{ "a target that isn't there", kTwo, "connect a:0 c:0",
-                   "ENOENT a: ConnectModules: there is no module c to connect to" },
-          Refused{ "an output gate over the class's limit", kTwo, "connect a:2 b:0",
-                   "ERANGE a: ConnectModules: output gate 2 is out of range, a of class IpInput has 2" },
-          Refused{ "an output gate over 32 bits", kTwo, "connect a:4294967296 b:0",
-                   "ERANGE a: ConnectModules: output gate 4294967296 is out of range, a of class IpInput has 2" },
-          Refused{ "an input gate over the class's limit", kTwo, "connect a:0 b:8192",
-                   "ERANGE a: ConnectModules: input gate 8192 is out of range, b of class Trap has 8192" },
-          Refused{ "a module without output gates", kTwo, "connect b:0 a:0",
-                   "ERANGE b: ConnectModules: output gate 0 is out of range, b of class Trap has 0" },
-          Refused{ "an output gate in use", "create a IpInput\n create b Trap\n connect a:0 b:7", "connect a:0 b:8",
-                   "EBUSY a: ConnectModules: output gate 0 is in use, it leads to b:7" },
-          Refused{ "a gate to disconnect that isn't connected", kTwo, "disconnect a:1",
-                   "ENOTCONN a: DisconnectModules: output gate 1 is not connected" },
-          Refused{ "a gate to disconnect that can't be", kTwo, "disconnect a:18446744073709551615",
-                   "ENOTCONN a: DisconnectModules: output gate 18446744073709551615 is not connected" },
-          Refused{ "a module to disconnect that isn't there", "", "disconnect a:1",
-                   "ENOENT a: DisconnectModules: no such module" },
-          Refused{ "a command to no module", "", "a addRoute", "ENOENT a: addRoute: no such module" },
-          Refused{ "a command that the class hasn't", kTwo, "a addRoute",
-                   "EOPNOTSUPP a: addRoute: class IpInput has no such command" } ) );
-
 constexpr const char * kFib = "create fib FibIpv4 max_rules: 2\n fib addVrf vrf: 1\n";
 
-INSTANTIATE_TEST_SUITE_P(
-     Fib, Refusals,
-     testing::Values(
-          Refused{ "no room at all", "", "create fib FibIpv4 max_rules: 0",
-                   "ERANGE fib: CreateModule: max_rules 0 leaves no room" },
-          Refused{ "more room than there is", "", "create fib FibIpv4 max_rules: 4194305",
-                   "ERANGE fib: CreateModule: max_rules 4194305 is out of range, at most 4194304" },
-          Refused{ "host bits", kFib, "fib addRoute vrf: 1 prefix: @10.0.0.1 prefix_len: 8 fec_id: 1",
-                   "EINVAL fib: addRoute: prefix 10.0.0.1/8 has host bits set" },
-          Refused{ "host bits under a default route", kFib, "fib addRoute vrf: 1 prefix: 1 prefix_len: 0 fec_id: 1",
-                   "EINVAL fib: addRoute: prefix 0.0.0.1/0 has host bits set" },
-          Refused{ "a length over 32", kFib, "fib addRoute vrf: 1 prefix: 0 prefix_len: 33 fec_id: 1",
-                   "EINVAL fib: addRoute: prefix 0.0.0.0/33 has a length over 32" },
-          Refused{ "a length whose low byte would do", kFib, "fib addRoute vrf: 1 prefix: 0 prefix_len: 256 fec_id: 1",
-                   "EINVAL fib: addRoute: prefix 0.0.0.0/256 has a length over 32" },
-          Refused{ "no length", kFib, "fib addRoute vrf: 1 prefix: 0 fec_id: 1",
-                   "EINVAL fib: addRoute: prefix_len is missing" },
-          Refused{ "no FEC", kFib, "fib addRoute vrf: 1 prefix: 0 prefix_len: 0",
-                   "EINVAL fib: addRoute: fec_id is missing" },
-          Refused{ "a VRF that isn't there", kFib, "fib addRoute vrf: 2 prefix: 0 prefix_len: 0 fec_id: 1",
-                   "ENOENT fib: addRoute: there is no VRF 2" },
-          Refused{ "a full table",
-                   "create fib FibIpv4 max_rules: 2\n fib addVrf vrf: 1\n fib addVrf vrf: 2\n"
-                   "fib addRoute vrf: 1 prefix: 0 prefix_len: 0 fec_id: 1\n"
-                   "fib addRoute vrf: 2 prefix: 0 prefix_len: 0 fec_id: 1",
-                   "fib addRoute vrf: 2 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1",
-                   "ENOSPC fib: addRoute: no room for prefix 10.0.0.0/8 of VRF 2, the table is full with 2 routes" },
-          Refused{ "a route to delete that isn't there",
-                   "create fib FibIpv4\n fib addVrf vrf: 1\n"
-                   "fib addRoute vrf: 1 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1",
-                   "fib delRoute vrf: 1 prefix: @10.0.0.0 prefix_len: 9",
-                   "ENOENT fib: delRoute: there is no prefix 10.0.0.0/9 in VRF 1" },
-          Refused{ "a VRF twice", kFib, "fib addVrf vrf: 1", "EEXIST fib: addVrf: VRF 1 is there already" },
-          Refused{ "a VRF to delete that isn't there", kFib, "fib delVrf vrf: 7",
-                   "ENOENT fib: delVrf: there is no VRF 7" },
-          Refused{ "a member without a gate", kFib, "fib addFec fec_id: 1 nh_info { nh_index: 1 }",
-                   "EINVAL fib: addFec: nh_info.gate is missing" },
-          Refused{ "a member with a gate over the limit", kFib,
-                   "fib addFec fec_id: 1 nh_info { gate: 1 } nh_info { gate: 8192 }",
-                   "ERANGE fib: addFec: nh_info.gate 8192 is out of range, the module has 8192 output gates" },
-          Refused{ "a FEC to delete that isn't there", kFib, "fib delFec fec_id: 1",
-                   "ENOENT fib: delFec: there is no FEC 1" },
-          Refused{ "a show of a VRF that isn't there", kFib, "fib showFib vrf: 9",
-                   "ENOENT fib: showFib: there is no VRF 9" },
-          Refused{ "a counter over the table", kFib, "fib setCounterIds no_route_counter: 1 no_fec_counter: 1048576",
-                   "ERANGE fib: setCounterIds: no_fec_counter 1048576 is out of range, the table has 1048576 "
-                   "counters" } ) );
-
-constexpr const char * kNh = "create nh NextHop max_nexthops: 4\n nh writeNH nexthopinfo { nh_index: 1 pkt_cmd: 2 }";
-constexpr const char * kResolve = "create nhr NhResolve max_entries: 0";
-
-INSTANTIATE_TEST_SUITE_P(
-     Modules, Refusals,
-     testing::Values(
-          Refused{ "a next hop over the table", kNh,
-                   "nh writeNH nexthopinfo { nh_index: 0 pkt_cmd: 2 } nexthopinfo { nh_index: 4 pkt_cmd: 2 }",
-                   "ERANGE nh: writeNH: nh_index 4 is out of range, at most 3" },
-          Refused{ "a MAC that is short", kNh, "nh writeNH nexthopinfo { nh_index: 0 pkt_cmd: 1 mac_da: '12345' }",
-                   "EINVAL nh: writeNH: mac_da has 5 bytes instead of 6" },
-          Refused{ "a next hop without a command", kNh, "nh writeNH nexthopinfo { nh_index: 0 }",
-                   "EINVAL nh: writeNH: nexthopinfo.pkt_cmd is missing" },
-          Refused{ "one of two to delete is over the table", kNh,
-                   "nh deleteNH nexthopinfo { nh_index: 1 } nexthopinfo { nh_index: 4 }",
-                   "ERANGE nh: deleteNH: nh_index 4 is out of range, at most 3" },
-          Refused{ "a source MAC that is long", kNh, "nh setSrcMacAddr mac_addr: '1234567'",
-                   "EINVAL nh: setSrcMacAddr: mac_addr has 7 bytes instead of 6" },
-          Refused{ "a next-hop table that is too big", "", "create nh NextHop max_nexthops: 1048577",
-                   "ERANGE nh: CreateModule: max_nexthops 1048577 is out of range, at most 1048576" },
-          Refused{ "the reserved resolve entry", kResolve, "nhr addNhResolveEntry nhr_index: 0 ogate: 1 nhm_index: 1",
-                   "EINVAL nhr: addNhResolveEntry: nhr_index 0 is reserved" },
-          Refused{ "a resolve entry over the default size", kResolve,
-                   "nhr addNhResolveEntry nhr_index: 1024 ogate: 1 nhm_index: 1",
-                   "ERANGE nhr: addNhResolveEntry: nhr_index 1024 is out of range, at most 1023" },
-          Refused{ "a resolve entry without a next hop", kResolve, "nhr addNhResolveEntry nhr_index: 1 ogate: 1",
-                   "EINVAL nhr: addNhResolveEntry: nhm_index is missing" },
-          Refused{ "a resolve entry to delete over the default size", kResolve,
-                   "nhr deleteNhResolveEntry nhr_index: 1024",
-                   "ERANGE nhr: deleteNhResolveEntry: nhr_index 1024 is out of range, at most 1023" },
-          Refused{ "an MTU that IPv4 doesn't have", "create out IpOutput ip_mtu: 1500", "out setMtu ip_mtu: 67",
-                   "ERANGE out: setMtu: ip_mtu 67 is out of range, at least 68, or 0 for no limit" },
-          Refused{ "an MTU command without one", "create out IpOutput ip_mtu: 1500", "out setMtu mss: 1400",
-                   "EINVAL out: setMtu: ip_mtu is missing" },
-          Refused{ "an MSS over 16 bits", "create in IpInput mss: 1400", "in setTcpMssAdjust mss: 65536",
-                   "ERANGE in: setTcpMssAdjust: mss 65536 is out of range, at most 65535" },
-          Refused{ "a tunnel without an end", "", "create t Ip4GreTun ip_encap_arg { tun_src_ip: @10.0.0.1 }",
-                   "EINVAL t: CreateModule: ip_encap_arg.tun_dst_ip is missing" },
-          Refused{ "a port without an interface", "", "create p PortRx intf_id: 1",
-                   "EINVAL p: CreateModule: intfname is missing" },
-          Refused{ "a MAC at creation that is short", "", "create c EtherClassify mac_addr: '123'",
-                   "EINVAL c: CreateModule: mac_addr has 3 bytes instead of 6" },
-          Refused{ "a virtual MAC twice", "create c EtherClassify\n c addVirtualMac mac_addr: @00:00:5e:00:01:01",
-                   "c addVirtualMac mac_addr: @00:00:5e:00:01:01",
-                   "EEXIST c: addVirtualMac: virtual MAC 00:00:5e:00:01:01 is there already" },
-          Refused{ "a virtual MAC to remove that isn't there", "create c EtherClassify",
-                   "c removeVirtualMac mac_addr: @00:00:5e:00:01:01",
-                   "ENOENT c: removeVirtualMac: there is no virtual MAC 00:00:5e:00:01:01" },
-          Refused{ "an EtherType's gate over the limit", "create c EtherClassify",
-                   "c setEtherTypeGate ether_type: 2048 ogate: 8192",
-                   "ERANGE c: setEtherTypeGate: ogate 8192 is out of range, at most 8191" },
-          Refused{ "an EtherType to clear that has no gate", "create c EtherClassify",
-                   "c clearEtherTypeGate ether_type: 2048",
-                   "ENOENT c: clearEtherTypeGate: EtherType 0x0800 has no gate" } ) );
+TEST( Requests, aRefusedOneNamesItsObjectAndChangesNothing ) {
+   expectRefusals( "create a IpInput\n create b Trap\n connect a:0 b:7", refusalTable( R"(
+      create c Firewall => ENOENT c: CreateModule: there is no module class "Firewall"
+      create b NextHop => EEXIST b: CreateModule: the name is in use by a module of class Trap
+      destroy c => ENOENT c: DestroyModule: no such module
+      connect c:0 b:0 => ENOENT c: ConnectModules: no such module
+      connect a:1 c:0 => ENOENT a: ConnectModules: there is no module c to connect to
+      connect a:2 b:0 => ERANGE a: ConnectModules: output gate 2 is out of range, a of class IpInput has 2
+      connect a:4294967296 b:0 => ERANGE a: ConnectModules: output gate 4294967296 is out of range, a of class IpInput has 2
+      connect a:1 b:8192 => ERANGE a: ConnectModules: input gate 8192 is out of range, b of class Trap has 8192
+      connect b:0 a:0 => ERANGE b: ConnectModules: output gate 0 is out of range, b of class Trap has 0
+      connect a:0 b:8 => EBUSY a: ConnectModules: output gate 0 is in use, it leads to b:7
+      disconnect a:1 => ENOTCONN a: DisconnectModules: output gate 1 is not connected
+      disconnect a:18446744073709551615 => ENOTCONN a: DisconnectModules: output gate 18446744073709551615 is not connected
+      disconnect c:1 => ENOENT c: DisconnectModules: no such module
+      c addRoute => ENOENT c: addRoute: no such module
+      a addRoute => EOPNOTSUPP a: addRoute: class IpInput has no such command
+   )" ) );
+   expectRefusals( std::string( kFib ) + R"(
+      fib addVrf vrf: 2
+      fib addRoute vrf: 1 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1
+      fib addRoute vrf: 2 prefix: 0 prefix_len: 0 fec_id: 1
+   )",
+                   refusalTable( R"(
+      create other FibIpv4 max_rules: 0 => ERANGE other: CreateModule: max_rules 0 leaves no room
+      create other FibIpv4 max_rules: 4194305 => ERANGE other: CreateModule: max_rules 4194305 is out of range, at most 4194304
+      fib addRoute vrf: 1 prefix: @10.0.0.1 prefix_len: 8 fec_id: 1 => EINVAL fib: addRoute: prefix 10.0.0.1/8 has host bits set
+      fib addRoute vrf: 1 prefix: 1 prefix_len: 0 fec_id: 1 => EINVAL fib: addRoute: prefix 0.0.0.1/0 has host bits set
+      fib addRoute vrf: 1 prefix: 0 prefix_len: 33 fec_id: 1 => EINVAL fib: addRoute: prefix 0.0.0.0/33 has a length over 32
+      fib addRoute vrf: 1 prefix: 0 prefix_len: 256 fec_id: 1 => EINVAL fib: addRoute: prefix 0.0.0.0/256 has a length over 32
+      fib addRoute vrf: 1 prefix: 0 fec_id: 1 => EINVAL fib: addRoute: prefix_len is missing
+      fib addRoute vrf: 1 prefix: 0 prefix_len: 0 => EINVAL fib: addRoute: fec_id is missing
+      fib addRoute vrf: 3 prefix: 0 prefix_len: 0 fec_id: 1 => ENOENT fib: addRoute: there is no VRF 3
+      fib addRoute vrf: 2 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1 => ENOSPC fib: addRoute: no room for prefix 10.0.0.0/8 of VRF 2, the table is full with 2 routes
+      fib delRoute vrf: 1 prefix: @10.0.0.0 prefix_len: 9 => ENOENT fib: delRoute: there is no prefix 10.0.0.0/9 in VRF 1
+      fib addVrf vrf: 1 => EEXIST fib: addVrf: VRF 1 is there already
+      fib delVrf vrf: 7 => ENOENT fib: delVrf: there is no VRF 7
+      fib addFec fec_id: 1 nh_info { nh_index: 1 } => EINVAL fib: addFec: nh_info.gate is missing
+      fib addFec fec_id: 1 nh_info { gate: 1 } nh_info { gate: 8192 } => ERANGE fib: addFec: nh_info.gate 8192 is out of range, the module has 8192 output gates
+      fib delFec fec_id: 1 => ENOENT fib: delFec: there is no FEC 1
+      fib showFib vrf: 9 => ENOENT fib: showFib: there is no VRF 9
+      fib setCounterIds no_route_counter: 1 no_fec_counter: 1048576 => ERANGE fib: setCounterIds: no_fec_counter 1048576 is out of range, the table has 1048576 counters
+   )" ) );
+   expectRefusals( R"(
+      create nh NextHop max_nexthops: 4
+      nh writeNH nexthopinfo { nh_index: 1 pkt_cmd: 2 }
+      create nhr NhResolve max_entries: 0
+      create out IpOutput ip_mtu: 1500
+      create in IpInput mss: 1400
+      create c EtherClassify
+      c addVirtualMac mac_addr: @00:00:5e:00:01:01
+   )",
+                   refusalTable( R"(
+      nh writeNH nexthopinfo { nh_index: 0 pkt_cmd: 2 } nexthopinfo { nh_index: 4 pkt_cmd: 2 } => ERANGE nh: writeNH: nh_index 4 is out of range, at most 3
+      nh writeNH nexthopinfo { nh_index: 0 pkt_cmd: 1 mac_da: '12345' } => EINVAL nh: writeNH: mac_da has 5 bytes instead of 6
+      nh writeNH nexthopinfo { nh_index: 0 } => EINVAL nh: writeNH: nexthopinfo.pkt_cmd is missing
+      nh deleteNH nexthopinfo { nh_index: 1 } nexthopinfo { nh_index: 4 } => ERANGE nh: deleteNH: nh_index 4 is out of range, at most 3
+      nh setSrcMacAddr mac_addr: '1234567' => EINVAL nh: setSrcMacAddr: mac_addr has 7 bytes instead of 6
+      create other NextHop max_nexthops: 1048577 => ERANGE other: CreateModule: max_nexthops 1048577 is out of range, at most 1048576
+      nhr addNhResolveEntry nhr_index: 0 ogate: 1 nhm_index: 1 => EINVAL nhr: addNhResolveEntry: nhr_index 0 is reserved
+      nhr addNhResolveEntry nhr_index: 1024 ogate: 1 nhm_index: 1 => ERANGE nhr: addNhResolveEntry: nhr_index 1024 is out of range, at most 1023
+      nhr addNhResolveEntry nhr_index: 1 ogate: 1 => EINVAL nhr: addNhResolveEntry: nhm_index is missing
+      nhr deleteNhResolveEntry nhr_index: 1024 => ERANGE nhr: deleteNhResolveEntry: nhr_index 1024 is out of range, at most 1023
+      out setMtu ip_mtu: 67 => ERANGE out: setMtu: ip_mtu 67 is out of range, at least 68, or 0 for no limit
+      out setMtu mss: 1400 => EINVAL out: setMtu: ip_mtu is missing
+      in setTcpMssAdjust mss: 65536 => ERANGE in: setTcpMssAdjust: mss 65536 is out of range, at most 65535
+      create t Ip4GreTun ip_encap_arg { tun_src_ip: @10.0.0.1 } => EINVAL t: CreateModule: ip_encap_arg.tun_dst_ip is missing
+      create p PortRx intf_id: 1 => EINVAL p: CreateModule: intfname is missing
+      create other EtherClassify mac_addr: '123' => EINVAL other: CreateModule: mac_addr has 3 bytes instead of 6
+      c addVirtualMac mac_addr: @00:00:5e:00:01:01 => EEXIST c: addVirtualMac: virtual MAC 00:00:5e:00:01:01 is there already
+      c removeVirtualMac mac_addr: @00:00:5e:00:01:02 => ENOENT c: removeVirtualMac: there is no virtual MAC 00:00:5e:00:01:02
+      c setEtherTypeGate ether_type: 2048 ogate: 8192 => ERANGE c: setEtherTypeGate: ogate 8192 is out of range, at most 8191
+      c clearEtherTypeGate ether_type: 2048 => ENOENT c: clearEtherTypeGate: EtherType 0x0800 has no gate
+   )" ) );
+}
 
 TEST( Requests, whatMayLookOddIsTaken ) {
    Plane plane;

@@ -15,87 +15,46 @@ namespace {
 
 using namespace DpTest;
 
-constexpr const char * kLists = R"(
-   create db KyAclDb
-   db createAcl acl_id: 1 acl_target: 0 rule { proto: 17 permit: true } rule { permit: false }
-   db createPolicy acl_id: 2 acl_target: 1 rule { action_tc: true tc_data: 3 }
-   create in KyAcl ingress: true intf_id: 5
-   in applyAcl acl_id: 1 ipv4: true
-   create pq PolicyQos ingress: true
-   create trap Trap
-)";
-
-class RuleRefusals : public testing::TestWithParam< Refused > {};
-
-TEST_P( RuleRefusals, aRefusedTableOrBindingNamesItsObjectAndChangesNothing ) { expectRefused( GetParam() ); }
-
-INSTANTIATE_TEST_SUITE_P(
-     Tables, RuleRefusals,
-     testing::Values(
-          Refused{ "a table without an id", kLists, "db createAcl acl_target: 0",
-                   "EINVAL db: createAcl: acl_id is missing" },
-          Refused{ "a table without a target", kLists, "db createAcl acl_id: 1",
-                   "EINVAL db: createAcl: acl_target is missing" },
-          Refused{ "an id over 16 bits", kLists, "db createAcl acl_id: 65536 acl_target: 0",
-                   "ERANGE db: createAcl: acl_id 65536 is out of range, at most 65535" },
-          Refused{ "a target that isn't one", kLists, "db createPolicy acl_id: 1 acl_target: 3",
-                   "EINVAL db: createPolicy: acl_target 3 is not that of a policy" },
-          Refused{ "a policy as a list", kLists, "db createAcl acl_id: 1 acl_target: 1",
-                   "EINVAL db: createAcl: acl_target 1 is not that of an access list" },
-          Refused{ "a list as a policy", kLists, "db createPolicy acl_id: 1 acl_target: 0",
-                   "EINVAL db: createPolicy: acl_target 0 is not that of a policy" },
-          Refused{ "a list's rule without a verdict", kLists,
-                   "db createAcl acl_id: 1 acl_target: 0 rule { permit: true } rule { proto: 6 }",
-                   "EINVAL db: createAcl: rule 2: permit is missing" },
-          Refused{ "a port over 16 bits, in the second rule of a replacement", kLists,
-                   "db createAcl acl_id: 1 acl_target: 0 rule { permit: true } rule { permit: true dst_port_upper: "
-                   "65536 }",
-                   "ERANGE db: createAcl: rule 2: dst_port_upper 65536 is out of range, at most 65535" },
-          Refused{ "a range upside down", kLists,
-                   "db createAcl acl_id: 1 acl_target: 0 rule { permit: true src_port_lower: 81 src_port_upper: 80 }",
-                   "EINVAL db: createAcl: rule 1: the range 81 to 80 of source ports is upside down" },
-          Refused{ "a TTL range upside down by what is left out", kLists,
-                   "db createAcl acl_id: 1 acl_target: 0 rule { permit: true ttl_upper: 256 }",
-                   "ERANGE db: createAcl: rule 1: ttl_upper 256 is out of range, at most 255" },
-          Refused{ "a DSCP over any", kLists, "db createPolicy acl_id: 2 acl_target: 1 rule { dscp: 65 }",
-                   "ERANGE db: createPolicy: rule 1: dscp 65 is out of range, at most 64" },
-          Refused{ "an ICMP type that is none and not any", kLists,
-                   "db createPolicy acl_id: 2 acl_target: 1 rule { icmp_type: 256 }",
-                   "ERANGE db: createPolicy: rule 1: icmp_type 256 is out of range, at most 255, or 65535 for any" },
-          Refused{ "a DSCP to set over 6 bits", kLists,
-                   "db createPolicy acl_id: 2 acl_target: 1 rule { action_dscp: true dscp_data: 64 }",
-                   "ERANGE db: createPolicy: rule 1: dscp_data 64 is out of range, at most 63" },
-          Refused{ "an action without its value", kLists,
-                   "db createPolicy acl_id: 2 acl_target: 1 rule { action_tc: true }",
-                   "EINVAL db: createPolicy: rule 1: tc_data is missing" },
-          Refused{ "a counter over the table", kLists,
-                   "db createPolicy acl_id: 2 acl_target: 1 rule { counter_id: 1048576 }",
-                   "ERANGE db: createPolicy: rule 1: counter_id 1048576 is out of range, the table has 1048576 "
-                   "counters" },
-          Refused{ "a list to destroy that isn't there", kLists, "db destroyAcl acl_id: 2",
-                   "ENOENT db: destroyAcl: there is no access list 2" },
-          Refused{ "a policy to destroy of the other target", kLists, "db destroyPolicy acl_id: 2 acl_target: 2",
-                   "ENOENT db: destroyPolicy: there is no control-plane policy 2" },
-          Refused{ "a second database", kLists, "create db2 KyAclDb",
-                   "EEXIST db2: CreateModule: class KyAclDb has its one module, db" } ) );
-
-INSTANTIATE_TEST_SUITE_P(
-     Bindings, RuleRefusals,
-     testing::Values( Refused{ "a list that isn't there", kLists, "in applyAcl acl_id: 7 ipv4: true",
-                               "ENOENT in: applyAcl: there is no access list 7" },
-                      Refused{ "a policy for a list", kLists, "in applyAcl acl_id: 2",
-                               "ENOENT in: applyAcl: there is no access list 2" },
-                      Refused{ "no list", kLists, "in applyAcl ipv4: true", "EINVAL in: applyAcl: acl_id is missing" },
-                      Refused{ "an IPv6 list", kLists, "in applyAcl acl_id: 1 ipv4: false",
-                               "EOPNOTSUPP in: applyAcl: access list 1 is not of IPv4" },
-                      Refused{ "no database", "create in KyAcl", "in applyAcl acl_id: 1",
-                               "ENOENT in: applyAcl: there is no rule database" },
-                      Refused{ "a QoS policy that isn't there", kLists, "pq applyServicePolicy policy_id: 1",
-                               "ENOENT pq: applyServicePolicy: there is no QoS policy 1" },
-                      Refused{ "a policy on the way out", "", "create out PolicyQos ingress: false",
-                               "EOPNOTSUPP out: CreateModule: a policy on the way out is not supported" },
-                      Refused{ "a QoS policy for the control plane", kLists, "trap applyPolicy policy_id: 2",
-                               "ENOENT trap: applyPolicy: there is no control-plane policy 2" } ) );
+TEST( Rules, aRefusedTableOrBindingNamesItsObjectAndChangesNothing ) {
+   expectRefusals( R"(
+      create db KyAclDb
+      db createAcl acl_id: 1 acl_target: 0 rule { proto: 17 permit: true } rule { permit: false }
+      db createPolicy acl_id: 2 acl_target: 1 rule { action_tc: true tc_data: 3 }
+      create in KyAcl ingress: true intf_id: 5
+      in applyAcl acl_id: 1 ipv4: true
+      create pq PolicyQos ingress: true
+      create trap Trap
+   )",
+                   refusalTable( R"(
+      db createAcl acl_target: 0 => EINVAL db: createAcl: acl_id is missing
+      db createAcl acl_id: 1 => EINVAL db: createAcl: acl_target is missing
+      db createAcl acl_id: 65536 acl_target: 0 => ERANGE db: createAcl: acl_id 65536 is out of range, at most 65535
+      db createPolicy acl_id: 1 acl_target: 3 => EINVAL db: createPolicy: acl_target 3 is not that of a policy
+      db createAcl acl_id: 1 acl_target: 1 => EINVAL db: createAcl: acl_target 1 is not that of an access list
+      db createPolicy acl_id: 1 acl_target: 0 => EINVAL db: createPolicy: acl_target 0 is not that of a policy
+      db createAcl acl_id: 1 acl_target: 0 rule { permit: true } rule { proto: 6 } => EINVAL db: createAcl: rule 2: permit is missing
+      db createAcl acl_id: 1 acl_target: 0 rule { permit: true } rule { permit: true dst_port_upper: 65536 } => ERANGE db: createAcl: rule 2: dst_port_upper 65536 is out of range, at most 65535
+      db createAcl acl_id: 1 acl_target: 0 rule { permit: true src_port_lower: 81 src_port_upper: 80 } => EINVAL db: createAcl: rule 1: the range 81 to 80 of source ports is upside down
+      db createAcl acl_id: 1 acl_target: 0 rule { permit: true ttl_upper: 256 } => ERANGE db: createAcl: rule 1: ttl_upper 256 is out of range, at most 255
+      db createPolicy acl_id: 2 acl_target: 1 rule { dscp: 65 } => ERANGE db: createPolicy: rule 1: dscp 65 is out of range, at most 64
+      db createPolicy acl_id: 2 acl_target: 1 rule { icmp_type: 256 } => ERANGE db: createPolicy: rule 1: icmp_type 256 is out of range, at most 255, or 65535 for any
+      db createPolicy acl_id: 2 acl_target: 1 rule { action_dscp: true dscp_data: 64 } => ERANGE db: createPolicy: rule 1: dscp_data 64 is out of range, at most 63
+      db createPolicy acl_id: 2 acl_target: 1 rule { action_tc: true } => EINVAL db: createPolicy: rule 1: tc_data is missing
+      db createPolicy acl_id: 2 acl_target: 1 rule { counter_id: 1048576 } => ERANGE db: createPolicy: rule 1: counter_id 1048576 is out of range, the table has 1048576 counters
+      db destroyAcl acl_id: 2 => ENOENT db: destroyAcl: there is no access list 2
+      db destroyPolicy acl_id: 2 acl_target: 2 => ENOENT db: destroyPolicy: there is no control-plane policy 2
+      create db2 KyAclDb => EEXIST db2: CreateModule: class KyAclDb has its one module, db
+      in applyAcl acl_id: 7 ipv4: true => ENOENT in: applyAcl: there is no access list 7
+      in applyAcl acl_id: 2 => ENOENT in: applyAcl: there is no access list 2
+      in applyAcl ipv4: true => EINVAL in: applyAcl: acl_id is missing
+      in applyAcl acl_id: 1 ipv4: false => EOPNOTSUPP in: applyAcl: access list 1 is not of IPv4
+      pq applyServicePolicy policy_id: 1 => ENOENT pq: applyServicePolicy: there is no QoS policy 1
+      create out PolicyQos ingress: false => EOPNOTSUPP out: CreateModule: a policy on the way out is not supported
+      trap applyPolicy policy_id: 2 => ENOENT trap: applyPolicy: there is no control-plane policy 2
+   )" ) );
+   expectRefusals( "create in KyAcl",
+                   refusalTable( "in applyAcl acl_id: 1 => ENOENT in: applyAcl: there is no rule database" ) );
+}
 
 // et1 with an access list on its way in, in front of a tap.
 class Filter {
