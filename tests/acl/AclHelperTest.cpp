@@ -44,28 +44,6 @@ class AclHelperCalls : public testing::Test {
    Gant::Ptr< Vex::AclHelper > helper = Gant::make< Vex::AclHelper >( engine.vexcsd, nullptr, nullptr, nullptr );
 };
 
-TEST_F( AclHelperCalls, declareWhatThePlatformCanDo ) {
-   const auto & h = *helper;
-   EXPECT_TRUE( h.aclDscpSupported() && h.tunnelIntfIngressIpAclSupported() && h.tunnelIntfIngressIpv6AclSupported() &&
-                h.tunnelIntfEgressIpAclSupported() && h.tunnelIntfEgressIpv6AclSupported() &&
-                h.ipEgressAclSupported() && h.aclLoggingSupported() && h.aclCountersSupported() && h.aclTcSupported() &&
-                h.aclIpLenMatchSupported() && h.allowIpLenFilter() && h.configurableImplicitIcmp6RulesSupported() &&
-                h.aclBatchCommitSupported() && h.nonContiguousIpMaskSupported() );
-   EXPECT_FALSE( h.routerAclSupported() || h.macEgressAclSupported() || h.routerEgressAclSupported() ||
-                 h.routerAclLoggingSupported() || h.ip6AclSupported() || h.ip6EgressAclSupported() );
-}
-
-TEST_F( AclHelperCalls, aListThatIsAppliedNowhereTakesNothing ) {
-   const auto aclData = data( "a" );
-   aclData->activeIntfDelAll();
-   EXPECT_EQ( helper->precreateAcl( aclData, nullptr ), Hul::aclCreateErrorNone );
-   rule( aclData );
-   commit( aclData );
-   EXPECT_EQ( helper->vexAclDatas(), 0u );
-   EXPECT_EQ( engine.vexcsd->kyAclDb()->freeAclIds(), 128u );
-   EXPECT_EQ( engine.take(), Lines{} );
-}
-
 TEST_F( AclHelperCalls, twoKeysOfOneListShareItUntilTheSecondGoes ) {
    const auto in = data( "a" ), out = data( "a", 1, Acl::out );
    build( in );
@@ -101,19 +79,6 @@ TEST_F( AclHelperCalls, rulesOutsideOfABuildAreSkipped ) {
    EXPECT_EQ( engine.counters->counterIterator().at( Vex::CounterId( 0 ) ).name, "kyAclDb-a-1" );
    EXPECT_EQ( engine.counters->counterIterator().at( Vex::CounterId( 1 ) ).name, "kyAclDb-a-2" );
    EXPECT_EQ( engine.counters->counterIterator().size(), 2u );
-}
-
-TEST_F( AclHelperCalls, theListAfterTheLastIdIsRefusedAndAKnownOneIsNot ) {
-   for ( U32 i = 0; i < Vex::KyAclDb::maxAcls(); ++i )
-      EXPECT_EQ( helper->precreateAcl( data( ( "a" + std::to_string( i ) ).c_str() ), nullptr ),
-                 Hul::aclCreateErrorNone );
-   EXPECT_EQ( helper->precreateAcl( data( "more" ), nullptr ), Hul::aclCreateErrorTooManyAcls );
-   EXPECT_EQ( helper->vexAclDatas(), 128u );
-   const auto known = data( "a5" );
-   rule( known );
-   helper->createFinalAclRule( Acl::ip, known, 2 );
-   commit( known );
-   EXPECT_EQ( helper->precreateAcl( data( "a5", 2 ), nullptr ), Hul::aclCreateErrorNone );
 }
 
 TEST_F( AclHelperCalls, withoutAFreeIdAListIsRefusedToo ) {

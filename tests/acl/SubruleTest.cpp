@@ -35,13 +35,6 @@ TEST( Subrules, numbersBecomeTheFewestRanges ) {
    EXPECT_EQ( rangesOf( RangeOper::lt_, { 0 } ), "" );
 }
 
-TEST( Subrules, numbersReadBackFromTheirText ) {
-   const RangeSpec numbers( RangeOper::eq_, { 80, 443 } );
-   EXPECT_EQ( numbers.strep(), "'eq 80 443'" );
-   for ( const auto & wanted : { numbers, RangeSpec() } )
-      EXPECT_EQ( Gant::valueFromStrep< RangeSpec >( wanted.strep() ), wanted );
-}
-
 TEST( Subrules, aLonePortOfZeroIsInUse ) {
    const auto filter = Acl::RuleConfig( udp().dport( RangeOper::eq_, { 0 } ) ).filter();
    const auto subrules = Hul::subrulesOf( filter );

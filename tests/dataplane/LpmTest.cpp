@@ -31,32 +31,6 @@ std::string text( const std::optional< Lpm::Route > & route ) {
 
 std::string found( const Lpm & lpm, const char * addr ) { return text( lpm.lookup( { DpTest::ip( addr ) } ) ); }
 
-TEST( Lpm, theLongestPrefixWinsAtEveryLevelAndTheNextOneComesBack ) {
-   LpmPool pool;
-   Lpm lpm( pool );
-   std::uint32_t value = 0;
-   for ( const char * prefix : { "0.0.0.0/0", "10.0.0.0/7", "10.0.0.0/8", "10.1.0.0/16", "10.1.0.0/17", "10.1.2.0/23",
-                                 "10.1.2.0/24", "10.1.2.0/25", "10.1.2.3/32" } )
-      EXPECT_EQ( lpm.insert( DpTest::prefix( prefix ), value++, true ), Insert::added ) << prefix;
-
-   EXPECT_EQ( found( lpm, "10.1.2.3" ), "10.1.2.3/32 -> 8" );
-   EXPECT_EQ( found( lpm, "10.1.2.4" ), "10.1.2.0/25 -> 7" );
-   EXPECT_EQ( found( lpm, "10.1.2.128" ), "10.1.2.0/24 -> 6" );
-   EXPECT_EQ( found( lpm, "10.1.3.0" ), "10.1.2.0/23 -> 5" );
-   EXPECT_EQ( found( lpm, "10.1.127.255" ), "10.1.0.0/17 -> 4" );
-   EXPECT_EQ( found( lpm, "10.1.128.0" ), "10.1.0.0/16 -> 3" );
-   EXPECT_EQ( found( lpm, "10.2.0.0" ), "10.0.0.0/8 -> 2" );
-   EXPECT_EQ( found( lpm, "11.255.255.255" ), "10.0.0.0/7 -> 1" );
-   EXPECT_EQ( found( lpm, "12.0.0.0" ), "0.0.0.0/0 -> 0" );
-
-   for ( const char * prefix : { "10.1.2.3/32", "10.1.2.0/24", "10.1.0.0/16" } )
-      EXPECT_TRUE( lpm.remove( DpTest::prefix( prefix ) ) ) << prefix;
-   EXPECT_EQ( found( lpm, "10.1.2.3" ), "10.1.2.0/25 -> 7" );
-   EXPECT_EQ( found( lpm, "10.1.2.128" ), "10.1.2.0/23 -> 5" );
-   EXPECT_EQ( found( lpm, "10.1.128.0" ), "10.0.0.0/8 -> 2" );
-   EXPECT_FALSE( lpm.remove( DpTest::prefix( "10.1.0.0/16" ) ) );
-}
-
 TEST( Lpm, aFullTableStillReplaces ) {
    LpmPool pool;
    Lpm lpm( pool );

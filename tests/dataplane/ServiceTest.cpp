@@ -333,30 +333,6 @@ TEST_F( Services, theControlApiAnswersWithoutASession ) {
    EXPECT_EQ( counters_.value( 7 ), 0u );
 }
 
-TEST_F( Services, lookupsAndTracesAreServedBesideASession ) {
-   auto client = begin();
-   EXPECT_EQ( client->apply( coreLines() + ethernetLines( "et1", 1 ) + R"(
-      fibIpv4 addRoute vrf: 0 prefix: @10.0.0.0 prefix_len: 8 fec_id: 0
-      fibIpv4 addFec fec_id: 0 nh_info { gate: 0 }
-   )" ),
-              Lines() );
-   vex::pb::LookupRequest lookup;
-   vex::pb::LookupReply found;
-   parse( "module: 'fibIpv4' address: @10.9.9.9", lookup );
-   grpc::ClientContext first, second, third;
-   ASSERT_TRUE( engineStub_->Lookup( &first, lookup, &found ).ok() );
-   EXPECT_EQ( found.prefix_len(), 8u );
-   vex::pb::TracePacketRequest packet;
-   vex::pb::TracePacketReply trace;
-   parse( "intfname: 'et1' dst: @10.9.9.9 proto: 1", packet );
-   ASSERT_TRUE( engineStub_->TracePacket( &second, packet, &trace ).ok() );
-   EXPECT_EQ( stepsOf( trace ).back(), "local at trap: to the router itself" );
-   packet.set_intfname( "et9" );
-   ASSERT_TRUE( engineStub_->TracePacket( &third, packet, &trace ).ok() );
-   EXPECT_EQ( trace.error().errmsg(), "et9: TracePacket: no PortRx has the interface \"et9\"" );
-   EXPECT_EQ( trace.error().code(), ENOENT );
-}
-
 TEST_F( Services, aServerEndsInTheMiddleOfASession ) {
    auto client = begin();
    server_.reset();

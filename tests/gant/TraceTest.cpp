@@ -44,11 +44,6 @@ TEST( Trace, aLineThatIsTooLongIsCutAndTheNextOneIsWhole ) {
    EXPECT_EQ( lines.back(), "1:next" );
 }
 
-TEST( Trace, theRingKeepsTheNewest ) {
-   for ( int i = 0; i < 20000; ++i ) GANT_TRACE( 1, "line ", i );
-   EXPECT_EQ( ring(), ( std::vector< Gant::String >{ "1:line 19997", "1:line 19998", "1:line 19999" } ) );
-}
-
 TEST( Trace, theStreamHasALevelOfItsOwn ) {
    Gant::traceStreamIs( []( const char * unit, int level, const Gant::String & text ) {
       streamed.push_back( Gant::textsOf( unit, ":", level, ":", text ) );

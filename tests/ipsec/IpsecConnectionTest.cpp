@@ -1,6 +1,5 @@
 // Connections, their pairs of output modules, errors, and the tasks around them.
 #include "IpsecRouter.h"
-#include "VexIpsecCounterSm.h"
 #include "VexIpsecGrpcSm.h"
 
 namespace Test {
@@ -99,6 +98,40 @@ TEST_F( IpsecTest, equalIdsInTwoVrfsKeepTheirOwnPairs ) {
    EXPECT_THAT( router.flows(), ElementsAre( "50 192.0.2.1:0 -> 198.51.100.9:0 spi 0x00001001" ) );
 }
 
+TEST_F( IpsecTest, aChangeOfKeysAloneIsAChangeAndOneOfTheNameIsNot ) {
+   auto wanted = connection( {}, {}, 8192 );
+   router.table->connectionIs( connectionKey( 5 ), wanted );
+   router.take();
+   wanted.nameIs( "another name" );
+   router.table->connectionIs( connectionKey( 5 ), wanted );
+   EXPECT_THAT( router.take(), IsEmpty() );
+   auto sa = aesSha1( 8192 );
+   sa.cryptoKeyIs( KeyMaterial( "another 16 bytes" ) );
+   wanted.outSaIs( sa );
+   router.table->connectionIs( connectionKey( 5 ), wanted );
+   EXPECT_THAT( router.take(),
+                ElementsAre( StartsWith( "ipsecManagementModule updateIpsecSAs vrf 0 encap_id 5 sa_direction 0 " ) ) );
+}
+
+TEST_F( IpsecTest, whatWasMissedIsBroughtInLineAndThoseThatWentGoFirst ) {
+   router.table->connectionIs( connectionKey( 5 ), connection( { "Tunnel1" }, {}, std::nullopt ) );
+   router.table->connectionIs( connectionKey( 7 ), connection( {}, {}, 2000 ) );
+   router.take();
+   router.tableSm->hasNotificationActiveIs( false );
+   router.table->connectionIs( connectionKey( 4 ), connection( { "Tunnel1" }, {}, std::nullopt ) );
+   router.table->connectionDel( connectionKey( 5 ) );
+   router.table->connectionIs( connectionKey( 7 ), connection( {}, {}, 2001 ) );
+   EXPECT_THAT( router.take(), IsEmpty() );
+   router.tableSm->hasNotificationActiveIs( true );
+   EXPECT_THAT(
+        router.take(),
+        ElementsAre( "ipsecManagementModule deleteIpsecSAs vrf 0 encap_id 5 sa_direction 0",
+                     "ipsecManagementModule deleteIpsecSAs vrf 0 encap_id 5 sa_direction 1",
+                     "create ipsecFwd_default_4_IpsecVti_Tunnel1 IpsecTunnelEgress vrf 0 encap_id 4 local_out 0",
+                     "create ipsecLocal_default_4_IpsecVti_Tunnel1 IpsecTunnelEgress vrf 0 encap_id 4 local_out 1",
+                     StartsWith( "ipsecManagementModule updateIpsecSAs vrf 0 encap_id 7 sa_direction 0 " ) ) );
+}
+
 TEST_F( IpsecTest, aConnectionThatGoesLeavesItsPairsBehindInactive ) {
    const auto key = connectionKey( 5 );
    router.table->connectionIs( key, connection( { "Tunnel1" }, { 4096 }, 8192 ) );
@@ -131,27 +164,6 @@ TEST_F( IpsecTest, aChangeOfAConnectionThatThereIsNotWorksOnDefaults ) {
    EXPECT_EQ( router.take().size(), 1u );
    // No list of interfaces: what pairs there are is not looked at.
    EXPECT_THAT( router.pairs(), ElementsAre( "ipsecFwd_default_5_IpsecVti_Tunnel1 inactive" ) );
-}
-
-TEST_F( IpsecTest, whatThisDataPlaneDoesNotHaveIsTracedOnly ) {
-   const auto key = connectionKey( 5 );
-   const auto tunnel = intf( "Tunnel1" );
-   auto & helper = *router.helper;
-   EXPECT_FALSE( helper.getOrCreateInPolicyIpsecModule( key.vrfName(), tunnel ) );
-   EXPECT_FALSE( helper.getOrCreateOutPolicyIpsecModule( key.vrfName(), tunnel ) );
-   helper.programOutTunnelIpsecOgate( key.vrfName(), key.encapId(), tunnel, true, Vex::GateId( 1 ) );
-   helper.cleanupInTunnelIpsecModule( key.vrfName(), key.encapId() );
-   helper.cleanupInPolicyIpsecModule( key.vrfName(), key.encapId(), tunnel );
-   helper.cleanupOutPolicyIpsecModule( key.vrfName(), key.encapId(), tunnel );
-   EXPECT_THAT( router.take(), IsEmpty() );
-   EXPECT_EQ( helper.inPolicyIpsecModules() + helper.outPolicyIpsecModules(), 0u );
-   const auto all = traced( "VexIpsecHelper" );
-   EXPECT_EQ( Lines( all.end() - 4, all.end() ), lines( R"(
-      IpsecHelper::programOutTunnelIpsecOgate TODO
-      IpsecHelper::cleanupInTunnelIpsecModule TODO
-      IpsecHelper::cleanupInPolicyIpsecModule TODO
-      IpsecHelper::cleanupOutPolicyIpsecModule TODO
-   )" ) );
 }
 
 TEST_F( IpsecTest, everyErrorIsDrainedWhetherItCameBeforeTheReaderOrAfter ) {
@@ -188,26 +200,6 @@ TEST_F( IpsecTest, everyErrorIsDrainedWhetherItCameBeforeTheReaderOrAfter ) {
    EXPECT_EQ( traced( "VexIpsecGrpcSm" ).size() - linesBefore, 4u );
    EXPECT_EQ( router.helper->ipsecConnectionInfoIterator(), before );
    EXPECT_THAT( router.pairs(), ElementsAre( "ipsecFwd_default_5_IpsecVti_Tunnel1 active" ) );
-}
-
-TEST_F( IpsecTest, theCounterTaskRunsWhenItsClockFiresAndDoesNotArmItAgain ) {
-   auto & loop = *Gant::activityManager();
-   loop.manualTimeIs( loop.now() );
-   const auto clock = loop.newClock();
-   const auto sm = Vex::Ipsec::ipsecCounterSmFactory( clock, router.table );
-   EXPECT_TRUE( sm->initialized() );
-   clock->timeMinIs( loop.now() + Vex::Ipsec::IpsecCounterSm::refreshPeriod );
-   const auto ran = [] { return traced( "IpsecVexCounter" ).size(); };
-   EXPECT_EQ( ran(), 0u );
-   loop.manualTimeIs( loop.now() + 1 );
-   loop.poll();
-   EXPECT_EQ( ran(), 1u );
-   EXPECT_EQ( clock->timeMin(), Gant::Clock::never );
-   sm->gantDoZombieReactors( true );
-   clock->timeMinIs( loop.now() );
-   loop.poll();
-   EXPECT_EQ( ran(), 1u );
-   EXPECT_THAT( router.take(), IsEmpty() );
 }
 
 } // namespace

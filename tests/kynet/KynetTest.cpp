@@ -41,28 +41,6 @@ TEST( Kynet, textsThatAreNoneAreRefused ) {
       EXPECT_FALSE( EthAddr::fromString( text ) ) << text;
 }
 
-TEST( Kynet, prefixesKnowTheirHostBits ) {
-   EXPECT_TRUE( Prefix::fromString( "10.0.0.0/8" )->canonical() );
-   EXPECT_FALSE( Prefix::fromString( "10.0.0.1/8" )->canonical() );
-   EXPECT_FALSE( Prefix::fromString( "128.0.0.0/0" )->canonical() );
-   EXPECT_TRUE( Prefix::fromString( "1.2.3.4/32" )->canonical() );
-   EXPECT_FALSE( Ip6Prefix::fromString( "2001:db8:8000::/32" )->canonical() );
-   EXPECT_TRUE( Ip6Prefix::fromString( "2001:db8:8000::/33" )->canonical() );
-   EXPECT_TRUE( Prefix::fromString( "0.0.0.0/0" )->contains( *IpAddr::fromString( "255.0.0.1" ) ) );
-   EXPECT_FALSE( Prefix::fromString( "10.0.0.4/30" )->contains( *IpAddr::fromString( "10.0.0.8" ) ) );
-}
-
-TEST( Kynet, familiesNeverMixInComparison ) {
-   const auto v4 = *IpGenPrefix::fromString( "1.0.0.0/8" );
-   const auto v6 = *IpGenPrefix::fromString( "100::/8" );
-   EXPECT_NE( v4, v6 );
-   EXPECT_LT( v4, v6 );
-   EXPECT_EQ( v4.v4Prefix(), *Prefix::fromString( "1.0.0.0/8" ) );
-   EXPECT_EQ( v6.v6Prefix(), *Ip6Prefix::fromString( "100::/8" ) );
-   EXPECT_EQ( U32( v4.af() ), 1u );
-   EXPECT_EQ( U32( v6.af() ), 2u );
-}
-
 TEST( Kynet, interfaceNamesAndIdsAreTheSameThing ) {
    const struct {
       const char * given;

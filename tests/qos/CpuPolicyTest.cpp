@@ -57,14 +57,6 @@ TEST_F( CpuPolicy, standsOnTheTrapModuleRecordByRecord ) {
    EXPECT_EQ( engine.vexcsd->kyAclDb()->freeAclIds(), 127u );
 }
 
-TEST_F( CpuPolicy, aReasonIsMadeOnce ) {
-   const auto first = policy->getReasonCode( 6, 0, 179, 255, 6 );
-   EXPECT_EQ( policy->getReasonCode( 6, 0, 179, 255, 6 ), first );
-   EXPECT_NE( policy->getReasonCode( 6, 179, 0, 255, 6 ).vexData(), first.vexData() );
-   EXPECT_EQ( policy->qosCpuReasonCodes(), 2u );
-   EXPECT_EQ( first.aclId(), Acl::UniqueId( 4294967295, 65535, 65535 ) );
-}
-
 TEST_F( CpuPolicy, withoutATrapModuleTheProcessEnds ) {
    const auto vexcsd = Gant::make< Vex::VexCommonSmData >( engine.global, nullptr, engine.counters );
    vexcsd->kyAclDbIs( engine.vexcsd->kyAclDb() );

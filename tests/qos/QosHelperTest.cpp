@@ -52,17 +52,6 @@ class QosHelperCalls : public testing::Test {
         Hul::QosPolicyMapKey( "p", MapType::mapQos(), Qos::Direction::input(), "Default" ) );
 };
 
-TEST_F( QosHelperCalls, declareWhatThePlatformCanDo ) {
-   EXPECT_TRUE( hwStatus->policyQosSupported() && hwStatus->policyQosActionsSupported( 4 ) &&
-                hwStatus->policyQosActionsSupported( 3 ) && hwStatus->hwInitialized() );
-   EXPECT_FALSE( hwStatus->ip6AclsSupported() || hwStatus->coppSupported() || hwStatus->showPdpCountersSupported() );
-   EXPECT_EQ( hwStatus->policyQosNumCMapSupported(), 255u );
-   const auto without = Gant::make< Vex::QosAclHelper >( nullptr, nullptr, nullptr, nullptr, engine.vexcsd, nullptr );
-   EXPECT_DEATH( without->hwInit(), "Failed\\(qosAclHwStatus\\(\\)\\)" );
-   engine.vexcsd->kyAclDbDel();
-   EXPECT_DEATH( helper->hwInit(), "Failed\\(vexcsd\\(\\)->kyAclDb\\(\\)\\)" );
-}
-
 TEST_F( QosHelperCalls, aPolicyGoesTableFirstAndOncePerPass ) {
    build();
    helper->createDefaultRule( state, classData, byIpList, key );
@@ -88,16 +77,6 @@ TEST_F( QosHelperCalls, aPolicyGoesTableFirstAndOncePerPass ) {
    EXPECT_FALSE( helper->ipSubruleExists( classData, key, Acl::UniqueId( 10, 0, 0 ), 10, 0 ) );
    EXPECT_TRUE( helper->ipSubruleExists( classData, key, Acl::UniqueId( 20, 0, 0 ), 20, 0 ) );
    EXPECT_EQ( helper->counterUpdateRequest( classData, key ).pktHits(), 0u );
-}
-
-TEST_F( QosHelperCalls, actionsAreThoseOfTheClass ) {
-   EXPECT_EQ( helper->getRuleAction( classData ),
-              Vex::VexAclRuleAction( false, false, false, false, true, 46, false, 0 ) );
-   classData->actionDataIs( 4, Hul::QosActionData( 5 ) );
-   EXPECT_EQ( helper->getRuleAction( classData ),
-              Vex::VexAclRuleAction( false, false, false, false, true, 46, true, 5 ) );
-   classData->actionDataDelAll();
-   EXPECT_EQ( helper->getRuleAction( classData ), Vex::VexAclRuleAction() );
 }
 
 TEST_F( QosHelperCalls, whatIsNoPermitRuleOfIpv4AddsNothing ) {
@@ -128,16 +107,6 @@ TEST_F( QosHelperCalls, mapsOfOtherTypesAreLeftAlone ) {
    EXPECT_EQ( lastTrace(), "QosAclHelper:: mapType not supported mapPdp" );
    EXPECT_EQ( helper->qosPolicys(), 0u );
    EXPECT_EQ( engine.take(), Lines{} );
-}
-
-TEST_F( QosHelperCalls, withoutAFreeIdNothingIsMade ) {
-   const auto & db = engine.vexcsd->kyAclDb();
-   while ( db->freeAclIds() != 0 ) db->freeAclIdDeq();
-   EXPECT_EQ( helper->precreateAcl( state, classData, byIpList, key ), Hul::aclCreateErrorTooManyAcls );
-   EXPECT_EQ( helper->qosPolicys(), 0u );
-   helper->batchCommitAcls( state );
-   EXPECT_EQ( engine.take(), Lines{} );
-   EXPECT_DEATH( helper->destroyPolicy( state ), "Failed\\(qospolicy\\)" );
 }
 
 TEST_F( QosHelperCalls, aModuleFollowsItsInterface ) {
@@ -202,14 +171,6 @@ TEST_F( QosHelperCalls, cleaningUpTheLastListTakesClassPolicyAndIdAlong ) {
    EXPECT_EQ( helper->counterUpdateRequest( classData, key ), Hul::QosClassCounterData() );
    EXPECT_EQ( found().strep(),
               "Value('Vex::VexQosReturnCode', ** {'qospolicy': None, 'qosclass': None, 'qosacl': None})" );
-}
-
-TEST( QosLog, itsMessagesHaveNames ) {
-   const auto messages = Vex::qosLogMessages();
-   EXPECT_EQ( messages.size(), 19u );
-   EXPECT_STREQ( messages.front().name, "QOS_SCH_SHP_UNIT_MISMATCH" );
-   EXPECT_STREQ( messages.back().name, "ROUTING_CBF_HW_RESOURCE_NORMAL" );
-   EXPECT_STREQ( messages.back().recommendedAction, Gant::NoActionRequired );
 }
 
 } // namespace
