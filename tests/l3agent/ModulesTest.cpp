@@ -38,12 +38,14 @@ TEST_F( Modules, membersAreInOrderOfTheirGatesAndOptionsAreSaidAsTheyAre ) {
    members.newNh( NexthopInfo( intf( "Ethernet2" ), 7 ) );
    members.newNh( NexthopInfo( intf( "Ethernet1" ), 3 ) );
    fib->addFec( FecKey( 9 ), members );
-   proxy< IpOutputMod >()->setHwOffload( true );
+   const auto output = proxy< IpOutputMod >();
+   output->setHwOffload( true );
    const auto gre = proxyOfSm< Ip4GreTun >();
    gre->setIp4TunTos( 0 );
    gre->setIp4TunTos( 200 );
    gre->setIp4TunTtl( true );
-   proxyOfSm< NextHopMod >()->setSrcMacAddr( Kynet::EthAddr() );
+   const auto nextHop = proxyOfSm< NextHopMod >();
+   nextHop->setSrcMacAddr( Kynet::EthAddr() );
    EXPECT_EQ( sent(), lines( R"(
       fib addFec fec_id 9 nh_info {gate 4 nh_index 3} nh_info {gate 4294967295 nh_index 7}
       m setHwOffload ip_hdr_cksum_offload true
