@@ -104,9 +104,10 @@ std::vector< Show > routingShows() {
           .footer = counted( "adjacency", "adjacencies" ) },
         { .command = "show pending",
           .help = "what was asked for and cannot be done yet",
-          .options = { most( "routes of each family to list" ) },
+          .options = { most( "rows to list" ) },
           .columns = { text( "Object", "object" ), text( "Waits because", "reason" ) },
           .footer = []( const Json & end ) -> std::string {
+             if ( end.value( "more", false ) ) return "There is more: --most N";
              if ( end.value( "busy", false ) ) return "Routes are still being looked at";
              return numberOf( end, "rows" ) == 0 ? "Nothing is pending" : "";
           } },

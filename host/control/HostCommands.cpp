@@ -50,6 +50,27 @@ void requireFitting( const Command & command, const Json & members ) {
          usage( std::string( "the member \"" ) + parameter.name + "\" is missing" );
 }
 
+Json membersInWords( const Command & command ) {
+   auto members = Json::array();
+   for ( const auto & parameter : command.parameters )
+      members.push_back( { { "member", parameter.name },
+                           { "value", inWords( parameter.kind ) },
+                           { "required", parameter.required } } );
+   return members;
+}
+
+// What may be asked, for whoever writes a client.
+Command helpOf( const Commands & commands ) {
+   std::vector< Json > rows{ { { "command", "help" }, { "members", Json::array() } } };
+   for ( const auto & command : commands )
+      rows.push_back( { { "command", command.name }, { "members", membersInWords( command ) } } );
+   return { "help", {}, [ rows = std::move( rows ) ]( const Asked & ) {
+              return atOnce( [ rows ]( Output & out ) {
+                 for ( const auto & row : rows ) out.row( row );
+              } );
+           } };
+}
+
 } // namespace
 
 CommandTable::CommandTable( Commands commands ) {
@@ -65,6 +86,7 @@ CommandTable CommandTable::all() {
                                 bridgingShows, platformShows, graphShows, summaryShows, counterShows, requestShows,
                                 traceShows, packetCommands, changeCommands, verifyCommands } )
       for ( auto & command : shows() ) commands.push_back( std::move( command ) );
+   commands.push_back( helpOf( commands ) );
    return CommandTable( std::move( commands ) );
 }
 

@@ -2,6 +2,8 @@
 
 #include "VexCommonSmData.h"
 
+#include <cassert>
+
 namespace Host {
 
 struct PortSm::GantPortDir : PortDir::Notifiee {
@@ -21,7 +23,9 @@ PortSm::~PortSm() = default;
 
 void PortSm::review( Kynet::IntfId intfId ) {
    if ( !portDir_->portHas( intfId ) ) {
-      vexcsd_->l2IntfDel( intfId );
+      const auto gone = vexcsd_->l2IntfDel( intfId );
+      // Whoever kept it would destroy the modules of the next one by their names.
+      assert( !gone || gone->references() == 1 );
       return;
    }
    const auto port = portDir_->port( intfId );

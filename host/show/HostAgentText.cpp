@@ -1,10 +1,11 @@
 #include "HostAgentText.h"
 
+#include "GantActivity.h"
 #include "HostAgentView.h"
 #include "HulL3Status.h"
 #include "MirelFib.h"
-#include "VexAckSm.h"
 
+#include <deque>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -12,14 +13,14 @@ namespace Host {
 
 namespace {
 
+// What is to show itself, by name: the interface of a next-hop table, or none for the FIB.
 struct Part {
-   Gant::Ptr< Vex::Module > module;
    std::string objName;
    Kynet::IntfId intfId;
 };
 
-// What the shows write to, until the last of them is done with it: that may be after the client has gone. A file and no
-// socket, so that a client that does not read cannot hold the loop.
+// What one show writes to. A file and no socket, so that a client that does not read cannot hold the loop; and one for
+// each show, so that none waits for another's.
 struct Paper {
    Paper() : fd( memfd_create( "vexl3d-show", MFD_CLOEXEC ) ) {
       if ( fd < 0 )
@@ -30,104 +31,158 @@ struct Paper {
    ~Paper() { close( fd ); }
 
    const int fd;
-   size_t due = 0;
-   bool dropped = false;
-   std::function< void() > wake; // empty once the client has gone
 };
 
+// The answer names the descriptor that it is for. One that nobody waits for any more keeps its number until the answer
+// has come, or the session has ended: it must not be written to whatever has the number next.
+struct Owed {
+   std::unique_ptr< Paper > paper;
+   unsigned session;
+   U64 request;
+};
+
+std::deque< Owed > & owed() {
+   static std::deque< Owed > papers;
+   return papers;
+}
+
+// The objects are asked one after the other, each looked up when its turn comes: one that went meanwhile is left out.
+// A show is over when the data plane has acknowledged its request: the answer was written before.
 class AgentText : public Answer, public Gant::StateMachine {
  public:
    AgentText( const Asked & asked, std::vector< Part > parts ) :
-        session_( asked.daemon ), parts_( std::move( parts ) ), paper_( std::make_shared< Paper >() ),
-        refusals_( *this, session_.channel() ) {
-      paper_->wake = asked.wake;
+        session_( asked.daemon ), parts_( std::move( parts ) ), wake_( asked.wake ),
+        clock_( Gant::activityManager()->newClock() ), channel_( *this ), gantClock_( *this ) {}
+   ~AgentText() override {
+      if ( paper_ && !ended_ ) owed().push_back( { std::move( paper_ ), session_.number(), request_ } );
    }
-   ~AgentText() override { paper_->wake = nullptr; }
 
    Step step( Output & out ) override {
-      if ( !asked_ ) ask();
-      if ( paper_->due > 0 ) return Step::wait;
-      if ( !refusal_.empty() ) throw CommandError( ErrorCode::refused, "the data plane refused the show: " + refusal_ );
-      if ( paper_->dropped ) throw CommandError( ErrorCode::unavailable, "the show was dropped: an interface went" );
-      return print( out );
+      const auto channel = session_.channel();
+      while ( !out.full() ) {
+         if ( !paper_ && !askNext( *channel ) ) {
+            out.endMember( "interfaces", names_ );
+            return Step::done;
+         }
+         if ( !ended_ ) {
+            clock_->timeMinIs( clock_->now() + lookAgainSeconds );
+            return Step::wait;
+         }
+         if ( !refusal_.empty() )
+            throw CommandError( ErrorCode::refused, "the data plane refused the show: " + refusal_ );
+         print( out );
+      }
+      return Step::more;
    }
 
  private:
-   class GantRefusals : public Vex::Channel::Notifiee {
+   class GantChannel : public Vex::Channel::Notifiee {
     public:
-      GantRefusals( AgentText & text, const Gant::Ptr< const Vex::Channel > & channel ) :
-           Notifiee( &text, channel ), text_( text ) {}
+      explicit GantChannel( AgentText & text ) : Notifiee( &text, text.session_.channel() ), text_( text ) {}
       void onRefusal( const Vex::Refusal & refusal ) override { text_.handleRefusal( refusal ); }
+      void onAcknowledged() override {
+         if ( notifier()->requestsAcknowledged() >= text_.request_ ) text_.end();
+      }
+      void onLost() override { text_.end(); }
 
     private:
       AgentText & text_;
    };
 
-   void ask() {
-      asked_ = true;
-      const auto cliSm = session_.vexcsd()->cliSm();
-      paper_->due = parts_.size();
-      for ( const auto & part : parts_ )
-         cliSm->pModuleQueueEnq( part.module, paper_->fd, part.objName, [ paper = paper_ ]( Vex::CliSm::ShowEnd end ) {
-            paper->dropped |= end == Vex::CliSm::ShowEnd::dropped;
-            if ( --paper->due == 0 && paper->wake ) paper->wake();
+   // A session that was let go tells nobody: it is looked for.
+   static constexpr double lookAgainSeconds = 0.5;
+   class GantClock : public Gant::Clock::Notifiee {
+    public:
+      explicit GantClock( AgentText & text ) : Notifiee( &text, text.clock_ ), text_( text ) {}
+      void onTime() override { text_.wake_(); }
+
+    private:
+      AgentText & text_;
+   };
+
+   Gant::Ptr< Vex::Module > moduleOf( const Part & part ) const {
+      const auto modules = session_.l3Modules();
+      if ( !part.intfId ) return modules->fibIpv4();
+      return modules->nextHopMod( part.intfId );
+   }
+
+   // False: there is none left.
+   bool askNext( const Vex::Channel & channel ) {
+      for ( ; next_ < parts_.size(); ++next_ ) {
+         const auto & part = parts_[ next_ ];
+         const auto module = moduleOf( part );
+         if ( !module ) continue;
+         std::erase_if( owed(), [ & ]( const Owed & due ) {
+            return due.session != session_.number() || due.request <= channel.requestsAcknowledged();
          } );
-   }
-
-   // A show that is refused has no answer, which would hold up those behind it.
-   void handleRefusal( const Vex::Refusal & refusal ) {
-      if ( paper_->due == 0 || !refusal.action.starts_with( "show" ) ) return;
-      for ( const auto & part : parts_ ) {
-         if ( part.module->name() != refusal.module ) continue;
-         refusal_ = refusal.text;
-         session_.vexcsd()->cliSm()->doNextModule( part.module.get() );
-         return;
+         module_ = module->name();
+         paper_ = std::make_unique< Paper >();
+         module->show( paper_->fd, part.objName );
+         request_ = channel.requestsQueued();
+         ended_ = false;
+         read_ = 0;
+         if ( !!part.intfId ) names_[ std::to_string( part.intfId.value() ) ] = part.intfId.stringValue();
+         ++next_;
+         return true;
       }
+      return false;
    }
 
-   // The text names interfaces by their ids.
-   Json names() const {
-      auto names = Json::object();
-      for ( const auto & part : parts_ )
-         if ( !!part.intfId ) names[ std::to_string( part.intfId.value() ) ] = part.intfId.stringValue();
-      return names;
+   void end() {
+      if ( !paper_ || std::exchange( ended_, true ) ) return;
+      wake_();
    }
 
-   Step print( Output & out ) {
+   // Other clients' shows of the same module have other descriptors.
+   void handleRefusal( const Vex::Refusal & refusal ) {
+      if ( !paper_ || ended_ || refusal.module != module_ || !refusal.action.starts_with( "show" ) ) return;
+      const auto mine = "cli_socket " + std::to_string( paper_->fd ) + " ";
+      if ( refusal.argument.find( mine ) != std::string::npos ) refusal_ = refusal.text;
+   }
+
+   void print( Output & out ) {
       std::string text( 16384, '\0' );
       while ( !out.full() ) {
          const auto got = pread( paper_->fd, text.data(), text.size(), read_ );
          if ( got <= 0 ) {
-            out.endMember( "interfaces", names() );
-            return Step::done;
+            paper_ = nullptr;
+            return;
          }
          read_ += got;
          out.row( { { "agentText", text.substr( 0, static_cast< size_t >( got ) ) } } );
       }
-      return Step::more;
    }
 
    const AgentView session_;
    const std::vector< Part > parts_;
-   std::shared_ptr< Paper > paper_;
-   GantRefusals refusals_;
+   const std::function< void() > wake_;
+   size_t next_ = 0;
+   Json names_ = Json::object(); // the text names interfaces by their ids
+
+   // Of the show that is on its way, or being read.
+   std::unique_ptr< Paper > paper_;
+   std::string module_;
+   U64 request_ = 0;
+   bool ended_ = false;
    std::string refusal_;
-   bool asked_ = false;
    off_t read_ = 0;
+
+   const Gant::Ptr< Gant::Clock > clock_;
+   GantChannel channel_;
+   GantClock gantClock_;
 };
 
 } // namespace
 
 std::unique_ptr< Answer > fibText( const Asked & asked, const std::string & vrf ) {
    const AgentView session( asked.daemon );
-   const auto fib = session.l3Modules()->fibIpv4();
    std::vector< Part > parts;
    for ( const auto & [ vrfId, name ] : vrfsOf( session, vrf ) ) {
       if ( const auto routes = session.routing().routeStatus()->routes( vrfId ); routes > textRoutesMax )
          throw CommandError( ErrorCode::refused, Gant::format( "VRF %s has %zu routes, and the data plane answers in "
                                                                "one piece: ask for a prefix, or verify",
                                                                name.c_str(), routes ) );
-      parts.push_back( { fib, name, {} } );
+      parts.push_back( { name, {} } );
    }
    return std::make_unique< AgentText >( asked, std::move( parts ) );
 }
@@ -135,17 +190,17 @@ std::unique_ptr< Answer > fibText( const Asked & asked, const std::string & vrf 
 std::unique_ptr< Answer > nexthopText( const Asked & asked, const std::string & intfName ) {
    const AgentView session( asked.daemon );
    const auto modules = session.l3Modules();
-   std::map< Kynet::IntfId, Gant::Ptr< Vex::Module > > wanted;
+   std::vector< Part > parts;
    if ( intfName.empty() ) {
-      wanted.insert( modules->nextHopModIterator().begin(), modules->nextHopModIterator().end() );
+      for ( const auto & [ intfId, module ] : modules->nextHopModIterator() )
+         parts.push_back( { intfId.stringValue(), intfId } );
+      std::ranges::sort( parts, {}, &Part::intfId );
    } else {
       const auto intfId = intfOf( intfName );
-      wanted[ intfId ] = modules->nextHopMod( intfId );
-      if ( !wanted[ intfId ] )
+      if ( !modules->nextHopMod( intfId ) )
          throw CommandError( ErrorCode::notFound, intfId.stringValue() + " has no next-hop table" );
+      parts.push_back( { intfId.stringValue(), intfId } );
    }
-   std::vector< Part > parts;
-   for ( const auto & [ intfId, module ] : wanted ) parts.push_back( { module, intfId.stringValue(), intfId } );
    return std::make_unique< AgentText >( asked, std::move( parts ) );
 }
 

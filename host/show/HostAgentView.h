@@ -15,6 +15,9 @@ namespace Host {
 
 // A session's agent. Each accessor throws `unavailable` when there is no agent, or when it is another session's by now:
 // an answer that takes several turns never mixes two.
+//
+// Nobody beside the owners keeps a proxy or an interface over a turn of the loop: a new one of the same name would be
+// refused, or destroyed with the old one. An answer keeps names and ids, and looks the object up at each step.
 class AgentView {
  public:
    explicit AgentView( DaemonControl & daemon );
@@ -25,6 +28,9 @@ class AgentView {
    Gant::Ptr< VexL3Unicast::RouteDb > routeDb() const { return agent()->routeDb(); }
    Gant::Ptr< VexL3Unicast::L3Modules > l3Modules() const { return agent()->l3Modules(); }
    const VexL3Unicast::RoutingMounts & routing() const { return *agent()->routingMounts(); }
+
+   // Sessions are counted from the daemon's start.
+   unsigned number() const { return number_; }
 
    // Every module proxy, by name.
    std::map< std::string, Vex::Module * > modules() const;

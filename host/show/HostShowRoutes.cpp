@@ -147,16 +147,18 @@ std::unique_ptr< Answer > routes( const Asked & asked ) {
 
 std::unique_ptr< Answer > pending( const Asked & asked ) {
    const AgentView session( asked.daemon );
-   const auto most = asked.question.number( "most", 1000 );
+   const auto most = std::min< U64 >( asked.question.number( "most", 1000 ), 1000000 );
    return atOnce( [ session, most ]( Output & out ) {
-      const auto rows = [ &out ]( const Hul::Pendings & pendings ) {
+      size_t count = 0;
+      const auto rows = [ & ]( const Hul::Pendings & pendings ) {
          for ( const auto & pending : pendings )
-            out.row( { { "object", pending.object }, { "reason", pending.reason } } );
+            if ( ++count <= most ) out.row( { { "object", pending.object }, { "reason", pending.reason } } );
       };
-      rows( session.agent()->hulVrfRootSm()->pending( most ) );
+      // One more than is shown tells whether there is more.
+      rows( session.agent()->hulVrfRootSm()->pending( most + 1 ) );
       rows( session.agent()->aclSm()->pending() );
       rows( session.agent()->qosAclSm()->pending() );
-      out.endMember( "mostRoutes", most );
+      out.endMember( "more", count > most );
       out.endMember( "busy", session.agent()->hulVrfRootSm()->busy() );
    } );
 }

@@ -30,7 +30,8 @@ std::string inWords( FecKey fecKey ) { return "FEC " + std::to_string( fecKey.va
 class FibComparer : public Comparer {
  public:
    FibComparer( Comparison & comparison, Vex::Module & module ) :
-        Comparer( comparison, module ), fib_( static_cast< FibIpv4 & >( module ) ), routeDb_( session().routeDb() ) {
+        Comparer( comparison, module ), fib_( static_cast< FibIpv4 & >( module ) ),
+        routeDb_( session().routeDb().get() ) {
       for ( const auto & [ vrfId, vrf ] : session().agent()->hulL3Status()->vrfNameIterator() )
          builtIn_[ vrfId.value() ] = builtInRoutes( session(), vrfId );
       for ( const auto & [ intfId, gate ] : fib_.intfIdToOutGateIterator() ) gates_[ gate.value() ] = intfId;
@@ -223,7 +224,7 @@ class FibComparer : public Comparer {
    }
 
    FibIpv4 & fib_;
-   const Gant::Ptr< RouteDb > routeDb_;
+   const RouteDb * const routeDb_;
    std::map< U32, std::vector< BuiltInRoute > > builtIn_; // by VRF
    std::map< U32, std::set< U32 > > builtInFecs_;         // with the gates of each
    std::map< U32, Members > meantFecs_;

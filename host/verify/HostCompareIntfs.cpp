@@ -90,17 +90,19 @@ class ClassifyComparer : public Comparer {
    }
 
    bool finish() override {
-      const auto l2Intf = comparison().classified.find( &module() );
-      if ( l2Intf == comparison().classified.end() ) return true;
-      const auto intfId = l2Intf->second->intfId();
+      const auto classified = comparison().classified.find( &module() );
+      if ( classified == comparison().classified.end() ) return true;
+      const auto intfId = classified->second;
+      const auto & l2Intf = session().vexcsd()->l2Intf( intfId );
+      if ( !l2Intf ) return true;
       const auto l3Intf = session().vexcsd()->l3Intf( intfId );
       findings().compared( "settings", 4 );
       findings().compare( name(), "interface", intfId.stringValue(), intfName_ );
-      findings().compare( name(), "MAC", textOrNone( l2Intf->second->macAddr() ), textOrNone( mac_ ) );
+      findings().compare( name(), "MAC", textOrNone( l2Intf->macAddr() ), textOrNone( mac_ ) );
       findings().compare( name(), "VRF", std::to_string( l3Intf ? l3Intf->vrfId().value() : 0 ),
                           std::to_string( vrf_ ) );
       std::set< std::string > virtualMacs;
-      for ( const auto & mac : l2Intf->second->virtualMacAddrIterator() ) virtualMacs.insert( mac.stringValue() );
+      for ( const auto & mac : l2Intf->virtualMacAddrIterator() ) virtualMacs.insert( mac.stringValue() );
       findings().compare( name(), "virtual MACs", Json( virtualMacs ).dump(), Json( virtualMacs_ ).dump() );
       finishGates( l3Intf );
       return true;

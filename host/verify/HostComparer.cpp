@@ -36,7 +36,7 @@ S32 commandOf( const NextHopKey & key ) {
 Comparison::Comparison( const AgentView & session, size_t mostFindings ) :
      session( session ), findings( mostFindings ), modules( session.modules() ) {
    for ( const auto & [ intfId, l2Intf ] : session.vexcsd()->l2IntfIterator() )
-      if ( l2Intf->ingressClassify() ) classified[ l2Intf->ingressClassify().get() ] = l2Intf;
+      if ( l2Intf->ingressClassify() ) classified[ l2Intf->ingressClassify().get() ] = intfId;
    const auto routeDb = session.routeDb();
    for ( const auto & [ fecKey, version ] : routeDb->fecForLpmIterator() ) {
       const auto & fec = routeDb->fec( fecKey );
@@ -91,11 +91,12 @@ Kynet::EthAddr macOf( const std::string & bytes ) {
 std::unique_ptr< Comparer > comparerOf( Comparison & comparison, Vex::Module & module ) {
    using Vex::VexModule;
    static const std::map< VexModule::ModuleClass, MakeComparer > makers{
-        { VexModule::FibIpv4, fibComparer },        { VexModule::NextHop, nexthopComparer },
-        { VexModule::NhResolve, resolveComparer },  { VexModule::IpInput, ipInputComparer },
-        { VexModule::IpOutput, ipOutputComparer },  { VexModule::EtherClassify, classifyComparer },
-        { VexModule::KyAclDb, ruleTablesComparer }, { VexModule::KyAcl, accessListComparer },
-        { VexModule::PolicyQos, policyComparer },   { VexModule::Trap, trapComparer },
+        { VexModule::FibIpv4, fibComparer },           { VexModule::NextHop, nexthopComparer },
+        { VexModule::NhResolve, resolveComparer },     { VexModule::IpInput, ipInputComparer },
+        { VexModule::IpOutput, ipOutputComparer },     { VexModule::EtherClassify, classifyComparer },
+        { VexModule::KyAclDb, ruleTablesComparer },    { VexModule::KyAcl, accessListComparer },
+        { VexModule::PolicyQos, policyComparer },      { VexModule::Trap, trapComparer },
+        { VexModule::IpsecManagement, ipsecComparer },
    };
    const auto at = makers.find( module.moduleClass() );
    return at == makers.end() ? std::make_unique< Comparer >( comparison, module ) : at->second( comparison, module );

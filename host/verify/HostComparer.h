@@ -17,14 +17,15 @@ struct NexthopIntent {
    VexL3Unicast::FecKey fecKey;
 };
 
-// What the comparers of one run share. The agent does not change while it lasts.
+// What the comparers of one run share. The agent does not change while it is read: a run is given up at the first step
+// after a change, and what it points at is not owned.
 struct Comparison {
    Comparison( const AgentView & session, size_t mostFindings );
 
    const AgentView session;
    Findings findings;
-   const std::map< std::string, Vex::Module * > modules;                 // the agent's
-   std::map< const Vex::Module *, Gant::Ptr< Vex::L2Intf > > classified; // the interface of each EtherClassify
+   const std::map< std::string, Vex::Module * > modules;      // the agent's
+   std::map< const Vex::Module *, Kynet::IntfId > classified; // the interface of each EtherClassify
    // By interface and index: of the FECs that are in the data plane.
    std::map< Kynet::IntfId, std::map< U32, NexthopIntent > > nexthops;
 
@@ -88,6 +89,7 @@ std::unique_ptr< Comparer > classifyComparer( Comparison & comparison, Vex::Modu
 std::unique_ptr< Comparer > ruleTablesComparer( Comparison & comparison, Vex::Module & module );
 std::unique_ptr< Comparer > accessListComparer( Comparison & comparison, Vex::Module & module );
 std::unique_ptr< Comparer > policyComparer( Comparison & comparison, Vex::Module & module );
+std::unique_ptr< Comparer > ipsecComparer( Comparison & comparison, Vex::Module & module );
 std::unique_ptr< Comparer > trapComparer( Comparison & comparison, Vex::Module & module );
 
 } // namespace Host

@@ -125,11 +125,12 @@ String wrongKeyOrName( const ConnectionKey & key, const Connection & connection,
    if ( !scope.allVrfStatusLocal->vrfStatusHas( L3::VrfName( key.vrfName().value() ) ) )
       return textsOf( "VRF ", key.vrfName(), " does not exist" );
    for ( const auto & [ otherKey, other ] : scope.connectionTable->connectionIterator() ) {
-      if ( otherKey == key ) {
-         if ( !replacing ) return textsOf( "id ", reqid, " in VRF ", key.vrfName(), " is that of ", other.name() );
-      } else if ( other.name() == connection.name() ) {
+      if ( otherKey == key && replacing ) continue;
+      // The number is all by which the messages to the data plane tell connections apart.
+      if ( otherKey.encapId().reqid() == reqid )
+         return textsOf( "id ", reqid, " in VRF ", otherKey.vrfName(), " is that of ", other.name() );
+      if ( other.name() == connection.name() )
          return textsOf( "the name is that of id ", otherKey.encapId().reqid(), " in VRF ", otherKey.vrfName() );
-      }
    }
    return "";
 }

@@ -4,7 +4,9 @@
 #include "HostControlServer.h"
 #include "TestRouter.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
+#include <signal.h>
 
 namespace {
 
@@ -97,6 +99,44 @@ TEST_F( Shows, theDataPlaneItselfGivesTheSameMatchesAndTheAgentsText ) {
    EXPECT_EQ( rows.back()[ "end" ][ "interfaces" ].begin().value(), "Ethernet1" );
 }
 
+TEST_F( Shows, whatTheDataPlaneShowsReachesWhoAskedWithoutWhatWentMeanwhile ) {
+   const auto text = []( const std::vector< Json > & rows ) { return Json( rows ).dump(); };
+   const auto begin = [ this ]( ::Test::ControlSocket & client, const char * intf ) {
+      const auto queued = router_.channel()->requestsQueued();
+      Json request{ { "command", "show nexthops" }, { "dataplane", true } };
+      if ( *intf != 0 ) request[ "interface" ] = intf;
+      client.send( request.dump() + "\n" );
+      ::Test::runUntil( [ & ] { return router_.channel()->requestsQueued() > queued; } );
+   };
+   const auto hold = [ this ]( bool held ) { kill( router_.status().dataPlanePid, held ? SIGSTOP : SIGCONT ); };
+   // an interface goes while another one is asked: it is left out
+   hold( true );
+   begin( *client_, "" );
+   router_.vexcsd()->l3IntfDel( Kynet::IntfId::fromString( "Ethernet3" ).value() );
+   hold( false );
+   const auto all = client_->answer();
+   EXPECT_EQ( all.back()[ "end" ].value( "error", Json() ), Json() );
+   EXPECT_EQ( all.back()[ "end" ][ "interfaces" ].size(), 2u );
+   hold( true );
+   // a client leaves: its answer reaches nobody
+   auto other = std::make_unique< ::Test::ControlSocket >( directory_.path( "control" ) );
+   begin( *other, "Et1" );
+   other = std::make_unique< ::Test::ControlSocket >( directory_.path( "control" ) );
+   begin( *other, "Et2" );
+   // one is refused: the other one is not
+   router_.channel()->destroyModule( 60000, "NextHop_et1" );
+   begin( *client_, "Et1" );
+   hold( false );
+   EXPECT_EQ( text( other->answer() ).find( "02:00:00:00:01:02" ), std::string::npos );
+   EXPECT_EQ( text( client_->answer() ).find( R"([{"end":{"rows":0,"error":{"code":"refused","message":"the data)" ),
+              0u );
+   // the data plane goes: that is what is said
+   hold( true );
+   begin( *client_, "Et2" );
+   router_.lose();
+   EXPECT_NE( text( client_->answer() ).find( "there is no data plane at present" ), std::string::npos );
+}
+
 TEST_F( Shows, routesSayWhatHasBecomeOfThemAndPendingSaysWhy ) {
    router_.route6( "2001:db8::/32", 1 );
    router_.settle();
@@ -108,6 +148,24 @@ TEST_F( Shows, routesSayWhatHasBecomeOfThemAndPendingSaysWhy ) {
    EXPECT_EQ( each( R"({"command":"show pending"})", "reason" ),
               "neighbour 10.0.3.9 on Ethernet3 is not resolved FEC 77 does not exist refused: the data plane takes no "
               "routes of this family " );
+   const auto some = ask( R"({"command":"show pending","most":1})" );
+   EXPECT_EQ( some.size(), 2u );
+   EXPECT_EQ( some.back()[ "end" ][ "more" ], true );
+}
+
+TEST_F( Shows, helpNamesTheMembersOfEachCommandAsTheDocumentationDoes ) {
+   std::ifstream file( DOCS "/vexctl.md" );
+   const std::string documentation{ std::istreambuf_iterator( file ), {} };
+   for ( const auto & row : ask( R"({"command":"help"})" ) ) {
+      if ( !row.contains( "members" ) ) continue;
+      std::string members;
+      for ( const auto & member : row[ "members" ] )
+         members += ( members.empty() ? "`" : ", `" ) + member[ "member" ].get< std::string >() + "` (" +
+                    ( member[ "required" ] ? "needed: " : "" ) + member[ "value" ].get< std::string >() + ")";
+      const auto line =
+           "| `" + row[ "command" ].get< std::string >() + "` | " + ( members.empty() ? "none" : members ) + " |\n";
+      EXPECT_NE( documentation.find( line ), std::string::npos ) << line;
+   }
 }
 
 TEST_F( Shows, nexthopsAndAdjacenciesOfFecs ) {

@@ -65,10 +65,10 @@ TestRouter::TestRouter() : dataPlane_( std::make_unique< DataPlane >( directory_
    enginePair_ = global->moduleConfigStatusPairIs( "engine" );
    vexcsd_ = Gant::make< Vex::VexCommonSmData >( global, Gant::make< Vex::TrapModule >( enginePair_ ),
                                                  Gant::make< Vex::BessCounterInfo >( 1000 ) );
-   agent_ = VexL3Unicast::agentSmFactory( 1, em_, bridgingConfig_, nullptr, nullptr, nullptr, routingMounts_, nullptr,
-                                          vrfMounts_, nullptr, nullptr, ipsecMounts_, nullptr, nullptr, nullptr,
-                                          nullptr, nullptr, nullptr, nullptr, Gant::make< Gant::Dir >(), nullptr,
-                                          nullptr, nullptr, nullptr, vexcsd_, nullptr, nullptr, nullptr );
+   agent_ = VexL3Unicast::agentSmFactory(
+        1, em_, bridgingConfig_, nullptr, nullptr, nullptr, routingMounts_, nullptr, vrfMounts_, nullptr, nullptr,
+        ipsecMounts_, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, Gant::make< Gant::Dir >(), nullptr,
+        nullptr, nullptr, nullptr, vexcsd_, nullptr, nullptr, Gant::make< Vex::ManagementSm >() );
    agent_->initializedIs( true );
    vrf( "default", 0 );
    agent_->maybeStartProcessing();
@@ -93,9 +93,11 @@ void TestRouter::mount() {
    routingMounts_->allIntfStatusDirIs( intfs_ );
    routingMounts_->arpMirelIs( arp_ );
    vrfMounts_->allVrfStatusLocalIs( vrfs_ );
+   ipsecMounts_->connectionTableIs( Gant::make< Ipsec::Ike::ConnectionTable >() );
    ipsecMounts_->ipsecCapabilitiesStatusIs( Gant::make< Ipsec::Capabilities::Status >() );
    status_.phase = Host::Phase::running;
    status_.dataPlane = dataPlane_->address();
+   status_.dataPlanePid = dataPlane_->pid();
 }
 
 Host::RouterState & TestRouter::state() { throw std::logic_error( "no command asks for it" ); }
@@ -126,6 +128,11 @@ void TestRouter::intf( const char * name, const char * address, const char * vrf
    ipStatus_->intfStatusIs( id, status );
    ipStatus_->intfAddrIs( Ip::IntfAddr( id, Kynet::Prefix::fromString( address ).value() ), true );
    intfs_->intfStatusIs( id, Interface::IntfStatus( true, true ) );
+}
+
+void TestRouter::intfGone( const char * name ) {
+   ipStatus_->intfStatusDel( intfId( name ) );
+   vexcsd_->l2IntfDel( intfId( name ) );
 }
 
 void TestRouter::tunnel( const char * name, const char * source, const char * destination ) {

@@ -36,6 +36,7 @@ class DataPlane {
    explicit DataPlane( const Directory & directory );
    ~DataPlane();
    const std::string & address() const { return address_; }
+   pid_t pid() const { return pid_; }
 
  private:
    const std::string address_;
@@ -61,6 +62,7 @@ class TestRouter : public Host::DaemonControl {
    // What a router is told.
    void vrf( const char * name, U32 id );
    void intf( const char * name, const char * address, const char * vrfName = "default" );
+   void intfGone( const char * name );
    void tunnel( const char * name, const char * source, const char * destination );
    void neighbor( const char * intfName, const char * address, const char * mac );
    void fec( U64 fecId, const Mirel::Vias & vias );

@@ -2,9 +2,11 @@
 
 #include "ControlSocket.h"
 #include "HostControlServer.h"
+#include "StateIpsec.h"
 #include "TestRouter.h"
 #include "vex/fib_ipv4.pb.h"
 #include "vex/ip.pb.h"
+#include "vex/ipsec.pb.h"
 #include "vex/next_hop.pb.h"
 #include "vex/port.pb.h"
 #include "VexL3Types.h"
@@ -88,7 +90,7 @@ TEST_F( Verify, isCleanAfterAFeedAndSaysHowMuchItHasCompared ) {
    EXPECT_EQ( verify(), Lines() );
    EXPECT_EQ( end_[ "compared" ][ "routes" ], 9 );
    EXPECT_EQ( end_[ "compared" ][ "VRFs" ], 2 );
-   EXPECT_EQ( end_[ "notCompared" ], Json::array( { "IpsecManagement initVirtDevice" } ) );
+   EXPECT_EQ( end_[ "notCompared" ], Json::array() );
    // The tunnel's route resolves over Ethernet1.
    EXPECT_EQ( end_[ "compared" ][ "resolve entries" ], 1 ) << end_;
 }
@@ -169,6 +171,56 @@ TEST_F( Verify, namesSettingsOfInterfaces ) {
                        "different NextHop_et2, source MAC: 02:00:00:00:00:02 | 02:02:02:02:02:02" } ) );
 }
 
+TEST_F( Verify, namesSecurityAssociationsAndNoKeys ) {
+   using namespace Ipsec::Ike;
+   const auto sa = []( U32 spi ) {
+      SecurityAssociation sa;
+      sa.sakeyIs( SaKey( SaId( spi, Kynet::IpGenAddr( Kynet::IpAddr( 0x0a000001 ) ), 50 ), 2 ) );
+      sa.saddrIs( Kynet::IpGenAddr( Kynet::IpAddr( 0x0a000002 ) ) );
+      sa.cryptoAlgoIs( "aes" );
+      sa.cryptoKeyIs( KeyMaterial( "SECRET-SECRET-01" ) );
+      sa.cryptoKeyLenIs( 128 );
+      return sa;
+   };
+   Connection connection;
+   connection.nameIs( "site-a" );
+   connection.outSaIs( sa( 4096 ) );
+   SecurityAssociationQueue saq;
+   saq.saqEnq( sa( 4097 ) );
+   connection.inSaqIs( saq );
+   router_.agent()->ipsecMounts()->connectionTable()->connectionIs(
+        ConnectionKey( Kynet::NamespaceName( "default" ), EncapId( 5, EncapIdType::IpsecVti() ) ), connection );
+   EXPECT_EQ( verify(), Lines() );
+   EXPECT_EQ( end_[ "compared" ][ "security associations" ], 2 );
+   vex::pb::IpsecUpdateSAArg update;
+   update.set_vrf( 0 );
+   update.set_encap_id( 5 );
+   auto & entry = *update.add_saentries();
+   entry.set_tunnel_type( 1 );
+   entry.set_sa_spi( 4098 );
+   entry.set_sa_type( 0 );
+   entry.set_encap_type( 0 );
+   entry.set_auth_info( "" );
+   entry.set_auth_info_len( 0 );
+   entry.set_family( 2 );
+   entry.set_proto( 50 );
+   entry.set_flags( 1 );
+   entry.set_src_addr( 0x0a000002 );
+   entry.set_dst_addr( 0x0a000001 );
+   entry.set_cipher_algorithm( 5 );
+   entry.set_auth_algorithm( 1 );
+   entry.set_crypto_info( "SECRET-SECRET-02" );
+   entry.set_crypto_info_len( 128 );
+   update.set_sa_direction( 1 );
+   entry.set_replay_window( 64 );
+   command( "ipsecManagementModule", "updateIpsecSAs", update );
+   const std::string words = "10.0.0.2 -> 10.0.0.1, tunnel, type 1, cipher 5 of 128 bits, authentication 1 of 0 bits, "
+                             "ICV of 0 bytes, window ";
+   const std::string ipsec = " ipsecManagementModule, ", five = " of IPsec connection 5";
+   EXPECT_EQ( verify(), ( Lines{ "unexpected" + ipsec + "inbound SA 0x00001002" + five + ":  | " + words + "64",
+                                 "missing" + ipsec + "inbound SA 0x00001001" + five + ": " + words + "0 | " } ) );
+}
+
 TEST_F( Verify, namesModulesConnectionsAndCounters ) {
    const auto channel = router_.channel();
    channel->createModule( 60000, "stray", "Trap", nullptr );
@@ -201,6 +253,20 @@ TEST_F( Verify, comparesAStateThatStoodStillAndNotOneThatChangedMeanwhile ) {
    const auto end = client.answer().back()[ "end" ];
    EXPECT_EQ( end[ "differences" ], 0 ) << end;
    EXPECT_EQ( end[ "compared" ][ "routes" ], 20009 );
+}
+
+TEST_F( Verify, keepsNoInterfaceThatIsMadeAnewMeanwhile ) {
+   ::Test::ControlSocket client( directory_.path( "control" ) );
+   for ( const char * vrf : { "red", "default" } ) {
+      client.send( R"({"command":"verify"})"
+                   "\n" );
+      while ( Gant::activityManager()->poll() != 0 ) {
+      }
+      router_.intfGone( "Ethernet1" );
+      router_.intf( "Ethernet1", "10.0.1.1/24", vrf );
+      EXPECT_EQ( client.answer().back()[ "end" ][ "differences" ], 0 );
+   }
+   EXPECT_EQ( router_.channel()->requestsRefused(), 0u );
 }
 
 } // namespace

@@ -151,6 +151,7 @@ TEST( IpsecCheck, aConnectionThatFitsNothingIsRefusedByItsName ) {
         { "type 9 is unknown", connectionKey( 5, EncapIdType( U8( 9 ) ) ), usual() },
         { "VRF red does not exist", connectionKey( 5, EncapIdType::IpsecVti(), "red" ), usual() },
         { "id 4 in VRF default is that of site-a", connectionKey( 4 ), usual() },
+        { "id 4 in VRF default is that of site-a", connectionKey( 4, EncapIdType::IpsecGre() ), usual() },
         { "", connectionKey( 4 ), usual(), true },
         { "the name is that of id 4 in VRF default", connectionKey( 5 ), taken },
         { "interface Ethernet1 is no tunnel", connectionKey( 5 ), connection( { "Ethernet1" }, {}, std::nullopt ) },
