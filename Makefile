@@ -6,7 +6,7 @@ JOBS ?= $(shell nproc)
 QUIET = $(shell test -t 2 || echo --quiet)
 BUILD = cmake --build --preset release -j $(JOBS)
 
-.PHONY: help build run test bench check install clean
+.PHONY: help build programs run test bench check install clean
 
 help:
 	@echo "make run      start a router: vexl3d, its data plane, and an example table"
@@ -21,7 +21,12 @@ build:
 	@log=$$(cmake --preset release 2>&1) || { echo "$$log"; exit 1; }
 	@$(BUILD) -- $(QUIET)
 
-run: build
+programs:
+	@tools/setup
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS) --target vexdp vexl3d vexctl
+
+run: programs
 	tools/run
 
 test: build
