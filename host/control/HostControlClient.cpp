@@ -60,7 +60,31 @@ void ControlClient::handleInput() {
    read();
 }
 
+namespace {
+
+// How deep its lists and objects stand in each other.
+size_t nesting( std::string_view json ) {
+   size_t depth = 0, deepest = 0;
+   bool inText = false;
+   for ( size_t at = 0; at < json.size(); ++at ) {
+      const char c = json[ at ];
+      if ( inText && c == '\\' )
+         ++at;
+      else if ( c == '"' )
+         inText = !inText;
+      else if ( !inText && ( c == '{' || c == '[' ) )
+         deepest = std::max( deepest, ++depth );
+      else if ( !inText && ( c == '}' || c == ']' ) && depth > 0 )
+         --depth;
+   }
+   return deepest;
+}
+
+} // namespace
+
 void ControlClient::request( std::string_view text ) {
+   constexpr size_t deepest = 32;
+   if ( nesting( text ) > deepest ) return refuse( ErrorCode::usage, "a request is nested at most 32 deep" );
    const auto request = Json::parse( text, nullptr, false );
    if ( !request.is_object() ) return refuse( ErrorCode::usage, "a request is a JSON object on one line" );
    state_ = State::answering;

@@ -1,6 +1,7 @@
 #include "HostDaemon.h"
 
 #include "GantAsio.h"
+#include "HostDocument.h"
 #include "HostNotify.h"
 #include "HostVerdict.h"
 #include "VexCommonSmData.h"
@@ -189,7 +190,7 @@ ChangeResult applyChange( RouterState & state, ChangeOp op, const std::string & 
    const auto * const section = sectionOfKind( kind );
    if ( section == nullptr ) return refused( "there is no kind \"" + kind + "\"" );
    try {
-      const Entry entry( YAML::Load( text ) );
+      const Entry entry( parseDocument( text, entryBounds ) );
       const Forgetting forgetting( *section, entry );
       if ( op == ChangeOp::del ) return section->del( state, entry );
       const auto name = kind + " " + section->key( entry );
@@ -197,8 +198,6 @@ ChangeResult applyChange( RouterState & state, ChangeOp op, const std::string & 
       return section->replace( state, entry, Teller::command() );
    } catch ( const EntryError & error ) {
       return refused( kind + ": " + error.what() );
-   } catch ( const YAML::Exception & error ) {
-      return refused( kind + ": the entry is not YAML: " + error.msg );
    }
 }
 

@@ -1,5 +1,7 @@
 #include "HostDescription.h"
 
+#include "HostDocument.h"
+#include "HostFile.h"
 #include "HostVerdict.h"
 
 #include <algorithm>
@@ -18,13 +20,15 @@ void SourceErrors::add( SourceError error ) {
 
 std::optional< Description > Description::read( const std::string & path, SourceErrors & errors ) {
    YAML::Node root;
-   try {
-      root = YAML::LoadFile( path );
-   } catch ( const YAML::BadFile & ) {
-      errors.add( { path, 0, "the file cannot be read" } );
+   std::string text;
+   if ( auto why = readFile( path, descriptionBounds.bytes, text ); !why.empty() ) {
+      errors.add( { path, 0, std::move( why ) } );
       return std::nullopt;
-   } catch ( const YAML::Exception & error ) {
-      errors.add( { path, error.mark.line + 1, error.msg } );
+   }
+   try {
+      root = parseDocument( text, descriptionBounds );
+   } catch ( const EntryError & error ) {
+      errors.add( { path, error.line(), error.what() } );
       return std::nullopt;
    }
    Description description;
@@ -42,7 +46,7 @@ std::optional< Description > Description::read( const std::string & path, Source
          if ( name == "route-file" )
             description.readRouteFile( Entry( pair.second ) );
          else if ( !known )
-            Entry( pair.first ).fail( "there is no section \"" + name + "\"" );
+            Entry( pair.first ).fail( "there is no section " + quoted( name ) );
       } catch ( const EntryError & error ) {
          errors.add( { path, error.line(), error.what() } );
       }

@@ -13,9 +13,33 @@ bool parseNumber( std::string_view text, Number & number ) {
    return error == std::errc() && end == text.data() + text.size();
 }
 
-std::string quoted( std::string_view text ) { return "\"" + std::string( text ) + "\""; }
+// Of the digits of a key that landed beside its place, none is to reach a log.
+bool looksSecret( std::string_view text ) {
+   constexpr int longestPlain = 15;
+   int digits = 0;
+   for ( const char c : text ) {
+      digits = std::isxdigit( static_cast< unsigned char >( c ) ) ? digits + 1 : 0;
+      if ( digits > longestPlain ) return true;
+   }
+   return false;
+}
 
 } // namespace
+
+std::string quoted( std::string_view text ) {
+   constexpr size_t longest = 64;
+   if ( looksSecret( text ) ) return "a text of " + std::to_string( text.size() ) + " characters";
+   std::string out = "\"";
+   for ( const char c : text.substr( 0, longest ) ) {
+      constexpr char digits[] = "0123456789abcdef";
+      const auto byte = static_cast< unsigned char >( c );
+      if ( std::iscntrl( byte ) )
+         out.append( "\\x" ).append( { digits[ byte >> 4 ], digits[ byte & 15 ] } );
+      else
+         out += c;
+   }
+   return out + ( text.size() > longest ? "...\"" : "\"" );
+}
 
 void Entry::only( std::initializer_list< const char * > keys ) const {
    if ( !node_.IsMap() ) fail( "an entry is a map of keys and values" );

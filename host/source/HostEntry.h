@@ -19,6 +19,9 @@ class EntryError : public std::runtime_error {
    int line_;
 };
 
+// The text as a message may show it: its beginning, control bytes written out, and nothing of what could be a key.
+std::string quoted( std::string_view text );
+
 // Every reading operation throws an EntryError that names the key.
 class Entry {
  public:
@@ -44,7 +47,7 @@ class Entry {
    T value( const char * what ) const {
       const auto text = this->text( what );
       const auto value = T::fromString( text );
-      if ( !value ) fail( "\"" + text + "\" is not " + what );
+      if ( !value ) fail( quoted( text ) + " is not " + what );
       return *value;
    }
 

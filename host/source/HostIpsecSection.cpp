@@ -116,7 +116,7 @@ EncapIdType typeOf( const Entry & entry ) {
    const auto text = entry.at( "type" ).text( "a type" );
    if ( text == "vti" ) return EncapIdType::IpsecVti();
    if ( text == "gre" ) return EncapIdType::IpsecGre();
-   entry.at( "type" ).fail( "type \"" + text + "\" is not vti or gre" );
+   entry.at( "type" ).fail( "type " + quoted( text ) + " is not vti or gre" );
 }
 
 void cleanseScalars( const YAML::Node & node ) {

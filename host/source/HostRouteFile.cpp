@@ -2,10 +2,6 @@
 
 #include "HostEntry.h"
 
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-
 namespace Host {
 
 namespace {
@@ -55,7 +51,7 @@ RouteFile::RouteFile( RouterState & state, RouteFileConfig config, SourceErrors 
    } else if ( !vrfId ) {
       errors_.add( { config_.path, 0, textOf( config_.vrf ) + " does not exist" } );
       phase_ = Phase::over;
-   } else if ( const auto reason = open(); !reason.empty() ) {
+   } else if ( const auto reason = in_.open( config_.path ); !reason.empty() ) {
       errors_.add( { config_.path, 0, reason } );
       phase_ = Phase::over;
    } else {
@@ -63,14 +59,6 @@ RouteFile::RouteFile( RouterState & state, RouteFileConfig config, SourceErrors 
       makeGroups( v4_, true );
       makeGroups( v6_, false );
    }
-}
-
-std::string RouteFile::open() {
-   // A directory opens, and then reads as an empty file.
-   std::error_code error;
-   if ( std::filesystem::is_directory( config_.path, error ) ) return "it is a directory";
-   in_.open( config_.path );
-   return in_ ? "" : std::strerror( errno );
 }
 
 RouteFile::~RouteFile() {
@@ -111,17 +99,25 @@ void RouteFile::forget( Family< P > & family ) {
 bool RouteFile::step( size_t most ) {
    while ( phase_ == Phase::reading ) {
       if ( most-- == 0 ) return true;
-      if ( !std::getline( in_, text_ ) ) {
-         // What could not be read may still be there.
-         if ( in_.bad() ) error( "the file cannot be read on" );
-         phase_ = in_.bad() ? Phase::over : Phase::removing;
+      std::string_view text;
+      if ( const auto next = in_.next( text ); next != LineFile::Next::line ) {
+         end( next );
          return phase_ != Phase::over;
       }
       ++line_;
-      line( std::string_view( text_ ).substr( 0, text_.find( '#' ) ) );
+      line( text.substr( 0, text.find( '#' ) ) );
    }
    if ( phase_ == Phase::removing && remove( v6_, remove( v4_, most ) ) != 0 ) phase_ = Phase::over;
    return phase_ != Phase::over;
+}
+
+void RouteFile::end( LineFile::Next how ) {
+   phase_ = how == LineFile::Next::end ? Phase::removing : Phase::over;
+   if ( phase_ == Phase::removing ) return;
+   const auto why = how == LineFile::Next::torn      ? line_ == 0 ? "it is empty" : "its last line has no end"
+                    : how == LineFile::Next::changed ? "it changed while it was read"
+                                                     : in_.why();
+   errors_.add( { config_.path, 0, std::string( why ) + ": no route of it is taken away" } );
 }
 
 void RouteFile::line( std::string_view text ) {
@@ -132,7 +128,7 @@ void RouteFile::line( std::string_view text ) {
    else if ( const auto prefix6 = Kynet::Ip6Prefix::fromString( prefixText ) )
       route( v6_, *prefix6, text );
    else
-      error( "\"" + std::string( prefixText.substr( 0, 64 ) ) + "\" is not an IP prefix" );
+      error( quoted( prefixText ) + " is not an IP prefix" );
 }
 
 template < typename P >

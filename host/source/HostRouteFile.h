@@ -1,10 +1,10 @@
 // The plain route file: one prefix a line, and behind it, where it has some of its own, its next hops.
 #pragma once
 
+#include "HostFile.h"
 #include "HostRouterState.h"
 #include "HostSourceErrors.h"
 
-#include <fstream>
 #include <string_view>
 #include <unordered_map>
 
@@ -30,6 +30,9 @@ struct RouteFileConfig {
 //
 // Which group a prefix without next hops goes to depends on the prefix and the number of groups alone, so a line that
 // comes or goes moves no other. Text after # is a comment.
+//
+// A file that somebody is still writing (it changed while it was read, it ends within a line, it is empty) adds what it
+// has and takes nothing away: a comment alone says that there is no route.
 //
 // States: reading (lines come into the FIB), removing (routes that the file has no more leave it), over.
 class RouteFile {
@@ -59,8 +62,7 @@ class RouteFile {
       U32 at = 0;
    };
 
-   // Why the file cannot be read, empty when it can.
-   std::string open();
+   void end( LineFile::Next how );
    void line( std::string_view text );
    template < typename P >
    void route( Family< P > & family, const P & prefix, std::string_view hops );
@@ -81,8 +83,7 @@ class RouteFile {
    SourceErrors & errors_;
    Phase phase_ = Phase::reading;
    U32 vrfId_ = 0;
-   std::ifstream in_;
-   std::string text_;
+   LineFile in_;
    int line_ = 0;
    size_t notes_ = 0; // told: the first ones, each for the first line with such next hops
    Family< Kynet::Prefix > v4_;

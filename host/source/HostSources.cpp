@@ -7,10 +7,14 @@ namespace Host {
 bool Sources::load() {
    auto errors = std::make_unique< SourceErrors >( tell_ );
    auto description = files_.description.empty() ? Description() : Description::read( files_.description, *errors );
+   if ( !description ) {
+      lastErrors_ = std::move( errors );
+      return false;
+   }
+   lastErrors_ = nullptr;
    // It counts in the errors that it was made with.
    routeFile_.reset();
    errors_ = std::move( errors );
-   if ( !description ) return false;
    description->apply( state_, *errors_ );
    auto config = description->routeFile();
    if ( !files_.routes.empty() )

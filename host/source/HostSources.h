@@ -11,7 +11,7 @@ struct SourceFiles {
 };
 
 // The description is applied at once, the route file in steps of its own. A description that cannot be read at all
-// leaves everything as it was.
+// leaves everything as it was, and a route file that is being read goes on.
 class Sources {
  public:
    Sources( RouterState & state, SourceFiles files, SourceErrors::Tell tell ) :
@@ -24,7 +24,8 @@ class Sources {
    bool step( size_t most );
 
    bool busy() const { return routeFile_ != nullptr; }
-   const SourceErrors & errors() const { return *errors_; }
+   // Of the last load.
+   const SourceErrors & errors() const { return lastErrors_ ? *lastErrors_ : *errors_; }
    const std::string & description() const { return files_.description; }
    // The path of the one in use, empty when there is none.
    const std::string & routeFile() const { return routesPath_; }
@@ -34,6 +35,7 @@ class Sources {
    const SourceFiles files_;
    SourceErrors::Tell tell_;
    std::unique_ptr< SourceErrors > errors_;
+   std::unique_ptr< SourceErrors > lastErrors_; // of a load that came to nothing: the route file goes on with its own
    std::unique_ptr< RouteFile > routeFile_;
    std::string routesPath_;
 };

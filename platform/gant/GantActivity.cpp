@@ -90,7 +90,10 @@ double Clock::now() const { return manager_.now(); }
 void Clock::timeMinIs( double time ) {
    auto & impl = *manager_.impl_;
    std::erase( impl.armed, this );
-   if ( alarm_ ) alarm_->off = true;
+   if ( alarm_ ) {
+      alarm_->off = true;
+      alarm_->timer.cancel(); // or the wait would keep the alarm until its time
+   }
    alarm_.reset();
    timeMin_ = time;
    if ( time == never ) return;

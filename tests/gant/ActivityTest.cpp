@@ -20,6 +20,15 @@ class Sleeper : public Gant::StateMachine {
    GantClock reactor{ this };
 };
 
+TEST( Activity, aTimeThatIsSetAgainOrGivenUpLeavesNothingArmed ) {
+   auto * const loop = Gant::activityManager();
+   const auto clock = loop->newClock();
+   for ( int i = 0; i < 10; ++i ) clock->timeMinIs( loop->now() + 3600 );
+   EXPECT_EQ( loop->poll(), 9u );
+   clock->timeMinIs( Gant::Clock::never );
+   EXPECT_EQ( loop->poll(), 1u );
+}
+
 TEST( Activity, manualTimeWakesClocksInOrderAndOnce ) {
    auto * const loop = Gant::activityManager();
    loop->manualTimeIs( 1e9 );

@@ -31,7 +31,7 @@ HostedState::HostedState() :
      sources_( state, { directory.path( "router.yaml" ), {} }, [ this ]( const Host::SourceError & error ) {
         errors_.push_back( error.stringValue().substr( directory.path( "" ).size() ) );
      } ) {
-   directory.write( "routes", "" );
+   directory.write( "routes", "# none\n" );
 }
 
 Lines HostedState::describe( const std::string & yaml ) {

@@ -1,6 +1,7 @@
 #include "HostTestRouter.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -58,11 +59,34 @@ TEST( HostDescription, oneThatCannotBeReadLeavesEverythingAsItWas ) {
    HostedState router;
    router.describe( twoPorts );
    const auto before = router.routes();
-   EXPECT_EQ( router.describe( "interfaces: [\n" ), Lines{ "router.yaml:2: end of sequence flow not found" } );
+   EXPECT_EQ( router.describe( "interfaces: [\n" ),
+              Lines{ "router.yaml:2: it is not YAML: end of sequence flow not found" } );
    EXPECT_EQ( router.describe( "- a list\n" ), Lines{ "router.yaml:1: a description is a map of sections" } );
    std::filesystem::remove( router.directory.path( "router.yaml" ) );
-   EXPECT_EQ( router.routeFile( "" ), Lines{ "router.yaml: the file cannot be read" } );
+   EXPECT_EQ( router.routeFile( "" ), Lines{ "router.yaml: No such file or directory" } );
    EXPECT_EQ( router.routes(), before );
+}
+
+TEST( HostDescription, aTextThatStandsForMoreThanItIsIsRefusedBeforeItIsATree ) {
+   HostedState router;
+   std::string doubling = "a0: &a0 [x,x,x,x,x,x,x,x,x]\n";
+   for ( int i = 1; i < 10; ++i ) {
+      const auto before = "*a" + std::to_string( i - 1 );
+      doubling += "a" + std::to_string( i ) + ": &a" + std::to_string( i ) + " [" + before;
+      for ( int j = 1; j < 9; ++j ) doubling += "," + before;
+      doubling += "]\n";
+   }
+   const std::pair< std::string, const char * > cases[] = {
+        { "ipsec: &a [*a]\n", "router.yaml:1: an alias stands inside its own anchor" },
+        { doubling, "router.yaml:8: it stands for more than 33554432 values" },
+        { "vrfs: " + std::string( 40, '[' ) + std::string( 40, ']' ), "router.yaml:1: it is nested more than 32 deep" },
+        { "a: &a " + std::string( 20, '[' ) + std::string( 20, ']' ) + "\nb: " + std::string( 20, '[' ) + "*a" +
+               std::string( 20, ']' ),
+          "router.yaml:2: it is nested more than 32 deep" },
+   };
+   for ( const auto & [ text, error ] : cases ) EXPECT_EQ( router.describe( text ), Lines{ error } );
+   EXPECT_EQ( router.change( "add ipsec &a [*a]" ), "ipsec: an alias stands inside its own anchor" );
+   EXPECT_EQ( router.describe( "vrfs: [&a red, blue]\ninterfaces: [{name: Ethernet1, vrf: *a}]\n" ), Lines{} );
 }
 
 TEST( HostDescription, aWrongEntryLeavesItsObjectAndWhatCommandsToldStays ) {
@@ -162,7 +186,7 @@ TEST( HostRouteFile, whatItHasNoMoreGoesAndTheOthersStayWhereTheyAre ) {
    EXPECT_TRUE( std::ranges::includes( before, after ) );
    EXPECT_EQ( router.state.routes( Host::Teller::routeFile() ), 100u );
    router.change( "del route {prefix: 20.0.1.0/24}" );
-   router.routeFile( "" );
+   router.routeFile( "# none\n" );
    EXPECT_EQ( router.routes( "routeFile" ), Lines{} );
    EXPECT_EQ( router.fecs(), fecs );
 }
@@ -176,6 +200,48 @@ TEST( HostRouteFile, oneThatCannotBeReadTakesNothingAway ) {
    EXPECT_EQ( router.describe( std::string( twoPorts ) + "route-file: {path: ., nexthops: [10.0.1.2]}\n" ),
               Lines{ ".: it is a directory" } );
    EXPECT_EQ( router.routes( "routeFile" ).size(), 1u );
+}
+
+TEST( HostRouteFile, oneThatSomebodyIsStillWritingAddsAndTakesNothingAway ) {
+   HostedState router;
+   router.describe( std::string( twoPorts ) + "route-file: {path: routes, nexthops: [10.0.1.2]}\n" );
+   router.routeFile( "20.0.0.0/8\n21.0.0.0/8\n" );
+   EXPECT_EQ( router.routeFile( "22.0.0.0/8\n20.0.0.0/1" ),
+              Lines{ "routes: its last line has no end: no route of it is taken away" } );
+   EXPECT_EQ( router.routeFile( "" ), Lines{ "routes: it is empty: no route of it is taken away" } );
+   EXPECT_EQ( router.routes( "routeFile" ).size(), 3u );
+   const auto path = router.directory.path( "routes" );
+   Host::SourceErrors errors( nullptr );
+   Host::RouteFile reading( router.state, { .path = path }, errors );
+   EXPECT_TRUE( reading.step( 0 ) );
+   router.directory.write( "routes", "20.0.0.0/8\n" );
+   while ( reading.step( 1 ) ) {
+   }
+   EXPECT_EQ( errors.errors().back().text, "it changed while it was read: no route of it is taken away" );
+   std::filesystem::remove( path );
+   ASSERT_EQ( mkfifo( path.c_str(), 0600 ), 0 );
+   EXPECT_EQ( router.describe( std::string( twoPorts ) + "route-file: {path: routes, nexthops: [10.0.1.2]}\n" ),
+              Lines{ "routes: it is no regular file" } );
+   EXPECT_EQ( router.routes( "routeFile" ).size(), 3u );
+}
+
+TEST( HostRouteFile, isReadOnWhenADescriptionMeanwhileIsBroken ) {
+   HostedState router;
+   const auto description = router.directory.path( "router.yaml" );
+   Host::Sources sources( router.state, { description, router.directory.path( "routes" ) }, nullptr );
+   const auto load = [ & ]( const std::string & text ) {
+      router.directory.write( "router.yaml", text );
+      return sources.load();
+   };
+   const auto whole = std::string( twoPorts ) + "route-file: {nexthops: [10.0.1.2]}\n";
+   router.directory.write( "routes", "20.0.0.0/8\n21.0.0.0/8\n" );
+   EXPECT_TRUE( load( whole ) );
+   EXPECT_TRUE( sources.step( 1 ) );
+   EXPECT_FALSE( load( "interfaces: [\n" ) );
+   EXPECT_EQ( sources.errors().count(), 1u );
+   while ( sources.step( 1 ) ) {
+   }
+   EXPECT_EQ( router.routes( "routeFile" ).size(), 2u );
 }
 
 } // namespace

@@ -190,7 +190,7 @@ TEST( HostState, everyRefusalNamesItsObjectAndChangesNothing ) {
         { "add nat {interface: Ethernet1, original: '10.0.1.5:0', translated: 192.0.2.1}",
           "nat: original \"10.0.1.5:0\" is not an IPv4 address, alone or with :PORT" },
         { "add bridge {name: br0}", "there is no kind \"bridge\"" },
-        { "add vrf {name: [", "vrf: the entry is not YAML: end of sequence flow not found" },
+        { "add vrf {name: [", "vrf: it is not YAML: end of sequence flow not found" },
    };
    for ( const auto & given : cases ) EXPECT_EQ( router.change( given.change ), given.refusal ) << given.change;
    EXPECT_EQ( router.routes(), before );
