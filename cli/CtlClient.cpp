@@ -20,13 +20,15 @@ namespace {
 
 class Connection {
  public:
-   explicit Connection( const std::string & path ) : fd_( socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 ) ) {
+   explicit Connection( const Server & server ) : fd_( socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 ) ) {
+      const auto & path = server.socket;
       sockaddr_un address{};
       address.sun_family = AF_UNIX;
       if ( path.size() >= sizeof( address.sun_path ) ) throw Error{ "noDaemon", path + ": the path is too long" };
       std::memcpy( address.sun_path, path.data(), path.size() );
       if ( connect( fd_, reinterpret_cast< const sockaddr * >( &address ), sizeof( address ) ) != 0 )
          throw Error{ "noDaemon", "no daemon at " + path + ": " + std::strerror( errno ) };
+      check( server );
    }
    Connection( const Connection & ) = delete;
    Connection & operator=( const Connection & ) = delete;
@@ -39,6 +41,16 @@ class Connection {
          if ( sent < 0 ) throw Error{ "noDaemon", std::string( "the daemon is gone: " ) + std::strerror( errno ) };
          text.remove_prefix( static_cast< size_t >( sent ) );
       }
+   }
+   // Changes and keys go to nobody else's server.
+   void check( const Server & server ) const {
+      ucred peer{};
+      socklen_t size = sizeof( peer );
+      if ( getsockopt( fd_, SOL_SOCKET, SO_PEERCRED, &peer, &size ) != 0 )
+         throw Error{ "noDaemon", server.socket + ": " + std::strerror( errno ) };
+      if ( peer.uid == 0 || peer.uid == geteuid() || peer.uid == server.user ) return;
+      throw Error{ "noDaemon", server.socket + ": what listens there runs as user " + std::to_string( peer.uid ) +
+                                    " (--daemon-user " + std::to_string( peer.uid ) + " if that is right)" };
    }
    // Nothing at the end of the connection.
    std::optional< std::string > line() {
@@ -83,12 +95,12 @@ bool take( const Json & line, Answer & answer ) {
    return true;
 }
 
-void converse( const std::string & socketPath, const Json & request, Answer & answer ) {
-   Connection connection( socketPath );
+void converse( const Server & server, const Json & request, Answer & answer ) {
+   Connection connection( server );
    connection.send( request.dump( -1, ' ', false, Json::error_handler_t::replace ) + "\n" );
    while ( const auto line = connection.line() ) {
       const auto json = Json::parse( *line, nullptr, false );
-      if ( !json.is_object() ) throw Error{ "noDaemon", "what answers at " + socketPath + " is no vexl3d" };
+      if ( !json.is_object() ) throw Error{ "noDaemon", "what answers at " + server.socket + " is no vexl3d" };
       if ( take( json, answer ) ) return;
    }
    throw Error{ "noDaemon", "the daemon is gone: its answer broke off" };
@@ -96,9 +108,9 @@ void converse( const std::string & socketPath, const Json & request, Answer & an
 
 } // namespace
 
-void ask( const std::string & socketPath, const Json & request, Answer & answer ) {
+void ask( const Server & server, const Json & request, Answer & answer ) {
    try {
-      converse( socketPath, request, answer );
+      converse( server, request, answer );
    } catch ( const Error & error ) {
       answer.failed( error );
    }

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -31,7 +32,12 @@ class Answer {
    virtual void failed( const Error & error ) = 0;
 };
 
-// Asks the daemon at the socket, and hands the answer over as it comes.
-void ask( const std::string & socketPath, const Json & request, Answer & answer );
+struct Server {
+   std::string socket;
+   std::optional< unsigned > user; // whose daemon may be there beside one of this user's or of root's
+};
+
+// Asks the daemon at the socket if it is one to be trusted (SO_PEERCRED), and hands the answer over as it comes.
+void ask( const Server & server, const Json & request, Answer & answer );
 
 } // namespace Ctl

@@ -3,9 +3,11 @@
 #include "CtlAgentText.h"
 #include "CtlChanges.h"
 #include "CtlShows.h"
+#include "RuntimeDirectory.h"
 
+#include <cerrno>
 #include <CLI/CLI.hpp>
-#include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <unistd.h>
 
@@ -13,21 +15,19 @@ namespace {
 
 using namespace Ctl;
 
-// Where a daemon listens unless it is told: under the service manager, as root, as another user. The first that is
-// there.
+// Where a daemon listens unless it is told. The first that is there, in a directory that no stranger writes to.
 std::string defaultSocket() {
-   std::vector< std::string > places{ "/run/vexl3d/vexl3d.sock", "/run/vexl3d.sock" };
-   if ( const char * const user = std::getenv( "XDG_RUNTIME_DIR" ) )
-      places.push_back( std::string( user ) + "/vexl3d.sock" );
-   places.push_back( "/tmp/vexl3d-" + std::to_string( geteuid() ) + ".sock" );
+   const auto socketIn = []( const std::string & place ) { return place + "/vexl3d.sock"; };
+   const auto places = Runtime::directories();
    for ( const auto & place : places )
-      if ( access( place.c_str(), F_OK ) == 0 ) return place;
-   return places.front();
+      if ( Runtime::distrusted( place ).empty() && access( socketIn( place ).c_str(), F_OK ) == 0 )
+         return socketIn( place );
+   return socketIn( places.front() );
 }
 
 struct Options {
    bool json = false;
-   std::string socket = defaultSocket();
+   Server server{ defaultSocket(), {} };
 };
 
 // Keeps the end of an answer that passes through.
@@ -51,7 +51,7 @@ int converse( const Options & options, const Json & request, View & view,
               const std::function< int( const Json & end ) > & exitCode = {} ) {
    Remembering remembering( view );
    AgentTextAnswer answer( remembering );
-   ask( options.socket, request, answer );
+   ask( options.server, request, answer );
    std::cout.flush();
    if ( view.exitCode() != ExitCode::done || !exitCode ) return view.exitCode();
    return exitCode( remembering.end() );
@@ -217,11 +217,13 @@ class Program {
       app_.set_version_flag( "--version", "vexctl " VEXL3_VERSION );
       app_.set_help_all_flag( "--help-all", "the help of every command" );
       app_.add_flag( "--json", options_.json, "one JSON document" );
-      app_.add_option( "--socket", options_.socket, "the daemon's command socket" )
+      app_.add_option( "--socket", options_.server.socket, "the daemon's command socket" )
            ->envname( "VEXL3D_SOCKET" )
            ->capture_default_str()
            ->take_last()
            ->type_name( "PATH" );
+      app_.add_option( "--daemon-user", options_.server.user, "the user that the daemon runs as, if not you or root" )
+           ->type_name( "UID" );
       app_.footer( "Exit codes: 0 done, 1 refused or different, 2 usage, 3 not found, 4 no daemon." );
       app_.require_subcommand( 1 );
       app_.fallthrough();
@@ -288,5 +290,9 @@ class Program {
 
 int main( int argc, char ** argv ) {
    std::ios::sync_with_stdio( false );
-   return Program().run( argc, argv );
+   const int code = Program().run( argc, argv );
+   std::cout.flush();
+   if ( std::cout ) return code;
+   std::cerr << "vexctl: the output could not be written: " << std::strerror( errno ) << '\n';
+   return code == ExitCode::done ? ExitCode::refused : code;
 }

@@ -4,6 +4,7 @@
 #include "HostDocument.h"
 #include "HostNotify.h"
 #include "HostVerdict.h"
+#include "RuntimeDirectory.h"
 #include "VexCommonSmData.h"
 #include "VexGrpcChannel.h"
 #include "VexL3AgentSm.h"
@@ -11,6 +12,7 @@
 #include <asio/signal_set.hpp>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <spdlog/spdlog.h>
 
 namespace Host {
@@ -57,7 +59,7 @@ Daemon::Daemon( Options options ) :
 Daemon::~Daemon() { *alive_ = false; }
 
 bool Daemon::run() {
-   if ( const auto why = control_.open( options_.socket ); !why.empty() ) {
+   if ( const auto why = openSocket(); !why.empty() ) {
       spdlog::error( "{}", why );
       return false;
    }
@@ -70,6 +72,13 @@ bool Daemon::run() {
    control_.close();
    signals_ = nullptr;
    return true;
+}
+
+std::string Daemon::openSocket() {
+   const auto own = Runtime::directory();
+   if ( std::filesystem::path( options_.socket ).parent_path() == own )
+      if ( auto why = Runtime::prepare( own ); !why.empty() ) return why;
+   return control_.open( options_.socket );
 }
 
 void Daemon::handleSignal( int number ) {

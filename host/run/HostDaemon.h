@@ -29,6 +29,8 @@ class Daemon : public DaemonControl {
 
  private:
    struct Signals;
+   // Gives why it cannot be opened.
+   std::string openSocket();
    void handleSignal( int number );
    // Goes on with the sources in a turn of its own, unless the data plane has enough to do.
    void feed();

@@ -1,12 +1,17 @@
 #include "HostDataPlane.h"
 
+#include "RuntimeDirectory.h"
+
 #include <cerrno>
+#include <charconv>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <poll.h>
 #include <spawn.h>
+#include <spdlog/spdlog.h>
+#include <string_view>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
@@ -29,10 +34,21 @@ std::string ownProgram() {
    return "vexdp";
 }
 
-std::string runtimeDirectory() {
-   for ( const char * name : { "RUNTIME_DIRECTORY", "XDG_RUNTIME_DIR" } )
-      if ( const char * path = std::getenv( name ); path != nullptr && *path == '/' ) return path;
-   return "/tmp";
+constexpr std::string_view namePrefix = "dataplane-";
+
+// What a daemon that was killed left there.
+void removeLeftOvers( const fs::path & place ) {
+   std::error_code error;
+   std::vector< fs::path > dead;
+   for ( const auto & entry : fs::directory_iterator( place, error ) ) {
+      const auto name = entry.path().filename().string();
+      pid_t owner = 0;
+      if ( !name.starts_with( namePrefix ) ) continue;
+      const auto * const begin = name.data() + namePrefix.size();
+      const auto [ end, wrong ] = std::from_chars( begin, name.data() + name.size(), owner );
+      if ( wrong == std::errc() && owner > 0 && kill( owner, 0 ) != 0 && errno == ESRCH ) dead.push_back( entry );
+   }
+   for ( const auto & path : dead ) fs::remove_all( path, error );
 }
 
 std::string endText( int status ) {
@@ -64,8 +80,13 @@ DataPlane::~DataPlane() {
 }
 
 std::string DataPlane::makeDirectory() {
-   if ( !directory_.empty() ) return {};
-   auto name = runtimeDirectory() + "/vexl3d-XXXXXX";
+   std::error_code error;
+   if ( !directory_.empty() && fs::is_directory( directory_, error ) ) return {};
+   if ( !directory_.empty() ) spdlog::warn( "{}: somebody removed it, another one is made", directory_ );
+   const auto place = Runtime::directory();
+   if ( auto reason = Runtime::prepare( place ); !reason.empty() ) return reason;
+   removeLeftOvers( place );
+   auto name = place + "/" + std::string( namePrefix ) + std::to_string( getpid() ) + "-XXXXXX";
    if ( mkdtemp( name.data() ) == nullptr ) return name + ": " + std::strerror( errno );
    directory_ = name;
    return {};

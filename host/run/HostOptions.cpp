@@ -1,5 +1,7 @@
 #include "HostOptions.h"
 
+#include "RuntimeDirectory.h"
+
 #include <charconv>
 #include <CLI/CLI.hpp>
 #include <unistd.h>
@@ -41,14 +43,7 @@ std::string checkDataPlane( const std::string & text ) {
 
 } // namespace
 
-std::string defaultSocket() {
-   for ( const char * name : { "RUNTIME_DIRECTORY", "XDG_RUNTIME_DIR" } ) {
-      const char * const path = std::getenv( name );
-      if ( path != nullptr && *path == '/' && ( name[ 0 ] == 'R' || geteuid() != 0 ) )
-         return std::string( path ) + "/vexl3d.sock";
-   }
-   return geteuid() == 0 ? "/run/vexl3d.sock" : "/tmp/vexl3d-" + std::to_string( geteuid() ) + ".sock";
-}
+std::string defaultSocket() { return Runtime::directory() + "/vexl3d.sock"; }
 
 std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode ) {
    Options options;

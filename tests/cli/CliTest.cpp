@@ -2,9 +2,16 @@
 
 #include "CtlAgentText.h"
 #include "CtlShows.h"
+#include "RuntimeDirectory.h"
 
+#include <cstring>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace {
 
@@ -86,6 +93,56 @@ TEST( CliAgentText, isReadAsTheAgentWritesIt ) {
                     "\n" );
    for ( const char * broken : { "'a'", "'a': (", "'a: 1", "'a': { 1 }", "nothing" } )
       EXPECT_THROW( parseAgentText( broken ), Error ) << broken;
+}
+
+class Places : public testing::Test {
+ public:
+   Places() { mkdtemp( root.data() ); }
+   ~Places() override { std::filesystem::remove_all( root ); }
+   std::string root = ( std::filesystem::temp_directory_path() / "vexl3-places-XXXXXX" ).string();
+   static constexpr uid_t stranger = 65534;
+};
+
+TEST_F( Places, aDirectoryThatAStrangerCanWriteToIsRefused ) {
+   const auto own = root + "/own", link = root + "/link";
+   EXPECT_EQ( Runtime::prepare( own ), "" );
+   EXPECT_EQ( Runtime::prepare( own ), "" );
+   EXPECT_EQ( symlink( own.c_str(), link.c_str() ), 0 );
+   EXPECT_EQ( Runtime::prepare( link ), link + ": it is no directory" );
+   EXPECT_EQ( chmod( own.c_str(), 0770 ), 0 );
+   EXPECT_EQ( Runtime::prepare( own ), own + ": others can write to it" );
+   EXPECT_EQ( Runtime::prepare( root + "/none/deeper" ), root + "/none/deeper: No such file or directory" );
+   if ( geteuid() != 0 ) GTEST_SKIP() << "only root makes a directory of somebody else's";
+   EXPECT_EQ( chmod( own.c_str(), 0700 ) + chown( own.c_str(), stranger, stranger ), 0 );
+   EXPECT_EQ( Runtime::prepare( own ), own + ": it belongs to user 65534" );
+}
+
+TEST_F( Places, nothingIsSentToAStrangersServer ) {
+   if ( geteuid() != 0 ) GTEST_SKIP() << "only root listens as somebody else";
+   const auto path = root + "/vexl3d.sock";
+   const int listening = socket( AF_UNIX, SOCK_STREAM, 0 );
+   sockaddr_un address{};
+   address.sun_family = AF_UNIX;
+   std::strcpy( address.sun_path, path.c_str() );
+   ASSERT_EQ( bind( listening, reinterpret_cast< const sockaddr * >( &address ), sizeof( address ) ), 0 );
+   // The kernel keeps who listened.
+   ASSERT_EQ( seteuid( stranger ), 0 );
+   const int listened = listen( listening, 1 );
+   ASSERT_EQ( seteuid( 0 ), 0 );
+   ASSERT_EQ( listened, 0 );
+   struct Failed : Answer {
+      void row( const Json & ) override {}
+      void end( const Json & ) override {}
+      void failed( const Error & error ) override { message = error.message; }
+      std::string message;
+   } answer;
+   ask( { path, {} }, { { "command", "show version" } }, answer );
+   EXPECT_EQ( answer.message, path + ": what listens there runs as user 65534 (--daemon-user 65534 if that is right)" );
+   char byte;
+   const int accepted = accept( listening, nullptr, nullptr );
+   EXPECT_EQ( recv( accepted, &byte, 1, 0 ), 0 );
+   close( accepted );
+   close( listening );
 }
 
 } // namespace
