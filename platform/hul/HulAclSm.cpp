@@ -75,8 +75,13 @@ AclSm::AclSm( Args args ) :
 AclSm::~AclSm() = default;
 
 void AclSm::startIs( bool start ) {
-   if ( !start || start_ ) return;
-   start_ = true;
+   if ( start == start_ ) return;
+   start_ = start;
+   if ( !start ) {
+      for ( const auto & [ binding, name ] : std::exchange( applied_, {} ) ) leave( binding, name, false );
+      args_.aclHelper->batchCommitAcls();
+      return;
+   }
    args_.aclHelper->hwInit();
    if ( !args_.aclConfig ) return;
    lists_ = std::make_unique< AclLists >( this, args_.aclConfig,

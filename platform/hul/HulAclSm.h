@@ -66,7 +66,8 @@ class AclSm : public Gant::StateMachine {
    ~AclSm() override;
    const Args & args() const { return args_; }
 
-   // Called right after construction, with true: from now on it calls its helper.
+   // Called right after construction, with true: from now on it calls its helper. With false at its end, where the data
+   // plane stays: it takes every list from there.
    virtual void startIs( bool start );
    bool start() const { return start_; }
 

@@ -379,6 +379,13 @@ TEST( AclAgent, interfacesComeUpBehindTheirLists ) {
    EXPECT_LT( position( "connect EtherClassify_et1:1 -> aclipEt1in" ), end );
    EXPECT_LT( position( "connect IpInput_et1:1 -> aclipEt1in:0" ), position( "connect aclipEt1in:1 -> fibIpv4:0" ) );
    EXPECT_LT( position( "connect aclipEt1in:1 -> fibIpv4:0" ), end );
+   // A second phase one makes them again once the former ones have gone.
+   router.agent->initializedIs( false );
+   const auto again = router.drained();
+   const auto at = [ & ]( const char * line ) { return std::ranges::find( again, line ) - again.begin(); };
+   EXPECT_LT( at( "destroy aclipEt1in" ), at( "aclipEt1in applyAcl acl_id 1 ipv4 true" ) );
+   EXPECT_LT( at( "aclipEt1in applyAcl acl_id 1 ipv4 true" ), long( again.size() ) );
+   EXPECT_EQ( router.vexcsd->kyAclDb()->freeAclIds(), Vex::KyAclDb::maxAcls() - 1 );
 }
 
 TEST( AclCheck, namesListSequenceAndReason ) {
