@@ -91,11 +91,12 @@ Kynet::EthAddr macOf( const std::string & bytes ) {
 std::unique_ptr< Comparer > comparerOf( Comparison & comparison, Vex::Module & module ) {
    using Vex::VexModule;
    static const std::map< VexModule::ModuleClass, MakeComparer > makers{
-        { VexModule::FibIpv4, fibComparer },        { VexModule::NextHop, nexthopComparer },
-        { VexModule::NhResolve, resolveComparer },  { VexModule::IpInput, ipInputComparer },
-        { VexModule::IpOutput, ipOutputComparer },  { VexModule::EtherClassify, classifyComparer },
-        { VexModule::KyAclDb, ruleTablesComparer }, { VexModule::KyAcl, accessListComparer },
-        { VexModule::PolicyQos, policyComparer },   { VexModule::Trap, trapComparer },
+        { VexModule::FibIpv4, fibComparer },         { VexModule::NextHop, nexthopComparer },
+        { VexModule::NhResolve, resolveComparer },   { VexModule::IpInput, ipInputComparer },
+        { VexModule::IpOutput, ipOutputComparer },   { VexModule::EtherClassify, classifyComparer },
+        { VexModule::KyAclDb, ruleTablesComparer },  { VexModule::KyAcl, accessListComparer },
+        { VexModule::PolicyQos, policyComparer },    { VexModule::Trap, trapComparer },
+        { VexModule::PortRxCp, tunnelPortComparer },
    };
    const auto at = makers.find( module.moduleClass() );
    return at == makers.end() ? std::make_unique< Comparer >( comparison, module ) : at->second( comparison, module );
