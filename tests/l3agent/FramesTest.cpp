@@ -157,6 +157,16 @@ TEST_F( Nat, aListGoesWithItsRules ) {
    EXPECT_DEATH( helper->delAddrOnlyAclSliceRule( 10, "stays" ), "Failed\\(trapAcl->addrOnly\\(\\)\\)" );
 }
 
+TEST( NatSms, aLoopbackPortsVlanIsToldWhenItComesAndWhenItGoes ) {
+   const auto loopback = Gant::make< NatLoopbackSm >( nullptr, nullptr );
+   const auto told = [] { return Gant::traceLines( 100, "VexNatResolver" ).size(); };
+   const auto before = told();
+   loopback->loopbackPortVlanIs( 1, 10 );
+   EXPECT_EQ( loopback->loopbackPortVlanDel( 1 ), 10 );
+   loopback->loopbackPortVlanDel( 1 );
+   EXPECT_EQ( told(), before + 2 );
+}
+
 TEST_F( Nat, rulesOfTheHostAreAnsweredAndTakenBack ) {
    Hul::NatSm::Args args;
    args.natStatus = Gant::make< Ip::Nat::Status >();
