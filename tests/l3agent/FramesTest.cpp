@@ -1,8 +1,10 @@
 // What the data plane has nothing for: the limits and layouts of its types, and the bookkeeping that is real.
 #include "GantException.h"
+#include "GantTrace.h"
 #include "HulNatSm.h"
 #include "VexL3TunnelTypes.h"
 #include "VexNatHelper.h"
+#include "VexNatResolver.h"
 
 #include <functional>
 #include <gmock/gmock.h>
