@@ -12,7 +12,7 @@ help:
 	@echo "make run      start a router: vexl3d, its data plane, and an example table"
 	@echo "make test     build everything and run the tests"
 	@echo "make bench    measure, and print one table"
-	@echo "make check    format, tidy, layering, size of the tests, sanitizers, clang"
+	@echo "make check    format, tidy, layering, size of the tests, sanitizers, threads, clang"
 	@echo "make install  into PREFIX ($(PREFIX)); DESTDIR is obeyed"
 	@echo "make clean    remove what was built"
 

@@ -38,6 +38,7 @@ U64 FecBook< P >::acquire( U32 vrfId, const Ways & ways ) {
    const auto fecId = U64( fecs_.take() ) + 1;
    at->second = fecId;
    fec( fecId ) = { keyVrf, 1, ways };
+   indexed( fecId, true );
    fib_->fecIs( fecId, vias( fec( fecId ) ) );
    return fecId;
 }
@@ -46,6 +47,7 @@ template < typename P >
 void FecBook< P >::release( U64 fecId ) {
    auto & gone = fec( fecId );
    if ( --gone.users != 0 ) return;
+   indexed( fecId, false );
    byKey_.erase( Key{ gone.vrfId, gone.ways } );
    fib_->fecDel( fecId );
    fecs_.give( static_cast< U32 >( fecId - 1 ) );
@@ -62,9 +64,27 @@ Mirel::Vias FecBook< P >::vias( const Fec & fec ) const {
 }
 
 template < typename P >
-void FecBook< P >::review() {
-   for ( U32 at = 0; at < fecs_.size(); ++at )
-      if ( fecs_[ at ].users != 0 ) fib_->fecIs( U64( at ) + 1, vias( fecs_[ at ] ) );
+void FecBook< P >::indexed( U64 fecId, bool present ) {
+   const auto & ways = fec( fecId ).ways;
+   for ( const auto & hop : ways.hops ) {
+      // What a tunnel receives is some other interface's.
+      const bool fixed =
+           ways.kind == Mirel::RouteType::forward_ || !Kynet::TunnelIntfId::isTunnelIntfId( hop.intfId() );
+      const auto intfId = fixed ? hop.intfId() : Kynet::IntfId();
+      if ( present ) {
+         byIntf_[ intfId ].insert( fecId );
+      } else if ( const auto at = byIntf_.find( intfId ); at != byIntf_.end() ) {
+         at->second.erase( fecId );
+         if ( at->second.empty() ) byIntf_.erase( at );
+      }
+   }
+}
+
+template < typename P >
+void FecBook< P >::review( Kynet::IntfId changed ) {
+   for ( const auto intfId : { changed, Kynet::IntfId() } )
+      if ( const auto at = byIntf_.find( intfId ); at != byIntf_.end() )
+         for ( const auto fecId : at->second ) fib_->fecIs( fecId, vias( fec( fecId ) ) );
 }
 
 template class FecBook< Kynet::Prefix >;

@@ -21,7 +21,8 @@ using Resolve = std::function< std::optional< Way >( U32 vrfId, Mirel::RouteType
 // interface comes to another one when the subnets do; one that no usable interface of the VRF reaches is left out while
 // others remain. With nothing left on interfaces that are there, up or not, the packets are dropped, and the vias are
 // drops that name the hops. What a FEC carries follows from the ways and the interfaces alone, in whatever order they
-// came. So a change of an interface costs what there are of FECs, whatever the number of routes.
+// came. So a change of an interface costs what there are of FECs over it, and of such as name none, whatever the number
+// of routes.
 template < typename P >
 class FecBook {
  public:
@@ -36,8 +37,8 @@ class FecBook {
    void release( U64 fecId );
    const Ways & ways( U64 fecId ) const { return fecs_[ static_cast< U32 >( fecId - 1 ) ].ways; }
 
-   // After interfaces or their subnets changed.
-   void review();
+   // After an interface or its subnets changed.
+   void review( Kynet::IntfId changed );
    size_t fecs() const { return byKey_.size(); }
 
  private:
@@ -55,11 +56,14 @@ class FecBook {
    };
    Fec & fec( U64 fecId ) { return fecs_[ static_cast< U32 >( fecId - 1 ) ]; }
    Mirel::Vias vias( const Fec & fec ) const;
+   void indexed( U64 fecId, bool present );
 
    Gant::Ptr< Table > fib_;
    Resolve resolve_;
    Mirel::Slab< Fec > fecs_; // the id is the place and one
    Gant::HashMap< Key, U64 > byKey_;
+   // The FECs that an interface is a hop of. Under none: those that any change may concern.
+   Gant::HashMap< Kynet::IntfId, Gant::HashSet< U64 > > byIntf_;
 };
 
 extern template class FecBook< Kynet::Prefix >;

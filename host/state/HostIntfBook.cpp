@@ -135,9 +135,9 @@ ChangeResult IntfBook::intfDel( Kynet::IntfId intfId ) {
 void IntfBook::bringUp( const IntfFact & fact ) {
    writeFilters( fact );
    withdrawDerived( fact );
-   if ( !fact.enabled ) reviewFecs();
+   if ( !fact.enabled ) reviewFecs( fact.intfId );
    writeEntities( fact );
-   if ( fact.enabled ) reviewFecs();
+   if ( fact.enabled ) reviewFecs( fact.intfId );
    announceDerived( fact );
    neighborRoutesAre( fact );
 }
@@ -149,11 +149,10 @@ void IntfBook::takeDown( const IntfFact & given ) {
    neighborRoutesAre( fact );
    subnetsAre( fact, false );
    intfs_.erase( fact.intfId );
-   reviewFecs();
+   reviewFecs( fact.intfId );
    const auto intfId = fact.intfId;
    tree_.allIntfStatusDir->intfStatusDel( intfId );
-   for ( const auto & address : tree_.ipStatus->intfAddrKeys() )
-      if ( address.intfId() == intfId ) tree_.ipStatus->intfAddrDel( address );
+   addressesAre( intfId, {} );
    tree_.ipStatus->intfStatusDel( intfId );
    tree_.ethIntfStatusDir->intfStatusDel( intfId );
    tree_.vlanIntfStatusDir->intfStatusDel( intfId );
@@ -177,11 +176,18 @@ void IntfBook::writeEntities( const IntfFact & fact ) {
    status.tcpMssIngressIs( fact.mssIngress );
    status.tcpMssEgressIs( fact.mssEgress );
    tree_.ipStatus->intfStatusIs( intfId, status );
-   for ( const auto & address : tree_.ipStatus->intfAddrKeys() )
-      if ( address.intfId() == intfId && std::ranges::count( fact.addresses, address.prefix() ) == 0 )
-         tree_.ipStatus->intfAddrDel( address );
-   for ( const auto & address : fact.addresses ) tree_.ipStatus->intfAddrIs( Ip::IntfAddr( intfId, address ), true );
+   addressesAre( intfId, fact.addresses );
    tree_.allIntfStatusDir->intfStatusIs( intfId, Interface::IntfStatus( fact.enabled, fact.enabled ) );
+}
+
+void IntfBook::addressesAre( Kynet::IntfId intfId, const std::vector< Kynet::Prefix > & addresses ) {
+   const auto & present = tree_.ipStatus->intfAddrIterator();
+   std::vector< Ip::IntfAddr > gone;
+   for ( auto at = present.lower_bound( Ip::IntfAddr( intfId, {} ) ); at != present.end() && at->intfId() == intfId;
+         ++at )
+      if ( std::ranges::count( addresses, at->prefix() ) == 0 ) gone.push_back( *at );
+   for ( const auto & address : gone ) tree_.ipStatus->intfAddrDel( address );
+   for ( const auto & address : addresses ) tree_.ipStatus->intfAddrIs( Ip::IntfAddr( intfId, address ), true );
 }
 
 void IntfBook::writeFilters( const IntfFact & fact ) {
@@ -387,9 +393,9 @@ Gant::String IntfBook::unreachable( U32 vrfId, const Hop & hop ) const {
    return "next hop " + hop.addr().stringValue() + " is on no subnet of " + name;
 }
 
-void IntfBook::reviewFecs() {
-   routes4_.fecs().review();
-   routes6_.fecs().review();
+void IntfBook::reviewFecs( Kynet::IntfId intfId ) {
+   routes4_.fecs().review( intfId );
+   routes6_.fecs().review( intfId );
 }
 
 } // namespace Host

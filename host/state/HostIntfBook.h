@@ -63,6 +63,7 @@ class IntfBook {
    void bringUp( const IntfFact & fact );
    void takeDown( const IntfFact & fact );
    void writeEntities( const IntfFact & fact );
+   void addressesAre( Kynet::IntfId intfId, const std::vector< Kynet::Prefix > & addresses );
    void writeFilters( const IntfFact & fact );
    void subnetsAre( const IntfFact & fact, bool present );
    void withdrawDerived( const IntfFact & fact );
@@ -75,7 +76,7 @@ class IntfBook {
    std::optional< Way > resolve( U32 vrfId, Mirel::RouteType kind, const Hop & hop ) const;
    // The interface by whose next-hop table the router gets what is for an address of the interface: a tunnel has none.
    Kynet::IntfId receiver( const IntfFact & fact ) const;
-   void reviewFecs();
+   void reviewFecs( Kynet::IntfId intfId );
 
    StateTree & tree_;
    const VrfBook & vrfs_;

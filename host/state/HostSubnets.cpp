@@ -31,9 +31,15 @@ std::optional< Kynet::IntfId > Subnets::intf( U32 vrfId, Kynet::IpAddr addr ) co
 std::optional< Subnets::Overlap > Subnets::overlap( U32 vrfId, Kynet::Prefix subnet, Kynet::IntfId except ) const {
    const auto vrf = vrfs_.find( vrfId );
    if ( vrf == vrfs_.end() ) return std::nullopt;
-   for ( const auto & [ other, intfId ] : vrf->second.intfs )
-      if ( intfId != except && ( other.contains( subnet.address() ) || subnet.contains( other.address() ) ) )
-         return Overlap{ other, intfId };
+   const auto & intfs = vrf->second.intfs;
+   for ( U8 len = 0; len < subnet.len(); ++len ) {
+      if ( vrf->second.lengths[ len ] == 0 ) continue;
+      const auto at = intfs.find( subnetOf( Kynet::Prefix( subnet.address(), len ) ) );
+      if ( at != intfs.end() && at->second != except ) return Overlap{ at->first, at->second };
+   }
+   for ( auto at = intfs.lower_bound( Kynet::Prefix( subnet.address(), 0 ) );
+         at != intfs.end() && subnet.contains( at->first.address() ); ++at )
+      if ( at->second != except ) return Overlap{ at->first, at->second };
    return std::nullopt;
 }
 

@@ -79,6 +79,31 @@ class IpOutputComparer : public IpComparer {
    U32 mtu_ = 0;
 };
 
+// The entrance of a tunnel for the router's own packets.
+class TunnelPortComparer : public Comparer {
+ public:
+   using Comparer::Comparer;
+   bool finish() override {
+      for ( const auto & [ intfId, l2Intf ] : session().vexcsd()->l2IntfIterator() ) {
+         if ( l2Intf->rxCpModule().get() != &module() ) continue;
+         findings().compared( "settings" );
+         findings().compare( name(), "VRF", std::to_string( l2Intf->underlayVrfId().value() ), std::to_string( vrf_ ) );
+      }
+      return true;
+   }
+
+ protected:
+   bool told( const std::string & cmd, const std::string & bytes ) override {
+      vex::pb::VrfArg arg;
+      if ( cmd != "setVrf" || !arg.ParseFromString( bytes ) ) return false;
+      vrf_ = arg.vrf();
+      return true;
+   }
+
+ private:
+   U32 vrf_ = 0;
+};
+
 class ClassifyComparer : public Comparer {
  public:
    using Comparer::Comparer;
@@ -169,6 +194,10 @@ std::unique_ptr< Comparer > ipInputComparer( Comparison & comparison, Vex::Modul
 
 std::unique_ptr< Comparer > ipOutputComparer( Comparison & comparison, Vex::Module & module ) {
    return std::make_unique< IpOutputComparer >( comparison, module );
+}
+
+std::unique_ptr< Comparer > tunnelPortComparer( Comparison & comparison, Vex::Module & module ) {
+   return std::make_unique< TunnelPortComparer >( comparison, module );
 }
 
 std::unique_ptr< Comparer > classifyComparer( Comparison & comparison, Vex::Module & module ) {

@@ -49,8 +49,10 @@ L3IntfSm::~L3IntfSm() = default;
 void L3IntfSm::handleL3Intf( Kynet::IntfId intfId ) {
    const auto l3Intf = vexcsd()->l3Intf( intfId );
    if ( !l3Intf ) return;
-   for ( const auto & [ key, module ] : aclHelper()->kyAclIterator() )
-      if ( key.intfId() == intfId ) AclHelper::connect( *l3Intf, module );
+   for ( const auto type : { Acl::ip, Acl::ipv6, Acl::mac } )
+      for ( const auto direction : { Acl::in, Acl::out } )
+         if ( const auto & module = aclHelper()->kyAcl( AclTypeIntfAndDirection( type, intfId, direction ) ) )
+            AclHelper::connect( *l3Intf, module );
 }
 
 bool AclHelper::intfSupportsAcl( Kynet::IntfId ) { return true; }

@@ -17,6 +17,7 @@
 #include "StateSystem.h"
 #include "VexCommonSmData.h"
 #include "VexL3AgentSmParts.h"
+#include "VexL3Counters.h"
 #include "ZephProcSys.h"
 
 namespace VexL3Unicast {
@@ -91,9 +92,65 @@ void AgentSm::initializedIs( bool initialized ) {
    handleInitialized();
 }
 
+namespace {
+
+// What a former phase one made goes before it is made again, with what phase two has built on it: first what is in the
+// data plane by the hand of each, then the objects, those first that use others.
+void withdraw( AgentSm & agent ) {
+   for ( const auto & intfId : Gant::keysOf( agent.vexcsd()->l3IntfIteratorConst() ) )
+      agent.vexcsd()->l3IntfDel( intfId );
+   if ( agent.aclSm() ) agent.aclSm()->startIs( false );
+   if ( agent.qosAclSm() ) agent.qosAclSm()->startIs( false );
+   for ( const auto & key : agent.ipsecHelper()->ipsecConnectionInfoKeys() )
+      agent.ipsecHelper()->deleteConnection( key.vrfName(), key.ipsecEncapId() );
+   if ( agent.l3Modules()->fibIpv4() ) {
+      freeModuleCounters( agent.l3Modules()->fibIpv4(), agent.vexcsd() );
+      freeModuleCounters( agent.l3Modules()->forUsClassifyIpv4(), agent.vexcsd() );
+   }
+   agent.capacitySmDel();
+   agent.nexthopGroupConfigMergeSmDel();
+   agent.nexthopGroupSmDel();
+   agent.vexVrrpSmDel();
+   agent.routingStatusSmDel();
+   agent.monitoredNexthopSmDel();
+   agent.hulRouteResolverSmDel();
+   agent.fecVersionSmDel();
+   agent.hulVrfRootSmDel();
+   agent.vrfHelperDel();
+   agent.hulSeqStatusCreatorSmDel();
+   agent.route4HelperDel();
+   agent.route6HelperDel();
+   agent.hulL2AdjHelperDel();
+   agent.adjHelperDel();
+   agent.hulIntfStatusSmDel();
+   agent.l3SmDel();
+   agent.mfaAgentDel();
+   agent.mfa6AgentDel();
+   agent.routeDbDel();
+   agent.ipsecGrpcSmDel();
+   agent.ipsecConnectionTableSmDel();
+   agent.ipsecHelperDel();
+   agent.natSmDel();
+   agent.natRouteResolverSmDel();
+   agent.natHelperDel();
+   agent.qosAclSmDel();
+   agent.qosAclHelperDel();
+   agent.aclSmDel();
+   agent.aclHelperDel();
+   agent.aclConfigAggregatorSmDel();
+   agent.routingStatusHelperDel();
+   agent.l3ModulesDel();
+   agent.hulL3IntfSmDel();
+   agent.intfVlanIdSetSmDel();
+   agent.privateVlanLibSmDel();
+}
+
+} // namespace
+
 // Phase one. Later steps use what earlier ones set.
 void AgentSm::handleInitialized() {
    GANT_TRACE( 1, "AgentSm::handleInitialized ", initialized() );
+   if ( l3Modules() ) withdraw( *this );
    hwEpochStatusIs( em()->getEntity< HwEpoch::Status >( "hwEpoch/status" ) );
    privateVlanLibStateIs();
    privateVlanLibSmIs();
@@ -139,6 +196,8 @@ void AgentSm::handleInitialized() {
    ipsecGrpcSmIs();
    // Interfaces that the kernel creates from now on accept packets that carry a source address local to the device.
    Zeph::writeProcSys( "/proc/sys/net/ipv4/conf/default/accept_local", "1" );
+   // Done again, it takes phase two along.
+   if ( processingStarted() ) createProcessing();
 }
 
 void AgentSm::lookUpNatAndIntfState() {

@@ -16,6 +16,7 @@
 #pragma once
 
 #include "HulL3Status.h"
+#include "StateIpsec.h"
 #include "VexCommonSmData.h"
 #include "VexL3Export.h"
 #include "VexL3Modules.h"
@@ -130,9 +131,18 @@ class VexL3Sm : public Gant::StateMachine {
    void createFib();
    void bindModuleStatus();
    void createTunnel( const Gant::Ptr< Vex::L3Intf > & l3Intf );
-   void deleteTunnel( const Gant::Ptr< Vex::L2Intf > & l2Intf );
+   void deleteTunnel( Kynet::IntfId intfId );
+   bool isWired( Kynet::IntfId intfId ) const;
+   void removeL3Intf( Kynet::IntfId intfId );
    void createNhResolve( const Gant::Ptr< Vex::L3Intf > & l3Intf );
    void deleteNhResolve( Kynet::IntfId intfId );
+
+   // The tunnels that have modules, as they were made.
+   struct TunnelModules {
+      Vex::EncapType encapType;
+      Ipsec::Ike::EncapId encapId;
+   };
+   Gant::OrderedMap< Kynet::IntfId, TunnelModules > tunnels_;
 
    std::unique_ptr< GantVexcsd > gantVexcsd_;
    std::unique_ptr< GantBridgingConfig > gantBridgingConfig_;

@@ -6,6 +6,8 @@
 #include "VexL3SmReactors.h"
 #include "VexMessage.h"
 
+#include <algorithm>
+
 namespace VexL3Unicast {
 
 static Gant::TraceHandle traceHandle( "VexL3Sm" );
@@ -46,12 +48,33 @@ const Kynet::NamespaceName & defaultNamespace() {
 
 } // namespace
 
-// What came and went meanwhile is told apart by whether modules are there.
+// What came and went meanwhile is told apart by whether modules are there, and stand in the interface's chain.
 void VexL3Sm::GantVexcsd::onRenotify() {
    for ( const auto & intfId : sm_->l3Modules()->ipInputModKeys() )
-      if ( !notifier()->l3IntfHas( intfId ) ) onL3Intf( intfId );
+      if ( !sm_->isWired( intfId ) ) sm_->removeL3Intf( intfId );
    for ( const auto & intfId : Gant::keysOf( notifier()->l3IntfIteratorConst() ) )
       if ( !sm_->l3Modules()->ipInputModHas( intfId ) ) onL3Intf( intfId );
+}
+
+bool VexL3Sm::isWired( Kynet::IntfId intfId ) const {
+   const auto l3Intf = vexcsd()->l3Intf( intfId );
+   if ( !l3Intf ) return false;
+   const auto chain = l3Intf->ingressChains().find( etherTypeIpv4 );
+   return chain != l3Intf->ingressChains().end() &&
+          std::ranges::any_of( chain->second.links(), [ & ]( const auto & link ) {
+             return link.module == l3Modules()->ipInputMod( intfId );
+          } );
+}
+
+// Also when its layer-2 interface is not there any more.
+void VexL3Sm::removeL3Intf( Kynet::IntfId intfId ) {
+   GANT_TRACE( 2, "VexL3Sm:: Delete", " intf: ", intfId );
+   deleteIntfIdtoOgateMapping( intfId, this );
+   deleteIpInputModule( intfId );
+   deleteIpOutputModule( intfId );
+   if ( l3Modules()->nextHopModHas( intfId ) ) deleteNextHopModule( intfId );
+   if ( const auto & l2Intf = vexcsd()->l2Intf( intfId ) ) l2Intf->vrfIdIs( Hul::VrfId( 0 ) );
+   if ( tunnels_.contains( intfId ) ) deleteTunnel( intfId );
 }
 
 bool VexL3Sm::isEthIntf( Kynet::IntfId intfId ) const {
@@ -72,12 +95,7 @@ void VexL3Sm::handleL3Intf( Kynet::IntfId intfId ) {
    const auto l3Intf = vexcsd()->l3Intf( intfId );
    const auto l2Intf = vexcsd()->l2Intf( intfId );
    if ( !l3Intf ) {
-      GANT_TRACE( 2, "VexL3Sm:: Delete", " intf: ", intfId );
-      deleteIntfIdtoOgateMapping( intfId, this );
-      deleteIpInputModule( intfId );
-      deleteIpOutputModule( intfId );
-      if ( isEthIntf( intfId ) ) deleteNextHopModule( intfId );
-      if ( l2Intf ) l2Intf->vrfIdIs( Hul::VrfId( 0 ) );
+      removeL3Intf( intfId );
       return;
    }
    GANT_TRACE( 2, "VexL3Sm:: Create", " intf: ", intfId, " vrf: ", l3Intf->vrfId() );
@@ -196,9 +214,7 @@ void connectThisIntfToEgressSrcs( const Gant::Ptr< Vex::L3Intf > & l3Intf, VexL3
    fib->intfIdToOutGateIs( l3Intf->intfId(), gate );
    l3Intf->connectEgressSourceModule( fib, etherTypeIpv4, gate );
    if ( !sm->isEthIntf( l3Intf->intfId() ) ) return;
-   for ( const auto & [ intfId, intf ] : sm->vexcsd()->l3IntfIteratorConst() ) {
-      if ( !sm->isTunnelIntf( intfId ) ) continue;
-      const auto & nhResolve = sm->l3Modules()->nhResolve( intfId );
+   for ( const auto & [ tunnel, nhResolve ] : sm->l3Modules()->nhResolveIterator() ) {
       const auto tunnelGate = nhResolve->getOutGate();
       nhResolve->intfIdToOutGateIs( l3Intf->intfId(), tunnelGate );
       l3Intf->connectEgressSourceModule( nhResolve, etherTypeIpv4, tunnelGate );
@@ -207,9 +223,8 @@ void connectThisIntfToEgressSrcs( const Gant::Ptr< Vex::L3Intf > & l3Intf, VexL3
 
 void deleteIntfIdtoOgateMapping( Kynet::IntfId intfId, VexL3Sm * sm ) {
    sm->getFibModule()->intfIdToOutGateDel( intfId );
-   if ( !sm->isEthIntf( intfId ) ) return;
-   for ( const auto & [ tunnel, intf ] : sm->vexcsd()->l3IntfIteratorConst() )
-      if ( sm->isTunnelIntf( tunnel ) ) sm->l3Modules()->nhResolve( tunnel )->intfIdToOutGateDel( intfId );
+   for ( const auto & [ tunnel, nhResolve ] : sm->l3Modules()->nhResolveIterator() )
+      nhResolve->intfIdToOutGateDel( intfId );
 }
 
 void connectThisTunnelAsEgressSrcForAllEthIntf( const Gant::Ptr< NhResolve > & nhResolve ) {
@@ -229,18 +244,16 @@ void disconnectThisTunnelAsEgressSrcForAllEthIntf( const Gant::Ptr< NhResolve > 
 }
 
 void VexL3Sm::handleL3TunnelIntf( Kynet::IntfId intfId ) {
-   const auto l2Intf = vexcsd()->l2Intf( intfId );
-   if ( !isTunnelIntf( intfId ) ) return;
-   if ( const auto l3Intf = vexcsd()->l3Intf( intfId ) )
-      createTunnel( l3Intf );
-   else
-      deleteTunnel( l2Intf );
+   const auto l3Intf = vexcsd()->l3Intf( intfId );
+   if ( l3Intf && isTunnelIntf( intfId ) ) createTunnel( l3Intf );
+   if ( !l3Intf && tunnels_.contains( intfId ) ) deleteTunnel( intfId );
 }
 
 void VexL3Sm::createTunnel( const Gant::Ptr< Vex::L3Intf > & l3Intf ) {
    const auto intfId = l3Intf->intfId();
    const auto l2Intf = vexcsd()->l2Intf( intfId );
    GANT_TRACE( 2, "VexL3Sm:: TunnelIntf Create", " intf: ", intfId );
+   tunnels_[ intfId ] = { l2Intf->encapType(), encapIdOf( *l2Intf ) };
    l2Intf->connectIngressModule( getFibModule(), controlPlanePort, controlPlane::fib );
    createNhResolve( l3Intf );
    if ( l2Intf->isGreTunnelType() ) {
@@ -280,24 +293,28 @@ void VexL3Sm::createNhResolve( const Gant::Ptr< Vex::L3Intf > & l3Intf ) {
    connectThisTunnelAsEgressSrcForAllEthIntf( nhResolve );
 }
 
-void VexL3Sm::deleteTunnel( const Gant::Ptr< Vex::L2Intf > & l2Intf ) {
-   const auto intfId = l2Intf->intfId();
+void VexL3Sm::deleteTunnel( Kynet::IntfId intfId ) {
+   const auto [ encapType, encapId ] = tunnels_[ intfId ];
+   tunnels_.erase( intfId );
    GANT_TRACE( 2, "VexL3Sm:: TunnelIntf Delete", " intf: ", intfId );
-   l2Intf->disconnectIngressModule( getFibModule(), controlPlanePort, controlPlane::fib );
-   if ( l2Intf->isGreTunnelType() ) {
-      l2Intf->disconnectIngressModule( l3Modules()->ip4GreTunCp( intfId ), controlPlanePort, controlPlane::tunnel );
+   const auto disconnect = [ l2Intf = vexcsd()->l2Intf( intfId ) ]( const Gant::Ptr< Vex::Module > & module,
+                                                                    U32 place ) {
+      if ( l2Intf ) l2Intf->disconnectIngressModule( module, controlPlanePort, place );
+   };
+   disconnect( getFibModule(), controlPlane::fib );
+   if ( encapType == Vex::EncapType::gre_ || encapType == Vex::EncapType::greIpsec_ ) {
+      disconnect( l3Modules()->ip4GreTunCp( intfId ), controlPlane::tunnel );
       l3Modules()->ip4GreTunCpDel( intfId );
       l3Modules()->ip4GreTunDel( intfId );
    }
-   if ( l2Intf->isIpsecTunnelType() ) {
-      l2Intf->disconnectIngressModule( l3Modules()->ip4IpsecTunCp( intfId ), controlPlanePort, controlPlane::tunnel );
+   if ( encapType == Vex::EncapType::greIpsec_ || encapType == Vex::EncapType::vtiIpsec_ ) {
+      disconnect( l3Modules()->ip4IpsecTunCp( intfId ), controlPlane::tunnel );
       l3Modules()->ip4IpsecTunCpDel( intfId );
       l3Modules()->ip4IpsecTunDel( intfId );
 
       GANT_TRACE( 2, "VexL3Sm:: IpsecTunnelIntf Delete", " intf: ", intfId );
-      const auto encapId = encapIdOf( *l2Intf );
       const auto pair = ipsecHelper()->getOrCreateOutTunnelIpsecModulePair( defaultNamespace(), encapId, intfId );
-      l2Intf->disconnectIngressModule( pair->localOutTunnelModule(), controlPlanePort, controlPlane::ipsec );
+      disconnect( pair->localOutTunnelModule(), controlPlane::ipsec );
       ipsecHelper()->deleteOutTunnelIpsecModulePair( defaultNamespace(), encapId, intfId );
    }
    deleteNhResolve( intfId );

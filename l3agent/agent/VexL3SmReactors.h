@@ -34,7 +34,11 @@ class VexL3Sm::GantConfigStatusPair : public Vex::ModuleConfigStatusPair::Notifi
  public:
    GantConfigStatusPair( VexL3Sm * sm, const Gant::Ptr< const Vex::ModuleConfigStatusPair > & pair ) :
         Notifiee( sm, pair ), sm_( sm ) {}
-   void onModuleStatus() override { sm_->bindModuleStatus(); }
+   void onModuleStatus() override {
+      sm_->bindModuleStatus();
+      // Answers may wait in it already.
+      sm_->handleResponse();
+   }
    void onRenotify() override { onModuleStatus(); }
 
  private:

@@ -61,7 +61,10 @@ void VexL3Sm::processShowNH( const vex::pb::NextHopReadNHResp & resp ) {
    const auto intfId = Kynet::IntfId::fromString( resp.intfname() );
    if ( !intfId ) return;
    const auto & module = l3Modules()->nextHopMod( *intfId );
-   if ( module && module->ackSm() ) module->ackSm()->doNextModule();
+   if ( module && module->ackSm() )
+      module->ackSm()->doNextModule();
+   else
+      vexcsd()->cliSm()->doNextModule( nullptr );
 }
 
 void VexL3Sm::showSoftwareSummary( U32 ) {}

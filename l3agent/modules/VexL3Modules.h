@@ -123,7 +123,7 @@ class NhResolve : public Vex::Module {
  public:
    using OutGates = Gant::HashMap< Kynet::IntfId, Vex::GateId >;
    using Entries = Gant::HashMap< NhrEntryKey, U32 >;
-   using Indexes = Gant::OrderedMap< U32, bool >;
+   using Indexes = Gant::BtreeMap< U32, bool >;
    static constexpr U32 entriesMax = 1024;
 
    NhResolve( const Gant::String & name, U32 maxInGate, U32 maxOutGate, Message * initArgs,

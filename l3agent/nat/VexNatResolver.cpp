@@ -83,6 +83,19 @@ U16 NatLoopbackSm::loopbackPortVlanIs( U16 port, U16 vlan ) {
    return vlan;
 }
 
+U16 NatLoopbackSm::loopbackPortVlanDel( U16 port ) {
+   const auto at = loopbackPortVlan_.find( port );
+   if ( at == loopbackPortVlan_.end() ) return 0;
+   const auto vlan = at->second;
+   loopbackPortVlan_.erase( at );
+   handleLoopbackPortVlan( port );
+   return vlan;
+}
+
+void NatLoopbackSm::loopbackPortVlanDelAll() {
+   for ( const auto port : loopbackPortVlanKeys() ) loopbackPortVlanDel( port );
+}
+
 void NatLoopbackSm::handleIntfRouting() { NAT_PLACEHOLDER(); }
 
 void NatLoopbackSm::handleIntfRouting( Kynet::IntfId ) { NAT_PLACEHOLDER(); }

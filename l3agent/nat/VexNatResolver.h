@@ -57,8 +57,11 @@ class NatLoopbackSm : public Gant::StateMachine {
    GANT_CONST( Gant::Ptr< const Hul::L3Status >, l3Status )
    GANT_CONST( Gant::Ptr< const HulL3Intf::Table >, hulL3IntfTable )
    GANT_MAP( L3Ids, intfL3Index )
-   GANT_KEYED( PortVlans, loopbackPortVlan )
+   GANT_COLLECTION( PortVlans, loopbackPortVlan )
+   U16 loopbackPortVlan( U16 port ) const { return Gant::valueOf( loopbackPortVlan_, port ); }
    U16 loopbackPortVlanIs( U16 port, U16 vlan );
+   U16 loopbackPortVlanDel( U16 port );
+   void loopbackPortVlanDelAll();
    GANT_ATTR( bool, initialized, false )
 
    void handleInitialized();

@@ -18,13 +18,13 @@ bool NatHelper::addAddrOnlyDenyAllAcl( U32 vlanId, Gant::String aclName, U32 pri
       aoaSlice()->vlanAclPriorityIs( vlanAclKey, priority );
    const auto trapAcl = aoaSlice()->prioTrapAclIs( priority )->vlanTrapAclIs( vlan )->trapAclIs( aclName );
    if ( aoaSlice()->addrOnlyDenyAllRefCnt() != 0 && trapAcl->denyAll() )
-      GANT_TRACE( 3, "Incrementing addr only deny all ref cnt" );
+      GANT_TRACE( 3, "NatHelper::addAddrOnlyDenyAllAcl ", "Incrementing addr only deny all ref cnt" );
    else
       NAT_PLACEHOLDER();
    trapAcl->denyAllIs( true );
    trapAcl->addrOnlyIs( true );
    aoaSlice()->addrOnlyDenyAllRefCntInc( 1 );
-   GANT_TRACE( 3, "addrOnlyDenyAllRefCnt: ", aoaSlice()->addrOnlyDenyAllRefCnt() );
+   GANT_TRACE( 3, "NatHelper::addAddrOnlyDenyAllAcl ", "addrOnlyDenyAllRefCnt: ", aoaSlice()->addrOnlyDenyAllRefCnt() );
    return true;
 }
 
@@ -46,13 +46,14 @@ bool NatHelper::delAddrOnlyAclSliceRule( U32 vlanId, Gant::String aclName ) {
    if ( trapAcl->denyAll() ) {
       aoaSlice()->addrOnlyDenyAllRefCntDec( 1 );
       disableEgressVlanFilter( vlanId );
-      GANT_TRACE( 3, "Decrementing addrOnlyDenyAll ref cnt ", aoaSlice()->addrOnlyDenyAllRefCnt() );
+      GANT_TRACE( 3, "NatHelper::delAddrOnlyAclSliceRule ", "Decrementing addrOnlyDenyAll ref cnt ",
+                  aoaSlice()->addrOnlyDenyAllRefCnt() );
       doMaybeDelAddrOnlyDenyAllAcl();
    }
    vlanTrapAcl->trapAclDel( aclName );
    aoaSlice()->vlanAclPriorityDel( vlanAclKey );
    if ( vlanTrapAcl->trapAcls() == 0 ) {
-      GANT_TRACE( 3, "Deleting aoaSlice vlan collection:", vlan );
+      GANT_TRACE( 3, "NatHelper::delAddrOnlyAclSliceRule ", "Deleting aoaSlice vlan collection:", vlan );
       priorityTrapAcl->vlanTrapAclDel( vlan );
       if ( priorityTrapAcl->vlanTrapAcls() == 0 ) aoaSlice()->prioTrapAclDel( priority );
    }
@@ -67,10 +68,10 @@ void NatHelper::delAclRules( TrapAclData & trapAcl ) {
       const auto rule = trapAcl.aclRule( key );
       if ( rule < noAclRule ) {
          if ( serviceTrap ) {
-            GANT_TRACE( 3, "Freeing Service Trap rule ", rule );
+            GANT_TRACE( 3, "NatHelper::delAclRules ", "Freeing Service Trap rule ", rule );
             aoaSlice()->serviceTrapRuleDel( rule );
          } else {
-            GANT_TRACE( 3, "Freeing AddrOnly Acl rule ", rule );
+            GANT_TRACE( 3, "NatHelper::delAclRules ", "Freeing AddrOnly Acl rule ", rule );
             aoaSlice()->addrOnlyAclRuleDel( rule );
          }
          aoaSlice()->trapAclDataDel( rule );

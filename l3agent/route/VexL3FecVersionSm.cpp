@@ -16,8 +16,9 @@ class FecVersionSm::GantPortVifStatus : public VexVif::PortVifStatus::Notifiee {
  public:
    explicit GantPortVifStatus( FecVersionSm * sm ) : Notifiee( sm, sm->portVifStatus() ), sm_( sm ) {}
    void onIntfToPortVifMap( const Kynet::IntfId & intfId ) override { sm_->handlePortVif( intfId ); }
+   // Also FECs on interfaces whose virtual interface went meanwhile.
    void onRenotify() override {
-      for ( const auto & intfId : notifier()->intfToPortVifMapKeys() ) sm_->handlePortVif( intfId );
+      for ( const auto & intfId : sm_->routeDb()->intfToFecSetKeys() ) sm_->handlePortVif( intfId );
    }
 
  private:
@@ -29,7 +30,7 @@ class FecVersionSm::GantMcastVifStatus : public VexMcast::McastVifStatus::Notifi
    explicit GantMcastVifStatus( FecVersionSm * sm ) : Notifiee( sm, sm->mcastVifStatus() ), sm_( sm ) {}
    void onVlanFloodsetEgressVif( const Bridging::VlanId & vlanId ) override { sm_->handleFloodVif( vlanId ); }
    void onRenotify() override {
-      for ( const auto & vlanId : notifier()->vlanFloodsetEgressVifKeys() ) sm_->handleFloodVif( vlanId );
+      for ( const auto & vlanId : sm_->routeDb()->vlanToFloodingFecSetKeys() ) sm_->handleFloodVif( vlanId );
    }
 
  private:

@@ -18,7 +18,7 @@ U16 NhIndexManager::allocNhLocalIndex( Kynet::IntfId intf ) {
    if ( !pool ) {
       GANT_TRACE( 2, "NhIndexManager::allocNhLocalIndex", " allocating localIds for ", intf );
       pool = nhLocalIndexIntfIs( intf );
-      for ( U16 index = indexMax; index > 0; --index ) pool->freeNextHopIdPush( index );
+      pool->freeNextHopIdFill( 1, indexMax );
    }
    return pool->freeNextHopIdPop();
 }

@@ -36,7 +36,9 @@ void RoutingStatusHelper::handleVirtualRouterMac( const Kynet::EthAddrWithMask &
 
 void RoutingStatusHelper::enableVlanRouting( Kynet::IntfId intfId, U32 vlanId, Hul::RoutingState state ) {
    GANT_ASSERT( vlanId, " intfId ", intfId );
-   const auto & vrs = routingStatus()->vlanRoutingStatus( Bridging::VlanId( static_cast< U16 >( vlanId ) ) );
+   const auto vlan = static_cast< U16 >( vlanId );
+   if ( vlan < 1 || vlan > 4094 ) return;
+   const auto & vrs = routingStatus()->vlanRoutingStatus( Bridging::VlanId( vlan ) );
    if ( !vrs ) return;
    vrs->routingStateIs( state );
    vrs->routingStateValidIs( true );

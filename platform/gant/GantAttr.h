@@ -11,10 +11,9 @@
 //   GANT_INSTANTIATING( M, xxx )         the same, with xxxIs( key ), which makes an entry from a key that has none
 //   GANT_SET( S, xxx )                   xxxIs( key, bool ), xxxDel( key ), xxxDelAll(), xxxHas( key ), xxxs(),
 //                                        xxxIterator(), xxxKeys()
-//   GANT_STACK( T, xxx )                 xxxPush( v ), xxxPop(), xxxs()
+//   GANT_STACK( T, xxx )                 xxxPush( v ), xxxPop(), xxxs(), xxxFill( first, last )
 //   GANT_OWNED( T, xxx, Xxx, params )    an object that this one makes: xxx(), newXxx( ... ), xxxIs( ... ), which keeps
-//   what
-//                                        newXxx returns, xxxDel(); the three are written out in the source
+//                                        what newXxx returns, xxxDel(); the three are written out in the source
 //
 // M and S are containers of GantCollection.h. Setters return what is stored.
 //
@@ -192,6 +191,7 @@
 
 #define GANT_STACK( T, name )                                                                                          \
  public:                                                                                                               \
+   void name##Fill( T first, T last ) { name##_.fill( first, last ); }                                                 \
    void name##Push( T value ) { name##_.push( value ); }                                                               \
    T name##Pop() { return name##_.pop(); }                                                                             \
    size_t name##s() const { return name##_.size(); }                                                                   \

@@ -43,39 +43,32 @@ const typename Map::mapped_type & valueOf( const Map & map, const typename Map::
    return at == map.end() ? none : at->second;
 }
 
-// A last-in-first-out stack of linked members.
+// A last-in-first-out stack. What it was filled with lies at the bottom as a range: it takes no room.
 template < typename T >
 class Stack {
  public:
    Stack() = default;
    Stack( const Stack & ) = delete;
    Stack & operator=( const Stack & ) = delete;
-   ~Stack() {
-      while ( top_ != nullptr ) pop();
+   // As if `last` down to `first` had been pushed. On an empty stack.
+   void fill( T first, T last ) {
+      first_ = first;
+      end_ = size_t( last ) + 1;
    }
-   void push( T value ) {
-      top_ = new Member{ value, top_ };
-      ++size_;
-   }
+   void push( T value ) { pushed_.push_back( value ); }
    // The value on top, or the type's default when the stack is empty.
    T pop() {
-      if ( top_ == nullptr ) return T{};
-      Member * const member = top_;
-      const T value = member->value;
-      top_ = member->below;
-      --size_;
-      delete member;
+      if ( pushed_.empty() ) return first_ < end_ ? static_cast< T >( first_++ ) : T{};
+      const T value = pushed_.back();
+      pushed_.pop_back();
       return value;
    }
-   size_t size() const { return size_; }
+   size_t size() const { return pushed_.size() + ( end_ - first_ ); }
 
  private:
-   struct Member {
-      T value;
-      Member * below;
-   };
-   Member * top_ = nullptr;
-   size_t size_ = 0;
+   std::vector< T > pushed_;
+   size_t first_ = 0; // and up to `end_`: below all that was pushed
+   size_t end_ = 0;
 };
 
 } // namespace Gant

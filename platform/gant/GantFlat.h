@@ -4,6 +4,7 @@
 #include "GantCollection.h"
 #include "GantHugePages.h"
 
+#include <absl/container/btree_map.h>
 #include <absl/container/btree_set.h>
 #include <absl/container/flat_hash_map.h>
 #include <absl/container/flat_hash_set.h>
@@ -18,6 +19,8 @@ template < typename K >
 using FlatSet = absl::flat_hash_set< K, Hasher, std::equal_to< K >, HugePageAllocator< K > >;
 template < typename K, typename Less = std::less< K > >
 using BtreeSet = absl::btree_set< K, Less >;
+template < typename K, typename V >
+using BtreeMap = absl::btree_map< K, V >;
 
 // A sorted set that holds its first `inlined` members in place.
 template < typename K, size_t inlined >

@@ -7,6 +7,8 @@
 #include "HulCommonSmData.h"
 #include "HulPosted.h"
 
+#include <algorithm>
+
 namespace Hul {
 
 struct AclSm::GantIntfConfig : Acl::IntfConfig::Notifiee {
@@ -42,6 +44,7 @@ struct AclSm::Batch {
    std::vector< Move > moves;
    Gant::OrderedMap< AclKey, AclData::Intfs > gained;
    Gant::OrderedMap< AclKey, AclData::Intfs > leaving;
+   Gant::OrderedSet< AclKey > changed; // in use with older rules
    Gant::OrderedSet< AclKey > built;
 };
 
@@ -72,8 +75,13 @@ AclSm::AclSm( Args args ) :
 AclSm::~AclSm() = default;
 
 void AclSm::startIs( bool start ) {
-   if ( !start || start_ ) return;
-   start_ = true;
+   if ( start == start_ ) return;
+   start_ = start;
+   if ( !start ) {
+      for ( const auto & [ binding, name ] : std::exchange( applied_, {} ) ) leave( binding, name, false );
+      args_.aclHelper->batchCommitAcls();
+      return;
+   }
    args_.aclHelper->hwInit();
    if ( !args_.aclConfig ) return;
    lists_ = std::make_unique< AclLists >( this, args_.aclConfig,
@@ -180,12 +188,9 @@ void AclSm::plan( Batch & batch ) {
       const auto & config = args_.aclConfig->aclConfig( list );
       if ( !config || listErrors_.contains( list ) ) continue;
       for ( const auto & key : keysOf( list ) )
-         if ( data( key ) != nullptr && data( key )->version() != config->version() ) batch.built.insert( key );
+         if ( data( key ) != nullptr && data( key )->version() != config->version() ) batch.changed.insert( key );
    }
    for ( const auto & binding : std::exchange( changedBindings_, {} ) ) planMove( batch, binding );
-   // What nobody uses any more is not built for the last time.
-   for ( const auto & [ key, intfs ] : batch.leaving )
-      if ( data( key )->activeIntfs() == intfs.size() && !batch.gained.contains( key ) ) batch.built.erase( key );
 }
 
 void AclSm::planMove( Batch & batch, const Acl::IntfAclKey & binding ) {
@@ -205,27 +210,39 @@ void AclSm::planMove( Batch & batch, const Acl::IntfAclKey & binding ) {
    if ( data( key ) == nullptr ) batch.built.insert( key );
 }
 
+// The lists that come first: who leaves the others is known once it is known which of the new ones have room.
 void AclSm::build( Batch & batch ) {
    for ( const auto & [ key, intfs ] : batch.gained )
       if ( data( key ) != nullptr )
          for ( const auto & intf : intfs ) data( key )->activeIntfIs( intf, true );
    for ( const auto & key : std::vector( batch.built.begin(), batch.built.end() ) ) {
-      auto aclData = Gant::valueOf( data_, key );
-      const bool isNew = !aclData;
-      if ( isNew ) {
-         aclData = Gant::make< AclData >( key );
-         for ( const auto & intf : batch.gained[ key ] ) aclData->activeIntfIs( intf, true );
-      }
-      const auto oldVersion = aclData->version();
-      aclData->versionIs( args_.aclConfig->aclConfig( listOf( key ) )->version() );
-      const auto error = buildList( *aclData, aclData );
-      if ( error != aclCreateErrorNone ) {
-         aclData->versionIs( oldVersion );
+      const auto aclData = Gant::make< AclData >( key );
+      for ( const auto & intf : batch.gained[ key ] ) aclData->activeIntfIs( intf, true );
+      const auto error = buildVersion( aclData );
+      if ( error != aclCreateErrorNone )
          refuse( batch, key, error );
-      } else if ( isNew ) {
+      else
          data_[ key ] = aclData;
-      }
    }
+   for ( const auto & key : batch.changed ) {
+      const auto aclData = data_[ key ];
+      // What nobody uses any more is not built for the last time.
+      if ( aclData->activeIntfs() == Gant::valueOf( batch.leaving, key ).size() ) continue;
+      const auto error = buildVersion( aclData );
+      if ( error != aclCreateErrorNone )
+         refusals_[ listOf( key ) ] = error;
+      else
+         batch.built.insert( key );
+   }
+}
+
+// Builds the list as it is configured. Refused, it keeps the version that it has.
+AclCreateError AclSm::buildVersion( const Gant::Ptr< AclData > & aclData ) {
+   const auto oldVersion = aclData->version();
+   aclData->versionIs( args_.aclConfig->aclConfig( listOf( aclData->key() ) )->version() );
+   const auto error = buildList( *aclData, aclData );
+   if ( error != aclCreateErrorNone ) aclData->versionIs( oldVersion );
+   return error;
 }
 
 // An answer other than aclCreateErrorNone: nothing of it was built.
@@ -289,34 +306,82 @@ void AclSm::bind( Batch & batch ) {
 void AclSm::release( Batch & batch ) {
    bool destroyed = false;
    for ( const auto & move : batch.moves ) {
-      if ( move.to.empty() )
+      if ( move.to.empty() ) {
          applied_.erase( move.binding );
-      else
-         applied_[ move.binding ] = move.to;
-      if ( move.to.empty() )
          args_.aclStatusDp->appliedNameDel( move.binding );
-      else
+      } else {
+         applied_[ move.binding ] = move.to;
          args_.aclStatusDp->appliedNameIs( move.binding, move.to );
-      if ( move.from.empty() ) continue;
-      const auto key = keyOf( move.binding, move.from );
-      const auto aclData = data_[ key ];
-      args_.aclHelper->removeIntfFromAcl( move.binding.intfId(), aclData, !move.to.empty() );
-      aclData->activeIntfDel( move.binding.intfId() );
-      if ( aclData->activeIntfs() != 0 ) continue;
-      args_.aclHelper->destroyAcl( aclData );
-      data_.erase( key );
-      destroyed = true;
-      const auto list = listOf( key );
-      if ( data( keysOf( list )[ 0 ] ) != nullptr || data( keysOf( list )[ 1 ] ) != nullptr ) continue;
-      counted_.erase( list );
-      args_.aclStatusDp->programmedVersionDel( list );
+      }
+      if ( !move.from.empty() && leave( move.binding, move.from, !move.to.empty() ) ) destroyed = true;
    }
    if ( !destroyed ) return;
    args_.aclHelper->batchCommitAcls();
    args_.vexcsd->aclRoomIs( args_.vexcsd->aclRoom() + 1 );
 }
 
+// True: nobody used the list any more, and the next batch takes it away.
+bool AclSm::leave( const Acl::IntfAclKey & binding, const Gant::String & name, bool appliedToAnother ) {
+   const auto key = keyOf( binding, name );
+   const auto aclData = data_[ key ];
+   args_.aclHelper->removeIntfFromAcl( binding.intfId(), aclData, appliedToAnother );
+   aclData->activeIntfDel( binding.intfId() );
+   if ( aclData->activeIntfs() != 0 ) return false;
+   args_.aclHelper->destroyAcl( aclData );
+   data_.erase( key );
+   const auto list = listOf( key );
+   if ( data( keysOf( list )[ 0 ] ) != nullptr || data( keysOf( list )[ 1 ] ) != nullptr ) return true;
+   counted_.erase( list );
+   args_.aclStatusDp->programmedVersionDel( list );
+   return true;
+}
+
+// Gives the lists, which wait for room, that of the lists which only interfaces have that are to go over to them. These
+// interfaces let nothing through from here until the new lists stand. False: that would not be room enough.
+bool AclSm::exchange( const Gant::OrderedSet< Acl::ListKey > & lists ) {
+   Gant::OrderedMap< AclKey, std::vector< Acl::IntfAclKey > > going;
+   for ( const auto & list : lists )
+      for ( const auto & binding : Gant::valueOf( wantedBy_, list ) )
+         if ( const auto & from = Gant::valueOf( applied_, binding ); !from.empty() )
+            going[ keyOf( binding, from ) ].push_back( binding );
+   const auto isFree = [ & ]( const AclKey & key ) {
+      return data( key ) == nullptr || data( key )->activeIntfs() == Gant::valueOf( going, key ).size();
+   };
+   Gant::OrderedSet< Acl::ListKey > freed;
+   for ( const auto & [ key, bindings ] : going )
+      if ( std::ranges::all_of( keysOf( listOf( key ) ), isFree ) ) freed.insert( listOf( key ) );
+   if ( freed.size() < lists.size() ) return false;
+   for ( const auto & [ key, bindings ] : going ) {
+      if ( !freed.contains( listOf( key ) ) ) continue;
+      for ( const auto & binding : bindings ) {
+         leave( binding, key.name(), true );
+         applied_.erase( binding );
+         args_.aclStatusDp->appliedNameDel( binding );
+      }
+   }
+   args_.aclHelper->batchCommitAcls();
+   changedLists_.insert( lists.begin(), lists.end() );
+   if ( freed.size() > lists.size() ) args_.vexcsd->aclRoomIs( args_.vexcsd->aclRoom() + 1 );
+   return true;
+}
+
+// Each list that waits by itself, or else all of them together.
+bool AclSm::exchangeRefused() {
+   Gant::OrderedSet< Acl::ListKey > refused;
+   for ( const auto & [ list, error ] : refusals_ )
+      if ( error == aclCreateErrorTooManyAcls ) refused.insert( list );
+   const auto exchanged = std::erase_if( refused, [ & ]( const auto & list ) { return exchange( { list } ); } );
+   return exchanged != 0 || ( refused.size() > 1 && exchange( refused ) );
+}
+
 void AclSm::program() {
+   programChanges();
+   std::erase_if( refusals_, [ & ]( const auto & refusal ) { return !wantedBy_.contains( refusal.first ); } );
+   // A list that went made room: the next turn has it.
+   if ( changedLists_.empty() && exchangeRefused() ) programChanges();
+}
+
+void AclSm::programChanges() {
    Batch batch;
    plan( batch );
    build( batch );

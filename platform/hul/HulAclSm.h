@@ -43,7 +43,9 @@ struct AclRuleCount {
 // Whatever changes in one turn of the loop is programmed together in the next one, at start at once, and also before an
 // interface comes up to which some of it applies: it is not open for the rest of the turn. A change costs
 // what its lists and their interfaces cost. A list that is wrong, or for which there is no room, is not programmed:
-// what was programmed of it stays, and an interface keeps the list that it has.
+// what was programmed of it stays, and an interface keeps the list that it has. Where the room that a list waits for is
+// that of lists which the same interfaces leave, they are exchanged: between the two these interfaces let nothing
+// through.
 class AclSm : public Gant::StateMachine {
  public:
    struct Args {
@@ -64,7 +66,8 @@ class AclSm : public Gant::StateMachine {
    ~AclSm() override;
    const Args & args() const { return args_; }
 
-   // Called right after construction, with true: from now on it calls its helper.
+   // Called right after construction, with true: from now on it calls its helper. With false at its end, where the data
+   // plane stays: it takes every list from there.
    virtual void startIs( bool start );
    bool start() const { return start_; }
 
@@ -99,8 +102,13 @@ class AclSm : public Gant::StateMachine {
    void build( Batch & batch );
    AclCreateError buildList( const AclData & data, const AclDataPtr & aclData );
    void refuse( Batch & batch, const AclKey & key, AclCreateError error );
+   AclCreateError buildVersion( const Gant::Ptr< AclData > & aclData );
    void bind( Batch & batch );
    void release( Batch & batch );
+   bool leave( const Acl::IntfAclKey & binding, const Gant::String & name, bool appliedToAnother );
+   bool exchange( const Gant::OrderedSet< Acl::ListKey > & lists );
+   bool exchangeRefused();
+   void programChanges();
    void program();
 
    AclData * data( const AclKey & key ) const;

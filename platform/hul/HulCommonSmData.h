@@ -1,4 +1,5 @@
-// What all state machines of the layer share: the request to verify, and where its findings go.
+// What all state machines of the layer share: the engine's ports, the room for rule tables, the request to verify, and
+// where its findings go.
 #pragma once
 
 #include "GantEntity.h"

@@ -3,13 +3,13 @@
 #include "GantTrace.h"
 #include "StateInterface.h"
 
+#include <algorithm>
+
 namespace HulL3Intf {
 
 static Gant::TraceHandle traceHandle( "HulL3IntfConfigSm" );
 
 namespace {
-
-constexpr U16 highestVlan = 4094;
 
 bool ownsVlan( Kynet::IntfId intfId ) { return intfId.type() == Kynet::IntfType::vlan_; }
 
@@ -56,6 +56,7 @@ bool ConfigSm::wanted( Kynet::IntfId intfId ) const {
 }
 
 void ConfigSm::reviewAll() {
+   freeUpTo_ = highestVlan;
    for ( const auto & intfId : args_.hulL3IntfTable->intfL3IndexKeys() ) review( intfId );
    if ( args_.vlanIntfStatusDir )
       for ( const auto & intfId : args_.vlanIntfStatusDir->intfStatusKeys() ) review( intfId );
@@ -70,10 +71,12 @@ void ConfigSm::review( Kynet::IntfId intfId ) {
    if ( has ) {
       vlanIs( intfId, 0 );
       // One that found none before may be waiting for it.
-      for ( const auto & other : args_.hulL3IntfTable->routedIntfKeys() )
-         if ( !args_.hulL3IntfTable->intfL3IndexHas( other ) && other != intfId ) review( other );
+      for ( const auto & other : std::exchange( waiting_, {} ) )
+         if ( other != intfId ) review( other );
    } else if ( !ownsVlan( intfId ) ) {
-      vlanIs( intfId, freeVlan() );
+      const auto vlanId = freeVlan();
+      if ( vlanId == 0 ) waiting_.insert( intfId );
+      vlanIs( intfId, vlanId );
    } else if ( intfId.first() >= 1 && intfId.first() <= highestVlan ) {
       vacate( intfId.first() );
       vlanIs( intfId, intfId.first() );
@@ -85,14 +88,14 @@ void ConfigSm::handleVlanConfig( U16 vlanId ) {
       vacate( vlanId );
       return;
    }
+   freeUpTo_ = std::max( freeUpTo_, vlanId );
    for ( const auto & intfId : args_.hulL3IntfTable->routedIntfKeys() ) review( intfId );
 }
 
-U16 ConfigSm::freeVlan() const {
+U16 ConfigSm::freeVlan() {
    if ( !args_.internalVlansAllowed ) return 0;
-   for ( U16 vlanId = highestVlan; vlanId != 0; --vlanId )
-      if ( !used_.contains( vlanId ) && !configured( vlanId ) ) return vlanId;
-   return 0;
+   while ( freeUpTo_ != 0 && ( used_.contains( freeUpTo_ ) || configured( freeUpTo_ ) ) ) --freeUpTo_;
+   return freeUpTo_;
 }
 
 void ConfigSm::vacate( U16 vlanId ) {
@@ -102,13 +105,17 @@ void ConfigSm::vacate( U16 vlanId ) {
    // Found while the old one still counts as used.
    const auto other = freeVlan();
    GANT_TRACE( 2, "ConfigSm::vacate ", intfId, " leaves vlan ", vlanId, " for ", other );
+   if ( other == 0 ) waiting_.insert( intfId );
    vlanIs( intfId, other );
 }
 
 void ConfigSm::vlanIs( Kynet::IntfId intfId, U16 vlanId ) {
    const auto old = static_cast< U16 >( args_.hulL3IntfTable->intfL3Index( intfId ).value() );
    if ( vlanId == old ) return;
-   if ( old != 0 ) used_.erase( old );
+   if ( old != 0 ) {
+      used_.erase( old );
+      freeUpTo_ = std::max( freeUpTo_, old );
+   }
    if ( vlanId == 0 ) {
       args_.hulL3IntfTable->intfL3IndexDel( intfId );
       return;

@@ -40,12 +40,15 @@ class ConfigSm : public Gant::StateMachine {
    void handleVlanConfig( U16 vlanId );
    bool wanted( Kynet::IntfId intfId ) const;
    bool configured( U16 vlanId ) const;
-   U16 freeVlan() const;
+   U16 freeVlan();
    void vacate( U16 vlanId );
    void vlanIs( Kynet::IntfId intfId, U16 vlanId );
 
    Args args_;
+   static constexpr U16 highestVlan = 4094;
    Gant::OrderedMap< U16, Kynet::IntfId > used_; // by VLAN, own and internal ones
+   U16 freeUpTo_ = highestVlan;                  // no higher one is free
+   Gant::OrderedSet< Kynet::IntfId > waiting_;   // found no free one
    std::unique_ptr< GantBridgingConfig > bridgingReactor_;
    std::unique_ptr< GantVlanIntfStatusDir > vlanIntfReactor_;
    std::unique_ptr< GantTable > tableReactor_;

@@ -79,8 +79,14 @@ QosAclSm::QosAclSm( Args args ) :
 QosAclSm::~QosAclSm() = default;
 
 void QosAclSm::startIs( bool start ) {
-   if ( !start || start_ || !args_.qosAclHwStatus ) return;
-   start_ = true;
+   if ( start == start_ || !args_.qosAclHwStatus ) return;
+   start_ = start;
+   if ( !start ) {
+      for ( const auto & [ intfId, name ] : std::exchange( applied_, {} ) ) intfIs( states_[ name ], intfId, false );
+      Batch none;
+      cleanUp( none );
+      return;
+   }
    args_.qosAclHelper->hwInit();
    if ( !args_.qosStatus || !args_.aclConfig ) return;
    statusReactor_ = std::make_unique< GantStatus >( this );

@@ -6,6 +6,7 @@
 
 #include <deque>
 #include <functional>
+#include <optional>
 
 namespace Vex {
 
@@ -16,34 +17,39 @@ class CliSm : public Gant::PtrInterface {
    enum class ShowEnd { complete, dropped };
    using Done = std::function< void( ShowEnd ) >;
 
-   ~CliSm() override { pModuleQueueDelAll(); }
+   // Drops every show: this is the end of the session, so that no answer comes any more.
+   ~CliSm() override;
 
    // Shows at once when nothing shows, otherwise when its turn comes. `socket` stays open until `done`, which is called
-   // once.
-   void pModuleQueueEnq( Gant::Ptr< Module > module, int socket, Gant::String objName, Done done );
+   // once. The module has an AckSm, and is not kept alive.
+   void pModuleQueueEnq( const Gant::Ptr< Module > & module, int socket, Gant::String objName, Done done );
    size_t pModuleQueues() const { return waiting_.size(); }
-   // Drops every show, also the one whose answer is on its way.
+   // Drops the shows that wait. The one whose answer is on its way stays until it is there: its socket would be
+   // somebody else's.
    void pModuleQueueDelAll();
-   // The output of the module is complete, and the next one begins. Nothing, when another one shows: its show was
-   // dropped.
+   // The output of the module is complete, and the next one begins. Nothing, when another one shows. When the module
+   // that showed went meanwhile, any other one, or null, stands for it: only one answer is ever on its way.
    void doNextModule( const Module * module );
+   // Drops the shows of the module that wait.
+   void moduleGoes( const Module * module );
 
  private:
    struct Show {
-      Gant::Ptr< Module > module;
+      Module * module; // null: it went while its answer was on its way
       int socket;
       Gant::String objName;
       Done done;
    };
    void begin();
 
-   std::deque< Show > waiting_; // the front one shows
+   std::optional< Show > showing_;
+   std::deque< Show > waiting_;
 };
 
 // The acknowledgements of one module's shows.
 class AckSm : public Gant::PtrInterface {
  public:
-   // `module` owns this object; neither argument is kept alive.
+   // `module` owns this object, and `cliSm` outlives it; neither argument is kept alive.
    AckSm( Module * module, CliSm * cliSm ) : module_( module ), cliSm_( cliSm ) {}
    ~AckSm() override;
 

@@ -6,8 +6,8 @@ namespace Vex {
 
 namespace {
 
-Gant::Ptr< Module > port( bool wanted, VexModule::ModuleClass moduleClass, Kynet::IntfId intfId,
-                          const Gant::Ptr< ModuleConfigStatusPair > & pair ) {
+Gant::Ptr< PortModule > port( bool wanted, VexModule::ModuleClass moduleClass, Kynet::IntfId intfId,
+                              const Gant::Ptr< ModuleConfigStatusPair > & pair ) {
    return wanted ? Gant::make< PortModule >( moduleClass, intfId, pair ) : nullptr;
 }
 
@@ -30,6 +30,14 @@ L2Intf::~L2Intf() = default;
 
 void L2Intf::vrfIdIs( Hul::VrfId vrfId ) {
    if ( ingressClassify_ ) ingressClassify_->setVrf( vrfId );
+}
+
+void L2Intf::underlayVrfIdIs( Hul::VrfId vrfId ) {
+   GANT_ON_LOOP();
+   if ( underlayVrfId_ == vrfId ) return;
+   underlayVrfId_ = vrfId;
+   if ( rxCpModule_ ) rxCpModule_->setVrf( vrfId );
+   notifiees_.tell( &Notifiee::onTunnel );
 }
 
 void L2Intf::macAddrIs( const Kynet::EthAddr & macAddr ) {

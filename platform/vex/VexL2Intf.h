@@ -45,7 +45,9 @@ class L2Intf : public Gant::PtrInterface {
    GANT_WATCHED( Kynet::IpAddr, dstIp, onTunnel )
    GANT_WATCHED( U8, tos, onTunnel, 0 )
    GANT_WATCHED( U8, ttl, onTunnel, 64 )
-   GANT_WATCHED( Hul::VrfId, underlayVrfId, onTunnel )
+   // Where the tunnel's own packets are looked up, once they are wrapped.
+   const Hul::VrfId & underlayVrfId() const { return underlayVrfId_; }
+   void underlayVrfIdIs( Hul::VrfId vrfId );
    GANT_WATCHED( Hul::VrfId, overlayVrfId, onTunnel )
    GANT_WATCHED( U32, greKey, onTunnel, 0 ) // 0: no key
    GANT_WATCHED( U32, ipsecEncapId, onTunnel, 0 )
@@ -53,7 +55,7 @@ class L2Intf : public Gant::PtrInterface {
    GANT_WATCHED( U16, maxMssIngress, onMaxMss, 0 )
    GANT_CONST( Gant::Ptr< Module >, rxModule )
    GANT_CONST( Gant::Ptr< Module >, txModule )
-   GANT_CONST( Gant::Ptr< Module >, rxCpModule )
+   GANT_CONST( Gant::Ptr< PortModule >, rxCpModule )
    GANT_CONST( Gant::Ptr< EtherClassifyModule >, ingressClassify )
 
    bool isTunnelType() const { return encapType() != EncapType::ethernet_; }
@@ -69,6 +71,7 @@ class L2Intf : public Gant::PtrInterface {
    ModuleChain & chain( U32 portType );
 
    Kynet::EthAddr macAddr_;
+   Hul::VrfId underlayVrfId_;
    std::map< U32, ModuleChain > ingressModuleChain_;
 };
 

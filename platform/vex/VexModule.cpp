@@ -73,7 +73,11 @@ Module::~Module() {
    Module::doResourceLeakCheck();
    while ( !outGate_.empty() ) forget( outGate_.begin()->first );
    for ( const auto & [ inGate, connections ] : InGates( inGate_ ) )
-      for ( const auto & connection : connections ) connection.peer->forget( connection.outGate );
+      for ( const auto & [ peer, gate ] : connections ) {
+         const bool givesGateBack = peer->outGate_.at( gate ).givesGateBack;
+         peer->forget( gate );
+         if ( givesGateBack ) peer->releaseOutGate( gate );
+      }
    moduleConfig()->channel()->destroyModule( moduleConfig()->origin(), name_ );
 }
 
@@ -98,7 +102,11 @@ void Module::releaseOutGate( GateId gate ) {
 }
 
 void Module::connectModule( const Gant::Ptr< Module > & target ) {
-   if ( !findGateByName( target->name(), false ) ) outGateIs( getOutGate(), target.get() );
+   if ( findGateByName( target->name(), false ) ) return;
+   const auto gate = getOutGate();
+   if ( !gate ) return;
+   outGateIs( gate, target.get() );
+   outGate_[ gate ].givesGateBack = true;
 }
 
 void Module::connectViaReservedGate( const Gant::Ptr< Module > & target, GateId gate ) {
@@ -138,7 +146,7 @@ void Module::outGateIs( GateId gate, Module * target ) {
    if ( target == nullptr ) return;
    // An input gate takes many.
    const GateId inGate( 0 );
-   outGate_[ gate ] = { target, inGate };
+   outGate_[ gate ] = { target, inGate, false };
    target->inGate_[ inGate ].push_back( { this, gate } );
    moduleConfig()->channel()->connectModules( moduleConfig()->origin(), name_, gate, target->name(), inGate );
 }
@@ -146,7 +154,8 @@ void Module::outGateIs( GateId gate, Module * target ) {
 // The data plane has no such connection any more.
 void Module::forget( GateId gate ) {
    const auto at = outGate_.find( gate );
-   const auto [ peer, inGate ] = at->second;
+   const auto peer = at->second.peer;
+   const auto inGate = at->second.inGate;
    outGate_.erase( at );
    const auto in = peer->inGate_.find( inGate );
    std::erase( in->second, InConnection{ this, gate } );

@@ -70,6 +70,7 @@ class Module : public Gant::PtrInterface {
    struct OutConnection {
       Module * peer = nullptr;
       GateId inGate;
+      bool givesGateBack = false; // the gate was taken for this connection: free as soon as it ends
       friend bool operator==( const OutConnection &, const OutConnection & ) = default;
    };
    struct InConnection {

@@ -25,6 +25,12 @@ vex::pb::EtherClassifyArg * classifyArg( Kynet::IntfId intfId, const Kynet::EthA
    return arg;
 }
 
+void sendVrf( const Module & module, U32 vrf ) {
+   auto * const arg = newMessage< vex::pb::VrfArg >( module );
+   arg->set_vrf( vrf );
+   enqueueChange( module, "setVrf", arg );
+}
+
 } // namespace
 
 TrapModule::TrapModule( Gant::Ptr< ModuleConfigStatusPair > pair ) :
@@ -40,11 +46,9 @@ EtherClassifyModule::EtherClassifyModule( Kynet::IntfId intfId, const Kynet::Eth
      Module( moduleName( "EtherClassify_", intfId ), VexModule::EtherClassify, gatesMax, 16, 0, 1,
              classifyArg( intfId, macAddr ), std::move( pair ) ) {}
 
-void EtherClassifyModule::setVrf( U32 vrf ) {
-   auto * const arg = newMessage< vex::pb::VrfArg >( *this );
-   arg->set_vrf( vrf );
-   enqueueChange( *this, "setVrf", arg );
-}
+void PortModule::setVrf( U32 vrf ) { sendVrf( *this, vrf ); }
+
+void EtherClassifyModule::setVrf( U32 vrf ) { sendVrf( *this, vrf ); }
 
 void EtherClassifyModule::sendMac( const char * action, const Kynet::EthAddr & macAddr ) {
    auto * const arg = newMessage< vex::pb::EthernetConfigArg >( *this );

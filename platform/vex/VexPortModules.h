@@ -19,6 +19,8 @@ class PortModule : public Module {
  public:
    PortModule( VexModule::ModuleClass moduleClass, Kynet::IntfId intfId, Gant::Ptr< ModuleConfigStatusPair > pair );
    const char * fwkType() const override { return "Vex::PortModule"; }
+   // The VRF of the packets that come from the kernel's side, at first 0.
+   void setVrf( U32 vrf );
 };
 
 // Frames that come in: those that are for the router go on by EtherType, the rest of the router's own to gate 0.

@@ -210,30 +210,77 @@ TEST_F( AclRouter, anInterfaceThatIsLostAndReturnsFindsItsListsInPlace ) {
    )" ) );
 }
 
-TEST_F( AclRouter, theListForWhichThereIsNoRoomWaitsAndTheOthersStay ) {
-   const auto before = tablesAndCounters();
-   std::vector< Kynet::IntfId > intfs;
-   for ( U16 i = 0; i < Vex::KyAclDb::maxAcls() + 1; ++i ) {
-      const auto name = "l" + std::to_string( 1000 + i );
-      intfs.push_back( Kynet::IntfId( Kynet::IntfType::ethernet(), U16( 10 + i ) ) );
-      add( name.c_str(), { RuleOf() } );
-      bindings->aclNameIs( Acl::IntfAclKey( intfs.back(), Acl::ip, Acl::in ), name );
+class FullAclRouter : public AclRouter {
+ protected:
+   // The lists l1000, l1001 ..., each with its interface, take all the room that there is.
+   FullAclRouter() {
+      for ( U16 i = 0; i < Vex::KyAclDb::maxAcls(); ++i ) {
+         add( nameOf( i ).c_str(), { RuleOf() } );
+         bind( i, nameOf( i ) );
+      }
+      drained();
+   }
+   ~FullAclRouter() override {
+      for ( const auto & key : bindings->aclNameKeys() ) bindings->aclNameDel( key );
+      drained();
+      EXPECT_EQ( tablesAndCounters(), 0u );
+   }
+   static Gant::String nameOf( U16 i ) { return "l" + std::to_string( 1000 + i ); }
+   static Acl::IntfAclKey at( U16 i ) {
+      return Acl::IntfAclKey( Kynet::IntfId( Kynet::IntfType::ethernet(), U16( 10 + i ) ), Acl::ip, Acl::in );
+   }
+   void bind( U16 i, const Gant::String & list ) { bindings->aclNameIs( at( i ), list ); }
+   // Each interface has the list that it wants, in the version that is configured.
+   void expectAllInForce() {
+      EXPECT_EQ( pending(), Lines{} );
+      for ( const auto & key : bindings->aclNameKeys() ) {
+         const ListKey applied( Acl::ip, status->appliedName( key ) );
+         EXPECT_EQ( applied.name(), bindings->aclName( key ) );
+         EXPECT_EQ( status->programmedVersion( applied ), config->aclConfig( applied )->version() );
+      }
+   }
+};
+
+TEST_F( FullAclRouter, theListForWhichThereIsNoRoomWaitsAndTheOthersStay ) {
+   add( "new", { RuleOf() } );
+   bind( 200, "new" );
+   bind( 201, "l1000" );
+   drained();
+   // An interface that would go over to it keeps the list that it has, with what changes in that list.
+   bind( 0, "new" );
+   config->aclConfig( ListKey( Acl::ip, "l1000" ) )->entriesIs( entries( { udp() } ) );
+   EXPECT_EQ( drained().size(), 3u );
+   EXPECT_EQ( status->appliedName( at( 0 ) ), "l1000" );
+   EXPECT_EQ( status->programmedVersion( ListKey( Acl::ip, "l1000" ) ),
+              config->aclConfig( ListKey( Acl::ip, "l1000" ) )->version() );
+   EXPECT_EQ( pending(), ( Lines{ "access-list new: the data plane has no room for another list",
+                                  "interface Ethernet10, access-list new in: the list is not programmed",
+                                  "interface Ethernet210, access-list new in: the list is not programmed" } ) );
+   // Room for it comes.
+   bindings->aclNameDel( at( 1 ) );
+   drained();
+   expectAllInForce();
+}
+
+TEST_F( FullAclRouter, listsAreExchangedThoughNoRoomIsFree ) {
+   for ( const char * name : { "newA", "newB", "newC" } ) add( name, { udp() } );
+   bind( 0, "newA" );
+   const auto out = drained();
+   EXPECT_EQ( out[ 0 ], "kyAclDb destroyAcl acl_id 0 acl_target 0" );
+   EXPECT_TRUE( out[ 1 ].starts_with( "kyAclDb createAcl acl_id 0" ) ) << out[ 1 ];
+   EXPECT_EQ( out[ 2 ], "aclipEt10in applyAcl acl_id 0 ipv4 true" );
+   EXPECT_EQ( out.size(), 3u );
+   expectAllInForce();
+   // Neither of two lists goes before the interfaces of both have.
+   bind( 201, "l1001" );
+   bind( 202, "l1002" );
+   drained();
+   for ( U16 i : { 1, 2 } ) {
+      bind( i, "newB" );
+      bind( 200 + i, "newC" );
    }
    drained();
-   EXPECT_EQ( pending(), ( Lines{ "access-list l1128: the data plane has no room for another list",
-                                  "interface Ethernet138, access-list l1128 in: the list is not programmed" } ) );
-   EXPECT_EQ( helper->vexAclDatas(), 128u );
-   // An interface that would go over to it keeps the list that it has.
-   bindings->aclNameIs( Acl::IntfAclKey( intfs[ 0 ], Acl::ip, Acl::in ), "l1128" );
-   EXPECT_EQ( drained(), Lines{} );
-   // Room for it comes.
-   bindings->aclNameDel( Acl::IntfAclKey( intfs[ 1 ], Acl::ip, Acl::in ) );
-   drained();
-   EXPECT_EQ( pending(), Lines{} );
-   EXPECT_EQ( status->appliedName( Acl::IntfAclKey( intfs[ 0 ], Acl::ip, Acl::in ) ), "l1128" );
-   for ( const auto & intfId : intfs ) bindings->aclNameDel( Acl::IntfAclKey( intfId, Acl::ip, Acl::in ) );
-   drained();
-   EXPECT_EQ( tablesAndCounters(), before );
+   expectAllInForce();
 }
 
 TEST_F( AclRouter, aListThatIsWrongIsNamedAndWhatWasProgrammedStays ) {
@@ -332,6 +379,13 @@ TEST( AclAgent, interfacesComeUpBehindTheirLists ) {
    EXPECT_LT( position( "connect EtherClassify_et1:1 -> aclipEt1in" ), end );
    EXPECT_LT( position( "connect IpInput_et1:1 -> aclipEt1in:0" ), position( "connect aclipEt1in:1 -> fibIpv4:0" ) );
    EXPECT_LT( position( "connect aclipEt1in:1 -> fibIpv4:0" ), end );
+   // A second phase one makes them again once the former ones have gone.
+   router.agent->initializedIs( false );
+   const auto again = router.drained();
+   const auto at = [ & ]( const char * line ) { return std::ranges::find( again, line ) - again.begin(); };
+   EXPECT_LT( at( "destroy aclipEt1in" ), at( "aclipEt1in applyAcl acl_id 1 ipv4 true" ) );
+   EXPECT_LT( at( "aclipEt1in applyAcl acl_id 1 ipv4 true" ), long( again.size() ) );
+   EXPECT_EQ( router.vexcsd->kyAclDb()->freeAclIds(), Vex::KyAclDb::maxAcls() - 1 );
 }
 
 TEST( AclCheck, namesListSequenceAndReason ) {

@@ -1,8 +1,10 @@
 // What the data plane has nothing for: the limits and layouts of its types, and the bookkeeping that is real.
 #include "GantException.h"
+#include "GantTrace.h"
 #include "HulNatSm.h"
 #include "VexL3TunnelTypes.h"
 #include "VexNatHelper.h"
+#include "VexNatResolver.h"
 
 #include <functional>
 #include <gmock/gmock.h>
@@ -155,6 +157,16 @@ TEST_F( Nat, aListGoesWithItsRules ) {
    EXPECT_DEATH( helper->delAddrOnlyAclSliceRule( 11, "list" ), "Failed\\(aoaSlice\\(\\)->serviceTrapCount\\(\\)\\)" );
    list( 5, 10, "stays" )->addrOnlyIs( false );
    EXPECT_DEATH( helper->delAddrOnlyAclSliceRule( 10, "stays" ), "Failed\\(trapAcl->addrOnly\\(\\)\\)" );
+}
+
+TEST( NatSms, aLoopbackPortsVlanIsToldWhenItComesAndWhenItGoes ) {
+   const auto loopback = Gant::make< NatLoopbackSm >( nullptr, nullptr );
+   const auto told = [] { return Gant::traceLines( 100, "VexNatResolver" ).size(); };
+   const auto before = told();
+   loopback->loopbackPortVlanIs( 1, 10 );
+   EXPECT_EQ( loopback->loopbackPortVlanDel( 1 ), 10 );
+   loopback->loopbackPortVlanDel( 1 );
+   EXPECT_EQ( told(), before + 2 );
 }
 
 TEST_F( Nat, rulesOfTheHostAreAnsweredAndTakenBack ) {

@@ -140,7 +140,8 @@ TEST_F( L3Sm, aGreTunnelHasBothItsPathsAndLeavesNothingBehind ) {
    l2Intf->dstIpIs( ip( "198.51.100.9" ) );
    l2Intf->tosIs( 200 );
    l2Intf->greKeyIs( 77 );
-   core.take();
+   l2Intf->underlayVrfIdIs( Hul::VrfId( 5 ) );
+   EXPECT_EQ( core.take().back(), "PortRxCp_tu7 setVrf vrf 5" );
 
    core.routed( "Tunnel7", 4093, 0, 1476 );
    EXPECT_EQ( core.take(), lines( R"(

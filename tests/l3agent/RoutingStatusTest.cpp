@@ -74,6 +74,7 @@ TEST_F( RoutingStatusFacts, routingIsEnabledOnlyForAVlanThatIsThere ) {
    EXPECT_EQ( entry( 4094 )->routingState(), state );
    EXPECT_TRUE( entry( 4094 )->routingStateValid() );
    EXPECT_EQ( entry( 4094 )->genId(), 2u );
+   for ( const U32 none : { 0x10000u, 4095u } ) helper().enableVlanRouting( et1, none, state );
    EXPECT_DEATH( helper().enableVlanRouting( et1, 0, state ), "Failed\\(vlanId\\)" );
 }
 

@@ -123,15 +123,26 @@ TEST_F( Show, oneModuleShowsAtATimeAndTheNextBeginsWithItsEnd ) {
    answer( nhAnswer( "Ethernet1" ) );
    EXPECT_EQ( ended, ( std::vector< std::pair< char, End > >{ { 'a', End::complete }, { 'b', End::complete } } ) );
 
-   // A module that goes drops every show, and its late answer completes none.
-   cliSm->pModuleQueueEnq( core.l3Modules->nextHopMod( intf( "Ethernet1" ) ), ends[ 1 ], "Ethernet1", done( 'c' ) );
-   core.vexcsd->l3IntfDel( intf( "Ethernet1" ) );
-   EXPECT_EQ( ended.back(), ( std::pair{ 'c', End::dropped } ) );
-   cliSm->pModuleQueueEnq( core.l3Modules->fibIpv4(), ends[ 1 ], "default", done( 'd' ) );
-   printed();
-   answer( nhAnswer( "Ethernet1" ) );
-   EXPECT_EQ( printed(), " 'pModule77NH': {  }, # End of pModule77NH\n" );
-   EXPECT_EQ( ended.size(), 3u );
+   // A module that goes drops the shows that wait. The answer to its own completes that one, though it is made anew.
+   for ( const bool anew : { false, true } ) {
+      ended.clear();
+      cliSm->pModuleQueueEnq( core.l3Modules->nextHopMod( intf( "Ethernet1" ) ), ends[ 1 ], "Ethernet1", done( 'c' ) );
+      cliSm->pModuleQueueEnq( core.l3Modules->nextHopMod( intf( "Ethernet1" ) ), ends[ 1 ], "Ethernet1", done( 'd' ) );
+      core.vexcsd->l3IntfDel( intf( "Ethernet1" ) );
+      EXPECT_EQ( ended, ( std::vector< std::pair< char, End > >{ { 'd', End::dropped } } ) );
+      if ( anew ) core.routed( "Ethernet1", 4094 );
+      cliSm->pModuleQueueEnq( core.l3Modules->fibIpv4(), ends[ 1 ], "default", done( 'e' ) );
+      printed();
+      core.take();
+      answer( nhAnswer( "Ethernet1" ) );
+      EXPECT_EQ( printed(), " 'pModule77NH': {  }, # End of pModule77NH\n" );
+      EXPECT_EQ( ended.back(), ( std::pair{ 'c', End::complete } ) );
+      EXPECT_EQ( core.take(), Lines{ "fibIpv4 showFib cli_socket " + fd + " use_grpc true vrf 0" } );
+      answer( fibAnswer( 0 ) );
+      EXPECT_EQ( ended.back(), ( std::pair{ 'e', End::complete } ) );
+      printed();
+      if ( !anew ) core.routed( "Ethernet1", 4094 );
+   }
 }
 
 TEST_F( Show, onTheSocketPathAFailingHandOverDoesNotStopTheShow ) {

@@ -105,6 +105,20 @@ TEST_F( Chain, everyHistoryOfPlacementsEndsInTheOrderOfPriorities ) {
    }
 }
 
+TEST_F( Chain, theGateOfATargetThatDiesFirstIsFreeAgain ) {
+   for ( int i = 0; i < 20000; ++i ) {
+      const auto target = module( "target" );
+      source->connectModule( target );
+      ASSERT_EQ( target->inGate().size(), 1u );
+   }
+   EXPECT_EQ( source->unusedOutGate().size(), 1u );
+   // A gate whose owner took it stays the owner's.
+   const auto gate = source->getOutGate();
+   source->outGateIs( gate, module( "target" ).get() );
+   EXPECT_TRUE( source->outGate().empty() );
+   EXPECT_EQ( source->unusedOutGate().size(), 0u );
+}
+
 TEST_F( Chain, gatesThatAreGivenBackComeLastAgain ) {
    const auto wide = Gant::make< Vex::Module >( "wide", Vex::VexModule::FibIpv4, 8, 4, 0, 1, nullptr, engine.l3Pair );
    EXPECT_EQ( wide->getOutGate(), 1u );
