@@ -209,19 +209,6 @@ class StartUp : public testing::Test {
    VexL3Unicast::AgentSm & agent = *router.agent;
 };
 
-TEST_F( StartUp, phaseOneMakesNatAndPhaseTwoWhatNeedsTheRoutes ) {
-   agent.initializedIs( true );
-   EXPECT_TRUE( agent.natHelper() && agent.nhMapConfig() && agent.nhMapStatus() && agent.natRouteResolverSm() &&
-                agent.natSm() );
-   EXPECT_FALSE( agent.tunnelDb() || agent.fecVersionSm() || agent.routingStatusSm() || agent.vexVrrpSm() ||
-                 agent.capacitySm() );
-   agent.maybeStartProcessing();
-   EXPECT_TRUE( agent.tunnelDb() && agent.fecVersionSm() && agent.routingStatusSm() && agent.vexVrrpSm() &&
-                agent.capacitySm() );
-   // Never its own doing.
-   EXPECT_FALSE( agent.natLoopbackSm() || agent.hulTunnelSm() || agent.vxlanTunnelConfigDir() );
-}
-
 TEST_F( StartUp, theCapacityTableDeclaresOneFeatureWithoutNumbers ) {
    router.start();
    agent.capacitySm()->handleClock();

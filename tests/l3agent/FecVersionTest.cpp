@@ -5,7 +5,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace {
 
@@ -100,21 +99,6 @@ TEST_F( FecVersion, anInterfaceThatComesRepairsTheFecsThatWaitedForIt ) {
    EXPECT_THAT( router.agent->hulVrfRootSm()->pending(),
                 testing::Not( testing::Contains(
                      testing::Field( &Hul::Pending::reason, testing::HasSubstr( "Ethernet3" ) ) ) ) );
-}
-
-TEST_F( FecVersion, withoutItsInputsItIsSilentAndItsSummaryReads ) {
-   const auto silent = VexL3Unicast::fecVersionSmFactory( "silent", router.agent->routeDb(), nullptr, nullptr, nullptr,
-                                                          nullptr, nullptr, nullptr );
-   state.portVifStatus->intfToPortVifMapIs( intf( "Ethernet1" ), VexVif::VifId( 7 ) );
-   EXPECT_EQ( silent->numUpdatePortVif(), 0u );
-   int ends[ 2 ];
-   ASSERT_EQ( pipe( ends ), 0 );
-   sm().showSoftwareSummary( static_cast< unsigned >( ends[ 1 ] ) );
-   close( ends[ 1 ] );
-   char text[ 200 ] = {};
-   EXPECT_GT( read( ends[ 0 ], text, sizeof( text ) - 1 ), 0 );
-   close( ends[ 0 ] );
-   EXPECT_STREQ( text, "\nFEC Version Summary\n updates port vif: 1\n, flood vif: 0,         vlan port status: 0\n" );
 }
 
 } // namespace

@@ -102,46 +102,6 @@ TEST_F( RouterMacs, whatChangedInSilenceIsCaughtUpWith ) {
    EXPECT_EQ( sm->bridgeMac(), macB );
 }
 
-TEST_F( RouterMacs, aVlanCountsWhileTheCpuIsItsMember ) {
-   bridging->bridgeMacAddrIs( macA );
-   const auto sm = make();
-   Trace trace;
-   const auto config = svi();
-   EXPECT_THAT( trace.taken(),
-                ElementsAre( "doMaybeProgramFdb rmac 00:1c:73:00:00:0a vlanId 10 isAnygwMac false add true" ) );
-   config->intfIs( intf( "Ethernet1" ), true );
-   EXPECT_THAT( trace.taken(), IsEmpty() );
-   config->intfIs( intf( "Cpu" ), false );
-   EXPECT_THAT( trace.taken(),
-                ElementsAre( "doMaybeProgramFdb rmac 00:1c:73:00:00:0a vlanId 10 isAnygwMac false add false" ) );
-   config->intfIs( intf( "Cpu" ), true );
-   trace.taken();
-   model->virtualRouterMacIs( macB );
-   EXPECT_THAT( trace.taken(),
-                ElementsAre( "doProgramMacInCtrlMacTbl mac 00:1c:73:00:00:0b vlanId 0 index 17 add true",
-                             "doMaybeProgramFdb rmac 00:1c:73:00:00:0b vlanId 10 isAnygwMac true add true" ) );
-   EXPECT_FALSE( VexL3Unicast::isVlanIntf( bridging, Bridging::VlanId( 11 ) ) );
-}
-
-TEST_F( RouterMacs, aVlanIsRoutedWithAUnicastFamilyAndValidFacts ) {
-   const auto vrs = model->vlanRoutingStatusIs( vlan10 );
-   const auto routed = [ & ] { return VexL3Unicast::isVlanRouted( model, vlan10 ); };
-   vrs->routingStateIs( Hul::RoutingState( true, false, false, false ) );
-   vrs->genIdInc( 1 );
-   EXPECT_FALSE( routed() );
-   vrs->routingStateValidIs( true );
-   EXPECT_FALSE( routed() );
-   vrs->vrfIdValidIs( true );
-   EXPECT_TRUE( routed() );
-   vrs->routingStateIs( Hul::RoutingState( false, false, true, false ) );
-   EXPECT_FALSE( routed() );
-   for ( const auto & state :
-         { Hul::RoutingState( false, true, false, false ), Hul::RoutingState( false, false, false, true ) } ) {
-      vrs->routingStateIs( state );
-      EXPECT_TRUE( routed() );
-   }
-}
-
 TEST_F( RouterMacs, verificationGoesOverTheTablesOrReportsTheFirstDifference ) {
    bridging->bridgeMacAddrIs( macA );
    svi();
