@@ -5,6 +5,7 @@
 #include "HostDaemon.h"
 #include "HulAdjSm.h"
 #include "HulVrfRootSm.h"
+#include "Steps.h"
 #include "VexGrpcChannel.h"
 #include "VexL3AgentSm.h"
 #include "VexL3Sm.h"
@@ -19,7 +20,7 @@
 namespace {
 
 using Host::Json;
-using Lines = std::vector< std::string >;
+using namespace Test;
 
 // What the router is told: the kind, and the entry. In this order each finds what it leans on.
 const std::pair< const char *, const char * > facts[] = {
@@ -240,17 +241,6 @@ const End & expected() {
    return end;
 }
 
-std::string differences( const char * what, const Lines & found, const Lines & expected ) {
-   std::string text;
-   for ( const auto & line : found )
-      if ( std::ranges::count( found, line ) > std::ranges::count( expected, line ) )
-         text += std::string( what ) + " has " + line + "\n";
-   for ( const auto & line : expected )
-      if ( std::ranges::count( expected, line ) > std::ranges::count( found, line ) )
-         text += std::string( what ) + " lacks " + line + "\n";
-   return text;
-}
-
 // What is wrong with the end of the steps; empty: nothing.
 std::string failure( const Steps & steps ) {
    SessionRouter router;
@@ -261,20 +251,6 @@ std::string failure( const Steps & steps ) {
           differences( "a user", router.seen(), expected().seen ) +
           differences( "the agent", router.held(), expected().held ) +
           differences( "the data plane's refusals", router.refusedByDataPlane(), {} );
-}
-
-// The shortest part of the steps that still fails, as far as leaving out one after the other leads.
-Steps shrunk( Steps steps ) {
-   for ( size_t length = steps.size() / 2; length != 0; length /= 2 )
-      for ( size_t from = 0; from + length <= steps.size(); ) {
-         Steps shorter( steps.begin(), steps.begin() + static_cast< std::ptrdiff_t >( from ) );
-         shorter.insert( shorter.end(), steps.begin() + static_cast< std::ptrdiff_t >( from + length ), steps.end() );
-         if ( failure( shorter ).empty() )
-            ++from;
-         else
-            steps = shorter;
-      }
-   return steps;
 }
 
 Step flap( std::minstd_rand & random ) {
@@ -313,7 +289,7 @@ TEST_P( HostArrival, inAnyOrderTheDataPlaneEndsTheSame ) {
    std::minstd_rand random( GetParam() );
    const auto steps = shuffled( random, GetParam() % 4 * 20 );
    if ( failure( steps ).empty() ) return;
-   const auto shortest = shrunk( steps );
+   const auto shortest = shrunk( steps, failure );
    FAIL() << "seed " << GetParam() << ", after\n" << textOf( shortest ) << failure( shortest );
 }
 

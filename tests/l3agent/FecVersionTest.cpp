@@ -87,18 +87,4 @@ TEST_F( FecVersion, aFecWithoutAnAdjacencyKeepsItsVersionAndIsCounted ) {
    router.agent->hulL3Status()->l2AdjListIs( key, adj );
 }
 
-TEST_F( FecVersion, anInterfaceThatComesRepairsTheFecsThatWaitedForIt ) {
-   state.fec( 4, { viaTo( "10.0.3.2", "Ethernet3" ) } );
-   state.neighbor( "Ethernet3", "10.0.3.2", "02:00:00:00:03:02" );
-   router.drained();
-   router.port( "Ethernet3" );
-   state.intf( "Ethernet3" );
-   EXPECT_THAT( router.drained(),
-                testing::Contains( testing::MatchesRegex(
-                     "NextHop_et3 writeNH nexthopinfo .nh_index [0-9]+ mac_da 02:00:00:00:03:02 pkt_cmd 1." ) ) );
-   EXPECT_THAT( router.agent->hulVrfRootSm()->pending(),
-                testing::Not( testing::Contains(
-                     testing::Field( &Hul::Pending::reason, testing::HasSubstr( "Ethernet3" ) ) ) ) );
-}
-
 } // namespace

@@ -1,8 +1,10 @@
 // What the data plane has nothing for: the limits and layouts of its types, and the bookkeeping that is real.
 #include "GantException.h"
+#include "GantTrace.h"
 #include "HulNatSm.h"
 #include "VexL3TunnelTypes.h"
 #include "VexNatHelper.h"
+#include "VexNatResolver.h"
 
 #include <functional>
 #include <gmock/gmock.h>
@@ -118,6 +120,20 @@ TEST_F( Nat, aListGoesWithItsRules ) {
    EXPECT_DEATH( helper->delAddrOnlyAclSliceRule( 11, "list" ), "Failed\\(aoaSlice\\(\\)->serviceTrapCount\\(\\)\\)" );
    list( 5, 10, "stays" )->addrOnlyIs( false );
    EXPECT_DEATH( helper->delAddrOnlyAclSliceRule( 10, "stays" ), "Failed\\(trapAcl->addrOnly\\(\\)\\)" );
+}
+
+TEST( NatSms, leaveRequestsUnanswered ) {
+   const auto config = Gant::make< Hul::NextHopMapConfig >( "config" );
+   const auto status = Gant::make< Hul::NextHopMapStatus >( "status" );
+   const auto resolver = Gant::make< NatRouteResolverSm >( config, status, nullptr, nullptr );
+   config->routeResolverRequestIs( Kynet::IpAddr( 1 ), true );
+   EXPECT_THAT( Gant::traceLines( 1, "VexNatResolver" ).back().text, testing::HasSubstr( "handleNextHopRequest" ) );
+   EXPECT_EQ( status->nextHops(), 0u );
+   const auto loopback = Gant::make< NatLoopbackSm >( nullptr, nullptr );
+   EXPECT_TRUE( loopback->initialized() );
+   EXPECT_FALSE( loopback->hulL3IntfTable() );
+   loopback->loopbackPortVlanIs( 1, 10 );
+   EXPECT_THAT( Gant::traceLines( 1, "VexNatResolver" ).back().text, testing::HasSubstr( "handleLoopbackPortVlan" ) );
 }
 
 TEST_F( Nat, rulesOfTheHostAreAnsweredAndTakenBack ) {

@@ -154,23 +154,4 @@ TEST_F( QosHelperCalls, onlyInputPoliciesAreApplied ) {
    EXPECT_EQ( Vex::QosAclHelper::getModuleName( output->key(), intf( "Ethernet1" ) ), "PQos_Tx_et1" );
 }
 
-TEST_F( QosHelperCalls, cleaningUpTheLastListTakesClassPolicyAndIdAlong ) {
-   const auto freeIds = engine.vexcsd->kyAclDb()->freeAclIds();
-   build();
-   helper->batchCommitAcls( state );
-   engine.take();
-   helper->destroyAcl( state, classData, byIpList, key );
-   EXPECT_EQ( engine.take(), Lines{} );
-   helper->cleanupAcl( state, classData, byIpList, key );
-   EXPECT_EQ( engine.take(), lines( R"(
-      destroy PQos_Rx_et1
-      kyAclDb destroyPolicy acl_id 0 acl_target 1
-   )" ) );
-   EXPECT_EQ( engine.vexcsd->kyAclDb()->freeAclIds(), freeIds );
-   EXPECT_EQ( engine.counters->counterIterator().size() + helper->qosPolicys(), 0u );
-   EXPECT_EQ( helper->counterUpdateRequest( classData, key ), Hul::QosClassCounterData() );
-   EXPECT_EQ( found().strep(),
-              "Value('Vex::VexQosReturnCode', ** {'qospolicy': None, 'qosclass': None, 'qosacl': None})" );
-}
-
 } // namespace
