@@ -1,6 +1,5 @@
 // The facts of a router, told in any order and with flaps, over a real data plane: the agent and the data plane end as
 // if they had been told once, in order, and nothing is left over on either side.
-#include "GantActivity.h"
 #include "HostCommands.h"
 #include "HostDaemon.h"
 #include "HulAdjSm.h"
@@ -11,11 +10,9 @@
 #include "VexL3Sm.h"
 
 #include <algorithm>
-#include <chrono>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <random>
-#include <thread>
 
 namespace {
 
@@ -81,16 +78,6 @@ std::string textOf( const Steps & steps ) {
       case Step::Kind::settle: text += "  until all is acknowledged\n"; break;
       }
    return text;
-}
-
-// Runs the loop until it is so. A test in which that never comes fails.
-template < typename IsSo >
-void runUntil( const IsSo & isSo ) {
-   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( 60 );
-   while ( !isSo() ) {
-      if ( std::chrono::steady_clock::now() > end ) throw std::runtime_error( "what was waited for has not come" );
-      if ( Gant::activityManager()->poll() == 0 ) std::this_thread::yield();
-   }
 }
 
 class Rows : public Host::Output {

@@ -1,11 +1,26 @@
-// Steps of a random test whose end is compared with what it should be.
+// The loop, and the steps of a random test whose end is compared with what it should be.
 #pragma once
 
+#include "GantActivity.h"
+
 #include <algorithm>
+#include <chrono>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace Test {
+
+// Runs the loop until it is so. A test in which that never comes fails here.
+template < typename IsSo >
+void runUntil( const IsSo & isSo ) {
+   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( 60 );
+   while ( !isSo() ) {
+      if ( std::chrono::steady_clock::now() > end ) throw std::runtime_error( "what was waited for has not come" );
+      if ( Gant::activityManager()->poll() == 0 ) std::this_thread::yield();
+   }
+}
 
 // What one of the two has and the other has not, a line each; empty: they are the same lines in some order.
 inline std::string differences( const char * what, const std::vector< std::string > & found,
