@@ -1,11 +1,7 @@
 // Access lists and policies as they are told, and what the data plane gets of them.
 #include "HostRuleText.h"
 #include "HostTestRouter.h"
-#include "VexAclSm.h"
-#include "VexCounterInfo.h"
-#include "VexKyAclDb.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace {
@@ -170,40 +166,6 @@ TEST( HostFilters, theTableThatIsOneTooManyIsRefused ) {
               Lines{ "router.yaml:258: interface Ethernet128: its filters are one more than the 127 access lists and "
                      "policies that the data plane has room for" } );
    EXPECT_EQ( router.change( "add interface {name: Ethernet128, access-group: {in: list1, out: list127}}" ), "" );
-}
-
-class FilteredRouter : public HostedRouter {
- public:
-   explicit FilteredRouter( const std::string & description ) {
-      EXPECT_EQ( describe( description ), Lines{} );
-      start();
-      begin = drained();
-   }
-   size_t ids() const { return vexcsd->kyAclDb()->freeAclIds(); }
-   size_t rulesCounted() const {
-      return size_t( std::ranges::count_if(
-           counters->counterIterator(), []( const auto & counter ) { return counter.second.module == "kyAclDb"; } ) );
-   }
-   Lines begin;
-};
-
-bool concerns( const std::string & line, const char * what ) { return line.find( what ) != line.npos; }
-
-TEST( HostFilters, whatIsTakenAwayGivesItsIdsAndCountersBack ) {
-   const std::string ports = "interfaces: [{name: Ethernet1}, {name: Ethernet2}]\n";
-   FilteredRouter router( ports );
-   const auto ids = router.ids(), counted = router.rulesCounted();
-   EXPECT_EQ( router.describe( std::string( filtered ) + filteredPorts ), Lines{} );
-   router.drained();
-   EXPECT_EQ( router.ids(), ids - 2 );
-   EXPECT_EQ( router.rulesCounted(), counted + 4 );
-   EXPECT_EQ( router.describe( ports ), Lines{} );
-   const auto went = router.drained();
-   for ( const char * gone : { "destroy aclipEt1in", "destroy aclipEt1out", "destroy aclipEt2in", "destroy PQos_Rx_et1",
-                               "kyAclDb destroyAcl acl_id 0", "kyAclDb destroyPolicy acl_id" } )
-      EXPECT_TRUE( std::ranges::any_of( went, [ & ]( const auto & line ) { return concerns( line, gone ); } ) ) << gone;
-   EXPECT_EQ( router.ids(), ids );
-   EXPECT_EQ( router.rulesCounted(), counted );
 }
 
 } // namespace

@@ -200,24 +200,6 @@ TEST_F( Adjacencies, aNextHopThroughATunnelGoesByItsResolveEntry ) {
    EXPECT_EQ( core.l3Modules->nhResolve( intf( "Tunnel1" ) )->nhrEntryIndexAvailables(), 1023u );
 }
 
-TEST_F( Adjacencies, theIndexesFollowTheNextHops ) {
-   const auto adj =
-        core.adjacency( 50, via( { { neighbour( "Ethernet1", 1 ), 1 }, { neighbour( "Ethernet1", 2 ), 1 } } ) );
-   core.adjHelper->createAdj( adj );
-   core.adjHelper->createAdj( core.adjacency( 51, via( { { neighbour( "Ethernet1", 3 ), 1 } } ) ) );
-   const auto & db = *core.routeDb;
-   EXPECT_EQ( db.intfToFecSet( intf( "Ethernet1" ) )->str(), "3,4," );
-   EXPECT_EQ( db.vlanToFloodingFecSet( Bridging::VlanId( 4094 ) )->str(), "3,4," );
-   adj->viaIs( via( { { neighbour( "Ethernet2", 1 ), 1 }, { hop( NextHopEntryType::drop(), "Ethernet1" ), 1 } } ) );
-   core.adjHelper->updateAdj( adj );
-   EXPECT_EQ( db.intfToFecSet( intf( "Ethernet1" ) )->str(), "3,4," );
-   EXPECT_EQ( db.intfToFecSet( intf( "Ethernet2" ) )->str(), "3," );
-   EXPECT_EQ( db.intfAndVlanToFecSet( IntfAndVlan( intf( "Ethernet1" ), Bridging::VlanId( 4094 ) ) )->str(), "4," );
-   core.adjHelper->deleteAdj( adj );
-   EXPECT_FALSE( db.intfToFecSetHas( intf( "Ethernet2" ) ) );
-   EXPECT_EQ( db.intfToFecSets() + db.intfAndVlanToFecSets() + db.vlanToFloodingFecSets(), 3u );
-}
-
 TEST_F( Adjacencies, aNextHopWithoutAnInterfaceIsInNoIndexAndGoesToTheClassifier ) {
    const Hul::NextHop receive( NextHopEntryType::receive(), {}, {}, {}, {} );
    core.adjHelper->createAdj( core.adjacency( 50, via( { { receive, 1 } } ) ) );
