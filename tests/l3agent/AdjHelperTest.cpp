@@ -210,27 +210,6 @@ TEST_F( Adjacencies, aNextHopWithoutAnInterfaceIsInNoIndexAndGoesToTheClassifier
    EXPECT_EQ( entry.egressVif(), 490u );
 }
 
-TEST_F( Adjacencies, entriesSayWhereTheirPacketsGo ) {
-   const struct {
-      NextHopPktCmd pktCmd;
-      U32 command;
-      U32 egressVif;
-   } cases[] = { { NextHopPktCmd::pktCmdForward_, 1, U32( -1 ) },  { NextHopPktCmd::pktCmdArpTrap_, 0, 510 },
-                 { NextHopPktCmd::pktCmdReceive_, 0, 509 },        { NextHopPktCmd::pktCmdSlowReceive_, 0, 499 },
-                 { NextHopPktCmd::pktCmdTrapVxlanULFlood_, 0, 0 }, { NextHopPktCmd::pktCmdDrop_, 2, 490 } };
-   for ( const auto & c : cases ) {
-      const NextHopKey key( c.pktCmd, Bridging::VlanIdOrNone( 8 ), intf( "Ethernet1" ), {}, mac( "00:00:00:00:00:05" ),
-                            6, {} );
-      EXPECT_EQ( core.sm->getNextHopInfo( key ),
-                 VexNhEntry( c.command, mac( "00:00:00:00:00:05" ), 6, VexVif::VifId( c.egressVif ),
-                             Bridging::VlanIdOrNone( 8 ), 0, 1, 1, 0 ) )
-           << key.str();
-   }
-   for ( const auto pktCmd : { NextHopPktCmd::pktCmdNone_, NextHopPktCmd::pktCmdForwardAndTrap_ } )
-      EXPECT_DEATH( core.sm->getNextHopInfo( NextHopKey( pktCmd, {}, intf( "Ethernet1" ), {}, {}, 1, {} ) ),
-                    "Failed\\(false\\)" );
-}
-
 TEST_F( Adjacencies, anEmptyPoolGivesIndexZeroWithoutComplaint ) {
    for ( U32 i = 0; i < NhIndexManager::indexMax; ++i )
       core.sm->nhIndexManager()->allocNhLocalIndex( intf( "Ethernet1" ) );

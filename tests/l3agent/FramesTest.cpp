@@ -72,29 +72,6 @@ class Nat : public testing::Test {
    Gant::Ptr< NatHelper > helper = NatHelperIs( nullptr );
 };
 
-TEST_F( Nat, aDenyAllRuleIsCountedByAdditionAndTakenBackOnce ) {
-   addList( 10, "list", 5 );
-   const auto added = list( 5, 10, "list" );
-   EXPECT_TRUE( added->denyAll() && added->addrOnly() );
-   addList( 10, "list", 5 );
-   EXPECT_EQ( list( 5, 10, "list" ), added );
-   EXPECT_EQ( slice().addrOnlyDenyAllRefCnt(), 2u );
-   EXPECT_FALSE( slice().needCommit() );
-   EXPECT_DEATH( addList( 10, "list", 6 ),
-                 "Failed\\(priority == aoaSlice\\(\\)->vlanAclPriority\\( vlanAclKey \\)\\)" );
-   EXPECT_TRUE( helper->delAddrOnlyAclSliceRule( 10, "other" ) );
-   EXPECT_FALSE( slice().needCommit() );
-   EXPECT_TRUE( helper->delAddrOnlyAclSliceRule( 10, "list" ) );
-   EXPECT_EQ( slice().addrOnlyDenyAllRefCnt(), 1u );
-   EXPECT_EQ( slice().prioTrapAcls() + slice().vlanAclPrioritys(), 0u );
-   EXPECT_TRUE( slice().needCommit() );
-   helper->commitAddrOnlyAclSliceRules();
-   EXPECT_TRUE( slice().needCommit() );
-   // VLANs are of 16 bits.
-   addList( 0x1000b, "list", 6 );
-   EXPECT_TRUE( list( 6, 11, "list" ) );
-}
-
 TEST_F( Nat, aListGoesWithItsRules ) {
    addList( 10, "list", 5 );
    addList( 10, "stays", 5 );
