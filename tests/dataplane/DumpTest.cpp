@@ -265,7 +265,7 @@ class CounterFile : public testing::Test {
       }
    }
 
-   const Test::Directory directory_;
+   const ::Test::Directory directory_;
    std::string path_ = directory_.path( "counters" );
 };
 

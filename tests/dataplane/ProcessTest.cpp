@@ -26,7 +26,7 @@ bool answers( const std::string & address ) {
 
 class Program : public testing::Test {
  protected:
-   const Test::Directory directory_;
+   const ::Test::Directory directory_;
    const std::string socket_ = directory_.path( "socket" ), counters_ = directory_.path( "counters" );
 };
 

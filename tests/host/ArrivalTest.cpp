@@ -18,6 +18,7 @@ namespace {
 
 using Host::Json;
 using namespace Test;
+using Lines = std::vector< std::string >;
 
 // What the router is told: the kind, and the entry. In this order each finds what it leans on.
 const std::pair< const char *, const char * > facts[] = {
