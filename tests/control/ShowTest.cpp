@@ -281,13 +281,4 @@ TEST_F( Shows, aLossEndsAnAnswerThatIsOnItsWay ) {
    EXPECT_EQ( client_->answer().back()[ "end" ][ "error" ][ "code" ], "unavailable" );
 }
 
-TEST_F( Shows, changesReachTheRouterAndItsReasonsComeBack ) {
-   EXPECT_EQ( ask( R"({"command":"add","kind":"vrf","entry":"{\"name\":\"blue\"}"})" ).size(), 1u );
-   EXPECT_EQ( router_.changes, "0 vrf {\"name\":\"blue\"}\n" );
-   EXPECT_EQ( error( R"({"command":"del","kind":"vrf","entry":"{\"name\":\"unknown\"}"})" ),
-              "notFound: there is no VRF \"unknown\"" );
-   EXPECT_EQ( error( R"({"command":"add","kind":"vrf","entry":"{\"name\":\"taken\"}"})" ),
-              "refused: VRF \"taken\" is there already" );
-}
-
 } // namespace

@@ -82,16 +82,6 @@ TEST_F( Vexctl, printsATableForPeople ) {
                           "default  10.1.0.0/16    3  Ethernet1 forward 02:00:00:00:01:02 (gate 2, index 1)\n" );
 }
 
-TEST_F( Vexctl, asksTheDataPlaneAndReadsTheAgentsText ) {
-   const auto fib = Json::parse( run( { "--json", "show", "fib", "--dataplane" } ).out );
-   EXPECT_EQ( fib[ "rows" ][ 0 ].dump(),
-              R"({"vrf":"default","prefix":"10.1.0.0/16","fec":3,"nexthops":[{"gate":2,"index":1}]})" );
-   EXPECT_EQ( fib[ "rows" ].size(), 4u );
-   const auto nexthops = Json::parse( run( { "show", "nexthops", "Et1", "--dataplane", "--json" } ).out );
-   EXPECT_EQ( nexthops[ "rows" ].dump(),
-              R"([{"interface":"Ethernet1","index":1,"command":"forward","mac":"02:00:00:00:01:02"}])" );
-}
-
 TEST_F( Vexctl, everyShowGivesOneJsonDocumentAndATable ) {
    for ( const char * show :
          { "fib",   "routes",  "nexthops",    "adjacencies",  "pending",      "interfaces",   "tunnels",

@@ -2,6 +2,7 @@
 
 #include "DpCounterTable.h"
 #include "DpRegistry.h"
+#include "Process.h"
 
 #include "vex/counter_table.h"
 #include "vex/fib_ipv4.pb.h"
@@ -254,13 +255,6 @@ TEST( Dump, isACopyInBatchesOfLimitedSizeThatCarryTheLastNumber ) {
 // The file, as another process sees it.
 class CounterFile : public testing::Test {
  protected:
-   CounterFile() {
-      std::string name = ( std::filesystem::temp_directory_path() / "vexdp-counters-XXXXXX" ).string();
-      directory_ = mkdtemp( name.data() );
-      path_ = directory_ + "/counters";
-   }
-   ~CounterFile() override { std::filesystem::remove_all( directory_ ); }
-
    std::string failure() const {
       try {
          const Vexdp::CounterTable table( path_ );
@@ -271,7 +265,8 @@ class CounterFile : public testing::Test {
       }
    }
 
-   std::string directory_, path_;
+   const ::Test::Directory directory_;
+   std::string path_ = directory_.path( "counters" );
 };
 
 TEST_F( CounterFile, hasTheLayoutThatReadersMapAndGoesWithItsOwner ) {
@@ -322,7 +317,7 @@ TEST_F( CounterFile, takesNothingFromAnybodyElse ) {
          std::ofstream( path_ + name ).close();
          std::filesystem::resize_file( path_ + name, size );
          EXPECT_EQ( failure(), "" ) << size << name;
-         EXPECT_TRUE( std::filesystem::is_empty( directory_ ) );
+         EXPECT_TRUE( directory_.empty() );
       }
    std::ofstream( path_ ) << "somebody's notes, longer than a header of a counter table would be";
    EXPECT_EQ( failure(), "exists and is not a counter table" );

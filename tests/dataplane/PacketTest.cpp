@@ -208,14 +208,6 @@ TEST( EtherClassify, aTunnelHasNoFramesAndAGroupItsOwnAddress ) {
               "classify_et1: a frame to ff:ff:ff:ff:ff:ff, EtherType 0x0800, VRF 0 -> 1" );
 }
 
-TEST( EtherClassify, theVrfChoosesTheTable ) {
-   Router router;
-   router.set( "fibIpv4 addVrf vrf: 7\n classify_et1 setVrf vrf: 7" );
-   EXPECT_EQ( router.end( kTransit ), "dropped at fibIpv4: no route to 10.2.0.7 in VRF 7" );
-   router.set( "fibIpv4 delVrf vrf: 7" );
-   EXPECT_EQ( router.end( kTransit ), "dropped at fibIpv4: there is no VRF 7" );
-}
-
 TEST( IpInput, refusesWhatIsNoGoodHeaderUnderItsCounters ) {
    Router router;
    router.set( "IpInput_et1 setCounterIds bad_ip_checksum_counter: 1 bad_ip_len_counter: 2" );

@@ -1,8 +1,6 @@
 #include "DpTestSupport.h"
 
 #include "DpListing.h"
-#include "DpModuleClass.h"
-#include "DpRegistry.h"
 
 #include "google/rpc/error_details.pb.h"
 #include "vex/fib_ipv4.pb.h"
@@ -88,31 +86,6 @@ TEST( Requests, aRefusedOneNamesItsObjectAndChangesNothing ) {
       c setEtherTypeGate ether_type: 2048 ogate: 8192 => ERANGE c: setEtherTypeGate: ogate 8192 is out of range, at most 8191
       c clearEtherTypeGate ether_type: 2048 => ENOENT c: clearEtherTypeGate: EtherType 0x0800 has no gate
    )" ) );
-}
-
-TEST( Requests, whatMayLookOddIsTaken ) {
-   Plane plane;
-   plane.set( R"(
-      create fib FibIpv4
-      fib addVrf vrf: 4294967295
-      # before the FEC that it names
-      fib addRoute vrf: 4294967295 prefix: 0 prefix_len: 0 fec_id: 4294967295
-      fib addRoute vrf: 4294967295 prefix: 0 prefix_len: 0 fec_id: 8
-      # no gate, no next hop, no members
-      fib addFec fec_id: 8 nh_info { gate: 4294967295 nh_index: 3 } nh_info { gate: 5 }
-      fib addFec fec_id: 8
-      create nh NextHop
-      nh writeNH nexthopinfo { nh_index: 0 pkt_cmd: 1 }
-      nh writeNH nexthopinfo { nh_index: 0 pkt_cmd: 77 }
-      create nhr NhResolve
-      nhr addNhResolveEntry nhr_index: 1023 ogate: 4294967295 nhm_index: 0
-      create out IpOutput
-      out setMtu ip_mtu: 0
-      # the empty counter
-      out setCounterIds failed_frag_counter: 4294967295
-   )" );
-   // A FEC that routes name may go.
-   plane.set( "fib delFec fec_id: 8" );
 }
 
 TEST( Requests, absentIsNotZero ) {
@@ -313,31 +286,6 @@ TEST( Requests, aLookupFindsTheLongestMatchOrTheVeryPrefix ) {
       parse( given.reply, expected );
       plane.engine.lookup( request, reply );
       EXPECT_EQ( reply.DebugString(), expected.DebugString() ) << given.request;
-   }
-}
-
-// Everything that is told of a class comes from its description, which can contradict itself in few ways.
-TEST( Registry, everyClassIsToldWholeAndByItsOwnName ) {
-   bess::pb::ListMclassResponse classes;
-   Vexdp::listClasses( classes );
-   EXPECT_EQ( Lines( classes.names().begin(), classes.names().end() ),
-              ( Lines{ "EtherClassify", "FibIpv4",         "ForUsClassifyIpv4", "Ip4GreTun",
-                       "Ip4IpsecTun",   "IpInput",         "IpOutput",          "IpsecDecrypt",
-                       "IpsecEncrypt",  "IpsecManagement", "IpsecTunnelEgress", "IpsecTunnelIngress",
-                       "KyAcl",         "KyAclDb",         "McastFibIpv4",      "McastFibIpv6",
-                       "NextHop",       "NhResolve",       "PolicyQos",         "PortRx",
-                       "PortRxCp",      "PortTx",          "PortTxCp",          "Trap" } ) );
-   bess::pb::GetMclassInfoResponse info;
-   ASSERT_TRUE( Vexdp::describeClass( "IpOutput", info ).ok() );
-   EXPECT_EQ( Lines( info.cmds().begin(), info.cmds().end() ),
-              ( Lines{ "setMtu", "setTcpMssAdjust", "setHwOffload", "setCounterIds" } ) );
-   EXPECT_EQ( Lines( info.cmd_args().begin(), info.cmd_args().end() ),
-              ( Lines{ "vex.pb.IpOutputArg", "vex.pb.TcpMssAdjustArg", "vex.pb.IpOutputHwOffload",
-                       "vex.pb.IpOutputCounterIdArg" } ) );
-   for ( const auto * mclass : Vexdp::moduleClasses() ) {
-      EXPECT_FALSE( mclass->help.empty() ) << mclass->name;
-      EXPECT_LE( mclass->gates.igates, Vexdp::kMaxGates );
-      EXPECT_LE( mclass->gates.ogates, Vexdp::kMaxGates );
    }
 }
 

@@ -1,24 +1,23 @@
 // The facts of a router, told in any order and with flaps, over a real data plane: the agent and the data plane end as
 // if they had been told once, in order, and nothing is left over on either side.
-#include "GantActivity.h"
 #include "HostCommands.h"
 #include "HostDaemon.h"
 #include "HulAdjSm.h"
 #include "HulVrfRootSm.h"
+#include "Steps.h"
 #include "VexGrpcChannel.h"
 #include "VexL3AgentSm.h"
 #include "VexL3Sm.h"
 
 #include <algorithm>
-#include <chrono>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <random>
-#include <thread>
 
 namespace {
 
 using Host::Json;
+using namespace Test;
 using Lines = std::vector< std::string >;
 
 // What the router is told: the kind, and the entry. In this order each finds what it leans on.
@@ -80,16 +79,6 @@ std::string textOf( const Steps & steps ) {
       case Step::Kind::settle: text += "  until all is acknowledged\n"; break;
       }
    return text;
-}
-
-// Runs the loop until it is so. A test in which that never comes fails.
-template < typename IsSo >
-void runUntil( const IsSo & isSo ) {
-   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( 60 );
-   while ( !isSo() ) {
-      if ( std::chrono::steady_clock::now() > end ) throw std::runtime_error( "what was waited for has not come" );
-      if ( Gant::activityManager()->poll() == 0 ) std::this_thread::yield();
-   }
 }
 
 class Rows : public Host::Output {
@@ -240,17 +229,6 @@ const End & expected() {
    return end;
 }
 
-std::string differences( const char * what, const Lines & found, const Lines & expected ) {
-   std::string text;
-   for ( const auto & line : found )
-      if ( std::ranges::count( found, line ) > std::ranges::count( expected, line ) )
-         text += std::string( what ) + " has " + line + "\n";
-   for ( const auto & line : expected )
-      if ( std::ranges::count( expected, line ) > std::ranges::count( found, line ) )
-         text += std::string( what ) + " lacks " + line + "\n";
-   return text;
-}
-
 // What is wrong with the end of the steps; empty: nothing.
 std::string failure( const Steps & steps ) {
    SessionRouter router;
@@ -261,20 +239,6 @@ std::string failure( const Steps & steps ) {
           differences( "a user", router.seen(), expected().seen ) +
           differences( "the agent", router.held(), expected().held ) +
           differences( "the data plane's refusals", router.refusedByDataPlane(), {} );
-}
-
-// The shortest part of the steps that still fails, as far as leaving out one after the other leads.
-Steps shrunk( Steps steps ) {
-   for ( size_t length = steps.size() / 2; length != 0; length /= 2 )
-      for ( size_t from = 0; from + length <= steps.size(); ) {
-         Steps shorter( steps.begin(), steps.begin() + static_cast< std::ptrdiff_t >( from ) );
-         shorter.insert( shorter.end(), steps.begin() + static_cast< std::ptrdiff_t >( from + length ), steps.end() );
-         if ( failure( shorter ).empty() )
-            ++from;
-         else
-            steps = shorter;
-      }
-   return steps;
 }
 
 Step flap( std::minstd_rand & random ) {
@@ -313,7 +277,7 @@ TEST_P( HostArrival, inAnyOrderTheDataPlaneEndsTheSame ) {
    std::minstd_rand random( GetParam() );
    const auto steps = shuffled( random, GetParam() % 4 * 20 );
    if ( failure( steps ).empty() ) return;
-   const auto shortest = shrunk( steps );
+   const auto shortest = shrunk( steps, failure );
    FAIL() << "seed " << GetParam() << ", after\n" << textOf( shortest ) << failure( shortest );
 }
 

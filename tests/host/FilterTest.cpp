@@ -1,11 +1,7 @@
 // Access lists and policies as they are told, and what the data plane gets of them.
 #include "HostRuleText.h"
 #include "HostTestRouter.h"
-#include "VexAclSm.h"
-#include "VexCounterInfo.h"
-#include "VexKyAclDb.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace {
@@ -170,70 +166,6 @@ TEST( HostFilters, theTableThatIsOneTooManyIsRefused ) {
               Lines{ "router.yaml:258: interface Ethernet128: its filters are one more than the 127 access lists and "
                      "policies that the data plane has room for" } );
    EXPECT_EQ( router.change( "add interface {name: Ethernet128, access-group: {in: list1, out: list127}}" ), "" );
-}
-
-class FilteredRouter : public HostedRouter {
- public:
-   explicit FilteredRouter( const std::string & description ) {
-      EXPECT_EQ( describe( description ), Lines{} );
-      start();
-      begin = drained();
-   }
-   size_t ids() const { return vexcsd->kyAclDb()->freeAclIds(); }
-   size_t rulesCounted() const {
-      return size_t( std::ranges::count_if(
-           counters->counterIterator(), []( const auto & counter ) { return counter.second.module == "kyAclDb"; } ) );
-   }
-   Lines begin;
-};
-
-bool concerns( const std::string & line, const char * what ) { return line.find( what ) != line.npos; }
-
-TEST( HostFilters, aChangedListIsSwappedAndItsInterfacesStayFiltered ) {
-   FilteredRouter router( std::string( filtered ) + filteredPorts );
-   router.change( "replace access-list {name: web, rules: [10 permit tcp any any eq 22, 20 deny ip any any]}" );
-   auto sent = router.drained();
-   ASSERT_EQ( sent.size(), 4u );
-   EXPECT_TRUE( sent[ 0 ].starts_with( "kyAclDb createAcl acl_id 0 " ) ) << sent[ 0 ];
-   std::sort( sent.begin() + 1, sent.end() );
-   EXPECT_TRUE( sent[ 1 ].starts_with( "aclipEt1in applyAcl" ) && sent[ 2 ].starts_with( "aclipEt1out applyAcl" ) &&
-                sent[ 3 ].starts_with( "aclipEt2in applyAcl" ) );
-   router.change( "replace access-list {name: web, rules: [10 permit tcp any any eq 22, 20 deny ip any any]}" );
-   EXPECT_EQ( router.drained(), Lines{} );
-}
-
-TEST( HostFilters, whatIsTakenAwayGivesItsIdsAndCountersBack ) {
-   const std::string ports = "interfaces: [{name: Ethernet1}, {name: Ethernet2}]\n";
-   FilteredRouter router( ports );
-   const auto ids = router.ids(), counted = router.rulesCounted();
-   EXPECT_EQ( router.describe( std::string( filtered ) + filteredPorts ), Lines{} );
-   router.drained();
-   EXPECT_EQ( router.ids(), ids - 2 );
-   EXPECT_EQ( router.rulesCounted(), counted + 4 );
-   EXPECT_EQ( router.describe( ports ), Lines{} );
-   const auto went = router.drained();
-   for ( const char * gone : { "destroy aclipEt1in", "destroy aclipEt1out", "destroy aclipEt2in", "destroy PQos_Rx_et1",
-                               "kyAclDb destroyAcl acl_id 0", "kyAclDb destroyPolicy acl_id" } )
-      EXPECT_TRUE( std::ranges::any_of( went, [ & ]( const auto & line ) { return concerns( line, gone ); } ) ) << gone;
-   EXPECT_EQ( router.ids(), ids );
-   EXPECT_EQ( router.rulesCounted(), counted );
-}
-
-// Its table stands, and its module points at it, before packets get as far as the routes.
-TEST( HostFilters, anInterfaceIsFilteredFromTheBeginning ) {
-   FilteredRouter router( filtered );
-   router.change( "add interface {name: Ethernet1, addresses: 10.0.1.1/24, access-group: {in: web, out: web}}" );
-   const auto sent = router.drained();
-   const auto at = [ & ]( const char * begin ) {
-      return std::ranges::find_if( sent, [ & ]( const auto & line ) { return line.starts_with( begin ); } );
-   };
-   ASSERT_NE( at( "connect aclipEt1in:1 -> fibIpv4:0" ), sent.end() );
-   ASSERT_NE( at( "connect fibIpv4:2 -> aclipEt1out:0" ), sent.end() );
-   EXPECT_LT( at( "kyAclDb createAcl" ), at( "aclipEt1in applyAcl" ) );
-   EXPECT_LT( at( "aclipEt1in applyAcl" ), at( "connect aclipEt1in:1 -> fibIpv4:0" ) );
-   EXPECT_LT( at( "aclipEt1out applyAcl" ), at( "connect fibIpv4:2 -> aclipEt1out:0" ) );
-   EXPECT_EQ( at( "connect IpInput_et1:1 -> fibIpv4:0" ), sent.end() );
-   EXPECT_EQ( at( "connect fibIpv4:2 -> IpOutput_et1:0" ), sent.end() );
 }
 
 } // namespace

@@ -16,17 +16,6 @@ neighbors:
   - {interface: Ethernet2, address: 10.0.2.2, mac: 02:00:00:00:02:02}
 )";
 
-Directory::Directory() {
-   path_ = ( std::filesystem::temp_directory_path() / "vexl3d-test-XXXXXX" ).string();
-   mkdtemp( path_.data() );
-}
-
-Directory::~Directory() { std::filesystem::remove_all( path_ ); }
-
-void Directory::write( const std::string & name, const std::string & text ) const {
-   std::ofstream( path( name ) ) << text;
-}
-
 HostedState::HostedState() :
      sources_( state, { directory.path( "router.yaml" ), {} }, [ this ]( const Host::SourceError & error ) {
         errors_.push_back( error.stringValue().substr( directory.path( "" ).size() ) );

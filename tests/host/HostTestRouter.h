@@ -6,25 +6,10 @@
 #include "HostDaemon.h"
 #include "HostPortSm.h"
 #include "HostSources.h"
+#include "Process.h"
 #include "VexL3AgentSm.h"
 
-#include <filesystem>
-#include <fstream>
-
 namespace Test {
-
-// A directory that goes with it.
-class Directory {
- public:
-   Directory();
-   ~Directory();
-   std::string path( const std::string & name ) const { return path_ + "/" + name; }
-   void write( const std::string & name, const std::string & text ) const;
-   bool empty() const { return std::filesystem::is_empty( path_ ); }
-
- private:
-   std::string path_;
-};
 
 // A router's state, and the files that it is told by.
 class HostedState {

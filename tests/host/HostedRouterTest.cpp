@@ -66,27 +66,6 @@ routes:
    EXPECT_EQ( router.drained(), Lines{ "IpOutput_et1 setMtu ip_mtu 1400" } );
 }
 
-TEST( HostedRouter, aTunnelStandsOverWhateverReachesItsEndAndLeavesNothing ) {
-   HostedRouter router;
-   router.describe( std::string( twoPorts ) + "routes: [{prefix: 198.51.100.0/24, via: 10.0.1.2}]\n" );
-   router.start();
-   router.drained();
-   router.change( "add tunnel {name: Tunnel1, addresses: 10.255.0.1/30, source: 10.0.1.1, destination: 198.51.100.1, "
-                  "key: 7, ttl: 9, tos: 4, mtu: 1400}" );
-   router.change( "add route {prefix: 10.128.0.0/16, via: Tunnel1}" );
-   const auto came = router.drained();
-   EXPECT_LT( Order( came )( "create Ip4GreTun_tu1 Ip4GreTun ip_encap_arg {proto 47 tun_src_ip 10.0.1.1 tun_dst_ip "
-                             "198.51.100.1 tun_tos 4 tun_ttl 9} gre_key 7" ),
-              Order( came )( "fibIpv4 addRoute vrf 0 prefix 10.128.0.0 prefix_len 16" ) );
-   EXPECT_GT( Order( came )( "NhResolve_tu1 addNhResolveEntry" ), 0 );
-   router.change( "del route {prefix: 10.128.0.0/16}" );
-   router.change( "del tunnel {name: Tunnel1}" );
-   const Order went( router.drained() );
-   for ( const char * gone : { "destroy Ip4GreTun_tu1", "destroy Ip4GreTunCp_tu1", "destroy NhResolve_tu1",
-                               "destroy IpInput_tu1", "destroy IpOutput_tu1", "destroy PortRxCp_tu1" } )
-      EXPECT_GE( went( gone ), 0 );
-}
-
 TEST( HostedRouter, aMacOfTheRouterComesOverNoneAndLeavesInterfacesTheirOwn ) {
    HostedRouter router;
    router.describe( "router: {mac: 02:00:00:aa:00:01}\n" + std::string( twoPorts ) + "" );
@@ -107,20 +86,6 @@ TEST( HostedRouter, aMacOfTheRouterComesOverNoneAndLeavesInterfacesTheirOwn ) {
    };
    EXPECT_EQ( last( "NextHop_et1 setSrcMacAddr" ), "NextHop_et1 setSrcMacAddr mac_addr 02:00:00:00:00:01" );
    EXPECT_EQ( last( "NextHop_et3 setSrcMacAddr" ), "NextHop_et3 setSrcMacAddr mac_addr 02:00:00:aa:00:02" );
-}
-
-TEST( HostedRouter, anIpv6RouteIsTakenAndShownAsNotProgrammed ) {
-   HostedRouter router;
-   router.describe( twoPorts );
-   router.start();
-   router.drained();
-   EXPECT_EQ( router.change( "add route {prefix: '2001:db8::/32', via: 'fe80::1%Ethernet1'}" ), "" );
-   router.drained();
-   EXPECT_EQ( router.state.tree().fib6->routes(), 1u );
-   EXPECT_EQ( router.state.tree().unprogrammed6->routes(), 1u );
-   EXPECT_EQ( router.change( "del route {prefix: '2001:db8::/32'}" ), "" );
-   router.drained();
-   EXPECT_EQ( router.state.tree().unprogrammed6->routes(), 0u );
 }
 
 // An agent that comes later finds everything in the state, whatever has happened to it before.

@@ -4,29 +4,11 @@
 
 namespace HulTest {
 
-Kynet::IntfId intfId( const char * name ) { return Kynet::IntfId::fromString( name ).value(); }
-Kynet::IpGenAddr addr( const char * text ) { return Kynet::IpGenAddr::fromString( text ).value(); }
-Kynet::Prefix prefix( const char * text ) { return Kynet::Prefix::fromString( text ).value(); }
 Kynet::Ip6Prefix prefix6( const char * text ) { return Kynet::Ip6Prefix::fromString( text ).value(); }
 Kynet::EthAddr mac( U8 last ) { return Kynet::EthAddr( Kynet::EthAddr::Bytes{ 2, 0, 0, 0, 0, last } ); }
 
-Mirel::Via via( const char * intf, const char * hop, U16 weight ) {
-   return Mirel::Via( Mirel::RouteType::forward(), hop == nullptr ? Kynet::IpGenAddr() : addr( hop ),
-                      intf == nullptr ? Kynet::IntfId() : intfId( intf ), weight );
-}
-
 Mirel::Via via( Mirel::RouteType::Value kind, const char * intf ) {
    return Mirel::Via( kind, {}, intf == nullptr ? Kynet::IntfId() : intfId( intf ), 1 );
-}
-
-void State::intf( const char * name, const char * vrf, U32 mtu ) {
-   ip->intfStatusIs( intfId( name ), Ip::IntfStatus( L3::VrfName( vrf ), true, false, false, mtu, 0, 0 ) );
-   up( name, true );
-}
-
-void State::intfDel( const char * name ) {
-   intfs->intfStatusDel( intfId( name ) );
-   ip->intfStatusDel( intfId( name ) );
 }
 
 void State::tunnel( const char * name, const char * dst, const char * underlayVrf ) {

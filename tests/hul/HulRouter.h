@@ -9,11 +9,7 @@
 #include "HulRecorder.h"
 #include "HulRouteReactor.h"
 #include "HulVrfRootSm.h"
-#include "MirelFib.h"
-#include "StateArp.h"
-#include "StateFhrp.h"
-#include "StateInterface.h"
-#include "StateIp.h"
+#include "RouterFacts.h"
 #include "StateIp6.h"
 
 #include <gmock/gmock.h>
@@ -21,53 +17,29 @@
 
 namespace HulTest {
 
-Kynet::IntfId intfId( const char * name );
-Kynet::IpGenAddr addr( const char * text );
-Kynet::Prefix prefix( const char * text );
+using Test::addr;
+using Test::prefix;
+inline constexpr auto & intfId = Test::intf;
 Kynet::Ip6Prefix prefix6( const char * text );
 Kynet::EthAddr mac( U8 last ); // 02:00:00:00:00:last
 
-// A via to a hop; `hop` null: none.
-Mirel::Via via( const char * intf, const char * hop, U16 weight = 1 );
+inline Mirel::Via via( const char * intf, const char * hop, U16 weight = 1 ) {
+   return Test::viaTo( hop, intf, weight );
+}
 Mirel::Via via( Mirel::RouteType::Value kind, const char * intf = nullptr );
 
 // Everything that hosts write. Layers may come and go over it.
-struct State {
-   Gant::Ptr< Ip::AllVrfStatusLocal > vrfs = Gant::make< Ip::AllVrfStatusLocal >();
-   Gant::Ptr< Ip::Status > ip = Gant::make< Ip::Status >();
+struct State : Test::RouterFacts {
+   void tunnel( const char * name, const char * dst, const char * underlayVrf = "default" );
+   void neighbor( const char * intf, const char * address, U8 lastOfMac ) {
+      RouterFacts::neighbor( intf, address, mac( lastOfMac ).stringValue().c_str() );
+   }
+
+   Gant::Ptr< Ip::Status > ip = ipStatus;
    Gant::Ptr< Ip6::Status > ip6 = Gant::make< Ip6::Status >();
    Gant::Ptr< L3::Config > l3 = Gant::make< L3::Config >();
    Gant::Ptr< Bridging::Config > bridging = Gant::make< Bridging::Config >();
    Gant::Ptr< Routing::Fhrp::VirtualRouterMacStatus > fhrp = Gant::make< Routing::Fhrp::VirtualRouterMacStatus >();
-   Gant::Ptr< Interface::TunnelIntfStatusDir > tunnels = Gant::make< Interface::TunnelIntfStatusDir >();
-   Gant::Ptr< Interface::AllIntfStatusDir > intfs = Gant::make< Interface::AllIntfStatusDir >();
-   Gant::Ptr< Arp::Table::Status > arp = Gant::make< Arp::Table::Status >();
-   Gant::Ptr< Mirel::Fib::RouteStatus > fib = Gant::make< Mirel::Fib::RouteStatus >();
-   Gant::Ptr< Mirel::Fib6::RouteStatus > fib6 = Gant::make< Mirel::Fib6::RouteStatus >();
-
-   State() { intfs->tunnelIntfStatusDirIs( tunnels ); }
-
-   void vrf( const char * name, U32 id, bool active = true ) {
-      vrfs->vrfStatusIs( L3::VrfName( name ), Ip::VrfStatus( id, active ) );
-   }
-   void vrfDel( const char * name ) { vrfs->vrfStatusDel( L3::VrfName( name ) ); }
-   // There, up and routed.
-   void intf( const char * name, const char * vrf = "default", U32 mtu = 1500 );
-   void intfDel( const char * name );
-   void up( const char * name, bool up ) { intfs->intfStatusIs( intfId( name ), Interface::IntfStatus( true, up ) ); }
-   void tunnel( const char * name, const char * dst, const char * underlayVrf = "default" );
-   void neighbor( const char * intf, const char * address, U8 lastOfMac ) {
-      arp->neighborIs( Arp::NeighborKey( intfId( intf ), addr( address ) ), mac( lastOfMac ) );
-   }
-   void neighborDel( const char * intf, const char * address ) {
-      arp->neighborDel( Arp::NeighborKey( intfId( intf ), addr( address ) ) );
-   }
-   void fec( U64 fecId, const Mirel::Vias & vias ) { fib->fecIs( fecId, vias ); }
-   bool route( const char * text, U64 fecId, U32 vrfId = 0,
-               Mirel::RouteType::Value type = Mirel::RouteType::forward_ ) {
-      return fib->routeIs( vrfId, prefix( text ), Mirel::Route( type, fecId, 0 ) );
-   }
-   bool routeDel( const char * text, U32 vrfId = 0 ) { return fib->routeDel( vrfId, prefix( text ) ); }
 };
 
 // The layer over a state.

@@ -224,18 +224,6 @@ TEST_F( Router, aTimeOfSilenceIsMadeUpFor ) {
                              "vrf 0 13.0.0.0/8 forward: unresolved Et2 x1" ) );
 }
 
-TEST_F( Router, turnsWaitWhileAllIsSilent ) {
-   state.vrf( "default", 0 );
-   state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
-   state.route( "10.0.0.0/8", 1 );
-   start();
-   layer.root->hasNotificationActiveIs( false );
-   Gant::activityManager()->poll();
-   EXPECT_THAT( take(), IsEmpty() );
-   layer.root->hasNotificationActiveIs( true );
-   EXPECT_THAT( drained(), ElementsAre( "10.0.0.0/8 vrf 0 none -> forward/0", "endOfSyncOnInit" ) );
-}
-
 TEST_F( Router, nobodyIsCalledAfterTheEnd ) {
    startUsual();
    state.fec( 1, { via( "Et1", "10.9.0.2" ) } );

@@ -200,24 +200,6 @@ TEST_F( Adjacencies, aNextHopThroughATunnelGoesByItsResolveEntry ) {
    EXPECT_EQ( core.l3Modules->nhResolve( intf( "Tunnel1" ) )->nhrEntryIndexAvailables(), 1023u );
 }
 
-TEST_F( Adjacencies, theIndexesFollowTheNextHops ) {
-   const auto adj =
-        core.adjacency( 50, via( { { neighbour( "Ethernet1", 1 ), 1 }, { neighbour( "Ethernet1", 2 ), 1 } } ) );
-   core.adjHelper->createAdj( adj );
-   core.adjHelper->createAdj( core.adjacency( 51, via( { { neighbour( "Ethernet1", 3 ), 1 } } ) ) );
-   const auto & db = *core.routeDb;
-   EXPECT_EQ( db.intfToFecSet( intf( "Ethernet1" ) )->str(), "3,4," );
-   EXPECT_EQ( db.vlanToFloodingFecSet( Bridging::VlanId( 4094 ) )->str(), "3,4," );
-   adj->viaIs( via( { { neighbour( "Ethernet2", 1 ), 1 }, { hop( NextHopEntryType::drop(), "Ethernet1" ), 1 } } ) );
-   core.adjHelper->updateAdj( adj );
-   EXPECT_EQ( db.intfToFecSet( intf( "Ethernet1" ) )->str(), "3,4," );
-   EXPECT_EQ( db.intfToFecSet( intf( "Ethernet2" ) )->str(), "3," );
-   EXPECT_EQ( db.intfAndVlanToFecSet( IntfAndVlan( intf( "Ethernet1" ), Bridging::VlanId( 4094 ) ) )->str(), "4," );
-   core.adjHelper->deleteAdj( adj );
-   EXPECT_FALSE( db.intfToFecSetHas( intf( "Ethernet2" ) ) );
-   EXPECT_EQ( db.intfToFecSets() + db.intfAndVlanToFecSets() + db.vlanToFloodingFecSets(), 3u );
-}
-
 TEST_F( Adjacencies, aNextHopWithoutAnInterfaceIsInNoIndexAndGoesToTheClassifier ) {
    const Hul::NextHop receive( NextHopEntryType::receive(), {}, {}, {}, {} );
    core.adjHelper->createAdj( core.adjacency( 50, via( { { receive, 1 } } ) ) );
@@ -226,27 +208,6 @@ TEST_F( Adjacencies, aNextHopWithoutAnInterfaceIsInNoIndexAndGoesToTheClassifier
    VexNhEntry entry = core.sm->getNextHopInfo( fecOf( 50 )->info().nextHop( 0 ) );
    EXPECT_EQ( entry.pktCmd(), 2u );
    EXPECT_EQ( entry.egressVif(), 490u );
-}
-
-TEST_F( Adjacencies, entriesSayWhereTheirPacketsGo ) {
-   const struct {
-      NextHopPktCmd pktCmd;
-      U32 command;
-      U32 egressVif;
-   } cases[] = { { NextHopPktCmd::pktCmdForward_, 1, U32( -1 ) },  { NextHopPktCmd::pktCmdArpTrap_, 0, 510 },
-                 { NextHopPktCmd::pktCmdReceive_, 0, 509 },        { NextHopPktCmd::pktCmdSlowReceive_, 0, 499 },
-                 { NextHopPktCmd::pktCmdTrapVxlanULFlood_, 0, 0 }, { NextHopPktCmd::pktCmdDrop_, 2, 490 } };
-   for ( const auto & c : cases ) {
-      const NextHopKey key( c.pktCmd, Bridging::VlanIdOrNone( 8 ), intf( "Ethernet1" ), {}, mac( "00:00:00:00:00:05" ),
-                            6, {} );
-      EXPECT_EQ( core.sm->getNextHopInfo( key ),
-                 VexNhEntry( c.command, mac( "00:00:00:00:00:05" ), 6, VexVif::VifId( c.egressVif ),
-                             Bridging::VlanIdOrNone( 8 ), 0, 1, 1, 0 ) )
-           << key.str();
-   }
-   for ( const auto pktCmd : { NextHopPktCmd::pktCmdNone_, NextHopPktCmd::pktCmdForwardAndTrap_ } )
-      EXPECT_DEATH( core.sm->getNextHopInfo( NextHopKey( pktCmd, {}, intf( "Ethernet1" ), {}, {}, 1, {} ) ),
-                    "Failed\\(false\\)" );
 }
 
 TEST_F( Adjacencies, anEmptyPoolGivesIndexZeroWithoutComplaint ) {

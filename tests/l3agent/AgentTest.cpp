@@ -157,36 +157,11 @@ TEST_F( RoutedAgent, aNeighbourThatResolvesMovesOrGoesRewritesTheFecAndNoRoute )
               lines( "NextHop_et2 writeNH nexthopinfo {nh_index 2 pkt_cmd 0}" ) );
 }
 
-TEST_F( RoutedAgent, routesWithEqualViasShareAFecAndSequencesAreAcknowledged ) {
-   start();
-   state.fec( 2, { viaTo( "10.0.1.2", "Ethernet1" ), viaTo( "10.0.2.2", "Ethernet2" ) } );
-   state.route( "198.51.100.0/24", 2 );
-   EXPECT_EQ( router.take(), lines( "fibIpv4 addRoute vrf 0 prefix 198.51.100.0 prefix_len 24 fec_id 3" ) );
-   state.routeDel( "198.51.100.0/24" );
-   EXPECT_EQ( router.take(), lines( "fibIpv4 delRoute vrf 0 prefix 198.51.100.0 prefix_len 24" ) );
-   const auto & status = router.agent->hulL3Status()->vrfL3Status( L3::VrfName::defaultVrf() );
-   EXPECT_EQ( status->sequenceProgrammed(), state.fib->sequence( 0 ) );
-   EXPECT_EQ( status->sequenceProgrammed(), 3u );
-}
-
 TEST_F( RoutedAgent, anInterfaceThatGoesTakesItsNextHopsAlongBeforeItsModules ) {
    start();
    state.intfDel( "Ethernet1" );
    expectOrder( router.drained(), { "NextHop_et1 deleteNH nexthopinfo {nh_index 1}", "destroy NextHop_et1" } );
    EXPECT_FALSE( router.agent->l3Modules()->nextHopModHas( intf( "Ethernet1" ) ) );
-}
-
-TEST_F( RoutedAgent, aSecondAgentIsFedFromTheStateAgain ) {
-   for ( const char * name : { "Ethernet1", "Ethernet2" } ) router.port( name );
-   router.take();
-   router.start();
-   const auto first = router.drained();
-   router.agent = nullptr;
-   RouterAgent again( state );
-   for ( const char * name : { "Ethernet1", "Ethernet2" } ) again.port( name );
-   again.take();
-   again.start();
-   EXPECT_EQ( again.drained(), first );
 }
 
 TEST_F( RoutedAgent, whatItMissedWhileItWasSilentIsBroughtInLine ) {
@@ -208,19 +183,6 @@ class StartUp : public testing::Test {
    RouterAgent router{ state };
    VexL3Unicast::AgentSm & agent = *router.agent;
 };
-
-TEST_F( StartUp, phaseOneMakesNatAndPhaseTwoWhatNeedsTheRoutes ) {
-   agent.initializedIs( true );
-   EXPECT_TRUE( agent.natHelper() && agent.nhMapConfig() && agent.nhMapStatus() && agent.natRouteResolverSm() &&
-                agent.natSm() );
-   EXPECT_FALSE( agent.tunnelDb() || agent.fecVersionSm() || agent.routingStatusSm() || agent.vexVrrpSm() ||
-                 agent.capacitySm() );
-   agent.maybeStartProcessing();
-   EXPECT_TRUE( agent.tunnelDb() && agent.fecVersionSm() && agent.routingStatusSm() && agent.vexVrrpSm() &&
-                agent.capacitySm() );
-   // Never its own doing.
-   EXPECT_FALSE( agent.natLoopbackSm() || agent.hulTunnelSm() || agent.vxlanTunnelConfigDir() );
-}
 
 TEST_F( StartUp, theCapacityTableDeclaresOneFeatureWithoutNumbers ) {
    router.start();

@@ -3,6 +3,7 @@
 #include "AgentRouter.h"
 #include "DpModel.h"
 #include "HulAdjSm.h"
+#include "Steps.h"
 
 #include <algorithm>
 #include <gmock/gmock.h>
@@ -214,35 +215,10 @@ Gant::String failure( const Steps & steps ) {
       if ( there[ fact ] ) fresh.take( { fact, true, false } );
    fresh.router.start();
    fresh.drain();
-   const auto differences = [ & ]( const char * what, const Lines & found, const Lines & expected ) {
-      Gant::String out;
-      for ( const auto & line : found )
-         if ( std::ranges::count( found, line ) > std::ranges::count( expected, line ) )
-            out += what + ( " has " + line ) + "\n";
-      for ( const auto & line : expected )
-         if ( std::ranges::count( expected, line ) > std::ranges::count( found, line ) )
-            out += what + ( " lacks " + line ) + "\n";
-      return out;
-   };
    return differences( "the contract", bench.model.breaches(), {} ) +
           differences( "the data plane", bench.model.forwarding(), fresh.model.forwarding() ) +
           differences( "pending", bench.pending(), fresh.pending() ) +
           differences( "the agent", bench.held(), fresh.held() );
-}
-
-// The shortest part of the steps that still fails, as far as leaving out one after the other leads.
-Steps shrunk( Steps steps ) {
-   for ( size_t length = steps.size() / 2; length != 0; length /= 2 )
-      for ( size_t from = 0; from + length <= steps.size(); ) {
-         Steps shorter = steps;
-         shorter.erase( shorter.begin() + static_cast< std::ptrdiff_t >( from ),
-                        shorter.begin() + static_cast< std::ptrdiff_t >( from + length ) );
-         if ( failure( shorter ).empty() )
-            ++from;
-         else
-            steps = shorter;
-      }
-   return steps;
 }
 
 // Every fact in some order; with flaps, each step may be taken back and done again; with sleeps, the agent may miss it.
@@ -271,7 +247,7 @@ TEST_P( Arrival, inAnyOrderTheDataPlaneEndsTheSame ) {
    std::minstd_rand random( GetParam() );
    const auto steps = shuffled( random, GetParam() % 4 * 10, GetParam() % 2 == 0, GetParam() > 40 );
    if ( failure( steps ).empty() ) return;
-   const auto shortest = shrunk( steps );
+   const auto shortest = shrunk( steps, failure );
    FAIL() << "seed " << GetParam() << ", after\n" << textOf( shortest ) << failure( shortest );
 }
 

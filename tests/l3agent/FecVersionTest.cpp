@@ -5,7 +5,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace {
 
@@ -86,35 +85,6 @@ TEST_F( FecVersion, aFecWithoutAnAdjacencyKeepsItsVersionAndIsCounted ) {
    EXPECT_EQ( fec->version(), version );
    EXPECT_EQ( sm().numScheduledPrefixWalk(), walks + 3 );
    router.agent->hulL3Status()->l2AdjListIs( key, adj );
-}
-
-TEST_F( FecVersion, anInterfaceThatComesRepairsTheFecsThatWaitedForIt ) {
-   state.fec( 4, { viaTo( "10.0.3.2", "Ethernet3" ) } );
-   state.neighbor( "Ethernet3", "10.0.3.2", "02:00:00:00:03:02" );
-   router.drained();
-   router.port( "Ethernet3" );
-   state.intf( "Ethernet3" );
-   EXPECT_THAT( router.drained(),
-                testing::Contains( testing::MatchesRegex(
-                     "NextHop_et3 writeNH nexthopinfo .nh_index [0-9]+ mac_da 02:00:00:00:03:02 pkt_cmd 1." ) ) );
-   EXPECT_THAT( router.agent->hulVrfRootSm()->pending(),
-                testing::Not( testing::Contains(
-                     testing::Field( &Hul::Pending::reason, testing::HasSubstr( "Ethernet3" ) ) ) ) );
-}
-
-TEST_F( FecVersion, withoutItsInputsItIsSilentAndItsSummaryReads ) {
-   const auto silent = VexL3Unicast::fecVersionSmFactory( "silent", router.agent->routeDb(), nullptr, nullptr, nullptr,
-                                                          nullptr, nullptr, nullptr );
-   state.portVifStatus->intfToPortVifMapIs( intf( "Ethernet1" ), VexVif::VifId( 7 ) );
-   EXPECT_EQ( silent->numUpdatePortVif(), 0u );
-   int ends[ 2 ];
-   ASSERT_EQ( pipe( ends ), 0 );
-   sm().showSoftwareSummary( static_cast< unsigned >( ends[ 1 ] ) );
-   close( ends[ 1 ] );
-   char text[ 200 ] = {};
-   EXPECT_GT( read( ends[ 0 ], text, sizeof( text ) - 1 ), 0 );
-   close( ends[ 0 ] );
-   EXPECT_STREQ( text, "\nFEC Version Summary\n updates port vif: 1\n, flood vif: 0,         vlan port status: 0\n" );
 }
 
 } // namespace

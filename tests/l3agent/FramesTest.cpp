@@ -39,24 +39,6 @@ TEST( TunnelInfoEntry, isLimited ) {
       EXPECT_EQ( rangeError( [ &, value = U8( value ) ] { entry->ecmpSizeIs( value ); } ), error ) << value;
 }
 
-TEST( TunnelInfoEntry, keepsARefusedValueAndTellsNobody ) {
-   struct Reactor : TunnelInfoEntry::Notifiee {
-      using Notifiee::Notifiee;
-      void onEntryIdx() override { ++told; }
-      int told = 0;
-   };
-   const auto owner = Gant::make< Gant::StateMachine >();
-   const auto entry = tunnelInfoEntryFactory( end, 300 );
-   Reactor reactor( owner.get(), entry );
-   EXPECT_NE( rangeError( [ & ] { entry->entryIdxIs( 5 ); } ), "" );
-   EXPECT_EQ( entry->entryIdx(), 5u );
-   EXPECT_EQ( reactor.told, 0 );
-   // The value that it has is not looked at again.
-   EXPECT_EQ( rangeError( [ & ] { entry->entryIdxIs( 5 ); } ), "" );
-   entry->entryIdxIs( 301 );
-   EXPECT_EQ( reactor.told, 1 );
-}
-
 TEST( TunnelVifTargetId, packsItsFields ) {
    const TunnelVifTargetId id( 0xdeadbeef, Hul::HulTunnelId( 0x1234 ), Hul::TunnelType( 0xa ),
                                VexSdk::VexDeviceId( 0x5c ) );
@@ -89,48 +71,6 @@ class Nat : public testing::Test {
    }
    Gant::Ptr< NatHelper > helper = NatHelperIs( nullptr );
 };
-
-TEST_F( Nat, theSlicesLastFromInitToCleanup ) {
-   EXPECT_TRUE( helper->hwInitialized() && helper->loopbackInitialized() );
-   const auto trapSlice = helper->trapSlice();
-   const auto callback = helper->natNextHopCallback();
-   EXPECT_EQ( callback->name(), "VexNatHelper" );
-   EXPECT_EQ( callback->fType(), FeatureType::RoutingNatFeature_ );
-   helper->hwInit();
-   EXPECT_EQ( helper->trapSlice(), trapSlice );
-   addList( 10, "list", 1 );
-   helper->hwCleanup();
-   EXPECT_FALSE( helper->trapSlice() || helper->aoaSlice() || helper->hwInitialized() );
-   helper->hwInit();
-   EXPECT_EQ( slice().prioTrapAcls(), 0u );
-   EXPECT_EQ( helper->natNextHopCallback(), callback );
-   callback->updateNextHopAction( 1, 2, 3 );
-   helper->hwInitializedIs( false );
-   EXPECT_DEATH( helper->hwInit(), "Failed\\(trapSlice\\(\\) == 0\\)" );
-}
-
-TEST_F( Nat, aDenyAllRuleIsCountedByAdditionAndTakenBackOnce ) {
-   addList( 10, "list", 5 );
-   const auto added = list( 5, 10, "list" );
-   EXPECT_TRUE( added->denyAll() && added->addrOnly() );
-   addList( 10, "list", 5 );
-   EXPECT_EQ( list( 5, 10, "list" ), added );
-   EXPECT_EQ( slice().addrOnlyDenyAllRefCnt(), 2u );
-   EXPECT_FALSE( slice().needCommit() );
-   EXPECT_DEATH( addList( 10, "list", 6 ),
-                 "Failed\\(priority == aoaSlice\\(\\)->vlanAclPriority\\( vlanAclKey \\)\\)" );
-   EXPECT_TRUE( helper->delAddrOnlyAclSliceRule( 10, "other" ) );
-   EXPECT_FALSE( slice().needCommit() );
-   EXPECT_TRUE( helper->delAddrOnlyAclSliceRule( 10, "list" ) );
-   EXPECT_EQ( slice().addrOnlyDenyAllRefCnt(), 1u );
-   EXPECT_EQ( slice().prioTrapAcls() + slice().vlanAclPrioritys(), 0u );
-   EXPECT_TRUE( slice().needCommit() );
-   helper->commitAddrOnlyAclSliceRules();
-   EXPECT_TRUE( slice().needCommit() );
-   // VLANs are of 16 bits.
-   addList( 0x1000b, "list", 6 );
-   EXPECT_TRUE( list( 6, 11, "list" ) );
-}
 
 TEST_F( Nat, aListGoesWithItsRules ) {
    addList( 10, "list", 5 );

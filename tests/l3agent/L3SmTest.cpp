@@ -94,44 +94,6 @@ TEST_F( L3Sm, anEthernetInterfaceComesFromItsFarEndAndGoesFromItsEdge ) {
    EXPECT_FALSE( core.l3Modules->fibIpv4()->intfIdToOutGateHas( intf( "Ethernet1" ) ) );
 }
 
-// The egress sources of an interface, and each tunnel's gate to it.
-Lines egressOf( const L3Core & core, const char * name ) {
-   Lines out;
-   const auto & chains = core.vexcsd->l3Intf( intf( name ) )->egressChains();
-   for ( const auto & source : chains.at( Vex::etherTypeIpv4 ).sources() ) {
-      const auto gate = source.module->outGate().at( source.gate );
-      out.push_back( source.module->name() + " -> " + gate.peer->name() );
-   }
-   return out;
-}
-
-TEST_F( L3Sm, tunnelsAndEthernetInterfacesFindEachOtherInEitherOrder ) {
-   const auto routeEthernet = [ & ] { core.routed( "Ethernet1", 4094 ); };
-   const auto routeTunnels = [ & ] {
-      core.routed( "Tunnel1", 4093 );
-      core.routed( "Tunnel2", 4092 );
-   };
-   core.port( "Ethernet1" );
-   core.tunnel( "Tunnel1" );
-   core.tunnel( "Tunnel2" );
-   for ( const bool ethernetFirst : { true, false } ) {
-      if ( ethernetFirst ) routeEthernet();
-      routeTunnels();
-      if ( !ethernetFirst ) routeEthernet();
-      EXPECT_THAT( egressOf( core, "Ethernet1" ),
-                   testing::UnorderedElementsAre( "fibIpv4 -> IpOutput_et1", "NhResolve_tu1 -> IpOutput_et1",
-                                                  "NhResolve_tu2 -> IpOutput_et1" ) );
-      for ( const char * name : { "Tunnel1", "Tunnel2" } ) {
-         const auto & nhResolve = core.l3Modules->nhResolve( intf( name ) );
-         EXPECT_EQ( nhResolve->intfIdToOutGates(), 1u );
-         EXPECT_TRUE( nhResolve->intfIdToOutGateHas( intf( "Ethernet1" ) ) );
-      }
-      for ( const char * name : { "Ethernet1", "Tunnel1", "Tunnel2" } ) core.vexcsd->l3IntfDel( intf( name ) );
-      EXPECT_EQ( core.l3Modules->nhResolves(), 0u );
-      EXPECT_EQ( core.l3Modules->ip4GreTuns() + core.l3Modules->ip4GreTunCps(), 0u );
-   }
-}
-
 TEST_F( L3Sm, aGreTunnelHasBothItsPathsAndLeavesNothingBehind ) {
    core.port( "Ethernet1" );
    core.routed( "Ethernet1", 4094 );
@@ -175,7 +137,8 @@ TEST_F( L3Sm, aGreTunnelHasBothItsPathsAndLeavesNothingBehind ) {
    EXPECT_EQ( core.channel->takeOf( { "destroy" } ),
               lines( "destroy IpInput_tu7\n destroy IpOutput_tu7\n destroy Ip4GreTunCp_tu7\n"
                      " destroy Ip4GreTun_tu7\n destroy NhResolve_tu7" ) );
-   EXPECT_THAT( egressOf( core, "Ethernet1" ), ElementsAre( "fibIpv4 -> IpOutput_et1" ) );
+   const auto & egress = core.vexcsd->l3Intf( intf( "Ethernet1" ) )->egressChains().at( Vex::etherTypeIpv4 );
+   EXPECT_EQ( egress.sources().size(), 1u );
    EXPECT_EQ( l2Intf->ingressModuleChain( 1 ).links().size(), 0u );
 }
 

@@ -1,6 +1,5 @@
 // The router's MACs: the copies that are kept and verified, and the virtual ones on the layer-2 interfaces.
 #include "Engine.h"
-#include "GantTrace.h"
 #include "VexRoutingStatusSm.h"
 #include "VexVrrpSm.h"
 
@@ -15,27 +14,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 const auto macA = mac( "00:1c:73:00:00:0a" ), macB = mac( "00:1c:73:00:00:0b" ), none = Kynet::EthAddr();
-const Bridging::VlanId vlan10( 10 );
-
-// A line of the test's own divides what was traced before it from what comes after.
-Gant::TraceHandle traceHandle( "VexRoutingStatusSm" );
-const Gant::String mark = "mark";
-
-// What the machine's operations traced since the last time, without its own name.
-class Trace {
- public:
-   Trace() { taken(); }
-   Lines taken() {
-      Lines out;
-      for ( const auto & line : Gant::traceLines( 1000, "VexRoutingStatusSm" ) )
-         if ( line.text == mark )
-            out.clear();
-         else
-            out.push_back( line.text.substr( line.text.find( "::" ) + 2 ) );
-      GANT_TRACE( 0, mark );
-      return out;
-   }
-};
 
 class RouterMacs : public testing::Test {
  protected:
@@ -43,13 +21,6 @@ class RouterMacs : public testing::Test {
    Gant::Ptr< VexL3Unicast::RoutingStatus > model = VexL3Unicast::routingStatusFactory( "routingStatus" );
    Gant::Ptr< Bridging::Config > bridging = Gant::make< Bridging::Config >();
    Gant::Ptr< VexL3Unicast::RoutingStatusSm > make() { return VexL3Unicast::RoutingStatusSmIs( csd, model, bridging ); }
-   // A VLAN that the router has an interface in.
-   Gant::Ptr< Bridging::VlanConfig > svi( Bridging::VlanId vlanId = vlan10 ) {
-      const auto config = Gant::make< Bridging::VlanConfig >( vlanId );
-      config->intfIs( intf( "Cpu" ), true );
-      bridging->vlanConfigIs( vlanId, config );
-      return config;
-   }
 };
 
 TEST_F( RouterMacs, eachGoesFromNoneToAValueAndBack ) {
@@ -102,55 +73,10 @@ TEST_F( RouterMacs, whatChangedInSilenceIsCaughtUpWith ) {
    EXPECT_EQ( sm->bridgeMac(), macB );
 }
 
-TEST_F( RouterMacs, aVlanCountsWhileTheCpuIsItsMember ) {
+TEST_F( RouterMacs, verificationReportsTheFirstDifference ) {
    bridging->bridgeMacAddrIs( macA );
    const auto sm = make();
-   Trace trace;
-   const auto config = svi();
-   EXPECT_THAT( trace.taken(),
-                ElementsAre( "doMaybeProgramFdb rmac 00:1c:73:00:00:0a vlanId 10 isAnygwMac false add true" ) );
-   config->intfIs( intf( "Ethernet1" ), true );
-   EXPECT_THAT( trace.taken(), IsEmpty() );
-   config->intfIs( intf( "Cpu" ), false );
-   EXPECT_THAT( trace.taken(),
-                ElementsAre( "doMaybeProgramFdb rmac 00:1c:73:00:00:0a vlanId 10 isAnygwMac false add false" ) );
-   config->intfIs( intf( "Cpu" ), true );
-   trace.taken();
-   model->virtualRouterMacIs( macB );
-   EXPECT_THAT( trace.taken(),
-                ElementsAre( "doProgramMacInCtrlMacTbl mac 00:1c:73:00:00:0b vlanId 0 index 17 add true",
-                             "doMaybeProgramFdb rmac 00:1c:73:00:00:0b vlanId 10 isAnygwMac true add true" ) );
-   EXPECT_FALSE( VexL3Unicast::isVlanIntf( bridging, Bridging::VlanId( 11 ) ) );
-}
-
-TEST_F( RouterMacs, aVlanIsRoutedWithAUnicastFamilyAndValidFacts ) {
-   const auto vrs = model->vlanRoutingStatusIs( vlan10 );
-   const auto routed = [ & ] { return VexL3Unicast::isVlanRouted( model, vlan10 ); };
-   vrs->routingStateIs( Hul::RoutingState( true, false, false, false ) );
-   vrs->genIdInc( 1 );
-   EXPECT_FALSE( routed() );
-   vrs->routingStateValidIs( true );
-   EXPECT_FALSE( routed() );
-   vrs->vrfIdValidIs( true );
-   EXPECT_TRUE( routed() );
-   vrs->routingStateIs( Hul::RoutingState( false, false, true, false ) );
-   EXPECT_FALSE( routed() );
-   for ( const auto & state :
-         { Hul::RoutingState( false, true, false, false ), Hul::RoutingState( false, false, false, true ) } ) {
-      vrs->routingStateIs( state );
-      EXPECT_TRUE( routed() );
-   }
-}
-
-TEST_F( RouterMacs, verificationGoesOverTheTablesOrReportsTheFirstDifference ) {
-   bridging->bridgeMacAddrIs( macA );
-   svi();
-   const auto sm = make();
-   Trace trace;
    csd->verifyData()->verifyIs( 1 );
-   EXPECT_THAT( trace.taken(), ElementsAre( "verifyFdbEntry mac 00:1c:73:00:00:0a vlanId 10 entryType entryTypeCpu",
-                                            "verifyCtrlMacEntry mac 00:1c:73:00:00:0a vlanId 0 index 16",
-                                            "verifyCtrlMacEntry mac 00:00:00:00:00:00 vlanId 0 index 17" ) );
    EXPECT_THAT( csd->verifyData()->cliVerifyOutput(), IsEmpty() );
    sm->virtualRouterMacIs( macB );
    csd->verifyData()->verifyIs( 2 );
@@ -174,7 +100,7 @@ TEST_F( RouterMacs, inASimulatedRunADifferenceEndsTheProcess ) {
            csd->verifyData()->verifyIs( 1 );
         },
         "Failed\\(0\\)  cached rmac 00:1c:73:00:00:0a rs->rMac 00:00:00:00:00:00" );
-   EXPECT_DEATH( sm->doProgramEgressBdEntry( 0, vlan10, nullptr ), "Failed\\(vrs\\)" );
+   EXPECT_DEATH( sm->doProgramEgressBdEntry( 0, Bridging::VlanId( 10 ), nullptr ), "Failed\\(vrs\\)" );
 }
 
 class VirtualMacs : public testing::Test {

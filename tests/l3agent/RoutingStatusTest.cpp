@@ -94,18 +94,4 @@ TEST_F( RoutingStatusFacts, anMssIsRememberedUntilThereIsAModule ) {
    EXPECT_DEATH( helper().handleTcpMssIngress( et1, 1 ), "Failed\\(ipInputMod\\)" );
 }
 
-TEST_F( RoutingStatusFacts, macsAreModelledWithoutTheirMask ) {
-   const auto router = mac( "00:1c:73:00:00:01" ), virtualRouter = mac( "00:00:5e:00:01:0a" );
-   helper().handleRouterMac( router, true );
-   helper().handleVirtualRouterMac( Kynet::EthAddrWithMask( virtualRouter, mac( "ff:ff:ff:00:00:00" ) ), true );
-   EXPECT_EQ( core.routingStatus->routerMac(), router );
-   EXPECT_EQ( core.routingStatus->virtualRouterMac(), virtualRouter );
-   helper().handleRouterMac( router, false );
-   helper().handleVirtualRouterMac( Kynet::EthAddrWithMask( router, {} ), false );
-   EXPECT_TRUE( !core.routingStatus->routerMac() );
-   EXPECT_TRUE( !core.routingStatus->virtualRouterMac() );
-   helper().handleRouting( true, true );
-   EXPECT_EQ( core.take(), Lines{} );
-}
-
 } // namespace

@@ -29,9 +29,9 @@ class QosHelperCalls : public testing::Test {
       state->activeIntfIs( Qos::IntfPairKey( intf( "Ethernet1" ), Kynet::IntfId() ), true );
       state->versionIs( 7 );
    }
-   void rule( U32 number, Acl::ActionType action = Acl::permit ) {
-      helper->createIpAclSubrule( Acl::ip, RuleOf( action ), Acl::UniqueId( number, 0, 0 ), state, classData, key,
-                                  number, 0, {} );
+   void rule( U32 number ) {
+      helper->createIpAclSubrule( Acl::ip, RuleOf(), Acl::UniqueId( number, 0, 0 ), state, classData, key, number, 0,
+                                  {} );
    }
    void build() {
       EXPECT_EQ( helper->precreateAcl( state, classData, byIpList, key ), Hul::aclCreateErrorNone );
@@ -77,26 +77,6 @@ TEST_F( QosHelperCalls, aPolicyGoesTableFirstAndOncePerPass ) {
    EXPECT_FALSE( helper->ipSubruleExists( classData, key, Acl::UniqueId( 10, 0, 0 ), 10, 0 ) );
    EXPECT_TRUE( helper->ipSubruleExists( classData, key, Acl::UniqueId( 20, 0, 0 ), 20, 0 ) );
    EXPECT_EQ( helper->counterUpdateRequest( classData, key ).pktHits(), 0u );
-}
-
-TEST_F( QosHelperCalls, whatIsNoPermitRuleOfIpv4AddsNothing ) {
-   helper->precreateAcl( state, classData, byIpList, key );
-   rule( 10, Acl::deny );
-   EXPECT_FALSE( found().qosacl()->ruleIdHas( Acl::UniqueId( 10, 0, 0 ) ) );
-   EXPECT_EQ( helper->createIpFragRule( state, classData, key, RuleOf(), Acl::UniqueId( 11, 0, 0 ), 11, 0 ),
-              Hul::aclCreateErrorNone );
-   EXPECT_EQ( helper->createVlanRule( state, classData, byIpList, key, 100 ), Hul::aclCreateErrorUnsupportedRule );
-   // IPv6 lists stand under a match option of their own.
-   const AclKey key6( "l6", Acl::ipv6, Acl::in, 0 );
-   const auto matchData6 = Gant::make< Hul::QosClassMatchData >();
-   matchData6->aclDataIs( key6, Gant::make< Hul::AclData >( key6 ) );
-   classData->matchDataIs( MatchOption::matchIpv6AccessGroup_, matchData6 );
-   helper->precreateAcl( state, classData, MatchOption::matchIpv6AccessGroup_, key6 );
-   EXPECT_EQ(
-        helper->createIpAclSubrule( Acl::ipv6, RuleOf(), Acl::UniqueId( 12, 0, 0 ), state, classData, key6, 12, 0, {} ),
-        Hul::aclCreateErrorUnsupportedRule );
-   helper->batchCommitAcls( state );
-   EXPECT_EQ( engine.take().front(), "kyAclDb createPolicy acl_id 0 acl_target 1" );
 }
 
 TEST_F( QosHelperCalls, mapsOfOtherTypesAreLeftAlone ) {
@@ -152,25 +132,6 @@ TEST_F( QosHelperCalls, onlyInputPoliciesAreApplied ) {
    EXPECT_DEATH( helper->batchCommitAcls( output ),
                  "Failed\\(qospolicy->key\\(\\).direction\\(\\) == Qos::Direction::input_\\)" );
    EXPECT_EQ( Vex::QosAclHelper::getModuleName( output->key(), intf( "Ethernet1" ) ), "PQos_Tx_et1" );
-}
-
-TEST_F( QosHelperCalls, cleaningUpTheLastListTakesClassPolicyAndIdAlong ) {
-   const auto freeIds = engine.vexcsd->kyAclDb()->freeAclIds();
-   build();
-   helper->batchCommitAcls( state );
-   engine.take();
-   helper->destroyAcl( state, classData, byIpList, key );
-   EXPECT_EQ( engine.take(), Lines{} );
-   helper->cleanupAcl( state, classData, byIpList, key );
-   EXPECT_EQ( engine.take(), lines( R"(
-      destroy PQos_Rx_et1
-      kyAclDb destroyPolicy acl_id 0 acl_target 1
-   )" ) );
-   EXPECT_EQ( engine.vexcsd->kyAclDb()->freeAclIds(), freeIds );
-   EXPECT_EQ( engine.counters->counterIterator().size() + helper->qosPolicys(), 0u );
-   EXPECT_EQ( helper->counterUpdateRequest( classData, key ), Hul::QosClassCounterData() );
-   EXPECT_EQ( found().strep(),
-              "Value('Vex::VexQosReturnCode', ** {'qospolicy': None, 'qosclass': None, 'qosacl': None})" );
 }
 
 } // namespace

@@ -11,7 +11,6 @@ using Mirel::RouteType;
 using Mirel::Via;
 
 Kynet::Prefix prefix( const char * text ) { return Kynet::Prefix::fromString( text ).value(); }
-Kynet::IpAddr addr( const char * text ) { return Kynet::IpAddr::fromString( text ).value(); }
 Route toFec( U64 fecId ) { return Route( RouteType::forward(), fecId, 0 ); }
 
 // Writes down what it is told.
@@ -74,29 +73,6 @@ TEST( Fib, whatCannotBeARouteIsRefusedAndNobodyIsTold ) {
    EXPECT_EQ( fib->routes(), 0u );
    const auto fib6 = Gant::make< Mirel::Fib6::RouteStatus >();
    EXPECT_FALSE( fib6->routeIs( 0, Kynet::Ip6Prefix::fromString( "2001:db8::1/64" ).value(), toFec( 1 ) ) );
-}
-
-TEST( Fib, theLongestPrefixMatches ) {
-   const auto fib = Gant::make< Mirel::Fib::RouteStatus >();
-   const auto match = [ & ]( U32 vrfId, const char * text ) {
-      const auto ref = fib->match( vrfId, addr( text ) );
-      return ref ? ref->prefix.stringValue() : "none";
-   };
-   EXPECT_EQ( match( 0, "10.1.2.3" ), "none" );
-   for ( const auto * const text : { "10.0.0.0/8", "10.1.0.0/16", "10.1.2.3/32" } )
-      fib->routeIs( 0, prefix( text ), toFec( 1 ) );
-   fib->routeIs( 1, prefix( "0.0.0.0/0" ), toFec( 1 ) );
-   EXPECT_EQ( match( 0, "10.1.2.3" ), "10.1.2.3/32" );
-   EXPECT_EQ( match( 0, "10.1.2.4" ), "10.1.0.0/16" );
-   EXPECT_EQ( match( 0, "10.2.2.4" ), "10.0.0.0/8" );
-   EXPECT_EQ( match( 0, "11.0.0.0" ), "none" );
-   EXPECT_EQ( match( 1, "255.255.255.255" ), "0.0.0.0/0" );
-   fib->routeDel( 0, prefix( "10.1.0.0/16" ) );
-   EXPECT_EQ( match( 0, "10.1.2.4" ), "10.0.0.0/8" );
-   const auto fib6 = Gant::make< Mirel::Fib6::RouteStatus >();
-   fib6->routeIs( 0, Kynet::Ip6Prefix::fromString( "2001:db8:8000::/33" ).value(), toFec( 1 ) );
-   EXPECT_TRUE( fib6->match( 0, Kynet::Ip6Addr::fromString( "2001:db8:8001::1" ).value() ) );
-   EXPECT_FALSE( fib6->match( 0, Kynet::Ip6Addr::fromString( "2001:db8:7fff::1" ).value() ) );
 }
 
 TEST( Fib, manyRandomWritesGiveWhatAMapGives ) {

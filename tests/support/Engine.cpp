@@ -6,11 +6,6 @@
 
 namespace Test {
 
-Kynet::IntfId intf( const char * name ) { return Kynet::IntfId::fromString( name ).value(); }
-Kynet::IpAddr ip( const char * text ) { return Kynet::IpAddr::fromString( text ).value(); }
-Kynet::Prefix prefix( const char * text ) { return Kynet::Prefix::fromString( text ).value(); }
-Kynet::EthAddr mac( const char * text ) { return Kynet::EthAddr::fromString( text ).value(); }
-
 Gant::Ptr< Vex::L2Intf > Engine::port( const char * name, const char * macAddr ) {
    const auto made =
         Gant::make< Vex::L2Intf >( intf( name ), Vex::EncapType::ethernet_, mac( macAddr ), enginePair, trap );

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "RecordingChannel.h"
+#include "RouterFacts.h"
 #include "VexAdjHelper.h"
 #include "VexIpsecHelper.h"
 #include "VexL3Sm.h"
@@ -11,11 +12,6 @@
 #include "VexVrfHelper.h"
 
 namespace Test {
-
-Kynet::IntfId intf( const char * name );
-Kynet::IpAddr ip( const char * text );
-Kynet::Prefix prefix( const char * text );
-Kynet::EthAddr mac( const char * text );
 
 class Engine {
  public:

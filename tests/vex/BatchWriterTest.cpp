@@ -1,10 +1,6 @@
-#include "KynetIntfId.h"
 #include "vex/engine.pb.h"
 #include "vex/fib_ipv4.pb.h"
-#include "vex/ipsec.pb.h"
-#include "vex/next_hop.pb.h"
 #include "VexBatchWriter.h"
-#include "VexDescribe.h"
 
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
@@ -67,41 +63,6 @@ TEST( BatchWriter, writesWhatProtobufReads ) {
    writer.command( "m", "c", route( 3 ) );
    ASSERT_TRUE( parse( read, writer.take( 2 ) ) );
    EXPECT_EQ( read.request_size(), 1 );
-}
-
-TEST( Describe, saysRequestsInWordsAndKeysInLengths ) {
-   vex::pb::Batch batch;
-   Vex::BatchWriter writer;
-   auto arg = route( 0x0a000000 );
-   arg.set_prefix_len( 8 );
-   writer.command( "fibIpv4", "addRoute", arg );
-   arg.set_prefix( 0x0b000000 );
-   writer.command( "fibIpv4", "addRoute", arg );
-   vex::pb::Request create;
-   create.mutable_create_module()->set_name( "NextHop_et1" );
-   create.mutable_create_module()->set_mclass( "NextHop" );
-   vex::pb::NextHopInitArg init;
-   init.set_intf_id( Kynet::IntfId::fromString( "Ethernet1" )->value() );
-   create.mutable_create_module()->mutable_arg()->PackFrom( init );
-   writer.request( create );
-   vex::pb::IpsecUpdateSAArg sa;
-   sa.add_saentries()->set_crypto_info( "sixteen byte key" );
-   writer.command( "ipsecManagementModule", "updateIpsecSAs", sa );
-   ASSERT_TRUE( parse( batch, writer.take( 1 ) ) );
-
-   const auto from = [ & ]( size_t first, size_t most ) {
-      Gant::String out;
-      Vex::describe( batch, first, [ & ]( const Vex::DescribedRequest & request ) {
-         out += request.module + " " + request.action + " " + request.argument + "\n";
-         return --most > 0;
-      } );
-      return out;
-   };
-   EXPECT_EQ( from( 0, 9 ), "fibIpv4 addRoute prefix 10.0.0.0 prefix_len 8 fec_id 300\n"
-                            "fibIpv4 addRoute prefix 11.0.0.0 prefix_len 8 fec_id 300\n"
-                            "NextHop_et1 create NextHop intf_id Ethernet1\n"
-                            "ipsecManagementModule updateIpsecSAs saentries {crypto_info <16 bytes>}\n" );
-   EXPECT_EQ( from( 1, 1 ), "fibIpv4 addRoute prefix 11.0.0.0 prefix_len 8 fec_id 300\n" );
 }
 
 } // namespace
