@@ -192,7 +192,7 @@ std::vector< Show > aclShows() {
           .words = { { "interface", "interface", "INTERFACE" } },
           .columns = { text( "Policy", "policy" ), text( "Class", "class" ), list( "Access lists", "lists", inWords ),
                        list( "Actions", "actions", inWords ), count( "Packets", "packets" ),
-                       list( "Applied", "applied", inWords ) },
+                       list( "Applied", "applied", inWords ), list( "Note", "notes", inWords ) },
           .footer = counted( "class", "policy maps" ) },
         { .command = "show control-plane",
           .help = "traffic classes of what is for the router itself",

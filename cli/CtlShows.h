@@ -1,3 +1,5 @@
+// The daemon answers with facts and their units, the same to every client. All that is for eyes is in this folder.
+//
 // The commands that ask, each described in one table: its words and options, the member of the request that each of
 // them fills, and what the answer looks like. A new show is an entry here.
 #pragma once

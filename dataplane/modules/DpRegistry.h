@@ -1,4 +1,7 @@
 // The module classes that there are.
+//
+// A class knows packets, gates, counters and the messages of its commands, and nothing of sessions and gRPC: it is
+// tried out with packets and commands alone. What several classes share of a protocol has a source of its own here.
 #pragma once
 
 #include "DpModuleClass.h"

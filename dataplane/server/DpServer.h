@@ -1,4 +1,7 @@
 // The gRPC server: both services on any number of addresses.
+//
+// All that knows of gRPC and of sessions is in this folder. Every request of either service becomes one and the same
+// call on the engine, so that the two cannot differ in what they do.
 #pragma once
 
 #include "DpEngine.h"

@@ -1,4 +1,7 @@
 // The daemon: the router's state, its sources, and the data plane that is kept for it.
+//
+// What outlives a session with a data plane is here: state, sources, command socket. What belongs to a session is made
+// and dies in HostSession.h, so that a lost one is forgotten by letting go of one object.
 #pragma once
 
 #include "HostControlServer.h"

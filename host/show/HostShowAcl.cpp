@@ -7,6 +7,7 @@
 #include "HulAclSm.h"
 #include "HulQosAclSm.h"
 #include "StateAcl.h"
+#include "StateAclCheck.h"
 #include "StateQos.h"
 
 #include <algorithm>
@@ -83,6 +84,15 @@ const Qos::Status & qosOf( const AgentView & view ) {
    return mounts && mounts->qosStatus() ? *mounts->qosStatus() : *none;
 }
 
+Json notesOn( const AgentView & view, const Qos::ClassMapConfig & classMap ) {
+   auto notes = Json::array();
+   for ( const auto & name : classMap.accessLists )
+      if ( const auto list = view.agent()->aclConfig()->aclConfig( Acl::ListKey( Acl::ip, name ) ) )
+         for ( const auto & problem : Acl::deniesLeftOut( name, list->key(), list->entries() ) )
+            notes.push_back( problem.text );
+   return notes;
+}
+
 Json actionsOf( const Qos::PolicyClass & policyClass ) {
    auto actions = Json::array();
    for ( const auto & [ action, value ] : policyClass.actions )
@@ -105,6 +115,9 @@ void policyRows( const AgentView & view, const Gant::String & name, Output & out
                                                               : std::vector< Gant::String >();
       row[ "actions" ] = actionsOf( policyClass );
       row[ "applied" ] = intfs;
+      if ( status.classMapHas( policyClass.name ) )
+         if ( auto notes = notesOn( view, status.classMap( policyClass.name ) ); !notes.empty() )
+            row[ "notes" ] = std::move( notes );
       if ( const auto at = packets.find( policyClass.name ); at != packets.end() ) row[ "packets" ] = at->second;
       out.row( row );
    }

@@ -1,5 +1,6 @@
-// The shows, one source for each group. A new one is a source of its own with a function here, and a line in
-// HostCommands.cpp.
+// The shows, one source for each group. A show is made in many turns of the loop, and the agent changes between them:
+// it keeps keys, and looks the object up when its row is due. A new one is a source of its own with a function here,
+// and a line in HostCommands.cpp.
 #pragma once
 
 #include "HostAnswer.h"

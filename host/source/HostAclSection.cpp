@@ -75,7 +75,7 @@ class AccessListSection : public NamedSection {
       entry.at( "type" ).fail( "type \"" + text + "\" is not ip, ipv6 or mac" );
    }
 
-   // A rule is numbered in steps, and a remark stands right behind what it follows.
+   // In steps from the rule with the highest number. A remark stands right behind what has the highest of all.
    static U32 nextSequence( const Acl::Entries & entries, bool remark ) {
       constexpr U32 step = 10;
       const U32 last = entries.empty() ? 0 : entries.rbegin()->first;
@@ -94,7 +94,11 @@ class AccessListSection : public NamedSection {
       if ( !wrong.empty() ) entry.fail( place + ": " + wrong );
       for ( const auto & problem : Acl::validate( fact.key, { { sequence, line.entry } } ) )
          if ( problem.severity == Acl::Problem::Severity::error ) entry.fail( problem.object + ": " + problem.text );
-      if ( !fact.entries.emplace( sequence, std::move( line.entry ) ).second ) entry.fail( place + " is there twice" );
+      const auto [ at, added ] = fact.entries.emplace( sequence, std::move( line.entry ) );
+      if ( added ) return;
+      // A remark may have its number from where it stands.
+      if ( at->second.isRemark ) entry.fail( place + " is that of the remark \"" + at->second.remark + "\"" );
+      entry.fail( place + " is there twice" );
    }
 };
 

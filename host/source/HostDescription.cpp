@@ -5,6 +5,7 @@
 #include "HostVerdict.h"
 
 #include <algorithm>
+#include <cctype>
 
 namespace Host {
 
@@ -17,6 +18,70 @@ void SourceErrors::add( SourceError error ) {
    if ( tell_ ) tell_( error );
    errors_.push_back( std::move( error ) );
 }
+
+// The entries that were refused, each with those that were refused because it was: one mistyped rule takes its list,
+// the interfaces that name the list, and their neighbours.
+class Description::WrongEntries {
+ public:
+   void add( const std::string & kind, const std::string & key, int line, std::string text ) {
+      const auto because = std::ranges::find_if( names_, [ & ]( const auto & name ) { return name.isIn( text ); } );
+      const size_t root = because == names_.end() ? roots_.size() : because->root;
+      if ( because == names_.end() )
+         roots_.push_back( { line, std::move( text ), {} } );
+      else
+         roots_[ root ].hanging.push_back( kind + " " + key + " (line " + std::to_string( line ) + ")" );
+      names_.push_back( { wordFor( kind ), key, root } );
+   }
+   void tell( const std::string & path, SourceErrors & errors ) const {
+      for ( const auto & root : roots_ ) errors.add( { path, root.line, root.text + inWords( root.hanging ) } );
+   }
+
+ private:
+   struct Root {
+      int line;
+      std::string text;
+      std::vector< std::string > hanging;
+   };
+   // As others speak of an object: an access list as such, an interface by its name alone.
+   struct Name {
+      const char * word;
+      std::string key;
+      size_t root; // among roots_
+
+      bool isIn( const std::string & text ) const {
+         const auto part = []( char c ) {
+            return std::isalnum( static_cast< unsigned char >( c ) ) || c == '-' || c == '_';
+         };
+         if ( word == nullptr || text.find( word ) == std::string::npos ) return false;
+         for ( auto at = text.find( key ); at != std::string::npos; at = text.find( key, at + 1 ) ) {
+            const auto end = at + key.size();
+            const bool more =
+                 end < text.size() && ( part( text[ end ] ) || ( text[ end ] == '.' || text[ end ] == '/' ) );
+            if ( ( at == 0 || !part( text[ at - 1 ] ) ) && !more ) return true;
+         }
+         return false;
+      }
+   };
+   // Null: nothing else leans on objects of the kind.
+   static const char * wordFor( const std::string & kind ) {
+      if ( kind == "vrf" ) return "VRF";
+      if ( kind == "interface" || kind == "tunnel" ) return "";
+      for ( const char * word : { "access-list", "class-map", "policy-map" } )
+         if ( kind == word ) return word;
+      return nullptr;
+   }
+   static std::string inWords( const std::vector< std::string > & hanging ) {
+      constexpr size_t most = 10;
+      if ( hanging.empty() ) return {};
+      std::string words = "; with it goes";
+      for ( size_t at = 0; at < std::min( most, hanging.size() ); ++at )
+         words += ( at == 0 ? " " : ", " ) + hanging[ at ];
+      return hanging.size() <= most ? words : words + " and " + std::to_string( hanging.size() - most ) + " more";
+   }
+
+   std::vector< Root > roots_;
+   std::vector< Name > names_;
+};
 
 std::optional< Description > Description::read( const std::string & path, SourceErrors & errors ) {
    YAML::Node root;
@@ -100,7 +165,9 @@ void Description::readRouteFile( const Entry & entry ) {
 void Description::apply( RouterState & state, SourceErrors & errors ) const {
    // What something else still leans on goes after that has been told anew.
    delOthers( state, nullptr );
-   for ( const auto & section : sections() ) replaceAll( state, *section, errors );
+   WrongEntries wrong;
+   for ( const auto & section : sections() ) replaceAll( state, *section, errors, wrong );
+   wrong.tell( path_, errors );
    delOthers( state, &errors );
    for ( const auto & told : entries_ ) told.section->forget( told.entry );
 }
@@ -118,7 +185,8 @@ void Description::delOthers( RouterState & state, SourceErrors * errors ) const 
 
 // An entry may have to wait for another one of its section: an address that moves between interfaces is free only once
 // the other one has left it.
-void Description::replaceAll( RouterState & state, const Section & section, SourceErrors & errors ) const {
+void Description::replaceAll( RouterState & state, const Section & section, SourceErrors & errors,
+                              WrongEntries & wrong ) const {
    struct Refused {
       const Told * told;
       int line;
@@ -145,7 +213,8 @@ void Description::replaceAll( RouterState & state, const Section & section, Sour
       waiting.clear();
       for ( const auto & refusal : refusals ) waiting.push_back( refusal.told );
    }
-   for ( auto & refusal : refusals ) errors.add( { path_, refusal.line, std::move( refusal.text ) } );
+   for ( auto & refusal : refusals )
+      wrong.add( section.kind(), section.key( refusal.told->entry ), refusal.line, std::move( refusal.text ) );
 }
 
 } // namespace Host

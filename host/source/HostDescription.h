@@ -29,13 +29,14 @@ class Description {
       const Section * section;
       Entry entry;
    };
+   class WrongEntries;
    using Keys = std::map< const Section *, std::set< std::string > >;
 
    void readSection( const Section & section, const YAML::Node & node, SourceErrors & errors );
    void readEntry( const Section & section, const Entry & entry, SourceErrors & errors );
    void readRouteFile( const Entry & entry );
    void delOthers( RouterState & state, SourceErrors * errors ) const;
-   void replaceAll( RouterState & state, const Section & section, SourceErrors & errors ) const;
+   void replaceAll( RouterState & state, const Section & section, SourceErrors & errors, WrongEntries & wrong ) const;
 
    std::string path_;
    std::vector< Told > entries_; // in the order of the sections

@@ -142,6 +142,8 @@ void RouteFile::route( Family< P > & family, const P & prefix, std::string_view 
         tellerOf( table.routeAt( *slot ) ) == Teller::routeFile_ )
       return error( prefix.stringValue() + ": an earlier line has the prefix already" );
    family.book.routeIs( vrfId_, prefix, Teller::routeFile(), ways.kind, ways.fecId );
+   // What a command had put in its place.
+   if ( family.book.routes( Teller::command() ) != 0 ) family.book.routeDel( vrfId_, prefix, Teller::command() );
    if ( !slot ) slot = table.slot( vrfId_, prefix );
    // A route that waits behind another one is marked in the place of that one.
    if ( *slot >= family.seen.size() ) family.seen.resize( table.slots() );

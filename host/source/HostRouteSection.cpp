@@ -38,7 +38,12 @@ class RouteSection : public Section {
 
    ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       entry.only( { "prefix", "vrf", "via", "blackhole", "receive" } );
-      return state.routeIs( { entry.vrf(), prefixOf( entry ), waysOf( entry ) }, teller );
+      const auto vrf = entry.vrf();
+      const auto prefix = prefixOf( entry );
+      auto result = state.routeIs( { vrf, prefix, waysOf( entry ) }, teller );
+      // A reload brings back what a command had put another route in the place of.
+      if ( teller == Teller::description_ && isDone( result ) ) state.routeDel( vrf, prefix, Teller::command() );
+      return result;
    }
 
    ChangeResult del( RouterState & state, const Entry & entry ) const override {

@@ -1,4 +1,6 @@
-// The sections of a description. A new one is a class of its own in a file of its own, and a line in sections().
+// The sections of a description. A section reads an entry and tells the state; it keeps nothing, so that a reload needs
+// no comparison of files: telling what is there already changes nothing, and what is not told any more goes. A new one
+// is a class of its own in a file of its own, and a line in sections().
 #pragma once
 
 #include "HostEntry.h"

@@ -34,6 +34,13 @@ void addTables( const IntfFilters & filters, std::set< Gant::String > & tables )
 
 } // namespace
 
+void AclBook::noteDenies( const ClassMapFact & fact, const Gant::String & list, ChangeResult & verdict ) const {
+   const auto & told = lists_.at( list ).fact;
+   const auto notes = verdictOn( Acl::deniesLeftOut( classObject( fact.name ), told.key, told.entries ) ).message;
+   if ( notes.empty() ) return;
+   verdict.message += ( verdict.message.empty() ? "" : "\n" ) + notes;
+}
+
 // Who needs a list of IPv4 of that name; empty: nobody.
 Gant::String AclBook::listUser( const Gant::String & name ) const {
    for ( const auto & [ className, told ] : classMaps_ )
@@ -57,6 +64,8 @@ ChangeResult AclBook::listIs( const AclFact & fact, Teller teller ) {
       tree_.aclCliConfig->aclConfigDel( at->second.fact.key );
    }
    lists_[ name ] = { fact, teller };
+   for ( const auto & [ className, told ] : classMaps_ )
+      if ( std::ranges::count( told.fact.config.accessLists, name ) != 0 ) noteDenies( told.fact, name, verdict );
    if ( const auto & list = tree_.aclCliConfig->aclConfig( fact.key ) ) {
       list->entriesIs( fact.entries );
       return verdict;
@@ -92,6 +101,7 @@ ChangeResult AclBook::classMapIs( const ClassMapFact & fact, Teller teller ) {
    if ( !isDone( verdict ) ) return verdict;
    for ( const auto & name : fact.config.accessLists )
       if ( const auto text = wrongList( name ); !text.empty() ) return refused( object + text );
+   for ( const auto & name : fact.config.accessLists ) noteDenies( fact, name, verdict );
    classMaps_[ fact.name ] = { fact, teller };
    tree_.qosStatus->classMapIs( fact.name, fact.config );
    return verdict;

@@ -48,6 +48,7 @@ class AclBook {
    Gant::String wrong( const IntfFact & fact ) const;
 
  private:
+   void noteDenies( const ClassMapFact & fact, const Gant::String & list, ChangeResult & verdict ) const;
    Gant::String listUser( const Gant::String & name ) const;
    Gant::String wrongList( const Gant::String & name ) const;
    size_t tablesWith( const IntfFact & fact ) const;

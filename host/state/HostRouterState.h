@@ -1,4 +1,8 @@
 // Everything that the router is told: the facts with their sources, and the state tree that they become.
+//
+// Facts and entities are two things, because a fact is what one teller says of one object and is taken or refused as a
+// whole, and the entities of the tree are what the layer watches, piece by piece. A book for each kind of object turns
+// the one into the other, and is the only writer of its entities.
 #pragma once
 
 #include "HostAclBook.h"

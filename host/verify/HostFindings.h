@@ -9,7 +9,7 @@
 namespace Host {
 
 struct Difference {
-   const char * kind; // "missing", "unexpected", "different", "dangling"
+   const char * kind; // "missing", "unexpected", "different", "dangling", "reported"
    std::string module;
    std::string object;
    std::string agent;     // what it means, in words
@@ -37,6 +37,8 @@ class Findings {
    void dangling( const std::string & module, const std::string & object, const std::string & names ) {
       add( { "dangling", module, object, "", names } );
    }
+   // The agent itself found it.
+   void reported( const std::string & text ) { add( { "reported", "agent", "", text, "" } ); }
    // `different` when the two texts are.
    void compare( const std::string & module, const std::string & object, const std::string & agent,
                  const std::string & dataPlane ) {

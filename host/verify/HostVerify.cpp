@@ -28,7 +28,10 @@ class Run {
 
    // After the last batch. False: call again in another slice.
    bool finish() {
-      if ( !finishedGraph_ ) finishGraph();
+      if ( !finishedGraph_ ) {
+         finishAgent();
+         finishGraph();
+      }
       finishedGraph_ = true;
       while ( finishing_ != comparers_.end() ) {
          if ( created_.contains( finishing_->first ) ) {
@@ -80,6 +83,15 @@ class Run {
       const auto at = comparers_.find( run.module() );
       if ( at == comparers_.end() ) return;
       for ( const auto & arg : run.arg() ) at->second->command( run.cmd(), run.type(), arg );
+   }
+
+   // What the agent's state machines find when they compare what they hold with what they were told.
+   void finishAgent() {
+      const auto verifyData = comparison_.session.vexcsd()->verifyData();
+      verifyData->cliVerifyOutputDelAll();
+      verifyData->verifyIs( verifyData->verify() + 1 );
+      comparison_.findings.compared( "agent's own checks" );
+      for ( const auto & text : verifyData->cliVerifyOutput() ) comparison_.findings.reported( text );
    }
 
    void finishGraph() {

@@ -89,6 +89,33 @@ class RuleCheck {
    Problems & problems_;
 };
 
+bool haveCommon( const RangeSpec & a, const RangeSpec & b ) {
+   if ( a.isAny() || b.isAny() ) return true;
+   const auto ours = a.ranges(), theirs = b.ranges();
+   return std::ranges::any_of( ours, [ & ]( const auto & range ) {
+      return std::ranges::any_of(
+           theirs, [ & ]( const auto & other ) { return range.first <= other.second && other.first <= range.second; } );
+   } );
+}
+
+bool haveCommon( const Kynet::IpAddrWithFullMask & a, const Kynet::IpAddrWithFullMask & b ) {
+   return ( ( a.address().value() ^ b.address().value() ) & a.mask() & b.mask() ) == 0;
+}
+
+// Whether there is a packet that both match. A packet may have several TCP flags.
+bool haveCommon( const IpFilter & a, const IpFilter & b ) {
+   const auto same = []( U32 ours, U32 theirs, U32 any ) { return ours == theirs || ours == any || theirs == any; };
+   const auto ttlOf = []( const IpFilter & filter ) {
+      return filter.ttl().oper() == RangeOper::eq_ ? U32( filter.ttl().ttl() ) : ~0U;
+   };
+   const auto dscpOf = []( const IpFilter & filter ) { return filter.matchDscp() ? U32( filter.dscp() ) : ~0U; };
+   return same( a.proto(), b.proto(), 0 ) && haveCommon( a.source(), b.source() ) &&
+          haveCommon( a.destination(), b.destination() ) && same( a.icmpType(), b.icmpType(), icmpAny ) &&
+          same( a.icmpCode(), b.icmpCode(), icmpAny ) && same( ttlOf( a ), ttlOf( b ), ~0U ) &&
+          same( dscpOf( a ), dscpOf( b ), ~0U ) && haveCommon( a.sourcePort(), b.sourcePort() ) &&
+          haveCommon( a.destinationPort(), b.destinationPort() ) && haveCommon( a.ipLen(), b.ipLen() );
+}
+
 } // namespace
 
 bool hasError( const Problems & problems ) {
@@ -106,6 +133,25 @@ Problems validate( const ListKey & key, const Entries & entries ) {
    for ( const auto & [ sequence, entry ] : entries )
       if ( !entry.isRemark )
          RuleCheck( Gant::textsOf( object, ", sequence ", sequence ), entry.rule.filter(), problems ).run();
+   return problems;
+}
+
+Problems deniesLeftOut( const Gant::String & object, const ListKey & key, const Entries & entries ) {
+   Problems problems;
+   const auto applies = []( const Entry & entry, ActionType action ) {
+      return !entry.isRemark && !entry.rule.filter().fragments() && entry.rule.action() == action;
+   };
+   for ( auto at = entries.begin(); at != entries.end(); ++at ) {
+      if ( !applies( at->second, deny ) ) continue;
+      const auto permits = std::find_if( std::next( at ), entries.end(), [ & ]( const auto & later ) {
+         return applies( later.second, permit ) && haveCommon( at->second.rule.filter(), later.second.rule.filter() );
+      } );
+      if ( permits != entries.end() )
+         problems.push_back( { Problem::Severity::note, object,
+                               Gant::textsOf( "access-list ", key.name(), ": what sequence ", at->first,
+                                              " denies is of the class where sequence ", permits->first,
+                                              " permits it: a deny takes nothing out of a class" ) } );
+   }
    return problems;
 }
 

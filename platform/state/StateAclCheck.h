@@ -29,6 +29,10 @@ inline constexpr size_t subrulesMax = 1024;
 // In order of the sequence numbers.
 Problems validate( const ListKey & key, const Entries & entries );
 
+// A class map matches by the permits of a list alone: what a deny matches is of the class all the same when a permit
+// behind it does. A note on `object` for each such deny, with the first permit that has packets in common with it.
+Problems deniesLeftOut( const Gant::String & object, const ListKey & key, const Entries & entries );
+
 } // namespace Acl
 
 namespace Qos {

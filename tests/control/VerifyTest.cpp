@@ -10,6 +10,7 @@
 #include "vex/next_hop.pb.h"
 #include "vex/port.pb.h"
 #include "VexL3Types.h"
+#include "VexRoutingStatusSm.h"
 
 #include <gtest/gtest.h>
 
@@ -253,6 +254,12 @@ TEST_F( Verify, comparesAStateThatStoodStillAndNotOneThatChangedMeanwhile ) {
    const auto end = client.answer().back()[ "end" ];
    EXPECT_EQ( end[ "differences" ], 0 ) << end;
    EXPECT_EQ( end[ "compared" ][ "routes" ], 20009 );
+}
+
+TEST_F( Verify, tellsWhatTheAgentItselfFinds ) {
+   router_.agent()->routingStatusSm()->virtualRouterMacIs( Kynet::EthAddr( { 2, 0, 0, 0, 0, 9 } ) );
+   EXPECT_EQ( verify(), Lines{ "reported agent, : void VexL3Unicast::RoutingStatusSm::handleVerify():  cached anygwmac "
+                               "02:00:00:00:00:09 rs->anygwMac 00:00:00:00:00:00 | " } );
 }
 
 TEST_F( Verify, keepsNoInterfaceThatIsMadeAnewMeanwhile ) {

@@ -111,6 +111,8 @@ TEST_F( FilteredDaemon, countsPerRuleAndNamesTheRuleThatDecides ) {
    ASSERT_EQ( classes.size(), 2u );
    EXPECT_EQ( classes[ 0 ][ "packets" ], 1 );
    EXPECT_EQ( classes[ 1 ][ "packets" ], 2 );
+   EXPECT_NE( classes[ 0 ][ "notes" ].dump().find( "what sequence 10 denies is of the class where sequence 20" ),
+              std::string::npos );
    // A rule keeps its count in the list's next version, under whatever number; one that goes does not.
    vexctl( { "access-list", "replace", "edge", "5 permit icmp any any", "15 permit ip any any" } );
    EXPECT_EQ( hits( "edge" ), "15:1 " );

@@ -70,6 +70,34 @@ interfaces:
   - {name: Ethernet2, access-group: {in: web}}
 )";
 
+TEST( HostFilters, aClassMapSaysWhichDenyTakesNothingOutOfIt ) {
+   HostedState router;
+   router.describe( filtered );
+   const struct {
+      const char * rules;
+      const char * said;
+   } cases[] = {
+        { "[deny udp any any eq 5, permit tcp any any, permit udp any any]", "10 30" },
+        { "[permit udp any any, deny udp any any eq 5]", "" },
+        { "[deny udp any any eq 5, permit udp any any gt 5]", "" },
+        { "[deny udp 10.0.0.0/8 any, permit udp 11.0.0.0/8 any]", "" },
+        { "[deny ip 10.0.0.0/8 any, permit udp 10.9.0.0 0.0.255.255 host 10.0.0.1]", "10 20" },
+        { "[deny icmp any any echo, permit icmp any any echo-reply, permit ip any any dscp ef]", "10 30" },
+   };
+   for ( const auto & [ rules, said ] : cases ) {
+      const auto note = router.change( std::string( "replace access-list {name: voice, rules: " ) + rules + "}" );
+      const std::string places( said );
+      EXPECT_EQ( note, places.empty() ? ""
+                                      : "class-map voice: access-list voice: what sequence " + places.substr( 0, 2 ) +
+                                             " denies is of the class where sequence " + places.substr( 3 ) +
+                                             " permits it: a deny takes nothing out of a class" )
+           << rules;
+   }
+   EXPECT_NE( router.change( "replace class-map {name: voice, match: {access-list: [voice, web]}}" ), "" );
+   EXPECT_EQ( router.change( "replace access-list {name: web, rules: [remark the web, 1 permit ip any any]}" ),
+              "access-list web, sequence 1 is that of the remark \"the web\"" );
+}
+
 TEST( HostFilters, whatCannotBeHeldIsToldWithItsLineAndTheListsAroundItStay ) {
    HostedState router;
    EXPECT_EQ( router.describe( filtered ), Lines{} );

@@ -103,6 +103,42 @@ interfaces:
    EXPECT_EQ( router.routes( "neighbor" ), Lines{ "10.0.2.9/32 forward 10.0.2.9%Ethernet2 (neighbor)" } );
 }
 
+TEST( HostDescription, whatHangsOnAWrongEntryIsToldWithIt ) {
+   HostedState router;
+   EXPECT_EQ( router.describe( R"(
+access-lists:
+  - {name: web, rules: [permit tpc any any]}
+interfaces:
+  - {name: Ethernet1, addresses: 10.0.1.1/24, access-group: {in: web}}
+  - {name: Ethernet10, addresses: 10.0.10.1/24, access-group: {in: web-2}}
+neighbors:
+  - {interface: Ethernet1, address: 10.0.1.2, mac: 02:00:00:00:01:02}
+)" ),
+              ( Lines{ "router.yaml:3: access-list web, sequence 10: \"tpc\" is not a protocol: a name, or a number "
+                       "from 1 to 255; with it goes "
+                       "interface Ethernet1 (line 5), neighbor 10.0.1.2 on Ethernet1 (line 8)",
+                       "router.yaml:6: interface Ethernet10: there is no access-list web-2" } ) );
+}
+
+TEST( HostDescription, aReloadBringsBackWhatCommandsReplacedRoutesToo ) {
+   HostedState router;
+   const char * const described = "interfaces:\n  - {name: Ethernet1, addresses: 10.0.1.1/24, mtu: 1400}\n"
+                                  "routes:\n  - {prefix: 192.0.2.0/24, via: 10.0.1.2}\n"
+                                  "route-file: {path: routes, nexthops: [10.0.1.2]}\n";
+   router.describe( described );
+   router.routeFile( "198.51.100.0/24\n" );
+   const auto before = router.routes();
+   router.change( "replace interface {name: Ethernet1, addresses: 10.0.1.1/24, mtu: 1300}" );
+   for ( const char * prefix : { "192.0.2.0/24", "198.51.100.0/24", "203.0.113.0/24" } )
+      router.change( std::string( "replace route {prefix: " ) + prefix + ", via: 10.0.1.9}" );
+   EXPECT_EQ( router.routes( "command" ).size(), 3u );
+   EXPECT_EQ( router.describe( described ), Lines{} );
+   EXPECT_EQ( router.state.intfBook().intfs().begin()->second.fact.mtu, 1400u );
+   EXPECT_EQ( router.routes( "command" ), Lines{ "203.0.113.0/24 forward 10.0.1.9%Ethernet1 (command)" } );
+   router.change( "del route {prefix: 203.0.113.0/24}" );
+   EXPECT_EQ( router.routes(), before );
+}
+
 TEST( HostDescription, addressesAndVrfsMoveBetweenInterfacesInOneReload ) {
    HostedState router;
    EXPECT_EQ( router.describe( "vrfs: [red]\ninterfaces:\n"
