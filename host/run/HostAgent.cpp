@@ -1,9 +1,15 @@
 #include "HostAgent.h"
 
+#include "HulAdjSm.h"
 #include "VexL3AgentSm.h"
+#include "VexL3Sm.h"
 #include "VexManagementSm.h"
 
 namespace Host {
+
+// The layer counts what the agent hands out. The first entry of a resolve table is nobody's.
+static_assert( Hul::NextHopLimits().nextHops == VexL3Unicast::NhIndexManager::indexMax );
+static_assert( Hul::NextHopLimits().tunnelNextHops == VexL3Unicast::NhResolve::entriesMax - 1 );
 
 Gant::Ptr< VexL3Unicast::AgentSm > agentOver( const StateTree & tree,
                                               const Gant::Ptr< Vex::VexCommonSmData > & vexcsd ) {

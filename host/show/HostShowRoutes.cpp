@@ -39,9 +39,11 @@ Json viasOf( const Mirel::Vias * vias ) {
 std::string reasonOf( const Mirel::UnprogrammedTable & table, const Key & key ) {
    const Mirel::UnprogrammedTable::Key at( key.vrfId, key.prefix );
    if ( !table.routeHas( at ) ) return {};
-   return table.route( at ) == Mirel::UnprogrammedReason::familyNotSupported_
-               ? "the data plane takes no routes of this family"
-               : "the data plane's helper refused it";
+   switch ( table.route( at ).value() ) {
+   case Mirel::UnprogrammedReason::familyNotSupported_: return "the data plane takes no routes of this family";
+   case Mirel::UnprogrammedReason::noRoom_: return "an interface has no room for its next hops";
+   default: return "the data plane's helper refused it";
+   }
 }
 
 template < typename Table, typename Prefix >

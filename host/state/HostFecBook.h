@@ -19,10 +19,9 @@ using Resolve = std::function< std::optional< Way >( U32 vrfId, Mirel::RouteType
 
 // A FEC keeps the ways as they were asked for, and carries the vias that they come to at present. A hop without an
 // interface comes to another one when the subnets do; one that no usable interface of the VRF reaches is left out while
-// others remain. With nothing left on interfaces that are there, up or not, the packets are dropped, and the vias are
-// drops that name the hops. What a FEC carries follows from the ways and the interfaces alone, in whatever order they
-// came. So a change of an interface costs what there are of FECs over it, and of such as name none, whatever the number
-// of routes.
+// others remain. Where no interface at all reaches one, the vias are drops that name the hops. What a FEC carries
+// follows from the ways and the interfaces alone, in whatever order they came. So a change of an interface costs what
+// there are of FECs over it, and of such as name none, whatever the number of routes.
 template < typename P >
 class FecBook {
  public:

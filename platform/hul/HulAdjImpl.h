@@ -7,6 +7,7 @@
 #include "HulL2AdjHelper.h"
 #include "HulL2AdjRequest.h"
 #include "HulNeighbors.h"
+#include "HulNextHopRoom.h"
 #include "HulPosted.h"
 #include "HulRoutePathSm.h"
 #include "HulVrfSm.h"
@@ -28,7 +29,10 @@ struct Adj {
    Ways ways;
    std::vector< VrfAndIpAddr > followed; // ends of its tunnels
    U32 routes = 0;
-   bool created = false;
+   bool created = false;                          // the helper holds it; while it waits for room, without next hops
+   NextHopRoom::Places places{};                  // of what the helper holds
+   std::optional< NextHopRoom::Table > lacking{}; // where it waits for room
+   NextHopRoom::Ticket ticket = 0;                // with `lacking`
    bool walkGranted = false; // since the last change of a fact, a walk has been granted to the helper
    WalkState walk;
 };
@@ -97,7 +101,17 @@ struct AdjSm::Impl {
    // Brings the adjacency to the helper: because a fact of it has changed, or for a walk as well.
    void tell( Number number );
    void update( Number number );
-   void offer( Adj & adj );
+   bool created( Number number ) const;
+   // The first time, or after a refusal. True: the helper has it from now on.
+   bool offer( Number number );
+   // Makes room for what the adjacency has become: beside what the helper holds of it, and where that does not fit, in
+   // its place. False: it waits, and the helper holds no next hops of it.
+   bool makeRoom( Number number );
+   void waitFor( Number number, const NextHopRoom::Table & table );
+   void waitNoMore( Number number );
+   // Those for which room may have come.
+   void fill();
+   size_t fillSome( const NextHopRoom::Table & table, size_t most );
    void answered( Number number, const AdjUpdateReturnType & answer );
    void schedule( Number number );
    void walk();
@@ -118,10 +132,13 @@ struct AdjSm::Impl {
    bool missedReview = false;
 
    NextHopCollection resolved; // keeps its memory between resolutions
+   NextHopRoom room;
+   NextHopRoom::Places wanted; // keeps its memory
    std::vector< std::vector< Number > > spare;
 
    std::vector< Number > queue; // walks, in order
    Posted walks{ [ this ] { walk(); } };
+   Posted fills{ [ this ] { fill(); } };
 
    struct GantArp;
    struct GantL3Status;

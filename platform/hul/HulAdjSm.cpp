@@ -26,17 +26,108 @@ void AdjSm::Impl::update( Number number ) {
    auto & adj = adjs[ number ];
    // This update does what a walk in the queue would do. One that is asked for while it runs comes after it.
    adj.walk = WalkState::idle();
-   if ( adj.created )
+   // The helper has no next hops of one that waits.
+   if ( adj.lacking ) resolve( number );
+   const bool had = created( number );
+   if ( !adj.created ) {
+      if ( !offer( number ) ) return;
+   } else if ( makeRoom( number ) ) {
       answered( number, args.hulL2AdjHelper->update( adj.l2Adj ) );
-   else
-      offer( adj );
-}
-
-void AdjSm::Impl::offer( Adj & adj ) {
-   adj.created = args.hulL2AdjHelper->create( adj.l2Adj );
-   if ( !adj.created ) return;
+   }
+   if ( had == created( number ) ) return;
    const auto l2Adj = adj.l2Adj;
    sm.notifiees_.tell( &Notifiee::onCreated, l2Adj );
+}
+
+bool AdjSm::Impl::offer( Number number ) {
+   auto & adj = adjs[ number ];
+   NextHopRoom::placesOf( adj.l2Adj->via(), wanted );
+   if ( const auto table = room.lacking( wanted ) ) {
+      waitFor( number, *table );
+      return false;
+   }
+   waitNoMore( number );
+   adj.places = wanted;
+   room.take( adj.places );
+   adj.created = args.hulL2AdjHelper->create( adj.l2Adj );
+   if ( !adj.created ) {
+      room.give( adj.places );
+      adj.places.clear();
+      if ( room.freed() ) fills.post();
+   }
+   return adj.created;
+}
+
+bool AdjSm::Impl::makeRoom( Number number ) {
+   auto & adj = adjs[ number ];
+   const auto exchange = [ & ] {
+      room.take( wanted );
+      room.give( adj.places );
+      adj.places.swap( wanted );
+      waitNoMore( number );
+      if ( room.freed() ) fills.post();
+   };
+   NextHopRoom::placesOf( adj.l2Adj->via(), wanted );
+   if ( !room.lacking( wanted ) ) {
+      exchange();
+      return true;
+   }
+   NextHopCollection meant;
+   adj.l2Adj->viaSwap( meant );
+   if ( !adj.places.empty() ) {
+      args.hulL2AdjHelper->update( adj.l2Adj );
+      room.give( adj.places );
+      adj.places.clear();
+   }
+   NextHopRoom::placesOf( meant, wanted );
+   if ( const auto table = room.lacking( wanted ) ) {
+      waitFor( number, *table );
+      if ( room.freed() ) fills.post();
+      return false;
+   }
+   adj.l2Adj->viaSwap( meant );
+   exchange();
+   return true;
+}
+
+void AdjSm::Impl::waitFor( Number number, const NextHopRoom::Table & table ) {
+   auto & adj = adjs[ number ];
+   if ( adj.lacking == table ) return;
+   waitNoMore( number );
+   adj.lacking = table;
+   adj.ticket = room.wait( table, number );
+   GANT_TRACE( 4, "AdjSm: adjacency ", adj.l2Adj->key().index(), ": ", room.reason( table ) );
+}
+
+void AdjSm::Impl::waitNoMore( Number number ) {
+   auto & adj = adjs[ number ];
+   if ( adj.lacking ) room.unwait( *adj.lacking, adj.ticket );
+   adj.lacking.reset();
+}
+
+void AdjSm::Impl::fill() {
+   if ( sm.zombie() || !sm.hasNotificationActive() ) return;
+   auto most = walksPerTurn;
+   while ( most != 0 ) {
+      const auto table = room.nextFreed();
+      if ( !table ) return;
+      most = fillSome( *table, most );
+   }
+   fills.post();
+}
+
+// What is left of `most`. With nothing left, the table comes again.
+size_t AdjSm::Impl::fillSome( const NextHopRoom::Table & table, size_t most ) {
+   for ( auto number = room.first( table ); number; number = room.first( table ) ) {
+      if ( most == 0 ) {
+         room.freedIs( table );
+         return 0;
+      }
+      --most;
+      tell( *number );
+      if ( adjs[ *number ].lacking == table ) break;
+   }
+   return most;
 }
 
 void AdjSm::Impl::answered( Number number, const AdjUpdateReturnType & answer ) {
@@ -85,6 +176,9 @@ void AdjSm::Impl::maybeDelete( Number number ) {
    auto & adj = adjs[ number ];
    if ( adj.routes != 0 || adj.l2Adj->adjEntrys() != 0 ) return;
    args.hulL2AdjHelper->del( adj.l2Adj, adj.created );
+   waitNoMore( number );
+   room.give( adj.places );
+   if ( room.freed() ) fills.post();
    indexIs( number, false );
    for ( const auto & end : adj.followed ) args.routePathSm->unfollow( end );
    byIndex.erase( adj.l2Adj->key().index() );
@@ -106,6 +200,7 @@ void AdjSm::hasNotificationActiveIs( bool active ) {
    else if ( missed )
       impl_->handleAll();
    if ( !impl_->queue.empty() ) impl_->walks.post();
+   if ( impl_->room.freed() ) impl_->fills.post();
 }
 
 void AdjSm::schedulePrefixWalk( const Gant::Ptr< AdjEntry > & adjEntry ) {
@@ -129,7 +224,7 @@ AdjSm::Number AdjSm::use( Kynet::AddressFamily af, U64 fecId, const Mirel::Vias 
    const auto & l2Adj = adj.l2Adj;
    const U8 routeType = vias.empty() ? Mirel::RouteType::none_ : vias.front().kind().value();
    l2Adj->adjEntryIs( fecId, Gant::make< AdjEntry >( l2Adj->key().index(), routeType, fecId ) );
-   if ( made ) adj.created = impl_->args.hulL2AdjHelper->create( l2Adj );
+   if ( made ) impl_->offer( number );
    return number;
 }
 
@@ -146,7 +241,7 @@ void AdjSm::viasIs( Number number, const Mirel::Vias & vias ) {
    adj.vias = vias;
    impl_->byVias.insert( number );
    impl_->bind( number );
-   if ( impl_->resolve( number ) ) impl_->tell( number );
+   if ( impl_->resolve( number ) || adj.lacking ) impl_->tell( number );
 }
 
 const Mirel::Vias & AdjSm::vias( Number number ) const { return impl_->adjs[ number ].vias; }
@@ -163,7 +258,18 @@ void AdjSm::routesDec( Number number ) {
 
 U32 AdjSm::routes( Number number ) const { return impl_->adjs[ number ].routes; }
 
-bool AdjSm::created( Number number ) const { return impl_->adjs[ number ].created; }
+bool AdjSm::Impl::created( Number number ) const { return adjs[ number ].created && !adjs[ number ].lacking; }
+
+bool AdjSm::created( Number number ) const { return impl_->created( number ); }
+
+Gant::String AdjSm::lacksRoom( Number number ) const {
+   const auto & lacking = impl_->adjs[ number ].lacking;
+   return lacking ? impl_->room.reason( *lacking ) : "";
+}
+
+bool AdjSm::waitsForRoom( Number number ) const { return impl_->adjs[ number ].lacking.has_value(); }
+
+void AdjSm::nextHopLimitsIs( const NextHopLimits & limits ) { impl_->room.limitsIs( limits ); }
 
 U64 AdjSm::adjIndex( Number number ) const { return impl_->adjs[ number ].l2Adj->key().index(); }
 
@@ -181,7 +287,9 @@ void AdjSm::pending( Pendings & out ) const {
       const auto & adj = adjs[ number ];
       if ( !adj.l2Adj ) continue;
       const auto object = "adjacency " + std::to_string( adj.l2Adj->key().index() );
-      if ( !adj.created )
+      if ( adj.lacking )
+         out.push_back( { object, impl_->room.reason( *adj.lacking ) } );
+      else if ( !adj.created )
          out.push_back( { object, "the data plane refused it" } );
       else if ( auto lacking = impl_->lacks( adj ); !lacking.empty() )
          out.push_back( { object, std::move( lacking ) } );

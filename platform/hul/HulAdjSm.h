@@ -25,6 +25,13 @@ class L3Status;
 class RoutePathSm;
 class VrfSm;
 
+// What one interface of the data plane can hold.
+struct NextHopLimits {
+   U32 nextHops = 16383;      // indexes of its own table of next hops
+   U32 tunnelNextHops = 1023; // of a tunnel interface: entries of its resolve table
+   friend bool operator==( const NextHopLimits &, const NextHopLimits & ) = default;
+};
+
 //   watches  Arp::Table::Status::neighbor
 //            L3Status::intfRoutingState               the interfaces that the helper knows
 //            AllIntfStatusDir::intfStatus             up or down
@@ -48,6 +55,11 @@ class VrfSm;
 //   the other kinds    as they say; a drop that names a hop or an interface is the lack of it.
 // Next hops that come out equal become one, and their multiplicities add up.
 //
+// Room. Each next hop takes a place in its interface's table, and the data plane has no word for a full one. So places
+// are counted before the helper is called, those of an update beside those that it replaces; where there are none for
+// both, the helper is told first that the adjacency has no next hops. One that does not fit waits: the helper has none
+// of its next hops, no route may name it, and it is pending until it changes or places come, the longest wait first.
+//
 // Walks. A walk is an update in a later turn of the loop, one however often it was asked for. An update that asks for a
 // walk gets one; when that one asks again, nothing has changed in between, so the adjacency then waits, and is listed
 // as pending, until a fact of it changes or someone schedules a walk.
@@ -66,7 +78,7 @@ class AdjSm : public Gant::StateMachine {
    class Notifiee : public Gant::NotifieeOf< AdjSm > {
     public:
       using NotifieeOf::NotifieeOf;
-      // An adjacency that the helper had refused is there now.
+      // Whether routes may name the adjacency has changed, after `use`.
       virtual void onCreated( const Gant::Ptr< L2Adjacency > & ) {}
    };
    GANT_NOTIFIER( Notifiee )
@@ -94,8 +106,13 @@ class AdjSm : public Gant::StateMachine {
    void routesInc( Number number );
    void routesDec( Number number );
    U32 routes( Number number ) const;
-   // False: the helper refused it, and no route may name it.
+   // False: the helper refused it, or it waits for room, and no route may name it.
    bool created( Number number ) const;
+   bool waitsForRoom( Number number ) const;
+   // Where; empty: it does not wait for room.
+   Gant::String lacksRoom( Number number ) const;
+   // REQUIRES: there is no adjacency yet.
+   void nextHopLimitsIs( const NextHopLimits & limits );
    U64 adjIndex( Number number ) const;
 
    size_t adjs() const;

@@ -159,8 +159,14 @@ void RouteMachine< F >::review( U32 slot, U64 sequence, bool retry ) {
    }
    const auto what = wanted( told, route.routeType() );
    if ( told.unprogrammed == Mirel::UnprogrammedReason::refused_ && what.routeType != 0 && !retry ) return;
-   if ( what.routeType == 0 ) unprogrammedIs( told, 0 );
    tell( told, what, sequence );
+   if ( what.routeType == 0 ) unprogrammedIs( told, waitsForRoom( told ) ? Mirel::UnprogrammedReason::noRoom_ : 0 );
+}
+
+template < typename F >
+bool RouteMachine< F >::waitsForRoom( const Told & told ) const {
+   const auto adj = fecs_[ told.fec ].adj;
+   return adj != AdjSm::none && vrf( told.vrfId ).active && args_.adjSm->waitsForRoom( adj );
 }
 
 template < typename F >
@@ -192,6 +198,7 @@ typename RouteMachine< F >::What RouteMachine< F >::wanted( const Told & told, M
       return lacks( [ & ] { return Gant::format( "VRF %u does not exist", told.vrfId ); } );
    if ( fec.adj == AdjSm::none )
       return lacks( [ & ] { return "FEC " + std::to_string( fec.fecId ) + " does not exist"; } );
+   if ( waitsForRoom( told ) ) return lacks( [ & ] { return args_.adjSm->lacksRoom( fec.adj ); } );
    if ( !args_.adjSm->created( fec.adj ) )
       return lacks( [ & ] { return "the data plane refused the adjacency of FEC " + std::to_string( fec.fecId ); } );
    return { routeType.value(), fec.adj };

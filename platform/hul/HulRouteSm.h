@@ -133,6 +133,8 @@ class RouteMachine : public Gant::StateMachine {
    // One route, from the table to the helper. `sequence` 0: none to acknowledge. `retry`: also one that was refused.
    void review( U32 slot, U64 sequence, bool retry );
    bool same( const Told & told, U32 slot ) const;
+   // Its adjacency does.
+   bool waitsForRoom( const Told & told ) const;
    void adopt( U32 slot );
    // What the helper should have of the route: nothing while something is missing, which `missing` then says.
    What wanted( const Told & told, Mirel::RouteType routeType, Gant::String * missing = nullptr ) const;

@@ -149,7 +149,8 @@ class RouteTable : public Gant::Entity {
 
 // Why a route is not in the data plane although nothing that it needs is missing.
 GANT_ENUM( UnprogrammedReason, U8, ( refused, 1 ), // by the data plane's helper
-           ( familyNotSupported, 2 ) )             // the data plane takes no routes of this family
+           ( familyNotSupported, 2 ),              // the data plane takes no routes of this family
+           ( noRoom, 3 ) )                         // an interface has no room for its next hops
 
 // The routes that the data plane does not hold, with the reason. Written by the hardware-abstraction layer.
 class UnprogrammedTable : public Gant::Entity {

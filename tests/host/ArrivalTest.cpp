@@ -1,13 +1,7 @@
 // The facts of a router, told in any order and with flaps, over a real data plane: the agent and the data plane end as
 // if they had been told once, in order, and nothing is left over on either side.
-#include "HostCommands.h"
-#include "HostDaemon.h"
-#include "HulAdjSm.h"
-#include "HulVrfRootSm.h"
+#include "SessionRouter.h"
 #include "Steps.h"
-#include "VexGrpcChannel.h"
-#include "VexL3AgentSm.h"
-#include "VexL3Sm.h"
 
 #include <algorithm>
 #include <gmock/gmock.h>
@@ -16,9 +10,7 @@
 
 namespace {
 
-using Host::Json;
 using namespace Test;
-using Lines = std::vector< std::string >;
 
 // What the router is told: the kind, and the entry. In this order each finds what it leans on.
 const std::pair< const char *, const char * > facts[] = {
@@ -81,32 +73,8 @@ std::string textOf( const Steps & steps ) {
    return text;
 }
 
-class Rows : public Host::Output {
+class FactRouter : public SessionRouter {
  public:
-   void row( const Json & row ) override { rows.push_back( row ); }
-   void endMember( const std::string & key, Json value ) override { end[ key ] = std::move( value ); }
-   bool full() const override { return false; }
-   std::vector< Json > rows;
-   Json end = Json::object();
-};
-
-class SessionRouter : public Host::DaemonControl {
- public:
-   SessionRouter() {
-      supervisor_.start();
-      runUntil( [ this ] { return fed_; } );
-   }
-
-   Host::RouterState & state() override { return state_; }
-   Gant::Ptr< VexL3Unicast::AgentSm > agent() const override { return supervisor_.session()->agent(); }
-   Gant::Ptr< Vex::VexCommonSmData > vexcsd() const override { return supervisor_.session()->vexcsd(); }
-   Gant::Ptr< Vex::GrpcChannel > channel() const override { return supervisor_.session()->channel(); }
-   Host::DaemonStatus status() const override { return {}; }
-   Host::ChangeResult change( Host::ChangeOp op, const std::string & kind, const std::string & entry ) override {
-      return Host::applyChange( state_, op, kind, entry );
-   }
-   Host::ChangeResult reload() override { return {}; }
-
    void take( const Step & step ) {
       const auto told = [ this ]( Host::ChangeOp op, const auto & fact ) { change( op, fact.first, fact.second ); };
       switch ( step.kind ) {
@@ -130,89 +98,6 @@ class SessionRouter : public Host::DaemonControl {
       settle();
       return refusals;
    }
-   void settle() {
-      runUntil( [ this ] {
-         return Gant::activityManager()->poll() == 0 && !agent()->hulVrfRootSm()->busy() &&
-                channel()->requestsAcknowledged() == channel()->requestsQueued();
-      } );
-   }
-   Rows ask( const Json & request ) {
-      bool woken = false;
-      Rows rows;
-      const auto answer = Host::CommandTable::all().answer( *this, request, [ &woken ] { woken = true; } );
-      for ( auto step = answer->step( rows ); step != Host::Answer::Step::done; step = answer->step( rows ) )
-         if ( step == Host::Answer::Step::wait ) {
-            runUntil( [ & ] { return woken; } );
-            woken = false;
-         }
-      return rows;
-   }
-
-   // What a user sees, without the numbers that depend on the order.
-   Lines seen() {
-      Lines lines;
-      for ( const auto & row : ask( { { "command", "show fib" }, { "vrf", "all" } } ).rows ) {
-         Lines hops;
-         for ( auto hop : row.value( "nexthops", Json::array() ) ) {
-            for ( const char * number : { "gate", "index", "resolveIndex" } ) hop.erase( number );
-            hops.push_back( hop.dump() );
-         }
-         std::ranges::sort( hops );
-         lines.push_back( row[ "vrf" ].dump() + row[ "prefix" ].dump() + Json( hops ).dump() );
-      }
-      for ( const auto & row : ask( { { "command", "show pending" } } ).rows ) {
-         auto object = row[ "object" ].get< std::string >();
-         if ( object.starts_with( "adjacency " ) ) object = "an adjacency";
-         lines.push_back( object + ": " + row[ "reason" ].get< std::string >() );
-      }
-      for ( const char * show : { "show interfaces", "show tunnels", "show vrrp", "show vlans", "show nat" } )
-         for ( auto row : ask( { { "command", show } } ).rows ) {
-            row.erase( "fibGate" );
-            lines.push_back( row.dump() );
-         }
-      std::ranges::sort( lines );
-      return lines;
-   }
-   // Everything that is counted or drawn from a pool: the agent's, and what the data plane holds.
-   Lines held() {
-      Lines lines;
-      const auto verify = ask( { { "command", "verify" } } );
-      for ( const auto & row : verify.rows ) lines.push_back( row.dump() );
-      lines.push_back( "data plane " + verify.end.value( "compared", Json::object() ).dump() );
-      auto summary = ask( { { "command", "show summary" } } ).rows.at( 0 );
-      for ( const char * running : { "requests", "routeUpdates", "residentBytes" } ) summary.erase( running );
-      lines.push_back( summary.dump() );
-      const auto & db = *agent()->routeDb();
-      lines.push_back( Gant::textsOf( "FEC keys ", db.nextFecKey() - db.unusedFecKeys(), " sets ", db.intfToFecSets(),
-                                      " adjacencies ", agent()->hulVrfRootSm()->hulAdjSm()->adjs() ) );
-      for ( const auto & [ intfId, pool ] : agent()->l3Sm()->nhIndexManager()->nhLocalIndexIntfIterator() )
-         if ( const auto used = VexL3Unicast::NhIndexManager::indexMax - pool->freeNextHopIds(); used != 0 )
-            lines.push_back( Gant::textsOf( intfId, " uses ", used, " indexes" ) );
-      std::ranges::sort( lines );
-      return lines;
-   }
-   // What the data plane holds and the agent does not mean, and the other way round, whatever is there.
-   Lines wrong() {
-      settle();
-      Lines lines;
-      for ( const auto & row : ask( { { "command", "verify" } } ).rows ) lines.push_back( row.dump() );
-      return lines;
-   }
-   Lines refusedByDataPlane() {
-      Lines lines;
-      for ( auto row : ask( { { "command", "show errors" } } ).rows ) {
-         row.erase( "secondsAgo" );
-         lines.push_back( row.dump() );
-      }
-      return lines;
-   }
-
- private:
-   Host::RouterState state_;
-   bool fed_ = false;
-   Host::Supervisor supervisor_{ state_.tree(),
-                                 { "embedded", VEXDP_PROGRAM, "off" },
-                                 { [] { return true; }, [] {}, [ this ] { fed_ = true; } } };
 };
 
 struct End {
@@ -222,7 +107,7 @@ struct End {
 // Of a router that was told everything once, in order.
 const End & expected() {
    static const End end = [] {
-      SessionRouter router;
+      FactRouter router;
       EXPECT_EQ( router.tellAll(), Lines{} );
       return End{ router.seen(), router.held() };
    }();
@@ -231,7 +116,7 @@ const End & expected() {
 
 // What is wrong with the end of the steps; empty: nothing.
 std::string failure( const Steps & steps ) {
-   SessionRouter router;
+   FactRouter router;
    for ( const auto & step : steps ) router.take( step );
    const auto wrong = router.wrong();
    const auto refusals = router.tellAll();
@@ -285,7 +170,7 @@ INSTANTIATE_TEST_SUITE_P( Seeds, HostArrival, testing::Range( 1u, 21u ) );
 
 TEST( HostArrivalOfFacts, nothingLeaksInThousandsOfFlaps ) {
    std::minstd_rand random( 1 );
-   SessionRouter router;
+   FactRouter router;
    ASSERT_EQ( router.tellAll(), Lines{} );
    for ( int n = 0; n < 10000; ++n ) {
       router.take( flap( random ) );

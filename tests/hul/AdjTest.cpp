@@ -305,5 +305,39 @@ TEST_F( Router, noRouteIsToldOnAnAdjacencyThatWasRefusedUntilItIsTaken ) {
    EXPECT_THAT( drained(), ElementsAre( "createAdj 1: drop x1 refused" ) );
 }
 
+TEST_F( Router, anAdjacencyThatDoesNotFitOnAnInterfaceWaitsForItsPlace ) {
+   startUsual();
+   layer.root->hulAdjSm()->nextHopLimitsIs( { 2, 1 } );
+   const char * const hops[] = { "10.9.0.1", "10.9.0.2", "10.9.0.3", "10.9.0.4" };
+   for ( U64 fec = 1; fec <= 4; ++fec ) {
+      state.fec( fec, { via( "Et1", hops[ fec - 1 ] ) } );
+      state.route( Gant::format( "%llu.0.0.0/8", static_cast< unsigned long long >( fec ) ).c_str(), fec );
+   }
+   EXPECT_THAT( drained(), ElementsAre( "createAdj 0: unresolved Et1 x1", "1.0.0.0/8 vrf 0 none -> forward/0 seq 1",
+                                        "createAdj 1: unresolved Et1 x1", "2.0.0.0/8 vrf 0 none -> forward/1 seq 2" ) );
+   const Gant::String full = "it does not fit on Ethernet1: 2 of 2 next hops are in use";
+   EXPECT_THAT( layer.pending(),
+                ElementsAre( "adjacency 0: neighbour 10.9.0.1 on Ethernet1 is not resolved",
+                             "adjacency 1: neighbour 10.9.0.2 on Ethernet1 is not resolved", "adjacency 2: " + full,
+                             "adjacency 3: " + full, "route 3.0.0.0/8 in VRF 0: " + full,
+                             "route 4.0.0.0/8 in VRF 0: " + full ) );
+   EXPECT_THAT( layer.unprogrammed(), ElementsAre( "vrf 0 3.0.0.0/8 noRoom", "vrf 0 4.0.0.0/8 noRoom" ) );
+   // There is no place for the new next hop beside the old one.
+   state.neighbor( "Et1", "10.9.0.1", 1 );
+   EXPECT_THAT( drained(), ElementsAre( "updateAdj 0: nothing", "updateAdj 0: forward Et1 02:00:00:00:00:01 x1" ) );
+   // The one that waited longest comes in.
+   state.fib->fecDel( 2 );
+   EXPECT_THAT( drained(), ElementsAre( "2.0.0.0/8 vrf 0 forward/1 -> none", "deleteAdj 1",
+                                        "createAdj 2: unresolved Et1 x1", "3.0.0.0/8 vrf 0 none -> forward/2" ) );
+   // One that grows out of its place leaves it to others, and comes back.
+   state.fec( 1, { via( "Et1", "10.9.0.1" ), via( "Et1", "10.9.0.9" ) } );
+   EXPECT_THAT( drained(), ElementsAre( "updateAdj 0: nothing", "createAdj 3: unresolved Et1 x1",
+                                        "1.0.0.0/8 vrf 0 forward/0 -> none", "4.0.0.0/8 vrf 0 none -> forward/3" ) );
+   state.fib->fecDel( 3 );
+   state.fib->fecDel( 4 );
+   EXPECT_THAT( drained(), testing::Contains( "1.0.0.0/8 vrf 0 none -> forward/0" ) );
+   EXPECT_THAT( layer.unprogrammed(), IsEmpty() );
+}
+
 } // namespace
 } // namespace HulTest
