@@ -26,6 +26,7 @@ enum ExitCode { done = 0, failed = 1, usage = 2 };
 struct Options {
    std::vector< std::string > listen{ "localhost:10514" };
    std::string counters;
+   Vexdp::Limits limits;
    std::string logLevel = "info";
    std::optional< pid_t > parent; // 0: whoever it is
 };
@@ -42,6 +43,10 @@ std::optional< Options > parsed( int argc, char ** argv, int & exitCode ) {
    app.add_option( "--counters", options.counters,
                    "file to make for the counters, which others may map; without it they stay inside" )
         ->type_name( "FILE" );
+   app.add_option( "--max-routes", options.limits.routes, "routes that a FIB holds, all VRFs together" )
+        ->type_name( "N" )
+        ->capture_default_str()
+        ->check( CLI::Range( std::uint32_t( 1 ), Vexdp::Limits::kMostRoutes ) );
    app.add_option( "--log-level", options.logLevel, "debug, info, warning, error or off" )
         ->type_name( "LEVEL" )
         ->capture_default_str()
@@ -90,7 +95,7 @@ int serve( const Options & options, const sigset_t & signals ) {
    try {
       const auto counters = options.counters.empty() ? std::make_unique< Vexdp::CounterTable >()
                                                      : std::make_unique< Vexdp::CounterTable >( options.counters );
-      Vexdp::Engine engine( *counters );
+      Vexdp::Engine engine( *counters, options.limits );
       const Vexdp::Server server( engine, options.listen );
       for ( const auto & address : server.addresses() ) spdlog::info( "listening on {}", address );
       int signal = 0;
