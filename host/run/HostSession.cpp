@@ -26,6 +26,7 @@ constexpr double lookEvery = 0.01;
 struct Session::GantChannel : Vex::Channel::Notifiee {
    explicit GantChannel( Session * owner ) : Notifiee( owner, owner->channel_ ), owner( owner ) {}
    void onAcknowledged() override { owner->later( &Session::handleAcknowledged ); }
+   void onOwner() override { owner->later( &Session::tellStandBy ); }
    void onLost() override { owner->later( &Session::tellLost ); }
    Session * owner;
 };
@@ -36,8 +37,8 @@ struct Session::GantClock : Gant::Clock::Notifiee {
    Session * owner;
 };
 
-Session::Session( const StateTree & tree, const std::string & address, Events events ) :
-     tree_( tree ), events_( std::move( events ) ), channel_( Gant::make< Vex::GrpcChannel >( address ) ),
+Session::Session( const StateTree & tree, const std::string & address, bool takeOver, Events events ) :
+     tree_( tree ), events_( std::move( events ) ), channel_( Gant::make< Vex::GrpcChannel >( address, takeOver ) ),
      global_( Gant::make< Vex::ModuleGlobalCmdConfig >( channel_ ) ), clock_( Gant::activityManager()->newClock() ),
      begunAt_( clock_->now() ), channelReactor_( std::make_unique< GantChannel >( this ) ),
      clockReactor_( std::make_unique< GantClock >( this ) ) {
@@ -103,6 +104,10 @@ void Session::handleClock() {
    // The queue was as long as the table; its memory is not needed again.
    malloc_trim( 0 );
    events_.fed();
+}
+
+void Session::tellStandBy() {
+   if ( !channel_->owner().empty() ) events_.standBy();
 }
 
 void Session::tellLost() { events_.lost( channel_->lossReason() ); }

@@ -20,23 +20,25 @@ namespace Host {
 
 // Everything that is made anew for a data plane, and goes with it.
 //
-//   watches  Channel::onAcknowledged, onLost
+//   watches  Channel::onAcknowledged, onOwner, onLost
 //   calls    agentSmFactory, initializedIs, maybeStartProcessing
 //
-// States: connecting (there is no agent: nothing is worked out for a data plane that may never come), feeding (the
+// States: connecting (there is no agent: nothing is worked out for a data plane that may never come, or that another
+// agent has), feeding (the
 // agent stands, and not all that it made of the state is acknowledged), fed, lost. A lost session stays lost.
 class Session : public Gant::StateMachine {
  public:
    // Called in turns of the loop of their own; the session may be let go in them.
    struct Events {
       std::function< void() > begun;        // there is an agent now
+      std::function< void() > standBy;      // another agent has the data plane, as channel() says
       std::function< void() > acknowledged; // some requests were
       std::function< bool() > sourcesRead;  // whether the state is complete
       std::function< void() > fed;
       std::function< void( const std::string & reason ) > lost;
    };
-   // `address` as GrpcChannel takes it.
-   Session( const StateTree & tree, const std::string & address, Events events );
+   // `address` and `takeOver` as GrpcChannel takes them.
+   Session( const StateTree & tree, const std::string & address, bool takeOver, Events events );
    // The agent goes first, then what it stood on.
    ~Session() override;
 
@@ -57,6 +59,7 @@ class Session : public Gant::StateMachine {
    bool settled() const;
    // Runs it in a turn of its own, if the session is still there then.
    void later( void ( Session::*work )() );
+   void tellStandBy();
    void tellLost();
 
    const StateTree & tree_;

@@ -19,6 +19,8 @@ class PortModule : public Module {
  public:
    PortModule( VexModule::ModuleClass moduleClass, Kynet::IntfId intfId, Gant::Ptr< ModuleConfigStatusPair > pair );
    const char * fwkType() const override { return "Vex::PortModule"; }
+   // Of a PortRx: what comes in by a disabled one is dropped.
+   void setEnabled( bool enabled );
 };
 
 // Frames that come in: those that are for the router go on by EtherType, the rest of the router's own to gate 0.
