@@ -42,6 +42,8 @@ class Engine {
    Outcome dump( const vex::pb::DumpRequest & request, std::unique_ptr< Dump > & dump ) const;
 
    const CounterTable & counters() const { return counters_; }
+   // See CounterTable::share().
+   std::string shareCounters();
    const Limits & limits() const { return graph_.limits(); }
 
  private:

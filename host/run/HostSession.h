@@ -46,16 +46,18 @@ class Session : public Gant::StateMachine {
    const Gant::Ptr< VexL3Unicast::AgentSm > & agent() const { return agent_; }
    const Gant::Ptr< Vex::VexCommonSmData > & vexcsd() const { return vexcsd_; }
    const Gant::Ptr< Vex::GrpcChannel > & channel() const { return channel_; }
-   // Seconds from the session's begin until it was fed; 0 before.
+   // Seconds from the session's begin, or from the end of its standing by, until it was fed; 0 before.
    double fedSeconds() const { return fedSeconds_; }
 
  private:
    struct GantChannel;
    struct GantClock;
+   struct GantCounterClock;
    void handleAcknowledged();
    void handleClock();
    void start();
    void startRuleTables();
+   void mapCounters();
    bool settled() const;
    // Runs it in a turn of its own, if the session is still there then.
    void later( void ( Session::*work )() );
@@ -71,10 +73,13 @@ class Session : public Gant::StateMachine {
    Gant::Ptr< Vex::QosCpuPolicy > cpuPolicy_;
    Gant::Ptr< VexL3Unicast::AgentSm > agent_;
    Gant::Ptr< Gant::Clock > clock_;
+   Gant::Ptr< Gant::Clock > counterClock_; // set while the counters are not to be had
    double begunAt_ = 0;
+   bool stoodBy_ = false;
    double fedSeconds_ = 0;
    std::unique_ptr< GantChannel > channelReactor_;
    std::unique_ptr< GantClock > clockReactor_;
+   std::unique_ptr< GantCounterClock > counterClockReactor_;
    std::shared_ptr< bool > alive_ = std::make_shared< bool >( true );
 };
 
