@@ -79,6 +79,29 @@ class IpOutputComparer : public IpComparer {
    U32 mtu_ = 0;
 };
 
+class PortRxComparer : public Comparer {
+ public:
+   using Comparer::Comparer;
+   bool finish() override {
+      const auto text = []( bool enabled ) { return enabled ? "enabled" : "disabled"; };
+      findings().compared( "settings" );
+      findings().compare( name(), "port", text( static_cast< Vex::PortModule & >( module() ).enabled() ),
+                          text( enabled_ ) );
+      return true;
+   }
+
+ protected:
+   bool told( const std::string & cmd, const std::string & bytes ) override {
+      vex::pb::PortEnabledArg arg;
+      if ( cmd != "setEnabled" || !arg.ParseFromString( bytes ) ) return false;
+      enabled_ = arg.enabled();
+      return true;
+   }
+
+ private:
+   bool enabled_ = true;
+};
+
 class ClassifyComparer : public Comparer {
  public:
    using Comparer::Comparer;
@@ -167,6 +190,10 @@ std::unique_ptr< Comparer > ipInputComparer( Comparison & comparison, Vex::Modul
 
 std::unique_ptr< Comparer > ipOutputComparer( Comparison & comparison, Vex::Module & module ) {
    return std::make_unique< IpOutputComparer >( comparison, module );
+}
+
+std::unique_ptr< Comparer > portRxComparer( Comparison & comparison, Vex::Module & module ) {
+   return std::make_unique< PortRxComparer >( comparison, module );
 }
 
 std::unique_ptr< Comparer > classifyComparer( Comparison & comparison, Vex::Module & module ) {

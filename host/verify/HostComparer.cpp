@@ -96,6 +96,7 @@ std::unique_ptr< Comparer > comparerOf( Comparison & comparison, Vex::Module & m
         { VexModule::IpOutput, ipOutputComparer },  { VexModule::EtherClassify, classifyComparer },
         { VexModule::KyAclDb, ruleTablesComparer }, { VexModule::KyAcl, accessListComparer },
         { VexModule::PolicyQos, policyComparer },   { VexModule::Trap, trapComparer },
+        { VexModule::PortRx, portRxComparer },
    };
    const auto at = makers.find( module.moduleClass() );
    return at == makers.end() ? std::make_unique< Comparer >( comparison, module ) : at->second( comparison, module );

@@ -34,7 +34,6 @@ class L2Intf : public Gant::PtrInterface {
    virtual void vrfIdIs( Hul::VrfId vrfId );
    // A disabled interface takes in nothing. At first it is enabled.
    void enabledIs( bool enabled );
-   bool enabled() const { return enabled_; }
    // Frames to this address are the router's own too, or not any more.
    virtual void addVirtualMac( const Kynet::EthAddr & macAddr );
    virtual void removeVirtualMac( const Kynet::EthAddr & macAddr );

@@ -36,6 +36,7 @@ PortModule::PortModule( VexModule::ModuleClass moduleClass, Kynet::IntfId intfId
              gatesMax, 1, 0, 0, portArg( intfId ), std::move( pair ) ) {}
 
 void PortModule::setEnabled( bool enabled ) {
+   enabled_ = enabled;
    auto * const arg = newMessage< vex::pb::PortEnabledArg >( *this );
    arg->set_enabled( enabled );
    enqueueChange( *this, "setEnabled", arg );
