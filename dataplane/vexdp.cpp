@@ -26,6 +26,7 @@ enum ExitCode { done = 0, failed = 1, usage = 2 };
 struct Options {
    std::vector< std::string > listen{ "localhost:10514" };
    std::string counters;
+   Vexdp::Limits limits;
    std::string logLevel = "info";
    std::optional< pid_t > parent; // 0: whoever it is
 };
@@ -42,6 +43,10 @@ std::optional< Options > parsed( int argc, char ** argv, int & exitCode ) {
    app.add_option( "--counters", options.counters,
                    "file to make for the counters, which others may map; without it they stay inside" )
         ->type_name( "FILE" );
+   app.add_option( "--max-routes", options.limits.routes, "routes that a FIB holds, all VRFs together" )
+        ->type_name( "N" )
+        ->capture_default_str()
+        ->check( CLI::Range( std::uint32_t( 1 ), Vexdp::Limits::kMostRoutes ) );
    app.add_option( "--log-level", options.logLevel, "debug, info, warning, error or off" )
         ->type_name( "LEVEL" )
         ->capture_default_str()
@@ -86,15 +91,30 @@ sigset_t blockedSignals() {
    return signals;
 }
 
+// The signal that ends it. Meanwhile the counter file is made as soon as there is room.
+int waited( const sigset_t & signals, Vexdp::Engine & engine ) {
+   constexpr timespec kPatience{ 1, 0 };
+   auto reason = engine.shareCounters();
+   if ( !reason.empty() ) spdlog::warn( "{}: counting goes on without it", reason );
+   while ( !reason.empty() ) {
+      const int signal = sigtimedwait( &signals, nullptr, &kPatience );
+      if ( signal > 0 ) return signal;
+      reason = engine.shareCounters();
+      if ( reason.empty() ) spdlog::info( "counter file {}: there is room", engine.counters().path() );
+   }
+   int signal = 0;
+   sigwait( &signals, &signal );
+   return signal;
+}
+
 int serve( const Options & options, const sigset_t & signals ) {
    try {
       const auto counters = options.counters.empty() ? std::make_unique< Vexdp::CounterTable >()
                                                      : std::make_unique< Vexdp::CounterTable >( options.counters );
-      Vexdp::Engine engine( *counters );
+      Vexdp::Engine engine( *counters, options.limits );
       const Vexdp::Server server( engine, options.listen );
       for ( const auto & address : server.addresses() ) spdlog::info( "listening on {}", address );
-      int signal = 0;
-      sigwait( &signals, &signal );
+      const int signal = waited( signals, engine );
       spdlog::info( "ending on {}", signal == SIGINT ? "SIGINT" : "SIGTERM" );
       return done;
    } catch ( const std::exception & error ) {
@@ -114,6 +134,8 @@ int main( int argc, char ** argv ) {
    const auto signals = blockedSignals();
    // A log that nobody reads any more is no reason to end.
    signal( SIGPIPE, SIG_IGN );
+   // A file over the limit of its size is one that there is no room for.
+   signal( SIGXFSZ, SIG_IGN );
    if ( options->parent && !parentLives( *options->parent, parentAtStart ) ) {
       std::cerr << "vexdp: the parent process is gone\n";
       return failed;

@@ -26,9 +26,9 @@ struct ChangeResult {
    std::string message; // why not, or what is done less than was told, naming the object
 };
 
-// States: starting (the data plane is not reached yet), running, waiting (the data plane is lost, and a restart is
-// due).
-enum class Phase { starting, running, waiting };
+// States: starting (the data plane is not reached yet), standby (another agent has it), running, waiting (the data
+// plane is lost, and a restart is due).
+enum class Phase { starting, standby, running, waiting };
 
 // What the daemon knows of itself.
 struct DaemonStatus {
@@ -36,6 +36,8 @@ struct DaemonStatus {
    double startedAt = 0;      // seconds of the system clock
    std::string dataPlane;     // the address, or "embedded"
    int dataPlanePid = 0;      // of an embedded one, otherwise 0
+   std::string owner;         // the agent that has it, in words, on standby; otherwise empty
+   double ownedSince = 0;     // seconds of the system clock of the data plane
    unsigned restarts = 0;     // how often the data plane was lost
    std::string lastLoss;      // why, the last time
    double lastFedSeconds = 0; // from the last session's begin until everything fed at start was acknowledged

@@ -29,6 +29,12 @@ constexpr std::size_t kSize = kOffset + std::size_t( kSlots ) * sizeof( std::uin
    throw std::runtime_error( fmt::format( "counter file {}: {}", path, why ) );
 }
 
+struct NoRoom : std::runtime_error {
+   using std::runtime_error::runtime_error;
+};
+
+bool isForWantOfRoom( int error ) { return error == ENOSPC || error == EDQUOT || error == EFBIG; }
+
 // Closes its descriptor.
 class File {
  public:
@@ -68,12 +74,13 @@ bool isCounterTable( int fd ) {
 }
 
 // REQUIRES: nobody else makes the file meanwhile
-void requireReplaceable( const std::string & path ) {
+void removeLeftOver( const std::string & path ) {
    const File file( path, 0 );
    if ( !file && errno == ENOENT ) return;
    if ( !file ) fail( path, std::strerror( errno ) );
    if ( !isCounterTable( file.get() ) ) fail( path, "exists and is not a counter table" );
    if ( !file.lock() ) fail( path, "in use by another process" );
+   unlink( path.c_str() );
 }
 
 // The file that becomes the table, held. Whoever holds it is the only one that makes the table; what a dead process
@@ -81,6 +88,7 @@ void requireReplaceable( const std::string & path ) {
 File heldDraft( const std::string & path, const std::string & draft ) {
    for ( ;; ) {
       File file( draft, O_CREAT );
+      if ( !file && isForWantOfRoom( errno ) ) throw NoRoom( std::strerror( errno ) );
       if ( !file ) fail( path, std::strerror( errno ) );
       if ( !isCounterTable( file.get() ) ) fail( draft, "exists and is not a counter table" );
       if ( !file.lock() ) fail( path, "in use by another process" );
@@ -103,8 +111,11 @@ int makeFile( const std::string & path ) {
    const auto draft = path + ".new";
    auto file = heldDraft( path, draft );
    try {
-      requireReplaceable( path );
-      if ( const int error = written( file.get() ) ) fail( path, std::strerror( error ) );
+      // Before the pages are reserved: it may be what takes the room.
+      removeLeftOver( path );
+      const int error = written( file.get() );
+      if ( isForWantOfRoom( error ) ) throw NoRoom( std::strerror( error ) );
+      if ( error != 0 ) fail( path, std::strerror( error ) );
       if ( rename( draft.c_str(), path.c_str() ) != 0 ) fail( path, std::strerror( errno ) );
    } catch ( ... ) {
       unlink( draft.c_str() );
@@ -121,20 +132,41 @@ void * mapped( int fd ) {
 
 } // namespace
 
-CounterTable::CounterTable() : map_( mapped( -1 ) ) {
-   if ( map_ == nullptr ) throw std::bad_alloc();
+CounterTable::CounterTable() { mapIs( mapped( -1 ) ); }
+
+CounterTable::CounterTable( const std::string & path ) : CounterTable() {
+   path_ = std::filesystem::absolute( path );
+   share();
+}
+
+void CounterTable::mapIs( void * map ) {
+   if ( map == nullptr ) throw std::bad_alloc();
+   map_ = map;
    counts_ = reinterpret_cast< std::uint64_t * >( static_cast< char * >( map_ ) + kOffset );
 }
 
-CounterTable::CounterTable( const std::string & path ) :
-     path_( std::filesystem::absolute( path ) ), fd_( makeFile( path_ ) ), map_( mapped( fd_ ) ) {
-   if ( map_ == nullptr ) {
+std::string CounterTable::share() {
+   if ( path_.empty() || shared() ) return {};
+   int fd = -1;
+   try {
+      fd = makeFile( path_ );
+   } catch ( const NoRoom & error ) {
+      return fmt::format( "counter file {}: {}", path_, error.what() );
+   }
+   void * const map = mapped( fd );
+   if ( map == nullptr ) {
       const std::string why = std::strerror( errno );
       unlink( path_.c_str() );
-      close( fd_ );
+      close( fd );
       fail( path_, why );
    }
-   counts_ = reinterpret_cast< std::uint64_t * >( static_cast< char * >( map_ ) + kOffset );
+   auto * const before = map_;
+   const auto * const counts = counts_;
+   mapIs( map );
+   std::copy_n( counts, used_, counts_ );
+   munmap( before, kSize );
+   fd_ = fd;
+   return {};
 }
 
 CounterTable::~CounterTable() {

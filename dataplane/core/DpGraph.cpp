@@ -34,6 +34,7 @@ Outcome Graph::add( std::unique_ptr< Module > module ) {
       const auto [ at, added ] = shared_.try_emplace( &mclass, module.get() );
       if ( !added ) return refuse( EEXIST, "class {} has its one module, {}", mclass.name, at->second->name() );
    }
+   if ( mclass.trap && trap_ == nullptr ) trap_ = module.get();
    modules_.emplace( module->name(), std::move( module ) );
    return {};
 }
@@ -47,11 +48,13 @@ Outcome Graph::remove( std::string_view name ) {
    const auto upstream = module.upstream_;
    for ( const auto & [ from, ogate ] : upstream ) cut( *from, ogate );
    if ( module.mclass().shared ) shared_.erase( &module.mclass() );
+   if ( trap_ == &module ) trap_ = nullptr;
    modules_.erase( at );
    return {};
 }
 
 void Graph::clear() {
+   trap_ = nullptr;
    shared_.clear();
    modules_.clear();
 }

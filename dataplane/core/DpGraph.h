@@ -12,8 +12,18 @@
 
 namespace Vexdp {
 
+// What the tables of a data plane hold, whatever they are asked for.
+struct Limits {
+   // A route needs at most two blocks of a trie that numbers them in 24 bits.
+   static constexpr std::uint32_t kMostRoutes = ( 1u << 23 ) - 1;
+   std::uint32_t routes = 1u << 22; // of a FIB, all VRFs together
+};
+
 class Graph {
  public:
+   explicit Graph( const Limits & limits = {} ) : limits_( limits ) {}
+
+   const Limits & limits() const { return limits_; }
    using Modules = std::map< std::string, std::unique_ptr< Module >, std::less<> >;
 
    // In the order of their names.
@@ -26,6 +36,9 @@ class Graph {
       const auto at = shared_.find( &T::moduleClass() );
       return at == shared_.end() ? nullptr : static_cast< T * >( at->second );
    }
+
+   // Where packets are handed to the router itself; null when there is no such module.
+   Module * trap() const { return trap_; }
 
    // EEXIST: the name is in use, or the class is shared and has its module.
    Outcome add( std::unique_ptr< Module > module );
@@ -42,8 +55,10 @@ class Graph {
  private:
    static void cut( Module & from, GateId ogate );
 
+   const Limits limits_;
    Modules modules_;
    absl::flat_hash_map< const ModuleClass *, Module * > shared_;
+   Module * trap_ = nullptr;
 };
 
 } // namespace Vexdp

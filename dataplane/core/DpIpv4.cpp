@@ -55,6 +55,11 @@ void Ipv4Header::ttlDecrement() {
    put16( at_ + 10, checksumChanged( checksum(), before, get16( at_ + 8 ) ) );
 }
 
+bool hasHop( const Packet & packet ) {
+   constexpr std::size_t kTtl = 8; // place in the header
+   return packet.meta.own || packet.meta.ttlDone || packet.size() < Ipv4Header::kMinLen || packet.data()[ kTtl ] > 1;
+}
+
 bool takeHop( Ipv4Header & header, Packet & packet ) {
    if ( packet.meta.own || packet.meta.ttlDone ) return true;
    if ( header.ttl() <= 1 ) return false;

@@ -64,6 +64,8 @@ class Ipv4Header {
 // Takes this router's hop from the TTL, once on the packet's way, and not from the router's own packets. False: the TTL
 // ends here (RFC 1812, section 5.3.1). REQUIRES: the header is the packet's
 bool takeHop( Ipv4Header & header, Packet & packet );
+// Whether takeHop() is true of it.
+bool hasHop( const Packet & packet );
 
 // Fields of a header without options, to be written whole.
 struct Ipv4Fields {

@@ -63,6 +63,10 @@ class Module {
 
    // Matches and rewrites the packet, and says what becomes of it. The packet can hold any bytes whatever.
    virtual Fate process( Packet & packet, Context & context ) = 0;
+   // Whether it would hand the packet to the router itself.
+   virtual bool punts( const Packet & ) const { return false; }
+   // The gate by which packets leave as they came, of a module that does no more than let them pass.
+   virtual std::optional< GateId > passGate() const { return std::nullopt; }
    // The commands in effect, beyond what the init message says. Calling it is quick; what it returns may be slow.
    virtual CommandSource commands() const {
       return []( CommandSink & ) {};
@@ -86,6 +90,8 @@ class Module {
    std::uint64_t deadEnds() const { return deadEnds_; }
 
  protected:
+   // Whether a packet that leaves by the gate is handed to the router itself before anything is changed in it.
+   bool puntedBehind( GateId ogate, const Packet & packet ) const;
    // To find the module of a shared class. Not while it is made or destroyed.
    const Graph & graph() const { return graph_; }
 

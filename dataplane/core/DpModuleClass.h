@@ -45,6 +45,8 @@ struct ModuleClass {
    std::vector< Command > commands;
    // Other modules look its module up: a graph has at most one, and a dump tells its commands before the others'.
    bool shared = false;
+   // Its module gets what is punted by a gate that leads nowhere.
+   bool trap = false;
 
    // Null when there is none of the name.
    const Command * command( std::string_view name ) const;
@@ -67,6 +69,11 @@ ModuleClass describe( std::string name, std::string help, GateLimits gates, std:
 // The same class, shared.
 inline ModuleClass shared( ModuleClass mclass ) {
    mclass.shared = true;
+   return mclass;
+}
+
+inline ModuleClass trapping( ModuleClass mclass ) {
+   mclass.trap = true;
    return mclass;
 }
 

@@ -1,5 +1,6 @@
 #include "DpWalk.h"
 
+#include "DpGraph.h"
 #include "DpModuleClass.h"
 
 #include <chrono>
@@ -62,7 +63,7 @@ void Walk::run( Module & source, Packet packet, Reply * trace ) {
       auto parked = std::move( context_.parked_.front() );
       context_.parked_.pop_front();
       context_.hops_ = parked.hops;
-      follow( *parked.from, parked.ogate, parked.packet );
+      follow( *parked.from, Fate( Fate::Kind::forwarded, parked.ogate ), parked.packet );
    }
 }
 
@@ -80,28 +81,28 @@ void Walk::lose( Module & module, const Packet & packet, fmt::format_string< Arg
 void Walk::follow( Module & source, Packet & packet ) {
    context_.igate_ = 0;
    const auto fate = visit( source, packet );
-   if ( fate.kind_ == Fate::Kind::forwarded )
-      follow( source, fate.ogate_, packet );
+   if ( fate.goesOn() )
+      follow( source, fate, packet );
    else
       end( source, fate, packet );
 }
 
-void Walk::follow( Module & from, GateId ogate, Packet & packet ) {
+void Walk::follow( Module & from, Fate fate, Packet & packet ) {
    Module * at = &from;
    while ( true ) {
       if ( context_.hops_ >= kMaxHops ) return lose( *at, packet, "loop" );
-      Module * next = cross( *at, ogate, packet );
-      if ( next == nullptr ) return lose( *at, packet, "gate {} is not connected", ogate );
+      Module * next = cross( *at, fate, packet );
+      if ( next == nullptr ) return lose( *at, packet, "gate {} is not connected", fate.ogate_ );
       at = next;
-      const auto fate = visit( *at, packet );
-      if ( fate.kind_ != Fate::Kind::forwarded ) return end( *at, fate, packet );
-      ogate = fate.ogate_;
+      fate = visit( *at, packet );
+      if ( !fate.goesOn() ) return end( *at, fate, packet );
    }
 }
 
-Module * Walk::cross( Module & from, GateId ogate, const Packet & packet ) {
-   if ( ogate >= from.ogates_.size() || from.ogates_[ ogate ].peer == nullptr ) return nullptr;
-   auto & gate = from.ogates_[ ogate ];
+Module * Walk::cross( Module & from, Fate fate, const Packet & packet ) {
+   if ( fate.ogate_ >= from.ogates_.size() || from.ogates_[ fate.ogate_ ].peer == nullptr )
+      return fate.kind_ == Fate::Kind::punted ? from.graph_.trap() : nullptr;
+   auto & gate = from.ogates_[ fate.ogate_ ];
    context_.igate_ = gate.igate;
    if ( context_.counting_ ) {
       countPacket( gate.counters, packet, context_.now_ );
@@ -118,7 +119,7 @@ Fate Walk::visit( Module & module, Packet & packet ) {
    context_.step_->set_module( module.name() );
    context_.step_->set_mclass( module.mclass().name );
    const auto fate = module.process( packet, context_ );
-   if ( fate.kind_ == Fate::Kind::forwarded ) context_.step_->set_ogate( fate.ogate_ );
+   if ( fate.goesOn() && fate.ogate_ != kNoGate ) context_.step_->set_ogate( fate.ogate_ );
    return fate;
 }
 

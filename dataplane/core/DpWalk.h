@@ -17,7 +17,8 @@ class Fate {
  private:
    friend class Context;
    friend class Walk;
-   enum class Kind : std::uint8_t { forwarded, dropped, local, sent };
+   enum class Kind : std::uint8_t { forwarded, punted, dropped, local, sent };
+   bool goesOn() const { return kind_ == Kind::forwarded || kind_ == Kind::punted; }
    explicit Fate( Kind kind, GateId ogate = 0 ) : kind_( kind ), ogate_( ogate ) {}
    Kind kind_;
    GateId ogate_;
@@ -35,11 +36,17 @@ class Context {
 
    Fate forward( GateId ogate ) { return Fate( Fate::Kind::forwarded, ogate ); }
 
-   // Hands it to the router itself, by way of the trap gate.
+   // Hands it to the router itself: by way of the trap gate, or, where that leads nowhere, to the graph's trap.
    template < typename... Args >
    Fate punt( fmt::format_string< Args... > reason, Args &&... args ) {
       if ( trace_ != nullptr ) reasonIs( fmt::format( reason, std::forward< Args >( args )... ) );
-      return Fate( Fate::Kind::forwarded, kTrapGate );
+      return Fate( Fate::Kind::punted, kTrapGate );
+   }
+   // The same for a module without a trap gate.
+   template < typename... Args >
+   Fate handUp( fmt::format_string< Args... > reason, Args &&... args ) {
+      if ( trace_ != nullptr ) reasonIs( fmt::format( reason, std::forward< Args >( args )... ) );
+      return Fate( Fate::Kind::punted, kNoGate );
    }
 
    template < typename... Args >
@@ -121,9 +128,9 @@ class Walk {
 
  private:
    void follow( Module & source, Packet & packet );
-   void follow( Module & from, GateId ogate, Packet & packet );
+   void follow( Module & from, Fate fate, Packet & packet );
    // The next module, or null when the gate leads nowhere.
-   Module * cross( Module & from, GateId ogate, const Packet & packet );
+   Module * cross( Module & from, Fate fate, const Packet & packet );
    Fate visit( Module & module, Packet & packet );
    void end( Module & module, Fate fate, const Packet & packet );
    template < typename... Args >

@@ -4,6 +4,8 @@
 #include "DpModuleClass.h"
 #include "DpWalk.h"
 
+#include <spdlog/spdlog.h>
+
 #include <algorithm>
 #include <cerrno>
 
@@ -45,11 +47,14 @@ const ModuleClass & FibIpv4::moduleClass() {
 }
 
 Outcome FibIpv4::check( const FibIpv4Arg & init ) {
-   return requireCapacity( "max_rules", init.has_max_rules(), init.max_rules(), kMaxRules );
+   return requireCapacity( "max_rules", init.has_max_rules(), init.max_rules(), Limits::kMostRoutes );
 }
 
 FibIpv4::FibIpv4( Identity identity, const FibIpv4Arg & init ) :
-     Module( std::move( identity ) ), maxRules_( init.has_max_rules() ? init.max_rules() : kDefaultRules ) {}
+     Module( std::move( identity ) ), maxRoutes_( graph().limits().routes ) {
+   if ( init.max_rules() > maxRoutes_ )
+      spdlog::warn( "{} is to hold {} routes, and the limit is {}", name(), init.max_rules(), maxRoutes_ );
+}
 
 Lpm * FibIpv4::table( std::uint32_t vrf ) const {
    const auto at = vrfs_.find( vrf );
@@ -90,7 +95,7 @@ Outcome FibIpv4::addRoute( const FibIpv4RouteArg & arg ) {
    auto * routes = table( arg.vrf() );
    if ( routes == nullptr ) return noVrf( arg.vrf() );
 
-   switch ( routes->insert( prefix, arg.fec_id(), routes_ < maxRules_ ) ) {
+   switch ( routes->insert( prefix, arg.fec_id(), routes_ < maxRoutes_ ) ) {
    case Lpm::Insert::full:
       return refuse( ENOSPC, "no room for prefix {} of VRF {}, the table is full with {} routes", prefix, arg.vrf(),
                      routes_ );
@@ -256,7 +261,7 @@ CommandSource FibIpv4::commands() const {
 }
 
 std::string FibIpv4::desc() const {
-   return fmt::format( "{} routes, {} VRFs, {} FECs", routes_, vrfs_.size(), fecs_.size() );
+   return fmt::format( "{} of {} routes, {} VRFs, {} FECs", routes_, maxRoutes_, vrfs_.size(), fecs_.size() );
 }
 
 Outcome FibIpv4::lookup( const LookupRequest & request, LookupReply & reply ) const {

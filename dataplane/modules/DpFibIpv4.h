@@ -13,6 +13,7 @@
 #pragma once
 
 #include "DpCounterIds.h"
+#include "DpGraph.h"
 #include "DpLpm.h"
 #include "DpModule.h"
 
@@ -29,10 +30,7 @@ namespace Vexdp {
 
 class FibIpv4 : public Module {
  public:
-   // When the init message doesn't say.
-   static constexpr std::uint32_t kDefaultRules = 1u << 20;
-   static constexpr std::uint32_t kMaxRules = 1u << 22;
-   static_assert( std::size_t( 2 ) * kMaxRules <= LpmPool::kMaxBlocks );
+   static_assert( std::size_t( 2 ) * Limits::kMostRoutes <= LpmPool::kMaxBlocks );
    // Every VRF costs half a megabyte of address space.
    static constexpr std::size_t kMaxVrfs = 4096;
 
@@ -43,14 +41,15 @@ class FibIpv4 : public Module {
    using Fec = absl::InlinedVector< Member, 4 >;
 
    static const ModuleClass & moduleClass();
-   // `max_tbl8s` sizes nothing here: blocks come as they are needed.
+   // `max_rules` is what the sender wants held at least; the table holds what the data plane's limit says, and a limit
+   // below it is a line in the log. `max_tbl8s` sizes nothing here: blocks come as they are needed.
    static Outcome check( const vex::pb::FibIpv4Arg & init );
    FibIpv4( Identity identity, const vex::pb::FibIpv4Arg & init );
 
    // EEXIST: the VRF is there. ENOSPC: kMaxVrfs of them are.
    Outcome addVrf( const vex::pb::FibIpv4VrfArg & arg );
    Outcome delVrf( const vex::pb::FibIpv4VrfArg & arg );
-   // Adds or replaces. ENOENT: no such VRF. ENOSPC: `max_rules` routes are there.
+   // Adds or replaces. ENOENT: no such VRF. ENOSPC: as many routes as it holds are there.
    Outcome addRoute( const vex::pb::FibIpv4RouteArg & arg );
    Outcome delRoute( const vex::pb::FibIpv4RouteArg & arg );
    // Adds or replaces.
@@ -75,7 +74,7 @@ class FibIpv4 : public Module {
    Lpm * table( std::uint32_t vrf ) const;
    static Fate forwardBy( const Fec & fec, std::uint32_t id, std::uint32_t hash, Packet & packet, Context & context );
 
-   const std::uint32_t maxRules_;
+   const std::uint32_t maxRoutes_;
    LpmPool pool_;
    absl::flat_hash_map< std::uint32_t, std::unique_ptr< Lpm > > vrfs_;
    absl::flat_hash_map< std::uint32_t, Fec > fecs_;

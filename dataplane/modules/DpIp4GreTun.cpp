@@ -68,6 +68,10 @@ Fate Ip4GreTun::process( Packet & packet, Context & context ) {
    return context.forward( kGreOut );
 }
 
+bool Ip4GreTun::punts( const Packet & packet ) const {
+   return destinationOf( init_ ).value != 0 && !init_.cp_ingress() && !hasHop( packet );
+}
+
 std::uint8_t Ip4GreTun::outerTtl( std::uint8_t inner ) const {
    const auto configured = std::uint8_t( init_.ip_encap_arg().tun_ttl() );
    return innerTtl_.value_or( false ) || configured == 0 ? inner : configured;

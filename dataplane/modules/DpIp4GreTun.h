@@ -30,6 +30,7 @@ class Ip4GreTun : public Module {
    Outcome setIp4TunTtl( const vex::pb::TunTtlArg & arg );
 
    Fate process( Packet & packet, Context & context ) override;
+   bool punts( const Packet & packet ) const override;
    CommandSource commands() const override;
    std::string desc() const override;
 

@@ -24,6 +24,8 @@ Fate Ip4IpsecTun::process( Packet & packet, Context & context ) {
    return context.forward( kIpsecTunOut );
 }
 
+std::optional< GateId > Ip4IpsecTun::passGate() const { return kIpsecTunOut; }
+
 std::string Ip4IpsecTun::desc() const { return fmt::format( "tunnel {}", tunId_ ); }
 
 } // namespace Vexdp

@@ -18,6 +18,7 @@ class Ip4IpsecTun : public Module {
    Ip4IpsecTun( Identity identity, const vex::pb::Ip4IpsecTunArg & init );
 
    Fate process( Packet & packet, Context & context ) override;
+   std::optional< GateId > passGate() const override;
    std::string desc() const override;
 
  private:

@@ -64,6 +64,10 @@ Fate IpOutput::process( Packet & packet, Context & context ) {
    if ( !header || header->totalLen() < header->headerLen() || header->totalLen() > packet.size() )
       return context.drop( kNoCounter, "not an IPv4 packet" );
    packet.trim( header->totalLen() );
+   if ( puntedBehind( kOutputOut, packet ) ) {
+      context.note( "goes to the router as it is" );
+      return context.forward( kOutputOut );
+   }
    clamp_.apply( *header, packet, context );
    if ( mtu_ == 0 || packet.size() <= mtu_ ) {
       context.note( "{} bytes fit", packet.size() );

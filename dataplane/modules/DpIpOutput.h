@@ -2,7 +2,7 @@
 //
 //   in     any gate     IPv4 packets
 //   out    0            to the trap: bigger than the MTU, and not to be fragmented
-//          1            on
+//          1            on; what a module behind it hands to the router itself goes there whole and unchanged
 //   drops  what cannot be fragmented (under its counter), what is not IPv4
 #pragma once
 

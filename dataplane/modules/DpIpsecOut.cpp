@@ -48,8 +48,13 @@ Fate IpsecTunnelEgress::process( Packet & packet, Context & context ) {
    auto * sa = management == nullptr ? nullptr : management->outbound( vrf_, encapId_ );
    if ( sa == nullptr ) return context.drop( kNoCounter, "connection {} in VRF {} has no outbound SA", encapId_, vrf_ );
    if ( localOut_ ) packet.meta.own = true;
-   if ( !takeHop( *header, packet ) ) return context.drop( kNoCounter, "the TTL expired" );
+   if ( !takeHop( *header, packet ) ) return context.handUp( "the TTL expired" );
    return seal( *sa, packet, context );
+}
+
+bool IpsecTunnelEgress::punts( const Packet & packet ) const {
+   const auto * management = graph().shared< IpsecManagement >();
+   return !localOut_ && !hasHop( packet ) && management != nullptr && management->outbound( vrf_, encapId_ ) != nullptr;
 }
 
 std::string IpsecTunnelEgress::desc() const {

@@ -13,8 +13,10 @@ namespace Vexdp {
 //
 //   in     any gate     IPv4 packets
 //   out    0            on, protected
-//   drops  while the connection has no outbound association: nothing leaves in the clear. What is not IPv4, the TTL
-//          of which ends here, that its association can't take
+//   drops  while the connection has no outbound association: nothing leaves in the clear. What is not IPv4, what its
+//          association can't take
+//
+// What has its TTL end here is handed to the router.
 //
 // On the transit path the packet loses this router's hop here, if it hasn't before, so that it isn't taken from the
 // outer header later.
@@ -25,6 +27,7 @@ class IpsecTunnelEgress : public Module {
    IpsecTunnelEgress( Identity identity, const vex::pb::IpsecTunnelEgressArg & init );
 
    Fate process( Packet & packet, Context & context ) override;
+   bool punts( const Packet & packet ) const override;
    std::string desc() const override;
 
  private:

@@ -71,6 +71,8 @@ CommandSource KyAcl::commands() const {
    };
 }
 
+std::optional< GateId > KyAcl::passGate() const { return kPermitted; }
+
 std::string KyAcl::desc() const {
    return fmt::format( "{}, {}", ingress_ ? "in" : "out", list_.desc( RuleTarget::security ) );
 }

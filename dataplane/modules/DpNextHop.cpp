@@ -118,6 +118,13 @@ Fate NextHop::process( Packet & packet, Context & context ) {
    }
 }
 
+bool NextHop::punts( const Packet & packet ) const {
+   const auto * nh = entry( packet.meta.nhIndex );
+   if ( nh == nullptr ) return false;
+   const bool forwards = nh->pktCmd == vex::next_hop_command::kForward && nh->mac && srcMac_;
+   return nh->pktCmd == vex::next_hop_command::kPunt || ( forwards && !hasHop( packet ) );
+}
+
 Fate NextHop::forwardTo( const Entry & entry, Packet & packet, Context & context ) {
    if ( !entry.mac )
       return context.drop( counters_[ NextHopCounter::kInvalidNexthopCounterFieldNumber ], "next hop {} has no MAC",

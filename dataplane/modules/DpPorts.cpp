@@ -20,12 +20,29 @@ Port::Port( Identity identity, const PortArg & init ) :
 
 const ModuleClass & PortRx::moduleClass() {
    static const ModuleClass self =
-        describe< PortRx, PortArg >( "PortRx", "frames from an interface", { .igates = 0, .ogates = 1 }, {} );
+        describe< PortRx, PortArg >( "PortRx", "frames from an interface", { .igates = 0, .ogates = 1 },
+                                     { command< &PortRx::setEnabled >( "setEnabled" ) } );
    return self;
+}
+
+Outcome PortRx::setEnabled( const vex::pb::PortEnabledArg & arg ) {
+   if ( auto out = requireFields( { { arg.has_enabled(), "enabled" } } ); !out.ok() ) return out;
+   enabled_ = arg.enabled();
+   return {};
+}
+
+CommandSource PortRx::commands() const {
+   return [ enabled = enabled_ ]( CommandSink & sink ) {
+      if ( !enabled ) return;
+      vex::pb::PortEnabledArg arg;
+      arg.set_enabled( *enabled );
+      sink.command( "setEnabled", arg );
+   };
 }
 
 Fate PortRx::process( Packet & packet, Context & context ) {
    packet.meta.ingressIntf = intfId();
+   if ( !enabled_.value_or( true ) ) return context.drop( kNoCounter, "{} is disabled", intfname() );
    context.note( "in from {}", intfname() );
    return context.forward( kPortOut );
 }

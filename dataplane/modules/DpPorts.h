@@ -25,12 +25,19 @@ class Port : public Module {
    const std::uint64_t intfId_;
 };
 
-// Frames from the interface, or bare IP packets from a tunnel interface, leave by gate 0.
+// Frames from the interface, or bare IP packets from a tunnel interface, leave by gate 0. Those of a disabled interface
+// are dropped.
 class PortRx : public Port {
  public:
    static const ModuleClass & moduleClass();
    using Port::Port;
+   // At first it is enabled.
+   Outcome setEnabled( const vex::pb::PortEnabledArg & arg );
    Fate process( Packet & packet, Context & context ) override;
+   CommandSource commands() const override;
+
+ private:
+   std::optional< bool > enabled_;
 };
 
 // IP packets of the router's own leave by gate 0, with the VRF that "setVrf" names, at first 0.

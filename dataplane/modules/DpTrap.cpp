@@ -8,9 +8,9 @@ namespace Vexdp {
 using vex::pb::PolicyApplyArg;
 
 const ModuleClass & Trap::moduleClass() {
-   static const ModuleClass self = describe< Trap, bess::pb::EmptyArg >(
+   static const ModuleClass self = trapping( describe< Trap, bess::pb::EmptyArg >(
         "Trap", "packets that go to the router itself", { .igates = kMaxGates, .ogates = 0 },
-        { command< &Trap::applyPolicy >( "applyPolicy" ) } );
+        { command< &Trap::applyPolicy >( "applyPolicy" ) } ) );
    return self;
 }
 

@@ -70,9 +70,14 @@ class BatchRun {
    }
 
    void refused( const Outcome & out, const Subject & subject ) {
+      const auto before = reply_.refusal_size();
       auto & refusal = *reply_.add_refusal();
       refusal.set_index( index_ );
-      report( subject, out.refusal(), refusal );
+      report( subject, out.refusal(),
+              before < kRefusalsWithStatus ? Telling::status
+              : before < kRefusalsWithText ? Telling::text
+                                           : Telling::code,
+              refusal );
    }
 
    void answered( google::protobuf::Any & data ) {

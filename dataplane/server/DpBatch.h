@@ -14,6 +14,10 @@ inline constexpr const char * kDisconnect = "DisconnectModules";
 // What a request for a module is about. The module isn't there to ask for its class.
 Subject subjectOf( const bess::pb::CreateModuleRequest & request );
 
+// Of the refusals in a reply, the first so many have a google.rpc.Status and a text; the others have their code.
+inline constexpr int kRefusalsWithStatus = 16;
+inline constexpr int kRefusalsWithText = 4096;
+
 // Applies every request in its order, whatever becomes of the others. The reply gets the batch's number, a refusal for
 // each request that was refused, and an answer for each that has one: a show's, and the name that a module without one
 // got.

@@ -20,6 +20,11 @@ void Engine::reset() {
    lastBatch_ = 0;
 }
 
+std::string Engine::shareCounters() {
+   const Lock lock( mutex_ );
+   return counters_.share();
+}
+
 void Engine::resetModules() {
    const Lock lock( mutex_ );
    graph_.clear();

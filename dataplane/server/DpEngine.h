@@ -14,7 +14,8 @@ namespace Vexdp {
 class Engine {
  public:
    // The counter table outlives the engine, and nobody else writes it.
-   explicit Engine( CounterTable & counters ) : counters_( counters ), requests_( graph_ ) {}
+   explicit Engine( CounterTable & counters, const Limits & limits = {} ) :
+        counters_( counters ), graph_( limits ), requests_( graph_ ) {}
 
    // Back to the state of a fresh data plane: no modules, counters at zero, no batch applied.
    void reset();
@@ -41,6 +42,9 @@ class Engine {
    Outcome dump( const vex::pb::DumpRequest & request, std::unique_ptr< Dump > & dump ) const;
 
    const CounterTable & counters() const { return counters_; }
+   // See CounterTable::share().
+   std::string shareCounters();
+   const Limits & limits() const { return graph_.limits(); }
 
  private:
    mutable std::mutex mutex_;

@@ -47,9 +47,10 @@ std::string errnoName( int code ) {
 
 std::string textOf( const Subject & subject, const Refusal & refusal ) {
    std::string text;
+   text.reserve( subject.module.size() + subject.action.size() + refusal.reason.size() + 4 );
    for ( const auto part : { subject.module, subject.action } )
-      if ( !part.empty() ) text += fmt::format( "{}: ", part );
-   return text + refusal.reason;
+      if ( !part.empty() ) text.append( part ).append( ": " );
+   return text += refusal.reason;
 }
 
 void report( const Subject & subject, const Refusal & refusal, bess::pb::Error & error ) {
@@ -58,8 +59,13 @@ void report( const Subject & subject, const Refusal & refusal, bess::pb::Error &
    spdlog::debug( "refused {}", error.errmsg() );
 }
 
-void report( const Subject & subject, const Refusal & refusal, vex::pb::Refusal & reply ) {
+void report( const Subject & subject, const Refusal & refusal, Telling telling, vex::pb::Refusal & reply ) {
+   if ( telling == Telling::code ) {
+      reply.mutable_error()->set_code( refusal.code );
+      return;
+   }
    report( subject, refusal, *reply.mutable_error() );
+   if ( telling == Telling::text ) return;
    auto & status = *reply.mutable_status();
    status.set_code( codeOf( refusal.code ) );
    status.set_message( reply.error().errmsg() );

@@ -21,8 +21,14 @@ struct Subject {
 std::string textOf( const Subject & subject, const Refusal & refusal );
 
 void report( const Subject & subject, const Refusal & refusal, bess::pb::Error & error );
-// With the standard error model beside it: ErrorInfo for programs, ResourceInfo for people.
-void report( const Subject & subject, const Refusal & refusal, vex::pb::Refusal & reply );
+
+// How much a refusal says. A batch can be refused whole, and its reply is to cost about what an accepted one's does.
+enum class Telling : std::uint8_t {
+   code,
+   text,  // and in words
+   status // and by the standard error model: ErrorInfo for programs, ResourceInfo for people
+};
+void report( const Subject & subject, const Refusal & refusal, Telling telling, vex::pb::Refusal & reply );
 
 // Leaves the error as it is, code 0, when the outcome is good.
 template < class Response >

@@ -6,6 +6,9 @@
 #include <spdlog/spdlog.h>
 
 #include <array>
+#include <chrono>
+#include <optional>
+#include <utility>
 #include <vector>
 
 namespace Vexdp {
@@ -24,11 +27,34 @@ class Session {
       server_.service_.RequestSession( &context_, &stream_, &server_.queue_, &server_.queue_, tag( Step::call ) );
    }
 
-   // A newer session began.
-   void supersede() {
-      superseded_ = true;
-      if ( state_ == State::reading ) end( supersededStatus() );
+   // Of the call.
+   std::string agent() const { return metadata( "vex-agent" ).value_or( context_.peer() ); }
+   bool takesOver() const { return metadata( "vex-takeover" ).has_value(); }
+
+   // Another session took the data plane.
+   void takenOver( const std::string & by ) { endSoon( { grpc::StatusCode::ABORTED, "taken over by " + by } ); }
+
+   void standBy() {
+      spdlog::info( "session {} stands by, for {}", id_, agent() );
+      state_ = State::standby;
+      read();
    }
+
+   // On standby: who has the data plane.
+   void ownerIs( const vex::pb::Owner & owner ) {
+      owner_ = owner;
+      told_ = false;
+      if ( !writing_ ) tell();
+   }
+
+   // The data plane is this session's, and empty.
+   void own() {
+      spdlog::info( "session {} begins, for {}, from {}", id_, agent(), context_.peer() );
+      since_ = std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
+      state_ = State::greeting;
+      if ( !writing_ ) tell();
+   }
+   double since() const { return since_; }
 
    enum class Step : std::uint8_t { call, read, write, status };
    // What the queue hands back.
@@ -49,7 +75,7 @@ class Session {
    }
 
  private:
-   enum class State : std::uint8_t { waiting, greeting, reading, replying, ending };
+   enum class State : std::uint8_t { waiting, standby, greeting, reading, replying, ending };
 
    // A batch of 4,096 route updates fits into the memory that is kept from one to the next.
    static constexpr std::size_t kFirstBlock = 512u << 10;
@@ -65,13 +91,25 @@ class Session {
 
    void * tag( Step step ) { return &tags_[ std::size_t( step ) ]; }
 
-   void called() {
-      spdlog::info( "session {} begins, from {}", id_, context_.peer() );
-      server_.began( *this );
-      state_ = State::greeting;
-      auto & hello = *reply_.mutable_hello();
-      hello.set_version( kVersion );
-      hello.set_counter_path( server_.engine_.counters().path() );
+   std::optional< std::string > metadata( const char * key ) const {
+      const auto & all = context_.client_metadata();
+      const auto at = all.find( key );
+      return at == all.end() ? std::nullopt : std::optional( std::string( at->second.data(), at->second.size() ) );
+   }
+
+   void called() { server_.came( *this ); }
+
+   // The reply of number 0, once more where something else is to be told by now.
+   void tell() {
+      told_ = true;
+      reply_.Clear();
+      if ( state_ == State::standby ) {
+         *reply_.mutable_owner() = owner_;
+      } else {
+         helloSent_ = true;
+         reply_.mutable_hello()->set_version( kVersion );
+         reply_.mutable_hello()->set_counter_path( server_.engine_.counters().path() );
+      }
       write();
    }
 
@@ -79,7 +117,18 @@ class Session {
    void neverCalled() { state_ = State::ending; }
 
    void haveRead( bool ok ) {
-      if ( state_ != State::reading ) return;
+      reading_ = false;
+      switch ( state_ ) {
+      case State::standby:
+         return endSoon( ok ? unacceptable( "a batch before the data plane is the client's" ) : grpc::Status::OK );
+      // It has read ahead, from its time on standby.
+      case State::greeting: early_ = ok; return;
+      case State::reading: return take( ok );
+      default: return;
+      }
+   }
+
+   void take( bool ok ) {
       if ( !ok ) return end( grpc::Status::OK );
       arena_.Reset();
       auto & batch = *google::protobuf::Arena::CreateMessage< Batch >( &arena_ );
@@ -95,13 +144,19 @@ class Session {
    }
 
    void haveWritten( bool ok ) {
-      if ( superseded_ ) return end( supersededStatus() );
+      writing_ = false;
+      if ( state_ == State::ending ) return;
+      if ( endWith_ ) return end( *endWith_ );
       if ( !ok ) return end( grpc::Status::OK );
+      if ( state_ == State::standby ) return told_ ? void() : tell();
+      if ( state_ == State::greeting && !helloSent_ ) return tell();
       state_ = State::reading;
+      if ( const auto early = std::exchange( early_, std::nullopt ) ) return take( *early );
       read();
    }
 
    void read() {
+      if ( std::exchange( reading_, true ) ) return;
       ++underWay_;
       stream_.Read( &bytes_, tag( Step::read ) );
    }
@@ -111,7 +166,13 @@ class Session {
       bool ownBuffer = false;
       grpc::SerializationTraits< BatchReply >::Serialize( reply_, &bytes, &ownBuffer );
       ++underWay_;
+      writing_ = true;
       stream_.Write( bytes, tag( Step::write ) );
+   }
+
+   void endSoon( const grpc::Status & status ) {
+      endWith_ = status;
+      if ( !writing_ ) end( status );
    }
 
    void end( const grpc::Status & status ) {
@@ -127,12 +188,18 @@ class Session {
    static grpc::Status unacceptable( fmt::format_string< Args... > why, Args &&... args ) {
       return { grpc::StatusCode::INVALID_ARGUMENT, fmt::format( why, std::forward< Args >( args )... ) };
    }
-   static grpc::Status supersededStatus() { return { grpc::StatusCode::ABORTED, "a newer session began" }; }
 
    SessionServer & server_;
    const std::uint64_t id_;
    State state_ = State::waiting;
-   bool superseded_ = false;
+   std::optional< grpc::Status > endWith_; // after the write under way
+   double since_ = 0;                      // seconds since 1970, of an owner
+   vex::pb::Owner owner_;                  // while on standby
+   bool told_ = false;                     // that
+   bool helloSent_ = false;
+   bool writing_ = false;
+   bool reading_ = false;
+   std::optional< bool > early_; // what came of a read that ended before the Hello was written
    unsigned underWay_ = 0;
    std::uint64_t lastNumber_ = 0;
    std::array< Tag, 4 > tags_{
@@ -180,15 +247,41 @@ void SessionServer::serve() {
    }
 }
 
-void SessionServer::began( Session & session ) {
-   if ( current_ != nullptr ) current_->supersede();
-   current_ = &session;
-   engine_.reset();
+void SessionServer::came( Session & session ) {
    waitForNext();
+   if ( owner_ != nullptr && !session.takesOver() ) {
+      standby_.push_back( &session );
+      session.standBy();
+      session.ownerIs( ownerMessage() );
+      return;
+   }
+   if ( auto * before = std::exchange( owner_, nullptr ) ) before->takenOver( session.agent() );
+   ownerIs( session );
+}
+
+void SessionServer::ownerIs( Session & session ) {
+   owner_ = &session;
+   engine_.reset();
+   session.own();
+   const auto message = ownerMessage();
+   for ( auto * waiting : standby_ ) waiting->ownerIs( message );
+}
+
+vex::pb::Owner SessionServer::ownerMessage() const {
+   vex::pb::Owner message;
+   message.set_agent( owner_->agent() );
+   message.set_since( owner_->since() );
+   return message;
 }
 
 void SessionServer::ended( const Session & session ) {
-   if ( current_ == &session ) current_ = nullptr;
+   std::erase( standby_, &session );
+   if ( owner_ != &session ) return;
+   owner_ = nullptr;
+   if ( standby_.empty() ) return;
+   auto & next = *standby_.front();
+   standby_.pop_front();
+   ownerIs( next );
 }
 
 } // namespace Vexdp

@@ -1,16 +1,19 @@
-// Sessions of the batch stream: one at a time owns the data plane, and a newer one ends the older.
+// Sessions of the batch stream: one at a time owns the data plane. Further ones stand by in the order of their coming,
+// unless they are to take it over.
 //
 // A session is a state machine on one thread, which also applies the batches. Synchronous streams would block a thread
 // in a read that only the client can end; the newer session must be able to.
 //
 //   state       what is under way                on success        on failure
-//   waiting     the next call                    greeting, and a new session waits
+//   waiting     the next call                    standby or greeting, and a new session waits
+//   standby     write Owner; read                stays             ending (the client is gone)
 //   greeting    write Hello                      reading           ending
 //   reading     read a batch                     apply, replying   ending (the client has sent its last)
 //   replying    write the reply                  reading           ending
 //   ending      the status                       gone              gone
 //
-//   event: superseded by a newer session         ending with ABORTED, at once or after the write under way
+//   event: the owner's session ended             the first on standby: greeting, the others are told the new owner
+//   event: taken over by a newer session         ending with ABORTED, at once or after the write under way
 //   event: no batch, or one out of its order     ending with INVALID_ARGUMENT
 #pragma once
 
@@ -19,6 +22,7 @@
 #include <grpcpp/grpcpp.h>
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <thread>
@@ -43,15 +47,18 @@ class SessionServer {
 
    void serve();
    void waitForNext();
-   // The session has its call: it takes the data plane over.
-   void began( Session & session );
+   // The session has its call.
+   void came( Session & session );
+   void ownerIs( Session & session );
    void ended( const Session & session );
+   vex::pb::Owner ownerMessage() const; // REQUIRES: there is an owner
 
    Engine & engine_;
    EngineService & service_;
    grpc::ServerCompletionQueue & queue_;
    std::map< const Session *, std::unique_ptr< Session > > sessions_;
-   Session * current_ = nullptr;
+   Session * owner_ = nullptr;
+   std::deque< Session * > standby_;
    std::uint64_t lastId_ = 0;
    std::thread thread_;
 };

@@ -146,6 +146,8 @@ DaemonStatus Daemon::status() const {
    status.startedAt = startedAt_;
    status.dataPlane = supervisor_.config().dataPlane;
    status.dataPlanePid = supervisor_.dataPlanePid();
+   status.owner = supervisor_.owner();
+   status.ownedSince = supervisor_.ownedSince();
    status.restarts = supervisor_.restarts();
    status.lastLoss = supervisor_.lastLoss();
    status.lastFedSeconds = supervisor_.lastFedSeconds();

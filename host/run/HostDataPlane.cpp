@@ -70,8 +70,9 @@ bool endsWithin( pid_t pid, int milliseconds ) {
 
 } // namespace
 
-DataPlane::DataPlane( std::string program, std::string logLevel ) :
-     program_( program.empty() ? ownProgram() : std::move( program ) ), logLevel_( std::move( logLevel ) ) {}
+DataPlane::DataPlane( std::string program, std::string logLevel, unsigned maxRoutes ) :
+     program_( program.empty() ? ownProgram() : std::move( program ) ), logLevel_( std::move( logLevel ) ),
+     maxRoutes_( maxRoutes ) {}
 
 DataPlane::~DataPlane() {
    stop();
@@ -101,6 +102,8 @@ std::string DataPlane::start() {
                                            directory_ + "/counters",
                                            "--die-with-parent",
                                            std::to_string( getpid() ),
+                                           "--max-routes",
+                                           std::to_string( maxRoutes_ ),
                                            "--log-level",
                                            logLevel_ };
    std::vector< char * > argv;

@@ -13,7 +13,7 @@ namespace Host {
 class DataPlane {
  public:
    // `program` empty: the vexdp that belongs to this executable.
-   DataPlane( std::string program, std::string logLevel );
+   DataPlane( std::string program, std::string logLevel, unsigned maxRoutes );
    // Ends the child, and removes the directory.
    ~DataPlane();
    DataPlane( const DataPlane & ) = delete;
@@ -37,6 +37,7 @@ class DataPlane {
 
    const std::string program_;
    const std::string logLevel_;
+   const unsigned maxRoutes_;
    std::string directory_;
    pid_t pid_ = 0;
 };

@@ -65,6 +65,12 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
         ->type_name( "LEVEL" )
         ->capture_default_str()
         ->check( CLI::IsMember( { "debug", "info", "warning", "error", "off" } ) );
+   app.add_flag( "--takeover", options.dataPlane.takeOver,
+                 "take the data plane from another daemon that has it, which stands by then" );
+   app.add_option( "--max-routes", options.dataPlane.maxRoutes, "routes that an embedded data plane holds" )
+        ->type_name( "N" )
+        ->capture_default_str()
+        ->check( CLI::Range( 1u, ( 1u << 23 ) - 1 ) );
    app.add_option( "-s,--socket", options.socket, "the command socket" )->type_name( "PATH" )->capture_default_str();
    app.add_option( "--log", log, "log the traces of a unit up to a level from 0 to 9; * is every unit" )
         ->type_name( "UNIT=LEVEL" )

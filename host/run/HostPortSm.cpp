@@ -34,6 +34,7 @@ void PortSm::review( Kynet::IntfId intfId ) {
       l2Intf = Gant::make< Vex::L2Intf >( intfId, port.encapType(), port.macAddr(), pair_, vexcsd_->trapModule() );
    // In place before the interface is seen: what is built on it reads them once.
    l2Intf->macAddrIs( port.macAddr() );
+   l2Intf->enabledIs( port.enabled() );
    if ( l2Intf->isTunnelType() ) {
       const auto & tunnel = port.tunnel();
       l2Intf->srcIpIs( tunnel.srcAddr() );

@@ -20,12 +20,15 @@ namespace {
 
 // How often a session that is being fed is asked whether it has been, in seconds.
 constexpr double lookEvery = 0.01;
+// How often counters that are not to be had are tried again, in seconds.
+constexpr double mapEvery = 1;
 
 } // namespace
 
 struct Session::GantChannel : Vex::Channel::Notifiee {
    explicit GantChannel( Session * owner ) : Notifiee( owner, owner->channel_ ), owner( owner ) {}
    void onAcknowledged() override { owner->later( &Session::handleAcknowledged ); }
+   void onOwner() override { owner->later( &Session::tellStandBy ); }
    void onLost() override { owner->later( &Session::tellLost ); }
    Session * owner;
 };
@@ -36,11 +39,18 @@ struct Session::GantClock : Gant::Clock::Notifiee {
    Session * owner;
 };
 
-Session::Session( const StateTree & tree, const std::string & address, Events events ) :
-     tree_( tree ), events_( std::move( events ) ), channel_( Gant::make< Vex::GrpcChannel >( address ) ),
+struct Session::GantCounterClock : Gant::Clock::Notifiee {
+   explicit GantCounterClock( Session * owner ) : Notifiee( owner, owner->counterClock_ ), owner( owner ) {}
+   void onTime() override { owner->later( &Session::mapCounters ); }
+   Session * owner;
+};
+
+Session::Session( const StateTree & tree, const std::string & address, bool takeOver, Events events ) :
+     tree_( tree ), events_( std::move( events ) ), channel_( Gant::make< Vex::GrpcChannel >( address, takeOver ) ),
      global_( Gant::make< Vex::ModuleGlobalCmdConfig >( channel_ ) ), clock_( Gant::activityManager()->newClock() ),
-     begunAt_( clock_->now() ), channelReactor_( std::make_unique< GantChannel >( this ) ),
-     clockReactor_( std::make_unique< GantClock >( this ) ) {
+     counterClock_( Gant::activityManager()->newClock() ), begunAt_( clock_->now() ),
+     channelReactor_( std::make_unique< GantChannel >( this ) ), clockReactor_( std::make_unique< GantClock >( this ) ),
+     counterClockReactor_( std::make_unique< GantCounterClock >( this ) ) {
    // Its one request is the first of the session: once it is acknowledged, there is a data plane.
    const auto pair = global_->moduleConfigStatusPairIs( "engine" );
    const auto trap = Gant::make< Vex::TrapModule >( pair );
@@ -72,14 +82,24 @@ void Session::handleAcknowledged() {
 // The rule database, the counters of its rules, and the control plane's policy.
 void Session::startRuleTables() {
    vexcsd_->kyAclDbIs( Gant::make< Vex::KyAclDb >( global_->moduleConfigStatusPairIs( "engine" ) ) );
-   if ( const auto & path = channel_->counterPath(); !path.empty() )
-      if ( const auto error = tree_.counterMirel->map( path ); !error.empty() ) spdlog::warn( "{}", error );
+   mapCounters();
    vexcsd_->bessCounterInfo()->counterMirelIs( tree_.counterMirel );
    cpuPolicy_ = Gant::make< Vex::QosCpuPolicy >( vexcsd_ );
    cpuPolicy_->hwInit();
 }
 
+// The data plane may have had no room for them.
+void Session::mapCounters() {
+   const auto & path = channel_->counterPath();
+   if ( path.empty() ) return;
+   const auto error = tree_.counterMirel->map( path );
+   if ( error.empty() ) return;
+   if ( !agent_ ) spdlog::warn( "{}", error );
+   counterClock_->timeMinIs( counterClock_->now() + mapEvery );
+}
+
 void Session::start() {
+   if ( stoodBy_ ) begunAt_ = clock_->now();
    startRuleTables();
    portSm_ = Gant::make< PortSm >( tree_.portDir, vexcsd_, global_->moduleConfigStatusPairIs( "engine" ) );
    agent_ = agentOver( tree_, vexcsd_ );
@@ -103,6 +123,11 @@ void Session::handleClock() {
    // The queue was as long as the table; its memory is not needed again.
    malloc_trim( 0 );
    events_.fed();
+}
+
+void Session::tellStandBy() {
+   stoodBy_ = true;
+   if ( !channel_->owner().empty() ) events_.standBy();
 }
 
 void Session::tellLost() { events_.lost( channel_->lossReason() ); }

@@ -20,23 +20,25 @@ namespace Host {
 
 // Everything that is made anew for a data plane, and goes with it.
 //
-//   watches  Channel::onAcknowledged, onLost
+//   watches  Channel::onAcknowledged, onOwner, onLost
 //   calls    agentSmFactory, initializedIs, maybeStartProcessing
 //
-// States: connecting (there is no agent: nothing is worked out for a data plane that may never come), feeding (the
+// States: connecting (there is no agent: nothing is worked out for a data plane that may never come, or that another
+// agent has), feeding (the
 // agent stands, and not all that it made of the state is acknowledged), fed, lost. A lost session stays lost.
 class Session : public Gant::StateMachine {
  public:
    // Called in turns of the loop of their own; the session may be let go in them.
    struct Events {
       std::function< void() > begun;        // there is an agent now
+      std::function< void() > standBy;      // another agent has the data plane, as channel() says
       std::function< void() > acknowledged; // some requests were
       std::function< bool() > sourcesRead;  // whether the state is complete
       std::function< void() > fed;
       std::function< void( const std::string & reason ) > lost;
    };
-   // `address` as GrpcChannel takes it.
-   Session( const StateTree & tree, const std::string & address, Events events );
+   // `address` and `takeOver` as GrpcChannel takes them.
+   Session( const StateTree & tree, const std::string & address, bool takeOver, Events events );
    // The agent goes first, then what it stood on.
    ~Session() override;
 
@@ -44,19 +46,22 @@ class Session : public Gant::StateMachine {
    const Gant::Ptr< VexL3Unicast::AgentSm > & agent() const { return agent_; }
    const Gant::Ptr< Vex::VexCommonSmData > & vexcsd() const { return vexcsd_; }
    const Gant::Ptr< Vex::GrpcChannel > & channel() const { return channel_; }
-   // Seconds from the session's begin until it was fed; 0 before.
+   // Seconds from the session's begin, or from the end of its standing by, until it was fed; 0 before.
    double fedSeconds() const { return fedSeconds_; }
 
  private:
    struct GantChannel;
    struct GantClock;
+   struct GantCounterClock;
    void handleAcknowledged();
    void handleClock();
    void start();
    void startRuleTables();
+   void mapCounters();
    bool settled() const;
    // Runs it in a turn of its own, if the session is still there then.
    void later( void ( Session::*work )() );
+   void tellStandBy();
    void tellLost();
 
    const StateTree & tree_;
@@ -68,10 +73,13 @@ class Session : public Gant::StateMachine {
    Gant::Ptr< Vex::QosCpuPolicy > cpuPolicy_;
    Gant::Ptr< VexL3Unicast::AgentSm > agent_;
    Gant::Ptr< Gant::Clock > clock_;
+   Gant::Ptr< Gant::Clock > counterClock_; // set while the counters are not to be had
    double begunAt_ = 0;
+   bool stoodBy_ = false;
    double fedSeconds_ = 0;
    std::unique_ptr< GantChannel > channelReactor_;
    std::unique_ptr< GantClock > clockReactor_;
+   std::unique_ptr< GantCounterClock > counterClockReactor_;
    std::shared_ptr< bool > alive_ = std::make_shared< bool >( true );
 };
 

@@ -1,6 +1,10 @@
 #include "HostSupervisor.h"
 
+#include "VexGrpcChannel.h"
+
 #include <algorithm>
+#include <chrono>
+#include <fmt/chrono.h>
 #include <spdlog/spdlog.h>
 
 namespace Host {
@@ -24,10 +28,10 @@ struct Supervisor::GantClock : Gant::Clock::Notifiee {
 };
 
 Supervisor::Supervisor( const StateTree & tree, Config config, Events events ) :
-     tree_( tree ), config_( std::move( config ) ), events_( std::move( events ) ),
+     tree_( tree ), config_( std::move( config ) ), events_( std::move( events ) ), takeOver_( config_.takeOver ),
      clock_( Gant::activityManager()->newClock() ), clockReactor_( std::make_unique< GantClock >( this ) ) {
    if ( config_.dataPlane == "embedded" )
-      dataPlane_ = std::make_unique< DataPlane >( config_.program, config_.dataPlaneLog );
+      dataPlane_ = std::make_unique< DataPlane >( config_.program, config_.dataPlaneLog, config_.maxRoutes );
 }
 
 Supervisor::~Supervisor() { session_ = nullptr; }
@@ -69,8 +73,10 @@ void Supervisor::connect() {
    Session::Events events;
    events.begun = [ this ] {
       phase_ = Phase::running;
+      takeOver_ = false;
       spdlog::info( "session with the data plane at {}", dataPlane_ ? dataPlane_->address() : config_.dataPlane );
    };
+   events.standBy = [ this ] { standBy(); };
    events.acknowledged = events_.acknowledged;
    events.sourcesRead = events_.sourcesRead;
    events.fed = [ this ] {
@@ -80,8 +86,22 @@ void Supervisor::connect() {
       events_.fed();
    };
    events.lost = [ this ]( const std::string & reason ) { lost( reason ); };
-   session_ =
-        Gant::make< Session >( tree_, dataPlane_ ? dataPlane_->address() : config_.dataPlane, std::move( events ) );
+   session_ = Gant::make< Session >( tree_, dataPlane_ ? dataPlane_->address() : config_.dataPlane, takeOver_,
+                                     std::move( events ) );
+}
+
+std::string Supervisor::owner() const { return phase_ == Phase::standby ? session_->channel()->owner() : ""; }
+
+double Supervisor::ownedSince() const { return phase_ == Phase::standby ? session_->channel()->ownedSince() : 0; }
+
+void Supervisor::standBy() {
+   phase_ = Phase::standby;
+   backOff_ = 0;
+   const auto since =
+        std::chrono::system_clock::time_point( std::chrono::duration_cast< std::chrono::system_clock::duration >(
+             std::chrono::duration< double >( ownedSince() ) ) );
+   spdlog::warn( "standing by: the data plane belongs to {} since {:%Y-%m-%d %H:%M:%S}", owner(),
+                 fmt::localtime( std::chrono::system_clock::to_time_t( since ) ) );
 }
 
 void Supervisor::handleChild() {

@@ -11,11 +11,17 @@ namespace Host {
 //
 //   starting   the data plane is started where it is a child, waited for, and connected to
 //      -> running   it answers
+//      -> standby   it answers that another agent has it
 //      -> waiting   it cannot be had
+//   standby    this daemon's session waits at the data plane
+//      -> running   the others' sessions have ended
+//      -> waiting   the session is lost
 //   running    a session with an agent
 //      -> waiting   the session is lost, or the child has ended
 //   waiting    there is no session; a restart is due
 //      -> starting  its time has come
+//
+// A daemon that is to take the data plane over does so once, until it has had it: whoever loses it stands by.
 //
 // The first restart comes at once, each further one after twice the time of the one before, until a session has been
 // fed.
@@ -25,6 +31,8 @@ class Supervisor : public Gant::StateMachine {
       std::string dataPlane = "embedded"; // or an address as GrpcChannel takes it
       std::string program;                // of an embedded one; empty: the one that belongs to this executable
       std::string dataPlaneLog = "warning";
+      bool takeOver = false;         // also from another agent that has it
+      unsigned maxRoutes = 1u << 22; // that an embedded one holds
    };
    struct Events {
       std::function< bool() > sourcesRead;
@@ -42,6 +50,9 @@ class Supervisor : public Gant::StateMachine {
    Phase phase() const { return phase_; }
    // Null while there is none, or its data plane has not answered yet.
    Session * session() const { return phase_ == Phase::running ? session_.get() : nullptr; }
+   // Who has the data plane, on standby; otherwise empty and 0.
+   std::string owner() const;
+   double ownedSince() const;
    int dataPlanePid() const { return dataPlane_ ? dataPlane_->pid() : 0; }
    unsigned restarts() const { return restarts_; }
    const std::string & lastLoss() const { return lastLoss_; }
@@ -53,6 +64,7 @@ class Supervisor : public Gant::StateMachine {
    void handleClock();
    void begin();
    void connect();
+   void standBy();
    void lost( const std::string & reason );
    void wake( double seconds );
 
@@ -62,6 +74,7 @@ class Supervisor : public Gant::StateMachine {
    std::unique_ptr< DataPlane > dataPlane_; // null: not embedded
    Gant::Ptr< Session > session_;
    Phase phase_ = Phase::starting;
+   bool takeOver_;
    double startedAt_ = 0; // of the data plane that is waited for
    double backOff_ = 0;   // seconds
    unsigned restarts_ = 0;

@@ -63,6 +63,7 @@ std::unique_ptr< Answer > summary( const Asked & asked ) {
 const char * textOf( Phase phase ) {
    switch ( phase ) {
    case Phase::starting: return "starting";
+   case Phase::standby: return "standby";
    case Phase::running: return "running";
    case Phase::waiting: return "waiting";
    }
@@ -84,6 +85,11 @@ std::unique_ptr< Answer > status( const Asked & asked ) {
       row[ "upSeconds" ] = status.startedAt > 0 ? systemSeconds() - status.startedAt : 0;
       row[ "dataPlane" ] = status.dataPlane;
       if ( status.dataPlanePid != 0 ) row[ "dataPlanePid" ] = status.dataPlanePid;
+      if ( !status.owner.empty() ) {
+         row[ "owner" ] = status.owner;
+         row[ "ownedSince" ] = status.ownedSince;
+         row[ "ownedSeconds" ] = systemSeconds() - status.ownedSince;
+      }
       row[ "dataPlaneVersion" ] = channel ? channel->dataPlaneVersion() : "";
       row[ "transport" ] = !channel ? "" : channel->streaming() ? "batch stream" : "unary calls";
       row[ "restarts" ] = status.restarts;

@@ -211,9 +211,9 @@ Port IntfBook::port( const IntfFact & fact ) const {
    if ( fact.tunnel )
       return Port( encapOf( fact.tunnel->mode() ), {}, *fact.tunnel,
                    Hul::VrfId( vrfs_.id( fact.tunnel->underlayVrf() ).value_or( 0 ) ), Hul::VrfId( vrfId( fact ) ),
-                   Gant::valueOf( ipsecEncapIds_, fact.intfId ) );
+                   Gant::valueOf( ipsecEncapIds_, fact.intfId ), fact.enabled );
    const auto mac = !!fact.mac ? fact.mac : !!routerMac_ ? routerMac_ : macOf( fact.intfId );
-   return Port( Vex::EncapType::ethernet(), mac, {}, {}, {}, 0 );
+   return Port( Vex::EncapType::ethernet(), mac, {}, {}, {}, 0, fact.enabled );
 }
 
 void IntfBook::subnetsAre( const IntfFact & fact, bool present ) {

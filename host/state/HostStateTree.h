@@ -66,7 +66,7 @@ namespace Host {
 class Port {
    GANT_VALUE( "Host::Port", Port, ( Vex::EncapType, encapType ), ( Kynet::EthAddr, macAddr ),
                ( Interface::TunnelIntfStatus, tunnel ), ( Hul::VrfId, underlayVrfId ), ( Hul::VrfId, overlayVrfId ),
-               ( U32, ipsecEncapId ) )
+               ( U32, ipsecEncapId ), ( bool, enabled ) )
 };
 
 // The ports and tunnels that the engine is to have.

@@ -33,6 +33,12 @@ void Channel::acknowledgedIs( U64 requests ) {
    notifiees_.tell( &Notifiee::onAcknowledged );
 }
 
+void Channel::ownerIs( const Gant::String & owner, double since ) {
+   owner_ = owner;
+   ownedSince_ = since;
+   if ( !owner_.empty() ) notifiees_.tell( &Notifiee::onOwner );
+}
+
 void Channel::lostIs( const Gant::String & reason ) {
    if ( lost_ ) return;
    GANT_TRACE( 0, "data plane lost: ", reason );

@@ -53,6 +53,8 @@ class Channel : public Gant::PtrInterface {
       // Requests up to requestsAcknowledged() have been applied or refused.
       virtual void onAcknowledged() {}
       virtual void onRefusal( const Refusal & ) {}
+      // Another agent has the data plane: the session waits for it. owner() says who.
+      virtual void onOwner() {}
       // The session is over. The reason is in lossReason().
       virtual void onLost() {}
    };
@@ -82,6 +84,10 @@ class Channel : public Gant::PtrInterface {
    U64 requestsRefused() const { return requestsRefused_; }
    // Counts changes of what the data plane holds: two equal values have nothing between them.
    U64 forwardingGeneration() const { return forwardingGeneration_; }
+   // Who has the data plane, in words, while the session waits for it; empty otherwise.
+   const Gant::String & owner() const { return owner_; }
+   // Since when, seconds since 1970.
+   double ownedSince() const { return ownedSince_; }
    bool lost() const { return lost_; }
    const Gant::String & lossReason() const { return lossReason_; }
    // The newest refusals, oldest first.
@@ -96,6 +102,7 @@ class Channel : public Gant::PtrInterface {
    void responseIs( OriginId origin, const google::protobuf::Any & data );
    void refusalIs( OriginId origin, Refusal refusal );
    void acknowledgedIs( U64 requests );
+   void ownerIs( const Gant::String & owner, double since );
    void lostIs( const Gant::String & reason );
 
  private:
@@ -107,6 +114,8 @@ class Channel : public Gant::PtrInterface {
    U64 requestsAcknowledged_ = 0;
    U64 requestsRefused_ = 0;
    U64 forwardingGeneration_ = 0;
+   Gant::String owner_;
+   double ownedSince_ = 0;
    Gant::String lossReason_;
    bool lost_ = false;
 };

@@ -71,7 +71,9 @@ class GrpcChannel::Inbox : public TransportSink, public std::enable_shared_from_
       const auto alive = Gant::Ptr< GrpcChannel >( channel_ );
       for ( const auto & reply : replies ) {
          if ( channel_ == nullptr ) return;
-         if ( reply->number() == 0 )
+         if ( reply->number() == 0 && reply->has_owner() )
+            channel_->ownerIs( reply->owner().agent(), reply->owner().since() );
+         else if ( reply->number() == 0 )
             channel_->begun( reply->hello() );
          else
             channel_->replied( *reply );
@@ -106,9 +108,9 @@ grpc::ByteBuffer byteBuffer( Gant::CleansedString bytes ) {
 
 } // namespace
 
-GrpcChannel::GrpcChannel( const Gant::String & address ) :
-     address_( address ), inbox_( std::make_shared< Inbox >( this ) ), transport_( streamTransport( address, inbox_ ) ),
-     arena_( newArena() ) {}
+GrpcChannel::GrpcChannel( const Gant::String & address, bool takeOver ) :
+     address_( address ), inbox_( std::make_shared< Inbox >( this ) ),
+     transport_( streamTransport( address, inbox_, takeOver ) ), arena_( newArena() ) {}
 
 GrpcChannel::~GrpcChannel() { inbox_->close(); }
 
@@ -216,6 +218,7 @@ void GrpcChannel::begun( const vex::pb::Hello & hello ) {
    GANT_TRACE( 1, "session with ", address_, ", data plane ", hello.version(),
                streaming() ? ", by the batch stream" : ", by unary calls" );
    running_ = true;
+   ownerIs( {}, 0 );
    dataPlaneVersion_ = hello.version();
    counterPath_ = hello.counter_path();
    sendWaiting();

@@ -24,15 +24,17 @@ struct DescribedRequest;
 // Requests are encoded into the open batch. It is closed at the end of the loop's turn, or when it is full, and waits
 // until fewer than `outstandingMax` batches are on their way. So a slow data plane holds the queue, and nothing blocks.
 //
-// States: connecting (nothing is sent until the data plane has begun the session), running, lost.
+// States: connecting (nothing is sent until the data plane has begun the session), standing by (nor is it while another
+// agent has the data plane), running, lost.
 class GrpcChannel : public Channel {
  public:
    static constexpr U32 batchRequestsMax = 4096;
    static constexpr size_t batchBytesMax = 1 << 20;
    static constexpr size_t outstandingMax = 8;
 
-   // `address` is a gRPC target: "unix:/path" or "host:port". Connects at once.
-   explicit GrpcChannel( const Gant::String & address );
+   // `address` is a gRPC target: "unix:/path" or "host:port". Connects at once. `takeOver`: also from another agent
+   // that has the data plane.
+   explicit GrpcChannel( const Gant::String & address, bool takeOver = false );
    ~GrpcChannel() override;
    const char * fwkType() const override { return "Vex::GrpcChannel"; }
 

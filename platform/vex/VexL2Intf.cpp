@@ -48,6 +48,11 @@ void L2Intf::macAddrIs( const Kynet::EthAddr & macAddr ) {
    notifiees_.tell( &Notifiee::onMacAddr );
 }
 
+void L2Intf::enabledIs( bool enabled ) {
+   if ( std::exchange( enabled_, enabled ) == enabled || !rxModule_ ) return;
+   static_cast< PortModule & >( *rxModule_ ).setEnabled( enabled );
+}
+
 void L2Intf::addVirtualMac( const Kynet::EthAddr & macAddr ) {
    if ( virtualMacAddrHas( macAddr ) ) return;
    if ( ingressClassify_ ) ingressClassify_->addVirtualMac( macAddr );

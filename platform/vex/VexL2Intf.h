@@ -32,6 +32,8 @@ class L2Intf : public Gant::PtrInterface {
 
    // The VRF of what comes in.
    virtual void vrfIdIs( Hul::VrfId vrfId );
+   // A disabled interface takes in nothing. At first it is enabled.
+   void enabledIs( bool enabled );
    // Frames to this address are the router's own too, or not any more.
    virtual void addVirtualMac( const Kynet::EthAddr & macAddr );
    virtual void removeVirtualMac( const Kynet::EthAddr & macAddr );
@@ -72,6 +74,7 @@ class L2Intf : public Gant::PtrInterface {
 
    Kynet::EthAddr macAddr_;
    Hul::VrfId underlayVrfId_;
+   bool enabled_ = true;
    std::map< U32, ModuleChain > ingressModuleChain_;
 };
 

@@ -41,6 +41,13 @@ PortModule::PortModule( VexModule::ModuleClass moduleClass, Kynet::IntfId intfId
      Module( moduleName( ( Gant::String( VexModule::name( moduleClass ) ) + "_" ).c_str(), intfId ), moduleClass,
              gatesMax, 1, 0, 0, portArg( intfId ), std::move( pair ) ) {}
 
+void PortModule::setEnabled( bool enabled ) {
+   enabled_ = enabled;
+   auto * const arg = newMessage< vex::pb::PortEnabledArg >( *this );
+   arg->set_enabled( enabled );
+   enqueueChange( *this, "setEnabled", arg );
+}
+
 EtherClassifyModule::EtherClassifyModule( Kynet::IntfId intfId, const Kynet::EthAddr & macAddr,
                                           Gant::Ptr< ModuleConfigStatusPair > pair ) :
      Module( moduleName( "EtherClassify_", intfId ), VexModule::EtherClassify, gatesMax, 16, 0, 1,

@@ -21,6 +21,13 @@ class PortModule : public Module {
    const char * fwkType() const override { return "Vex::PortModule"; }
    // The VRF of the packets that come from the kernel's side, at first 0.
    void setVrf( U32 vrf );
+   // Of a PortRx: what comes in by a disabled one is dropped.
+   void setEnabled( bool enabled );
+   // At first it is.
+   bool enabled() const { return enabled_; }
+
+ private:
+   bool enabled_ = true;
 };
 
 // Frames that come in: those that are for the router go on by EtherType, the rest of the router's own to gate 0.

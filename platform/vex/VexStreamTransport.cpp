@@ -2,22 +2,39 @@
 #include "VexTransport.h"
 #include "VexTransportChannel.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <climits>
 #include <deque>
 #include <grpcpp/generic/generic_stub.h>
 #include <mutex>
 #include <thread>
+#include <unistd.h>
 
 namespace Vex {
 
 namespace {
 
+// This process, to whoever wants the same data plane. Metadata has printable characters only.
+Gant::String agentText() {
+   char host[ HOST_NAME_MAX + 1 ] = "";
+   gethostname( host, sizeof( host ) - 1 );
+   auto text =
+        Gant::String( program_invocation_short_name ) + " on " + host + ", process " + std::to_string( getpid() );
+   std::ranges::replace_if(
+        text, []( char c ) { return c < ' ' || c > '~'; }, '?' );
+   return text;
+}
+
 // One thread waits for the completions of the stream. A write goes out on the caller's thread when none is on its way,
 // so that a lone batch does not wait for a second thread.
 class StreamTransport : public Transport {
  public:
-   StreamTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink ) :
-        sink_( std::move( sink ) ), stub_( transportChannel( address ) ),
-        stream_( stub_.PrepareCall( &context_, "/vex.pb.Engine/Session", &queue_ ) ) {
+   StreamTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink, bool takeOver ) :
+        sink_( std::move( sink ) ), stub_( transportChannel( address ) ) {
+      context_.AddMetadata( "vex-agent", agentText() );
+      if ( takeOver ) context_.AddMetadata( "vex-takeover", "1" );
+      stream_ = stub_.PrepareCall( &context_, "/vex.pb.Engine/Session", &queue_ );
       stream_->StartCall( tag( Event::started ) );
       thread_ = std::thread( [ this ] { run(); } );
    }
@@ -133,8 +150,9 @@ class StreamTransport : public Transport {
 
 } // namespace
 
-std::unique_ptr< Transport > streamTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink ) {
-   return std::make_unique< StreamTransport >( address, std::move( sink ) );
+std::unique_ptr< Transport > streamTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink,
+                                              bool takeOver ) {
+   return std::make_unique< StreamTransport >( address, std::move( sink ), takeOver );
 }
 
 } // namespace Vex

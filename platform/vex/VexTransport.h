@@ -36,7 +36,8 @@ class Transport {
 // False: the bytes are no such message. What is copied on the way is overwritten.
 bool parse( const grpc::ByteBuffer & bytes, google::protobuf::Message & message );
 
-std::unique_ptr< Transport > streamTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink );
+std::unique_ptr< Transport > streamTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink,
+                                              bool takeOver );
 std::unique_ptr< Transport > unaryTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink );
 
 } // namespace Vex

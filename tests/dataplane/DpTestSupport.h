@@ -51,6 +51,7 @@ Lines refusals( const vex::pb::BatchReply & reply );
 // An engine that takes lines.
 class Plane {
  public:
+   explicit Plane( const Vexdp::Limits & limits = {} ) : engine( counters, limits ) {}
    Lines apply( std::string_view lines );
    // The same, for what must not be refused.
    void set( std::string_view lines ) { EXPECT_EQ( apply( lines ), Lines() ) << lines; }
@@ -70,7 +71,7 @@ class Plane {
    vex::pb::TracePacketReply trace( std::string_view request );
 
    Vexdp::CounterTable counters;
-   Vexdp::Engine engine{ counters };
+   Vexdp::Engine engine;
    RequestReader reader;
 };
 

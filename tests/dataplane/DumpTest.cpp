@@ -9,11 +9,13 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <google/protobuf/descriptor.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -300,6 +302,25 @@ TEST_F( CounterFile, hasTheLayoutThatReadersMapAndGoesWithItsOwner ) {
       close( fd );
    }
    EXPECT_FALSE( std::filesystem::exists( path_ ) );
+}
+
+TEST_F( CounterFile, comesWhenThereIsRoomForIt ) {
+   std::signal( SIGXFSZ, SIG_IGN );
+   rlimit before{};
+   getrlimit( RLIMIT_FSIZE, &before );
+   auto small = before;
+   small.rlim_cur = 1 << 20;
+   setrlimit( RLIMIT_FSIZE, &small );
+   Vexdp::CounterTable table( path_ );
+   table.add( 3, 5 );
+   EXPECT_EQ( table.share(), "counter file " + path_ + ": File too large" );
+   EXPECT_TRUE( std::filesystem::is_empty( directory_ ) );
+   setrlimit( RLIMIT_FSIZE, &before );
+   EXPECT_EQ( table.share(), "" );
+   EXPECT_TRUE( table.shared() && std::filesystem::exists( path_ ) );
+   EXPECT_EQ( table.value( 3 ), 5u );
+   table.add( 3 );
+   EXPECT_EQ( table.value( 3 ), 6u );
 }
 
 TEST_F( CounterFile, takesNothingFromAnybodyElse ) {

@@ -426,6 +426,8 @@ TEST_F( Ipsec, nothingLeavesInTheClear ) {
    EXPECT_EQ( told( " count: true" ), fmt::format( fmt::runtime( text ), 1 ) ) << "a trace uses up nothing";
    EXPECT_EQ( told( "" ), fmt::format( fmt::runtime( text ), 2 ) );
    EXPECT_EQ( told( " ttl: 1" ), "out: the TTL expired" );
+   EXPECT_EQ( router.end( std::string( "intfname: 'et8' " ) + kTransit + " ttl: 1" ),
+              "local at trap: the TTL expired" );
    // The router's own packets keep their TTL.
    const auto own = through( "own", Router::described( std::string( kTransit ) + " ttl: 1" ) );
    ASSERT_TRUE( own );

@@ -113,7 +113,7 @@ TEST( Walk, everyEndHasItsReasonAndItsCounter ) {
    EXPECT_EQ( counted, 6u );
 
    // With the trap gone, a punted packet is lost, and both reasons are told.
-   router.set( "disconnect NextHop_et2:0" );
+   router.set( "destroy trap" );
    EXPECT_EQ( router.end( "intfname: 'et1' dst: @10.0.0.11" ),
               "dropped at NextHop_et2: gate 0 is not connected (next hop 1 is to be punted)" );
 }
@@ -206,6 +206,17 @@ TEST( EtherClassify, aTunnelHasNoFramesAndAGroupItsOwnAddress ) {
               "classify_et1: a frame to 01:00:5e:01:02:03, EtherType 0x0800, VRF 0 -> 1" );
    EXPECT_EQ( router.trace( "dst: @255.255.255.255 intfname: 'et1'" )[ 1 ],
               "classify_et1: a frame to ff:ff:ff:ff:ff:ff, EtherType 0x0800, VRF 0 -> 1" );
+}
+
+TEST( PortRx, takesInNothingWhileItIsDisabled ) {
+   Router router;
+   const std::string packet = "intfname: 'et1' dst: @10.1.0.1";
+   router.set( "rx_et1 setEnabled enabled: false" );
+   EXPECT_EQ( router.end( packet ), "dropped at rx_et1: et1 is disabled" );
+   EXPECT_EQ( Plane().apply( "create rx PortRx intfname: 'et1'\n rx setEnabled" ),
+              Lines{ "1 EINVAL rx: setEnabled: enabled is missing" } );
+   router.set( "rx_et1 setEnabled enabled: true" );
+   EXPECT_TRUE( router.end( packet ).starts_with( "local at trap" ) );
 }
 
 TEST( IpInput, refusesWhatIsNoGoodHeaderUnderItsCounters ) {
@@ -318,6 +329,36 @@ TEST( IpOutput, fragmentsWhatMayBeFragmentedAndPuntsTheRest ) {
    // As it came, for an ICMP error to quote.
    EXPECT_EQ( decodedIpv4( router.tapped( "IpOutput_et2:0" )[ 0 ] ),
               "0.0.0.0 > 10.2.0.7 ttl 64 tos 0 len 1501 df | proto 0" );
+}
+
+// What the router gets is what came, though it would not fit, has DF, and its MSS would be clamped on the way out.
+TEST( IpOutput, whatGoesToTheRouterGoesWholeAndUnchanged ) {
+   constexpr const char * kPunts = "NextHop_et2 writeNH nexthopinfo { nh_index: 5 pkt_cmd: 0 }\n";
+   constexpr const char * kList = R"(
+      create db KyAclDb
+      db createAcl acl_id: 1 acl_target: 0 rule { permit: true }
+      create acl KyAcl
+      acl applyAcl acl_id: 1
+      disconnect IpOutput_et2:1
+      connect IpOutput_et2:1 acl:0
+      connect acl:1 NextHop_et2:0
+   )";
+   const struct {
+      std::string commands;
+      unsigned ttl;
+   } cases[] = { { kPunts, 64 }, { "", 1 }, { std::string( kPunts ) + kList, 64 }, { kList, 1 } };
+   for ( const auto & given : cases ) {
+      Router router;
+      router.set( "IpOutput_et2 setTcpMssAdjust mss: 1000\n" + given.commands );
+      router.tap( "NextHop_et2:0" );
+      auto packet = Router::described( "src: @10.9.0.1 dst: @10.2.0.7 proto: 6 tcp_flags: 2 length: 4000 ttl: " +
+                                       std::to_string( given.ttl ) );
+      packet.data()[ 6 ] = 0x40;
+      Ipv4Header::of( packet )->checksumRenew();
+      const Bytes came( packet.data(), packet.data() + packet.size() );
+      router.frame( std::move( packet ) );
+      EXPECT_EQ( router.tapped( "NextHop_et2:0" ), std::vector< Bytes >{ came } ) << given.commands << given.ttl;
+   }
 }
 
 // A packet of any size, with options, is put together again from its fragments, and from the fragments of these.
@@ -469,6 +510,18 @@ TEST( Tunnel, theWayThroughIsTold ) {
    router.set( "NhResolve_tu1 deleteNhResolveEntry nhr_index: 9" );
    EXPECT_EQ( router.end( "intfname: 'et1' dst: @10.3.0.7" ), "dropped at NhResolve_tu1: there is no resolve entry 9" );
    EXPECT_EQ( router.end( "intfname: 'et1' dst: @10.3.0.7 ttl: 1" ), "local at trap: the TTL expired" );
+}
+
+TEST( Tunnel, aTtlThatEndsThereIsTheRouters ) {
+   Router router;
+   router.addTunnel();
+   // Nobody connects a tunnel's trap gate.
+   router.set( "disconnect Ip4GreTun_tu1:0" );
+   EXPECT_EQ( router.end( "intfname: 'et1' dst: @10.3.0.7 ttl: 1" ), "local at trap: the TTL expired" );
+   EXPECT_EQ( router.end( "intfname: 'et1' dst: @10.3.0.7 ttl: 1 length: 4000" ), "local at trap: the TTL expired" );
+   router.set( "destroy trap" );
+   EXPECT_EQ( router.end( "intfname: 'et1' dst: @10.3.0.7 ttl: 1" ),
+              "dropped at Ip4GreTun_tu1: gate 0 is not connected (the TTL expired)" );
 }
 
 TEST( Tunnel, aRouteOfTheUnderlayIntoTheTunnelEnds ) {

@@ -1,10 +1,14 @@
 #include "DpTestSupport.h"
 
+#include "DpBatch.h"
 #include "DpListing.h"
 
 #include "google/rpc/error_details.pb.h"
 #include "vex/fib_ipv4.pb.h"
 #include "vex/next_hop.pb.h"
+
+#include <algorithm>
+#include <cerrno>
 
 namespace {
 
@@ -31,13 +35,11 @@ TEST( Requests, aRefusedOneNamesItsObjectAndChangesNothing ) {
       a addRoute => EOPNOTSUPP a: addRoute: class IpInput has no such command
    )" ) );
    expectRefusals( std::string( kFib ) + R"(
-      fib addVrf vrf: 2
       fib addRoute vrf: 1 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1
-      fib addRoute vrf: 2 prefix: 0 prefix_len: 0 fec_id: 1
    )",
                    refusalTable( R"(
       create other FibIpv4 max_rules: 0 => ERANGE other: CreateModule: max_rules 0 leaves no room
-      create other FibIpv4 max_rules: 4194305 => ERANGE other: CreateModule: max_rules 4194305 is out of range, at most 4194304
+      create other FibIpv4 max_rules: 8388608 => ERANGE other: CreateModule: max_rules 8388608 is out of range, at most 8388607
       fib addRoute vrf: 1 prefix: @10.0.0.1 prefix_len: 8 fec_id: 1 => EINVAL fib: addRoute: prefix 10.0.0.1/8 has host bits set
       fib addRoute vrf: 1 prefix: 1 prefix_len: 0 fec_id: 1 => EINVAL fib: addRoute: prefix 0.0.0.1/0 has host bits set
       fib addRoute vrf: 1 prefix: 0 prefix_len: 33 fec_id: 1 => EINVAL fib: addRoute: prefix 0.0.0.0/33 has a length over 32
@@ -45,7 +47,6 @@ TEST( Requests, aRefusedOneNamesItsObjectAndChangesNothing ) {
       fib addRoute vrf: 1 prefix: 0 fec_id: 1 => EINVAL fib: addRoute: prefix_len is missing
       fib addRoute vrf: 1 prefix: 0 prefix_len: 0 => EINVAL fib: addRoute: fec_id is missing
       fib addRoute vrf: 3 prefix: 0 prefix_len: 0 fec_id: 1 => ENOENT fib: addRoute: there is no VRF 3
-      fib addRoute vrf: 2 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1 => ENOSPC fib: addRoute: no room for prefix 10.0.0.0/8 of VRF 2, the table is full with 2 routes
       fib delRoute vrf: 1 prefix: @10.0.0.0 prefix_len: 9 => ENOENT fib: delRoute: there is no prefix 10.0.0.0/9 in VRF 1
       fib addVrf vrf: 1 => EEXIST fib: addVrf: VRF 1 is there already
       fib delVrf vrf: 7 => ENOENT fib: delVrf: there is no VRF 7
@@ -229,8 +230,38 @@ TEST( Requests, showsAreSortedAndEchoWhatWasAsked ) {
               nh.DebugString() );
 }
 
-TEST( Requests, aVrfTakesItsRoutesAlongAndLeavesTheFecs ) {
+TEST( Requests, aFibHoldsWhatTheDataPlaneIsSetToWhateverItIsAskedFor ) {
+   Plane plane( { .routes = 2 } );
+   for ( const char * name :
+         { "create less FibIpv4 max_rules: 1\n less", "create more FibIpv4 max_rules: 3\n more" } ) {
+      const std::string fib = std::string( name ).substr( 7, 4 );
+      plane.set( fmt::format( "{0} addVrf vrf: 1\n {1} addVrf vrf: 2\n"
+                              "{1} addRoute vrf: 1 prefix: 0 prefix_len: 0 fec_id: 1\n"
+                              "{1} addRoute vrf: 2 prefix: 0 prefix_len: 0 fec_id: 1\n"
+                              "{1} addRoute vrf: 2 prefix: 0 prefix_len: 0 fec_id: 2",
+                              name, fib ) );
+      EXPECT_EQ( plane.apply( fib + " addRoute vrf: 2 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1" ),
+                 Lines{ "0 ENOSPC " + fib +
+                        ": addRoute: no room for prefix 10.0.0.0/8 of VRF 2, the table is full with 2 routes" } );
+   }
+}
+
+TEST( Requests, whatIsSaidOfARefusedBatchIsBounded ) {
    Plane plane;
+   constexpr int kRequests = kRefusalsWithText + 100;
+   vex::pb::Batch batch;
+   for ( int i = 0; i < kRequests; ++i ) batch.add_request()->mutable_destroy_module()->set_name( "none" );
+   vex::pb::BatchReply reply;
+   plane.engine.apply( batch, reply );
+   const auto count = [ & ]( auto has ) { return std::ranges::count_if( reply.refusal(), has ); };
+   EXPECT_EQ( count( []( const auto & refusal ) { return refusal.error().code() == ENOENT; } ), kRequests );
+   EXPECT_EQ( count( []( const auto & refusal ) { return !refusal.error().errmsg().empty(); } ), kRefusalsWithText );
+   EXPECT_EQ( count( []( const auto & refusal ) { return refusal.has_status(); } ), kRefusalsWithStatus );
+   EXPECT_EQ( reply.refusal( kRequests - 1 ).index(), unsigned( kRequests - 1 ) );
+}
+
+TEST( Requests, aVrfTakesItsRoutesAlongAndLeavesTheFecs ) {
+   Plane plane( { .routes = 2 } );
    plane.set( R"(
       create fib FibIpv4 max_rules: 2
       fib addVrf vrf: 0

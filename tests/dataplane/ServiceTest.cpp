@@ -28,7 +28,10 @@ std::string madeDirectory() {
 // A client's side of a session.
 class Client {
  public:
-   explicit Client( vex::pb::Engine::Stub & stub ) {
+   // `agent` empty: one that says nothing of itself.
+   explicit Client( vex::pb::Engine::Stub & stub, const std::string & agent = "", bool takeOver = false ) {
+      if ( !agent.empty() ) context_.AddMetadata( "vex-agent", agent );
+      if ( takeOver ) context_.AddMetadata( "vex-takeover", "1" );
       // A reply that never comes is a failure, not a test without an end.
       context_.set_deadline( std::chrono::system_clock::now() + std::chrono::seconds( 60 ) );
       stream_ = stub.Session( &context_ );
@@ -82,9 +85,11 @@ class Services : public testing::Test {
    }
 
    // A session that has had its Hello.
-   std::unique_ptr< Client > begin() {
-      auto client = std::make_unique< Client >( *engineStub_ );
-      const auto hello = client->read();
+   std::unique_ptr< Client > begin( const std::string & agent = "", bool takeOver = false ) {
+      auto client = std::make_unique< Client >( *engineStub_, agent, takeOver );
+      auto hello = client->read();
+      // The session before may not have been seen to end.
+      while ( hello && hello->has_owner() ) hello = client->read();
       EXPECT_TRUE( hello && hello->has_hello() && hello->number() == 0 );
       return client;
    }
@@ -153,14 +158,49 @@ TEST_F( Services, aSessionFindsNothingOfTheOneBefore ) {
    EXPECT_EQ( second->apply( "create fib FibIpv4" ), Lines() );
 }
 
-TEST_F( Services, aNewerSessionEndsTheOlder ) {
+// Whom it is told to wait for.
+std::string ownerOf( Client & client ) {
+   const auto reply = client.read();
+   EXPECT_TRUE( reply && reply->number() == 0 && reply->has_owner() && reply->owner().since() > 1e9 );
+   return reply ? reply->owner().agent() : "";
+}
+
+TEST_F( Services, aFurtherSessionStandsByUntilThoseBeforeItHaveEnded ) {
+   auto first = begin( "first" );
+   EXPECT_EQ( first->apply( "create fib FibIpv4" ), Lines() );
+   Client second( *engineStub_, "second" );
+   EXPECT_EQ( ownerOf( second ), "first" );
+   Client early( *engineStub_ );
+   EXPECT_EQ( ownerOf( early ), "first" );
+   auto gone = std::make_unique< Client >( *engineStub_ );
+   EXPECT_EQ( ownerOf( *gone ), "first" );
+   Client last( *engineStub_ );
+   EXPECT_EQ( ownerOf( last ), "first" );
+   // Nothing of it is applied, and the owner goes on.
+   EXPECT_TRUE( early.send( early.reader.batch( "destroy fib", 1 ) ) );
+   EXPECT_EQ( early.read(), std::nullopt );
+   EXPECT_EQ( early.end().error_message(), "a batch before the data plane is the client's" );
+   gone.reset();
+   EXPECT_EQ( first->apply( "fib addVrf vrf: 0" ), Lines() );
+
+   EXPECT_TRUE( first->end().ok() );
+   const auto hello = second.read();
+   EXPECT_TRUE( hello && hello->has_hello() );
+   EXPECT_EQ( ownerOf( last ), "second" );
+   EXPECT_EQ( second.apply( "create fib FibIpv4" ), Lines() );
+   EXPECT_EQ( second.apply( "destroy fib" ), Lines() );
+   EXPECT_TRUE( second.end().ok() );
+   EXPECT_TRUE( last.read()->has_hello() );
+}
+
+TEST_F( Services, aSessionIsTakenOver ) {
    auto older = begin();
    EXPECT_EQ( older->apply( "create fib FibIpv4" ), Lines() );
-   auto newer = begin();
+   auto newer = begin( "somebody else", true );
    EXPECT_EQ( older->read(), std::nullopt );
    const auto status = older->end();
    EXPECT_EQ( status.error_code(), StatusCode::ABORTED );
-   EXPECT_EQ( status.error_message(), "a newer session began" );
+   EXPECT_EQ( status.error_message(), "taken over by somebody else" );
    EXPECT_EQ( newer->apply( "create fib FibIpv4" ), Lines() );
 
    // One that its client broke off doesn't matter to the next.

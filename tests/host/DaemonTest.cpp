@@ -87,6 +87,32 @@ TEST_F( Vexl3d, feedsWhateverDataPlaneComesAndAppliesReloads ) {
    EXPECT_EQ( daemon.wait(), 0 );
 }
 
+TEST_F( Vexl3d, oneDaemonOwnsADataPlaneAndTheOthersStandBy ) {
+   const auto address = "unix:" + path( "dataplane.sock" );
+   Process dataPlane( VEXDP_PROGRAM, { "--listen", address } );
+   const auto started = [ & ]( const std::string & socket, Words more ) {
+      more.insert( more.end(),
+                   { "--config", path( "router.yaml" ), "--socket", path( socket ), "--dataplane", address } );
+      return std::make_unique< Process >( VEXL3D_PROGRAM, more, runtime() );
+   };
+   const auto belongsTo = []( const Process & owner ) {
+      return "process " + std::to_string( owner.pid() ) + " since 2";
+   };
+   const auto first = started( "first", {} );
+   ASSERT_TRUE( first->says( fed ) );
+   const auto second = started( "second", {} );
+   ASSERT_TRUE( second->says( "standing by: the data plane belongs to vexl3d on " ) );
+   ASSERT_TRUE( second->says( belongsTo( *first ) ) );
+   auto third = started( "third", { "--takeover" } );
+   ASSERT_TRUE( third->says( fed ) );
+   ASSERT_TRUE( second->says( belongsTo( *third ) ) );
+   ASSERT_TRUE( first->says( "taken over by vexl3d on " ) );
+   ASSERT_TRUE( first->says( belongsTo( *third ) ) );
+   third.reset();
+   ASSERT_TRUE( second->says( fed ) );
+   ASSERT_TRUE( first->says( belongsTo( *second ) ) );
+}
+
 TEST_F( Vexl3d, leavesTheSocketToTheDaemonThatHasIt ) {
    Process daemon( VEXL3D_PROGRAM, arguments( {} ), runtime() );
    ASSERT_TRUE( daemon.says( fed ) );

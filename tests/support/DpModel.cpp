@@ -113,7 +113,7 @@ void DpModel::command( Module & module, const Gant::String & action, const Gant:
       module.tables[ "ether types" ][ field( argument, "ether_type" ) ] = field( argument, "ogate" );
    } else if ( action == "clearEtherTypeGate" ) {
       erase( module, "ether types", field( argument, "ether_type" ), what );
-   } else if ( what == "setVrf vrf 0" ) {
+   } else if ( what == "setVrf vrf 0" || what == "setEnabled enabled true" ) {
       // As it was made.
       module.settings.erase( action );
    } else if ( action != "setCounterIds" ) {

@@ -1,0 +1,18 @@
+#include "DpModule.h"
+
+namespace Vexdp {
+
+bool Module::puntedBehind( GateId ogate, const Packet & packet ) const {
+   constexpr unsigned kMostPassed = 8; // whoever connects the gates may have made a circle
+   const auto * at = this;
+   std::optional< GateId > gate = ogate;
+   for ( unsigned passed = 0; gate && passed < kMostPassed; ++passed ) {
+      if ( *gate >= at->ogates_.size() || at->ogates_[ *gate ].peer == nullptr ) return false;
+      at = at->ogates_[ *gate ].peer;
+      if ( at->punts( packet ) ) return true;
+      gate = at->passGate();
+   }
+   return false;
+}
+
+} // namespace Vexdp
