@@ -109,110 +109,126 @@ class PortRxComparer : public Comparer {
    using Comparer::Comparer;
    bool finish() override {
       const auto text = []( bool enabled ) { return enabled ? "enabled" : "disabled"; };
-
-      class ClassifyComparer : public Comparer {
-       public:
-         using Comparer::Comparer;
-         void created( const google::protobuf::Any & any ) override {
-            vex::pb::EtherClassifyArg arg;
-            if ( !any.UnpackTo( &arg ) ) return;
-            mac_ = macOf( arg.mac_addr() );
-            intfName_ = arg.intfname();
-         }
-
-         bool finish() override {
-            const auto classified = comparison().classified.find( &module() );
-            if ( classified == comparison().classified.end() ) return true;
-            const auto intfId = classified->second;
-            const auto & l2Intf = session().vexcsd()->l2Intf( intfId );
-            if ( !l2Intf ) return true;
-            const auto l3Intf = session().vexcsd()->l3Intf( intfId );
-            findings().compared( "settings", 4 );
-            findings().compare( name(), "interface", intfId.stringValue(), intfName_ );
-            findings().compare( name(), "MAC", textOrNone( l2Intf->macAddr() ), textOrNone( mac_ ) );
-            findings().compare( name(), "VRF", std::to_string( l3Intf ? l3Intf->vrfId().value() : 0 ),
-                                std::to_string( vrf_ ) );
-            std::set< std::string > virtualMacs;
-            for ( const auto & mac : l2Intf->virtualMacAddrIterator() ) virtualMacs.insert( mac.stringValue() );
-            findings().compare( name(), "virtual MACs", Json( virtualMacs ).dump(), Json( virtualMacs_ ).dump() );
-            finishGates( l3Intf );
-            return true;
-         }
-
-       protected:
-         bool told( const std::string & cmd, const std::string & bytes ) override {
-            if ( cmd == "setVrf" )
-               return parsed< vex::pb::VrfArg >( bytes, [ this ]( auto & arg ) { vrf_ = arg.vrf(); } );
-            if ( cmd == "setMacAddr" )
-               return parsed< vex::pb::EthernetConfigArg >(
-                    bytes, [ this ]( auto & arg ) { mac_ = macOf( arg.mac_addr() ); } );
-            if ( cmd == "addVirtualMac" )
-               return parsed< vex::pb::EthernetConfigArg >(
-                    bytes, [ this ]( auto & arg ) { virtualMacs_.insert( macOf( arg.mac_addr() ).stringValue() ); } );
-            if ( cmd == "setEtherTypeGate" )
-               return parsed< vex::pb::EtherTypeGateArg >(
-                    bytes, [ this ]( auto & arg ) { gates_[ arg.ether_type() ] = arg.ogate(); } );
-            return false;
-         }
-
-       private:
-         template < typename Arg, typename Take >
-         static bool parsed( const std::string & bytes, Take take ) {
-            Arg arg;
-            if ( !arg.ParseFromString( bytes ) ) return false;
-            take( arg );
-            return true;
-         }
-
-         void finishGates( const Gant::Ptr< Vex::L3Intf > & l3Intf ) {
-            std::map< U32, U32 > meant;
-            if ( l3Intf )
-               for ( const auto & [ etherType, chain ] : l3Intf->ingressChains() )
-                  for ( const auto & source : chain.sources() )
-                     if ( source.module.get() == &module() ) meant[ etherType ] = source.gate.value();
-            const auto object = []( U32 etherType ) { return Gant::format( "EtherType 0x%04x", etherType ); };
-            for ( const auto & [ etherType, gate ] : meant )
-               if ( !gates_.contains( etherType ) )
-                  findings().missing( name(), object( etherType ), "gate " + std::to_string( gate ) );
-            for ( const auto & [ etherType, gate ] : gates_ ) {
-               const auto held = "gate " + std::to_string( gate );
-               const auto at = meant.find( etherType );
-               if ( at == meant.end() )
-                  findings().unexpected( name(), object( etherType ), held );
-               else
-                  findings().compare( name(), object( etherType ), "gate " + std::to_string( at->second ), held );
-               if ( !comparison().leads( name(), gate ) )
-                  findings().dangling( name(), object( etherType ), held + " is not connected" );
-            }
-         }
-
-         std::string intfName_;
-         Kynet::EthAddr mac_;
-         U32 vrf_ = 0;
-         std::set< std::string > virtualMacs_;
-         std::map< U32, U32 > gates_;
-      };
-
-   } // namespace
-
-   std::unique_ptr< Comparer > ipInputComparer( Comparison & comparison, Vex::Module & module ) {
-      return std::make_unique< IpInputComparer >( comparison, module );
+      findings().compared( "settings" );
+      findings().compare( name(), "port", text( static_cast< Vex::PortModule & >( module() ).enabled() ),
+                          text( enabled_ ) );
+      return true;
    }
 
-   std::unique_ptr< Comparer > ipOutputComparer( Comparison & comparison, Vex::Module & module ) {
-      return std::make_unique< IpOutputComparer >( comparison, module );
+ protected:
+   bool told( const std::string & cmd, const std::string & bytes ) override {
+      vex::pb::PortEnabledArg arg;
+      if ( cmd != "setEnabled" || !arg.ParseFromString( bytes ) ) return false;
+      enabled_ = arg.enabled();
+      return true;
    }
 
-   std::unique_ptr< Comparer > tunnelPortComparer( Comparison & comparison, Vex::Module & module ) {
-      return std::make_unique< TunnelPortComparer >( comparison, module );
+ private:
+   bool enabled_ = true;
+};
+
+class ClassifyComparer : public Comparer {
+ public:
+   using Comparer::Comparer;
+   void created( const google::protobuf::Any & any ) override {
+      vex::pb::EtherClassifyArg arg;
+      if ( !any.UnpackTo( &arg ) ) return;
+      mac_ = macOf( arg.mac_addr() );
+      intfName_ = arg.intfname();
    }
 
-   std::unique_ptr< Comparer > portRxComparer( Comparison & comparison, Vex::Module & module ) {
-      return std::make_unique< PortRxComparer >( comparison, module );
+   bool finish() override {
+      const auto classified = comparison().classified.find( &module() );
+      if ( classified == comparison().classified.end() ) return true;
+      const auto intfId = classified->second;
+      const auto & l2Intf = session().vexcsd()->l2Intf( intfId );
+      if ( !l2Intf ) return true;
+      const auto l3Intf = session().vexcsd()->l3Intf( intfId );
+      findings().compared( "settings", 4 );
+      findings().compare( name(), "interface", intfId.stringValue(), intfName_ );
+      findings().compare( name(), "MAC", textOrNone( l2Intf->macAddr() ), textOrNone( mac_ ) );
+      findings().compare( name(), "VRF", std::to_string( l3Intf ? l3Intf->vrfId().value() : 0 ),
+                          std::to_string( vrf_ ) );
+      std::set< std::string > virtualMacs;
+      for ( const auto & mac : l2Intf->virtualMacAddrIterator() ) virtualMacs.insert( mac.stringValue() );
+      findings().compare( name(), "virtual MACs", Json( virtualMacs ).dump(), Json( virtualMacs_ ).dump() );
+      finishGates( l3Intf );
+      return true;
    }
 
-   std::unique_ptr< Comparer > classifyComparer( Comparison & comparison, Vex::Module & module ) {
-      return std::make_unique< ClassifyComparer >( comparison, module );
+ protected:
+   bool told( const std::string & cmd, const std::string & bytes ) override {
+      if ( cmd == "setVrf" ) return parsed< vex::pb::VrfArg >( bytes, [ this ]( auto & arg ) { vrf_ = arg.vrf(); } );
+      if ( cmd == "setMacAddr" )
+         return parsed< vex::pb::EthernetConfigArg >( bytes,
+                                                      [ this ]( auto & arg ) { mac_ = macOf( arg.mac_addr() ); } );
+      if ( cmd == "addVirtualMac" )
+         return parsed< vex::pb::EthernetConfigArg >(
+              bytes, [ this ]( auto & arg ) { virtualMacs_.insert( macOf( arg.mac_addr() ).stringValue() ); } );
+      if ( cmd == "setEtherTypeGate" )
+         return parsed< vex::pb::EtherTypeGateArg >(
+              bytes, [ this ]( auto & arg ) { gates_[ arg.ether_type() ] = arg.ogate(); } );
+      return false;
    }
+
+ private:
+   template < typename Arg, typename Take >
+   static bool parsed( const std::string & bytes, Take take ) {
+      Arg arg;
+      if ( !arg.ParseFromString( bytes ) ) return false;
+      take( arg );
+      return true;
+   }
+
+   void finishGates( const Gant::Ptr< Vex::L3Intf > & l3Intf ) {
+      std::map< U32, U32 > meant;
+      if ( l3Intf )
+         for ( const auto & [ etherType, chain ] : l3Intf->ingressChains() )
+            for ( const auto & source : chain.sources() )
+               if ( source.module.get() == &module() ) meant[ etherType ] = source.gate.value();
+      const auto object = []( U32 etherType ) { return Gant::format( "EtherType 0x%04x", etherType ); };
+      for ( const auto & [ etherType, gate ] : meant )
+         if ( !gates_.contains( etherType ) )
+            findings().missing( name(), object( etherType ), "gate " + std::to_string( gate ) );
+      for ( const auto & [ etherType, gate ] : gates_ ) {
+         const auto held = "gate " + std::to_string( gate );
+         const auto at = meant.find( etherType );
+         if ( at == meant.end() )
+            findings().unexpected( name(), object( etherType ), held );
+         else
+            findings().compare( name(), object( etherType ), "gate " + std::to_string( at->second ), held );
+         if ( !comparison().leads( name(), gate ) )
+            findings().dangling( name(), object( etherType ), held + " is not connected" );
+      }
+   }
+
+   std::string intfName_;
+   Kynet::EthAddr mac_;
+   U32 vrf_ = 0;
+   std::set< std::string > virtualMacs_;
+   std::map< U32, U32 > gates_;
+};
+
+} // namespace
+
+std::unique_ptr< Comparer > ipInputComparer( Comparison & comparison, Vex::Module & module ) {
+   return std::make_unique< IpInputComparer >( comparison, module );
+}
+
+std::unique_ptr< Comparer > ipOutputComparer( Comparison & comparison, Vex::Module & module ) {
+   return std::make_unique< IpOutputComparer >( comparison, module );
+}
+
+std::unique_ptr< Comparer > tunnelPortComparer( Comparison & comparison, Vex::Module & module ) {
+   return std::make_unique< TunnelPortComparer >( comparison, module );
+}
+
+std::unique_ptr< Comparer > portRxComparer( Comparison & comparison, Vex::Module & module ) {
+   return std::make_unique< PortRxComparer >( comparison, module );
+}
+
+std::unique_ptr< Comparer > classifyComparer( Comparison & comparison, Vex::Module & module ) {
+   return std::make_unique< ClassifyComparer >( comparison, module );
+}
 
 } // namespace Host
