@@ -131,15 +131,4 @@ class SessionRouter : public Host::DaemonControl {
                                  { [] { return true; }, [] {}, [ this ] { fed_ = true; } } };
 };
 
-inline std::string differences( const char * what, const Lines & found, const Lines & expected ) {
-   std::string text;
-   for ( const auto & line : found )
-      if ( std::ranges::count( found, line ) > std::ranges::count( expected, line ) )
-         text += std::string( what ) + " has " + line + "\n";
-   for ( const auto & line : expected )
-      if ( std::ranges::count( expected, line ) > std::ranges::count( found, line ) )
-         text += std::string( what ) + " lacks " + line + "\n";
-   return text;
-}
-
 } // namespace Test
