@@ -51,7 +51,11 @@ const Kynet::NamespaceName & defaultNamespace() {
 // What came and went meanwhile is told apart by whether modules are there, and stand in the interface's chain.
 void VexL3Sm::GantVexcsd::onRenotify() {
    for ( const auto & intfId : sm_->l3Modules()->ipInputModKeys() )
-      if ( !sm_->isWired( intfId ) ) sm_->removeL3Intf( intfId );
+      if ( !sm_->isWired( intfId ) ) {
+         sm_->removeL3Intf( intfId );
+         // Its layer-2 interface may have gone, too.
+         sm_->deleteNextHopModule( intfId );
+      }
    for ( const auto & intfId : Gant::keysOf( notifier()->l3IntfIteratorConst() ) )
       if ( !sm_->l3Modules()->ipInputModHas( intfId ) ) onL3Intf( intfId );
 }
@@ -66,13 +70,12 @@ bool VexL3Sm::isWired( Kynet::IntfId intfId ) const {
           } );
 }
 
-// Also when its layer-2 interface is not there any more.
 void VexL3Sm::removeL3Intf( Kynet::IntfId intfId ) {
    GANT_TRACE( 2, "VexL3Sm:: Delete", " intf: ", intfId );
    deleteIntfIdtoOgateMapping( intfId, this );
    deleteIpInputModule( intfId );
    deleteIpOutputModule( intfId );
-   if ( l3Modules()->nextHopModHas( intfId ) ) deleteNextHopModule( intfId );
+   if ( isEthIntf( intfId ) ) deleteNextHopModule( intfId );
    if ( const auto & l2Intf = vexcsd()->l2Intf( intfId ) ) l2Intf->vrfIdIs( Hul::VrfId( 0 ) );
    if ( tunnels_.contains( intfId ) ) deleteTunnel( intfId );
 }

@@ -30,10 +30,7 @@ struct L3IntfSm::GantAllIntfStatusDir : Interface::AllIntfStatusDir::Notifiee {
    explicit GantAllIntfStatusDir( L3IntfSm * owner ) :
         Notifiee( owner, owner->args_.allIntfStatusDir ), owner( owner ) {}
    void onIntfStatus( const Kynet::IntfId & intfId ) override { owner->review( intfId ); }
-   void onRenotify() override {
-      owner->reviewAll();
-      owner->tellAgain();
-   }
+   void onRenotify() override { owner->reviewAll(); }
    L3IntfSm * owner;
 };
 
@@ -158,12 +155,6 @@ void L3IntfSm::update( Kynet::IntfId intfId, const Facts & wanted ) {
       args_.routingStatusHelper->enableVlanRouting( intfId, wanted.vlanId, wanted.state );
       args_.hulL3Status->intfRoutingStateIs( intfId, wanted.state );
    }
-}
-
-// An interface that went and came while nobody listened has lost what it was told.
-void L3IntfSm::tellAgain() {
-   for ( const auto & [ intfId, told ] : told_ )
-      args_.routingStatusHelper->handleL3Intf( intfId, told.vlanId, told.mtu, true, false, told.vrfId );
 }
 
 void L3IntfSm::remove( Kynet::IntfId intfId ) {

@@ -83,7 +83,6 @@ class L3IntfSm : public Gant::StateMachine {
    void create( Kynet::IntfId intfId, const Facts & wanted );
    void update( Kynet::IntfId intfId, const Facts & wanted );
    void remove( Kynet::IntfId intfId );
-   void tellAgain();
    void tellMss( Kynet::IntfId intfId );
    bool routed( Kynet::IntfId intfId ) const;
    RoutingState state( Kynet::IntfId intfId ) const;

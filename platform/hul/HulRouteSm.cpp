@@ -143,7 +143,10 @@ void RouteMachine< F >::handleAll() {
 
 template < typename F >
 void RouteMachine< F >::review( U32 slot, U64 sequence, bool retry ) {
+   const auto slots = told_.size();
    told_.grow( args_.table->slots() );
+   // A sweep that is under way goes around all that there is: it would end short of where it began.
+   if ( sweepLeft_ != 0 ) sweepLeft_ += told_.size() - slots;
    auto & told = told_[ slot ];
    if ( !args_.table->slotHas( slot ) ) {
       if ( told.here ) forget( slot, sequence );

@@ -25,8 +25,6 @@ Gant::Ptr< L2Intf > VexCommonSmData::l2IntfIs( Kynet::IntfId intfId, Gant::Ptr< 
 Gant::Ptr< L2Intf > VexCommonSmData::l2IntfDel( Kynet::IntfId intfId ) {
    GANT_ON_LOOP();
    if ( !l2IntfHas( intfId ) ) return nullptr;
-   // It does not outlive what it stands on.
-   l3IntfDel( intfId );
    portDel( intfId );
    const auto gone = l2Intf_.extract( intfId );
    notifiees_.tell( &Notifiee::onL2Intf, intfId );

@@ -102,7 +102,7 @@ void Module::releaseOutGate( GateId gate ) {
 }
 
 void Module::connectModule( const Gant::Ptr< Module > & target ) {
-   if ( findGateByName( target->name(), false ) ) return;
+   if ( !!findGateByName( target->name(), false ) ) return;
    const auto gate = getOutGate();
    if ( !gate ) return;
    outGateIs( gate, target.get() );

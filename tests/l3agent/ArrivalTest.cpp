@@ -141,6 +141,7 @@ const Fact facts[] = {
                             : void( state.portVifStatus->intfToPortVifMapDel( intf( "Ethernet1" ) ) ) ),
 };
 constexpr size_t factCount = std::size( facts );
+constexpr size_t firstPort = 2, lastPort = 5;
 // In place of a fact: the agent listens, or does not.
 constexpr size_t awake = factCount;
 
@@ -163,6 +164,9 @@ Gant::String textOf( const Steps & steps ) {
 class Bench {
  public:
    void take( const Step & step ) {
+      // A port is the engine's, which takes none away while the agent stands on it.
+      if ( !step.there && step.fact >= firstPort && step.fact <= lastPort )
+         router.agent->hasNotificationActiveIs( true );
       if ( step.fact == awake )
          router.agent->hasNotificationActiveIs( step.there );
       else
