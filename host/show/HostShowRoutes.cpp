@@ -36,27 +36,19 @@ Json viasOf( const Mirel::Vias * vias ) {
    return out;
 }
 
-std::string reasonOf( const Mirel::UnprogrammedTable & table, const Key & key ) {
-   const Mirel::UnprogrammedTable::Key at( key.vrfId, key.prefix );
-   if ( !table.routeHas( at ) ) return {};
-   return table.route( at ) == Mirel::UnprogrammedReason::familyNotSupported_
-               ? "the data plane takes no routes of this family"
-               : "the data plane's helper refused it";
-}
-
 template < typename Table, typename Prefix >
-Json rowOf( const AgentView & session, const Table & table, const Mirel::UnprogrammedTable & unprogrammed,
-            const Key & key, const Prefix & prefix ) {
+Json rowOf( const AgentView & session, const Table & table, const Key & key, const Prefix & prefix ) {
    const auto route = table.route( key.vrfId, prefix );
    if ( !route ) return {};
-   Json row{ { "vrf", vrfName( session, Hul::VrfId( key.vrfId ) ) },
+   const Hul::VrfId vrfId( key.vrfId );
+   Json row{ { "vrf", vrfName( session, vrfId ) },
              { "prefix", prefix.stringValue() },
              { "type", route->routeType().stringValue() } };
-   const auto & programmed = session.routeDb()->route( Hul::VrfAndIpGenPrefix( Hul::VrfId( key.vrfId ), key.prefix ) );
-   const auto reason = programmed ? std::string() : reasonOf( unprogrammed, key );
-   row[ "state" ] = programmed ? "programmed" : reason.empty() ? "pending" : "refused";
-   if ( programmed ) row[ "fec" ] = programmed->fecKey().value();
-   if ( !reason.empty() ) row[ "reason" ] = reason;
+   const auto state = session.agent()->hulVrfRootSm()->routeState( vrfId, key.prefix );
+   row[ "state" ] = state.progress.stringValue();
+   if ( const auto & told = session.routeDb()->route( Hul::VrfAndIpGenPrefix( vrfId, key.prefix ) ) )
+      row[ "fec" ] = told->fecKey().value();
+   if ( !state.reason.empty() ) row[ "reason" ] = state.reason;
    row[ "via" ] = viasOf( table.fec( route->fecId() ) );
    return row;
 }
@@ -64,8 +56,8 @@ Json rowOf( const AgentView & session, const Table & table, const Mirel::Unprogr
 Json rowOf( const AgentView & session, const Key & key ) {
    const auto & routing = session.routing();
    if ( key.prefix.af() == Kynet::AddressFamily::ipv4_ )
-      return rowOf( session, *routing.routeStatus(), *routing.unprogrammedRouteStatus(), key, key.prefix.v4Prefix() );
-   return rowOf( session, *routing.route6Status(), *routing.unprogrammedRoute6Status(), key, key.prefix.v6Prefix() );
+      return rowOf( session, *routing.routeStatus(), key, key.prefix.v4Prefix() );
+   return rowOf( session, *routing.route6Status(), key, key.prefix.v6Prefix() );
 }
 
 class AllRoutes : public Answer {

@@ -8,6 +8,7 @@
 #include "HulL2AdjRequest.h"
 #include "HulNeighbors.h"
 #include "HulPosted.h"
+#include "HulProgress.h"
 #include "HulRoutePathSm.h"
 #include "HulVrfSm.h"
 #include "MirelSlab.h"
@@ -31,6 +32,9 @@ struct Adj {
    bool created = false;
    bool walkGranted = false; // since the last change of a fact, a walk has been granted to the helper
    WalkState walk;
+   U32 asked = 0; // the lower bits of the number of its last command, or of its refused one
+   bool underWay = false;
+   S32 error = 0; // what the data plane refused one of its last commands with
 };
 
 struct ViasKey {
@@ -96,8 +100,12 @@ struct AdjSm::Impl {
 
    // Brings the adjacency to the helper: because a fact of it has changed, or for a walk as well.
    void tell( Number number );
+   // Notes the commands that the helper's call queues as the adjacency's.
+   template < typename Call >
+   auto asked( Number number, const Call & call );
+   void settled( const UnderWay< Number >::Entry & entry );
    void update( Number number );
-   void offer( Adj & adj );
+   void offer( Number number );
    void answered( Number number, const AdjUpdateReturnType & answer );
    void schedule( Number number );
    void walk();
@@ -120,6 +128,8 @@ struct AdjSm::Impl {
    NextHopCollection resolved; // keeps its memory between resolutions
    std::vector< std::vector< Number > > spare;
 
+   UnderWay< Number > underWay;
+
    std::vector< Number > queue; // walks, in order
    Posted walks{ [ this ] { walk(); } };
 
@@ -130,6 +140,7 @@ struct AdjSm::Impl {
    struct GantPaths;
    struct GantVrfs;
    struct GantReview;
+   struct GantProgress;
    std::unique_ptr< GantArp > arpReactor;
    std::unique_ptr< GantL3Status > l3Reactor;
    std::unique_ptr< GantIntfs > intfReactor;
@@ -137,6 +148,7 @@ struct AdjSm::Impl {
    std::unique_ptr< GantPaths > pathReactor;
    std::unique_ptr< GantVrfs > vrfReactor;
    std::unique_ptr< GantReview > reviewReactor;
+   std::unique_ptr< GantProgress > progressReactor;
 };
 
 } // namespace Hul

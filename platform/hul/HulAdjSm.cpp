@@ -3,6 +3,7 @@
 
 #include "GantAssert.h"
 #include "GantTrace.h"
+#include "HulCommonSmData.h"
 
 #include <algorithm>
 
@@ -17,6 +18,18 @@ constexpr size_t walksPerTurn = 256;
 
 } // namespace
 
+template < typename Call >
+auto AdjSm::Impl::asked( Number number, const Call & call ) {
+   const auto & progress = *args.common->progress();
+   const auto before = progress.told();
+   auto answer = call();
+   auto & adj = adjs[ number ];
+   adj.error = 0;
+   adj.underWay = underWay.add( before, progress.told(), number );
+   adj.asked = static_cast< U32 >( progress.told() );
+   return answer;
+}
+
 void AdjSm::Impl::tell( Number number ) {
    adjs[ number ].walkGranted = false;
    update( number );
@@ -27,13 +40,22 @@ void AdjSm::Impl::update( Number number ) {
    // This update does what a walk in the queue would do. One that is asked for while it runs comes after it.
    adj.walk = WalkState::idle();
    if ( adj.created )
-      answered( number, args.hulL2AdjHelper->update( adj.l2Adj ) );
+      answered( number, asked( number, [ & ] { return args.hulL2AdjHelper->update( adj.l2Adj ); } ) );
    else
-      offer( adj );
+      offer( number );
 }
 
-void AdjSm::Impl::offer( Adj & adj ) {
-   adj.created = args.hulL2AdjHelper->create( adj.l2Adj );
+void AdjSm::Impl::settled( const UnderWay< Number >::Entry & entry ) {
+   auto & adj = adjs[ entry.object ];
+   if ( !adj.l2Adj || !adj.underWay || adj.asked != entry.last ) return; // it was told again since
+   adj.underWay = false;
+   adj.error = entry.code;
+   if ( entry.code != 0 ) adj.asked = entry.refused;
+}
+
+void AdjSm::Impl::offer( Number number ) {
+   auto & adj = adjs[ number ];
+   adj.created = asked( number, [ & ] { return bool( args.hulL2AdjHelper->create( adj.l2Adj ) ); } );
    if ( !adj.created ) return;
    const auto l2Adj = adj.l2Adj;
    sm.notifiees_.tell( &Notifiee::onCreated, l2Adj );
@@ -129,7 +151,7 @@ AdjSm::Number AdjSm::use( Kynet::AddressFamily af, U64 fecId, const Mirel::Vias 
    const auto & l2Adj = adj.l2Adj;
    const U8 routeType = vias.empty() ? Mirel::RouteType::none_ : vias.front().kind().value();
    l2Adj->adjEntryIs( fecId, Gant::make< AdjEntry >( l2Adj->key().index(), routeType, fecId ) );
-   if ( made ) adj.created = impl_->args.hulL2AdjHelper->create( l2Adj );
+   if ( made ) adj.created = impl_->asked( number, [ & ] { return impl_->args.hulL2AdjHelper->create( l2Adj ); } );
    return number;
 }
 
@@ -165,6 +187,21 @@ U32 AdjSm::routes( Number number ) const { return impl_->adjs[ number ].routes; 
 
 bool AdjSm::created( Number number ) const { return impl_->adjs[ number ].created; }
 
+Gant::String AdjSm::refusal( Number number ) const {
+   const auto & adj = impl_->adjs[ number ];
+   return adj.error == 0 ? Gant::String() : impl_->args.common->progress()->reason( adj.asked, adj.error );
+}
+
+RouteState AdjSm::state( U64 adjIndex ) const {
+   const auto at = impl_->byIndex.find( adjIndex );
+   if ( at == impl_->byIndex.end() ) return { RouteProgress::pending(), "there is no such adjacency" };
+   const auto & adj = impl_->adjs[ at->second ];
+   if ( !adj.created ) return { RouteProgress::refused(), "the data plane's helper refused it" };
+   if ( adj.underWay ) return { RouteProgress::pending(), "the data plane has not answered" };
+   if ( adj.error != 0 ) return { RouteProgress::refused(), refusal( at->second ) };
+   return { RouteProgress::programmed(), {} };
+}
+
 U64 AdjSm::adjIndex( Number number ) const { return impl_->adjs[ number ].l2Adj->key().index(); }
 
 size_t AdjSm::adjs() const { return impl_->adjs.taken(); }
@@ -183,6 +220,10 @@ void AdjSm::pending( Pendings & out ) const {
       const auto object = "adjacency " + std::to_string( adj.l2Adj->key().index() );
       if ( !adj.created )
          out.push_back( { object, "the data plane refused it" } );
+      else if ( adj.error != 0 )
+         out.push_back( { object, "the data plane refused it: " + refusal( number ) } );
+      else if ( adj.underWay )
+         out.push_back( { object, "the data plane has not answered" } );
       else if ( auto lacking = impl_->lacks( adj ); !lacking.empty() )
          out.push_back( { object, std::move( lacking ) } );
       else if ( adj.walk == WalkState::waiting_ )

@@ -14,6 +14,7 @@
 namespace vex::pb {
 class BatchReply;
 class Hello;
+class Refusal;
 } // namespace vex::pb
 
 namespace Vex {
@@ -76,7 +77,9 @@ class GrpcChannel : public Channel {
    void begun( const vex::pb::Hello & hello );
    void replied( const vex::pb::BatchReply & reply );
    void ended( const Gant::String & reason, bool unimplemented );
-   Refusal describedRefusal( const Batch & batch, const vex::pb::BatchReply & reply, int index ) const;
+   bool refuse( const Batch & batch, const vex::pb::BatchReply & reply, U64 before );
+   Refusal inWords( const vex::pb::Refusal & refused, DescribedRequest request ) const;
+   void trace( const Refusal & refusal, const Gant::String & others ) const;
 
    const Gant::String address_;
    std::shared_ptr< Inbox > inbox_;
@@ -88,6 +91,7 @@ class GrpcChannel : public Channel {
    std::deque< Batch > waiting_;
    std::deque< Batch > outstanding_;
    U64 nextNumber_ = 1;
+   double floodTracedAt_ = -1; // seconds of the activity clock
    bool flushPosted_ = false;
    bool running_ = false;
    Gant::String dataPlaneVersion_;

@@ -233,7 +233,7 @@ void Recorder::checkVia( const Hul::NextHopCollection & via ) {
 
 bool Recorder::updateRoute( const Kynet::IpGenPrefix & prefix, Hul::VrfId vrfId, const Hul::RouteInfo & old,
                             const Hul::RouteInfo & now, U64 sequence ) {
-   const bool refused = now.routeType() != 0 && refusesRoute( prefix );
+   const bool refused = refusesRoute( prefix ) && now.routeType() != 0;
    if ( !silent )
       line( prefix.stringValue() + Gant::format( " vrf %u ", vrfId.value() ) + text( old ) + " -> " + text( now ) +
             ( sequence != 0 ? " seq " + std::to_string( sequence ) : "" ) + ( refused ? " refused" : "" ) );
