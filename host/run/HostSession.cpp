@@ -37,7 +37,8 @@ struct Session::GantClock : Gant::Clock::Notifiee {
 };
 
 Session::Session( const StateTree & tree, const std::string & address, Events events ) :
-     tree_( tree ), events_( std::move( events ) ), channel_( Gant::make< Vex::GrpcChannel >( address ) ),
+     tree_( tree ), state_( tree ), events_( std::move( events ) ),
+     channel_( Gant::make< Vex::GrpcChannel >( address ) ),
      global_( Gant::make< Vex::ModuleGlobalCmdConfig >( channel_ ) ), clock_( Gant::activityManager()->newClock() ),
      begunAt_( clock_->now() ), channelReactor_( std::make_unique< GantChannel >( this ) ),
      clockReactor_( std::make_unique< GantClock >( this ) ) {
@@ -73,16 +74,17 @@ void Session::handleAcknowledged() {
 void Session::startRuleTables() {
    vexcsd_->kyAclDbIs( Gant::make< Vex::KyAclDb >( global_->moduleConfigStatusPairIs( "engine" ) ) );
    if ( const auto & path = channel_->counterPath(); !path.empty() )
-      if ( const auto error = tree_.counterMirel->map( path ); !error.empty() ) spdlog::warn( "{}", error );
-   vexcsd_->bessCounterInfo()->counterMirelIs( tree_.counterMirel );
+      if ( const auto error = state_.counterMirel->map( path ); !error.empty() ) spdlog::warn( "{}", error );
+   vexcsd_->bessCounterInfo()->counterMirelIs( state_.counterMirel );
    cpuPolicy_ = Gant::make< Vex::QosCpuPolicy >( vexcsd_ );
    cpuPolicy_->hwInit();
 }
 
 void Session::start() {
    startRuleTables();
+   vexcsd_->routesMostIs( channel_->routesMost() );
    portSm_ = Gant::make< PortSm >( tree_.portDir, vexcsd_, global_->moduleConfigStatusPairIs( "engine" ) );
-   agent_ = agentOver( tree_, vexcsd_ );
+   agent_ = agentOver( tree_, state_, vexcsd_ );
    agent_->initializedIs( true );
    agent_->maybeStartProcessing();
    clock_->timeMinIs( clock_->now() + lookEvery );

@@ -233,6 +233,7 @@ void GrpcChannel::begun( const vex::pb::Hello & hello ) {
    running_ = true;
    dataPlaneVersion_ = hello.version();
    counterPath_ = hello.counter_path();
+   routesMost_ = hello.max_routes();
    sendWaiting();
 }
 

@@ -56,6 +56,9 @@ class GrpcChannel : public Channel {
    // The counter table's file, empty when there is none.
    const Gant::String & counterPath() const { return counterPath_; }
 
+   // The routes that its FIB has room for; 0: it has not said.
+   U32 routesMost() const { return routesMost_; }
+
    // Requests that wait in this process, and those on their way.
    size_t requestsWaiting() const;
    size_t requestsOutstanding() const;
@@ -96,6 +99,7 @@ class GrpcChannel : public Channel {
    bool running_ = false;
    Gant::String dataPlaneVersion_;
    Gant::String counterPath_;
+   U32 routesMost_ = 0;
 };
 
 } // namespace Vex

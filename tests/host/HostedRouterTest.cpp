@@ -117,10 +117,10 @@ TEST( HostedRouter, anIpv6RouteIsTakenAndShownAsNotProgrammed ) {
    EXPECT_EQ( router.change( "add route {prefix: '2001:db8::/32', via: 'fe80::1%Ethernet1'}" ), "" );
    router.drained();
    EXPECT_EQ( router.state.tree().fib6->routes(), 1u );
-   EXPECT_EQ( router.state.tree().unprogrammed6->routes(), 1u );
+   EXPECT_EQ( router.session->unprogrammed6->routes(), 1u );
    EXPECT_EQ( router.change( "del route {prefix: '2001:db8::/32'}" ), "" );
    router.drained();
-   EXPECT_EQ( router.state.tree().unprogrammed6->routes(), 0u );
+   EXPECT_EQ( router.session->unprogrammed6->routes(), 0u );
 }
 
 // An agent that comes later finds everything in the state, whatever has happened to it before.
