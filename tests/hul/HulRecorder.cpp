@@ -243,7 +243,7 @@ bool Recorder::updateRoute( const Kynet::IpGenPrefix & prefix, Hul::VrfId vrfId,
    const auto at = routes_.find( key );
    const auto inForce = at == routes_.end() ? Hul::RouteInfo() : at->second;
    check( inForce == old, "the old information is not that in force" );
-   check( !( old == now ), "nothing has changed" );
+   check( repeats || !( old == now ), "nothing has changed" );
    check( vrfs_.contains( vrfId ), "the route's VRF is not there" );
    check( now.routeType() == 0 || adjs_.contains( now.adjIndex() ), "the route's adjacency is not there" );
    if ( now.routeType() == 0 || refused )

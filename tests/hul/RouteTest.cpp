@@ -308,6 +308,7 @@ TEST_F( SlowDataPlane, aRouteIsWhatTheDataPlaneSaidToItsLastChange ) {
 }
 
 TEST_F( SlowDataPlane, whatHadNoRoomIsToldAgainInOrderOnceForEachRouteThatWent ) {
+   rec.repeats = true;
    for ( const auto * const text : { "10.0.0.0/8", "11.0.0.0/8", "12.0.0.0/8", "13.0.0.0/8" } ) state.route( text, 1 );
    for ( const U64 number : { 2, 3, 4 } ) progress.refusedIs( number, ENOSPC, "full" );
    progress.acknowledgedIs( 4 );

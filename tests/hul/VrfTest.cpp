@@ -127,6 +127,8 @@ TEST_F( Router, aVrfThatComesAgainUnderAnUsedIdIsUpToDateAndWhatIsUnderWayIsWait
    state.vrfDel( "red" );
    drained();
    state.vrf( "red", 7 );
+   EXPECT_EQ( programmed(), 0u );
+   progress.acknowledgedIs( 2 );
    EXPECT_EQ( programmed(), 2u );
 }
 
