@@ -105,6 +105,9 @@ void policyRows( const AgentView & view, const Gant::String & name, Output & out
                                                               : std::vector< Gant::String >();
       row[ "actions" ] = actionsOf( policyClass );
       row[ "applied" ] = intfs;
+      const auto said = view.agent()->qosAclSm()->state( name );
+      row[ "state" ] = said.progress.stringValue();
+      if ( !said.reason.empty() ) row[ "reason" ] = said.reason;
       if ( const auto at = packets.find( policyClass.name ); at != packets.end() ) row[ "packets" ] = at->second;
       out.row( row );
    }

@@ -4,6 +4,7 @@
 #include "HostShows.h"
 #include "HostSortedRuns.h"
 #include "HulAclSm.h"
+#include "HulIpsecConnectionTableSm.h"
 #include "HulQosAclSm.h"
 #include "HulVrfRootSm.h"
 #include "MirelFib.h"
@@ -150,6 +151,7 @@ std::unique_ptr< Answer > pending( const Asked & asked ) {
       rows( session.agent()->hulVrfRootSm()->pending( most + 1 ) );
       rows( session.agent()->aclSm()->pending() );
       rows( session.agent()->qosAclSm()->pending() );
+      rows( session.agent()->ipsecConnectionTableSm()->pending() );
       out.endMember( "more", count > most );
       out.endMember( "busy", session.agent()->hulVrfRootSm()->busy() );
    } );

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <grpcpp/grpcpp.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <signal.h>
 #include <string>
 #include <sys/wait.h>
@@ -17,6 +18,7 @@
 namespace Test {
 
 using Words = std::vector< std::string >;
+using Json = nlohmann::json;
 
 // A started program, whose output is read as it comes.
 class Process {
@@ -105,20 +107,35 @@ routes:
       words.insert( words.end(), more.begin(), more.end() );
       return words;
    }
-   // Of a data plane at the address: next hops of the route of an IPv4 address, -1 when there is none.
-   int nextHops( const std::string & address, std::uint32_t destination ) const {
+   // The answer as a document; the exit code is in `exitCode`.
+   Json vexctl( Words words ) const {
+      words.insert( words.begin(), { "--json", "--socket", path( "vexl3d.sock" ) } );
+      Process process( VEXCTL_PROGRAM, words );
+      const auto text = process.all();
+      exitCode = process.wait();
+      // What is for people comes behind the document.
+      auto document = Json::parse( text.substr( 0, text.rfind( "\n}" ) + 2 ), nullptr, false );
+      EXPECT_TRUE( document.is_object() ) << text;
+      return document;
+   }
+   Json rows( Words words ) const { return vexctl( std::move( words ) )[ "rows" ]; }
+   // Of a data plane at the address: next hops of the longest match of an IPv4 address, or of that very prefix; -1 when
+   // there is none.
+   int nextHops( const std::string & address, std::uint32_t destination, int prefixLen = -1 ) const {
       const auto stub = vex::pb::Engine::NewStub( grpc::CreateChannel( address, grpc::InsecureChannelCredentials() ) );
       grpc::ClientContext context;
       context.set_wait_for_ready( true );
       vex::pb::LookupRequest request;
       request.set_module( "fibIpv4" );
       request.set_address( destination );
+      if ( prefixLen >= 0 ) request.set_prefix_len( std::uint32_t( prefixLen ) );
       vex::pb::LookupReply reply;
       if ( !stub->Lookup( &context, request, &reply ).ok() || !reply.found() ) return -1;
       return reply.nh_info_size();
    }
 
    std::string directory_;
+   mutable int exitCode = -1;
 };
 
 } // namespace Test
