@@ -72,7 +72,10 @@ class BatchRun {
    void refused( const Outcome & out, const Subject & subject ) {
       auto & refusal = *reply_.add_refusal();
       refusal.set_index( index_ );
-      report( subject, out.refusal(), refusal );
+      if ( reply_.refusal_size() <= kDetailedMost )
+         report( subject, out.refusal(), refusal );
+      else
+         report( subject, out.refusal(), *refusal.mutable_error() );
    }
 
    void answered( google::protobuf::Any & data ) {
@@ -80,6 +83,9 @@ class BatchRun {
       answer.set_index( index_ );
       answer.mutable_data()->Swap( &data );
    }
+
+   // Refusals of one reply that have a status; a flood of them costs what they say.
+   static constexpr int kDetailedMost = 256;
 
    Requests & requests_;
    BatchReply & reply_;
