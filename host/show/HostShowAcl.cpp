@@ -29,6 +29,8 @@ Json appliedTo( const AgentView & view, const Acl::ListKey & key ) {
 std::string stateOf( const AgentView & view, const Acl::AclConfig & list ) {
    const auto & status = statusOf( view );
    if ( !status.programmedVersionHas( list.key() ) ) return "not applied";
+   const auto said = view.agent()->aclSm()->state( list.key() );
+   if ( said.progress != Hul::RouteProgress::programmed_ ) return said.progress.stringValue() + ": " + said.reason;
    return status.programmedVersion( list.key() ) == list.version() ? "programmed" : "an older version is programmed";
 }
 
