@@ -284,7 +284,9 @@ void AclSm::bind( Batch & batch ) {
    if ( touched.empty() ) return;
    helper.prepareToCommit();
    for ( const auto & key : touched ) answers_.asked( key, [ & ] { helper.commitAcl( data_[ key ] ); } );
+   const auto before = args_.vexcsd->progress()->told();
    helper.batchCommitAcls();
+   for ( const auto & key : touched ) answers_.note( key, before );
    for ( const auto & key : touched ) args_.aclStatusDp->programmedVersionIs( listOf( key ), data( key )->version() );
 }
 

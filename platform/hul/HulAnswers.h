@@ -22,6 +22,11 @@ class Answers {
       const Window window( *this, key );
       return call();
    }
+   // The same of those after number `before`, where one call is of several objects.
+   void note( const Key & key, U64 before ) {
+      auto & said = said_[ key ];
+      if ( underWay_.add( before, progress_->told(), { key, said.generation } ) ) ++said.waiting;
+   }
    // The object is told anew: what was said of it before concerns it no more.
    void begin( const Key & key ) { said_[ key ] = { ++generations_ }; }
    void forget( const Key & key ) { said_.erase( key ); }
@@ -52,10 +57,7 @@ class Answers {
    struct Window {
       Window( Answers & answers, const Key & key ) :
            answers( answers ), key( key ), before( answers.progress_->told() ) {}
-      ~Window() {
-         auto & said = answers.said_[ key ];
-         if ( answers.underWay_.add( before, answers.progress_->told(), { key, said.generation } ) ) ++said.waiting;
-      }
+      ~Window() { answers.note( key, before ); }
       Answers & answers;
       const Key key;
       const U64 before;
