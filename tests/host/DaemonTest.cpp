@@ -1,8 +1,6 @@
 // The daemon as its supervisor and its user see it: exit codes, what it says, and what becomes of its data plane.
 #include "DaemonProcess.h"
 
-#include <map>
-
 namespace {
 
 using namespace Test;
@@ -105,54 +103,6 @@ TEST_F( Vexl3d, triesAgainWhenItsDataPlaneDoesNotStart ) {
    EXPECT_TRUE( daemon.says( "no data plane: " + path( "none" ) + ": No such file or directory" ) );
    daemon.signal( SIGTERM );
    EXPECT_EQ( daemon.wait(), 0 );
-}
-
-TEST_F( Vexl3d, namesEveryRouteOfAnOverfullDataPlaneAsItIs ) {
-   const auto address = "unix:" + path( "dataplane.sock" );
-   constexpr unsigned room = 20, described = 40;
-   const auto at = []( unsigned n ) { return 0xcb000000 + ( n << 8 ); };
-   std::string yaml = "interfaces: [{name: Ethernet1, addresses: 10.0.1.1/24}]\nroutes:\n";
-   for ( unsigned n = 0; n < described; ++n )
-      yaml += "  - {prefix: 203.0." + std::to_string( n ) + ".0/24, via: 10.0.1.2}\n";
-   write( "router.yaml", yaml );
-   Process dataPlane( VEXDP_PROGRAM, { "--listen", address, "--max-routes", std::to_string( room ) } );
-   Process daemon( VEXL3D_PROGRAM, arguments( { "--dataplane", address } ), runtime() );
-   ASSERT_TRUE( daemon.says( "routes is full with" ) );
-   ASSERT_TRUE( daemon.says( fed ) );
-   const auto check = [ & ] {
-      std::map< std::string, unsigned > states;
-      for ( const auto & row : rows( { "show", "routes" } ) ) {
-         const auto state = row[ "state" ].get< std::string >(), prefix = row[ "prefix" ].get< std::string >();
-         ++states[ state ];
-         unsigned n = 0;
-         if ( std::sscanf( prefix.c_str(), "203.0.%u.0/24", &n ) != 1 ) continue;
-         EXPECT_EQ( state, nextHops( address, at( n ), 24 ) < 0 ? "refused" : "programmed" ) << prefix;
-         if ( state == "refused" )
-            EXPECT_NE( row[ "reason" ].get< std::string >().find( "no room" ), std::string::npos );
-      }
-      const auto summary = rows( { "show", "summary" } )[ 0 ];
-      EXPECT_EQ( summary[ "routesProgrammed" ], states[ "programmed" ] );
-      EXPECT_EQ( summary[ "routesRefused" ][ "ipv4" ], states[ "refused" ] );
-      const auto capacity = rows( { "show", "capacity" } )[ 0 ];
-      EXPECT_EQ( capacity[ "max" ], room );
-      EXPECT_EQ( capacity[ "free" ], 0u );
-      rows( { "verify" } );
-      EXPECT_EQ( exitCode, 1 );
-      return states[ "refused" ];
-   };
-   const auto refused = check();
-   EXPECT_GT( refused, described - room );
-   // Room for one: the first of those that were refused.
-   vexctl( { "route", "del", "203.0.0.0/24" } );
-   EXPECT_EQ( exitCode, 0 );
-   for ( Json summary; summary.is_null() || summary[ "routesRefused" ][ "ipv4" ] == refused ||
-                       summary[ "routesUnderWay" ][ "ipv4" ] != 0; )
-      summary = rows( { "show", "summary" } )[ 0 ];
-   EXPECT_EQ( check(), refused - 1 );
-   // And for all.
-   write( "router.yaml", "interfaces: [{name: Ethernet1, addresses: 10.0.1.1/24}]\n" );
-   daemon.signal( SIGHUP );
-   ASSERT_TRUE( daemon.says( "routes has room again" ) );
 }
 
 } // namespace
