@@ -79,7 +79,7 @@ std::vector< Show > routingShows() {
           .words = { vrfWord, matchWord },
           .options = { dataPlane },
           .columns = { text( "VRF", "vrf" ), text( "Prefix", "prefix" ), number( "FEC", "fec" ),
-                       list( "Next hops", "nexthops", nexthopInWords ), text( "", "builtIn" ),
+                       list( "Next hops", "nexthops", nexthopInWords ), text( "", "builtIn" ), text( "State", "state" ),
                        shown( "FEC missing", "fecMissing", inWords ) },
           .footer = counted( "route", "routes" ) },
         { .command = "show routes",

@@ -5,8 +5,12 @@
 namespace Hul {
 
 Gant::String Progress::reason( U32 number, S32 code ) const {
-   for ( auto at = refused_.rbegin(); at != refused_.rend(); ++at )
-      if ( static_cast< U32 >( at->number ) == number ) return at->text;
+   if ( !refused_.empty() ) {
+      const auto newest = refused_.back().number;
+      const auto whole = newest - static_cast< U32 >( static_cast< U32 >( newest ) - number );
+      const auto at = std::ranges::lower_bound( refused_, whole, {}, &RefusedCommand::number );
+      if ( at != refused_.end() && at->number == whole ) return at->text;
+   }
    const char * const words = strerrordesc_np( code );
    return words == nullptr ? "error " + std::to_string( code ) : words;
 }
