@@ -307,16 +307,17 @@ void RouteMachine< F >::reviewFill() {
    const auto most = args_.common->routesMost();
    if ( counts.noRoom != 0 ) {
       if ( std::exchange( fill_, Fill::full ) != Fill::full )
-         GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes is full with ", counts.programmed,
-                     " routes: those that it has no room for wait" );
+         GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes is full with ",
+                     counts.programmed, " routes: those that it has no room for wait" );
       return;
    }
    if ( counts.underWay != 0 && fill_ == Fill::full ) return;
    const auto parts = most == 0 ? 0 : counts.programmed * U64( 100 ) / most;
-   if ( fill_ == Fill::full ) GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes has room again" );
+   if ( fill_ == Fill::full )
+      GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes has room again" );
    if ( fill_ == Fill::some && parts >= nearlyFull )
-      GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes is filled to ", parts, " %: ", counts.programmed,
-                  " of ", most );
+      GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes is filled to ", parts,
+                  " %: ", counts.programmed, " of ", most );
    if ( parts >= nearlyFull || ( fill_ != Fill::some && parts >= notNearlyFull ) )
       fill_ = Fill::nearlyFull;
    else
