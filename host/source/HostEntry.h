@@ -47,7 +47,7 @@ class Entry {
    T value( const char * what ) const {
       const auto text = this->text( what );
       const auto value = T::fromString( text );
-      if ( !value ) fail( quoted( text ) + " is not " + what );
+      if ( !value ) fail( Host::quoted( text ) + " is not " + what );
       return *value;
    }
 

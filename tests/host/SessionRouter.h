@@ -16,6 +16,7 @@
 namespace Test {
 
 using Host::Json;
+using Lines = std::vector< std::string >;
 
 class Rows : public Host::Output {
  public:
