@@ -120,6 +120,7 @@ class FloorDoer : public Doer, private Vex::Channel::Origin {
  private:
    void response( const google::protobuf::Any & ) override {}
    void refused( const Vex::Refusal & ) override {}
+   bool wantsRefusals() const override { return false; }
 
    const Recording & recording_;
    Gant::Ptr< Vex::Channel > channel_;

@@ -109,6 +109,7 @@ class Session {
          helloSent_ = true;
          reply_.mutable_hello()->set_version( kVersion );
          reply_.mutable_hello()->set_counter_path( server_.engine_.counters().path() );
+         reply_.mutable_hello()->set_max_routes( server_.engine_.limits().routes );
       }
       write();
    }

@@ -1,7 +1,7 @@
 // The agent over the state tree.
 #pragma once
 
-#include "HostStateTree.h"
+#include "HostSessionState.h"
 
 namespace Vex {
 class VexCommonSmData;
@@ -12,8 +12,9 @@ class AgentSm;
 
 namespace Host {
 
-// Made with the tree's mounts and entities, for the engine of `vexcsd`. Neither phase has run.
-Gant::Ptr< VexL3Unicast::AgentSm > agentOver( const StateTree & tree,
+// Made with the tree's mounts and entities, and those of the session, for the engine of `vexcsd`. Neither phase has
+// run.
+Gant::Ptr< VexL3Unicast::AgentSm > agentOver( const StateTree & tree, const SessionState & session,
                                               const Gant::Ptr< Vex::VexCommonSmData > & vexcsd );
 
 } // namespace Host

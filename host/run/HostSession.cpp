@@ -46,7 +46,8 @@ struct Session::GantCounterClock : Gant::Clock::Notifiee {
 };
 
 Session::Session( const StateTree & tree, const std::string & address, bool takeOver, Events events ) :
-     tree_( tree ), events_( std::move( events ) ), channel_( Gant::make< Vex::GrpcChannel >( address, takeOver ) ),
+     tree_( tree ), state_( tree ), events_( std::move( events ) ),
+     channel_( Gant::make< Vex::GrpcChannel >( address, takeOver ) ),
      global_( Gant::make< Vex::ModuleGlobalCmdConfig >( channel_ ) ), clock_( Gant::activityManager()->newClock() ),
      counterClock_( Gant::activityManager()->newClock() ), begunAt_( clock_->now() ),
      channelReactor_( std::make_unique< GantChannel >( this ) ), clockReactor_( std::make_unique< GantClock >( this ) ),
@@ -83,7 +84,7 @@ void Session::handleAcknowledged() {
 void Session::startRuleTables() {
    vexcsd_->kyAclDbIs( Gant::make< Vex::KyAclDb >( global_->moduleConfigStatusPairIs( "engine" ) ) );
    mapCounters();
-   vexcsd_->bessCounterInfo()->counterMirelIs( tree_.counterMirel );
+   vexcsd_->bessCounterInfo()->counterMirelIs( state_.counterMirel );
    cpuPolicy_ = Gant::make< Vex::QosCpuPolicy >( vexcsd_ );
    cpuPolicy_->hwInit();
 }
@@ -92,7 +93,7 @@ void Session::startRuleTables() {
 void Session::mapCounters() {
    const auto & path = channel_->counterPath();
    if ( path.empty() ) return;
-   const auto error = tree_.counterMirel->map( path );
+   const auto error = state_.counterMirel->map( path );
    if ( error.empty() ) return;
    if ( !agent_ ) spdlog::warn( "{}", error );
    counterClock_->timeMinIs( counterClock_->now() + mapEvery );
@@ -101,8 +102,9 @@ void Session::mapCounters() {
 void Session::start() {
    if ( stoodBy_ ) begunAt_ = clock_->now();
    startRuleTables();
+   vexcsd_->routesMostIs( channel_->routesMost() );
    portSm_ = Gant::make< PortSm >( tree_.portDir, vexcsd_, global_->moduleConfigStatusPairIs( "engine" ) );
-   agent_ = agentOver( tree_, vexcsd_ );
+   agent_ = agentOver( tree_, state_, vexcsd_ );
    agent_->initializedIs( true );
    agent_->maybeStartProcessing();
    clock_->timeMinIs( clock_->now() + lookEvery );

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "HostPortSm.h"
+#include "HostSessionState.h"
 
 #include "GantActivity.h"
 
@@ -65,6 +66,7 @@ class Session : public Gant::StateMachine {
    void tellLost();
 
    const StateTree & tree_;
+   const SessionState state_;
    Events events_;
    Gant::Ptr< Vex::GrpcChannel > channel_;
    Gant::Ptr< Vex::ModuleGlobalCmdConfig > global_;

@@ -30,6 +30,8 @@ Json appliedTo( const AgentView & view, const Acl::ListKey & key ) {
 std::string stateOf( const AgentView & view, const Acl::AclConfig & list ) {
    const auto & status = statusOf( view );
    if ( !status.programmedVersionHas( list.key() ) ) return "not applied";
+   const auto said = view.agent()->aclSm()->state( list.key() );
+   if ( said.progress != Hul::RouteProgress::programmed_ ) return said.progress.stringValue() + ": " + said.reason;
    return status.programmedVersion( list.key() ) == list.version() ? "programmed" : "an older version is programmed";
 }
 
@@ -118,6 +120,9 @@ void policyRows( const AgentView & view, const Gant::String & name, Output & out
       if ( status.classMapHas( policyClass.name ) )
          if ( auto notes = notesOn( view, status.classMap( policyClass.name ) ); !notes.empty() )
             row[ "notes" ] = std::move( notes );
+      const auto said = view.agent()->qosAclSm()->state( name );
+      row[ "state" ] = said.progress.stringValue();
+      if ( !said.reason.empty() ) row[ "reason" ] = said.reason;
       if ( const auto at = packets.find( policyClass.name ); at != packets.end() ) row[ "packets" ] = at->second;
       out.row( row );
    }

@@ -4,7 +4,9 @@
 #include "HostAgentText.h"
 #include "HostAgentView.h"
 #include "HostShows.h"
+#include "HulAdjSm.h"
 #include "HulL3Status.h"
+#include "HulVrfRootSm.h"
 
 namespace Host {
 
@@ -27,6 +29,16 @@ Json viaOf( const Hul::NextHop & nextHop, U32 multiplicity ) {
    return via;
 }
 
+// What the data plane said of the adjacency, which is of its FEC and next hops too.
+void stateOf( const AgentView & session, U64 adjIndex, Json & row ) {
+   const auto adjSm = session.agent()->hulVrfRootSm()->hulAdjSm();
+   if ( !adjSm ) return;
+   const auto said = adjSm->state( adjIndex );
+   row[ "programmed" ] = said.progress == Hul::RouteProgress::programmed_;
+   row[ "state" ] = said.progress.stringValue();
+   if ( !said.reason.empty() ) row[ "reason" ] = said.reason;
+}
+
 void adjacencyRow( const AgentView & session, FecKey key, Output & out ) {
    const auto routeDb = session.routeDb();
    const auto fec = routeDb->fec( key );
@@ -35,8 +47,8 @@ void adjacencyRow( const AgentView & session, FecKey key, Output & out ) {
    Json row{ { "adjacency", adjKey.index() },
              { "fec", key.value() },
              { "version", fec->version().value() },
-             { "programmed", routeDb->fecForLpmHas( key ) },
              { "routes", fec->lpmRoutes() } };
+   stateOf( session, adjKey.index(), row );
    row[ "via" ] = Json::array();
    if ( const auto & adj = session.agent()->hulL3Status()->l2AdjList( adjKey ) )
       for ( const auto & [ nextHop, multiplicity ] : adj->via() )
@@ -56,6 +68,7 @@ void nexthopRows( const AgentView & session, FecKey key, Kynet::IntfId wanted, O
                 { "mac", textOrNone( hop.ethAddr() ) },
                 { "fec", key.value() } };
       if ( !!hop.tunnelIntf() ) row[ "tunnel" ] = hop.tunnelIntf().stringValue();
+      stateOf( session, session.routeDb()->fecToAdjIdx( key ).index(), row );
       out.row( row );
    }
 }

@@ -7,6 +7,7 @@
 #include "HostShows.h"
 #include "HostSortedRuns.h"
 #include "HulL3Status.h"
+#include "HulVrfRootSm.h"
 #include "MirelFib.h"
 
 namespace Host {
@@ -29,6 +30,9 @@ Json fibRowOf( const AgentView & session, const FibKey & key ) {
       row[ "fec" ] = route->fecKey().value();
       const auto & fec = routeDb->fec( route->fecKey() );
       row[ "nexthops" ] = fec ? nexthopsOf( session, *fec ) : Json::array();
+      const auto state = session.agent()->hulVrfRootSm()->routeState( Hul::VrfId( key.vrfId ), key.prefix );
+      row[ "state" ] = state.progress.stringValue();
+      if ( !state.reason.empty() ) row[ "reason" ] = state.reason;
       return row;
    }
    for ( const auto & route : builtInRoutes( session, Hul::VrfId( key.vrfId ) ) ) {

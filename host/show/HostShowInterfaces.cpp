@@ -3,6 +3,7 @@
 #include "HostAgentView.h"
 #include "HostShows.h"
 #include "HulL3Status.h"
+#include "HulSeqStatus.h"
 #include "MirelFib.h"
 #include "StateInterface.h"
 #include "StateIp.h"
@@ -118,7 +119,8 @@ std::unique_ptr< Answer > vrfs( const Asked & asked ) {
                    { "routes", fib.routes( vrf.vrfId() ) },
                    { "routes6", session.routing().route6Status()->routes( vrf.vrfId() ) },
                    { "sequence", fib.sequence( vrf.vrfId() ) } };
-         if ( const auto & status = agent->hulL3Status()->vrfL3Status( name ) )
+         const auto entry = agent->vrfSeqStatusDir()->entity( name.value() );
+         if ( const auto * const status = dynamic_cast< const Hul::VrfSeqStatus * >( entry.get() ) )
             row[ "sequenceProgrammed" ] = status->sequenceProgrammed();
          out.row( row );
       }

@@ -3,6 +3,7 @@
 #include "GantActivity.h"
 #include "HostAgentView.h"
 #include "HostShows.h"
+#include "HulIpsecConnectionTableSm.h"
 #include "StateIpsec.h"
 #include "VexIpsecHelper.h"
 #include "VexManagementSm.h"
@@ -78,8 +79,11 @@ std::string authName( const SecurityAssociation & sa ) {
    return sa.authAlgo().empty() ? "none" : sa.authAlgo();
 }
 
-void saRow( const ConnectionKey & key, const Connection & connection, const char * direction,
-            const SecurityAssociation & sa, Output & out ) {
+using Part = HulIpsec::HulConnectionTableSm::Part;
+
+void saRow( const AgentView & view, const ConnectionKey & key, const Connection & connection, const char * direction,
+            Part part, const SecurityAssociation & sa, Output & out ) {
+   const auto said = view.agent()->ipsecConnectionTableSm()->state( key, part );
    const auto & id = sa.sakey().id();
    Json row{ { "connection", connection.name() },
              { "vrf", key.vrfName().value() },
@@ -91,7 +95,9 @@ void saRow( const ConnectionKey & key, const Connection & connection, const char
              { "encryption", cipherName( sa ) },
              { "authentication", authName( sa ) },
              { "replayWindow", sa.replay_window() },
+             { "state", said.progress.stringValue() },
              { "ageSeconds", Gant::activityManager()->now() - sa.agreedAt() } };
+   if ( !said.reason.empty() ) row[ "reason" ] = said.reason;
    if ( sa.encapType() == 1 )
       row[ "udp" ] = std::to_string( sa.encapSrcPort() ) + " -> " + std::to_string( sa.encapDstPort() );
    out.row( row );
@@ -102,8 +108,8 @@ void saRows( const AgentView & view, const ConnectionKey & key, Output & out ) {
    const auto at = all.find( key );
    if ( at == all.end() ) return;
    const auto & connection = at->second;
-   for ( const auto & sa : connection.inSaq() ) saRow( key, connection, "inbound", sa, out );
-   if ( connection.outSa() ) saRow( key, connection, "outbound", *connection.outSa(), out );
+   for ( const auto & sa : connection.inSaq() ) saRow( view, key, connection, "inbound", Part::inboundSas, sa, out );
+   if ( connection.outSa() ) saRow( view, key, connection, "outbound", Part::outboundSa, *connection.outSa(), out );
 }
 
 using Rows = void ( * )( const AgentView &, const ConnectionKey &, Output & );

@@ -92,9 +92,24 @@ std::unique_ptr< Answer > capabilities( const Asked & asked ) {
    } );
 }
 
+// The data plane's table of IPv4 routes, with those that the agent gives every VRF.
+Json routeCapacity( const AgentView & session ) {
+   const auto counts = session.agent()->hulVrfRootSm()->routeCounts( Kynet::AddressFamily::ipv4_ );
+   U64 used = counts.programmed;
+   for ( const auto & [ vrfId, name ] : vrfsOf( session, "all" ) )
+      used += builtInRoutes( session, Hul::VrfId( vrfId ) ).size();
+   const U64 most = session.channel()->routesMost();
+   Json row{ { "table", "Route" }, { "feature", "ipv4" }, { "chip", "" }, { "counted", true }, { "used", used } };
+   row[ "free" ] = most == 0 ? Json() : Json( most - std::min( most, used ) );
+   row[ "committed" ] = used + counts.underWay + counts.noRoom;
+   row[ "max" ] = most == 0 ? Json() : Json( most );
+   return row;
+}
+
 std::unique_ptr< Answer > capacity( const Asked & asked ) {
    const AgentView session( asked.daemon );
    return atOnce( [ session ]( Output & out ) {
+      out.row( routeCapacity( session ) );
       const auto table = session.agent()->capacityStatus();
       if ( !table ) return;
       for ( const auto & [ key, entry ] : table->entryIterator() ) {

@@ -4,6 +4,7 @@
 #include "HostShows.h"
 #include "HostSortedRuns.h"
 #include "HulAclSm.h"
+#include "HulIpsecConnectionTableSm.h"
 #include "HulQosAclSm.h"
 #include "HulVrfRootSm.h"
 #include "MirelFib.h"
@@ -36,29 +37,19 @@ Json viasOf( const Mirel::Vias * vias ) {
    return out;
 }
 
-std::string reasonOf( const Mirel::UnprogrammedTable & table, const Key & key ) {
-   const Mirel::UnprogrammedTable::Key at( key.vrfId, key.prefix );
-   if ( !table.routeHas( at ) ) return {};
-   switch ( table.route( at ).value() ) {
-   case Mirel::UnprogrammedReason::familyNotSupported_: return "the data plane takes no routes of this family";
-   case Mirel::UnprogrammedReason::noRoom_: return "an interface has no room for its next hops";
-   default: return "the data plane's helper refused it";
-   }
-}
-
 template < typename Table, typename Prefix >
-Json rowOf( const AgentView & session, const Table & table, const Mirel::UnprogrammedTable & unprogrammed,
-            const Key & key, const Prefix & prefix ) {
+Json rowOf( const AgentView & session, const Table & table, const Key & key, const Prefix & prefix ) {
    const auto route = table.route( key.vrfId, prefix );
    if ( !route ) return {};
-   Json row{ { "vrf", vrfName( session, Hul::VrfId( key.vrfId ) ) },
+   const Hul::VrfId vrfId( key.vrfId );
+   Json row{ { "vrf", vrfName( session, vrfId ) },
              { "prefix", prefix.stringValue() },
              { "type", route->routeType().stringValue() } };
-   const auto & programmed = session.routeDb()->route( Hul::VrfAndIpGenPrefix( Hul::VrfId( key.vrfId ), key.prefix ) );
-   const auto reason = programmed ? std::string() : reasonOf( unprogrammed, key );
-   row[ "state" ] = programmed ? "programmed" : reason.empty() ? "pending" : "refused";
-   if ( programmed ) row[ "fec" ] = programmed->fecKey().value();
-   if ( !reason.empty() ) row[ "reason" ] = reason;
+   const auto state = session.agent()->hulVrfRootSm()->routeState( vrfId, key.prefix );
+   row[ "state" ] = state.progress.stringValue();
+   if ( const auto & told = session.routeDb()->route( Hul::VrfAndIpGenPrefix( vrfId, key.prefix ) ) )
+      row[ "fec" ] = told->fecKey().value();
+   if ( !state.reason.empty() ) row[ "reason" ] = state.reason;
    row[ "via" ] = viasOf( table.fec( route->fecId() ) );
    return row;
 }
@@ -66,8 +57,8 @@ Json rowOf( const AgentView & session, const Table & table, const Mirel::Unprogr
 Json rowOf( const AgentView & session, const Key & key ) {
    const auto & routing = session.routing();
    if ( key.prefix.af() == Kynet::AddressFamily::ipv4_ )
-      return rowOf( session, *routing.routeStatus(), *routing.unprogrammedRouteStatus(), key, key.prefix.v4Prefix() );
-   return rowOf( session, *routing.route6Status(), *routing.unprogrammedRoute6Status(), key, key.prefix.v6Prefix() );
+      return rowOf( session, *routing.routeStatus(), key, key.prefix.v4Prefix() );
+   return rowOf( session, *routing.route6Status(), key, key.prefix.v6Prefix() );
 }
 
 class AllRoutes : public Answer {
@@ -160,6 +151,7 @@ std::unique_ptr< Answer > pending( const Asked & asked ) {
       rows( session.agent()->hulVrfRootSm()->pending( most + 1 ) );
       rows( session.agent()->aclSm()->pending() );
       rows( session.agent()->qosAclSm()->pending() );
+      rows( session.agent()->ipsecConnectionTableSm()->pending() );
       out.endMember( "more", count > most );
       out.endMember( "busy", session.agent()->hulVrfRootSm()->busy() );
    } );

@@ -43,9 +43,12 @@ std::unique_ptr< Answer > summary( const Asked & asked ) {
       row[ "tunnels" ] = agent->l3Modules()->nhResolves();
       row[ "routesTold" ] = { { "ipv4", routing.routeStatus()->routes() },
                               { "ipv6", routing.route6Status()->routes() } };
-      row[ "routesProgrammed" ] = db.routes();
-      row[ "routesRefused" ] = { { "ipv4", routing.unprogrammedRouteStatus()->routes() },
-                                 { "ipv6", routing.unprogrammedRoute6Status()->routes() } };
+      const auto ip4 = agent->hulVrfRootSm()->routeCounts( Kynet::AddressFamily::ipv4_ );
+      const auto ip6 = agent->hulVrfRootSm()->routeCounts( Kynet::AddressFamily::ipv6_ );
+      row[ "routesProgrammed" ] = ip4.programmed + ip6.programmed;
+      row[ "routesUnderWay" ] = { { "ipv4", ip4.underWay }, { "ipv6", ip6.underWay } };
+      row[ "routesRefused" ] = { { "ipv4", ip4.refused + routing.unprogrammedRouteStatus()->routes() },
+                                 { "ipv6", ip6.refused + routing.unprogrammedRoute6Status()->routes() } };
       row[ "fecs" ] = db.fecs();
       row[ "adjacencies" ] = db.adjIdxToFecs();
       row[ "modules" ] = session.modules().size();

@@ -1,6 +1,5 @@
 #include "HostStateTree.h"
 
-#include "HulCapacity.h"
 #include "HulRouteReactor.h"
 #include "HulTunnelSm.h"
 #include "KytTimerWheel.h"
@@ -16,7 +15,6 @@
 #include "StateTunnel.h"
 #include "StateVexVif.h"
 #include "StateVrf.h"
-#include "VexCounterDb.h"
 #include "VexL3Mounts.h"
 
 namespace Host {
@@ -37,10 +35,7 @@ StateTree::StateTree() :
      allVrfStatusLocal( make< Ip::AllVrfStatusLocal >( "ip/vrf/status/local" ) ),
      arp( make< Arp::Table::Status >( "arp/status" ) ), fib( make< Mirel::Fib::RouteStatus >( "routing/fib/status" ) ),
      fib6( make< Mirel::Fib6::RouteStatus >( "routing6/fib/status" ) ),
-     unprogrammed( make< Mirel::Fib::UnprogrammedRouteStatus >( "routing/fib/unprogrammed" ) ),
-     unprogrammed6( make< Mirel::Fib6::UnprogrammedRouteStatus >( "routing6/fib/unprogrammed" ) ),
      vrfSeqConfigDir( make< Gant::Dir >( "routing/vrf/sequence/config" ) ),
-     vrfSeqStatusDir( make< Gant::Dir >( "routing/vrf/sequence/status" ) ),
      aclCliConfig( make< Acl::Input::Config >( "acl/config/cli" ) ),
      aclIntfConfig( make< Acl::IntfConfig >( "acl/intf/config/cli" ) ),
      qosStatus( make< Qos::Status >( "qos/status" ) ),
@@ -50,9 +45,6 @@ StateTree::StateTree() :
      mcastVifStatus( make< VexMcast::McastVifStatus >( "vex/vif/mcast" ) ),
      hulCliCommandRequestDir( make< Gant::Dir >( "hul/cli/request" ) ),
      evpnVxlanTunnelTable( make< Tunnel::TunnelTable::EvpnVxlanTunnelTable >( "tunnel/vxlan" ) ),
-     capacityStatus( make< HulCapacity::TableCapacity >( "hardware/capacity/status" ) ),
-     aclConfig( make< Acl::Config >( "acl/config" ) ),
-     counterMirel( make< VexModules::MirelCounterDbStatus >( "vex/counter" ) ),
      routingMounts( VexL3Unicast::routingMountsFactory() ), mcastMounts( VexL3Unicast::mcastMountsFactory() ),
      vrfMounts( VexL3Unicast::vrfMountsFactory() ), bfdMounts( VexL3Unicast::bfdMountsFactory() ),
      tunnelMounts( VexL3Unicast::tunnelMountsFactory() ), ipsecMounts( VexL3Unicast::ipsecMountsFactory() ),
@@ -75,22 +67,14 @@ void StateTree::mountPaths() {
    mount( "hwEpoch/status", make< HwEpoch::Status >( "hwEpoch/status" ) );
    mount( "ip/nat/config", make< Ip::Nat::Config >( "ip/nat/config" ) );
    mount( "ip/nat/status", natStatus );
-   mount( "ip/nat/hwStatus", make< Ip::Nat::HwStatus >( "ip/nat/hwStatus" ) );
-   mount( "ip/nat/hwCapabilities", make< Ip::Nat::HwCapabilities >( "ip/nat/hwCapabilities" ) );
    mount( "lag/input/config/cli", make< Lag::Input::Config >( "lag/input/config/cli" ) );
    mount( "bridging/topology/config", make< Bridging::Topology::Config >( "bridging/topology/config" ) );
    mount( "acl/intf/config/input", make< Gant::Dir >( "acl/intf/config/input" ) );
-   mount( Gant::format( "cell/%d/acl/status/dp/vex", cellId ).c_str(), make< Acl::StatusDp >( "acl/status/dp/vex" ) );
    mount( "acl/intf/config/cli", aclIntfConfig );
    mount( "acl/hwconfig", make< Gant::Dir >( "acl/hwconfig" ) );
-   mount( "arp/monitorednexthop/input/status/vex",
-          make< Arp::MonitoredNexthop::Input::Status >( "arp/monitorednexthop/input/status/vex" ) );
-   mount( "arp/monitorednexthop/vrf/input/status/vex",
-          make< Arp::MonitoredNexthop::Input::VrfStatusDir >( "arp/monitorednexthop/vrf/input/status/vex" ) );
    mount( "routing/nexthopgroup/input/cli",
           make< Routing::NexthopGroup::ConfigInput >( "routing/nexthopgroup/input/cli" ) );
    mount( "routing/nexthopgroup/input/config", make< Gant::Dir >( "routing/nexthopgroup/input/config" ) );
-   mount( "interface/errdisable/cause/acl", make< Errdisable::CauseStatus >( "interface/errdisable/cause/acl" ) );
    mount( "acl/paramconfig", make< Acl::ParamConfig >( "acl/paramconfig" ) );
    mount( "acl/config/input", make< Gant::Dir >( "acl/config/input" ) );
    mount( "acl/config/cli", aclCliConfig );
@@ -100,22 +84,13 @@ void StateTree::fillRoutingMounts() {
    auto & mounts = *routingMounts;
    mounts.l3ConfigIs( make< L3::Config >( "l3/config" ) );
    mounts.routeStatusIs( fib );
-   mounts.unprogrammedRouteStatusIs( unprogrammed );
    mounts.routingHwConfigIs( make< Routing::Hardware::Config >( "routing/hardware/config" ) );
-   mounts.routingHwStatusIs( make< Routing::Hardware::Status >( "routing/hardware/status" ) );
    mounts.routingHwDlbConfigIs( make< Routing::Hardware::DlbConfig >( "routing/hardware/dlb/config" ) );
-   mounts.routingHwRouteStatusIs( make< Routing::Hardware::RouteStatus >( "routing/hardware/route/status" ) );
    mounts.route6StatusIs( fib6 );
-   mounts.unprogrammedRoute6StatusIs( unprogrammed6 );
    mounts.routing6HwConfigIs( make< Routing6::Hardware::Config >( "routing6/hardware/config" ) );
-   mounts.routing6HwStatusIs( make< Routing6::Hardware::Status >( "routing6/hardware/status" ) );
-   mounts.routingHwNexthopGroupStatusIs(
-        make< Routing::Hardware::NexthopGroupStatus >( "routing/hardware/nexthopgroup/status" ) );
-   mounts.routing6HwRouteStatusIs( make< Routing6::Hardware::RouteStatus >( "routing6/hardware/route/status" ) );
    mounts.ipStatusIs( ipStatus );
    mounts.ip6StatusIs( make< Ip6::Status >( "ip6/status" ) );
    mounts.allIntfStatusDirIs( allIntfStatusDir );
-   mounts.arpHardwareStatusIs( make< Arp::Hardware::Status >( "arp/hardware/status" ) );
    mounts.arpMirelIs( arp );
    mounts.arpMirelVrfIdMapIs( make< Vrf::VrfIdMap::Status >( "vrf/vrfIdMap/status" ) );
    mounts.hulRouteReactorConfigIs( make< Hul::RouteReactorConfig >( "hul/routeReactor/config" ) );
@@ -126,7 +101,6 @@ void StateTree::fillOtherMounts() {
    mcastMounts->staticMrouteConfigIs( make< McastCommon::StaticMrouteConfigColl >( "mroute/static" ) );
    mcastMounts->staticMroute6ConfigIs( make< McastCommon::StaticMrouteConfigColl >( "mroute6/static" ) );
    mcastMounts->mfibVrfConfigIs( make< Routing::Multicast::Fib::VrfConfig >( "mfib/vrf/config" ) );
-   mcastMounts->mfibHwStatusIs( make< Routing::Multicast::Fib::Hardware::Status >( "mfib/hardware/status" ) );
 
    vrfMounts->allVrfStatusGlobalIs( make< Ip::AllVrfStatusGlobal >( "ip/vrf/status/global" ) );
    vrfMounts->allVrfStatusLocalIs( allVrfStatusLocal );
@@ -138,22 +112,16 @@ void StateTree::fillOtherMounts() {
    bfdMounts->allIntfStatusLocalDirIs( make< Interface::AllIntfStatusLocalDir >( "interface/status/local" ) );
 
    tunnelMounts->hulTunnelConfigDirIs( make< Hul::HulTunnelConfigDir >( "hul/tunnel/config" ) );
-   tunnelMounts->hulTunnelStatusDirIs( make< Hul::HulTunnelStatusDir >( "hul/tunnel/status" ) );
    tunnelMounts->vtiStatusDirIs( make< Vxlan::VtiStatusDir >( "vxlan/vti/status" ) );
-   tunnelMounts->vxlanHwStatusDirIs( make< Vxlan::VxlanHwStatusDir >( "vxlan/hardware/status" ) );
 
    ipsecMounts->ipsecStatusIs( make< Ipsec::Ike::Status >( "ipsec/ike/status" ) );
    ipsecMounts->connectionTableIs( make< Ipsec::Ike::ConnectionTable >( "ipsec/ike/connection" ) );
-   ipsecMounts->ipsecCapabilitiesStatusIs( make< Ipsec::Capabilities::Status >( "ipsec/capabilities/status" ) );
 
    ip4TunnelMounts->tunnelIntfStatusDirIs( tunnelIntfStatusDir );
-   ip4TunnelMounts->hwTunnelTerminationStatusIs(
-        make< Interface::TunnelIntfHwStatusDir >( "interface/tunnel/hardware/status" ) );
    ip4TunnelMounts->tunnelIntfStatusLocalDirIs(
         make< Interface::TunnelIntfStatusLocalDir >( "interface/tunnel/status/local" ) );
 
    fhrpMounts->virtualMacStatusInIs( virtualMacStatus );
-   fhrpMounts->fhrpHwStatusIs( make< Routing::Fhrp::Hardware::Status >( "fhrp/hardware/status" ) );
 }
 
 void StateTree::fillQosMounts() {
@@ -161,12 +129,7 @@ void StateTree::fillQosMounts() {
    constexpr U32 tickMsecs = 100, ticks = 600, bucketSize = 8;
    qosMounts->clockIs( Gant::activityManager()->clock(), tickMsecs, ticks, true, bucketSize );
    qosMounts->qosStatusIs( qosStatus );
-   qosMounts->qosHwStatusIs( make< Qos::HwStatus >( "qos/hardware/status" ) );
-   qosMounts->qosSliceHwStatusDirIs( make< Gant::Dir >( "qos/hardware/status/slice" ) );
-   qosMounts->qosSliceHwStatusIs( make< Qos::SliceHwStatus >( "qos/hardware/status/slice/vex" ) );
    qosMounts->qosPdpHwCfgIs( make< Qos::Input::Config >( "qos/input/config/pdp" ) );
-   qosMounts->qosAclHwStatusIs( make< Qos::AclHwStatus >( "qos/acl/hardware/status" ) );
-   qosMounts->qosAclSliceHwStatusIs( make< Qos::AclSliceHwStatus >( "qos/acl/hardware/status/slice" ) );
    qosMounts->qosCliCounterConfigIs( make< Qos::CounterConfig >( "qos/input/counter/cli" ) );
    qosMounts->qosCounterConfigDirIs( make< Gant::Dir >( "qos/input/counter" ) );
 }

@@ -1,4 +1,5 @@
-// The state tree of the router: every entity that outlives an agent, and the mounts by which an agent finds them.
+// The state tree of the router: every entity that outlives an agent, and the mounts by which an agent finds them. What
+// an agent writes of its data plane is not here: it is in SessionState, which dies with the session.
 #pragma once
 
 #include "GantAttr.h"
@@ -94,7 +95,7 @@ class StateTree {
    const Gant::Ptr< Quorl::EntityManager > em;
    const Gant::Ptr< PortDir > portDir;
 
-   // Interfaces and VRFs.
+   // Interfaces and VRFs. Written by IntfBook, VlanBook and VrfBook; portDir, too, by IntfBook.
    const Gant::Ptr< Bridging::Config > bridgingConfig;
    const Gant::Ptr< Bridging::Status > bridgingStatus;
    const Gant::Ptr< Bridging::VlanStatusDir > vlanStatusDir;
@@ -106,31 +107,25 @@ class StateTree {
    const Gant::Ptr< Ip::Status > ipStatus;
    const Gant::Ptr< Ip::AllVrfStatusLocal > allVrfStatusLocal;
 
-   // Neighbours and routes.
+   // Neighbours and routes. Written by IntfBook, RouteBook and FecBook. The directory of wanted sequences is empty.
    const Gant::Ptr< Arp::Table::Status > arp;
    const Gant::Ptr< Mirel::Fib::RouteStatus > fib;
    const Gant::Ptr< Mirel::Fib6::RouteStatus > fib6;
-   const Gant::Ptr< Mirel::Fib::UnprogrammedRouteStatus > unprogrammed;
-   const Gant::Ptr< Mirel::Fib6::UnprogrammedRouteStatus > unprogrammed6;
    const Gant::Ptr< Gant::Dir > vrfSeqConfigDir;
-   const Gant::Ptr< Gant::Dir > vrfSeqStatusDir;
 
-   // Access lists and quality of service. What is told of lists goes into aclConfig by way of the agent.
+   // Access lists and quality of service. Written by AclBook.
    const Gant::Ptr< Acl::Input::Config > aclCliConfig;
    const Gant::Ptr< Acl::IntfConfig > aclIntfConfig;
    const Gant::Ptr< Qos::Status > qosStatus;
-   // Virtual routers, and translations.
+   // Virtual routers, and translations. Written by VirtualMacBook and NatBook.
    const Gant::Ptr< Routing::Fhrp::VirtualRouterMacStatus > virtualMacStatus;
    const Gant::Ptr< Ip::Nat::Status > natStatus;
 
-   // Handed through.
+   // Handed through: nobody writes them here.
    const Gant::Ptr< VexVif::PortVifStatus > portVifStatus;
    const Gant::Ptr< VexMcast::McastVifStatus > mcastVifStatus;
    const Gant::Ptr< Gant::Dir > hulCliCommandRequestDir;
    const Gant::Ptr< Tunnel::TunnelTable::EvpnVxlanTunnelTable > evpnVxlanTunnelTable;
-   const Gant::Ptr< HulCapacity::TableCapacity > capacityStatus;
-   const Gant::Ptr< Acl::Config > aclConfig;
-   const Gant::Ptr< VexModules::MirelCounterDbStatus > counterMirel;
 
    const Gant::Ptr< VexL3Unicast::RoutingMounts > routingMounts;
    const Gant::Ptr< VexL3Unicast::McastMounts > mcastMounts;

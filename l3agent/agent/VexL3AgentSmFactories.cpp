@@ -403,7 +403,7 @@ AGENT_OWNED( VexL3Unicast::IpsecHelper, ipsecHelper, IpsecHelper ) {
 
 AGENT_OWNED( HulIpsec::HulConnectionTableSm, ipsecConnectionTableSm, IpsecConnectionTableSm ) {
    return Gant::make< HulIpsec::HulConnectionTableSm >( HulIpsec::HulConnectionTableSm::Args{
-        ipsecHelper(), mounted( ipsecMounts(), &IpsecMounts::connectionTable ) } );
+        ipsecHelper(), mounted( ipsecMounts(), &IpsecMounts::connectionTable ), vexcsd()->progress() } );
 }
 
 AGENT_OWNED( VexL3Unicast::IpsecGrpcSm, ipsecGrpcSm, IpsecGrpcSm ) {

@@ -70,7 +70,8 @@ Gant::String reasonOf( AclCreateError error ) {
 } // namespace
 
 AclSm::AclSm( Args args ) :
-     args_( std::move( args ) ), posted_( std::make_unique< Posted >( [ this ] { program(); } ) ) {}
+     args_( std::move( args ) ), answers_( this, args_.vexcsd ? args_.vexcsd->progress() : Gant::make< Progress >() ),
+     posted_( std::make_unique< Posted >( [ this ] { program(); } ) ) {}
 
 AclSm::~AclSm() = default;
 
@@ -240,7 +241,8 @@ void AclSm::build( Batch & batch ) {
 AclCreateError AclSm::buildVersion( const Gant::Ptr< AclData > & aclData ) {
    const auto oldVersion = aclData->version();
    aclData->versionIs( args_.aclConfig->aclConfig( listOf( aclData->key() ) )->version() );
-   const auto error = buildList( *aclData, aclData );
+   answers_.begin( aclData->key() );
+   const auto error = answers_.asked( aclData->key(), [ & ] { return buildList( *aclData, aclData ); } );
    if ( error != aclCreateErrorNone ) aclData->versionIs( oldVersion );
    return error;
 }
@@ -293,12 +295,15 @@ void AclSm::bind( Batch & batch ) {
    for ( const auto & key : touched ) {
       const auto & leaving = Gant::valueOf( batch.leaving, key );
       for ( const auto & intf : batch.built.contains( key ) ? data( key )->activeIntfIterator() : batch.gained[ key ] )
-         if ( !leaving.contains( intf ) ) helper.addIntfToAcl( intf, data_[ key ], status );
+         if ( !leaving.contains( intf ) )
+            answers_.asked( key, [ & ] { helper.addIntfToAcl( intf, data_[ key ], status ); } );
    }
    if ( touched.empty() ) return;
    helper.prepareToCommit();
-   for ( const auto & key : touched ) helper.commitAcl( data_[ key ] );
+   for ( const auto & key : touched ) answers_.asked( key, [ & ] { helper.commitAcl( data_[ key ] ); } );
+   const auto before = args_.vexcsd->progress()->told();
    helper.batchCommitAcls();
+   for ( const auto & key : touched ) answers_.note( key, before );
    for ( const auto & key : touched ) args_.aclStatusDp->programmedVersionIs( listOf( key ), data( key )->version() );
 }
 
@@ -329,6 +334,7 @@ bool AclSm::leave( const Acl::IntfAclKey & binding, const Gant::String & name, b
    if ( aclData->activeIntfs() != 0 ) return false;
    args_.aclHelper->destroyAcl( aclData );
    data_.erase( key );
+   answers_.forget( key );
    const auto list = listOf( key );
    if ( data( keysOf( list )[ 0 ] ) != nullptr || data( keysOf( list )[ 1 ] ) != nullptr ) return true;
    counted_.erase( list );
@@ -389,10 +395,23 @@ void AclSm::programChanges() {
    release( batch );
 }
 
+RouteState AclSm::state( const Acl::ListKey & list ) const {
+   RouteState out{ RouteProgress::pending(), "it is not applied" };
+   for ( const auto & key : keysOf( list ) ) {
+      if ( data( key ) == nullptr ) continue;
+      out = answers_.state( key );
+      if ( out.progress != RouteProgress::programmed_ ) break;
+   }
+   return out;
+}
+
 Pendings AclSm::pending() const {
    Pendings out;
    for ( const auto & [ list, errors ] : listErrors_ ) out.insert( out.end(), errors.begin(), errors.end() );
    for ( const auto & [ list, error ] : refusals_ ) out.push_back( { objectOf( list ), reasonOf( error ) } );
+   for ( const auto & [ key, aclData ] : data_ )
+      if ( auto said = answers_.state( key ); said.progress != RouteProgress::programmed_ )
+         out.push_back( { objectOf( listOf( key ) ), std::move( said.reason ) } );
    for ( const auto & [ binding, name ] : wanted_ ) {
       if ( Gant::valueOf( applied_, binding ) == name ) continue;
       const auto object =

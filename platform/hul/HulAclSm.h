@@ -3,6 +3,7 @@
 
 #include "GantActivity.h"
 #include "HulAclTypes.h"
+#include "HulAnswers.h"
 #include "HulPending.h"
 
 #include <memory>
@@ -37,6 +38,7 @@ struct AclRuleCount {
 //   watches  Acl::Config::aclConfig, and the version of each list
 //            Acl::IntfConfig::aclName of aclIntfConfigCli and of every entity of aclIntfConfigDir
 //            HulCommonSmData::port, aclRoom
+//            Progress                                 what the data plane has answered
 //   calls    HulHelper::AclHelper
 //   writes   Acl::StatusDp; HulCommonSmData::aclRoom
 //
@@ -73,6 +75,8 @@ class AclSm : public Gant::StateMachine {
 
    // What is configured and not programmed, with the reason.
    Pendings pending() const;
+   // What the data plane said of a list that is applied; of another one: pending.
+   RouteState state( const Acl::ListKey & key ) const;
    // In the order of the rules, the closing drop last. Empty for a list that is not applied. Remarks are left out.
    std::vector< AclRuleCount > counts( const Acl::ListKey & key );
 
@@ -132,6 +136,7 @@ class AclSm : public Gant::StateMachine {
    // What the helper was told.
    Gant::OrderedMap< Acl::IntfAclKey, Gant::String > applied_;
    Gant::OrderedMap< AclKey, Gant::Ptr< AclData > > data_;
+   Answers< AclKey > answers_;
    Gant::OrderedMap< Acl::ListKey, Counted > counted_;
    std::unique_ptr< Posted > posted_;
 };

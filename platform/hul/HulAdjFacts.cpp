@@ -1,6 +1,8 @@
 // How adjacencies follow their facts: neighbours, interfaces, tunnels and routes.
 #include "HulAdjImpl.h"
 
+#include "HulCommonSmData.h"
+
 #include <algorithm>
 
 namespace Hul {
@@ -71,12 +73,29 @@ struct AdjSm::Impl::GantReview : AdjReviewEvent::Notifiee {
    Impl & impl;
 };
 
+struct AdjSm::Impl::GantProgress : Progress::Notifiee {
+   explicit GantProgress( Impl & impl ) : Notifiee( &impl.sm, impl.args.common->progress() ), impl( impl ) {}
+   void onRefused( const RefusedCommand & command ) override {
+      impl.underWay.refused( command, [ this ]( const auto & entry ) { impl.settled( entry ); } );
+   }
+   void onAcknowledged() override {
+      impl.underWay.acknowledged( notifier()->acknowledged(),
+                                  [ this ]( const auto & entry ) { impl.settled( entry ); } );
+   }
+   void onRenotify() override {
+      for ( const auto & command : notifier()->refused() ) onRefused( command );
+      onAcknowledged();
+   }
+   Impl & impl;
+};
+
 AdjSm::Impl::Impl( AdjSm & sm, Args given ) :
      sm( sm ), args( std::move( given ) ), neighbors{ args.hulL3Status, args.neighborTable, args.allIntfStatusDir },
      arpReactor( std::make_unique< GantArp >( *this ) ), l3Reactor( std::make_unique< GantL3Status >( *this ) ),
      intfReactor( std::make_unique< GantIntfs >( *this ) ), tunnelReactor( std::make_unique< GantTunnels >( *this ) ),
      pathReactor( std::make_unique< GantPaths >( *this ) ), vrfReactor( std::make_unique< GantVrfs >( *this ) ),
-     reviewReactor( std::make_unique< GantReview >( *this ) ) {
+     reviewReactor( std::make_unique< GantReview >( *this ) ),
+     progressReactor( std::make_unique< GantProgress >( *this ) ) {
    for ( const auto & [ intfId, state ] : args.hulL3Status->intfRoutingStateIterator() ) toldIntfs.insert( intfId );
 }
 

@@ -9,6 +9,7 @@
 #include "HulNeighbors.h"
 #include "HulNextHopRoom.h"
 #include "HulPosted.h"
+#include "HulProgress.h"
 #include "HulRoutePathSm.h"
 #include "HulVrfSm.h"
 #include "MirelSlab.h"
@@ -35,6 +36,9 @@ struct Adj {
    NextHopRoom::Ticket ticket = 0;                // with `lacking`
    bool walkGranted = false; // since the last change of a fact, a walk has been granted to the helper
    WalkState walk;
+   U32 asked = 0; // the lower bits of the number of its last command, or of its refused one
+   bool underWay = false;
+   S32 error = 0; // what the data plane refused one of its last commands with
 };
 
 struct ViasKey {
@@ -100,6 +104,10 @@ struct AdjSm::Impl {
 
    // Brings the adjacency to the helper: because a fact of it has changed, or for a walk as well.
    void tell( Number number );
+   // Notes the commands that the helper's call queues as the adjacency's.
+   template < typename Call >
+   auto asked( Number number, const Call & call );
+   void settled( const UnderWay< Number >::Entry & entry );
    void update( Number number );
    bool created( Number number ) const;
    // The first time, or after a refusal. True: the helper has it from now on.
@@ -136,6 +144,8 @@ struct AdjSm::Impl {
    NextHopRoom::Places wanted; // keeps its memory
    std::vector< std::vector< Number > > spare;
 
+   UnderWay< Number > underWay;
+
    std::vector< Number > queue; // walks, in order
    Posted walks{ [ this ] { walk(); } };
    Posted fills{ [ this ] { fill(); } };
@@ -147,6 +157,7 @@ struct AdjSm::Impl {
    struct GantPaths;
    struct GantVrfs;
    struct GantReview;
+   struct GantProgress;
    std::unique_ptr< GantArp > arpReactor;
    std::unique_ptr< GantL3Status > l3Reactor;
    std::unique_ptr< GantIntfs > intfReactor;
@@ -154,6 +165,7 @@ struct AdjSm::Impl {
    std::unique_ptr< GantPaths > pathReactor;
    std::unique_ptr< GantVrfs > vrfReactor;
    std::unique_ptr< GantReview > reviewReactor;
+   std::unique_ptr< GantProgress > progressReactor;
 };
 
 } // namespace Hul

@@ -3,6 +3,7 @@
 
 #include "GantAssert.h"
 #include "GantTrace.h"
+#include "HulCommonSmData.h"
 
 #include <algorithm>
 
@@ -17,9 +18,29 @@ constexpr size_t walksPerTurn = 256;
 
 } // namespace
 
+template < typename Call >
+auto AdjSm::Impl::asked( Number number, const Call & call ) {
+   const auto & progress = *args.common->progress();
+   const auto before = progress.told();
+   auto answer = call();
+   auto & adj = adjs[ number ];
+   adj.error = 0;
+   adj.underWay = underWay.add( before, progress.told(), number );
+   adj.asked = static_cast< U32 >( progress.told() );
+   return answer;
+}
+
 void AdjSm::Impl::tell( Number number ) {
    adjs[ number ].walkGranted = false;
    update( number );
+}
+
+void AdjSm::Impl::settled( const UnderWay< Number >::Entry & entry ) {
+   auto & adj = adjs[ entry.object ];
+   if ( !adj.l2Adj || !adj.underWay || adj.asked != entry.last ) return; // it was told again since
+   adj.underWay = false;
+   adj.error = entry.code;
+   if ( entry.code != 0 ) adj.asked = entry.refused;
 }
 
 void AdjSm::Impl::update( Number number ) {
@@ -32,7 +53,7 @@ void AdjSm::Impl::update( Number number ) {
    if ( !adj.created ) {
       if ( !offer( number ) ) return;
    } else if ( makeRoom( number ) ) {
-      answered( number, args.hulL2AdjHelper->update( adj.l2Adj ) );
+      answered( number, asked( number, [ & ] { return args.hulL2AdjHelper->update( adj.l2Adj ); } ) );
    }
    if ( had == created( number ) ) return;
    const auto l2Adj = adj.l2Adj;
@@ -49,7 +70,7 @@ bool AdjSm::Impl::offer( Number number ) {
    waitNoMore( number );
    adj.places = wanted;
    room.take( adj.places );
-   adj.created = args.hulL2AdjHelper->create( adj.l2Adj );
+   adj.created = asked( number, [ & ] { return bool( args.hulL2AdjHelper->create( adj.l2Adj ) ); } );
    if ( !adj.created ) {
       room.give( adj.places );
       adj.places.clear();
@@ -75,7 +96,7 @@ bool AdjSm::Impl::makeRoom( Number number ) {
    NextHopCollection meant;
    adj.l2Adj->viaSwap( meant );
    if ( !adj.places.empty() ) {
-      args.hulL2AdjHelper->update( adj.l2Adj );
+      asked( number, [ & ] { return args.hulL2AdjHelper->update( adj.l2Adj ); } );
       room.give( adj.places );
       adj.places.clear();
    }
@@ -271,6 +292,22 @@ bool AdjSm::waitsForRoom( Number number ) const { return impl_->adjs[ number ].l
 
 void AdjSm::nextHopLimitsIs( const NextHopLimits & limits ) { impl_->room.limitsIs( limits ); }
 
+Gant::String AdjSm::refusal( Number number ) const {
+   const auto & adj = impl_->adjs[ number ];
+   return adj.error == 0 ? Gant::String() : impl_->args.common->progress()->reason( adj.asked, adj.error );
+}
+
+RouteState AdjSm::state( U64 adjIndex ) const {
+   const auto at = impl_->byIndex.find( adjIndex );
+   if ( at == impl_->byIndex.end() ) return { RouteProgress::pending(), "there is no such adjacency" };
+   const auto & adj = impl_->adjs[ at->second ];
+   if ( adj.lacking ) return { RouteProgress::pending(), impl_->room.reason( *adj.lacking ) };
+   if ( !adj.created ) return { RouteProgress::refused(), "the data plane's helper refused it" };
+   if ( adj.underWay ) return { RouteProgress::pending(), "the data plane has not answered" };
+   if ( adj.error != 0 ) return { RouteProgress::refused(), refusal( at->second ) };
+   return { RouteProgress::programmed(), {} };
+}
+
 U64 AdjSm::adjIndex( Number number ) const { return impl_->adjs[ number ].l2Adj->key().index(); }
 
 size_t AdjSm::adjs() const { return impl_->adjs.taken(); }
@@ -291,6 +328,10 @@ void AdjSm::pending( Pendings & out ) const {
          out.push_back( { object, impl_->room.reason( *adj.lacking ) } );
       else if ( !adj.created )
          out.push_back( { object, "the data plane refused it" } );
+      else if ( adj.error != 0 )
+         out.push_back( { object, "the data plane refused it: " + refusal( number ) } );
+      else if ( adj.underWay )
+         out.push_back( { object, "the data plane has not answered" } );
       else if ( auto lacking = impl_->lacks( adj ); !lacking.empty() )
          out.push_back( { object, std::move( lacking ) } );
       else if ( adj.walk == WalkState::waiting_ )

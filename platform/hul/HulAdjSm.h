@@ -2,6 +2,7 @@
 #pragma once
 
 #include "HulPending.h"
+#include "HulRouteState.h"
 #include "HulTypes.h"
 
 #include <memory>
@@ -20,6 +21,7 @@ using Vias = std::vector< Via >;
 namespace Hul {
 
 class AdjReviewEvent;
+class HulCommonSmData;
 class L2AdjHelper;
 class L3Status;
 class RoutePathSm;
@@ -39,6 +41,7 @@ struct NextHopLimits {
 //            RoutePathSm                              by which neighbours that end is reached
 //            VrfDir::vrfPhase                         the tunnels' underlay
 //            AdjReviewEvent                           somebody wants all of them looked at
+//            Progress                                 what the data plane has answered
 //   calls    L2AdjHelper::create, update, del
 //
 // FECs of one family with equal vias share an adjacency, in whatever VRFs their routes are. An adjacency lives while a
@@ -73,6 +76,7 @@ class AdjSm : public Gant::StateMachine {
       Gant::Ptr< RoutePathSm > routePathSm{};
       Gant::Ptr< VrfSm > vrfSm{};
       Gant::Ptr< const AdjReviewEvent > adjReviewEvent{};
+      Gant::Ptr< const HulCommonSmData > common{};
    };
 
    class Notifiee : public Gant::NotifieeOf< AdjSm > {
@@ -113,6 +117,10 @@ class AdjSm : public Gant::StateMachine {
    Gant::String lacksRoom( Number number ) const;
    // REQUIRES: there is no adjacency yet.
    void nextHopLimitsIs( const NextHopLimits & limits );
+   // What the data plane said to the last commands of the adjacency: refused with this, or nothing of the kind.
+   Gant::String refusal( Number number ) const;
+   // The same, and what is under way, of the one with the index.
+   RouteState state( U64 adjIndex ) const;
    U64 adjIndex( Number number ) const;
 
    size_t adjs() const;

@@ -5,6 +5,7 @@
 #include "GantEntity.h"
 #include "GantEnum.h"
 #include "GantValue.h"
+#include "HulProgress.h"
 #include "KynetIntfId.h"
 
 namespace HulTypes {
@@ -56,9 +57,14 @@ class HulCommonSmData : public Gant::Entity {
       virtual void onAclRoom() {}
    };
    GANT_NOTIFIER( Notifiee )
-   explicit HulCommonSmData( Gant::Name name = {} ) :
-        Entity( std::move( name ) ), verifyData_( Gant::make< VerifyData >( "verifyData" ) ) {}
+   // `progress` is that of the engine's channel; none: nothing is ever under way.
+   explicit HulCommonSmData( Gant::Name name = {}, Gant::Ptr< Progress > progress = nullptr ) :
+        Entity( std::move( name ) ), verifyData_( Gant::make< VerifyData >( "verifyData" ) ),
+        progress_( progress ? std::move( progress ) : Gant::make< Progress >() ) {}
    GANT_CONST( Gant::Ptr< VerifyData >, verifyData )
+   GANT_CONST( Gant::Ptr< Progress >, progress )
+   // The routes that the engine's data plane has room for; 0: nobody knows.
+   GANT_ATTR( U32, routesMost, 0 )
    // The layer-2 interfaces that the engine has. One enters once it stands, and leaves before it goes.
    GANT_WATCHED_SET( Ports, port, onPort )
    // Counted up when an access list or a policy has given its rule table back.

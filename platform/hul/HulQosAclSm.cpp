@@ -74,7 +74,8 @@ bool hasList( const std::vector< QosClassDataPtr > & classes, const QosClassData
 } // namespace
 
 QosAclSm::QosAclSm( Args args ) :
-     args_( std::move( args ) ), posted_( std::make_unique< Posted >( [ this ] { program(); } ) ) {}
+     args_( std::move( args ) ), answers_( this, args_.vexcsd ? args_.vexcsd->progress() : Gant::make< Progress >() ),
+     posted_( std::make_unique< Posted >( [ this ] { program(); } ) ) {}
 
 QosAclSm::~QosAclSm() = default;
 
@@ -199,7 +200,8 @@ void QosAclSm::build( Batch & batch ) {
       if ( !state ) state = Gant::make< QosPolicyMapState >( keyOf( name ) );
       auto old = state->classData();
       state->classDataIs( classesOf( name ) );
-      if ( buildPolicy( state ) == aclCreateErrorNone ) {
+      answers_.begin( name );
+      if ( answers_.asked( name, [ & ] { return buildPolicy( state ); } ) == aclCreateErrorNone ) {
          state->versionInc();
          batch.oldClasses[ name ] = std::move( old );
       } else {
@@ -252,7 +254,9 @@ void QosAclSm::intfIs( const StatePtr & state, Kynet::IntfId intfId, bool applie
    const auto & classData = state->classData().front();
    const auto key = classData->matchData( matchOption )->aclDataIterator().begin()->first;
    state->activeIntfIs( pairOf( intfId ), applied );
-   args_.qosAclHelper->updatePortForAcl( state, classData, matchOption, key, pairOf( intfId ), applied );
+   answers_.asked( state->key().name(), [ & ] {
+      args_.qosAclHelper->updatePortForAcl( state, classData, matchOption, key, pairOf( intfId ), applied );
+   } );
 }
 
 // An interface has one policy module, so it leaves the old policy before it comes to the new one.
@@ -276,10 +280,12 @@ void QosAclSm::commit( Batch & batch ) {
    helper.prepareToCommit();
    for ( const auto & name : batch.built ) {
       const auto & state = states_[ name ];
-      forEachList( state->classData(), [ & ]( const QosClassDataPtr & classData, const AclKey & key ) {
-         helper.commitAcl( classData, matchOption, key );
+      answers_.asked( name, [ & ] {
+         forEachList( state->classData(), [ & ]( const QosClassDataPtr & classData, const AclKey & key ) {
+            helper.commitAcl( classData, matchOption, key );
+         } );
+         helper.batchCommitAcls( state );
       } );
-      helper.batchCommitAcls( state );
    }
 }
 
@@ -305,6 +311,7 @@ void QosAclSm::cleanUp( Batch & batch ) {
       forEachList( state->classData(), [ & ]( const QosClassDataPtr & classData, const AclKey & key ) {
          remove( state, classData, key );
       } );
+      answers_.forget( at->first );
       at = states_.erase( at );
       removed = true;
    }
@@ -325,6 +332,9 @@ Pendings QosAclSm::pending() const {
    for ( const auto & [ name, errors ] : errors_ ) out.insert( out.end(), errors.begin(), errors.end() );
    for ( const auto & name : refusals_ )
       out.push_back( { "policy-map " + name, "the data plane has no room for another rule table" } );
+   for ( const auto & [ name, state ] : states_ )
+      if ( auto said = answers_.state( name ); said.progress != RouteProgress::programmed_ )
+         out.push_back( { "policy-map " + name, std::move( said.reason ) } );
    if ( !args_.qosStatus ) return out;
    for ( const auto & [ key, name ] : args_.qosStatus->servicePolicyIterator() ) {
       const auto object = Gant::textsOf( "interface ", key.intfId(), ", service-policy ", key.direction(), " ", name );
@@ -339,6 +349,11 @@ Pendings QosAclSm::pending() const {
                                                                         : "there is no such policy-map" } );
    }
    return out;
+}
+
+RouteState QosAclSm::state( const Gant::String & policyMap ) const {
+   return states_.contains( policyMap ) ? answers_.state( policyMap )
+                                        : RouteState{ RouteProgress::pending(), "it is not applied" };
 }
 
 std::vector< std::pair< Gant::String, U64 > > QosAclSm::counts( const Gant::String & policyMap ) const {

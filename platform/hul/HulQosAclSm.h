@@ -1,6 +1,7 @@
 // Quality-of-service policies: the machine that tells the data plane's helper.
 #pragma once
 
+#include "HulAnswers.h"
 #include "HulPending.h"
 #include "HulQosTypes.h"
 
@@ -25,6 +26,7 @@ class Posted;
 //   watches  Qos::Status::classMap, policyMap, servicePolicy
 //            Acl::Config::aclConfig, and the version of each list
 //            HulCommonSmData::port, aclRoom
+//            Progress                                 what the data plane has answered
 //   calls    HulHelper::QosAclHelper
 //   writes   HulCommonSmData::aclRoom
 //
@@ -60,6 +62,8 @@ class QosAclSm : public Gant::StateMachine {
 
    // What is configured and not programmed, with the reason.
    Pendings pending() const;
+   // What the data plane said of a policy map that is applied; of another one: pending.
+   RouteState state( const Gant::String & policyMap ) const;
    // Packets of each class of a policy map, in the order of matching. Empty for one that is not applied.
    std::vector< std::pair< Gant::String, U64 > > counts( const Gant::String & policyMap ) const;
 
@@ -107,6 +111,7 @@ class QosAclSm : public Gant::StateMachine {
    // What the helper was told.
    Gant::OrderedMap< Kynet::IntfId, Gant::String > applied_;
    Gant::OrderedMap< Gant::String, StatePtr > states_;
+   Answers< Gant::String > answers_; // by policy map
    std::unique_ptr< Posted > posted_;
 };
 

@@ -2,6 +2,9 @@
 
 #include "GantAssert.h"
 #include "GantTrace.h"
+#include "HulCommonSmData.h"
+
+#include <cerrno>
 
 namespace Hul {
 
@@ -11,6 +14,9 @@ namespace {
 
 // Routes that one turn of the loop looks at.
 constexpr size_t routesPerTurn = 4096;
+
+// Parts of a hundred: from which the data plane's table is nearly full, and below which it is not any more.
+constexpr U64 nearlyFull = 90, notNearlyFull = 85;
 
 } // namespace
 
@@ -48,10 +54,23 @@ struct RouteMachine< F >::GantL3Status : L3Status::Notifiee {
 };
 
 template < typename F >
+struct RouteMachine< F >::GantProgress : Progress::Notifiee {
+   explicit GantProgress( RouteMachine * owner ) : Notifiee( owner, owner->args_.common->progress() ), owner( owner ) {}
+   void onRefused( const RefusedCommand & command ) override { owner->handleRefused( command ); }
+   void onAcknowledged() override { owner->handleAcknowledged(); }
+   void onRenotify() override {
+      for ( const auto & command : notifier()->refused() ) owner->handleRefused( command );
+      owner->handleAcknowledged();
+   }
+   RouteMachine * owner;
+};
+
+template < typename F >
 RouteMachine< F >::RouteMachine( Args args ) :
      args_( std::move( args ) ), tableReactor_( std::make_unique< GantTable >( this ) ),
      vrfReactor_( std::make_unique< GantVrfDir >( this ) ), adjReactor_( std::make_unique< GantAdjSm >( this ) ),
-     l3Reactor_( std::make_unique< GantL3Status >( this ) ) {
+     l3Reactor_( std::make_unique< GantL3Status >( this ) ),
+     progressReactor_( std::make_unique< GantProgress >( this ) ) {
    handleAll();
 }
 
@@ -64,7 +83,7 @@ void RouteMachine< F >::hasNotificationActiveIs( bool active ) {
    if ( !active ) return;
    // One look at everything, however many reactors missed something.
    if ( std::exchange( missed_, false ) ) handleAll();
-   if ( busy() || uncommitted_ ) turns_.post();
+   if ( busy() || uncommitted_ || room_ != 0 ) turns_.post();
 }
 
 template < typename F >
@@ -107,7 +126,10 @@ void RouteMachine< F >::handleVrf( VrfId vrfId ) {
    const bool active = args_.vrfSm->vrfDir()->active( vrfId );
    vrf.status = active ? args_.hulL3Status->vrfL3Status( args_.hulL3Status->vrfName( vrfId ) ) : nullptr;
    if ( std::exchange( vrf.active, active ) == active ) return;
-   if ( vrf.told != 0 || args_.table->routes( vrfId ) != 0 ) sweep();
+   if ( vrf.told != 0 || args_.table->routes( vrfId ) != 0 )
+      sweep();
+   else if ( !sweeping_ )
+      acknowledge( vrf, args_.table->sequence( vrfId ) );
 }
 
 template < typename F >
@@ -156,13 +178,13 @@ void RouteMachine< F >::review( U32 slot, U64 sequence, bool retry ) {
    const auto route = args_.table->routeAt( slot );
    join( slot, route.fecId() );
    if ( suspended_ ) {
-      tell( told, What(), sequence );
+      tell( slot, What(), sequence );
       unprogrammedIs( told, Mirel::UnprogrammedReason::familyNotSupported_ );
       return;
    }
    const auto what = wanted( told, route.routeType() );
    if ( told.unprogrammed == Mirel::UnprogrammedReason::refused_ && what.routeType != 0 && !retry ) return;
-   tell( told, what, sequence );
+   tell( slot, what, sequence );
    if ( what.routeType == 0 ) unprogrammedIs( told, waitsForRoom( told ) ? Mirel::UnprogrammedReason::noRoom_ : 0 );
 }
 
@@ -213,17 +235,138 @@ RouteInfo RouteMachine< F >::info( const What & what ) const {
 }
 
 template < typename F >
-void RouteMachine< F >::tell( Told & told, const What & what, U64 sequence ) {
+void RouteMachine< F >::tell( U32 slot, const What & what, U64 sequence, bool again ) {
+   auto & told = told_[ slot ];
    const What old{ told.routeType, told.adj };
-   if ( what.routeType == old.routeType && ( what.routeType == 0 || what.adj == old.adj ) ) return;
+   const bool same = what.routeType == old.routeType && ( what.routeType == 0 || what.adj == old.adj );
+   if ( same && !again ) return;
    const Prefix prefix( told.address, told.len );
+   unask( told );
+   const auto before = args_.common->progress()->told();
    const bool done =
         F::done( args_.helper->updateRoute( prefix, VrfId( told.vrfId ), info( old ), info( what ), sequence ) );
    GANT_TRACE( 8, "RouteMachine::tell ", prefix, " vrf ", told.vrfId, done ? "" : " refused" );
    unprogrammedIs( told, done || what.routeType == 0 ? 0 : Mirel::UnprogrammedReason::refused_ );
    toldIs( told, done ? what : What() );
+   askedIs( told, before, slot );
    uncommitted_ = true;
    turns_.post();
+}
+
+template < typename F >
+void RouteMachine< F >::askedIs( Told & told, U64 before, U32 slot ) {
+   const auto last = args_.common->progress()->told();
+   const bool gone = told.routeType == 0;
+   if ( !underWay_.add( before, last, { slot, gone } ) || gone ) return;
+   told.asked = static_cast< U32 >( last );
+   told.underWay = true;
+   ++underWayRoutes_;
+}
+
+// What the data plane said of the route before concerns it no more.
+template < typename F >
+void RouteMachine< F >::unask( Told & told ) {
+   if ( told.underWay ) --underWayRoutes_;
+   if ( told.error != 0 ) --refusedRoutes_;
+   if ( noRoom( told ) ) --noRoomRoutes_;
+   told.underWay = false;
+   told.error = 0;
+}
+
+template < typename F >
+bool RouteMachine< F >::noRoom( const Told & told ) const {
+   return told.error == ENOSPC;
+}
+
+template < typename F >
+void RouteMachine< F >::handleRefused( const RefusedCommand & command ) {
+   underWay_.refused( command, [ this ]( const auto & entry ) { answered( entry ); } );
+}
+
+template < typename F >
+void RouteMachine< F >::handleAcknowledged() {
+   underWay_.acknowledged( args_.common->progress()->acknowledged(),
+                           [ this ]( const auto & entry ) { answered( entry ); } );
+   reviewFill();
+   if ( room_ != 0 && !waiting_.empty() ) turns_.post();
+}
+
+template < typename F >
+void RouteMachine< F >::answered( const typename UnderWay< Asked >::Entry & entry ) {
+   if ( entry.object.gone != 0 ) {
+      if ( entry.code == 0 && noRoomRoutes_ > room_ ) ++room_;
+      return;
+   }
+   auto & told = told_[ entry.object.slot ];
+   if ( !told.underWay || told.asked != entry.last ) return; // it was told again since
+   told.underWay = false;
+   --underWayRoutes_;
+   if ( entry.code == 0 ) return;
+   told.asked = entry.refused;
+   told.error = static_cast< U8 >( std::clamp( entry.code, 1, 0xff ) );
+   ++refusedRoutes_;
+   if ( !noRoom( told ) ) return;
+   ++noRoomRoutes_;
+   waiting_.push_back( entry.object.slot );
+}
+
+// Tells the log once when the data plane's table fills, and when all have room again.
+template < typename F >
+void RouteMachine< F >::reviewFill() {
+   const auto counts = this->counts();
+   const auto most = args_.common->routesMost();
+   if ( counts.noRoom != 0 ) {
+      if ( std::exchange( fill_, Fill::full ) != Fill::full )
+         GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes is full with ",
+                     counts.programmed, " routes: those that it has no room for wait" );
+      return;
+   }
+   if ( counts.underWay != 0 && fill_ == Fill::full ) return;
+   const auto parts = most == 0 ? 0 : counts.programmed * U64( 100 ) / most;
+   if ( fill_ == Fill::full )
+      GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes has room again" );
+   if ( fill_ == Fill::some && parts >= nearlyFull )
+      GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes is filled to ", parts,
+                  " %: ", counts.programmed, " of ", most );
+   if ( parts >= nearlyFull || ( fill_ != Fill::some && parts >= notNearlyFull ) )
+      fill_ = Fill::nearlyFull;
+   else
+      fill_ = Fill::some;
+}
+
+// Routes that had no room, oldest refusal first, as many as have room.
+template < typename F >
+size_t RouteMachine< F >::tellAgain( size_t routes ) {
+   for ( ; routes != 0 && room_ != 0 && !waiting_.empty(); --routes ) {
+      const auto slot = waiting_.front();
+      waiting_.pop_front();
+      auto & told = told_[ slot ];
+      if ( !told.here || !noRoom( told ) ) continue;
+      --room_;
+      tell( slot, { told.routeType, told.adj }, 0, true );
+   }
+   if ( waiting_.empty() ) room_ = 0;
+   return routes;
+}
+
+template < typename F >
+RouteCounts RouteMachine< F >::counts() const {
+   return { underWayRoutes_, toldRoutes_ - underWayRoutes_ - refusedRoutes_, refusedRoutes_, noRoomRoutes_ };
+}
+
+template < typename F >
+RouteState RouteMachine< F >::state( U32 vrfId, const Prefix & prefix ) const {
+   const auto slot = args_.table->slot( vrfId, prefix );
+   if ( !slot ) return { RouteProgress::pending(), "there is no such route" };
+   if ( *slot >= told_.size() || !told_[ *slot ].here ) return { RouteProgress::pending(), "its turn has not come" };
+   const auto & told = told_[ *slot ];
+   if ( told.routeType != 0 && !told.underWay && told.error == 0 ) {
+      const auto refusal = args_.adjSm->refusal( told.adj );
+      if ( refusal.empty() ) return { RouteProgress::programmed(), {} };
+      return { RouteProgress::refused(), "its next hops: " + refusal };
+   }
+   const bool refused = told.error != 0 || told.unprogrammed != 0;
+   return { refused ? RouteProgress::refused() : RouteProgress::pending(), reasonOf( told, *slot ) };
 }
 
 // What the helper has of the route from now on, with everything that counts it. The VRF and the former adjacency may go
@@ -249,7 +392,7 @@ void RouteMachine< F >::toldIs( Told & told, const What & what ) {
 template < typename F >
 void RouteMachine< F >::forget( U32 slot, U64 sequence ) {
    auto & told = told_[ slot ];
-   tell( told, What(), sequence );
+   tell( slot, What(), sequence );
    unprogrammedIs( told, 0 );
    leave( told );
    told = Told();
@@ -363,10 +506,10 @@ void RouteMachine< F >::sweep() {
 template < typename F >
 void RouteMachine< F >::turn() {
    if ( zombie() || !hasNotificationActive() ) return;
-   sweepSome( moveSome( routesPerTurn ) );
+   sweepSome( moveSome( tellAgain( routesPerTurn ) ) );
    if ( sweeping_ && sweepLeft_ == 0 ) swept();
    if ( std::exchange( uncommitted_, false ) ) F::commit( *args_.helper );
-   if ( busy() ) turns_.post();
+   if ( busy() || ( room_ != 0 && !waiting_.empty() ) ) turns_.post();
 }
 
 template < typename F >
@@ -421,20 +564,30 @@ void RouteMachine< F >::verify() {
    args_.helper->cleanupForVerifyRoute();
 }
 
+// Of one that is not programmed.
+template < typename F >
+Gant::String RouteMachine< F >::reasonOf( const Told & told, U32 slot ) const {
+   if ( told.unprogrammed == Mirel::UnprogrammedReason::familyNotSupported_ )
+      return "refused: the data plane takes no routes of this family";
+   if ( told.unprogrammed == Mirel::UnprogrammedReason::refused_ ) return "the data plane refused it";
+   if ( told.unprogrammed == Mirel::UnprogrammedReason::noRoom_ )
+      return args_.adjSm->lacksRoom( fecs_[ told.fec ].adj );
+   if ( told.underWay ) return "the data plane has not answered";
+   if ( told.error != 0 )
+      return "the data plane refused it: " + args_.common->progress()->reason( told.asked, told.error );
+   Gant::String reason;
+   wanted( told, args_.table->routeAt( slot ).routeType(), &reason );
+   return reason.empty() ? "its turn has not come" : reason;
+}
+
 template < typename F >
 void RouteMachine< F >::pending( Pendings & out, size_t most ) const {
    size_t listed = 0;
    for ( U32 slot = 0; slot < told_.size() && listed < most; ++slot ) {
       const auto & told = told_[ slot ];
-      if ( !told.here || told.routeType != 0 || !args_.table->slotHas( slot ) ) continue;
-      Gant::String reason;
-      if ( told.unprogrammed == Mirel::UnprogrammedReason::familyNotSupported_ )
-         reason = "refused: the data plane takes no routes of this family";
-      else if ( told.unprogrammed == Mirel::UnprogrammedReason::refused_ )
-         reason = "the data plane refused it";
-      else
-         wanted( told, args_.table->routeAt( slot ).routeType(), &reason );
-      if ( reason.empty() ) reason = "its turn has not come";
+      const bool programmed = told.routeType != 0 && !told.underWay && told.error == 0;
+      if ( !told.here || programmed || !args_.table->slotHas( slot ) ) continue;
+      auto reason = reasonOf( told, slot );
       const Prefix prefix( told.address, told.len );
       out.push_back( { "route " + prefix.stringValue() + Gant::format( " in VRF %u", told.vrfId ), reason } );
       ++listed;

@@ -6,6 +6,8 @@
 #include "HulL3Status.h"
 #include "HulPending.h"
 #include "HulPosted.h"
+#include "HulProgress.h"
+#include "HulRouteState.h"
 #include "HulVrfSm.h"
 #include "MirelFib.h"
 
@@ -42,6 +44,7 @@ struct Ip6Routes {
 //            VrfDir::vrfPhase
 //            AdjSm                                    adjacencies that come after a refusal
 //            L3Status::suspendIp6RouteUpdates         of IPv6: what was told is taken back, and no more is told
+//            Progress                                 what the data plane has answered
 //   calls    updateRoute; endOfSyncOnInit, once; commitRouteBatch, in the turn after a change
 //            AdjSm
 //   writes   UnprogrammedTable
@@ -50,6 +53,10 @@ struct Ip6Routes {
 // A route is told while its VRF is active and its FEC has an adjacency that the helper took; otherwise it waits. What
 // has been told of each route is kept, and is the old information of its next change. A route that the helper refuses
 // is forgotten by it; it is offered again, as new, when it or its FEC changes.
+//
+// A route that the helper took is under way until the data plane has answered its last command; then it is programmed,
+// or refused. One that was refused for want of room is told again, in the order of refusal, one for each route that the
+// data plane gave up.
 //
 // One write is told before it returns. What concerns many routes is done in turns of the loop, some thousands at a
 // time:
@@ -69,6 +76,7 @@ class RouteMachine : public Gant::StateMachine {
       Gant::Ptr< VrfSm > vrfSm{};
       Gant::Ptr< AdjSm > adjSm{};
       Gant::Ptr< typename F::Helper > helper{};
+      Gant::Ptr< const HulCommonSmData > common{};
    };
    // Looks at no route yet: the first sweep begins in the next turn.
    explicit RouteMachine( Args args );
@@ -78,6 +86,8 @@ class RouteMachine : public Gant::StateMachine {
    // Whether routes are still to be looked at.
    bool busy() const { return sweeping_ || !moves_.empty(); }
    U32 toldRoutes() const { return toldRoutes_; }
+   RouteCounts counts() const;
+   RouteState state( U32 vrfId, const Prefix & prefix ) const;
    void verify();
    // At most `most` routes.
    void pending( Pendings & out, size_t most ) const;
@@ -93,10 +103,17 @@ class RouteMachine : public Gant::StateMachine {
       U32 vrfId = 0;
       U32 fec = noFec;
       AdjSm::Number adj = 0; // with `routeType`
+      U32 asked = 0;         // the lower bits of the number of its last command, or of its refused one
       U8 len = 0;
-      U8 routeType = 0; // 0: the helper has nothing of the route
-      bool here = false;
-      U8 unprogrammed = 0; // the reason of its entry there; 0: it has none
+      U8 routeType = 0;        // 0: the helper has nothing of the route
+      U8 unprogrammed : 4 = 0; // the reason of its entry there; 0: it has none
+      U8 here : 1 = 0;
+      U8 underWay : 1 = 0;
+      U8 error = 0; // what the data plane refused that command with
+   };
+   struct Asked {
+      U32 slot : 31;
+      U32 gone : 1; // the route was taken from the data plane
    };
    // Its routes stand in one of its lists. A route that leaves is not looked for: its slot stays until a walk, or the
    // list's compaction, finds it to be another FEC's.
@@ -114,6 +131,8 @@ class RouteMachine : public Gant::StateMachine {
       U32 told = 0;
       Gant::Ptr< VrfL3Status > status;
    };
+   // What the log has been told last.
+   enum class Fill : U8 { some, nearlyFull, full };
    struct What {
       U8 routeType = 0;
       AdjSm::Number adj = 0;
@@ -122,6 +141,7 @@ class RouteMachine : public Gant::StateMachine {
    struct GantVrfDir;
    struct GantAdjSm;
    struct GantL3Status;
+   struct GantProgress;
 
    void handleRoute( const Ref & ref );
    void handleFec( U64 fecId );
@@ -129,6 +149,8 @@ class RouteMachine : public Gant::StateMachine {
    void handleCreated( const Gant::Ptr< L2Adjacency > & l2Adj );
    void handleSuspend();
    void handleAll();
+   void handleRefused( const RefusedCommand & command );
+   void handleAcknowledged();
 
    // One route, from the table to the helper. `sequence` 0: none to acknowledge. `retry`: also one that was refused.
    void review( U32 slot, U64 sequence, bool retry );
@@ -138,8 +160,17 @@ class RouteMachine : public Gant::StateMachine {
    void adopt( U32 slot );
    // What the helper should have of the route: nothing while something is missing, which `missing` then says.
    What wanted( const Told & told, Mirel::RouteType routeType, Gant::String * missing = nullptr ) const;
-   void tell( Told & told, const What & what, U64 sequence );
+   // `again`: also what it has been told already.
+   void tell( U32 slot, const What & what, U64 sequence, bool again = false );
    void toldIs( Told & told, const What & what );
+   // `before` is the number of the last command before those of the route.
+   void askedIs( Told & told, U64 before, U32 slot );
+   void unask( Told & told );
+   void answered( const typename UnderWay< Asked >::Entry & entry );
+   bool noRoom( const Told & told ) const;
+   void reviewFill();
+   size_t tellAgain( size_t routes );
+   Gant::String reasonOf( const Told & told, U32 slot ) const;
    void forget( U32 slot, U64 sequence );
    void unprogrammedIs( Told & told, U8 reason );
    void acknowledge( const Vrf & vrf, U64 sequence );
@@ -172,6 +203,13 @@ class RouteMachine : public Gant::StateMachine {
    Gant::HashMap< U32, Vrf > vrfs_;
    std::pair< U32, Vrf * > lastVrf_{ 0, nullptr };
    U32 toldRoutes_ = 0;
+   UnderWay< Asked > underWay_;
+   U32 underWayRoutes_ = 0;
+   U32 refusedRoutes_ = 0;
+   std::deque< U32 > waiting_; // slots of routes that had no room, some of which do not wait any more
+   U32 noRoomRoutes_ = 0;
+   U32 room_ = 0; // for so many of them
+   Fill fill_ = Fill::some;
 
    std::deque< U32 > moves_; // FECs with routes in `moving`
    bool sweeping_ = false;
@@ -185,6 +223,7 @@ class RouteMachine : public Gant::StateMachine {
    std::unique_ptr< GantVrfDir > vrfReactor_;
    std::unique_ptr< GantAdjSm > adjReactor_;
    std::unique_ptr< GantL3Status > l3Reactor_;
+   std::unique_ptr< GantProgress > progressReactor_;
 };
 
 using RouteSm = RouteMachine< Ip4Routes >;

@@ -45,6 +45,7 @@ VrfRootSm::Args completed( VrfRootSm::Args args ) {
    orEmpty( args.l3Config );
    orEmpty( args.hulRouteReactorConfig );
    orEmpty( args.arpMirel );
+   orEmpty( args.vexcsd );
    return args;
 }
 
@@ -77,17 +78,19 @@ VrfRootSm::Machines::Machines( const Args & args ) {
         Gant::make< RoutingSm >( RoutingSm::Args{ args.l3Config, args.bridgingConfig, args.virtualMacStatusIn,
                                                   args.routingStatusHelper, args.route4Helper, args.route6Helper } );
    vrfSm = Gant::make< VrfSm >(
-        VrfSm::Args{ args.allVrfStatusLocal, args.hulL3Status, args.vrfHelper, args.vrfSeqStatusDir } );
+        VrfSm::Args{ args.allVrfStatusLocal, args.hulL3Status, args.vrfHelper, args.vrfSeqStatusDir, args.vexcsd } );
    l3IntfSm = Gant::make< L3IntfSm >( L3IntfSm::Args{ args.l3Config, args.ipStatus, args.ip6Status,
                                                       args.allIntfStatusDir, args.hulL3IntfTable, args.hulL3Status,
                                                       vrfSm, args.routingStatusHelper } );
    routePathSm = Gant::make< RoutePathSm >( packed.routeStatus );
-   adjSm = Gant::make< AdjSm >( AdjSm::Args{ args.hulL3Status, args.hulL2AdjHelper, args.arpMirel,
-                                             args.allIntfStatusDir, routePathSm, vrfSm, args.adjReviewEvent } );
+   adjSm =
+        Gant::make< AdjSm >( AdjSm::Args{ args.hulL3Status, args.hulL2AdjHelper, args.arpMirel, args.allIntfStatusDir,
+                                          routePathSm, vrfSm, args.adjReviewEvent, args.vexcsd } );
    routeSm = Gant::make< RouteSm >( RouteSm::Args{ packed.routeStatus, packed.unprogrammedRouteStatus, args.hulL3Status,
-                                                   vrfSm, adjSm, args.route4Helper } );
-   route6Sm = Gant::make< Route6Sm >( Route6Sm::Args{ packed.route6Status, packed.unprogrammedRoute6Status,
-                                                      args.hulL3Status, vrfSm, adjSm, args.route6Helper } );
+                                                   vrfSm, adjSm, args.route4Helper, args.vexcsd } );
+   route6Sm =
+        Gant::make< Route6Sm >( Route6Sm::Args{ packed.route6Status, packed.unprogrammedRoute6Status, args.hulL3Status,
+                                                vrfSm, adjSm, args.route6Helper, args.vexcsd } );
    addrResolverSm = Gant::make< AddrResolverSm >( AddrResolverSm::Args{
         args.hulRouteReactorConfig, args.hulL3Status, args.arpMirel, args.allIntfStatusDir, routePathSm } );
 }
@@ -149,6 +152,17 @@ bool VrfRootSm::busy() const { return machines_ && ( machines_->routeSm->busy() 
 
 U32 VrfRootSm::toldRoutes() const {
    return machines_ ? machines_->routeSm->toldRoutes() + machines_->route6Sm->toldRoutes() : 0;
+}
+
+RouteState VrfRootSm::routeState( VrfId vrfId, const Kynet::IpGenPrefix & prefix ) const {
+   if ( !machines_ ) return { RouteProgress::pending(), "nothing is told to the data plane" };
+   return prefix.af() == Kynet::AddressFamily::ipv4_ ? machines_->routeSm->state( vrfId.value(), prefix.v4Prefix() )
+                                                     : machines_->route6Sm->state( vrfId.value(), prefix.v6Prefix() );
+}
+
+RouteCounts VrfRootSm::routeCounts( Kynet::AddressFamily af ) const {
+   if ( !machines_ ) return {};
+   return af == Kynet::AddressFamily::ipv4_ ? machines_->routeSm->counts() : machines_->route6Sm->counts();
 }
 
 } // namespace Hul

@@ -3,6 +3,8 @@
 
 #include "HulPackedArgs.h"
 #include "HulPending.h"
+#include "HulRouteState.h"
+#include "HulTypes.h"
 
 #include "GantEntity.h"
 
@@ -177,6 +179,9 @@ class VrfRootSm : public Gant::StateMachine {
    bool busy() const;
    // Routes of both families that the helpers hold.
    U32 toldRoutes() const;
+   // What has become of a route of the FIB.
+   RouteState routeState( VrfId vrfId, const Kynet::IpGenPrefix & prefix ) const;
+   RouteCounts routeCounts( Kynet::AddressFamily af ) const;
 
  private:
    struct Machines;

@@ -2,25 +2,83 @@
 
 #include "GantAssert.h"
 #include "GantTrace.h"
+#include "HulCommonSmData.h"
 #include "HulHelper.h"
 #include "HulSeqStatus.h"
 #include "StateIp.h"
+
+#include <deque>
 
 namespace Hul {
 
 static Gant::TraceHandle traceHandle( "HulVrfSm" );
 
+namespace {
+
+// A sequence number on its way to where the host reads it.
+class SeqInFlight {
+ public:
+   void told( U64 sequence, const Progress & progress ) {
+      if ( told_ >= sequence ) return;
+      told_ = sequence;
+      // Of many that wait, some are told together with the next one.
+      if ( waiting_.size() >= waitingMost || ( !waiting_.empty() && waiting_.back().number == progress.told() ) )
+         waiting_.back() = { progress.told(), sequence };
+      else
+         waiting_.push_back( { progress.told(), sequence } );
+   }
+   // The last one of which everything is answered; 0: there is no new one.
+   U64 take( const Progress & progress ) {
+      U64 sequence = 0;
+      for ( ; !waiting_.empty() && waiting_.front().number <= progress.acknowledged(); waiting_.pop_front() )
+         sequence = waiting_.front().sequence;
+      return sequence;
+   }
+
+ private:
+   static constexpr size_t waitingMost = 1024;
+   struct Waiting {
+      U64 number; // of the last command before it was told
+      U64 sequence;
+   };
+   U64 told_ = 0;
+   std::deque< Waiting > waiting_;
+};
+
+} // namespace
+
 // Copies a VRF's progress to where the host reads it.
 struct VrfSm::GantVrfL3Status : VrfL3Status::Notifiee {
    GantVrfL3Status( VrfSm * owner, Gant::Ptr< VrfL3Status > status, Gant::Ptr< VrfSeqStatus > seqStatus ) :
-        Notifiee( owner, std::move( status ) ), seqStatus( std::move( seqStatus ) ) {}
-   void onSequenceProgrammed() override { seqStatus->sequenceProgrammedIs( notifier()->sequenceProgrammed() ); }
-   void onSequence6Programmed() override { seqStatus->sequence6ProgrammedIs( notifier()->sequence6Programmed() ); }
+        Notifiee( owner, std::move( status ) ), owner( owner ), seqStatus( std::move( seqStatus ) ) {}
+   void onSequenceProgrammed() override {
+      inFlight.told( notifier()->sequenceProgrammed(), progress() );
+      copy();
+   }
+   void onSequence6Programmed() override {
+      inFlight6.told( notifier()->sequence6Programmed(), progress() );
+      copy();
+   }
    void onRenotify() override {
       onSequenceProgrammed();
       onSequence6Programmed();
    }
+   void copy() {
+      if ( const auto sequence = inFlight.take( progress() ) ) seqStatus->sequenceProgrammedIs( sequence );
+      if ( const auto sequence = inFlight6.take( progress() ) ) seqStatus->sequence6ProgrammedIs( sequence );
+   }
+   const Progress & progress() const { return *owner->args_.common->progress(); }
+   VrfSm * owner;
    Gant::Ptr< VrfSeqStatus > seqStatus;
+   SeqInFlight inFlight;
+   SeqInFlight inFlight6;
+};
+
+struct VrfSm::GantProgress : Progress::Notifiee {
+   explicit GantProgress( VrfSm * owner ) : Notifiee( owner, owner->args_.common->progress() ), owner( owner ) {}
+   void onAcknowledged() override { owner->handleAcknowledged(); }
+   void onRenotify() override { owner->handleAcknowledged(); }
+   VrfSm * owner;
 };
 
 struct VrfSm::Told {
@@ -39,11 +97,17 @@ struct VrfSm::GantAllVrfStatusLocal : Ip::AllVrfStatusLocal::Notifiee {
 
 VrfSm::VrfSm( Args args ) :
      args_( std::move( args ) ), vrfDir_( Gant::make< VrfDir >( "vrfDir" ) ),
-     reactor_( std::make_unique< GantAllVrfStatusLocal >( this ) ) {
+     reactor_( std::make_unique< GantAllVrfStatusLocal >( this ) ),
+     progressReactor_( std::make_unique< GantProgress >( this ) ) {
    reviewAll();
 }
 
 VrfSm::~VrfSm() = default;
+
+void VrfSm::handleAcknowledged() {
+   for ( const auto & [ vrfId, told ] : told_ )
+      if ( told->reactor ) told->reactor->copy();
+}
 
 void VrfSm::reviewAll() {
    // Those that go first: an id may be free then for one that comes.

@@ -36,7 +36,8 @@ class VrfDir : public Gant::Entity {
 };
 
 //   watches  Ip::AllVrfStatusLocal::vrfStatus         name -> id, active
-//            VrfL3Status::sequenceProgrammed          of each VRF, copied to the host's directory of sequences
+//            VrfL3Status::sequenceProgrammed          of each VRF, copied to the host's directory of sequences once the
+//                                                     data plane has answered what was told up to then
 //   calls    VrfHelper::createVrf, deleteVrf, verifyVrf
 //   writes   L3Status::vrfL3Status, vrfName           around the helper's calls, which read them
 //            VrfDir                                   after createVrf, before deleteVrf
@@ -51,6 +52,7 @@ class VrfSm : public Gant::StateMachine {
       Gant::Ptr< L3Status > hulL3Status{};
       Gant::Ptr< HulHelper::VrfHelper > vrfHelper{};
       Gant::Ptr< const Gant::Dir > vrfSeqStatusDir{};
+      Gant::Ptr< const HulCommonSmData > common{};
    };
    explicit VrfSm( Args args );
    ~VrfSm() override;
@@ -68,6 +70,8 @@ class VrfSm : public Gant::StateMachine {
    struct Told;
    struct GantAllVrfStatusLocal;
    struct GantVrfL3Status;
+   struct GantProgress;
+   void handleAcknowledged();
    void reviewAll();
    void review( const L3::VrfName & name );
    void create( const L3::VrfName & name, VrfId vrfId );
@@ -78,6 +82,7 @@ class VrfSm : public Gant::StateMachine {
    Gant::Ptr< VrfDir > vrfDir_;
    Gant::OrderedMap< VrfId, std::unique_ptr< Told > > told_;
    std::unique_ptr< GantAllVrfStatusLocal > reactor_;
+   std::unique_ptr< GantProgress > progressReactor_;
 };
 
 } // namespace Hul

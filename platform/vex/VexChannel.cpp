@@ -17,19 +17,26 @@ void Channel::responseIs( OriginId id, const google::protobuf::Any & data ) {
    if ( auto * const to = origin( id ) ) to->response( data );
 }
 
-void Channel::refusalIs( OriginId id, Refusal refusal ) {
-   GANT_TRACE( 0, "refused: ", refusal.module, " ", refusal.action, " ", refusal.argument, ": ", refusal.text, " (",
-               refusal.code, ")" );
+void Channel::refusedIs( U64 number, S32 code, std::string_view text ) {
    ++requestsRefused_;
-   if ( refusals_.size() == refusalsKept ) refusals_.erase( refusals_.begin() );
+   progress_->refusedIs( number, code, text );
+}
+
+void Channel::refusalIs( OriginId id, Refusal refusal ) {
+   if ( refusals_.size() == refusalsKept ) refusals_.pop_front();
    refusals_.push_back( refusal );
    if ( auto * const to = origin( id ) ) to->refused( refusal );
    notifiees_.tell( &Notifiee::onRefusal, refusal );
 }
 
+bool Channel::wantsRefusals( OriginId id ) const {
+   const auto * const to = origin( id );
+   return to != nullptr && to->wantsRefusals();
+}
+
 void Channel::acknowledgedIs( U64 requests ) {
-   if ( requests == requestsAcknowledged_ ) return;
-   requestsAcknowledged_ = requests;
+   if ( requests == requestsAcknowledged() ) return;
+   progress_->acknowledgedIs( requests );
    notifiees_.tell( &Notifiee::onAcknowledged );
 }
 

@@ -6,8 +6,10 @@
 
 #include "GantEnum.h"
 #include "GantNotify.h"
+#include "HulProgress.h"
 #include "VexTypes.h"
 
+#include <deque>
 #include <string_view>
 #include <vector>
 
@@ -44,6 +46,8 @@ class Channel : public Gant::PtrInterface {
       virtual ~Origin() = default;
       virtual void response( const google::protobuf::Any & data ) = 0;
       virtual void refused( const Refusal & refusal ) = 0;
+      // Whether it hears of every refusal, however many there are.
+      virtual bool wantsRefusals() const = 0;
    };
    using OriginId = U16;
 
@@ -52,6 +56,7 @@ class Channel : public Gant::PtrInterface {
       using NotifieeOf::NotifieeOf;
       // Requests up to requestsAcknowledged() have been applied or refused.
       virtual void onAcknowledged() {}
+      // Of many requests of one kind that are refused together, the first one and the newest.
       virtual void onRefusal( const Refusal & ) {}
       // Another agent has the data plane: the session waits for it. owner() says who.
       virtual void onOwner() {}
@@ -79,9 +84,11 @@ class Channel : public Gant::PtrInterface {
    virtual google::protobuf::Arena & arena() = 0;
 
    // Requests queued since the start, and those answered.
-   U64 requestsQueued() const { return requestsQueued_; }
-   U64 requestsAcknowledged() const { return requestsAcknowledged_; }
+   U64 requestsQueued() const { return progress_->told(); }
+   U64 requestsAcknowledged() const { return progress_->acknowledged(); }
    U64 requestsRefused() const { return requestsRefused_; }
+   // The same for the layer: a request's number is requestsQueued() right after it was queued.
+   const Gant::Ptr< Hul::Progress > & progress() const { return progress_; }
    // Counts changes of what the data plane holds: two equal values have nothing between them.
    U64 forwardingGeneration() const { return forwardingGeneration_; }
    // Who has the data plane, in words, while the session waits for it; empty otherwise.
@@ -92,15 +99,18 @@ class Channel : public Gant::PtrInterface {
    const Gant::String & lossReason() const { return lossReason_; }
    // The newest refusals, oldest first.
    static constexpr size_t refusalsKept = 256;
-   const std::vector< Refusal > & refusals() const { return refusals_; }
+   const std::deque< Refusal > & refusals() const { return refusals_; }
 
  protected:
    void requestQueued( bool changesForwarding ) {
-      ++requestsQueued_;
+      progress_->toldInc();
       forwardingGeneration_ += changesForwarding;
    }
    void responseIs( OriginId origin, const google::protobuf::Any & data );
+   // Each refused request, in order, by its number; then those in words that somebody is to hear of.
+   void refusedIs( U64 number, S32 code, std::string_view text );
    void refusalIs( OriginId origin, Refusal refusal );
+   bool wantsRefusals( OriginId id ) const;
    void acknowledgedIs( U64 requests );
    void ownerIs( const Gant::String & owner, double since );
    void lostIs( const Gant::String & reason );
@@ -109,9 +119,8 @@ class Channel : public Gant::PtrInterface {
    Origin * origin( OriginId id ) const { return id < origins_.size() ? origins_[ id ] : nullptr; }
 
    std::vector< Origin * > origins_;
-   std::vector< Refusal > refusals_;
-   U64 requestsQueued_ = 0;
-   U64 requestsAcknowledged_ = 0;
+   std::deque< Refusal > refusals_;
+   const Gant::Ptr< Hul::Progress > progress_ = Gant::make< Hul::Progress >();
    U64 requestsRefused_ = 0;
    U64 forwardingGeneration_ = 0;
    Gant::String owner_;

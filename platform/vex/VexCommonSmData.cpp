@@ -6,9 +6,9 @@ namespace Vex {
 
 VexCommonSmData::VexCommonSmData( Gant::Ptr< ModuleGlobalCmdConfig > moduleGlobalCmdConfig,
                                   Gant::Ptr< Module > trapModule, Gant::Ptr< BessCounterInfo > bessCounterInfo ) :
-     moduleGlobalCmdConfig_( std::move( moduleGlobalCmdConfig ) ),
-     trapModule_( std::move( trapModule ) ), bessCounterInfo_( std::move( bessCounterInfo ) ),
-     cliSm_( Gant::make< CliSm >() ) {}
+     HulCommonSmData( {}, moduleGlobalCmdConfig->channel()->progress() ),
+     moduleGlobalCmdConfig_( std::move( moduleGlobalCmdConfig ) ), trapModule_( std::move( trapModule ) ),
+     bessCounterInfo_( std::move( bessCounterInfo ) ), cliSm_( Gant::make< CliSm >() ) {}
 
 VexCommonSmData::~VexCommonSmData() = default;
 

@@ -142,6 +142,76 @@ Gant::String describe( const Message & message ) {
    return out;
 }
 
+bool BatchReader::Fields::varint( U64 & value ) {
+   value = 0;
+   for ( U32 shift = 0; !bytes.empty() && shift < 64; shift += 7 ) {
+      const auto byte = static_cast< U8 >( bytes.front() );
+      bytes.remove_prefix( 1 );
+      value |= U64( byte & 0x7f ) << shift;
+      if ( byte < 0x80 ) return true;
+   }
+   return false;
+}
+
+bool BatchReader::Fields::next( U32 & field, std::string_view & value ) {
+   U64 tag = 0, size = 0;
+   if ( !varint( tag ) || !varint( size ) ) return false;
+   field = static_cast< U32 >( tag >> 3 );
+   constexpr U64 number = 0, delimited = 2;
+   if ( ( tag & 7 ) == number ) {
+      value = {};
+      return true;
+   }
+   if ( ( tag & 7 ) != delimited || size > bytes.size() ) return false;
+   value = bytes.substr( 0, size );
+   bytes.remove_prefix( size );
+   return true;
+}
+
+bool BatchReader::next() {
+   using Run = vex::pb::CommandRun;
+   U32 field = 0;
+   std::string_view value;
+   while ( true ) {
+      while ( run_.next( field, value ) ) {
+         if ( field == Run::kModuleFieldNumber ) module_ = value;
+         if ( field == Run::kCmdFieldNumber ) action_ = value;
+         if ( field == Run::kTypeFieldNumber ) type_ = value;
+         if ( field != Run::kArgFieldNumber ) continue;
+         bytes_ = value;
+         ++requests_;
+         return true;
+      }
+      do {
+         if ( !batch_.next( field, value ) ) return false;
+      } while ( field != vex::pb::Batch::kRequestFieldNumber );
+      ++runs_;
+      bytes_ = value;
+      Fields request{ value };
+      command_ = request.next( field, value ) && field == vex::pb::Request::kCommandFieldNumber;
+      if ( !command_ ) {
+         ++requests_;
+         return true;
+      }
+      run_ = { value };
+   }
+}
+
+bool BatchReader::to( U32 index ) {
+   while ( requests_ <= index )
+      if ( !next() ) return false;
+   return true;
+}
+
+DescribedRequest BatchReader::described() const {
+   if ( command_ )
+      return { GrpcRequestType::moduleCommand_, Gant::String( module_ ), Gant::String( action_ ),
+               describeBytes( std::string( type_ ), std::string( bytes_ ) ) };
+   vex::pb::Request request;
+   if ( !request.ParseFromArray( bytes_.data(), static_cast< int >( bytes_.size() ) ) ) return {};
+   return describeGraphRequest( request );
+}
+
 void describe( const vex::pb::Batch & batch, size_t first, const std::function< bool( DescribedRequest ) > & each ) {
    size_t number = 0;
    for ( const auto & request : batch.request() ) {

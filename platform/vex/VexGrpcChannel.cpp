@@ -59,33 +59,45 @@ class GrpcChannel::Inbox : public TransportSink, public std::enable_shared_from_
    }
 
    void deliver() {
-      std::vector< std::unique_ptr< vex::pb::BatchReply > > replies;
-      std::optional< std::pair< Gant::String, bool > > end;
       {
          const std::lock_guard lock( mutex_ );
          posted_ = false;
-         replies.swap( replies_ );
-         end.swap( end_ );
+         for ( auto & reply : replies_ ) ready_.push_back( std::move( reply ) );
+         replies_.clear();
       }
       // Whoever is told may let go of the channel.
       const auto alive = Gant::Ptr< GrpcChannel >( channel_ );
-      for ( const auto & reply : replies ) {
-         if ( channel_ == nullptr ) return;
+      for ( const auto until = Gant::activityManager()->now() + turnMost; channel_ != nullptr && !ready_.empty(); ) {
+         const auto reply = std::move( ready_.front() );
+         ready_.pop_front();
          if ( reply->number() == 0 && reply->has_owner() )
             channel_->ownerIs( reply->owner().agent(), reply->owner().since() );
          else if ( reply->number() == 0 )
             channel_->begun( reply->hello() );
          else
             channel_->replied( *reply );
+         if ( Gant::activityManager()->now() < until ) continue;
+         put( [] {} );
+         return;
+      }
+      std::optional< std::pair< Gant::String, bool > > end;
+      {
+         const std::lock_guard lock( mutex_ );
+         if ( !replies_.empty() ) return; // they came meanwhile, before the end, and have posted a turn
+         end.swap( end_ );
       }
       if ( end && channel_ != nullptr ) channel_->ended( end->first, end->second );
    }
+
+   // Seconds after which others have their turn.
+   static constexpr double turnMost = 0.003;
 
    GrpcChannel * channel_;
    std::mutex mutex_;
    std::vector< std::unique_ptr< vex::pb::BatchReply > > replies_;
    std::optional< std::pair< Gant::String, bool > > end_;
    bool posted_ = false;
+   std::deque< std::unique_ptr< vex::pb::BatchReply > > ready_; // on the loop
 };
 
 namespace {
@@ -97,6 +109,9 @@ std::unique_ptr< google::protobuf::Arena > newArena() {
 }
 
 constexpr size_t arenaMax = 64 * 1024;
+
+// Refusals of one reply that have a line each in the log; of more there is one line a second.
+constexpr int tracedMost = 16;
 
 grpc::ByteBuffer byteBuffer( Gant::CleansedString bytes ) {
    auto * const kept = new Gant::CleansedString( std::move( bytes ) );
@@ -221,6 +236,7 @@ void GrpcChannel::begun( const vex::pb::Hello & hello ) {
    ownerIs( {}, 0 );
    dataPlaneVersion_ = hello.version();
    counterPath_ = hello.counter_path();
+   routesMost_ = hello.max_routes();
    sendWaiting();
 }
 
@@ -232,31 +248,63 @@ void GrpcChannel::replied( const vex::pb::BatchReply & reply ) {
    const auto batch = std::move( outstanding_.front() );
    outstanding_.pop_front();
    sendWaiting();
-   for ( int i = 0; i < reply.refusal_size(); ++i ) {
-      const auto index = reply.refusal( i ).index();
-      if ( index < batch.requests ) refusalIs( batch.origin( index ), describedRefusal( batch, reply, i ) );
+   const U64 before = requestsAcknowledged();
+   if ( reply.refusal_size() != 0 && !refuse( batch, reply, before ) ) {
+      ended( "reply " + std::to_string( reply.number() ) + " refuses what its batch does not have in that order",
+             false );
+      return;
    }
    for ( const auto & answer : reply.answer() )
       if ( answer.index() < batch.requests ) responseIs( batch.origin( answer.index() ), answer.data() );
-   acknowledgedIs( requestsAcknowledged() + batch.requests );
+   acknowledgedIs( before + batch.requests );
 }
 
-Refusal GrpcChannel::describedRefusal( const Batch & batch, const vex::pb::BatchReply & reply, int i ) const {
-   const auto & refused = reply.refusal( i );
+// Each refusal is told by its number. In words there are the newest ones, as many as are kept, the first of each run,
+// and those of an origin that wants them. False: the data plane names requests that there are not.
+bool GrpcChannel::refuse( const Batch & batch, const vex::pb::BatchReply & reply, U64 before ) {
+   std::vector< grpc::Slice > slices;
+   batch.bytes.Dump( &slices );
+   const auto & slice = slices.front();
+   BatchReader reader( { reinterpret_cast< const char * >( slice.begin() ), slice.size() } );
+   const int rest = reply.refusal_size() - static_cast< int >( refusalsKept );
+   S64 last = -1;
+   U32 run = 0;
+   Refusal refusal;
+   for ( int i = 0; i < reply.refusal_size(); ++i ) {
+      const auto & refused = reply.refusal( i );
+      const auto index = refused.index();
+      if ( index <= last || index >= batch.requests || !reader.to( index ) ) return false;
+      last = index;
+      refusedIs( before + index + 1, refused.error().code(), refused.error().errmsg() );
+      const auto origin = batch.origin( index );
+      if ( i < rest && reader.run() == run && !wantsRefusals( origin ) ) continue;
+      run = reader.run();
+      refusal = inWords( refused, reader.described() );
+      if ( reply.refusal_size() <= tracedMost ) trace( refusal, "" );
+      refusalIs( origin, refusal );
+   }
+   const auto now = Gant::activityManager()->now();
+   if ( reply.refusal_size() <= tracedMost || now < floodTracedAt_ + 1 ) return true;
+   floodTracedAt_ = now;
+   trace( refusal, Gant::format( ", and %d others with it", reply.refusal_size() - 1 ) );
+   return true;
+}
+
+void GrpcChannel::trace( const Refusal & refusal, const Gant::String & others ) const {
+   GANT_TRACE( 0, "refused: ", refusal.module, " ", refusal.action, " ", refusal.argument, ": ", refusal.text, " (",
+               refusal.code, ")", others );
+}
+
+Refusal GrpcChannel::inWords( const vex::pb::Refusal & refused, DescribedRequest request ) const {
    Refusal refusal;
    refusal.time = Gant::activityManager()->now();
    refusal.code = refused.error().code();
    refusal.text = refused.error().errmsg();
    if ( refused.has_status() ) refusal.status = refused.status().SerializeAsString();
-   const auto parsed = batch.parsed();
-   describe( parsed, refused.index(), [ & ]( DescribedRequest request ) {
-      refusal.module = std::move( request.module );
-      refusal.action = std::move( request.action );
-      refusal.argument = std::move( request.argument );
-      refusal.type = request.type;
-      return false;
-   } );
-   cleanse( parsed );
+   refusal.module = std::move( request.module );
+   refusal.action = std::move( request.action );
+   refusal.argument = std::move( request.argument );
+   refusal.type = request.type;
    return refusal;
 }
 

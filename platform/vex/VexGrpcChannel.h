@@ -14,6 +14,7 @@
 namespace vex::pb {
 class BatchReply;
 class Hello;
+class Refusal;
 } // namespace vex::pb
 
 namespace Vex {
@@ -57,6 +58,9 @@ class GrpcChannel : public Channel {
    // The counter table's file, empty when there is none.
    const Gant::String & counterPath() const { return counterPath_; }
 
+   // The routes that its FIB has room for; 0: it has not said.
+   U32 routesMost() const { return routesMost_; }
+
    // Requests that wait in this process, and those on their way.
    size_t requestsWaiting() const;
    size_t requestsOutstanding() const;
@@ -78,7 +82,9 @@ class GrpcChannel : public Channel {
    void begun( const vex::pb::Hello & hello );
    void replied( const vex::pb::BatchReply & reply );
    void ended( const Gant::String & reason, bool unimplemented );
-   Refusal describedRefusal( const Batch & batch, const vex::pb::BatchReply & reply, int index ) const;
+   bool refuse( const Batch & batch, const vex::pb::BatchReply & reply, U64 before );
+   Refusal inWords( const vex::pb::Refusal & refused, DescribedRequest request ) const;
+   void trace( const Refusal & refusal, const Gant::String & others ) const;
 
    const Gant::String address_;
    std::shared_ptr< Inbox > inbox_;
@@ -90,10 +96,12 @@ class GrpcChannel : public Channel {
    std::deque< Batch > waiting_;
    std::deque< Batch > outstanding_;
    U64 nextNumber_ = 1;
+   double floodTracedAt_ = -1; // seconds of the activity clock
    bool flushPosted_ = false;
    bool running_ = false;
    Gant::String dataPlaneVersion_;
    Gant::String counterPath_;
+   U32 routesMost_ = 0;
 };
 
 } // namespace Vex

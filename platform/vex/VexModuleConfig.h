@@ -137,6 +137,7 @@ class ModuleConfigStatusPair : public Gant::PtrInterface, private Channel::Origi
  private:
    void response( const google::protobuf::Any & data ) override;
    void refused( const Refusal & refusal ) override;
+   bool wantsRefusals() const override { return moduleConfig_->errorHandlingEnabled(); }
 };
 
 // The groups of one channel.

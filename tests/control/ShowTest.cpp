@@ -142,7 +142,8 @@ TEST_F( Shows, routesSayWhatHasBecomeOfThemAndPendingSaysWhy ) {
    router_.settle();
    EXPECT_EQ( each( R"({"command":"show routes"})", "prefix" ), "10.1.0.0/16 10.1.2.0/24 10.9.0.0/16 2001:db8::/32 " );
    EXPECT_EQ( each( R"({"command":"show routes"})", "state" ), "programmed programmed pending refused " );
-   EXPECT_EQ( each( R"({"command":"show routes"})", "reason" ), "the data plane takes no routes of this family " );
+   EXPECT_EQ( each( R"({"command":"show routes"})", "reason" ),
+              "FEC 77 does not exist refused: the data plane takes no routes of this family " );
    EXPECT_EQ( each( R"({"command":"show routes","match":"10.9.0.1"})", "state" ), "pending " );
    EXPECT_EQ( each( R"({"command":"show routes","match":"2001:db8::1"})", "state" ), "refused " );
    EXPECT_EQ( each( R"({"command":"show pending"})", "reason" ),

@@ -78,8 +78,9 @@ TEST_F( Vexctl, printsATableForPeople ) {
    const auto result = run( { "show", "fib", "vrf", "default", "10.1.0.9" } );
    EXPECT_EQ( result.exitCode, 0 );
    EXPECT_EQ( result.error, "" );
-   EXPECT_EQ( result.out, "VRF      Prefix       FEC  Next hops\n"
-                          "default  10.1.0.0/16    3  Ethernet1 forward 02:00:00:00:01:02 (gate 2, index 1)\n" );
+   EXPECT_EQ( result.out,
+              "VRF      Prefix       FEC  Next hops                                              State\n"
+              "default  10.1.0.0/16    3  Ethernet1 forward 02:00:00:00:01:02 (gate 2, index 1)  programmed\n" );
 }
 
 TEST_F( Vexctl, everyShowGivesOneJsonDocumentAndATable ) {

@@ -74,7 +74,9 @@ Lines HostedState::routes( const std::string & teller ) const {
 void HostedRouter::start() {
    if ( !vexcsd->kyAclDb() ) vexcsd->kyAclDbIs( Gant::make< Vex::KyAclDb >( enginePair ) );
    ports = Gant::make< Host::PortSm >( state.tree().portDir, vexcsd, enginePair );
-   agent = Host::agentOver( state.tree(), vexcsd );
+   session = nullptr;
+   session = std::make_unique< Host::SessionState >( state.tree() );
+   agent = Host::agentOver( state.tree(), *session, vexcsd );
    agent->initializedIs( true );
    agent->maybeStartProcessing();
 }

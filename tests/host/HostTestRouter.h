@@ -5,6 +5,7 @@
 #include "Engine.h"
 #include "HostDaemon.h"
 #include "HostPortSm.h"
+#include "HostSessionState.h"
 #include "HostSources.h"
 #include "Process.h"
 #include "VexL3AgentSm.h"
@@ -44,6 +45,7 @@ class HostedRouter : public HostedState, public Engine {
    // Runs the loop until nothing is left to do, and gives the lines since the last time.
    Lines drained();
 
+   std::unique_ptr< Host::SessionState > session;
    Gant::Ptr< Host::PortSm > ports;
    Gant::Ptr< VexL3Unicast::AgentSm > agent;
 };

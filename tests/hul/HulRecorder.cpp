@@ -233,7 +233,7 @@ void Recorder::checkVia( const Hul::NextHopCollection & via ) {
 
 bool Recorder::updateRoute( const Kynet::IpGenPrefix & prefix, Hul::VrfId vrfId, const Hul::RouteInfo & old,
                             const Hul::RouteInfo & now, U64 sequence ) {
-   const bool refused = now.routeType() != 0 && refusesRoute( prefix );
+   const bool refused = refusesRoute( prefix ) && now.routeType() != 0;
    if ( !silent )
       line( prefix.stringValue() + Gant::format( " vrf %u ", vrfId.value() ) + text( old ) + " -> " + text( now ) +
             ( sequence != 0 ? " seq " + std::to_string( sequence ) : "" ) + ( refused ? " refused" : "" ) );
@@ -243,7 +243,7 @@ bool Recorder::updateRoute( const Kynet::IpGenPrefix & prefix, Hul::VrfId vrfId,
    const auto at = routes_.find( key );
    const auto inForce = at == routes_.end() ? Hul::RouteInfo() : at->second;
    check( inForce == old, "the old information is not that in force" );
-   check( !( old == now ), "nothing has changed" );
+   check( repeats || !( old == now ), "nothing has changed" );
    check( vrfs_.contains( vrfId ), "the route's VRF is not there" );
    check( now.routeType() == 0 || adjs_.contains( now.adjIndex() ), "the route's adjacency is not there" );
    if ( now.routeType() == 0 || refused )

@@ -31,6 +31,7 @@ class Recorder {
 
    // Behaviour.
    std::function< bool( const Kynet::IpGenPrefix & ) > refusesRoute = []( const auto & ) { return false; };
+   bool repeats = false; // a route may be told again as it is
    std::function< bool() > refusesAdj = [] { return false; };
    std::function< bool() > wantsWalk = [] { return false; };
    bool refusesIp6 = false;

@@ -245,6 +245,78 @@ TEST_F( Router, nobodyIsCalledAfterTheEnd ) {
    while ( Gant::activityManager()->poll() != 0 ) continue;
 }
 
+// A data plane that answers when it is told to.
+class SlowDataPlane : public Router {
+ protected:
+   void SetUp() override {
+      startUsual();
+      state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
+      state.fec( 2, { via( "Et1", "10.9.0.2" ) } );
+      rec.refusesRoute = [ this ]( const auto & ) {
+         progress.toldInc();
+         return false;
+      };
+   }
+   // "state: reason"
+   Gant::String of( const char * text ) const {
+      const auto route = layer.root->routeState( Hul::VrfId( 0 ), Kynet::IpGenPrefix( prefix( text ) ) );
+      return Gant::textsOf( route.progress, ": ", route.reason );
+   }
+   Lines of( const std::vector< const char * > & texts ) const {
+      Lines out;
+      for ( const auto * const text : texts ) out.push_back( of( text ) );
+      return out;
+   }
+   Hul::Progress & progress = *layer.csd->progress();
+   const Gant::String underWay = "pending: the data plane has not answered",
+                      done = "programmed: ", full = "refused: the data plane refused it: full";
+};
+
+TEST_F( SlowDataPlane, aRouteIsWhatTheDataPlaneSaidToItsLastChange ) {
+   state.route( "10.0.0.0/8", 1 ); // command 1
+   state.route( "11.0.0.0/8", 1 ); // 2
+   state.route( "10.0.0.0/8", 2 ); // 3
+   progress.refusedIs( 1, EINVAL, "no" );
+   progress.acknowledgedIs( 2 );
+   EXPECT_THAT( of( { "10.0.0.0/8", "11.0.0.0/8" } ), ElementsAre( underWay, done ) );
+   EXPECT_THAT( layer.pending(), testing::Contains( "route 10.0.0.0/8 in VRF 0: the data plane has not answered" ) );
+   progress.refusedIs( 3, EINVAL, "no such place" );
+   progress.acknowledgedIs( 3 );
+   EXPECT_EQ( of( "10.0.0.0/8" ), "refused: the data plane refused it: no such place" );
+   const auto counts = layer.root->routeCounts( Kynet::AddressFamily::ipv4_ );
+   EXPECT_EQ( counts.programmed, 1u );
+   EXPECT_EQ( counts.refused, 1u );
+   // A reason that is too long ago is still told by its code.
+   for ( U32 n = 0; n < Hul::Progress::refusedKept; ++n ) progress.toldInc(), progress.refusedIs( 4 + n, EPERM, "" );
+   EXPECT_EQ( of( "10.0.0.0/8" ), "refused: the data plane refused it: Invalid argument" );
+   state.route( "10.0.0.0/8", 1 );
+   progress.acknowledgedIs( progress.told() );
+   EXPECT_EQ( of( "10.0.0.0/8" ), done );
+   EXPECT_EQ( layer.root->routeCounts( Kynet::AddressFamily::ipv4_ ).refused, 0u );
+}
+
+TEST_F( SlowDataPlane, whatHadNoRoomIsToldAgainInOrderOnceForEachRouteThatWent ) {
+   rec.repeats = true;
+   for ( const auto * const text : { "10.0.0.0/8", "11.0.0.0/8", "12.0.0.0/8", "13.0.0.0/8" } ) state.route( text, 1 );
+   for ( const U64 number : { 2, 3, 4 } ) progress.refusedIs( number, ENOSPC, "full" );
+   progress.acknowledgedIs( 4 );
+   EXPECT_THAT( of( { "10.0.0.0/8", "11.0.0.0/8", "12.0.0.0/8", "13.0.0.0/8" } ),
+                ElementsAre( done, full, full, full ) );
+   drained();
+   state.routeDel( "11.0.0.0/8" ); // 5: it did not have it
+   progress.refusedIs( 5, ENOENT, "there is none" );
+   progress.acknowledgedIs( 5 );
+   EXPECT_THAT( drained(), ElementsAre( "11.0.0.0/8 vrf 0 forward/0 -> none seq 5" ) );
+   state.routeDel( "10.0.0.0/8" ); // 6
+   drained();
+   progress.acknowledgedIs( 6 );
+   EXPECT_THAT( drained(), ElementsAre( "12.0.0.0/8 vrf 0 forward/0 -> forward/0" ) );
+   EXPECT_THAT( of( { "12.0.0.0/8", "13.0.0.0/8" } ), ElementsAre( underWay, full ) );
+   progress.acknowledgedIs( 7 );
+   EXPECT_THAT( drained(), IsEmpty() );
+   EXPECT_THAT( of( { "12.0.0.0/8", "13.0.0.0/8" } ), ElementsAre( done, full ) );
+}
+
 TEST_F( Router, aStandByFollowsNothing ) {
    Hul::VrfRootSm::Args args;
    args.programmingEnabled = false;

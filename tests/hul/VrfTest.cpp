@@ -106,6 +106,32 @@ TEST_F( Router, sequencesReachTheHostWhenEverythingUpToThemIsTold ) {
    layer.drain();
 }
 
+TEST_F( Router, aVrfThatComesAgainUnderAnUsedIdIsUpToDateAndWhatIsUnderWayIsWaitedFor ) {
+   Hul::HulSeqStatusCreatorSm creator( { layer.csd, state.vrfs, layer.seqDir } );
+   auto & progress = *layer.csd->progress();
+   startUsual();
+   state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
+   state.vrf( "red", 7 );
+   const auto programmed = [ & ] {
+      return dynamic_cast< Hul::VrfSeqStatus & >( *layer.seqDir->entity( "red" ) ).sequenceProgrammed();
+   };
+   rec.refusesRoute = [ & ]( const auto & ) {
+      progress.toldInc();
+      return false;
+   };
+   state.route( "10.0.0.0/8", 1, 7 );
+   EXPECT_EQ( programmed(), 0u );
+   progress.acknowledgedIs( 1 );
+   EXPECT_EQ( programmed(), 1u );
+   state.routeDel( "10.0.0.0/8", 7 );
+   state.vrfDel( "red" );
+   drained();
+   state.vrf( "red", 7 );
+   EXPECT_EQ( programmed(), 0u );
+   progress.acknowledgedIs( 2 );
+   EXPECT_EQ( programmed(), 2u );
+}
+
 TEST_F( Router, macsGoOverNoneAndRoutingIsToldOnce ) {
    start();
    state.bridging->bridgeMacAddrIs( mac( 1 ) );

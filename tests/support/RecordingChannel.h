@@ -26,8 +26,11 @@ class RecordingChannel : public Vex::Channel {
                  bool changesForwarding ) override;
    google::protobuf::Arena & arena() override { return arena_; }
 
-   // What was asked since the last call.
-   Lines take() { return std::exchange( lines_, {} ); }
+   // What was asked since the last call. The data plane has answered it then.
+   Lines take() {
+      acknowledgedIs( requestsQueued() );
+      return std::exchange( lines_, {} );
+   }
    // Of it, the lines that begin with one of the words, in order.
    Lines takeOf( std::initializer_list< std::string_view > words );
 

@@ -1,0 +1,25 @@
+// What has become of a route.
+#pragma once
+
+#include "GantEnum.h"
+#include "GantTypes.h"
+
+namespace Hul {
+
+GANT_ENUM( RouteProgress, U8, ( pending, 0 ), // it waits for something, or the data plane has not answered
+           ( programmed, 1 ), ( refused, 2 ) )
+
+struct RouteState {
+   RouteProgress progress;
+   Gant::String reason; // empty of one that is programmed
+};
+
+// Of one family. Each route of the FIB is in exactly one of them, or waits.
+struct RouteCounts {
+   U32 underWay = 0; // told, and not answered
+   U32 programmed = 0;
+   U32 refused = 0; // by the data plane
+   U32 noRoom = 0;  // of the refused, for want of room
+};
+
+} // namespace Hul
