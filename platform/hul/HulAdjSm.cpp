@@ -243,9 +243,15 @@ AdjSm::Number AdjSm::use( Kynet::AddressFamily af, U64 fecId, const Mirel::Vias 
    if ( made ) number = impl_->make( af, vias );
    auto & adj = impl_->adjs[ number ];
    const auto & l2Adj = adj.l2Adj;
+   // While only routes that leave it were on it, nobody could ask for a walk in its name.
+   const bool left = !made && l2Adj->adjEntrys() == 0;
    const U8 routeType = vias.empty() ? Mirel::RouteType::none_ : vias.front().kind().value();
    l2Adj->adjEntryIs( fecId, Gant::make< AdjEntry >( l2Adj->key().index(), routeType, fecId ) );
    if ( made ) impl_->offer( number );
+   if ( left ) {
+      adj.walkGranted = false;
+      impl_->schedule( number );
+   }
    return number;
 }
 

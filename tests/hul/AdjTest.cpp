@@ -142,6 +142,17 @@ TEST_F( Router, anAdjacencyGoesWithItsLastRouteWhicheverGoesFirst ) {
    EXPECT_THAT( drained(), ElementsAre( "11.0.0.0/8 vrf 0 forward/1 -> none seq 4", "deleteAdj 1" ) );
 }
 
+// An interface that goes while no FEC is on the adjacency has nobody to ask for its walk.
+TEST_F( Router, anAdjacencyThatAFecComesBackToIsWalked ) {
+   startUsual();
+   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
+   state.route( "10.0.0.0/8", 1 );
+   drained();
+   state.fib->fecDel( 1 );
+   state.fec( 2, { via( "Et1", "10.9.0.2" ) } );
+   EXPECT_THAT( drained(), ElementsAre( "10.0.0.0/8 vrf 0 forward/0 -> none", "updateAdj 0: unresolved Et1 x1" ) );
+}
+
 TEST_F( Router, aFecThatIsAloneOnItsAdjacencyChangesItInPlace ) {
    startUsual();
    state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
