@@ -52,9 +52,10 @@ class Description::WrongEntries {
          const auto part = []( char c ) {
             return std::isalnum( static_cast< unsigned char >( c ) ) || c == '-' || c == '_';
          };
-         if ( word == nullptr || text.find( word ) == std::string::npos ) return false;
-         for ( auto at = text.find( key ); at != std::string::npos; at = text.find( key, at + 1 ) ) {
-            const auto end = at + key.size();
+         if ( word == nullptr ) return false;
+         const auto words = word + key;
+         for ( auto at = text.find( words ); at != std::string::npos; at = text.find( words, at + 1 ) ) {
+            const auto end = at + words.size();
             const bool more =
                  end < text.size() && ( part( text[ end ] ) || ( text[ end ] == '.' || text[ end ] == '/' ) );
             if ( ( at == 0 || !part( text[ at - 1 ] ) ) && !more ) return true;
@@ -64,10 +65,11 @@ class Description::WrongEntries {
    };
    // Null: nothing else leans on objects of the kind.
    static const char * wordFor( const std::string & kind ) {
-      if ( kind == "vrf" ) return "VRF";
+      if ( kind == "vrf" ) return "VRF ";
       if ( kind == "interface" || kind == "tunnel" ) return "";
-      for ( const char * word : { "access-list", "class-map", "policy-map" } )
-         if ( kind == word ) return word;
+      if ( kind == "access-list" ) return "access-list ";
+      if ( kind == "class-map" ) return "class ";
+      if ( kind == "policy-map" ) return "policy-map ";
       return nullptr;
    }
    static std::string inWords( const std::vector< std::string > & hanging ) {

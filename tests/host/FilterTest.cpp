@@ -95,7 +95,7 @@ TEST( HostFilters, aClassMapSaysWhichDenyTakesNothingOutOfIt ) {
    }
    EXPECT_NE( router.change( "replace class-map {name: voice, match: {access-list: [voice, web]}}" ), "" );
    EXPECT_EQ( router.change( "replace access-list {name: web, rules: [remark the web, 1 permit ip any any]}" ),
-              "access-list web, sequence 1 is that of the remark \"the web\"" );
+              "access-list: access-list web, sequence 1 is that of the remark \"the web\"" );
 }
 
 TEST( HostFilters, whatCannotBeHeldIsToldWithItsLineAndTheListsAroundItStay ) {
