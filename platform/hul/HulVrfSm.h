@@ -15,6 +15,8 @@ class AllVrfStatusLocal;
 
 namespace Hul {
 
+class HulCommonSmData;
+
 // absent:  the helper does not know the VRF.
 // active:  it does, and the VRF takes interfaces and routes.
 // leaving: the VRF is not wanted any more; its users take away what they told of it.
