@@ -20,23 +20,22 @@ namespace {
 
 class Connection {
  public:
-   explicit Connection( const Server & server ) : fd_( socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 ) ) {
+   explicit Connection( const Server & server ) : socket_{ socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 ) } {
       const auto & path = server.socket;
       sockaddr_un address{};
       address.sun_family = AF_UNIX;
       if ( path.size() >= sizeof( address.sun_path ) ) throw Error{ "noDaemon", path + ": the path is too long" };
       std::memcpy( address.sun_path, path.data(), path.size() );
-      if ( connect( fd_, reinterpret_cast< const sockaddr * >( &address ), sizeof( address ) ) != 0 )
+      if ( connect( socket_.fd, reinterpret_cast< const sockaddr * >( &address ), sizeof( address ) ) != 0 )
          throw Error{ "noDaemon", "no daemon at " + path + ": " + std::strerror( errno ) };
       check( server );
    }
    Connection( const Connection & ) = delete;
    Connection & operator=( const Connection & ) = delete;
-   ~Connection() { close( fd_ ); }
 
    void send( std::string_view text ) const {
       while ( !text.empty() ) {
-         const auto sent = ::send( fd_, text.data(), text.size(), MSG_NOSIGNAL );
+         const auto sent = ::send( socket_.fd, text.data(), text.size(), MSG_NOSIGNAL );
          if ( sent < 0 && errno == EINTR ) continue;
          if ( sent < 0 ) throw Error{ "noDaemon", std::string( "the daemon is gone: " ) + std::strerror( errno ) };
          text.remove_prefix( static_cast< size_t >( sent ) );
@@ -46,7 +45,7 @@ class Connection {
    void check( const Server & server ) const {
       ucred peer{};
       socklen_t size = sizeof( peer );
-      if ( getsockopt( fd_, SOL_SOCKET, SO_PEERCRED, &peer, &size ) != 0 )
+      if ( getsockopt( socket_.fd, SOL_SOCKET, SO_PEERCRED, &peer, &size ) != 0 )
          throw Error{ "noDaemon", server.socket + ": " + std::strerror( errno ) };
       if ( peer.uid == 0 || peer.uid == geteuid() || peer.uid == server.user ) return;
       throw Error{ "noDaemon", server.socket + ": what listens there runs as user " + std::to_string( peer.uid ) +
@@ -64,7 +63,7 @@ class Connection {
          begin_ = 0;
          searched = input_.size();
          char buffer[ 65536 ];
-         const auto got = recv( fd_, buffer, sizeof( buffer ), 0 );
+         const auto got = recv( socket_.fd, buffer, sizeof( buffer ), 0 );
          if ( got < 0 && errno == EINTR ) continue;
          if ( got <= 0 ) return std::nullopt;
          input_.append( buffer, static_cast< size_t >( got ) );
@@ -72,7 +71,12 @@ class Connection {
    }
 
  private:
-   const int fd_;
+   // Closed also when the connection is refused half made.
+   struct Socket {
+      int fd;
+      ~Socket() { close( fd ); }
+   };
+   const Socket socket_;
    std::string input_;
    size_t begin_ = 0;
 };

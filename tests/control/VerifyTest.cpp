@@ -12,6 +12,7 @@
 #include "VexL3Types.h"
 #include "VexRoutingStatusSm.h"
 
+#include <csignal>
 #include <gtest/gtest.h>
 
 namespace {
@@ -241,7 +242,8 @@ TEST_F( Verify, namesModulesConnectionsAndCounters ) {
 }
 
 TEST_F( Verify, comparesAStateThatStoodStillAndNotOneThatChangedMeanwhile ) {
-   // given a client that verifies, and routes that come while it does
+   // given a client that verifies, and routes that come while it does, of which none is answered before the last
+   kill( router_.status().dataPlanePid, SIGSTOP );
    ::Test::ControlSocket client( directory_.path( "control" ) );
    client.send( R"({"command":"verify"})"
                 "\n" );
@@ -250,6 +252,7 @@ TEST_F( Verify, comparesAStateThatStoodStillAndNotOneThatChangedMeanwhile ) {
                             Mirel::Route( Mirel::RouteType::forward(), 1, 0 ) );
       if ( n % 1000 == 0 ) Gant::activityManager()->poll();
    }
+   kill( router_.status().dataPlanePid, SIGCONT );
    // then the answer is that of the state after the last of them
    const auto end = client.answer().back()[ "end" ];
    EXPECT_EQ( end[ "differences" ], 0 ) << end;

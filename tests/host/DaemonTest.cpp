@@ -29,7 +29,7 @@ TEST_F( Vexl3d, checksItsSourcesAndSaysWhatIsWrong ) {
         { { "--help" }, 0, "--check-config" },
    };
    for ( const auto & given : cases ) {
-      Process process( VEXL3D_PROGRAM, given.arguments );
+      Process process( VEXL3D_PROGRAM, given.arguments, runtime() );
       const auto output = process.all();
       EXPECT_EQ( process.wait(), given.code ) << output;
       EXPECT_NE( output.find( given.message ), std::string::npos ) << output;
