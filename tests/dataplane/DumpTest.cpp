@@ -26,57 +26,6 @@ using namespace DpTest;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 
-// Something of everything that a module can hold.
-std::string everything() {
-   return coreLines() + ethernetLines( "et1", 1 ) + ethernetLines( "et2", 2 ) +
-          tunnelLines( "tu1", 3, "gre_key: 4 ip_encap_arg { tun_src_ip: 1 tun_dst_ip: 2 tun_ttl: 9 }" ) + R"(
-      create ipsec Ip4IpsecTun tun_id: 3 cp_ingress: true
-      create mfib4 McastFibIpv4 vrfname: 'default'
-      create mfib6 McastFibIpv6
-      create txcp PortTxCp intfname: 'et1'
-      create bare IpInput
-      create ipsecManagementModule IpsecManagement max_ipsec_sas: 1024 max_ipsec_policies: 1024
-      create ipsecInTunnelModule IpsecTunnelIngress
-      create ipsecFwd_ IpsecTunnelEgress vrf: 0 encap_id: 7 local_out: 0
-      ipsecManagementModule initVirtDevice crypto_dev_name: 'crypto_openssl' max_nb_queue_pairs: 128 max_nb_sessions: 2048 socket_id: -1
-      ipsecManagementModule initVirtDevice crypto_dev_name: 'crypto_null' max_nb_queue_pairs: 128 max_nb_sessions: 2048
-      create aclIn KyAcl ingress: true intf_id: 1
-      create kyAclDb KyAclDb
-      create PQos_Rx_et1 PolicyQos ingress: true policy_version: 3
-      kyAclDb createAcl acl_id: 3 acl_target: 0 rule { proto: 6 permit: true log: true counter_id: 7 } rule { permit: false }
-      kyAclDb createPolicy acl_id: 4 acl_target: 1 rule { action_dscp: true dscp_data: 46 }
-      kyAclDb createPolicy acl_id: 5 acl_target: 2
-      aclIn applyAcl acl_id: 3 ipv4: true
-      PQos_Rx_et1 applyServicePolicy policy_id: 4
-      trap applyPolicy policy_id: 5
-      connect NhResolve_tu1:8191 IpOutput_et1:8191
-      fibIpv4 setCounterIds no_fec_counter: 8
-      fibIpv4 addVrf vrf: 4294967295
-      fibIpv4 addRoute vrf: 4294967295 prefix: @10.0.0.0 prefix_len: 8 fec_id: 1
-      fibIpv4 addRoute vrf: 0 prefix: @255.255.255.255 prefix_len: 32 fec_id: 2
-      fibIpv4 addRoute vrf: 0 prefix: 0 prefix_len: 0 fec_id: 3
-      fibIpv4 addFec fec_id: 2
-      fibIpv4 addFec fec_id: 1 nh_info { gate: 1 nh_index: 3 } nh_info { gate: 4294967295 } nh_info { gate: 0 nh_index: 0 }
-      ForUsClassifyIpv4 setCounterIds internal_err_linearize_counter: 1 unknown_pkt_counter: 4294967295
-      NextHop_et1 setCounterIds prepend_fail_counter: 3
-      NextHop_et1 writeNH nexthopinfo { nh_index: 3 pkt_cmd: 1 mac_da: @02:aa:00:00:00:01 }
-      NextHop_et1 writeNH nexthopinfo { nh_index: 0 pkt_cmd: -1 }
-      IpOutput_et1 setMtu ip_mtu: 9000
-      IpOutput_et1 setTcpMssAdjust mss: 1400 do_mss_checksum: false
-      IpOutput_et1 setHwOffload ip_hdr_cksum_offload: true
-      IpInput_et1 setTcpMssAdjust mss: 1300
-      Ip4GreTun_tu1 setIp4TunTos tun_tos: false
-      Ip4GreTun_tu1 setIp4TunTtl ttl_from_inner_header: true
-      NhResolve_tu1 addNhResolveEntry nhr_index: 5 ogate: 8191 nhm_index: 7
-      NhResolve_tu1 addNhResolveEntry nhr_index: 6 ogate: 4294967295 nhm_index: 0
-      rxcp_tu1 setVrf vrf: 9
-      classify_et1 setMacAddr mac_addr: @02:00:00:00:00:09
-      classify_et1 addVirtualMac mac_addr: @00:00:5e:00:01:02
-      classify_et1 addVirtualMac mac_addr: @00:00:5e:00:01:01
-      classify_et1 setEtherTypeGate ether_type: 34525 ogate: 2
-   )";
-}
-
 std::vector< vex::pb::Batch > batchesOf( const Vexdp::Engine & engine ) {
    std::unique_ptr< Vexdp::Dump > dump;
    EXPECT_TRUE( engine.dump( {}, dump ).ok() );
@@ -86,32 +35,6 @@ std::vector< vex::pb::Batch > batchesOf( const Vexdp::Engine & engine ) {
       return true;
    } );
    return batches;
-}
-
-TEST( Dump, rebuildsTheStateInAnEmptyDataPlane ) {
-   Plane first, second;
-   first.set( everything() );
-   const auto batches = batchesOf( first.engine );
-   for ( const auto & batch : batches ) {
-      vex::pb::BatchReply reply;
-      second.engine.apply( batch, reply );
-      EXPECT_EQ( refusals( reply ), Lines() );
-   }
-   const auto again = batchesOf( second.engine );
-   ASSERT_EQ( again.size(), batches.size() );
-   for ( std::size_t i = 0; i < batches.size(); ++i )
-      EXPECT_EQ( again[ i ].SerializeAsString(), batches[ i ].SerializeAsString() );
-   EXPECT_EQ( first.dump( { "classify_et1" } ),
-              ( Lines{ "create_module { name: \"classify_et1\" mclass: \"EtherClassify\" arg { "
-                       "[type.googleapis.com/vex.pb.EtherClassifyArg] { intf_id: 1 intfname: \"et1\" mac_addr: "
-                       "\"\\002\\000\\000\\000\\000\\001\" } } }",
-                       "connect_modules { m1: \"classify_et1\" m2: \"trap\" }",
-                       "connect_modules { m1: \"classify_et1\" m2: \"IpInput_et1\" ogate: 1 }",
-                       "classify_et1 setMacAddr mac_addr: \"\\002\\000\\000\\000\\000\\t\"",
-                       "classify_et1 addVirtualMac mac_addr: \"\\000\\000^\\000\\001\\001\"",
-                       "classify_et1 addVirtualMac mac_addr: \"\\000\\000^\\000\\001\\002\"",
-                       "classify_et1 setVrf vrf: 0", "classify_et1 setEtherTypeGate ether_type: 2048 ogate: 1",
-                       "classify_et1 setEtherTypeGate ether_type: 34525 ogate: 2" } ) );
 }
 
 // Messages of any type with values at the edges of their ranges.

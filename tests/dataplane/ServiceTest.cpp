@@ -4,6 +4,7 @@
 
 #include "DpServer.h"
 #include "DpVersion.h"
+#include "Process.h"
 
 #include "bess/control.grpc.pb.h"
 #include "vex/engine.grpc.pb.h"
@@ -19,11 +20,6 @@ namespace {
 
 using namespace DpTest;
 using grpc::StatusCode;
-
-std::string madeDirectory() {
-   std::string name = ( std::filesystem::temp_directory_path() / "vexdp-test-XXXXXX" ).string();
-   return mkdtemp( name.data() );
-}
 
 // A client's side of a session.
 class Client {
@@ -69,9 +65,9 @@ class Client {
 class Services : public testing::Test {
  protected:
    Services() :
-        directory_( madeDirectory() ), counters_( directory_ + "/counters" ), engine_( counters_ ),
+        counters_( directory_.path( "counters" ) ), engine_( counters_ ),
         server_( std::in_place, engine_,
-                 std::vector< std::string >{ "unix:" + directory_ + "/socket", "localhost:0" } ) {
+                 std::vector< std::string >{ "unix:" + directory_.path( "socket" ), "localhost:0" } ) {
       grpc::ChannelArguments arguments;
       arguments.SetMaxReceiveMessageSize( -1 );
       channel_ = grpc::CreateCustomChannel( server_->addresses()[ 0 ], grpc::InsecureChannelCredentials(), arguments );
@@ -80,8 +76,7 @@ class Services : public testing::Test {
    }
    ~Services() override {
       server_.reset();
-      EXPECT_FALSE( std::filesystem::exists( directory_ + "/socket" ) );
-      std::filesystem::remove_all( directory_ );
+      EXPECT_FALSE( std::filesystem::exists( directory_.path( "socket" ) ) );
    }
 
    // A session that has had its Hello.
@@ -113,7 +108,7 @@ class Services : public testing::Test {
       return names;
    }
 
-   const std::string directory_;
+   const ::Test::Directory directory_;
    Vexdp::CounterTable counters_;
    Vexdp::Engine engine_;
    std::optional< Vexdp::Server > server_;
@@ -128,7 +123,7 @@ TEST_F( Services, aSessionIsGreetedAndEveryBatchAnsweredInOrder ) {
    ASSERT_TRUE( hello );
    EXPECT_EQ( hello->number(), 0u );
    EXPECT_EQ( hello->hello().version(), Vexdp::kVersion );
-   EXPECT_EQ( hello->hello().counter_path(), directory_ + "/counters" );
+   EXPECT_EQ( hello->hello().counter_path(), directory_.path( "counters" ) );
 
    // Several before the first reply is read.
    const char * batches[] = { "create fib FibIpv4\n fib addVrf vrf: 0", "fib addVrf vrf: 0", "", "destroy fib" };
