@@ -169,21 +169,6 @@ TEST_F( Router, aFecThatIsAloneOnItsAdjacencyChangesItInPlace ) {
    EXPECT_THAT( drained(), IsEmpty() );
 }
 
-TEST_F( Router, aFecThatSharesItsAdjacencyLeavesItAndTakesItsRoutesAlong ) {
-   startUsual();
-   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
-   state.fec( 2, { via( "Et1", "10.9.0.2" ) } );
-   state.route( "10.0.0.0/8", 1 );
-   state.route( "11.0.0.0/8", 2 );
-   drained();
-   state.fec( 1, { via( "Et2", "10.8.0.2" ) } );
-   EXPECT_THAT( take(), ElementsAre( "createAdj 1: unresolved Et2 x1" ) );
-   EXPECT_THAT( drained(), ElementsAre( "10.0.0.0/8 vrf 0 forward/0 -> forward/1" ) );
-   // Back to equal vias: the one that is left alone goes.
-   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
-   EXPECT_THAT( drained(), ElementsAre( "10.0.0.0/8 vrf 0 forward/1 -> forward/0", "deleteAdj 1" ) );
-}
-
 TEST_F( Router, anAdjacencyIsNotChangedUnderRoutesOfAFecThatHasLeftIt ) {
    startUsual();
    state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
@@ -197,17 +182,6 @@ TEST_F( Router, anAdjacencyIsNotChangedUnderRoutesOfAFecThatHasLeftIt ) {
    EXPECT_THAT( drained(), ElementsAre( "createAdj 1: unresolved Et2 x1", "createAdj 2: unresolved Et2 x1",
                                         "10.0.0.0/8 vrf 0 forward/0 -> forward/1",
                                         "11.0.0.0/8 vrf 0 forward/0 -> forward/2", "deleteAdj 0" ) );
-}
-
-TEST_F( Router, aFecThatReturnsBeforeItsRoutesHaveLeftMovesNone ) {
-   startUsual();
-   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
-   state.fec( 2, { via( "Et1", "10.9.0.2" ) } );
-   state.route( "10.0.0.0/8", 1 );
-   drained();
-   state.fec( 1, { via( "Et2", "10.8.0.2" ) } );
-   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
-   EXPECT_THAT( drained(), ElementsAre( "createAdj 1: unresolved Et2 x1", "deleteAdj 1" ) );
 }
 
 TEST_F( Router, aWalkIsOneUpdateInALaterTurnHoweverOftenItIsAskedFor ) {

@@ -76,20 +76,6 @@ TEST_F( Router, theMssIsTheInterfacesBeforeItIsCreatedAndKeptWhileItExists ) {
    EXPECT_EQ( take().front(), "handleTcpMssIngress Et3 1300" );
 }
 
-TEST_F( Router, anInterfaceThatMovesToAnotherVrfIsMadeAnewAndItsAdjacenciesFollow ) {
-   startUsual();
-   state.vrf( "red", 7 );
-   state.neighbor( "Et1", "10.9.0.2", 2 );
-   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
-   state.route( "10.0.0.0/8", 1 );
-   drained();
-   state.intf( "Et1", "red" );
-   EXPECT_THAT( drained(),
-                ElementsAre( "updateAdj 0: unresolved Et1 x1", "handleL3Intf Et1 vlan 4094 mtu 1500 vrf 0 delete",
-                             "handleL3Intf Et1 vlan 4094 mtu 1500 vrf 7 create", "enableVlanRouting Et1 vlan 4094 ip",
-                             "updateAdj 0: forward Et1 02:00:00:00:00:02 x1" ) );
-}
-
 TEST_F( Router, internalVlansAreTheHighestThatNobodyHasARightTo ) {
    state.bridging->vlanConfigIs( Bridging::VlanId( 4094 ),
                                  Gant::make< Bridging::VlanConfig >( Bridging::VlanId( 4094 ) ) );

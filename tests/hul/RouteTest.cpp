@@ -124,28 +124,6 @@ TEST_F( Router, aTableOfManyRoutesIsToldInTurnsAndChangesMeanwhileAreRight ) {
    EXPECT_EQ( rec.adjs(), 1u );
 }
 
-TEST_F( Router, routesThatCameAndWentManyTimesMoveWithTheirFec ) {
-   startUsual();
-   state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
-   state.fec( 2, { via( Mirel::RouteType::drop_ ) } );
-   const auto at = []( U32 n ) { return Kynet::Prefix( Kynet::IpAddr( 0x0a000000 + ( n << 8 ) ), 24 ); };
-   const auto toFec = []( U64 fecId ) { return Mirel::Route( Mirel::RouteType::forward(), fecId, 0 ); };
-   for ( int round = 0; round < 20; ++round )
-      for ( U32 n = 0; n < 100; ++n ) {
-         state.fib->routeIs( 0, at( n ), toFec( 1 ) );
-         if ( n % 2 == 0 ) state.fib->routeIs( 0, at( n ), toFec( 2 ) );
-         if ( n % 3 == 0 ) state.fib->routeDel( 0, at( n ) );
-      }
-   layer.drain();
-   rec.take();
-   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
-   layer.drain();
-   for ( U32 n = 0; n < 100; ++n )
-      EXPECT_EQ( rec.route( Hul::VrfId( 0 ), at( n ) ), n % 3 == 0   ? "none"
-                                                        : n % 2 == 0 ? "forward: drop x1"
-                                                                     : "forward: unresolved Et1 x1" );
-}
-
 TEST_F( Router, verificationAsksForEverythingThatWasTold ) {
    startUsual();
    state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
@@ -194,55 +172,6 @@ TEST_F( Router, aHelperThatWantsNoIp6RoutesHearsOfNoneAndTheyAreListed ) {
    layer.l3Status->suspendIp6RouteUpdatesIs( true );
    EXPECT_THAT( drained(), ElementsAre( "2001:db8::/32 vrf 0 forward/0 -> none", "deleteAdj 0" ) );
    EXPECT_THAT( layer.unprogrammed(), ElementsAre( "vrf 0 2001:db8::/32 familyNotSupported" ) );
-}
-
-TEST_F( Router, aTimeOfSilenceIsMadeUpFor ) {
-   startUsual();
-   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
-   state.fec( 2, { via( Mirel::RouteType::drop_ ) } );
-   state.route( "10.0.0.0/8", 1 );
-   state.route( "11.0.0.0/8", 1 );
-   drained();
-   layer.root->hasNotificationActiveIs( false );
-   // The slots of routes change hands meanwhile, and one prefix moves to the slot of another one.
-   state.routeDel( "10.0.0.0/8" );
-   state.routeDel( "11.0.0.0/8" );
-   state.route( "10.0.0.0/8", 2 );
-   state.route( "12.0.0.0/8", 1 );
-   state.fec( 3, { via( "Et2", "10.8.0.2" ) } );
-   state.route( "13.0.0.0/8", 3 );
-   state.neighbor( "Et1", "10.9.0.2", 2 );
-   state.intfDel( "Et2" );
-   state.vrf( "red", 7 );
-   EXPECT_THAT( drained(), IsEmpty() );
-   layer.root->hasNotificationActiveIs( true );
-   layer.drain();
-   EXPECT_EQ( rec.breaches(), 0u );
-   EXPECT_THAT( rec.state(),
-                ElementsAre( "vrf 0", "vrf 7", "Et1 vrf 0 mtu 1500 ip", "vrf 0 10.0.0.0/8 forward: drop x1",
-                             "vrf 0 12.0.0.0/8 forward: forward Et1 02:00:00:00:00:02 x1",
-                             "vrf 0 13.0.0.0/8 forward: unresolved Et2 x1" ) );
-}
-
-TEST_F( Router, nobodyIsCalledAfterTheEnd ) {
-   startUsual();
-   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
-   state.route( "10.0.0.0/8", 1 );
-   const auto adjSm = layer.root->hulAdjSm();
-   const auto entry = layer.l3Status->l2AdjList( Hul::L2AdjKey( 0 ) )->adjEntry( 1 );
-   adjSm->schedulePrefixWalk( entry );
-   layer.root->gantDoZombieReactors( true );
-   rec.over = true;
-   state.route( "11.0.0.0/8", 1 );
-   state.neighbor( "Et1", "10.9.0.2", 2 );
-   state.intfDel( "Et1" );
-   state.vrfDel( "default" );
-   layer.root->verify();
-   adjSm->schedulePrefixWalk( entry );
-   layer.root = nullptr;
-   adjSm->schedulePrefixWalk( entry );
-   state.neighborDel( "Et1", "10.9.0.2" );
-   while ( Gant::activityManager()->poll() != 0 ) continue;
 }
 
 // A data plane that answers when it is told to.

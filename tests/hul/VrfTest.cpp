@@ -52,18 +52,6 @@ TEST_F( Router, aVrfComesBeforeWhatIsInItAndGoesAfterIt ) {
    EXPECT_THAT( drained(), ElementsAre( "10.0.0.0/8 vrf 7 forward/0 -> none", "deleteVrf 7" ) );
 }
 
-TEST_F( Router, aVrfThatComesBackWhileItLeavesStays ) {
-   startUsual();
-   state.vrf( "red", 7 );
-   state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
-   state.route( "10.0.0.0/8", 1, 7 );
-   drained();
-   state.vrf( "red", 7, false );
-   state.vrf( "red", 7 );
-   EXPECT_THAT( drained(), IsEmpty() );
-   EXPECT_EQ( rec.route( Hul::VrfId( 7 ), prefix( "10.0.0.0/8" ) ), "forward: drop x1" );
-}
-
 TEST_F( Router, aVrfIdThatIsTakenIsWaitedFor ) {
    startUsual();
    state.fec( 1, { via( Mirel::RouteType::drop_ ) } );

@@ -152,20 +152,6 @@ TEST_F( IpsecTest, aConnectionThatGoesLeavesItsPairsBehindInactive ) {
    )" ) );
 }
 
-TEST_F( IpsecTest, aChangeOfAConnectionThatThereIsNotWorksOnDefaults ) {
-   const auto key = connectionKey( 5 );
-   const auto wanted = connection( { "Tunnel1" }, {}, std::nullopt );
-   router.helper->changeIntfList( key.vrfName(), key.encapId(), wanted.intfList() );
-   EXPECT_THAT( router.pairs(), ElementsAre( "ipsecFwd_default_5_IpsecVti_Tunnel1 inactive" ) );
-   router.helper->newConnection( key.vrfName(), key.encapId(), nullptr, nullptr, {} );
-   router.take();
-   const auto sa = aesSha1( 8192 );
-   router.helper->newConnection( key.vrfName(), key.encapId(), nullptr, &sa, {} );
-   EXPECT_EQ( router.take().size(), 1u );
-   // No list of interfaces: what pairs there are is not looked at.
-   EXPECT_THAT( router.pairs(), ElementsAre( "ipsecFwd_default_5_IpsecVti_Tunnel1 inactive" ) );
-}
-
 TEST_F( IpsecTest, everyErrorIsDrainedWhetherItCameBeforeTheReaderOrAfter ) {
    const auto key = connectionKey( 5 );
    router.table->connectionIs( key, connection( { "Tunnel1" }, { 4096 }, 8192 ) );

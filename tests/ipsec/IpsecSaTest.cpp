@@ -62,14 +62,6 @@ const SaCase saCases[] = {
        IDENTITY "flags 1 " ADDRESSES "cipher_algorithm 2 auth_algorithm 1 crypto_info <20 bytes> "
                 "crypto_info_len 160 auth_info_len 0 icv_len 16 replay_window 64 encap_type 0 tunnel_type 1",
        "a-16-byte-key...salt", "" },
-     { "anIcvThatIsNoWholeNumberOfBytesIsCut", EncapIdType::IpsecVti(),
-       []( auto & sa ) {
-          gcmOf( sa );
-          sa.icvLenIs( 103 );
-       },
-       IDENTITY "flags 1 " ADDRESSES "cipher_algorithm 2 auth_algorithm 1 crypto_info <20 bytes> "
-                "crypto_info_len 160 auth_info_len 0 icv_len 12 replay_window 64 encap_type 0 tunnel_type 1",
-       "a-16-byte-key...salt", "" },
      { "theNullCipherHasAnEmptyKey", EncapIdType::IpsecVti(),
        []( auto & sa ) {
           sa.cryptoAlgoIs( "cipher_null" );
@@ -84,31 +76,6 @@ const SaCase saCases[] = {
                 "crypto_info_len 128 auth_info_len 160 replay_window 64 encap_type 1 encap_src_port 4500 "
                 "encap_dst_port 4501 tunnel_type 2",
        cryptoSecret, authSecret },
-     { "anotherEncapsulationIsLeftOut", EncapIdType( U8( 9 ) ),
-       []( auto & sa ) {
-          udp( sa );
-          sa.encapTypeIs( 2 );
-       },
-       IDENTITY "flags 1 " ADDRESSES "cipher_algorithm 5 auth_algorithm 10 crypto_info <16 bytes> auth_info <20 bytes> "
-                "crypto_info_len 128 auth_info_len 160 replay_window 64",
-       cryptoSecret, authSecret },
-     { "namesThatNobodyKnowsGoAsZero", EncapIdType::IpsecVti(),
-       []( auto & sa ) {
-          sa.cryptoAlgoIs( "AES" );
-          sa.authAlgoIs( "md5" );
-       },
-       IDENTITY "flags 1 " ADDRESSES "cipher_algorithm 0 auth_algorithm 0 crypto_info <16 bytes> auth_info <20 bytes> "
-                "crypto_info_len 128 auth_info_len 160 replay_window 64 encap_type 0 tunnel_type 1",
-       cryptoSecret, authSecret },
-     { "aLengthThatEndsWithinAByteTakesTheByte", EncapIdType::IpsecVti(),
-       []( auto & sa ) {
-          sa.cryptoKeyIs( KeyMaterial( "seventeen bytes..and more" ) );
-          sa.cryptoKeyLenIs( 129 );
-          sa.authKeyLenIs( 8 );
-       },
-       IDENTITY "flags 1 " ADDRESSES "cipher_algorithm 5 auth_algorithm 10 crypto_info <17 bytes> auth_info <1 bytes> "
-                "crypto_info_len 129 auth_info_len 8 replay_window 64 encap_type 0 tunnel_type 1",
-       "seventeen bytes..", "h" },
 };
 
 class Sa : public testing::TestWithParam< SaCase > {};
