@@ -36,38 +36,10 @@ class AclHelperCalls : public testing::Test {
       helper->commitAcl( aclData );
       helper->batchCommitAcls();
    }
-   Vex::VexAclDataState stateOf( const char * name ) const {
-      return helper->vexAclData( Vex::AclTypeAndName( Acl::ip, name ) )->state();
-   }
 
    Engine engine;
    Gant::Ptr< Vex::AclHelper > helper = Gant::make< Vex::AclHelper >( engine.vexcsd, nullptr, nullptr, nullptr );
 };
-
-TEST_F( AclHelperCalls, twoKeysOfOneListShareItUntilTheSecondGoes ) {
-   const auto in = data( "a" ), out = data( "a", 1, Acl::out );
-   build( in );
-   EXPECT_EQ( stateOf( "a" ), Vex::AclHelper::prepared() );
-   commit( in );
-   EXPECT_EQ( brief( engine.take() ), Lines{ "kyAclDb createAcl acl_id 0 acl_target 0 rule {permit true counter_id 0} "
-                                             "rule {permit false counter_id 1}" } );
-   build( out );
-   commit( out );
-   EXPECT_EQ( stateOf( "a" ), Vex::AclHelper::programmed() );
-   EXPECT_EQ( helper->vexAclData( Vex::AclTypeAndName( Acl::ip, "a" ) )->programmedAclKeys(), 2u );
-   helper->destroyAcl( in );
-   helper->batchCommitAcls();
-   EXPECT_EQ( engine.take(), Lines{} );
-   helper->destroyAcl( out );
-   EXPECT_EQ( stateOf( "a" ), Vex::AclHelper::removing() );
-   // Wanted again before the batch, it stays.
-   build( out );
-   EXPECT_EQ( stateOf( "a" ), Vex::AclHelper::programmed() );
-   helper->destroyAcl( out );
-   helper->batchCommitAcls();
-   EXPECT_EQ( engine.take(), lines( "kyAclDb destroyAcl acl_id 0 acl_target 0" ) );
-   EXPECT_EQ( engine.counters->counterIterator().size() + helper->vexAclDatas(), 0u );
-}
 
 TEST_F( AclHelperCalls, rulesOutsideOfABuildAreSkipped ) {
    const auto aclData = data( "a" );
@@ -79,44 +51,6 @@ TEST_F( AclHelperCalls, rulesOutsideOfABuildAreSkipped ) {
    EXPECT_EQ( engine.counters->counterIterator().at( Vex::CounterId( 0 ) ).name, "kyAclDb-a-1" );
    EXPECT_EQ( engine.counters->counterIterator().at( Vex::CounterId( 1 ) ).name, "kyAclDb-a-2" );
    EXPECT_EQ( engine.counters->counterIterator().size(), 2u );
-}
-
-TEST_F( AclHelperCalls, withoutAFreeIdAListIsRefusedToo ) {
-   const auto & db = engine.vexcsd->kyAclDb();
-   while ( db->freeAclIds() != 0 ) db->freeAclIdDeq();
-   EXPECT_EQ( helper->precreateAcl( data( "a" ), nullptr ), Hul::aclCreateErrorTooManyAcls );
-   EXPECT_EQ( helper->vexAclDatas(), 0u );
-   EXPECT_DEATH( db->freeAclIdDeq(), "Failed\\(freeAclIds\\(\\)\\)" );
-}
-
-TEST_F( AclHelperCalls, anInterfaceWithoutItsListIsPointedAtItOnceItIsThere ) {
-   const auto aclData = data( "a" );
-   helper->addIntfToAcl( intf( "Ethernet1" ), aclData, nullptr );
-   EXPECT_EQ( Gant::traceLines( 1, "VexAclSm" ).back().text,
-              "AclHelper::addIntfToAcl L3Intf does not exists for intf Ethernet1" );
-   helper->batchCommitAcls();
-   const Vex::AclTypeIntfAndDirection key( Acl::ip, intf( "Ethernet1" ), Acl::in );
-   EXPECT_TRUE( helper->kyAcl( key )->applying() );
-   EXPECT_EQ( engine.take(), lines( R"(
-      create aclipEt1in KyAcl ingress true intf_id Ethernet1
-      connect aclipEt1in:0 -> trap:0
-   )" ) );
-   build( aclData );
-   commit( aclData );
-   EXPECT_FALSE( helper->kyAcl( key )->applying() );
-   EXPECT_EQ( engine.take().back(), "aclipEt1in applyAcl acl_id 0 ipv4 true" );
-}
-
-TEST_F( AclHelperCalls, anInterfaceLeavesOnlyAListThatItHas ) {
-   const auto aclData = data( "a" );
-   EXPECT_FALSE( helper->removeIntfFromAcl( intf( "Ethernet1" ), aclData, false ) );
-   helper->addIntfToAcl( intf( "Ethernet1" ), aclData, nullptr );
-   engine.take();
-   EXPECT_TRUE( helper->removeIntfFromAcl( intf( "Ethernet1" ), aclData, true ) );
-   EXPECT_EQ( helper->kyAcls(), 1u );
-   helper->cleanupAcl( aclData );
-   EXPECT_EQ( helper->kyAcls(), 0u );
-   EXPECT_EQ( engine.take(), lines( "destroy aclipEt1in" ) );
 }
 
 TEST_F( AclHelperCalls, pollsWhileAListIsRebuiltReadNothing ) {

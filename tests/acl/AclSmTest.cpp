@@ -323,21 +323,6 @@ TEST_F( AclRouter, bindingsOfOtherSourcesCountWhereTheCommandLineHasNone ) {
    EXPECT_FALSE( status->appliedNameHas( at( "Ethernet1", Acl::in ) ) );
 }
 
-TEST_F( AclRouter, theCostOfAChangeFollowsItsListAndItsBindings ) {
-   for ( U16 i = 0; i < 50; ++i ) {
-      const auto name = "l" + std::to_string( i );
-      add( name.c_str(), { tcp(), udp() } );
-      for ( U16 n = 0; n < 2; ++n )
-         bindings->aclNameIs(
-              Acl::IntfAclKey( Kynet::IntfId( Kynet::IntfType::ethernet(), U16( 10 + 2 * i + n ) ), Acl::ip, Acl::in ),
-              name );
-   }
-   drained();
-   for ( const char * name : { "l7", "l8" } )
-      config->aclConfig( ListKey( Acl::ip, name ) )->entriesIs( entries( { udp() } ) );
-   EXPECT_EQ( drained().size(), 2u + 4u );
-}
-
 TEST_F( AclRouter, whatItMissedWhileItWasSilentIsBroughtInLine ) {
    add( "a", { tcp() } );
    bind( "Ethernet1", "a" );

@@ -10,31 +10,6 @@ using namespace Test;
 using Acl::RangeOper;
 using Acl::RangeSpec;
 
-// "80-90 443", of a number's specification.
-Gant::String rangesOf( RangeOper oper, RangeSpec::Values values ) {
-   Gant::String out;
-   for ( const auto & [ low, high ] : RangeSpec( oper, values ).ranges() ) {
-      if ( !out.empty() ) out += " ";
-      out += std::to_string( low );
-      if ( high != low ) out += "-" + std::to_string( high );
-   }
-   return out;
-}
-
-TEST( Subrules, numbersBecomeTheFewestRanges ) {
-   EXPECT_EQ( rangesOf( RangeOper::any_, {} ), "0-65535" );
-   EXPECT_EQ( rangesOf( RangeOper::eq_, { 443, 80, 81, 80 } ), "80-81 443" );
-   EXPECT_EQ( rangesOf( RangeOper::eq_, { 65535, 0 } ), "0 65535" );
-   EXPECT_EQ( rangesOf( RangeOper::neq_, { 80 } ), "0-79 81-65535" );
-   EXPECT_EQ( rangesOf( RangeOper::neq_, { 65535, 0, 1 } ), "2-65534" );
-   EXPECT_EQ( rangesOf( RangeOper::gt_, { 65534 } ), "65535" );
-   EXPECT_EQ( rangesOf( RangeOper::lt_, { 1 } ), "0" );
-   EXPECT_EQ( rangesOf( RangeOper::range_, { 5, 9 } ), "5-9" );
-   EXPECT_EQ( rangesOf( RangeOper::range_, { 9, 5 } ), "" );
-   EXPECT_EQ( rangesOf( RangeOper::gt_, { 65535 } ), "" );
-   EXPECT_EQ( rangesOf( RangeOper::lt_, { 0 } ), "" );
-}
-
 TEST( Subrules, aLonePortOfZeroIsInUse ) {
    const auto filter = Acl::RuleConfig( udp().dport( RangeOper::eq_, { 0 } ) ).filter();
    const auto subrules = Hul::subrulesOf( filter );

@@ -9,42 +9,14 @@
 #include "VexManagementSm.h"
 
 #include <chrono>
-#include <filesystem>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 namespace Test {
 
-namespace {
-
-Kynet::IntfId intfId( const char * name ) { return Kynet::IntfId::fromString( name ).value(); }
-Kynet::IpAddr ip( const char * text ) { return Kynet::IpAddr::fromString( text ).value(); }
-
-} // namespace
-
-Directory::Directory() : path_( std::filesystem::temp_directory_path() / "vexl3-control-XXXXXX" ) {
-   if ( mkdtemp( path_.data() ) == nullptr ) ADD_FAILURE() << "no directory";
-}
-
-Directory::~Directory() { std::filesystem::remove_all( path_ ); }
-
-DataPlane::DataPlane( const Directory & directory ) : address_( "unix:" + directory.path( "dataplane" ) ) {
-   const auto counters = directory.path( "counters" );
-   const auto parent = std::to_string( getpid() );
-   pid_ = fork();
-   if ( pid_ != 0 ) return;
-   execl( VEXDP_PROGRAM, VEXDP_PROGRAM, "--die-with-parent", parent.c_str(), "--log-level", "off", "--listen",
-          address_.c_str(), "--counters", counters.c_str(), nullptr );
-   _exit( 127 );
-}
-
-DataPlane::~DataPlane() {
-   kill( pid_, SIGKILL );
-   waitpid( pid_, nullptr, 0 );
-}
+DataPlane::DataPlane( const Directory & directory ) :
+     Process( VEXDP_PROGRAM, { "--die-with-parent", std::to_string( getpid() ), "--log-level", "off", "--listen",
+                               "unix:" + directory.path( "dataplane" ), "--counters", directory.path( "counters" ) } ),
+     address( "unix:" + directory.path( "dataplane" ) ) {}
 
 void runUntil( const std::function< bool() > & isSo ) {
    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( 30 );
@@ -58,7 +30,7 @@ TestRouter::TestRouter() : dataPlane_( std::make_unique< DataPlane >( directory_
    mount();
    // A data plane that is still starting ends the session: the next one may find it.
    do {
-      channel_ = Gant::make< Vex::GrpcChannel >( dataPlane_->address() );
+      channel_ = Gant::make< Vex::GrpcChannel >( dataPlane_->address );
       runUntil( [ & ] { return channel_->running() || channel_->lost(); } );
    } while ( channel_->lost() );
    const auto global = Gant::make< Vex::ModuleGlobalCmdConfig >( channel_ );
@@ -81,22 +53,21 @@ void TestRouter::mount() {
    em_->entityIs( "ip/nat/hwCapabilities", Gant::make< Ip::Nat::HwCapabilities >() );
    em_->entityIs( "cell/1/acl/status/dp/vex", Gant::make< Acl::StatusDp >() );
    em_->entityIs( "interface/errdisable/cause/acl", Gant::make< Errdisable::CauseStatus >() );
-   intfs_->tunnelIntfStatusDirIs( tunnels_ );
    routingMounts_->routeStatusIs( fib );
-   routingMounts_->route6StatusIs( fib6_ );
+   routingMounts_->route6StatusIs( fib6 );
    routingMounts_->unprogrammedRouteStatusIs( Gant::make< Mirel::Fib::UnprogrammedRouteStatus >() );
    routingMounts_->unprogrammedRoute6StatusIs( Gant::make< Mirel::Fib6::UnprogrammedRouteStatus >() );
    routingMounts_->routingHwStatusIs( Gant::make< Routing::Hardware::Status >() );
    routingMounts_->routing6HwStatusIs( Gant::make< Routing6::Hardware::Status >() );
    routingMounts_->arpHardwareStatusIs( Gant::make< Arp::Hardware::Status >() );
-   routingMounts_->ipStatusIs( ipStatus_ );
-   routingMounts_->allIntfStatusDirIs( intfs_ );
-   routingMounts_->arpMirelIs( arp_ );
-   vrfMounts_->allVrfStatusLocalIs( vrfs_ );
+   routingMounts_->ipStatusIs( ipStatus );
+   routingMounts_->allIntfStatusDirIs( intfs );
+   routingMounts_->arpMirelIs( arp );
+   vrfMounts_->allVrfStatusLocalIs( vrfs );
    ipsecMounts_->connectionTableIs( Gant::make< Ipsec::Ike::ConnectionTable >() );
    ipsecMounts_->ipsecCapabilitiesStatusIs( Gant::make< Ipsec::Capabilities::Status >() );
    status_.phase = Host::Phase::running;
-   status_.dataPlane = dataPlane_->address();
+   status_.dataPlane = dataPlane_->address;
    status_.dataPlanePid = dataPlane_->pid();
 }
 
@@ -110,33 +81,25 @@ Host::ChangeResult TestRouter::change( Host::ChangeOp op, const std::string & ki
    return {};
 }
 
-void TestRouter::vrf( const char * name, U32 id ) {
-   vrfs_->vrfStatusIs( L3::VrfName( name ), Ip::VrfStatus( id, true ) );
-}
-
 void TestRouter::intf( const char * name, const char * address, const char * vrfName ) {
-   const auto id = intfId( name );
+   const auto id = Test::intf( name );
    const bool tunnel = Kynet::TunnelIntfId::isTunnelIntfId( id );
    if ( !tunnel )
       vexcsd_->l2IntfIs(
            id, Gant::make< Vex::L2Intf >( id, Vex::EncapType::ethernet_,
                                           Kynet::EthAddr( { 2, 0, 0, 0, 0, static_cast< U8 >( id.first() ) } ),
                                           enginePair_, vexcsd_->trapModule() ) );
-   Ip::IntfStatus status;
-   status.vrfNameIs( L3::VrfName( vrfName ) );
-   status.routingEnabledIs( true );
-   ipStatus_->intfStatusIs( id, status );
-   ipStatus_->intfAddrIs( Ip::IntfAddr( id, Kynet::Prefix::fromString( address ).value() ), true );
-   intfs_->intfStatusIs( id, Interface::IntfStatus( true, true ) );
+   ipStatus->intfAddrIs( Ip::IntfAddr( id, prefix( address ) ), true );
+   RouterFacts::intf( name, vrfName );
 }
 
 void TestRouter::intfGone( const char * name ) {
-   ipStatus_->intfStatusDel( intfId( name ) );
-   vexcsd_->l2IntfDel( intfId( name ) );
+   ipStatus->intfStatusDel( Test::intf( name ) );
+   vexcsd_->l2IntfDel( Test::intf( name ) );
 }
 
 void TestRouter::tunnel( const char * name, const char * source, const char * destination ) {
-   const auto id = intfId( name );
+   const auto id = Test::intf( name );
    const auto l2Intf =
         Gant::make< Vex::L2Intf >( id, Vex::EncapType::gre_, Kynet::EthAddr(), enginePair_, vexcsd_->trapModule() );
    l2Intf->srcIpIs( ip( source ) );
@@ -145,25 +108,13 @@ void TestRouter::tunnel( const char * name, const char * source, const char * de
    Interface::TunnelIntfStatus status;
    status.srcAddrIs( ip( source ) );
    status.dstAddrIs( ip( destination ) );
-   tunnels_->intfStatusIs( id, status );
+   tunnels->intfStatusIs( id, status );
    intf( name, "10.255.0.1/30" );
 }
 
-void TestRouter::neighbor( const char * intfName, const char * address, const char * mac ) {
-   arp_->neighborIs( Arp::NeighborKey( intfId( intfName ), Kynet::IpGenAddr( ip( address ) ) ),
-                     Kynet::EthAddr::fromString( mac ).value() );
-}
-
-void TestRouter::fec( U64 fecId, const Mirel::Vias & vias ) { fib->fecIs( fecId, vias ); }
-
-void TestRouter::route( const char * prefix, U64 fecId, U32 vrfId ) {
-   fib->routeIs( vrfId, Kynet::Prefix::fromString( prefix ).value(),
-                 Mirel::Route( Mirel::RouteType::forward(), fecId, 0 ) );
-}
-
 void TestRouter::route6( const char * prefix, U64 fecId ) {
-   fib6_->routeIs( 0, Kynet::Ip6Prefix::fromString( prefix ).value(),
-                   Mirel::Route( Mirel::RouteType::forward(), fecId, 0 ) );
+   fib6->routeIs( 0, Kynet::Ip6Prefix::fromString( prefix ).value(),
+                  Mirel::Route( Mirel::RouteType::forward(), fecId, 0 ) );
 }
 
 void TestRouter::settle() {
@@ -178,10 +129,6 @@ void TestRouter::lose() {
    agent_ = nullptr;
    vexcsd_ = nullptr;
    channel_ = nullptr;
-}
-
-Mirel::Via via( const char * hop, const char * intfName, U16 weight ) {
-   return Mirel::Via( Mirel::RouteType::forward(), Kynet::IpGenAddr( ip( hop ) ), intfId( intfName ), weight );
 }
 
 } // namespace Test

@@ -164,19 +164,6 @@ TEST_F( RoutedAgent, anInterfaceThatGoesTakesItsNextHopsAlongBeforeItsModules ) 
    EXPECT_FALSE( router.agent->l3Modules()->nextHopModHas( intf( "Ethernet1" ) ) );
 }
 
-TEST_F( RoutedAgent, whatItMissedWhileItWasSilentIsBroughtInLine ) {
-   start();
-   router.agent->hasNotificationActiveIs( false );
-   state.neighbor( "Ethernet2", "10.0.2.2", "00:00:00:00:02:02" );
-   state.route( "198.51.100.0/24", 1 );
-   state.routeDel( "192.0.2.0/24" );
-   EXPECT_EQ( router.drained(), Lines{} );
-   router.agent->hasNotificationActiveIs( true );
-   router.drained();
-   EXPECT_EQ( router.agent->routeDb()->routes(), 1u );
-   EXPECT_EQ( router.agent->routeDb()->fec( FecKey( 3 ) )->info().nextHop( 1 ).ethAddr(), mac( "00:00:00:00:02:02" ) );
-}
-
 class StartUp : public testing::Test {
  protected:
    RouterState state;

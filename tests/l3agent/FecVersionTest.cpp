@@ -75,16 +75,4 @@ TEST_F( FecVersion, eachChangeCountsWhatItConcerns ) {
    EXPECT_EQ( counts(), ( Counts{ 2, 1, 0, walks + 2 } ) );
 }
 
-TEST_F( FecVersion, aFecWithoutAnAdjacencyKeepsItsVersionAndIsCounted ) {
-   const auto fec = db().fec( FecKey( 3 ) );
-   const auto version = fec->version();
-   const auto walks = sm().numScheduledPrefixWalk();
-   const auto key = db().fecToAdjIdx( fec->key() );
-   const auto adj = router.agent->hulL3Status()->l2AdjListDel( key );
-   sm().handlePortVif( intf( "Ethernet1" ) );
-   EXPECT_EQ( fec->version(), version );
-   EXPECT_EQ( sm().numScheduledPrefixWalk(), walks + 3 );
-   router.agent->hulL3Status()->l2AdjListIs( key, adj );
-}
-
 } // namespace

@@ -1,12 +1,7 @@
-// What the data plane has nothing for: the limits and layouts of its types, and the bookkeeping that is real.
-#include "GantException.h"
-#include "GantTrace.h"
+// NAT, for which the data plane has nothing: the bookkeeping that is real.
 #include "HulNatSm.h"
-#include "VexL3TunnelTypes.h"
 #include "VexNatHelper.h"
-#include "VexNatResolver.h"
 
-#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -15,49 +10,6 @@ namespace {
 using namespace VexL3Unicast;
 using Ip::Nat::NatTarget;
 using testing::ElementsAre;
-
-const Hul::VrfAndIpAddr end( Hul::VrfId( 3 ), Kynet::IpAddr( 0x0a000001 ) );
-
-Gant::String rangeError( const std::function< void() > & act ) {
-   try {
-      act();
-   } catch ( const Gant::RangeException & error ) {
-      return error.what();
-   }
-   return "";
-}
-
-TEST( TunnelInfoEntry, isLimited ) {
-   const Gant::String idx = "TunnelInfoEntry::entryIdx < 256 or > 4095 not allowed";
-   const Gant::String size = "TunnelInfoEntry::ecmpSize < 1 or > 127 not allowed";
-   for ( const auto & [ value, error ] :
-         { std::pair( 255, idx ), { 256, Gant::String() }, { 4095, Gant::String() }, { 4096, idx }, { 65535, idx } } )
-      EXPECT_EQ( rangeError( [ value = U16( value ) ] { tunnelInfoEntryFactory( end, value ); } ), error ) << value;
-   const auto entry = tunnelInfoEntryFactory( end, 256 );
-   for ( const auto & [ value, error ] :
-         { std::pair( 0, size ), { 1, Gant::String() }, { 127, Gant::String() }, { 128, size }, { 255, size } } )
-      EXPECT_EQ( rangeError( [ &, value = U8( value ) ] { entry->ecmpSizeIs( value ); } ), error ) << value;
-}
-
-TEST( TunnelVifTargetId, packsItsFields ) {
-   const TunnelVifTargetId id( 0xdeadbeef, Hul::HulTunnelId( 0x1234 ), Hul::TunnelType( 0xa ),
-                               VexSdk::VexDeviceId( 0x5c ) );
-   EXPECT_EQ( id.value(), 0x05ca1234deadbeefu );
-   EXPECT_EQ( id.requestId(), 0xdeadbeefu );
-   EXPECT_EQ( id.tunInfoId(), 0x1234u );
-   EXPECT_EQ( id.tunnelType(), 0xau );
-   EXPECT_EQ( id.deviceId(), 0x5cu );
-   EXPECT_EQ( id.stringValue(), "0x5ca1234deadbeef (tnlId: 4660, tnlType: 10, devId: 92, timestamp: 3735928559)" );
-   // A type of more than its bits leaves its neighbours alone.
-   auto cut = id;
-   cut.tunnelTypeIs( Hul::TunnelType( 0xf3 ) );
-   cut.unusedIs( 0xff );
-   EXPECT_EQ( cut.value(), 0xf5c31234deadbeefu );
-   EXPECT_FALSE( !TunnelVifTargetId() );
-   EXPECT_TRUE( !TunnelVifTargetId( 0, Hul::HulTunnelId( 65535 ), Hul::TunnelType( 0 ), VexSdk::VexDeviceId( 127 ) ) );
-   EXPECT_FALSE( !TunnelVifTargetId( 1, Hul::HulTunnelId( 65535 ), Hul::TunnelType( 0 ), VexSdk::VexDeviceId( 127 ) ) );
-   EXPECT_TRUE( !VifNextHopKey() );
-}
 
 class Nat : public testing::Test {
  protected:
@@ -97,16 +49,6 @@ TEST_F( Nat, aListGoesWithItsRules ) {
    EXPECT_DEATH( helper->delAddrOnlyAclSliceRule( 11, "list" ), "Failed\\(aoaSlice\\(\\)->serviceTrapCount\\(\\)\\)" );
    list( 5, 10, "stays" )->addrOnlyIs( false );
    EXPECT_DEATH( helper->delAddrOnlyAclSliceRule( 10, "stays" ), "Failed\\(trapAcl->addrOnly\\(\\)\\)" );
-}
-
-TEST( NatSms, aLoopbackPortsVlanIsToldWhenItComesAndWhenItGoes ) {
-   const auto loopback = Gant::make< NatLoopbackSm >( nullptr, nullptr );
-   const auto told = [] { return Gant::traceLines( 100, "VexNatResolver" ).size(); };
-   const auto before = told();
-   loopback->loopbackPortVlanIs( 1, 10 );
-   EXPECT_EQ( loopback->loopbackPortVlanDel( 1 ), 10 );
-   loopback->loopbackPortVlanDel( 1 );
-   EXPECT_EQ( told(), before + 2 );
 }
 
 TEST_F( Nat, rulesOfTheHostAreAnsweredAndTakenBack ) {

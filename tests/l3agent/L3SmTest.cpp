@@ -258,17 +258,4 @@ TEST_F( L3Sm, aVrfIsBornWithItsBroadcastAndMulticastRoutes ) {
    EXPECT_EQ( core.take(), lines( "fibIpv4 delVrf vrf 3" ) );
 }
 
-TEST_F( L3Sm, interfacesThatCameAndWentWhileItWasSilentAreBroughtInLine ) {
-   core.port( "Ethernet1" );
-   core.port( "Ethernet2" );
-   core.routed( "Ethernet1", 4094 );
-   core.sm->hasNotificationActiveIs( false );
-   core.vexcsd->l3IntfDel( intf( "Ethernet1" ) );
-   core.routed( "Ethernet2", 4093 );
-   EXPECT_TRUE( core.l3Modules->ipInputModHas( intf( "Ethernet1" ) ) );
-   core.sm->hasNotificationActiveIs( true );
-   EXPECT_FALSE( core.l3Modules->ipInputModHas( intf( "Ethernet1" ) ) );
-   EXPECT_TRUE( core.l3Modules->nextHopModHas( intf( "Ethernet2" ) ) );
-}
-
 } // namespace

@@ -2,7 +2,6 @@
 #include "VexRouteHelper.h"
 
 #include <gtest/gtest.h>
-#include <random>
 #include <unistd.h>
 
 namespace {
@@ -163,34 +162,6 @@ TEST_F( Routes, allRoutesOfAFecCanBeWrittenAgain ) {
    core.sm->updateLpmRoutesForFec( fecOf( 1 ) );
    EXPECT_EQ( core.take(), lines( "fibIpv4 addRoute vrf 0 prefix 9.0.0.0 prefix_len 8 fec_id 3\n"
                                   "fibIpv4 addRoute vrf 0 prefix 10.0.0.0 prefix_len 8 fec_id 3" ) );
-}
-
-// A data plane that follows the commands holds what a simple model says, after any sequence of changes.
-TEST_F( Routes, theFibFollowsAnySequenceOfChanges ) {
-   std::mt19937 random( 11 );
-   std::map< Gant::String, U64 > model;
-   std::map< Gant::String, Gant::String > fib;
-   for ( int step = 0; step < 5000; ++step ) {
-      const auto text = std::to_string( random() % 50 ) + ".0.0.0/8";
-      const U64 oldAdj = model.contains( text ) ? model[ text ] : 0;
-      const U64 newAdj = random() % 3;
-      ASSERT_TRUE( core.route( text.c_str(), oldAdj, newAdj ) );
-      if ( newAdj == 0 )
-         model.erase( text );
-      else
-         model[ text ] = newAdj;
-      for ( const auto & line : core.take() ) {
-         const auto at = line.find( "prefix " ) + 7;
-         const auto address = line.substr( at, line.find( ' ', at ) - at );
-         if ( line.starts_with( "fibIpv4 delRoute" ) )
-            fib.erase( address );
-         else
-            fib[ address ] = line.substr( line.rfind( ' ' ) + 1 );
-      }
-   }
-   ASSERT_EQ( fib.size(), model.size() );
-   for ( const auto & [ text, adj ] : model )
-      EXPECT_EQ( fib[ text.substr( 0, text.find( '/' ) ) ], std::to_string( fecOf( adj )->key() ) ) << text;
 }
 
 } // namespace
