@@ -1,5 +1,4 @@
 #include "Engine.h"
-#include "GantTrace.h"
 #include "Rules.h"
 #include "VexAclSm.h"
 
@@ -17,10 +16,10 @@ class AclHelperCalls : public testing::Test {
       helper->hwInit();
       engine.take();
    }
-   static Gant::Ptr< Hul::AclData > data( const char * name, U32 version = 1, Acl::AclDirection direction = Acl::in ) {
-      const auto made = Gant::make< Hul::AclData >( Hul::AclKey( name, Acl::ip, direction, 0 ) );
+   static Gant::Ptr< Hul::AclData > data( const char * name ) {
+      const auto made = Gant::make< Hul::AclData >( Hul::AclKey( name, Acl::ip, Acl::in, 0 ) );
       made->activeIntfIs( intf( "Ethernet1" ), true );
-      made->versionIs( Acl::UniqueId( version, 0, 0 ) );
+      made->versionIs( Acl::UniqueId( 1, 0, 0 ) );
       return made;
    }
    void rule( const Hul::AclDataPtr & aclData, U32 number = 1 ) {
