@@ -1,5 +1,6 @@
 #include "HostDescription.h"
 
+#include "GantCleanse.h"
 #include "HostDocument.h"
 #include "HostFile.h"
 #include "HostVerdict.h"
@@ -96,8 +97,10 @@ std::optional< Description > Description::read( const std::string & path, Source
       root = parseDocument( text, descriptionBounds );
    } catch ( const EntryError & error ) {
       errors.add( { path, error.line(), error.what() } );
+      Gant::cleanse( text );
       return std::nullopt;
    }
+   Gant::cleanse( text );
    Description description;
    description.path_ = path;
    if ( root.IsNull() ) return description;

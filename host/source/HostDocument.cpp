@@ -3,13 +3,23 @@
 #include "HostEntry.h"
 
 #include <algorithm>
-#include <sstream>
+#include <istream>
+#include <streambuf>
 #include <unordered_map>
 #include <yaml-cpp/eventhandler.h>
 
 namespace Host {
 
 namespace {
+
+// A stream over the text itself: a copy of it would be one more place where a key stays.
+class TextBuffer : public std::streambuf {
+ public:
+   explicit TextBuffer( const std::string & text ) {
+      auto * const begin = const_cast< char * >( text.data() );
+      setg( begin, begin, begin + text.size() );
+   }
+};
 
 // Counts the nodes that the tree would have, and throws once there are too many or they are too deep.
 class Measure : public YAML::EventHandler {
@@ -95,10 +105,11 @@ YAML::Node parseDocument( const std::string & text, const DocumentBounds & bound
    if ( text.size() > bounds.bytes )
       throw EntryError( "it is longer than " + std::to_string( bounds.bytes ) + " bytes", 0 );
    try {
-      std::istringstream in( text );
+      TextBuffer measured( text ), loaded( text );
+      std::istream toMeasure( &measured ), toLoad( &loaded );
       Measure measure( bounds );
-      YAML::Parser( in ).HandleNextDocument( measure );
-      return YAML::Load( text );
+      YAML::Parser( toMeasure ).HandleNextDocument( measure );
+      return YAML::Load( toLoad );
    } catch ( const YAML::Exception & error ) {
       throw EntryError( "it is not YAML: " + error.msg, error.mark.line + 1 );
    }

@@ -1,5 +1,6 @@
 #include "HostFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -44,6 +45,8 @@ bool RegularFile::changed() const {
 std::string readFile( const std::string & path, size_t bytesMax, std::string & text ) {
    RegularFile file;
    if ( auto why = file.open( path ); !why.empty() ) return why;
+   // At once: a text that grows leaves its bytes behind.
+   text.reserve( std::min( file.size(), bytesMax ) + 2 * readBytes );
    while ( true ) {
       const auto before = text.size();
       if ( auto why = file.read( text, readBytes ); !why.empty() ) return why;

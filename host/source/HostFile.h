@@ -21,6 +21,8 @@ class RegularFile {
    // Puts up to `most` bytes behind the text; none at the end.
    std::string read( std::string & text, size_t most );
 
+   // In bytes, when it was opened.
+   size_t size() const { return static_cast< size_t >( opened_.st_size ); }
    // Whether it was written to since it was opened. A file put in its place is another one, and changes nothing here.
    bool changed() const;
 
