@@ -4,6 +4,8 @@
 add_library(vexl3_flags INTERFACE)
 target_compile_options(vexl3_flags INTERFACE -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Woverloaded-virtual
                                              -Wimplicit-fallthrough)
+# An assertion names its file within the tree, wherever that lies.
+target_compile_options(vexl3_flags INTERFACE -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
 if(VEXL3_WERROR)
   target_compile_options(vexl3_flags INTERFACE -Werror)
 endif()

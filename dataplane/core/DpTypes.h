@@ -26,6 +26,7 @@ inline constexpr std::uint8_t kProtoIcmp = 1;
 inline constexpr std::uint8_t kProtoTcp = 6;
 inline constexpr std::uint8_t kProtoUdp = 17;
 inline constexpr std::uint8_t kProtoGre = 47;
+inline constexpr std::uint8_t kProtoEsp = 50; // RFC 4303
 
 struct MacAddr {
    std::array< std::uint8_t, 6 > bytes{};

@@ -12,7 +12,6 @@ namespace {
 constexpr std::size_t kHeaderLen = 8;
 constexpr std::size_t kTrailerLen = 2; // length of the padding, next header
 constexpr std::size_t kUdpLen = 8;
-constexpr std::uint8_t kProtoEsp = 50;
 constexpr std::uint8_t kProtoIpv4 = 4; // IPv4 in IP
 constexpr std::uint8_t kOuterTtl = 64;
 

@@ -17,7 +17,6 @@ using Entry = IpsecSa::Entry;
 namespace {
 
 constexpr std::uint32_t kInet = 2; // AF_INET
-constexpr std::uint32_t kProtoEsp = 50;
 constexpr std::uint32_t kTunnelMode = 1;
 constexpr std::uint32_t kTransportMode = 2;
 
