@@ -9,8 +9,13 @@ find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 pkg_check_modules(GRPC REQUIRED IMPORTED_TARGET grpc++)
+pkg_check_modules(DPDK REQUIRED IMPORTED_TARGET libdpdk)
 pkg_check_modules(SYSTEMD IMPORTED_TARGET libsystemd)
 
 add_library(vexl3_asio INTERFACE)
 target_compile_definitions(vexl3_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
 target_link_libraries(vexl3_asio INTERFACE Threads::Threads)
+
+# Buffers and devices. The drivers are plugins that it loads when it starts.
+add_library(vexl3_dpdk INTERFACE)
+target_link_libraries(vexl3_dpdk INTERFACE PkgConfig::DPDK)

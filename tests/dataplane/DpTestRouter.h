@@ -104,7 +104,7 @@ class Router {
       run( "rx_et1", std::move( packet ) );
    }
    void run( const std::string & source, Packet packet ) {
-      Walk( counters, true ).run( *graph.find( source ), std::move( packet ) );
+      Walk( counters, Purpose::counted ).run( *graph.find( source ), std::move( packet ) );
    }
    Lines trace( std::string_view text ) {
       vex::pb::TracePacketRequest request;
