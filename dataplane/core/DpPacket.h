@@ -23,6 +23,7 @@ class Packet {
       std::uint8_t trafficClass = 0;
       std::uint32_t nhIndex = 0; // in the next-hop or resolve module ahead
       bool ethernet = false;     // the bytes begin with an Ethernet header, otherwise with an IP header
+      bool linkGroup = false;    // came in by a link-layer broadcast or multicast
       bool own = false;          // sent by the router itself
       bool ttlDone = false;      // this router has taken its hop from the TTL
    };
