@@ -58,7 +58,10 @@ KeptPort::State KeptPort::state() const {
 }
 
 bool KeptPort::leftOut() const {
-   return wish_ && wish_->byDefault && !there_ && ( code_ == EPERM || code_ == EACCES || !wish_->impossible.empty() );
+   if ( !wish_ || !wish_->byDefault || there_ || reason_.empty() ) return false;
+   // Not in a plain container, and not without the right.
+   return !wish_->impossible.empty() || code_ == EPERM || code_ == EACCES ||
+          reason_.find( "/dev/net/tun" ) != Gant::String::npos;
 }
 
 bool KeptPort::due( double time ) const { return loopTime() + early >= time; }
@@ -217,8 +220,10 @@ void KeptPort::broken( const Gant::String & reason ) {
    broken_ = true;
    set_ = false;
    linkUp_ = false;
+   const bool first = backOff_ == 0;
    failed( ENODEV, reason );
-   retryAt_ = 0;
+   // At once, unless it is lost again as soon as it is made.
+   if ( first ) retryAt_ = 0;
    settled();
 }
 

@@ -69,7 +69,7 @@ class KeptPort {
    bool ready() const { return set_ && made(); }
    // A change of it is under way.
    bool changing() const { return changing_; }
-   // Wanted by default only, and refused for want of the right.
+   // Wanted by default only, and not to be had here.
    bool leftOut() const;
 
    State state() const;

@@ -1,7 +1,7 @@
 #include "HostPorts.h"
 
 #include "HostKeptPort.h"
-#include "HostKernelDevices.h"
+#include "HostKernelDeviceWatcher.h"
 #include "VexEnginePorts.h"
 
 #include <algorithm>
@@ -68,11 +68,12 @@ Gant::String kernelName( Kynet::IntfId intfId ) {
    return name;
 }
 
-Ports::Ports( Gant::Ptr< const DeviceDir > devices, const Gant::String & address, KernelDevices * kernelDevices ) :
-     devices_( std::move( devices ) ), kernelDevices_( kernelDevices ),
-     engine_( std::make_unique< Vex::EnginePorts >( address ) ), told_( std::make_unique< Told >() ),
-     clock_( Gant::activityManager()->newClock() ), deviceReactor_( std::make_unique< GantDevices >( this ) ),
-     clockReactor_( std::make_unique< GantClock >( this ) ) {
+Ports::Ports( Gant::Ptr< const DeviceDir > devices, const Gant::String & address,
+              KernelDeviceWatcher * kernelWatcher ) :
+     devices_( std::move( devices ) ),
+     kernelWatcher_( kernelWatcher ), engine_( std::make_unique< Vex::EnginePorts >( address ) ),
+     told_( std::make_unique< Told >() ), clock_( Gant::activityManager()->newClock() ),
+     deviceReactor_( std::make_unique< GantDevices >( this ) ), clockReactor_( std::make_unique< GantClock >( this ) ) {
    listing_ = engine_->listPorts( [ this ]( const auto & error, const auto & reply ) {
       for ( const auto & port : reply.ports() ) keep( PortKey::ofName( port.name() ) ).found();
       listed( error.empty() ? reply.error().errmsg() : error );
@@ -82,7 +83,7 @@ Ports::Ports( Gant::Ptr< const DeviceDir > devices, const Gant::String & address
 Ports::~Ports() {
    *alive_ = false;
    gantDoZombieReactors( true );
-   for ( const auto & [ intfId, device ] : told_->devices ) kernelDevices_->kernelDeviceDel( intfId );
+   for ( const auto & [ intfId, device ] : told_->devices ) kernelWatcher_->kernelDeviceDel( intfId );
 }
 
 const KeptPort * Ports::port( const PortKey & key ) const {
@@ -233,7 +234,7 @@ PortWish Ports::kernelWish( Kynet::IntfId intfId, const Device & device ) {
 }
 
 void Ports::tellKernelDevices() {
-   if ( kernelDevices_ == nullptr ) return;
+   if ( kernelWatcher_ == nullptr ) return;
    auto & told = told_->devices;
    for ( const auto & [ key, kernelPort ] : kept_ ) {
       if ( !key.kernel || !kernelPort->ready() || !devices_->deviceHas( key.intfId ) ) continue;
@@ -251,13 +252,13 @@ void Ports::tellKernelDevices() {
                         device.addresses };
       const auto at = told.find( key.intfId );
       if ( at != told.end() && at->second == now ) continue;
-      kernelDevices_->kernelDeviceIs( now );
+      kernelWatcher_->kernelDeviceIs( now );
       told.insert_or_assign( key.intfId, std::move( now ) );
    }
    std::erase_if( told, [ & ]( const auto & entry ) {
       const auto * const kernelPort = port( { entry.first, true, {} } );
       if ( kernelPort != nullptr && kernelPort->ready() ) return false;
-      kernelDevices_->kernelDeviceDel( entry.first );
+      kernelWatcher_->kernelDeviceDel( entry.first );
       return true;
    } );
 }

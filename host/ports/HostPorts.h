@@ -14,7 +14,7 @@ class EnginePorts;
 namespace Host {
 
 class KeptPort;
-class KernelDevices;
+class KernelDeviceWatcher;
 struct PortWish;
 
 // An interface has up to two ports: the one of its own name carries its packets, and "kernel:" and its name is its
@@ -29,7 +29,7 @@ struct PortKey {
 };
 
 //   watches  DeviceDir::device
-//   calls    Vex::EnginePorts, KernelDevices
+//   calls    Vex::EnginePorts, KernelDeviceWatcher
 //
 // What the data plane has at first is from another session, and is destroyed. Of several ports that are wanted a few
 // are made at a time, and none waits for one that cannot be made. A lost session takes this with it, and the next one
@@ -38,9 +38,9 @@ class Ports : public Gant::StateMachine {
  public:
    using Kept = std::map< PortKey, std::unique_ptr< KeptPort > >;
 
-   // `address` as of GrpcChannel. `kernelDevices`, which may be null, is told of devices until this goes, and is not
+   // `address` as of GrpcChannel. `kernelWatcher`, which may be null, is told of devices until this goes, and is not
    // owned. Begins in a later turn.
-   Ports( Gant::Ptr< const DeviceDir > devices, const Gant::String & address, KernelDevices * kernelDevices );
+   Ports( Gant::Ptr< const DeviceDir > devices, const Gant::String & address, KernelDeviceWatcher * kernelWatcher );
    ~Ports() override;
 
    const Kept & kept() const { return kept_; }
@@ -67,12 +67,12 @@ class Ports : public Gant::StateMachine {
    void handleClock();
 
    const Gant::Ptr< const DeviceDir > devices_;
-   KernelDevices * const kernelDevices_;
+   KernelDeviceWatcher * const kernelWatcher_;
    std::unique_ptr< Vex::EnginePorts > engine_;
    Kept kept_;
    std::map< Kynet::IntfId, unsigned > numbers_; // in names of virtual devices
    struct Told;
-   std::unique_ptr< Told > told_; // to kernelDevices_
+   std::unique_ptr< Told > told_; // to kernelWatcher_
    bool listed_ = false;
    bool reviewPosted_ = false;
    U64 generation_ = 0;

@@ -45,10 +45,10 @@ struct Session::GantCounterClock : Gant::Clock::Notifiee {
    Session * owner;
 };
 
-Session::Session( const StateTree & tree, const std::string & address, bool takeOver, KernelDevices * kernelDevices,
-                  Events events ) :
+Session::Session( const StateTree & tree, const std::string & address, bool takeOver,
+                  KernelDeviceWatcher * kernelWatcher, Events events ) :
      tree_( tree ),
-     state_( tree ), kernelDevices_( kernelDevices ), events_( std::move( events ) ),
+     state_( tree ), kernelWatcher_( kernelWatcher ), events_( std::move( events ) ),
      channel_( Gant::make< Vex::GrpcChannel >( address, takeOver ) ),
      global_( Gant::make< Vex::ModuleGlobalCmdConfig >( channel_ ) ), clock_( Gant::activityManager()->newClock() ),
      counterClock_( Gant::activityManager()->newClock() ), begunAt_( clock_->now() ),
@@ -104,7 +104,7 @@ void Session::mapCounters() {
 
 void Session::start() {
    if ( stoodBy_ ) begunAt_ = clock_->now();
-   ports_ = Gant::make< Ports >( tree_.deviceDir, channel_->address(), kernelDevices_ );
+   ports_ = Gant::make< Ports >( tree_.deviceDir, channel_->address(), kernelWatcher_ );
    startRuleTables();
    vexcsd_->routesMostIs( channel_->routesMost() );
    portSm_ = Gant::make< PortSm >( tree_.portDir, vexcsd_, global_->moduleConfigStatusPairIs( "engine" ) );

@@ -39,8 +39,8 @@ class Session : public Gant::StateMachine {
       std::function< void() > fed;
       std::function< void( const std::string & reason ) > lost;
    };
-   // `address` and `takeOver` as GrpcChannel takes them, `kernelDevices` as Ports.
-   Session( const StateTree & tree, const std::string & address, bool takeOver, KernelDevices * kernelDevices,
+   // `address` and `takeOver` as GrpcChannel takes them, `kernelWatcher` as Ports.
+   Session( const StateTree & tree, const std::string & address, bool takeOver, KernelDeviceWatcher * kernelWatcher,
             Events events );
    // The agent goes first, then what it stood on.
    ~Session() override;
@@ -71,7 +71,7 @@ class Session : public Gant::StateMachine {
 
    const StateTree & tree_;
    const SessionState state_;
-   KernelDevices * const kernelDevices_;
+   KernelDeviceWatcher * const kernelWatcher_;
    Events events_;
    Gant::Ptr< Vex::GrpcChannel > channel_;
    Gant::Ptr< Vex::ModuleGlobalCmdConfig > global_;

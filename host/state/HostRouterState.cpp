@@ -143,7 +143,7 @@ size_t RouterState::routes( Teller teller ) const { return routes4().routes( tel
 ChangeResult RouterState::vrfDel( const L3::VrfName & name ) {
    const auto vrfId = vrfs_.id( name );
    if ( !vrfId ) return notFound( textOf( name ) + " does not exist" );
-   if ( *vrfId == 0 ) {
+   if ( *vrfId == 0 && !vrfs_.netns( name ).empty() ) {
       auto result = vrfs_.vrfDel( name );
       intfs_.devicesAre();
       return result;
@@ -154,8 +154,10 @@ ChangeResult RouterState::vrfDel( const L3::VrfName & name ) {
          return refused( textOf( name ) + ": it is the underlay of " + intfId.stringValue() );
    }
    if ( auto text = ipsec_.keeps( name ); !text.empty() ) return refused( textOf( name ) + ": " + text );
-   routes4().vrfDel( *vrfId );
-   routes6().vrfDel( *vrfId );
+   if ( *vrfId != 0 ) {
+      routes4().vrfDel( *vrfId );
+      routes6().vrfDel( *vrfId );
+   }
    return vrfs_.vrfDel( name );
 }
 

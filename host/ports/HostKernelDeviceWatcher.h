@@ -21,9 +21,9 @@ struct KernelDevice {
 };
 
 // Called on the loop.
-class KernelDevices {
+class KernelDeviceWatcher {
  public:
-   virtual ~KernelDevices() = default;
+   virtual ~KernelDeviceWatcher() = default;
    // It is there, or something about it is different from what was told before. Another name or namespace comes after
    // the end of the one before.
    virtual void kernelDeviceIs( const KernelDevice & device ) = 0;
