@@ -67,13 +67,15 @@ bool KeptPort::leftOut() const {
 bool KeptPort::due( double time ) const { return loopTime() + early >= time; }
 
 void KeptPort::wishIs( std::optional< PortWish > wish ) {
-   const auto created = [ & ]( const auto & w ) { return w ? w->create.SerializeAsString() : Gant::String(); };
-   if ( created( wish ) != created( wish_ ) ) {
+   wish_ = std::move( wish );
+   auto create = wish_ ? wish_->create.SerializeAsString() : Gant::String();
+   if ( create != wishedCreate_ ) {
       retryAt_ = backOff_ = 0;
       reason_.clear();
       code_ = 0;
    }
-   wish_ = std::move( wish );
+   wishedCreate_ = std::move( create );
+   wishedConf_ = wish_ ? wish_->conf.SerializeAsString() : Gant::String();
    review();
 }
 
@@ -82,7 +84,7 @@ void KeptPort::found() {
    review();
 }
 
-bool KeptPort::made() const { return there_ && wish_ && made_ == wish_->create.SerializeAsString(); }
+bool KeptPort::made() const { return there_ && wish_ && made_ == wishedCreate_; }
 
 void KeptPort::review() {
    if ( call_ ) return; // its answer comes back here
@@ -94,7 +96,7 @@ void KeptPort::review() {
       failed( 0, wish_->impossible );
    } else if ( !there_ ) {
       if ( due( retryAt_ ) && events_.mayChange() ) create();
-   } else if ( conf_ != wish_->conf.SerializeAsString() && due( retryAt_ ) ) {
+   } else if ( conf_ != wishedConf_ && due( retryAt_ ) ) {
       if ( events_.mayChange() ) configure();
    } else if ( due( pollAt_ ) ) {
       pollLink();
@@ -103,7 +105,7 @@ void KeptPort::review() {
 
 void KeptPort::create() {
    changing_ = true;
-   made_ = wish_->create.SerializeAsString();
+   made_ = wishedCreate_;
    hostIndex_ = if_nametoindex( wish_->hostDevice.c_str() );
    call_ = engine_.createPort( wish_->create,
                                [ this ]( const auto & error, const auto & reply ) { created( error, reply ); } );
@@ -122,7 +124,10 @@ void KeptPort::created( const Gant::String & error, const bess::pb::CreatePortRe
    countedAt_ = 0;
    linkUp_ = false;
    pollAt_ = 0;
-   if ( !error.empty() || code != 0 ) failed( code, error.empty() ? reply.error().errmsg() : error );
+   if ( !error.empty() || code != 0 )
+      failed( code, error.empty() ? reply.error().errmsg() : error );
+   else
+      events_.done();
    settled();
 }
 
@@ -137,10 +142,12 @@ void KeptPort::destroy() {
 void KeptPort::destroyed( const Gant::String & error, const bess::pb::Error & refusal ) {
    there_ = !error.empty() || ( refusal.code() != 0 && refusal.code() != ENOENT );
    linkUp_ = linkUp_ && there_;
-   if ( there_ )
+   if ( there_ ) {
       failed( refusal.code(), error.empty() ? refusal.errmsg() : error );
-   else
+   } else {
       broken_ = false;
+      events_.done();
+   }
    settled();
 }
 
@@ -149,17 +156,21 @@ void KeptPort::configure() {
    bess::pb::SetPortConfRequest request;
    request.set_name( name_ );
    *request.mutable_conf() = wish_->conf;
-   call_ = engine_.setPortConf(
-        request, [ this, told = wish_->conf.SerializeAsString() ]( const auto & error, const auto & reply ) {
-           if ( error.empty() && ( reply.error().code() == 0 || unsupported( reply.error().code() ) ) ) conf_ = told;
-           configured( error, reply.error() );
-        } );
+   call_ = engine_.setPortConf( request, [ this, told = wish_->conf ]( const auto & error, const auto & reply ) {
+      configured( told, error, reply.error() );
+   } );
 }
 
-void KeptPort::configured( const Gant::String & error, const bess::pb::Error & refusal ) {
+void KeptPort::configured( const bess::pb::PortConf & told, const Gant::String & error,
+                           const bess::pb::Error & refusal ) {
+   const bool taken = error.empty() && refusal.code() == 0;
    set_ = true;
-   if ( !error.empty() || ( refusal.code() != 0 && !unsupported( refusal.code() ) ) )
+   if ( taken || unsupported( refusal.code() ) )
+      conf_ = told.SerializeAsString();
+   else
       failed( refusal.code(), error.empty() ? refusal.errmsg() : error );
+   if ( taken ) events_.done();
+   if ( taken && !told.mac_addr().empty() ) mac_ = told.mac_addr();
    settled();
 }
 
@@ -191,7 +202,7 @@ void KeptPort::linkIs( const bess::pb::GetLinkStatusResponse & reply ) {
    const bool was = std::exchange( linkUp_, refusal.code() != 0 || reply.link_up() || ( wish_ && wish_->kernel ) );
    speed_ = reply.speed();
    if ( !wish_ ) return review();
-   if ( conf_ == wish_->conf.SerializeAsString() ) {
+   if ( conf_ == wishedConf_ ) {
       if ( linkUp_ || !wish_->conf.admin_up() )
          worked();
       else

@@ -46,7 +46,8 @@ class KeptPort {
    enum class State { making, up, down, failed, leaving };
    struct Events {
       std::function< bool() > mayChange; // whether the data plane may be given another change to make now
-      std::function< void() > changed;   // it was made, destroyed, set or refused, or its link is another one
+      std::function< void() > done;      // the data plane has changed something of it
+      std::function< void() > changed;   // it may be told differently: made, destroyed, set, refused, its link
    };
 
    KeptPort( const Gant::String & name, Vex::EnginePorts & engine, Events events );
@@ -87,12 +88,13 @@ class KeptPort {
    void destroy();
    void destroyed( const Gant::String & error, const bess::pb::Error & refusal );
    void configure();
-   void configured( const Gant::String & error, const bess::pb::Error & refusal );
+   void configured( const bess::pb::PortConf & told, const Gant::String & error, const bess::pb::Error & refusal );
    void pollLink();
    void linkIs( const bess::pb::GetLinkStatusResponse & reply );
    void pollStats();
    void statsAre( const bess::pb::GetPortStatsResponse & reply );
    bool deviceReplaced() const;
+   // It is of no use any more.
    void broken( const Gant::String & reason );
    void failed( int code, const Gant::String & reason );
    void worked();
@@ -108,10 +110,11 @@ class KeptPort {
    std::unique_ptr< Vex::EngineCall > call_; // under way
    bool changing_ = false;
    bool there_ = false;
-   bool broken_ = false;    // it is there, and of no use
-   bool set_ = false;       // conf_ was told, whether taken or not
-   Gant::String made_;      // the request that made it, serialized; empty: not known
-   Gant::String conf_;      // the settings that it took, serialized
+   bool broken_ = false;                    // it is there, and of no use
+   bool set_ = false;                       // conf_ was told, whether taken or not
+   Gant::String wishedCreate_, wishedConf_; // of wish_, serialized
+   Gant::String made_;                      // the request that made it, serialized; empty: not known
+   Gant::String conf_;                      // the settings that it took, serialized
    unsigned hostIndex_ = 0; // of the device below it, when the port was made; 0: none that is seen from here
    double retryAt_ = 0;
    double backOff_ = 0;

@@ -21,9 +21,9 @@ Gant::String vdevOf( const Device & device, unsigned number ) {
    const auto & port = device.port;
    if ( port.kind == PortKind::vdev_ ) return port.device;
    if ( port.kind == PortKind::afXdp_ ) return Gant::format( "net_af_xdp_%u,iface=%s", number, port.device.c_str() );
-   // A frame with its ring's header in front has to fit.
+   // A frame with its ring's header in front has to fit; the driver's own size does for plain ones.
    return Gant::format( "net_af_packet_%u,iface=%s%s", number, port.device.c_str(),
-                        device.mtu > plainMtu ? ",framesz=16384,blocksz=16384" : ",framesz=2048,blocksz=4096" );
+                        device.mtu > plainMtu ? ",framesz=16384,blocksz=16384" : "" );
 }
 
 } // namespace
@@ -31,7 +31,10 @@ Gant::String vdevOf( const Device & device, unsigned number ) {
 struct Ports::GantDevices : DeviceDir::Notifiee {
    explicit GantDevices( Ports * owner ) : Notifiee( owner, owner->devices_ ), owner( owner ) {}
    // An interface may be taken down and brought up again in one turn.
-   void onDevice( const Kynet::IntfId & ) override { owner->postReview(); }
+   void onDevice( const Kynet::IntfId & ) override {
+      owner->wishesChanged_ = true;
+      owner->postReview();
+   }
    Ports * owner;
 };
 
@@ -101,8 +104,8 @@ bool Ports::mayChange() const {
 }
 
 void Ports::listed( const Gant::String & error ) {
-   // Without ports there is nothing to tell: a data plane need not have any.
-   if ( !error.empty() ) spdlog::info( "the data plane does not list its ports: {}", error );
+   // A data plane need not know ports where nobody wants any.
+   if ( !error.empty() && !wishes().empty() ) spdlog::warn( "the data plane does not list its ports: {}", error );
    listed_ = true;
    review();
 }
@@ -110,12 +113,10 @@ void Ports::listed( const Gant::String & error ) {
 KeptPort & Ports::keep( const PortKey & key ) {
    auto & kept = kept_[ key ];
    if ( !kept )
-      kept = std::make_unique< KeptPort >( key.name(), *engine_,
-                                           KeptPort::Events{ [ this ] { return mayChange(); },
-                                                             [ this ] {
-                                                                ++generation_;
-                                                                postReview();
-                                                             } } );
+      kept =
+           std::make_unique< KeptPort >( key.name(), *engine_,
+                                         KeptPort::Events{ [ this ] { return mayChange(); },
+                                                           [ this ] { ++generation_; }, [ this ] { postReview(); } } );
    return *kept;
 }
 
@@ -130,15 +131,22 @@ void Ports::postReview() {
 
 void Ports::review() {
    if ( !listed_ ) return;
+   if ( std::exchange( wishesChanged_, false ) )
+      tellWishes();
+   else
+      for ( const auto & [ key, port ] : kept_ ) port->review();
+   std::erase_if( kept_, []( const auto & entry ) { return entry.second->gone(); } );
+   tellKernelDevices();
+   if ( !kept_.empty() && clock_->timeMin() == Gant::Clock::never ) clock_->timeMinIs( clock_->now() + tickEvery );
+}
+
+void Ports::tellWishes() {
    auto wishes = this->wishes();
    for ( const auto & [ key, wish ] : wishes ) keep( key );
    for ( const auto & [ key, port ] : kept_ ) {
       const auto wish = wishes.find( key );
       port->wishIs( wish == wishes.end() ? std::nullopt : std::optional( std::move( wish->second ) ) );
    }
-   std::erase_if( kept_, []( const auto & entry ) { return entry.second->gone(); } );
-   tellKernelDevices();
-   if ( !kept_.empty() && clock_->timeMin() == Gant::Clock::never ) clock_->timeMinIs( clock_->now() + tickEvery );
 }
 
 void Ports::handleClock() {

@@ -56,6 +56,7 @@ class Ports : public Gant::StateMachine {
    struct GantClock;
    void postReview();
    void review();
+   void tellWishes();
    void listed( const Gant::String & error );
    KeptPort & keep( const PortKey & key );
    bool mayChange() const;
@@ -74,6 +75,7 @@ class Ports : public Gant::StateMachine {
    struct Told;
    std::unique_ptr< Told > told_; // to kernelWatcher_
    bool listed_ = false;
+   bool wishesChanged_ = true;
    bool reviewPosted_ = false;
    U64 generation_ = 0;
    Gant::Ptr< Gant::Clock > clock_;

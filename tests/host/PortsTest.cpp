@@ -136,7 +136,7 @@ tunnels: [{name: Tunnel1, source: 10.0.1.1, destination: 10.9.9.9}]
    EXPECT_EQ( seen( "kernel:Ethernet3" ), "failed VRF red has no netns for the device Ethernet3" );
    const auto pmd = [ & ]( const std::string & rest ) { return " PMDPort 1 { vdev: \"" + rest + "\" }"; };
    EXPECT_EQ( engine.take(), ( Lines{
-                                  "create Ethernet1" + pmd( "net_af_packet_1,iface=veth1,framesz=2048,blocksz=4096" ),
+                                  "create Ethernet1" + pmd( "net_af_packet_1,iface=veth1" ),
                                   "create Ethernet2/1" + pmd( "net_af_xdp_2,iface=veth2" ),
                                   "create Ethernet3 UnixSocketPort 2 { path: \"/s\" }",
                                   "create Ethernet4" + pmd( "net_af_packet_3,iface=veth4,framesz=16384,blocksz=16384" ),
