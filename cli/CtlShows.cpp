@@ -48,6 +48,12 @@ Column count( std::string title, std::string name ) {
    return shown( std::move( title ), std::move( name ), groupedNumber, Column::Align::right );
 }
 
+std::string perSecond( const Json & value ) { return fmt::format( "{:.1f}", value.get< double >() ); }
+
+Column rate( std::string title, std::string name ) {
+   return shown( std::move( title ), std::move( name ), perSecond, Column::Align::right );
+}
+
 // A fact out of an object in the record.
 Column inner( std::string title, std::string outer, std::vector< std::string > names ) {
    return { std::move( title ), [ outer = std::move( outer ), names = std::move( names ) ]( const Json & row ) {
@@ -124,8 +130,25 @@ std::vector< Show > interfaceShows() {
                        text( "Addresses", "addresses" ), number( "MTU", "mtu" ),
                        shown( "MSS in", "mssIngress", mssInWords, Column::Align::right ),
                        shown( "MSS out", "mssEgress", mssInWords, Column::Align::right ), text( "MAC", "mac" ),
-                       text( "Kind", "kind" ), text( "In data plane", "routed" ), number( "FIB gate", "fibGate" ) },
+                       text( "Kind", "kind" ), text( "Device", "device" ), text( "Port", "port" ),
+                       text( "Why not", "portReason" ), text( "Kernel device", "kernelDevice" ),
+                       text( "", "kernelState" ), text( "", "kernelReason" ), text( "In data plane", "routed" ),
+                       number( "FIB gate", "fibGate" ) },
           .footer = counted( "interface", "interfaces" ) },
+        { .command = "show ports",
+          .help = "ports of the data plane, with their links, packets and rates",
+          .columns = { text( "Port", "port" ), text( "Driver", "driver" ), text( "Device", "device" ),
+                       text( "Namespace", "netns" ), text( "MAC", "mac" ), text( "State", "state" ),
+                       count( "Packets in", "packetsIn" ), rate( "Per second", "packetsPerSecondIn" ),
+                       count( "Bytes in", "bytesIn" ), count( "Drops in", "dropsIn" ),
+                       count( "Packets out", "packetsOut" ), rate( "Per second", "packetsPerSecondOut" ),
+                       count( "Bytes out", "bytesOut" ), count( "Drops out", "dropsOut" ), text( "Reason", "reason" ) },
+          .footer = counted( "port", "ports" ) },
+        { .command = "show workers",
+          .help = "threads of the data plane that move packets",
+          .columns = { number( "Worker", "worker" ), number( "Core", "core" ), text( "Running", "running" ),
+                       number( "Traffic classes", "trafficClasses" ), count( "Silent drops", "silentDrops" ) },
+          .footer = counted( "worker", "workers" ) },
         { .command = "show tunnels",
           .help = "tunnels, with their ends",
           .columns = { text( "Tunnel", "tunnel" ), text( "Mode", "mode" ), text( "Source", "source" ),
@@ -177,16 +200,13 @@ std::vector< Show > ipsecShows() {
    };
 }
 
-std::string perSecond( const Json & value ) { return fmt::format( "{:.1f}", value.get< double >() ); }
-
 std::vector< Show > aclShows() {
    return {
         { .command = "show access-lists",
           .help = "access lists, with the packets that each rule has matched",
           .words = { { "", "list", "NAME" } },
           .columns = { text( "List", "list" ), number( "Sequence", "sequence" ), text( "Rule", "rule" ),
-                       count( "Packets", "packets" ),
-                       shown( "Per second", "packetsPerSecond", perSecond, Column::Align::right ),
+                       count( "Packets", "packets" ), rate( "Per second", "packetsPerSecond" ),
                        text( "State", "state" ), list( "Applied", "applied", inWords ), text( "Note", "note" ) },
           .footer = counted( "rule", "access lists" ) },
         { .command = "show policy-map",

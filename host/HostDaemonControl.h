@@ -16,6 +16,7 @@ class AgentSm;
 
 namespace Host {
 
+class Ports;
 class RouterState;
 
 enum class ChangeOp { add, replace, del };
@@ -58,6 +59,8 @@ class DaemonControl {
    virtual Gant::Ptr< VexL3Unicast::AgentSm > agent() const = 0;
    virtual Gant::Ptr< Vex::VexCommonSmData > vexcsd() const = 0;
    virtual Gant::Ptr< Vex::GrpcChannel > channel() const = 0;
+   // The same; a daemon that makes no ports has none.
+   virtual const Ports * ports() const { return nullptr; }
    virtual DaemonStatus status() const = 0;
 
    // One change. `kind` is a section of the description in the singular ("route", "neighbor", "interface", "vrf",

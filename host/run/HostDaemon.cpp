@@ -140,6 +140,11 @@ Gant::Ptr< Vex::GrpcChannel > Daemon::channel() const {
    return session == nullptr ? nullptr : session->channel();
 }
 
+const Ports * Daemon::ports() const {
+   const auto * const session = supervisor_.session();
+   return session == nullptr ? nullptr : session->ports();
+}
+
 DaemonStatus Daemon::status() const {
    DaemonStatus status;
    status.phase = supervisor_.phase();

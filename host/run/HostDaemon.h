@@ -26,6 +26,7 @@ class Daemon : public DaemonControl {
    Gant::Ptr< VexL3Unicast::AgentSm > agent() const override;
    Gant::Ptr< Vex::VexCommonSmData > vexcsd() const override;
    Gant::Ptr< Vex::GrpcChannel > channel() const override;
+   const Ports * ports() const override;
    DaemonStatus status() const override;
    ChangeResult change( ChangeOp op, const std::string & kind, const std::string & entry ) override;
    ChangeResult reload() override;

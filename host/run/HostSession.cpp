@@ -45,8 +45,10 @@ struct Session::GantCounterClock : Gant::Clock::Notifiee {
    Session * owner;
 };
 
-Session::Session( const StateTree & tree, const std::string & address, bool takeOver, Events events ) :
-     tree_( tree ), state_( tree ), events_( std::move( events ) ),
+Session::Session( const StateTree & tree, const std::string & address, bool takeOver,
+                  KernelDeviceWatcher * kernelWatcher, Events events ) :
+     tree_( tree ),
+     state_( tree ), kernelWatcher_( kernelWatcher ), events_( std::move( events ) ),
      channel_( Gant::make< Vex::GrpcChannel >( address, takeOver ) ),
      global_( Gant::make< Vex::ModuleGlobalCmdConfig >( channel_ ) ), clock_( Gant::activityManager()->newClock() ),
      counterClock_( Gant::activityManager()->newClock() ), begunAt_( clock_->now() ),
@@ -62,6 +64,7 @@ Session::Session( const StateTree & tree, const std::string & address, bool take
 Session::~Session() {
    *alive_ = false;
    gantDoZombieReactors( true );
+   ports_ = nullptr;
    const TraceSilence silence;
    agent_ = nullptr;
    cpuPolicy_ = nullptr;
@@ -101,6 +104,7 @@ void Session::mapCounters() {
 
 void Session::start() {
    if ( stoodBy_ ) begunAt_ = clock_->now();
+   ports_ = Gant::make< Ports >( tree_.deviceDir, channel_->address(), kernelWatcher_ );
    startRuleTables();
    vexcsd_->routesMostIs( channel_->routesMost() );
    portSm_ = Gant::make< PortSm >( tree_.portDir, vexcsd_, global_->moduleConfigStatusPairIs( "engine" ) );

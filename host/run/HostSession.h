@@ -1,6 +1,7 @@
 // One session with a data plane: the engine around the agent, and the agent.
 #pragma once
 
+#include "HostPorts.h"
 #include "HostPortSm.h"
 #include "HostSessionState.h"
 
@@ -38,8 +39,9 @@ class Session : public Gant::StateMachine {
       std::function< void() > fed;
       std::function< void( const std::string & reason ) > lost;
    };
-   // `address` and `takeOver` as GrpcChannel takes them.
-   Session( const StateTree & tree, const std::string & address, bool takeOver, Events events );
+   // `address` and `takeOver` as GrpcChannel takes them, `kernelWatcher` as Ports.
+   Session( const StateTree & tree, const std::string & address, bool takeOver, KernelDeviceWatcher * kernelWatcher,
+            Events events );
    // The agent goes first, then what it stood on.
    ~Session() override;
 
@@ -47,6 +49,8 @@ class Session : public Gant::StateMachine {
    const Gant::Ptr< VexL3Unicast::AgentSm > & agent() const { return agent_; }
    const Gant::Ptr< Vex::VexCommonSmData > & vexcsd() const { return vexcsd_; }
    const Gant::Ptr< Vex::GrpcChannel > & channel() const { return channel_; }
+   // Null while connecting.
+   const Ports * ports() const { return ports_.get(); }
    // Seconds from the session's begin, or from the end of its standing by, until it was fed; 0 before.
    double fedSeconds() const { return fedSeconds_; }
 
@@ -67,6 +71,7 @@ class Session : public Gant::StateMachine {
 
    const StateTree & tree_;
    const SessionState state_;
+   KernelDeviceWatcher * const kernelWatcher_;
    Events events_;
    Gant::Ptr< Vex::GrpcChannel > channel_;
    Gant::Ptr< Vex::ModuleGlobalCmdConfig > global_;
@@ -74,6 +79,7 @@ class Session : public Gant::StateMachine {
    Gant::Ptr< PortSm > portSm_;
    Gant::Ptr< Vex::QosCpuPolicy > cpuPolicy_;
    Gant::Ptr< VexL3Unicast::AgentSm > agent_;
+   Gant::Ptr< Ports > ports_;
    Gant::Ptr< Gant::Clock > clock_;
    Gant::Ptr< Gant::Clock > counterClock_; // set while the counters are not to be had
    double begunAt_ = 0;

@@ -87,7 +87,7 @@ void Supervisor::connect() {
    };
    events.lost = [ this ]( const std::string & reason ) { lost( reason ); };
    session_ = Gant::make< Session >( tree_, dataPlane_ ? dataPlane_->address() : config_.dataPlane, takeOver_,
-                                     std::move( events ) );
+                                     config_.kernelWatcher, std::move( events ) );
 }
 
 std::string Supervisor::owner() const { return phase_ == Phase::standby ? session_->channel()->owner() : ""; }

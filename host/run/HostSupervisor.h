@@ -31,8 +31,9 @@ class Supervisor : public Gant::StateMachine {
       std::string dataPlane = "embedded"; // or an address as GrpcChannel takes it
       std::string program;                // of an embedded one; empty: the one that belongs to this executable
       std::string dataPlaneLog = "warning";
-      bool takeOver = false;         // also from another agent that has it
-      unsigned maxRoutes = 1u << 22; // that an embedded one holds
+      bool takeOver = false;                         // also from another agent that has it
+      unsigned maxRoutes = 1u << 22;                 // that an embedded one holds
+      KernelDeviceWatcher * kernelWatcher = nullptr; // told of the router's devices in the kernel; not owned
    };
    struct Events {
       std::function< bool() > sourcesRead;

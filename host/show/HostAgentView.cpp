@@ -34,6 +34,11 @@ Gant::Ptr< Vex::GrpcChannel > AgentView::channel() const {
    return daemon_.channel();
 }
 
+const Ports * AgentView::ports() const {
+   check();
+   return daemon_.ports();
+}
+
 std::map< std::string, Vex::Module * > AgentView::modules() const {
    std::map< std::string, Vex::Module * > modules;
    for ( const auto & [ name, pair ] : vexcsd()->moduleGlobalCmdConfig()->moduleConfigStatusPairIterator() )

@@ -29,6 +29,9 @@ class AgentView {
    Gant::Ptr< VexL3Unicast::L3Modules > l3Modules() const { return agent()->l3Modules(); }
    const VexL3Unicast::RoutingMounts & routing() const { return *agent()->routingMounts(); }
 
+   // Null: the daemon makes none.
+   const Ports * ports() const;
+
    // Sessions are counted from the daemon's start.
    unsigned number() const { return number_; }
 

@@ -1,6 +1,6 @@
 // show interfaces, tunnels, vrfs.
 
-#include "HostAgentView.h"
+#include "HostShowPorts.h"
 #include "HostShows.h"
 #include "HulL3Status.h"
 #include "HulSeqStatus.h"
@@ -57,6 +57,7 @@ void intfRow( const AgentView & session, Kynet::IntfId intfId, Output & out ) {
    }
    const auto gate = session.l3Modules()->fibIpv4()->intfIdToOutGate( intfId );
    if ( !!gate ) row[ "fibGate" ] = gate.value();
+   portFacts( session, intfId, row );
    out.row( row );
 }
 

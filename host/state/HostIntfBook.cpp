@@ -13,6 +13,7 @@ namespace {
 using Mirel::RouteType;
 
 constexpr U32 mtuMin = 68, mtuMax = 65535;
+constexpr U32 portMtuMax = 9216;
 
 std::set< Kynet::Prefix > subnetsOf( const IntfFact & fact ) {
    std::set< Kynet::Prefix > subnets;
@@ -71,7 +72,18 @@ Gant::String IntfBook::wrong( const IntfFact & fact ) const {
    if ( fact.mac.multicast() ) return "MAC " + fact.mac.stringValue() + " is a multicast address";
    for ( const auto & address : fact.addresses )
       if ( auto text = wrongAddress( fact, address ); !text.empty() ) return text;
-   return fact.tunnel ? wrongTunnel( fact ) : "";
+   return fact.tunnel ? wrongTunnel( fact ) : wrongPort( fact );
+}
+
+Gant::String IntfBook::wrongPort( const IntfFact & fact ) const {
+   const auto & port = fact.port;
+   if ( port.kind == PortKind::none_ ) return {};
+   if ( fact.intfId.type() == Kynet::IntfType::loopback_ ) return "a loopback interface has no device";
+   if ( fact.mtu > portMtuMax ) return Gant::format( "MTU %u is over %u, the most of a device", fact.mtu, portMtuMax );
+   for ( const auto & [ intfId, told ] : intfs_ )
+      if ( intfId != fact.intfId && told.fact.port.kind != PortKind::none_ && told.fact.port.device == port.device )
+         return "device " + port.device + " belongs to " + intfId.stringValue();
+   return {};
 }
 
 Gant::String IntfBook::wrongAddress( const IntfFact & fact, Kynet::Prefix address ) const {
@@ -157,12 +169,14 @@ void IntfBook::takeDown( const IntfFact & given ) {
    tree_.ethIntfStatusDir->intfStatusDel( intfId );
    tree_.vlanIntfStatusDir->intfStatusDel( intfId );
    tree_.tunnelIntfStatusDir->intfStatusDel( intfId );
+   tree_.deviceDir->deviceDel( intfId );
    tree_.portDir->portDel( intfId );
 }
 
 void IntfBook::writeEntities( const IntfFact & fact ) {
    const auto intfId = fact.intfId;
    tree_.portDir->portIs( intfId, port( fact ) );
+   tree_.deviceDir->deviceIs( intfId, device( fact ) );
    if ( fact.tunnel )
       tree_.tunnelIntfStatusDir->intfStatusIs( intfId, *fact.tunnel );
    else
@@ -214,6 +228,35 @@ Port IntfBook::port( const IntfFact & fact ) const {
                    Gant::valueOf( ipsecEncapIds_, fact.intfId ), fact.enabled );
    const auto mac = !!fact.mac ? fact.mac : !!routerMac_ ? routerMac_ : macOf( fact.intfId );
    return Port( Vex::EncapType::ethernet(), mac, {}, {}, {}, 0, fact.enabled );
+}
+
+Device IntfBook::device( const IntfFact & fact ) const {
+   using Kernel = Device::Kernel;
+   const bool portless = fact.tunnel || fact.intfId.type() == Kynet::IntfType::loopback_;
+   const bool byDefault = portless || fact.port.kind != PortKind::none_;
+   Device device;
+   device.port = fact.port;
+   device.kernel = fact.kernel.value_or( false )           ? Kernel::asked
+                   : fact.kernel || !kernel_ || !byDefault ? Kernel::none
+                                                           : Kernel::byDefault;
+   device.vrf = fact.vrf;
+   device.netns = vrfs_.netns( fact.vrf );
+   device.tunnel = fact.tunnel.has_value();
+   device.enabled = fact.enabled;
+   device.mac = port( fact ).macAddr();
+   device.mtu = fact.mtu;
+   device.addresses = fact.addresses;
+   return device;
+}
+
+void IntfBook::devicesAre() {
+   for ( const auto & [ intfId, told ] : intfs_ ) tree_.deviceDir->deviceIs( intfId, device( told.fact ) );
+}
+
+void IntfBook::kernelIs( bool wanted, Teller teller ) {
+   kernel_ = wanted;
+   kernelTeller_ = wanted ? Teller() : teller;
+   devicesAre();
 }
 
 void IntfBook::subnetsAre( const IntfFact & fact, bool present ) {
@@ -319,6 +362,7 @@ ChangeResult IntfBook::routerMacIs( const Kynet::EthAddr & mac, Teller teller ) 
       port.macAddrIs( own );
       tree_.portDir->portIs( intfId, port );
    }
+   devicesAre();
    return done();
 }
 

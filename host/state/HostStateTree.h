@@ -5,6 +5,7 @@
 #include "GantAttr.h"
 #include "GantEntity.h"
 #include "GantValue.h"
+#include "HostDevice.h"
 #include "HulTypes.h"
 #include "KynetIntfId.h"
 #include "MirelFib.h"
@@ -94,8 +95,9 @@ class StateTree {
 
    const Gant::Ptr< Quorl::EntityManager > em;
    const Gant::Ptr< PortDir > portDir;
+   const Gant::Ptr< DeviceDir > deviceDir;
 
-   // Interfaces and VRFs. Written by IntfBook, VlanBook and VrfBook; portDir, too, by IntfBook.
+   // Interfaces and VRFs. Written by IntfBook, VlanBook and VrfBook; portDir and deviceDir, too, by IntfBook.
    const Gant::Ptr< Bridging::Config > bridgingConfig;
    const Gant::Ptr< Bridging::Status > bridgingStatus;
    const Gant::Ptr< Bridging::VlanStatusDir > vlanStatusDir;

@@ -85,10 +85,10 @@ TEST_F( Vexctl, printsATableForPeople ) {
 
 TEST_F( Vexctl, everyShowGivesOneJsonDocumentAndATable ) {
    for ( const char * show :
-         { "fib",   "routes",  "nexthops",    "adjacencies",  "pending",      "interfaces",   "tunnels",
-           "vrfs",  "modules", "graph",       "counters",     "capabilities", "capacity",     "walks",
-           "vlans", "nat",     "vrrp",        "summary",      "status",       "version",      "errors",
-           "queue", "trace",   "trace-units", "access-lists", "policy-map",   "control-plane" } ) {
+         { "fib",   "routes",  "nexthops",    "adjacencies",  "pending",      "interfaces",    "tunnels",
+           "vrfs",  "modules", "graph",       "counters",     "capabilities", "capacity",      "walks",
+           "vlans", "nat",     "vrrp",        "summary",      "status",       "version",       "errors",
+           "queue", "trace",   "trace-units", "access-lists", "policy-map",   "control-plane", "ports" } ) {
       const auto json = run( { "show", show, "--json" } );
       EXPECT_EQ( json.exitCode, 0 ) << show << json.error;
       const auto document = Json::parse( json.out, nullptr, false );
@@ -162,7 +162,9 @@ TEST_F( Vexctl, changesGoToTheRouterInTheDescriptionsWords ) {
             "class-default" },
           R"(0 policy-map {"name":"edge","classes":[{"class":"voice","set":{"dscp":"ef","traffic-class":"5"}},{"class":"class-default"}]})" },
         { { "access-list", "del", "web" }, R"(2 access-list {"name":"web"})" },
-        { { "vrf", "add", "blue" }, R"(0 vrf {"name":"blue"})" },
+        { { "vrf", "add", "blue", "netns", "b1" }, R"(0 vrf {"name":"blue","netns":"b1"})" },
+        { { "interface", "add", "Ethernet3", "device", "veth3", "driver", "af_xdp", "no-kernel" },
+          R"(0 interface {"name":"Ethernet3","device":"veth3","driver":"af_xdp","kernel":false})" },
         { { "vlan", "add", "10", "member", "Ethernet1", "member", "Cpu" },
           R"(0 vlan {"id":10,"members":["Ethernet1","Cpu"]})" },
         { { "virtual-mac", "del", "Ethernet1", "00:00:5e:00:01:07" },
