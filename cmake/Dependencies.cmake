@@ -10,6 +10,7 @@ find_package(CLI11 REQUIRED)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 pkg_check_modules(GRPC REQUIRED IMPORTED_TARGET grpc++)
 pkg_check_modules(DPDK REQUIRED IMPORTED_TARGET libdpdk)
+pkg_check_modules(MNL REQUIRED IMPORTED_TARGET libmnl)
 pkg_check_modules(SYSTEMD IMPORTED_TARGET libsystemd)
 
 add_library(vexl3_asio INTERFACE)

@@ -24,7 +24,8 @@ GANT_ENUM( Teller, U8, ( none, 0 ), // nobody: there is none
            ( command, 2 ),          // told through the command socket
            ( description, 3 ),      // the router description
            ( routeFile, 4 ),        // the plain route file
-           ( neighbor, 5 ) )        // the host route of a resolved neighbour
+           ( neighbor, 5 ),         // the host route of a resolved neighbour
+           ( kernel, 6 ) )          // the kernel beside the router, of neighbours
 
 // In words: "the description".
 const char * textOfTeller( Teller teller );
