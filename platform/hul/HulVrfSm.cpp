@@ -13,8 +13,6 @@ namespace Hul {
 
 static Gant::TraceHandle traceHandle( "HulVrfSm" );
 
-namespace {
-
 // A sequence number on its way to where the host reads it.
 class SeqInFlight {
  public:
@@ -44,8 +42,6 @@ class SeqInFlight {
    U64 told_ = 0;
    std::deque< Waiting > waiting_;
 };
-
-} // namespace
 
 // Copies a VRF's progress to where the host reads it.
 struct VrfSm::GantVrfL3Status : VrfL3Status::Notifiee {

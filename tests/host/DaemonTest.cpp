@@ -113,17 +113,6 @@ TEST_F( Vexl3d, oneDaemonOwnsADataPlaneAndTheOthersStandBy ) {
    ASSERT_TRUE( first->says( belongsTo( *second ) ) );
 }
 
-TEST_F( Vexl3d, leavesTheSocketToTheDaemonThatHasIt ) {
-   Process daemon( VEXL3D_PROGRAM, arguments( {} ), runtime() );
-   ASSERT_TRUE( daemon.says( fed ) );
-   EXPECT_EQ( std::filesystem::status( path( "vexl3d.sock" ) ).permissions(), std::filesystem::perms( 0660 ) );
-   Process second( VEXL3D_PROGRAM, arguments( {} ), runtime() );
-   EXPECT_TRUE( second.says( "another daemon has this socket" ) );
-   EXPECT_EQ( second.wait(), 1 );
-   daemon.signal( SIGTERM );
-   EXPECT_EQ( daemon.wait(), 0 );
-}
-
 TEST_F( Vexl3d, triesAgainWhenItsDataPlaneDoesNotStart ) {
    Process daemon( VEXL3D_PROGRAM, arguments( { "--dataplane-program", path( "none" ) } ), runtime() );
    EXPECT_TRUE( daemon.says( "no data plane: " + path( "none" ) + ": No such file or directory" ) );

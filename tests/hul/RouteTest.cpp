@@ -246,30 +246,5 @@ TEST_F( SlowDataPlane, whatHadNoRoomIsToldAgainInOrderOnceForEachRouteThatWent )
    EXPECT_THAT( of( { "12.0.0.0/8", "13.0.0.0/8" } ), ElementsAre( done, full ) );
 }
 
-TEST_F( Router, aStandByFollowsNothing ) {
-   Hul::VrfRootSm::Args args;
-   args.programmingEnabled = false;
-   args.vrfHelper = rec.vrfHelper;
-   args.routingStatusHelper = rec.routingStatusHelper;
-   args.route4Helper = rec.route4Helper;
-   args.route6Helper = rec.route6Helper;
-   args.hulL3Status = layer.l3Status;
-   args.hulL3IntfTable = layer.table;
-   args.hulL2AdjHelper = Gant::make< Hul::L2AdjHelper >( Hul::L2AdjHelper::Args{} );
-   args.allVrfStatusLocal = state.vrfs;
-   const auto root = Gant::make< Hul::VrfRootSm >( args );
-   state.vrf( "default", 0 );
-   root->hasNotificationActiveIs( false );
-   root->hasNotificationActiveIs( true );
-   root->verify();
-   EXPECT_THAT( take(), IsEmpty() );
-   EXPECT_FALSE( root->hulAdjSm() );
-   EXPECT_TRUE( root->pending().empty() );
-   // The rest of the entities may be missing too.
-   args.programmingEnabled = true;
-   const auto bare = Gant::make< Hul::VrfRootSm >( args );
-   EXPECT_THAT( take(), testing::Contains( "createVrf 0" ) );
-}
-
 } // namespace
 } // namespace HulTest
