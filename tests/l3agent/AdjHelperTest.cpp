@@ -1,6 +1,5 @@
 #include "Engine.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {

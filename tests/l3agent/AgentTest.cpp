@@ -1,18 +1,13 @@
 #include "AgentRouter.h"
 #include "GantTrace.h"
-#include "HulIntfStatusSm.h"
 #include "HulL3Status.h"
 #include "HulNatSm.h"
-#include "HulSeqStatus.h"
 #include "StateIpNat.h"
-#include "VexL3FecVersionSm.h"
 #include "VexL3TunnelTypes.h"
-#include "VexL3UnicastCapacity.h"
 #include "VexNatHelper.h"
 #include "VexRoutingStatusSm.h"
 #include "VexVrrpSm.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {

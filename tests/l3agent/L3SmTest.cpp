@@ -1,5 +1,4 @@
 #include "Engine.h"
-#include "GantTrace.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,7 +11,6 @@ using testing::ElementsAre;
 class L3Sm : public testing::Test {
  protected:
    void SetUp() override { started = core.take(); }
-   static Gant::String lastTrace() { return Gant::traceLines( 1, "VexL3Sm" ).back().text; }
 
    L3Core core;
    Lines started;

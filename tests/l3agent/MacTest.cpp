@@ -3,14 +3,11 @@
 #include "VexRoutingStatusSm.h"
 #include "VexVrrpSm.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
 
 using namespace Test;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 const auto macA = mac( "00:1c:73:00:00:0a" ), macB = mac( "00:1c:73:00:00:0b" ), none = Kynet::EthAddr();
 

@@ -1,6 +1,4 @@
 #include "Engine.h"
-#include "GantException.h"
-#include "vex/ip.pb.h"
 #include "VexL3Counters.h"
 
 #include <gtest/gtest.h>

@@ -31,7 +31,7 @@ class Routes : public testing::Test {
       return core.l3Status->vrfL3Status( L3::VrfName::defaultVrf() );
    }
 
-   static constexpr U32 v4 = 1, v6 = 2;
+   static constexpr U32 v4 = 1;
    L3Core core;
 };
 
