@@ -16,10 +16,6 @@
 
 namespace Host {
 
-namespace {
-
-using asio::local::stream_protocol;
-
 // Held by the daemon that has the path, and let go of by the kernel, whatever ends it.
 class PathLock {
  public:
@@ -42,6 +38,10 @@ class PathLock {
  private:
    int fd_ = -1;
 };
+
+namespace {
+
+using asio::local::stream_protocol;
 
 // A listening descriptor, or -1 with errno. The mode is right from the first moment.
 int listenAt( const std::string & path ) {

@@ -80,7 +80,7 @@ KernelTwin::~KernelTwin() { *alive_ = false; }
 
 // -- Devices
 
-void KernelTwin::deviceIs( Kynet::IntfId intfId, const KernelDevice & device ) {
+void KernelTwin::deviceIs( Kynet::IntfId intfId, const KernelDeviceAt & device ) {
    const auto at = devices_.find( intfId );
    if ( at != devices_.end() && at->second == device ) return;
    deviceDel( intfId );

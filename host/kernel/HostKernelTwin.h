@@ -8,10 +8,10 @@
 namespace Host {
 
 // The device that another process makes for an interface, at some time.
-struct KernelDevice {
+struct KernelDeviceAt {
    std::string name;
    std::string netns; // as openNetlink takes it
-   friend bool operator==( const KernelDevice &, const KernelDevice & ) = default;
+   friend bool operator==( const KernelDeviceAt &, const KernelDeviceAt & ) = default;
 };
 
 //   watches  PortDir::port, Ip::Status::intfStatus and intfAddr, Arp::Table::Status::neighbor, both FIBs
@@ -33,7 +33,7 @@ class KernelTwin : public Gant::StateMachine {
    ~KernelTwin() override;
 
    // From the time at which the device is to be made until it is not to be any more, whether or not it is there.
-   void deviceIs( Kynet::IntfId intfId, const KernelDevice & device );
+   void deviceIs( Kynet::IntfId intfId, const KernelDeviceAt & device );
    void deviceDel( Kynet::IntfId intfId );
    // Whether the kernel gets the router's routes (its local addresses it gets always). From the start: yes.
    void routesWrittenIs( bool written );
@@ -70,7 +70,7 @@ class KernelTwin : public Gant::StateMachine {
    RouterState & state_;
    const KernelTell tell_;
    bool routesWritten_ = true;
-   std::map< Kynet::IntfId, KernelDevice > devices_;
+   std::map< Kynet::IntfId, KernelDeviceAt > devices_;
    NeighborWants wants_;
    Uses uses4_, uses6_;
    std::map< std::string, std::unique_ptr< Place > > places_;

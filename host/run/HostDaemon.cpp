@@ -2,6 +2,7 @@
 
 #include "GantAsio.h"
 #include "HostDocument.h"
+#include "HostKernelDeviceWatcher.h"
 #include "HostNotify.h"
 #include "HostVerdict.h"
 #include "RuntimeDirectory.h"
@@ -27,6 +28,11 @@ double systemSeconds() {
    return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
 }
 
+Supervisor::Config withWatcher( Supervisor::Config config, KernelDeviceWatcher * watcher ) {
+   config.kernelWatcher = watcher;
+   return config;
+}
+
 void tellSourceError( const SourceError & error ) { spdlog::error( "{}", error.stringValue() ); }
 
 } // namespace
@@ -47,14 +53,26 @@ struct Daemon::Signals {
    Daemon & daemon;
 };
 
+// The data plane's devices in the kernel are those that the kernel's side looks after.
+struct Daemon::KernelJoint : KernelDeviceWatcher {
+   explicit KernelJoint( KernelTwin & twin ) : twin( twin ) {}
+   void kernelDeviceIs( const KernelDevice & device ) override {
+      twin.deviceIs( device.intfId, { std::string( device.name ), std::string( device.netns ) } );
+   }
+   void kernelDeviceDel( Kynet::IntfId intfId ) override { twin.deviceDel( intfId ); }
+   KernelTwin & twin;
+};
+
 Daemon::Daemon( Options options ) :
      options_( std::move( options ) ), startedAt_( systemSeconds() ),
-     sources_( state_, options_.sources, tellSourceError ), supervisor_( state_.tree(), options_.dataPlane,
-                                                                         { [ this ] { return !sources_.busy(); },
-                                                                           [ this ] {
-                                                                              if ( feedHeld_ ) postFeed();
-                                                                           },
-                                                                           [ this ] { tellFed(); } } ) {}
+     kernel_( state_, []( const std::string & error ) { spdlog::warn( "{}", error ); } ),
+     kernelJoint_( std::make_unique< KernelJoint >( kernel_ ) ), sources_( state_, options_.sources, tellSourceError ),
+     supervisor_( state_.tree(), withWatcher( options_.dataPlane, kernelJoint_.get() ),
+                  { [ this ] { return !sources_.busy(); },
+                    [ this ] {
+                       if ( feedHeld_ ) postFeed();
+                    },
+                    [ this ] { tellFed(); } } ) {}
 
 Daemon::~Daemon() { *alive_ = false; }
 

@@ -6,6 +6,7 @@
 
 #include "HostControlServer.h"
 #include "HostDaemonControl.h"
+#include "HostKernelTwin.h"
 #include "HostOptions.h"
 #include "HostSources.h"
 #include "HostSupervisor.h"
@@ -33,6 +34,7 @@ class Daemon : public DaemonControl {
 
  private:
    struct Signals;
+   struct KernelJoint;
    // Gives why it cannot be opened.
    std::string openSocket();
    void handleSignal( int number );
@@ -45,6 +47,8 @@ class Daemon : public DaemonControl {
    const Options options_;
    const double startedAt_;
    RouterState state_;
+   KernelTwin kernel_;
+   const std::unique_ptr< KernelJoint > kernelJoint_;
    Sources sources_;
    Supervisor supervisor_;
    ControlServer control_{ *this };

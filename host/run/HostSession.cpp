@@ -19,7 +19,7 @@ namespace Host {
 namespace {
 
 // How often a session that is being fed is asked whether it has been, in seconds.
-constexpr double lookEvery = 0.01;
+constexpr double fedLookEvery = 0.01;
 // How often counters that are not to be had are tried again, in seconds.
 constexpr double mapEvery = 1;
 
@@ -111,7 +111,7 @@ void Session::start() {
    agent_ = agentOver( tree_, state_, vexcsd_ );
    agent_->initializedIs( true );
    agent_->maybeStartProcessing();
-   clock_->timeMinIs( clock_->now() + lookEvery );
+   clock_->timeMinIs( clock_->now() + fedLookEvery );
    events_.begun();
 }
 
@@ -122,7 +122,7 @@ bool Session::settled() const {
 
 void Session::handleClock() {
    if ( !settled() ) {
-      clock_->timeMinIs( clock_->now() + lookEvery );
+      clock_->timeMinIs( clock_->now() + fedLookEvery );
       return;
    }
    fedSeconds_ = clock_->now() - begunAt_;

@@ -66,8 +66,8 @@ class RuleNames {
          const auto begin = action.find( kind );
          U32 id = 0, rule = 0, rules = 0;
          int length = 0;
-         if ( begin == action.npos || std::sscanf( action.c_str() + begin + kind.size(), "%u, rule %u of %u%n", &id,
-                                                   &rule, &rules, &length ) != 3 )
+         if ( begin == std::string::npos || std::sscanf( action.c_str() + begin + kind.size(), "%u, rule %u of %u%n",
+                                                         &id, &rule, &rules, &length ) != 3 )
             continue;
          const auto * const table = tableOf( target, id );
          // The table has changed meanwhile.

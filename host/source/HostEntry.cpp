@@ -131,7 +131,7 @@ Kynet::Prefix Entry::interfaceAddress() const {
 std::string parseHop( std::string_view text, Hop & hop ) {
    hop = Hop();
    auto rest = text;
-   if ( const auto star = rest.find( '*' ); star != rest.npos ) {
+   if ( const auto star = rest.find( '*' ); star != std::string::npos ) {
       U16 weight = 0;
       if ( !parseNumber( rest.substr( star + 1 ), weight ) || weight == 0 )
          return "weight " + quoted( rest.substr( star + 1 ) ) + " is not a number from 1 to 65535";
@@ -139,14 +139,14 @@ std::string parseHop( std::string_view text, Hop & hop ) {
       rest = rest.substr( 0, star );
    }
    const auto percent = rest.find( '%' );
-   const auto intfText = percent == rest.npos ? std::string_view() : rest.substr( percent + 1 );
+   const auto intfText = percent == std::string::npos ? std::string_view() : rest.substr( percent + 1 );
    if ( const auto address = Kynet::IpGenAddr::fromString( rest.substr( 0, percent ) ) ) {
       hop.addrIs( *address );
-      if ( percent == rest.npos ) return {};
-   } else if ( percent != rest.npos ) {
+      if ( percent == std::string::npos ) return {};
+   } else if ( percent != std::string::npos ) {
       return "next hop " + quoted( rest ) + " does not begin with an address";
    }
-   const auto intfId = Kynet::IntfId::fromString( percent == rest.npos ? rest : intfText );
+   const auto intfId = Kynet::IntfId::fromString( percent == std::string::npos ? rest : intfText );
    if ( !intfId ) return "next hop " + quoted( rest ) + " is not an address or an interface";
    hop.intfIdIs( *intfId );
    return {};

@@ -45,18 +45,6 @@ TEST( CliTable, goesOnWithTheWidthsOfTheFirstRowsWhenThereAreMany ) {
         << out.substr( out.size() - 80 );
 }
 
-TEST( CliWords, timesAndNumbersReadAsPeopleSayThem ) {
-   EXPECT_EQ( seconds( 0.0451 ), "45 ms" );
-   EXPECT_EQ( seconds( 12.34 ), "12.3 s" );
-   EXPECT_EQ( seconds( 250 ), "4 min 10 s" );
-   EXPECT_EQ( seconds( 7500 ), "2 h 5 min" );
-   EXPECT_EQ( seconds( 180000 ), "2 d 2 h" );
-   EXPECT_EQ( grouped( 0 ), "0" );
-   EXPECT_EQ( grouped( 999 ), "999" );
-   EXPECT_EQ( grouped( 1000 ), "1,000" );
-   EXPECT_EQ( grouped( 12345678 ), "12,345,678" );
-}
-
 TEST( CliWords, keywordsAndPositionsFillMembersInAnyOrder ) {
    const std::vector< Word > words{ { "vrf", "vrf", "NAME" }, { "", "match", "PREFIX" } };
    const auto members = [ & ]( const std::vector< std::string > & given ) { return membersOf( words, given ).dump(); };

@@ -192,19 +192,6 @@ TEST_F( Shows, interfacesTunnelsAndVrfs ) {
    EXPECT_EQ( each( R"({"command":"show vrfs"})", "routes" ), "3 1 " );
 }
 
-TEST_F( Shows, theGraphIsThatOfTheDataPlane ) {
-   const auto modules = each( R"({"command":"show modules"})", "module" );
-   for ( const char * module : { "fibIpv4", "trap", "IpInput_et1", "IpOutput_et2", "NextHop_et3", "mfib4_red" } )
-      EXPECT_NE( modules.find( module ), modules.npos ) << module << " in " << modules;
-   for ( const auto & row : ask( R"({"command":"show graph"})" ) ) {
-      if ( row.value( "module", "" ) != "IpInput_et1" ) continue;
-      EXPECT_EQ( row[ "to" ].dump(),
-                 R"([{"gate":0,"module":"trap","inputGate":0},{"gate":1,"module":"fibIpv4","inputGate":0}])" );
-      return;
-   }
-   FAIL() << "no IpInput_et1";
-}
-
 TEST_F( Shows, aRefusalAndTheQueueAreInWords ) {
    EXPECT_EQ( ask( R"({"command":"show errors"})" ).back()[ "end" ][ "refused" ], 0 );
    // given a route that the data plane cannot have, because its VRF is not there
