@@ -5,6 +5,7 @@
 #include <rte_errno.h>
 #include <rte_ethdev.h>
 #include <rte_mbuf.h>
+#include <spdlog/spdlog.h>
 
 #include <linux/if_packet.h>
 #include <net/if.h>
@@ -15,6 +16,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <limits>
 
 namespace Vexdp {
@@ -62,6 +64,23 @@ short flagsOf( const std::string & kernelDevice ) {
    const bool told = ioctl( fd, SIOCGIFFLAGS, &request ) == 0;
    close( fd );
    return told ? request.ifr_flags : short( 0 );
+}
+
+// The kernel of the namespace is to leave the device to the port: it answers no ARP there, believes no source address,
+// forwards nothing and speaks no IPv6. Taps see packets before all of that.
+void keepKernelOff( const std::string & kernelDevice ) {
+   const std::pair< const char *, const char * > settings[] = {
+        { "/proc/sys/net/ipv4/conf/{}/arp_ignore", "8" },
+        { "/proc/sys/net/ipv4/conf/{}/rp_filter", "1" },
+        { "/proc/sys/net/ipv4/conf/{}/forwarding", "0" },
+        { "/proc/sys/net/ipv6/conf/{}/disable_ipv6", "1" },
+   };
+   for ( const auto & [ path, value ] : settings ) {
+      std::ofstream file( fmt::format( fmt::runtime( path ), kernelDevice ) );
+      if ( !( file << value << std::flush ) )
+         spdlog::info( "device {}: {} is not to be set to {}: the kernel may answer beside the port", kernelDevice,
+                       fmt::format( fmt::runtime( path ), kernelDevice ), value );
+   }
 }
 
 Outcome failed( int code, const std::string & what ) {
@@ -142,6 +161,7 @@ Outcome PmdDevice::standOn( const std::string & kernelDevice ) {
    kernelDevice_ = kernelDevice;
    kernelIndex_ = if_nametoindex( kernelDevice.c_str() );
    if ( kernelIndex_ == 0 ) return refuse( ENODEV, "device {} is gone", kernelDevice );
+   keepKernelOff( kernelDevice );
    socket_ = packetSocketOn( kernelIndex_ );
    const int on = 1;
    if ( socket_ >= 0 ) setsockopt( socket_, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on );
