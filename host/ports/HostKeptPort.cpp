@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <net/if.h>
 #include <spdlog/spdlog.h>
 
@@ -240,7 +241,7 @@ void KeptPort::broken( const Gant::String & reason ) {
 
 void KeptPort::failed( int code, const Gant::String & reason ) {
    code_ = code;
-   reason_ = reason.empty() ? Gant::format( "error %d", code ) : reason;
+   reason_ = reason.empty() ? Gant::String( std::strerror( code ) ) : reason;
    if ( wish_ && reason_.find( wish_->device ) == Gant::String::npos )
       reason_ = "device " + wish_->device + ": " + reason_;
    backOff_ = std::min( mostBackOff, std::max( firstBackOff, 2 * backOff_ ) );
