@@ -17,8 +17,8 @@ namespace {
 constexpr double pollEvery = 1;
 constexpr double firstBackOff = 1;
 constexpr double mostBackOff = 2;
-// Clocks of a second wake in the same turn as the port that they are for is due.
-constexpr double early = 0.1;
+// Ports are looked at every second: what is due by half of that is done.
+constexpr double early = 0.5;
 
 double loopTime() { return Gant::activityManager()->now(); }
 
@@ -263,7 +263,7 @@ void KeptPort::tell() {
    else if ( leftOut() )
       spdlog::info( "port {}: {}; there is none", name_, reason_ );
    else
-      spdlog::warn( "port {}: {}; trying again", name_, reason_ );
+      spdlog::warn( "port {}: {}{}", name_, reason_, there_ && !broken_ && set_ && code_ == 0 ? "" : "; trying again" );
 }
 
 void KeptPort::settled() {
