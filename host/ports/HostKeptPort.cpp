@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <net/if.h>
 #include <spdlog/spdlog.h>
 
@@ -16,8 +17,8 @@ namespace {
 constexpr double pollEvery = 1;
 constexpr double firstBackOff = 1;
 constexpr double mostBackOff = 2;
-// Clocks of a second wake in the same turn as the port that they are for is due.
-constexpr double early = 0.1;
+// Ports are looked at every second: what is due by half of that is done.
+constexpr double early = 0.5;
 
 double loopTime() { return Gant::activityManager()->now(); }
 
@@ -240,7 +241,7 @@ void KeptPort::broken( const Gant::String & reason ) {
 
 void KeptPort::failed( int code, const Gant::String & reason ) {
    code_ = code;
-   reason_ = reason.empty() ? Gant::format( "error %d", code ) : reason;
+   reason_ = reason.empty() ? Gant::String( std::strerror( code ) ) : reason;
    if ( wish_ && reason_.find( wish_->device ) == Gant::String::npos )
       reason_ = "device " + wish_->device + ": " + reason_;
    backOff_ = std::min( mostBackOff, std::max( firstBackOff, 2 * backOff_ ) );
@@ -262,7 +263,7 @@ void KeptPort::tell() {
    else if ( leftOut() )
       spdlog::info( "port {}: {}; there is none", name_, reason_ );
    else
-      spdlog::warn( "port {}: {}; trying again", name_, reason_ );
+      spdlog::warn( "port {}: {}{}", name_, reason_, there_ && !broken_ && set_ && code_ == 0 ? "" : "; trying again" );
 }
 
 void KeptPort::settled() {
