@@ -19,9 +19,10 @@ namespace Host {
 
 namespace {
 
-// Lines of a route file in one turn of the loop, and requests that may wait for the data plane before the next turn.
+// Lines of a route file in one turn of the loop.
 constexpr size_t linesPerTurn = 2048;
-constexpr size_t backlogMost = 65536;
+// How often memory that is not needed is looked for, in seconds.
+constexpr double trimEvery = 20;
 
 double systemSeconds() {
    return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
@@ -47,14 +48,24 @@ struct Daemon::Signals {
    Daemon & daemon;
 };
 
+struct Daemon::GantClock : Gant::Clock::Notifiee {
+   explicit GantClock( Daemon * owner ) : Notifiee( owner, owner->clock_ ), owner( owner ) {}
+   void onTime() override { owner->handleClock(); }
+   Daemon * owner;
+};
+
 Daemon::Daemon( Options options ) :
-     options_( std::move( options ) ), startedAt_( systemSeconds() ),
+     options_( std::move( options ) ), startedAt_( systemSeconds() ), begunAt_( Gant::activityManager()->now() ),
      sources_( state_, options_.sources, tellSourceError ), supervisor_( state_.tree(), options_.dataPlane,
                                                                          { [ this ] { return !sources_.busy(); },
                                                                            [ this ] {
                                                                               if ( feedHeld_ ) postFeed();
                                                                            },
-                                                                           [ this ] { tellFed(); } } ) {}
+                                                                           [ this ] { tellFed(); } } ),
+     clock_( Gant::activityManager()->newClock() ), clockReactor_( std::make_unique< GantClock >( this ) ) {
+   state_.keysRefusedIs( options_.keysRefused() );
+   clock_->timeMinIs( clock_->now() + trimEvery );
+}
 
 Daemon::~Daemon() { *alive_ = false; }
 
@@ -95,7 +106,15 @@ void Daemon::handleSignal( int number ) {
 
 bool Daemon::backlog() const {
    const auto * const session = supervisor_.session();
-   return session != nullptr && session->channel()->requestsWaiting() > backlogMost;
+   return session != nullptr && session->channel()->congested();
+}
+
+void Daemon::handleClock() {
+   clock_->timeMinIs( clock_->now() + trimEvery );
+   const auto * const session = supervisor_.session();
+   const bool quiet =
+        session == nullptr || session->channel()->requestsQueued() == session->channel()->requestsAcknowledged();
+   if ( quiet && !sources_.busy() ) trimmer_.look();
 }
 
 void Daemon::postFeed() {
@@ -144,6 +163,8 @@ DaemonStatus Daemon::status() const {
    DaemonStatus status;
    status.phase = supervisor_.phase();
    status.startedAt = startedAt_;
+   status.upSeconds = Gant::activityManager()->now() - begunAt_;
+   if ( backlog() ) status.paused = fmt::format( "{} requests wait for the data plane", channel()->requestsWaiting() );
    status.dataPlane = supervisor_.config().dataPlane;
    status.dataPlanePid = supervisor_.dataPlanePid();
    status.owner = supervisor_.owner();

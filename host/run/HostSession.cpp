@@ -45,9 +45,9 @@ struct Session::GantCounterClock : Gant::Clock::Notifiee {
    Session * owner;
 };
 
-Session::Session( const StateTree & tree, const std::string & address, bool takeOver, Events events ) :
+Session::Session( const StateTree & tree, const Way & way, Events events ) :
      tree_( tree ), state_( tree ), events_( std::move( events ) ),
-     channel_( Gant::make< Vex::GrpcChannel >( address, takeOver ) ),
+     channel_( Gant::make< Vex::GrpcChannel >( way.peer, way.takeOver, way.silenceMost ) ),
      global_( Gant::make< Vex::ModuleGlobalCmdConfig >( channel_ ) ), clock_( Gant::activityManager()->newClock() ),
      counterClock_( Gant::activityManager()->newClock() ), begunAt_( clock_->now() ),
      channelReactor_( std::make_unique< GantChannel >( this ) ), clockReactor_( std::make_unique< GantClock >( this ) ),

@@ -5,6 +5,7 @@
 #include "HostSessionState.h"
 
 #include "GantActivity.h"
+#include "VexPeer.h"
 
 #include <functional>
 
@@ -38,8 +39,13 @@ class Session : public Gant::StateMachine {
       std::function< void() > fed;
       std::function< void( const std::string & reason ) > lost;
    };
-   // `address` and `takeOver` as GrpcChannel takes them.
-   Session( const StateTree & tree, const std::string & address, bool takeOver, Events events );
+   // As GrpcChannel takes them.
+   struct Way {
+      Vex::Peer peer;
+      bool takeOver = false;
+      double silenceMost = 0;
+   };
+   Session( const StateTree & tree, const Way & way, Events events );
    // The agent goes first, then what it stood on.
    ~Session() override;
 

@@ -13,7 +13,7 @@
 namespace Vex {
 
 struct EngineQuery::Stub {
-   explicit Stub( const Gant::String & address ) : engine( transportChannel( address ) ) {}
+   explicit Stub( const Peer & peer ) : engine( transportChannel( peer ) ) {}
    vex::pb::Engine::Stub engine;
 };
 
@@ -24,6 +24,8 @@ constexpr std::chrono::seconds unaryTime( 10 );
 
 Gant::String textOf( const grpc::Status & status ) {
    if ( status.ok() ) return {};
+   if ( status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED )
+      return Gant::format( "the data plane has not answered for %d s", static_cast< int >( unaryTime.count() ) );
    return status.error_message().empty() ? Gant::format( "gRPC status %d", status.error_code() )
                                          : status.error_message();
 }
@@ -180,7 +182,7 @@ class DumpCall : public EngineDump {
 
 } // namespace
 
-EngineQuery::EngineQuery( const Gant::String & address ) : stub_( std::make_shared< Stub >( address ) ) {}
+EngineQuery::EngineQuery( const Peer & peer ) : stub_( std::make_shared< Stub >( peer ) ) {}
 
 EngineQuery::~EngineQuery() = default;
 
