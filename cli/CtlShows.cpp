@@ -326,7 +326,7 @@ std::vector< Show > daemonShows() {
                        number( "Data plane process id", "dataPlanePid" ), text( "Belongs to", "owner" ),
                        shown( "Has it for", "ownedSeconds", secondsInWords ),
                        text( "Data plane version", "dataPlaneVersion" ), text( "Transport", "transport" ),
-                       number( "Data plane losses", "restarts" ), text( "Last loss", "lastLoss" ),
+                       number( "Data plane losses", "restarts" ), text( "Last loss", "lastLoss" ), text( "Paused", "paused" ),
                        shown( "Last fed in", "lastFedSeconds", secondsInWords ), text( "Description", "description" ),
                        text( "Route file", "routeFile" ), number( "Reloads", "reloads" ),
                        number( "Wrong entries in sources", "sourceErrors" ) },

@@ -1,5 +1,6 @@
 #include "DpControlService.h"
 
+#include "DpCleanse.h"
 #include "DpListing.h"
 #include "DpVersion.h"
 
@@ -72,6 +73,7 @@ Status ControlService::DisconnectModules( Context *, const DisconnectModulesRequ
 
 Status ControlService::ModuleCommand( Context *, const CommandRequest * request, CommandResponse * response ) {
    engine_.apply( *request, *response );
+   cleanse( *request );
    return Status::OK;
 }
 

@@ -25,6 +25,9 @@ using Json = nlohmann::ordered_json;
 enum class ErrorCode { refused, usage, notFound, unavailable };
 const char * name( ErrorCode code );
 
+// Overwrites every text in it: a request may hold keys.
+void cleanse( Json & json );
+
 // Ends a command with an error that names its object. Thrown by factories and by Answer::step.
 class CommandError : public std::runtime_error {
  public:
@@ -67,6 +70,9 @@ struct Parameter {
 class Question {
  public:
    explicit Question( Json members ) : members_( std::move( members ) ) {}
+   ~Question() { cleanse( members_ ); }
+   Question( const Question & ) = delete;
+   Question & operator=( const Question & ) = delete;
    bool has( const char * name ) const { return members_.contains( name ); }
    // Empty when it was not given.
    std::string text( const char * name ) const { return members_.value( name, std::string() ); }

@@ -71,12 +71,11 @@ Gant::String kernelName( Kynet::IntfId intfId ) {
    return name;
 }
 
-Ports::Ports( Gant::Ptr< const DeviceDir > devices, const Gant::String & address,
-              KernelDeviceWatcher * kernelWatcher ) :
-     devices_( std::move( devices ) ),
-     kernelWatcher_( kernelWatcher ), engine_( std::make_unique< Vex::EnginePorts >( address ) ),
-     told_( std::make_unique< Told >() ), clock_( Gant::activityManager()->newClock() ),
-     deviceReactor_( std::make_unique< GantDevices >( this ) ), clockReactor_( std::make_unique< GantClock >( this ) ) {
+Ports::Ports( Gant::Ptr< const DeviceDir > devices, const Vex::Peer & peer, KernelDeviceWatcher * kernelWatcher ) :
+     devices_( std::move( devices ) ), kernelWatcher_( kernelWatcher ),
+     engine_( std::make_unique< Vex::EnginePorts >( peer ) ), told_( std::make_unique< Told >() ),
+     clock_( Gant::activityManager()->newClock() ), deviceReactor_( std::make_unique< GantDevices >( this ) ),
+     clockReactor_( std::make_unique< GantClock >( this ) ) {
    listing_ = engine_->listPorts( [ this ]( const auto & error, const auto & reply ) {
       for ( const auto & port : reply.ports() ) keep( PortKey::ofName( port.name() ) ).found();
       listed( error.empty() ? reply.error().errmsg() : error );

@@ -9,6 +9,7 @@
 namespace Vex {
 class EngineCall;
 class EnginePorts;
+struct Peer;
 } // namespace Vex
 
 namespace Host {
@@ -38,9 +39,9 @@ class Ports : public Gant::StateMachine {
  public:
    using Kept = std::map< PortKey, std::unique_ptr< KeptPort > >;
 
-   // `address` as of GrpcChannel. `kernelWatcher`, which may be null, is told of devices until this goes, and is not
+   // `peer` as of GrpcChannel. `kernelWatcher`, which may be null, is told of devices until this goes, and is not
    // owned. Begins in a later turn.
-   Ports( Gant::Ptr< const DeviceDir > devices, const Gant::String & address, KernelDeviceWatcher * kernelWatcher );
+   Ports( Gant::Ptr< const DeviceDir > devices, const Vex::Peer & peer, KernelDeviceWatcher * kernelWatcher );
    ~Ports() override;
 
    const Kept & kept() const { return kept_; }

@@ -20,9 +20,10 @@ namespace Host {
 
 namespace {
 
-// Lines of a route file in one turn of the loop, and requests that may wait for the data plane before the next turn.
+// Lines of a route file in one turn of the loop.
 constexpr size_t linesPerTurn = 2048;
-constexpr size_t backlogMost = 65536;
+// How often memory that is not needed is looked for, in seconds.
+constexpr double trimEvery = 20;
 
 double systemSeconds() {
    return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
@@ -53,6 +54,12 @@ struct Daemon::Signals {
    Daemon & daemon;
 };
 
+struct Daemon::GantClock : Gant::Clock::Notifiee {
+   explicit GantClock( Daemon * owner ) : Notifiee( owner, owner->clock_ ), owner( owner ) {}
+   void onTime() override { owner->handleClock(); }
+   Daemon * owner;
+};
+
 // The data plane's devices in the kernel are those that the kernel's side looks after.
 struct Daemon::KernelJoint : KernelDeviceWatcher {
    explicit KernelJoint( KernelTwin & twin ) : twin( twin ) {}
@@ -64,7 +71,7 @@ struct Daemon::KernelJoint : KernelDeviceWatcher {
 };
 
 Daemon::Daemon( Options options ) :
-     options_( std::move( options ) ), startedAt_( systemSeconds() ),
+     options_( std::move( options ) ), startedAt_( systemSeconds() ), begunAt_( Gant::activityManager()->now() ),
      kernel_( state_, []( const std::string & error ) { spdlog::warn( "{}", error ); } ),
      kernelJoint_( std::make_unique< KernelJoint >( kernel_ ) ), sources_( state_, options_.sources, tellSourceError ),
      supervisor_( state_.tree(), withWatcher( options_.dataPlane, kernelJoint_.get() ),
@@ -72,7 +79,11 @@ Daemon::Daemon( Options options ) :
                     [ this ] {
                        if ( feedHeld_ ) postFeed();
                     },
-                    [ this ] { tellFed(); } } ) {}
+                    [ this ] { tellFed(); } } ),
+     clock_( Gant::activityManager()->newClock() ), clockReactor_( std::make_unique< GantClock >( this ) ) {
+   state_.keysRefusedIs( options_.keysRefused() );
+   clock_->timeMinIs( clock_->now() + trimEvery );
+}
 
 Daemon::~Daemon() { *alive_ = false; }
 
@@ -113,7 +124,15 @@ void Daemon::handleSignal( int number ) {
 
 bool Daemon::backlog() const {
    const auto * const session = supervisor_.session();
-   return session != nullptr && session->channel()->requestsWaiting() > backlogMost;
+   return session != nullptr && session->channel()->congested();
+}
+
+void Daemon::handleClock() {
+   clock_->timeMinIs( clock_->now() + trimEvery );
+   const auto * const session = supervisor_.session();
+   const bool quiet =
+        session == nullptr || session->channel()->requestsQueued() == session->channel()->requestsAcknowledged();
+   if ( quiet && !sources_.busy() ) trimmer_.look();
 }
 
 void Daemon::postFeed() {
@@ -167,6 +186,8 @@ DaemonStatus Daemon::status() const {
    DaemonStatus status;
    status.phase = supervisor_.phase();
    status.startedAt = startedAt_;
+   status.upSeconds = Gant::activityManager()->now() - begunAt_;
+   if ( backlog() ) status.paused = fmt::format( "{} requests wait for the data plane", channel()->requestsWaiting() );
    status.dataPlane = supervisor_.config().dataPlane;
    status.dataPlanePid = supervisor_.dataPlanePid();
    status.owner = supervisor_.owner();

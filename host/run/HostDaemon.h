@@ -10,10 +10,11 @@
 #include "HostOptions.h"
 #include "HostSources.h"
 #include "HostSupervisor.h"
+#include "RuntimeMemory.h"
 
 namespace Host {
 
-class Daemon : public DaemonControl {
+class Daemon : public DaemonControl, private Gant::StateMachine {
  public:
    explicit Daemon( Options options );
    ~Daemon() override;
@@ -35,6 +36,7 @@ class Daemon : public DaemonControl {
  private:
    struct Signals;
    struct KernelJoint;
+   struct GantClock;
    // Gives why it cannot be opened.
    std::string openSocket();
    void handleSignal( int number );
@@ -43,9 +45,11 @@ class Daemon : public DaemonControl {
    void postFeed();
    bool backlog() const;
    void tellFed();
+   void handleClock();
 
    const Options options_;
-   const double startedAt_;
+   const double startedAt_; // seconds of the system clock
+   const double begunAt_;   // of the activity clock
    RouterState state_;
    KernelTwin kernel_;
    const std::unique_ptr< KernelJoint > kernelJoint_;
@@ -53,6 +57,9 @@ class Daemon : public DaemonControl {
    Supervisor supervisor_;
    ControlServer control_{ *this };
    std::unique_ptr< Signals > signals_;
+   Runtime::Trimmer trimmer_;
+   Gant::Ptr< Gant::Clock > clock_;
+   std::unique_ptr< GantClock > clockReactor_;
    unsigned reloads_ = 0;
    bool feedPosted_ = false;
    bool feedHeld_ = false; // until the data plane has acknowledged

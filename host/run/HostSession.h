@@ -6,6 +6,7 @@
 #include "HostSessionState.h"
 
 #include "GantActivity.h"
+#include "VexPeer.h"
 
 #include <functional>
 
@@ -39,9 +40,14 @@ class Session : public Gant::StateMachine {
       std::function< void() > fed;
       std::function< void( const std::string & reason ) > lost;
    };
-   // `address` and `takeOver` as GrpcChannel takes them, `kernelWatcher` as Ports.
-   Session( const StateTree & tree, const std::string & address, bool takeOver, KernelDeviceWatcher * kernelWatcher,
-            Events events );
+   // As GrpcChannel and Ports take them.
+   struct Way {
+      Vex::Peer peer;
+      bool takeOver = false;
+      double silenceMost = 0;
+      KernelDeviceWatcher * kernelWatcher = nullptr;
+   };
+   Session( const StateTree & tree, const Way & way, Events events );
    // The agent goes first, then what it stood on.
    ~Session() override;
 
@@ -71,7 +77,7 @@ class Session : public Gant::StateMachine {
 
    const StateTree & tree_;
    const SessionState state_;
-   KernelDeviceWatcher * const kernelWatcher_;
+   const Way way_;
    Events events_;
    Gant::Ptr< Vex::GrpcChannel > channel_;
    Gant::Ptr< Vex::ModuleGlobalCmdConfig > global_;

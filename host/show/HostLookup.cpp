@@ -12,7 +12,7 @@ namespace {
 class Lookups : public Answer {
  public:
    Lookups( const Asked & asked, const std::string & vrf, const std::string & text ) :
-        session_( asked.daemon ), text_( text ), query_( session_.channel()->address() ), wake_( asked.wake ) {
+        session_( asked.daemon ), text_( text ), query_( session_.channel()->peer() ), wake_( asked.wake ) {
       const auto target = targetOf( text );
       if ( target.address.af() != Kynet::AddressFamily::ipv4_ )
          throw CommandError( ErrorCode::notFound, "the data plane holds no IPv6 routes, so none to " + text );

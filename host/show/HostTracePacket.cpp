@@ -94,7 +94,7 @@ class TracedPacket : public Answer {
  public:
    explicit TracedPacket( const Asked & asked ) :
         view_( asked.daemon ), intfname_( requestOf( asked.question ).intfname() ),
-        query_( view_.channel()->address() ),
+        query_( view_.channel()->peer() ),
         call_( query_.tracePacket( requestOf( asked.question ),
                                    [ this, wake = asked.wake ]( const auto & error, const auto & reply ) {
                                       error_ = error;
@@ -105,7 +105,7 @@ class TracedPacket : public Answer {
 
    Step step( Output & out ) override {
       if ( !done_ ) return Step::wait;
-      if ( !error_.empty() ) throw CommandError( ErrorCode::refused, "the data plane: " + error_ );
+      if ( !error_.empty() ) throw CommandError( ErrorCode::refused, "no trace: " + error_ );
       if ( reply_.error().code() == ENOENT )
          throw CommandError( ErrorCode::notFound, "there is no interface " + intfname_ + " in the data plane" );
       if ( reply_.error().code() != 0 ) throw CommandError( ErrorCode::refused, reply_.error().errmsg() );

@@ -45,6 +45,7 @@ Gant::String IpsecBook::wrong( const IpsecFact & fact ) const {
 }
 
 ChangeResult IpsecBook::connectionIs( const IpsecFact & given, Teller teller ) {
+   if ( !keysRefused_.empty() ) return refused( "ipsec " + given.connection.name() + ": " + keysRefused_ );
    if ( auto text = wrong( given ); !text.empty() ) return refused( std::move( text ) );
    auto fact = given;
    const auto at = connections_.find( fact.connection.name() );

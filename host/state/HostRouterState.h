@@ -39,6 +39,8 @@ class RouterState {
    ChangeResult intfIs( const IntfFact & fact, Teller teller );
    ChangeResult neighborIs( const NeighborFact & fact, Teller teller ) { return intfs_.neighborIs( fact, teller ); }
    ChangeResult routeIs( const RouteFact & fact, Teller teller );
+   // Why no IPsec connection is taken; empty: they are.
+   void keysRefusedIs( const std::string & why ) { ipsec_.keysRefusedIs( why ); }
    ChangeResult ipsecIs( const IpsecFact & fact, Teller teller ) { return ipsec_.connectionIs( fact, teller ); }
    ChangeResult routerMacIs( const Kynet::EthAddr & mac, Teller teller ) { return intfs_.routerMacIs( mac, teller ); }
    void kernelIs( bool wanted, Teller teller ) { intfs_.kernelIs( wanted, teller ); }

@@ -122,7 +122,7 @@ class Verify : public Answer, private Gant::StateMachine {
  public:
    Verify( const Asked & asked ) :
         session_( asked.daemon ), most_( asked.question.number( "most", 1000 ) ), wake_( asked.wake ),
-        query_( session_.channel()->address() ), clock_( Gant::activityManager()->newClock() ), gantClock_( *this ),
+        query_( session_.channel()->peer() ), clock_( Gant::activityManager()->newClock() ), gantClock_( *this ),
         begun_( clock_->now() ) {}
 
    Step step( Output & out ) override {

@@ -7,7 +7,7 @@
 namespace Vex {
 
 struct EnginePorts::Stub {
-   explicit Stub( const Gant::String & address ) : service( transportChannel( address ) ) {}
+   explicit Stub( const Peer & peer ) : service( transportChannel( peer ) ) {}
    bess::pb::BESSControl::Stub service;
 };
 
@@ -22,7 +22,7 @@ Request portNamed( const Gant::String & name ) {
 
 } // namespace
 
-EnginePorts::EnginePorts( const Gant::String & address ) : stub_( std::make_shared< Stub >( address ) ) {}
+EnginePorts::EnginePorts( const Peer & peer ) : stub_( std::make_shared< Stub >( peer ) ) {}
 
 EnginePorts::~EnginePorts() = default;
 

@@ -27,7 +27,7 @@ class EnginePorts {
    using Call = std::unique_ptr< EngineCall >;
 
    // As EngineQuery.
-   explicit EnginePorts( const Gant::String & address );
+   explicit EnginePorts( const Peer & peer );
    ~EnginePorts();
    EnginePorts( const EnginePorts & ) = delete;
    EnginePorts & operator=( const EnginePorts & ) = delete;

@@ -12,7 +12,7 @@
 namespace Vex {
 
 struct EngineQuery::Stub {
-   explicit Stub( const Gant::String & address ) : service( transportChannel( address ) ) {}
+   explicit Stub( const Peer & peer ) : service( transportChannel( peer ) ) {}
    vex::pb::Engine::Stub service;
 };
 
@@ -129,7 +129,7 @@ class DumpCall : public EngineDump {
 
 } // namespace
 
-EngineQuery::EngineQuery( const Gant::String & address ) : stub_( std::make_shared< Stub >( address ) ) {}
+EngineQuery::EngineQuery( const Peer & peer ) : stub_( std::make_shared< Stub >( peer ) ) {}
 
 EngineQuery::~EngineQuery() = default;
 

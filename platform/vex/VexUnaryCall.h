@@ -15,6 +15,8 @@ inline constexpr std::chrono::seconds unaryCallTime( 10 );
 
 inline Gant::String textOf( const grpc::Status & status ) {
    if ( status.ok() ) return {};
+   if ( status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED )
+      return Gant::format( "the data plane has not answered for %d s", static_cast< int >( unaryCallTime.count() ) );
    return status.error_message().empty() ? Gant::format( "gRPC status %d", status.error_code() )
                                          : status.error_message();
 }

@@ -3,6 +3,7 @@
 #include "CtlAgentText.h"
 #include "CtlShows.h"
 #include "RuntimeDirectory.h"
+#include "RuntimeMemory.h"
 
 #include <cstring>
 #include <filesystem>
@@ -11,6 +12,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -131,6 +133,18 @@ TEST_F( Places, nothingIsSentToAStrangersServer ) {
    EXPECT_EQ( recv( accepted, &byte, 1, 0 ), 0 );
    close( accepted );
    close( listening );
+}
+
+TEST( MemoryDeathTest, anAllocationThatFailsEndsTheProgramWithOneLine ) {
+   const auto program = []( auto end ) {
+      Runtime::endWithoutMemory( "program" );
+      end();
+   };
+   volatile size_t much = size_t( 1 ) << 60;
+   EXPECT_EXIT( program( [ & ] { ::operator delete( ::operator new( much ) ); } ), testing::ExitedWithCode( 1 ),
+                "^program: out of memory\n$" );
+   EXPECT_EXIT( program( [] { std::thread( [] { throw std::bad_alloc(); } ).join(); } ), testing::ExitedWithCode( 1 ),
+                "^program: out of memory\n$" );
 }
 
 } // namespace

@@ -288,7 +288,7 @@ routes:
         subprocess.run(['ip', 'netns', 'add', space], check=True)
         try:
             lines = ['link set lo up'] + [line for i in range(1, 5) for line in (
-                f'link add out{i} type dummy', f'link set out{i} up', f'address add 10.1.{i}.1/24 dev out{i}')]
+                f'link add name out{i} type veth peer name in{i}', f'link set out{i} up', f'link set in{i} up', f'address add 10.1.{i}.1/24 dev out{i}')]
             lines += [f'route add {prefix} via 10.1.{wire}.2' for prefix, wire in ways.items()]
             batch = ['ip', '-n', space, '-batch', '-']
             subprocess.run(batch, input='\n'.join(lines), text=True, check=True)
