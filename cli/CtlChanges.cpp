@@ -1,5 +1,7 @@
 #include "CtlChanges.h"
 
+#include "NearestWord.h"
+
 #include <charconv>
 #include <set>
 
@@ -29,8 +31,12 @@ class Words {
          throw Error{ "usage", what + ": \"" + word + "\" is no number" };
       return number;
    }
-   void end() const {
-      if ( more() ) throw Error{ "usage", "\"" + words_[ next_ ] + "\" is not expected here" };
+   // `keywords` are those that could have been here.
+   void end( const std::vector< std::string > & keywords = {} ) const {
+      if ( more() ) throw Error{ "usage", notExpected( words_[ next_ ], keywords ) };
+   }
+   static std::string notExpected( const std::string & word, const std::vector< std::string > & keywords ) {
+      return "\"" + word + "\" is not expected here" + Runtime::didYouMean( word, keywords );
    }
 
  private:
@@ -60,13 +66,19 @@ bool fillFilter( Json & entry, Words & words, const std::string & word,
    return true;
 }
 
+std::vector< std::string > namesOf( const std::map< std::string, Keyword > & keywords ) {
+   std::vector< std::string > names{ "disabled", "access-group", "service-policy" };
+   for ( const auto & [ name, keyword ] : keywords ) names.push_back( name );
+   return names;
+}
+
 void fill( Json & entry, Words & words, const std::map< std::string, Keyword > & keywords ) {
    while ( words.more() ) {
       if ( words.skip( "disabled" ) || words.skip( "enabled" ) || words.skip( "no-kernel" ) ) continue;
       const auto word = words.take( "a keyword" );
       if ( fillFilter( entry, words, word, keywords ) ) continue;
       const auto at = keywords.find( word );
-      if ( at == keywords.end() ) throw Error{ "usage", "\"" + word + "\" is not expected here" };
+      if ( at == keywords.end() ) throw Error{ "usage", Words::notExpected( word, namesOf( keywords ) ) };
       const auto & [ member, form ] = at->second;
       if ( form == Keyword::Form::list )
          entry[ member ].push_back( words.take( word ) );
@@ -107,7 +119,7 @@ Json route( const std::vector< std::string > & given ) {
       else if ( words.skip( "vrf" ) )
          entry[ "vrf" ] = words.take( "the VRF" );
       else
-         words.end();
+         words.end( { "via", "dev", "blackhole", "receive", "vrf", "weight" } );
    }
    return entry;
 }

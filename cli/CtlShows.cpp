@@ -74,7 +74,7 @@ Footer counted( std::string one, std::string many ) {
 }
 
 const Word vrfWord{ "vrf", "vrf", "NAME|all" };
-const Word matchWord{ "", "match", "PREFIX|ADDRESS" };
+const Word matchWord{ "", "match", "PREFIX|ADDRESS|default" };
 const Option dataPlane{ "--dataplane", "dataplane", "as the data plane itself answers" };
 const Option most( const char * what ) { return { "--most", "most", what, Option::Kind::number }; }
 
@@ -149,8 +149,15 @@ std::vector< Show > interfaceShows() {
           .columns = { number( "Worker", "worker" ), number( "Core", "core" ), text( "Running", "running" ),
                        number( "Traffic classes", "trafficClasses" ), count( "Silent drops", "silentDrops" ) },
           .footer = counted( "worker", "workers" ) },
+        { .command = "show neighbors",
+          .help = "neighbours that were told, with their MACs",
+          .words = { { "", "interface", "INTERFACE" } },
+          .columns = { text( "Interface", "interface" ), text( "VRF", "vrf" ), text( "Address", "address" ),
+                       text( "MAC", "mac" ) },
+          .footer = counted( "neighbour", "neighbours" ) },
         { .command = "show tunnels",
           .help = "tunnels, with their ends",
+          .words = { { "", "tunnel", "TUNNEL" } },
           .columns = { text( "Tunnel", "tunnel" ), text( "Mode", "mode" ), text( "Source", "source" ),
                        text( "Destination", "destination" ), text( "Underlay", "underlayVrf" ), text( "VRF", "vrf" ),
                        shown( "Key", "key", keyInWords, Column::Align::right ), number( "TTL", "ttl" ),
@@ -211,7 +218,7 @@ std::vector< Show > aclShows() {
           .footer = counted( "rule", "access lists" ) },
         { .command = "show policy-map",
           .help = "policy maps, with the packets of each class",
-          .words = { { "interface", "interface", "INTERFACE" } },
+          .words = { { "", "policy", "NAME" }, { "interface", "interface", "INTERFACE" } },
           .columns = { text( "Policy", "policy" ), text( "Class", "class" ), list( "Access lists", "lists", inWords ),
                        list( "Actions", "actions", inWords ), count( "Packets", "packets" ),
                        list( "Applied", "applied", inWords ), list( "Note", "notes", inWords ),
@@ -255,7 +262,10 @@ std::vector< Show > platformShows() {
         { .command = "show capabilities",
           .help = "what the agent tells of its data plane",
           .columns = { text( "Feature", "feature" ), text( "Capability", "capability" ),
-                       shown( "Value", "value", inWords, Column::Align::right ), text( "", "note" ) } },
+                       shown( "Value", "value", inWords, Column::Align::right ), text( "", "note" ) },
+          .footer = []( const Json & ) -> std::string {
+             return "These are declared to what runs above the agent; what is told beyond them is not refused";
+          } },
         { .command = "show capacity",
           .help = "how full the tables of the data plane are",
           .columns = { text( "Table", "table" ), text( "Feature", "feature" ), text( "Chip", "chip" ),
@@ -326,10 +336,10 @@ std::vector< Show > daemonShows() {
                        number( "Data plane process id", "dataPlanePid" ), text( "Belongs to", "owner" ),
                        shown( "Has it for", "ownedSeconds", secondsInWords ),
                        text( "Data plane version", "dataPlaneVersion" ), text( "Transport", "transport" ),
-                       number( "Data plane losses", "restarts" ), text( "Last loss", "lastLoss" ), text( "Paused", "paused" ),
-                       shown( "Last fed in", "lastFedSeconds", secondsInWords ), text( "Description", "description" ),
-                       text( "Route file", "routeFile" ), number( "Reloads", "reloads" ),
-                       number( "Wrong entries in sources", "sourceErrors" ) },
+                       number( "Data plane losses", "restarts" ), text( "Last loss", "lastLoss" ),
+                       text( "Paused", "paused" ), shown( "Last fed in", "lastFedSeconds", secondsInWords ),
+                       text( "Description", "description" ), text( "Route file", "routeFile" ),
+                       number( "Reloads", "reloads" ), number( "Wrong entries in sources", "sourceErrors" ) },
           .record = true },
         { .command = "show version",
           .help = "versions of the daemon and its data plane",
@@ -393,6 +403,9 @@ std::vector< Show > checks() {
    const auto number = []( const char * name, const char * member, const char * help ) {
       return Option{ name, member, help, Option::Kind::number };
    };
+   const auto named = []( const char * name, const char * member, const char * help ) {
+      return Option{ name, member, help, Option::Kind::named };
+   };
    const auto needed = []( const char * name, const char * member, const char * help ) {
       return Option{ name, member, help, Option::Kind::text, true };
    };
@@ -412,11 +425,11 @@ std::vector< Show > checks() {
           .options = { needed( "--in", "interface", "interface that it comes in at" ),
                        needed( "--src", "source", "IPv4 address" ),
                        needed( "--dst", "destination", "IPv4 address" ),
-                       number( "--proto", "protocol", "IP protocol: 1 ICMP, 6 TCP, 17 UDP" ),
+                       named( "--proto", "protocol", "IP protocol: tcp, udp, icmp ..., or a number" ),
                        number( "--sport", "sourcePort", "port" ),
                        number( "--dport", "destinationPort", "port" ),
                        number( "--ttl", "ttl", "0: 64" ),
-                       number( "--dscp", "dscp", "0 to 63" ),
+                       named( "--dscp", "dscp", "ef, af41 ..., or a number from 0 to 63" ),
                        number( "--length", "length", "bytes of the IPv4 packet; 0: its headers alone" ),
                        number( "--tcp-flags", "tcpFlags", "0 to 255" ),
                        number( "--icmp-type", "icmpType", "0 to 255" ),

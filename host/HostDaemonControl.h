@@ -22,7 +22,8 @@ class RouterState;
 enum class ChangeOp { add, replace, del };
 
 struct ChangeResult {
-   enum class Code { done, refused, notFound };
+   // invalid: wrong whatever the router holds.
+   enum class Code { done, invalid, refused, notFound };
    Code code = Code::done;
    std::string message; // why not, or what is done less than was told, naming the object
 };

@@ -150,7 +150,7 @@ void KernelTwin::reviewDevice( Kynet::IntfId intfId ) {
    const auto & fact = intf->second.fact;
    const bool added = !wanted->devices.deviceHas( intfId );
    wanted->devices.deviceIs( intfId, { devices_.at( intfId ).name, state_.tree().portDir->port( intfId ).macAddr(),
-                                       fact.mtu, fact.addresses, fact.enabled } );
+                                       state_.intfBook().mtu( fact ), fact.addresses, fact.enabled } );
    if ( added && wanted->routes ) wanted->routes->handleDevices();
 }
 

@@ -93,6 +93,8 @@ bool Daemon::run() {
       return false;
    }
    if ( !sources_.load() ) return false;
+   if ( options_.sources.description.empty() )
+      spdlog::info( "no --config: the router is empty, until vexctl or a route file tells it something" );
    signals_ = std::make_unique< Signals >( *this );
    supervisor_.start();
    postFeed();
@@ -242,17 +244,16 @@ class Forgetting {
 } // namespace
 
 ChangeResult applyChange( RouterState & state, ChangeOp op, const std::string & kind, const std::string & text ) {
-   const auto * const section = sectionOfKind( kind );
-   if ( section == nullptr ) return refused( "there is no kind \"" + kind + "\"" );
    try {
+      const auto & section = sectionOfKind( kind );
       const Entry entry( parseDocument( text, entryBounds ) );
-      const Forgetting forgetting( *section, entry );
-      if ( op == ChangeOp::del ) return section->del( state, entry );
-      const auto name = kind + " " + section->key( entry );
-      if ( op == ChangeOp::add && section->has( state, entry ) ) return refused( name + " is there already" );
-      return section->replace( state, entry, Teller::command() );
+      const Forgetting forgetting( section, entry );
+      if ( op == ChangeOp::del ) return section.del( state, entry );
+      const auto name = kind + " " + section.key( entry );
+      if ( op == ChangeOp::add && section.has( state, entry ) ) return refused( name + " is there already" );
+      return section.replace( state, entry, Teller::command() );
    } catch ( const EntryError & error ) {
-      return refused( kind + ": " + error.what() );
+      return invalid( kind + ": " + error.what() );
    }
 }
 

@@ -54,7 +54,7 @@ std::unique_ptr< Answer > ports( const Asked & asked ) {
 class Workers : public Answer {
  public:
    explicit Workers( const Asked & asked ) :
-        view_( asked.daemon ), engine_( view_.channel()->address() ),
+        view_( asked.daemon ), engine_( view_.channel()->peer() ),
         call_( engine_.listWorkers( [ this, wake = asked.wake ]( const auto & error, const auto & reply ) {
            error_ = error.empty() ? reply.error().errmsg() : error;
            reply_ = reply;

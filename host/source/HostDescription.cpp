@@ -10,6 +10,19 @@
 
 namespace Host {
 
+std::string printable( std::string_view text, size_t longest ) {
+   constexpr char digits[] = "0123456789abcdef";
+   std::string out;
+   for ( const char c : text.substr( 0, longest ) ) {
+      const auto byte = static_cast< unsigned char >( c );
+      if ( std::iscntrl( byte ) )
+         out.append( "\\x" ).append( { digits[ byte >> 4 ], digits[ byte & 15 ] } );
+      else
+         out += c;
+   }
+   return text.size() > longest ? out + "..." : out;
+}
+
 std::string SourceError::stringValue() const {
    return file + ( line == 0 ? "" : ":" + std::to_string( line ) ) + ": " + text;
 }

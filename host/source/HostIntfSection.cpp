@@ -40,7 +40,7 @@ class IntfSection : public Section {
    virtual IntfFact fact( const Entry & entry ) const {
       entry.only( { "name", "vrf", "addresses", "mtu", "mss", "mac", "enabled", "access-group", "service-policy",
                     "device", "driver", "port", "kernel" } );
-      auto fact = common( entry, 1500 );
+      auto fact = common( entry );
       fact.port = port( entry );
       fact.mac = entry.value< Kynet::EthAddr >( "mac", "a MAC address", {} );
       return fact;
@@ -62,10 +62,10 @@ class IntfSection : public Section {
          entry.fail( intfId.stringValue() + " does not belong here: " + name() + " are " + kindsTaken() );
       return intfId;
    }
-   IntfFact common( const Entry & entry, U32 mtu ) const {
+   IntfFact common( const Entry & entry ) const {
       IntfFact fact{ intfId( entry ), entry.vrf() };
       for ( const auto & address : entry.list( "addresses" ) ) fact.addresses.push_back( address.interfaceAddress() );
-      fact.mtu = entry.number( "mtu", 0, ~U32( 0 ), mtu );
+      if ( entry.has( "mtu" ) ) fact.mtu = entry.at( "mtu" ).number( "mtu", 0, ~U32( 0 ) );
       if ( entry.has( "mss" ) ) readMss( entry.at( "mss" ), fact );
       fact.enabled = entry.flag( "enabled", true );
       if ( entry.has( "kernel" ) ) fact.kernel = entry.flag( "kernel", true );
@@ -164,8 +164,7 @@ class TunnelSection : public IntfSection {
    IntfFact fact( const Entry & entry ) const override {
       entry.only( { "name", "vrf", "addresses", "mtu", "mss", "enabled", "access-group", "service-policy", "mode",
                     "kernel", "source", "destination", "underlay", "key", "ttl", "tos" } );
-      // What GRE and its IPv4 header leave of an Ethernet frame's packet.
-      auto fact = common( entry, 1476 );
+      auto fact = common( entry );
       fact.tunnel = TunnelIntfStatus( mode( entry ), entry.ip4( "source" ), entry.ip4( "destination" ),
                                       entry.vrf( "underlay" ), static_cast< U8 >( entry.number( "ttl", 0, 255, 64 ) ),
                                       static_cast< U8 >( entry.number( "tos", 0, 255, 0 ) ),

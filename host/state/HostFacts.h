@@ -69,7 +69,7 @@ struct IntfFact {
    Kynet::IntfId intfId;
    L3::VrfName vrf = L3::VrfName::defaultVrf();
    std::vector< Kynet::Prefix > addresses{}; // with host bits: the address and its subnet
-   U32 mtu = 1500;                           // bytes of an IPv4 packet, from 68 (RFC 791)
+   std::optional< U32 > mtu{};               // bytes of an IPv4 packet, from 68 (RFC 791); none: IntfBook::mtu
    U16 mssIngress = 0;                       // bytes of a TCP segment, 0: left alone
    U16 mssEgress = 0;
    Kynet::EthAddr mac{}; // zero: one that follows from the name

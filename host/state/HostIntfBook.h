@@ -41,7 +41,12 @@ class IntfBook {
    // What is told of VRFs may have changed.
    void devicesAre();
    // The IPsec connection of a tunnel, by its id; 0: none. A tunnel that is there is rebuilt.
-   void ipsecEncapIdIs( Kynet::IntfId intfId, U32 encapId );
+   // The tunnel's connection, 0 for none, and the bytes of the largest packet that it protects into an underlay of
+   // `underlayMtu`.
+   void ipsecIs( Kynet::IntfId intfId, U32 encapId, U32 packetMost = underlayMtu );
+   // What was told; otherwise 1500, and of a tunnel what its outer headers leave of an underlay of as much.
+   U32 mtu( const IntfFact & fact ) const;
+   static constexpr U32 underlayMtu = 1500;
 
    const Intfs & intfs() const { return intfs_; }
    const Neighbors & neighbors() const { return neighbors_; }
@@ -64,8 +69,6 @@ class IntfBook {
    using Derived = std::map< Kynet::Prefix, Mirel::RouteType >;
 
    Gant::String wrong( const IntfFact & fact ) const;
-   Gant::String wrongAddress( const IntfFact & fact, Kynet::Prefix address ) const;
-   Gant::String wrongTunnel( const IntfFact & fact ) const;
    Gant::String wrongPort( const IntfFact & fact ) const;
    void bringUp( const IntfFact & fact );
    void takeDown( const IntfFact & fact );
@@ -95,7 +98,12 @@ class IntfBook {
    Teller routerMacTeller_;
    bool kernel_ = true;
    Teller kernelTeller_;
-   std::map< Kynet::IntfId, U32 > ipsecEncapIds_;
+   struct Ipsec {
+      U32 encapId = 0;
+      U32 packetMost = underlayMtu;
+      friend bool operator==( const Ipsec &, const Ipsec & ) = default;
+   };
+   std::map< Kynet::IntfId, Ipsec > ipsec_;
    std::map< Kynet::IntfId, Derived > derived_; // routes in the books, by interface, with the VRF of its fact
    RouteBook< Kynet::Prefix > routes4_;
    RouteBook< Kynet::Ip6Prefix > routes6_;

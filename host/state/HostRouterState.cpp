@@ -111,9 +111,9 @@ ChangeResult RouterState::routeIs( const RouteFact & fact, Teller teller ) {
    const auto name = nameOf( fact.vrf, fact.prefix ) + ": ";
    const auto vrfId = vrfs_.id( fact.vrf );
    if ( !vrfId ) return refused( name + textOf( fact.vrf ) + " does not exist" );
-   if ( auto text = wrongWays( fact.prefix.af(), fact.ways ); !text.empty() ) return refused( name + text );
+   if ( auto text = wrongWays( fact.prefix.af(), fact.ways ); !text.empty() ) return invalid( name + text );
    return byFamily( routes4(), routes6(), fact.prefix, [ & ]( auto & book, const auto & prefix ) {
-      if ( auto text = wrongPrefix( prefix ); !text.empty() ) return refused( name + text );
+      if ( auto text = wrongPrefix( prefix ); !text.empty() ) return invalid( name + text );
       const auto fecId = book.fecs().acquire( *vrfId, fact.ways );
       book.routeIs( *vrfId, prefix, teller, fact.ways.kind, fecId );
       book.fecs().release( fecId );

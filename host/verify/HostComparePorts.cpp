@@ -12,8 +12,8 @@ std::string portInWords( const bess::pb::CreatePortRequest & create, const std::
 
 } // namespace
 
-PortComparison::PortComparison( const Ports & ports, const std::string & address, std::function< void() > wake ) :
-     generation_( ports.generation() ), engine_( address ), wake_( std::move( wake ) ) {
+PortComparison::PortComparison( const Ports & ports, const Vex::Peer & peer, std::function< void() > wake ) :
+     generation_( ports.generation() ), engine_( peer ), wake_( std::move( wake ) ) {
    for ( const auto & [ key, port ] : ports.kept() )
       if ( port->wish() && !port->leftOut() )
          wanted_.push_back( { port->name(), *port->wish(), port->reason(), {}, {} } );

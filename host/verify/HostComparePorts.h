@@ -12,7 +12,7 @@ namespace Host {
 // Asks for all ports and their settings when it is made, and has what was wanted then to compare them with.
 class PortComparison {
  public:
-   PortComparison( const Ports & ports, const std::string & address, std::function< void() > wake );
+   PortComparison( const Ports & ports, const Vex::Peer & peer, std::function< void() > wake );
    bool done() const { return due_ == 0; }
    // Of `ports` when it was made.
    U64 generation() const { return generation_; }

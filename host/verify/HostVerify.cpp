@@ -166,7 +166,7 @@ class Verify : public Answer, private Gant::StateMachine {
       const auto ahead = channel.requestsQueued() - channel.requestsAcknowledged();
       const auto * const ports = session_.ports();
       if ( ahead == 0 && ( ports == nullptr || !ports->changing() ) ) {
-         if ( ports != nullptr ) ports_ = std::make_unique< PortComparison >( *ports, channel.address(), wake_ );
+         if ( ports != nullptr ) ports_ = std::make_unique< PortComparison >( *ports, channel.peer(), wake_ );
          generation_ = channel.forwardingGeneration();
          run_ = std::make_unique< Run >( session_, most_ );
          dump_ = query_.dump( {}, wake_ );

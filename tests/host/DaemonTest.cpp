@@ -224,6 +224,13 @@ TEST_F( Vexl3d, anOverfullDataPlaneIsNamedByEveryShowAndByExitCodes ) {
    EXPECT_EQ( vexctl( { "show", "summary" } )[ "result" ][ "routesProgrammed" ], 16 );
 }
 
+TEST_F( Vexl3d, saysThatTheRouterIsEmptyWithoutADescription ) {
+   Process daemon( VEXL3D_PROGRAM, { "--socket", path( "vexl3d.sock" ) }, runtime() );
+   EXPECT_TRUE( daemon.says( "no --config: the router is empty" ) );
+   daemon.signal( SIGTERM );
+   EXPECT_EQ( daemon.wait(), 0 );
+}
+
 TEST_F( Vexl3d, triesAgainWhenItsDataPlaneDoesNotStart ) {
    Process daemon( VEXL3D_PROGRAM, arguments( { "--dataplane-program", path( "none" ) } ), runtime() );
    EXPECT_TRUE( daemon.says( "no data plane: " + path( "none" ) + ": No such file or directory" ) );

@@ -202,7 +202,9 @@ TEST( HostState, everyRefusalNamesItsObjectAndChangesNothing ) {
           "NAT of source 10.0.1.5:80 on Ethernet1: ports are those of the protocol tcp or udp" },
         { "add nat {interface: Ethernet1, original: '10.0.1.5:0', translated: 192.0.2.1}",
           "nat: original \"10.0.1.5:0\" is not an IPv4 address, alone or with :PORT" },
-        { "add bridge {name: br0}", "there is no kind \"bridge\"" },
+        { "add bridge {name: br0}",
+          "bridge: there is no kind \"bridge\"; kinds are router, vrf, access-list, class-map, policy-map, interface, "
+          "tunnel, ipsec, neighbor, vlan, virtual-mac, nat, route" },
         { "add vrf {name: [", "vrf: it is not YAML: end of sequence flow not found" },
    };
    for ( const auto & given : cases ) EXPECT_EQ( router.change( given.change ), given.refusal ) << given.change;
