@@ -134,8 +134,10 @@ void countedTables( const AgentView & session, Output & out ) {
    const auto connected = gates.maxOutGate() - gates.reservedOutGate() - gates.unusedOutGate().size();
    out.row(
         tableRow( "OutputGate", gates.name(), connected, gates.maxOutGate() - gates.reservedOutGate(), connected ) );
-   const auto rules = Vex::KyAclDb::maxAcls() - session.vexcsd()->kyAclDb()->freeAclIds();
-   out.row( tableRow( "RuleTable", "acl, qos, cpu", rules, Vex::KyAclDb::maxAcls(), rules ) );
+   if ( const auto & tables = session.vexcsd()->kyAclDb() ) {
+      const auto used = Vex::KyAclDb::maxAcls() - tables->freeAclIds();
+      out.row( tableRow( "RuleTable", "acl, qos, cpu", used, Vex::KyAclDb::maxAcls(), used ) );
+   }
    const auto sas = securityAssociations( session );
    out.row( tableRow( "SecurityAssociation", "ipsec", sas, IpsecHelper::maxIpsecSasDefault(), sas ) );
    const auto adjSm = agent->hulVrfRootSm()->hulAdjSm();
