@@ -49,6 +49,7 @@ struct Daemon::Signals {
 
 Daemon::Daemon( Options options ) :
      options_( std::move( options ) ), startedAt_( systemSeconds() ),
+     kernel_( state_, []( const std::string & error ) { spdlog::warn( "{}", error ); } ),
      sources_( state_, options_.sources, tellSourceError ), supervisor_( state_.tree(), options_.dataPlane,
                                                                          { [ this ] { return !sources_.busy(); },
                                                                            [ this ] {
@@ -64,6 +65,7 @@ bool Daemon::run() {
       return false;
    }
    if ( !sources_.load() ) return false;
+   kernel_.routesWrittenIs( sources_.kernelRoutes() );
    signals_ = std::make_unique< Signals >( *this );
    supervisor_.start();
    postFeed();
@@ -166,6 +168,7 @@ ChangeResult Daemon::reload() {
    notifyReloading();
    ++reloads_;
    const bool read = sources_.load();
+   kernel_.routesWrittenIs( sources_.kernelRoutes() );
    const auto errors = sources_.errors().count();
    postFeed();
    notifyReady( "reloaded" );

@@ -6,6 +6,7 @@
 
 #include "HostControlServer.h"
 #include "HostDaemonControl.h"
+#include "HostKernelTwin.h"
 #include "HostOptions.h"
 #include "HostSources.h"
 #include "HostSupervisor.h"
@@ -23,6 +24,8 @@ class Daemon : public DaemonControl {
    bool run();
 
    RouterState & state() override { return state_; }
+   // For whoever makes the kernel devices of interfaces.
+   KernelTwin & kernel() { return kernel_; }
    Gant::Ptr< VexL3Unicast::AgentSm > agent() const override;
    Gant::Ptr< Vex::VexCommonSmData > vexcsd() const override;
    Gant::Ptr< Vex::GrpcChannel > channel() const override;
@@ -44,6 +47,7 @@ class Daemon : public DaemonControl {
    const Options options_;
    const double startedAt_;
    RouterState state_;
+   KernelTwin kernel_;
    Sources sources_;
    Supervisor supervisor_;
    ControlServer control_{ *this };
