@@ -127,7 +127,7 @@ void KernelDevices::review( Kynet::IntfId intfId, Device & device ) {
    if ( index != device.index ) appeared( intfId, device, index );
    if ( link == nullptr ) return;
    if ( std::exchange( device.carrying, link->carrier ) != link->carrier ) {
-      events_.carryingChanged( intfId );
+      events_.carryingChanged( link->carrier ? 0 : index );
       if ( link->carrier ) askAll( intfId );
    }
    bringInLine( intfId, device, *link );
@@ -140,7 +140,7 @@ void KernelDevices::appeared( Kynet::IntfId intfId, Device & device, U32 index )
    std::erase_if( fixed_, [ intfId ]( const auto & key ) { return key.first == intfId; } );
    if ( former != 0 ) {
       byIndex_.erase( former );
-      if ( std::exchange( device.carrying, false ) ) events_.carryingChanged( intfId );
+      if ( std::exchange( device.carrying, false ) ) events_.carryingChanged( former );
       tellNeighbors( intfId, former );
    }
    device.configured = false;

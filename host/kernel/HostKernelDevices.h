@@ -42,8 +42,8 @@ class KernelDevices : public Gant::StateMachine {
       std::function< void( Kynet::IntfId, const Kynet::IpGenAddr &, const Kynet::EthAddr & ) > neighborIs;
       // Also of addresses that were none; 0.0.0.0: all of the interface.
       std::function< void( Kynet::IntfId, const Kynet::IpGenAddr & ) > neighborGone;
-      // What carrying() says of it has changed.
-      std::function< void( Kynet::IntfId ) > carryingChanged;
+      // What carrying() says has changed; `lost` is the index of the device that carries no more, 0: one carries now.
+      std::function< void( U32 lost ) > carryingChanged;
    };
    KernelDevices( KernelNamespace & space, const NeighborWants & wants, Events events, KernelTell tell );
    ~KernelDevices() override;

@@ -150,6 +150,23 @@ std::optional< U64 > KernelNextHops::gone( U32 id ) {
    return at->second;
 }
 
+std::vector< U64 > KernelNextHops::linkLost( U32 index ) {
+   for ( auto at = hopIds_.lower_bound( { index, {} } ); at != hopIds_.end() && at->first.index == index; ) {
+      hops_.erase( at->second );
+      // Should it be one that came since then.
+      dying_.push_back( at->second );
+      at = hopIds_.erase( at );
+   }
+   std::vector< U64 > lost;
+   for ( auto & [ key, group ] : groups_ ) {
+      const auto gone = [ this ]( U32 id ) { return !hops_.contains( id ); };
+      if ( !group.stands || !std::ranges::all_of( group.hops, gone ) ) continue;
+      group.stands = false;
+      lost.push_back( key );
+   }
+   return lost;
+}
+
 void KernelNextHops::sweep( KernelWrites & writes, size_t most ) {
    for ( ; most != 0 && !dying_.empty(); --most ) {
       writes.batch.message( RTM_DELNEXTHOP, 0, nhmsg{} );

@@ -54,6 +54,8 @@ class KernelNextHops {
    // The kernel has taken it away, or refused it. Gives the FEC whose group it was, and so its routes; nothing: of
    // none.
    std::optional< U64 > gone( U32 id );
+   // The link has lost its carrier or is gone, and has taken its next hops along. Gives the FECs whose groups went too.
+   std::vector< U64 > linkLost( U32 index );
    bool knows( U32 id ) const { return hops_.contains( id ) || groupKeys_.contains( id ); }
    // Takes away what nothing uses any more, up to so many. REQUIRES: no route in the kernel uses it.
    void sweep( KernelWrites & writes, size_t most );

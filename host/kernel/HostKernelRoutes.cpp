@@ -111,12 +111,8 @@ void KernelRoutes::handleStands() {
    if ( state_ != State::writing ) return;
    // Notifications were lost: any group may have been taken away.
    const auto keys = nextHops_.keys();
-   for ( const auto key : keys ) {
-      nextHops_.refused( key );
-      lostGroups_.insert( key );
-   }
-   family4_.suspect.addAll( family4_.written );
-   family6_.suspect.addAll( family6_.written );
+   for ( const auto key : keys ) nextHops_.refused( key );
+   handleGroupsGone( keys );
    schedule();
 }
 
@@ -134,24 +130,27 @@ void KernelRoutes::handleLost() {
 void KernelRoutes::handleNextHopGone( U32 id ) {
    if ( state_ != State::writing || !nextHops_.knows( id ) ) return;
    regroup_ = true;
-   if ( const auto key = nextHops_.gone( id ) ) {
-      lostGroups_.insert( *key );
-      if ( ( *key & 1 ) == 0 )
-         family4_.suspect.addAll( family4_.written );
-      else
-         family6_.suspect.addAll( family6_.written );
-   }
+   if ( const auto key = nextHops_.gone( id ) ) handleGroupsGone( { *key } );
    schedule();
 }
 
-void KernelRoutes::handleCarrying() {
+// The FECs of its routes are known, the routes are not.
+void KernelRoutes::handleGroupsGone( const std::vector< U64 > & keys ) {
+   if ( keys.empty() ) return;
+   lostGroups_.insert( keys.begin(), keys.end() );
+   family4_.suspect.addAll( family4_.written );
+   family6_.suspect.addAll( family6_.written );
+}
+
+void KernelRoutes::handleCarrying( U32 lost ) {
+   if ( lost != 0 ) handleGroupsGone( nextHops_.linkLost( lost ) );
    regroup_ = true;
    schedule();
 }
 
 void KernelRoutes::handleDevices() {
    family4_.walked = family6_.walked = 0;
-   handleCarrying();
+   handleCarrying( 0 );
 }
 
 void KernelRoutes::handleFec( U64 key ) {
@@ -474,12 +473,9 @@ void KernelRoutes::handleClock() {
    for ( const auto slot : std::exchange( family6_.refused, {} ) )
       if ( family6_.fib->slotHas( slot ) && family6_.fib->refAt( slot ).vrfId == args_.vrfId )
          family6_.dirty.add( slot );
-   for ( const auto key : std::exchange( brokenGroups_, {} ) ) {
-      dirtyGroups_.push_back( key );
-      lostGroups_.insert( key );
-   }
-   family4_.suspect.addAll( family4_.written );
-   family6_.suspect.addAll( family6_.written );
+   dirtyGroups_.insert( dirtyGroups_.end(), brokenGroups_.begin(), brokenGroups_.end() );
+   handleGroupsGone( { brokenGroups_.begin(), brokenGroups_.end() } );
+   brokenGroups_.clear();
    schedule();
 }
 

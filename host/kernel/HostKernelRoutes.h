@@ -36,8 +36,8 @@ class KernelRoutes : public Gant::StateMachine {
    void handleStands();
    void handleLost();
    void handleNextHopGone( U32 id );
-   // Of whichever device.
-   void handleCarrying();
+   // A device carries, or that of the index carries no more: which takes what leads by it away, unsaid.
+   void handleCarrying( U32 lost );
    // An interface has got a device, or has none any more.
    void handleDevices();
 
@@ -88,6 +88,7 @@ class KernelRoutes : public Gant::StateMachine {
    template < typename P >
    void handleRoute( Family< P > & family, const Mirel::RouteRef< P > & ref );
    void handleFec( U64 key );
+   void handleGroupsGone( const std::vector< U64 > & keys );
    void clean();
    void readLeftovers( U8 family );
    void readLeftoverNextHops();

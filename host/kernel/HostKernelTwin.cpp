@@ -1,5 +1,7 @@
 #include "HostKernelTwin.h"
 
+#include <algorithm>
+
 namespace Host {
 
 // What the namespace tells goes first to its devices, then to its routes: these ask whether those carry.
@@ -9,8 +11,8 @@ struct KernelTwin::Place : KernelNamespace::Watcher {
         devices( space, twin.wants_,
                  { [ &twin ]( auto intfId, auto & addr, auto & mac ) { twin.neighborIs( intfId, addr, mac ); },
                    [ &twin ]( auto intfId, auto & addr ) { twin.neighborGone( intfId, addr ); },
-                   [ this ]( auto ) {
-                      if ( routes ) routes->handleCarrying();
+                   [ this ]( U32 lost ) {
+                      if ( routes ) routes->handleCarrying( lost );
                    } },
                  twin.tell_ ) {}
    void onStands() override {

@@ -95,6 +95,7 @@ bool Daemon::run() {
    if ( !sources_.load() ) return false;
    if ( options_.sources.description.empty() )
       spdlog::info( "no --config: the router is empty, until vexctl or a route file tells it something" );
+   kernel_.routesWrittenIs( sources_.kernelRoutes() );
    signals_ = std::make_unique< Signals >( *this );
    supervisor_.start();
    postFeed();
@@ -212,6 +213,7 @@ ChangeResult Daemon::reload() {
    notifyReloading();
    ++reloads_;
    const bool read = sources_.load();
+   kernel_.routesWrittenIs( sources_.kernelRoutes() );
    const auto errors = sources_.errors().count();
    postFeed();
    notifyReady( "reloaded" );

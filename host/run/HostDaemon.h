@@ -25,6 +25,8 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    bool run();
 
    RouterState & state() override { return state_; }
+   // For whoever makes the kernel devices of interfaces.
+   KernelTwin & kernel() { return kernel_; }
    Gant::Ptr< VexL3Unicast::AgentSm > agent() const override;
    Gant::Ptr< Vex::VexCommonSmData > vexcsd() const override;
    Gant::Ptr< Vex::GrpcChannel > channel() const override;

@@ -128,6 +128,8 @@ std::optional< Description > Description::read( const std::string & path, Source
       try {
          if ( name == "route-file" )
             description.readRouteFile( Entry( pair.second ) );
+         else if ( name == "kernel-routes" )
+            description.kernelRoutes_ = Entry( pair.second ).flag( "kernel-routes" );
          else if ( !known )
             Entry( pair.first ).fail( "there is no section " + quoted( name ) );
       } catch ( const EntryError & error ) {

@@ -127,7 +127,7 @@ class SessionRouter : public Host::DaemonControl {
    Host::RouterState state_;
    bool fed_ = false;
    Host::Supervisor supervisor_{ state_.tree(),
-                                 { "embedded", VEXDP_PROGRAM, "off" },
+                                 { .program = VEXDP_PROGRAM, .dataPlaneLog = "off" },
                                  { [] { return true; }, [] {}, [ this ] { fed_ = true; } } };
 };
 
