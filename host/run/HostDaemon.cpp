@@ -20,7 +20,7 @@ namespace Host {
 namespace {
 
 // Lines of a route file in one turn of the loop, and requests that may wait for the data plane before the next turn.
-constexpr size_t linesPerTurn = 2048;
+constexpr size_t linesPerTurn = 1024;
 constexpr size_t backlogMost = 65536;
 
 double systemSeconds() {
