@@ -21,7 +21,7 @@ namespace Host {
 namespace {
 
 // Lines of a route file in one turn of the loop.
-constexpr size_t linesPerTurn = 2048;
+constexpr size_t linesPerTurn = 1024;
 // How often memory that is not needed is looked for, in seconds.
 constexpr double trimEvery = 20;
 
@@ -93,10 +93,10 @@ bool Daemon::run() {
       return false;
    }
    if ( !sources_.load() ) return false;
-   if ( options_.sources.description.empty() )
-      spdlog::info( "no --config: the router is empty, until vexctl or a route file tells it something" );
    kernel_.routesWrittenIs( sources_.kernelRoutes() );
    signals_ = std::make_unique< Signals >( *this );
+   if ( options_.sources.description.empty() )
+      spdlog::info( "no --config: the router is empty, until vexctl or a route file tells it something" );
    supervisor_.start();
    postFeed();
    notifyReady( "waiting for the data plane" );

@@ -13,7 +13,7 @@ static Gant::TraceHandle traceHandle( "HulRouteSm" );
 namespace {
 
 // Routes that one turn of the loop looks at.
-constexpr size_t routesPerTurn = 4096;
+constexpr size_t routesPerTurn = 2048;
 
 // Parts of a hundred: from which the data plane's table is nearly full, and below which it is not any more.
 constexpr U64 nearlyFull = 90, notNearlyFull = 85;
