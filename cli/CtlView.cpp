@@ -16,7 +16,7 @@ std::string textOf( const Json & json, int indent = -1 ) {
 
 void View::failed( const Error & error ) {
    out_.flush();
-   std::cerr << "vexctl: " << error.message << '\n';
+   std::cerr << "vexctl: " << inWords( error.message ) << '\n';
    exitCodeIs( error.exitCode() );
 }
 

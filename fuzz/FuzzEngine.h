@@ -4,10 +4,15 @@
 #include "DpEngine.h"
 #include "FuzzInput.h"
 
+#include <google/protobuf/stubs/logging.h>
+
 namespace Fuzz {
 
 // The table is large and is cleared by its engine's reset.
 inline Vexdp::CounterTable & counters() {
+   // Of texts that are no UTF-8 it would tell at each input.
+   static const auto told = google::protobuf::SetLogHandler( nullptr );
+   static_cast< void >( told );
    static Vexdp::CounterTable table;
    return table;
 }

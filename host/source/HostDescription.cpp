@@ -10,12 +10,12 @@
 
 namespace Host {
 
-std::string printable( std::string_view text, size_t longest ) {
+std::string printable( std::string_view text, size_t longest, bool lines ) {
    constexpr char digits[] = "0123456789abcdef";
    std::string out;
    for ( const char c : text.substr( 0, longest ) ) {
       const auto byte = static_cast< unsigned char >( c );
-      if ( std::iscntrl( byte ) )
+      if ( std::iscntrl( byte ) && !( lines && c == '\n' ) )
          out.append( "\\x" ).append( { digits[ byte >> 4 ], digits[ byte & 15 ] } );
       else
          out += c;
@@ -27,8 +27,15 @@ std::string SourceError::stringValue() const {
    return file + ( line == 0 ? "" : ":" + std::to_string( line ) ) + ": " + text;
 }
 
+void SourceErrors::note( SourceError note ) {
+   constexpr size_t longest = 10000;
+   note.text = printable( note.text, longest, true );
+   if ( tell_ ) tell_( note );
+}
+
 void SourceErrors::add( SourceError error ) {
    if ( ++count_ > kept ) return;
+   error.text = printable( error.text );
    if ( tell_ ) tell_( error );
    errors_.push_back( std::move( error ) );
 }

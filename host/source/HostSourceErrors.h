@@ -8,8 +8,8 @@
 
 namespace Host {
 
-// The text as a log may have it: its first 500 bytes, with control bytes written out.
-std::string printable( std::string_view text, size_t longest = 500 );
+// The text as a log may have it: its beginning, with control bytes written out. Several lines stay lines if they may.
+std::string printable( std::string_view text, size_t longest = 500, bool lines = false );
 
 struct SourceError {
    std::string file;
@@ -28,9 +28,7 @@ class SourceErrors {
    explicit SourceErrors( Tell tell ) : tell_( std::move( tell ) ) {}
    void add( SourceError error );
    // What is accepted and does less than it says: it is told, and is no error.
-   void note( const SourceError & note ) {
-      if ( tell_ ) tell_( note );
-   }
+   void note( SourceError note );
    size_t count() const { return count_; }
    const std::vector< SourceError > & errors() const { return errors_; }
 
