@@ -17,10 +17,13 @@ namespace {
 constexpr double pollEvery = 1;
 constexpr double firstBackOff = 1;
 constexpr double mostBackOff = 2;
+constexpr double mostBackOffDenied = 60; // a data plane without the right does not get it
 // Ports are looked at every second: what is due by half of that is done.
 constexpr double early = 0.5;
 
 double loopTime() { return Gant::activityManager()->now(); }
+
+bool denied( int code ) { return code == EPERM || code == EACCES; }
 
 bool unsupported( int code ) { return code == ENOTSUP || code == EOPNOTSUPP || code == ENOSYS; }
 
@@ -61,8 +64,7 @@ KeptPort::State KeptPort::state() const {
 bool KeptPort::leftOut() const {
    if ( !wish_ || !wish_->byDefault || there_ || reason_.empty() ) return false;
    // Not in a plain container, and not without the right.
-   return !wish_->impossible.empty() || code_ == EPERM || code_ == EACCES ||
-          reason_.find( "/dev/net/tun" ) != Gant::String::npos;
+   return !wish_->impossible.empty() || denied( code_ ) || reason_.find( "/dev/net/tun" ) != Gant::String::npos;
 }
 
 bool KeptPort::due( double time ) const { return loopTime() + early >= time; }
@@ -85,7 +87,7 @@ void KeptPort::found() {
    review();
 }
 
-bool KeptPort::made() const { return there_ && wish_ && made_ == wishedCreate_; }
+bool KeptPort::made() const { return there_ && wish_ && wish_->impossible.empty() && made_ == wishedCreate_; }
 
 void KeptPort::review() {
    if ( call_ ) return; // its answer comes back here
@@ -244,7 +246,7 @@ void KeptPort::failed( int code, const Gant::String & reason ) {
    reason_ = reason.empty() ? Gant::String( std::strerror( code ) ) : reason;
    if ( wish_ && reason_.find( wish_->device ) == Gant::String::npos )
       reason_ = "device " + wish_->device + ": " + reason_;
-   backOff_ = std::min( mostBackOff, std::max( firstBackOff, 2 * backOff_ ) );
+   backOff_ = std::min( denied( code ) ? mostBackOffDenied : mostBackOff, std::max( firstBackOff, 2 * backOff_ ) );
    retryAt_ = loopTime() + backOff_;
    tell();
 }

@@ -40,7 +40,8 @@ struct PortTraffic {
 //
 // States: absent (it is not there; what stands in the way is `reason`), there. A port that is there is asked for its
 // link and its packets every second; one that has lost its device is destroyed and made again. What fails is tried
-// again after one second, then every two. Each reason is logged once, until it is another one.
+// again after one second, then every two; what is not permitted, less and less often, to once a minute. Each reason is
+// logged once, until it is another one.
 class KeptPort {
  public:
    enum class State { making, up, down, failed, leaving };

@@ -199,6 +199,13 @@ interfaces: [{name: Ethernet1, device: veth1}, {name: Ethernet2, device: veth2}]
    } );
    until( "Ethernet1", "up " );
    for ( const auto & call : engine.take() ) EXPECT_EQ( call.find( "Ethernet2" ), call.npos ) << call;
+   // A device in the kernel leaves the namespace of a VRF that it is no longer in, also for none.
+   router.change( "add vrf {name: red}" );
+   router.change( "replace interface {name: Ethernet2, device: veth2, kernel: true}" );
+   until( "kernel:Ethernet2", "up " );
+   router.change( "replace interface {name: Ethernet2, device: veth2, kernel: true, vrf: red}" );
+   until( "kernel:Ethernet2", "failed VRF red has no netns for the device Ethernet2" );
+   EXPECT_EQ( engine.take().at( 1 ), "destroy kernel:Ethernet2" );
 }
 
 } // namespace
