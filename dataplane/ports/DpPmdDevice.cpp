@@ -1,5 +1,7 @@
 #include "DpPmdDevice.h"
 
+#include "DpDescriptor.h"
+
 #include <rte_bus.h>
 #include <rte_dev.h>
 #include <rte_errno.h>
@@ -56,14 +58,16 @@ int packetSocketOn( unsigned index ) {
    return -1;
 }
 
+// False, with errno, when the kernel doesn't do it.
+bool asked( const std::string & kernelDevice, unsigned long what, ifreq & request ) {
+   kernelDevice.copy( request.ifr_name, IFNAMSIZ - 1 );
+   const Descriptor socket( ::socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0 ) );
+   return socket.fd() >= 0 && ioctl( socket.fd(), what, &request ) == 0;
+}
+
 short flagsOf( const std::string & kernelDevice ) {
    ifreq request{};
-   kernelDevice.copy( request.ifr_name, IFNAMSIZ - 1 );
-   const int fd = ::socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0 );
-   if ( fd < 0 ) return 0;
-   const bool told = ioctl( fd, SIOCGIFFLAGS, &request ) == 0;
-   close( fd );
-   return told ? request.ifr_flags : short( 0 );
+   return asked( kernelDevice, SIOCGIFFLAGS, request ) ? request.ifr_flags : short( 0 );
 }
 
 // The kernel of the namespace is to leave the device to the port: it answers no ARP there, believes no source address,
@@ -119,8 +123,9 @@ Outcome PmdDevice::make( Eal & eal, const bess::pb::PMDPortArg & arg, Sizes size
       id = std::uint16_t( arg.port_id() );
    }
    std::unique_ptr< PmdDevice > made( new PmdDevice( id, dev, ours, pool ) );
+   made->kernelDevice_ = kernelDevice;
    if ( auto out = made->begin( sizes, frameLen ); !out.ok() ) return out;
-   if ( auto out = made->standOn( kernelDevice ); !out.ok() ) return out;
+   if ( auto out = made->standOn(); !out.ok() ) return out;
    device = std::move( made );
    return {};
 }
@@ -139,7 +144,8 @@ Outcome PmdDevice::begin( Sizes sizes, unsigned frameLen ) {
    rte_eth_dev_info info{};
    if ( const int error = rte_eth_dev_info_get( id_, &info ); error != 0 ) return failed( error, dev_ );
    rte_eth_conf conf{};
-   if ( frameLen > RTE_ETHER_MAX_LEN && info.max_mtu > RTE_ETHER_MTU )
+   // The drivers on the kernel's devices say 1,500, whatever those take.
+   if ( kernelDevice_.empty() && frameLen > RTE_ETHER_MAX_LEN && info.max_mtu > RTE_ETHER_MTU )
       conf.rxmode.mtu = std::min< std::uint32_t >( kMaxMtu, info.max_mtu );
    if ( const int error = rte_eth_dev_configure( id_, 1, 1, &conf ); error != 0 ) return failed( error, dev_ );
    auto in = sizes.in == 0 ? kDescriptors : sizes.in;
@@ -156,12 +162,11 @@ Outcome PmdDevice::begin( Sizes sizes, unsigned frameLen ) {
 }
 
 // What the kernel itself sends on the device is not for the router.
-Outcome PmdDevice::standOn( const std::string & kernelDevice ) {
-   if ( kernelDevice.empty() ) return {};
-   kernelDevice_ = kernelDevice;
-   kernelIndex_ = if_nametoindex( kernelDevice.c_str() );
-   if ( kernelIndex_ == 0 ) return refuse( ENODEV, "device {} is gone", kernelDevice );
-   keepKernelOff( kernelDevice );
+Outcome PmdDevice::standOn() {
+   if ( kernelDevice_.empty() ) return {};
+   kernelIndex_ = if_nametoindex( kernelDevice_.c_str() );
+   if ( kernelIndex_ == 0 ) return refuse( ENODEV, "device {} is gone", kernelDevice_ );
+   keepKernelOff( kernelDevice_ );
    socket_ = packetSocketOn( kernelIndex_ );
    const int on = 1;
    if ( socket_ >= 0 ) setsockopt( socket_, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on );
@@ -221,10 +226,29 @@ Device::Conf PmdDevice::conf() const {
       std::ranges::copy( mac.addr_bytes, addr.bytes.begin() );
       conf.mac = fmt::format( "{}", addr );
    }
-   std::uint16_t mtu = 0;
-   if ( rte_eth_dev_get_mtu( id_, &mtu ) == 0 ) conf.mtu = mtu;
+   conf.mtu = mtu();
    conf.up = up_;
    return conf;
+}
+
+std::uint32_t PmdDevice::mtu() const {
+   ifreq request{};
+   if ( !kernelDevice_.empty() && asked( kernelDevice_, SIOCGIFMTU, request ) ) return std::uint32_t( request.ifr_mtu );
+   std::uint16_t mtu = 0;
+   return rte_eth_dev_get_mtu( id_, &mtu ) == 0 ? mtu : 0;
+}
+
+Outcome PmdDevice::mtuIs( std::uint32_t mtu ) {
+   if ( mtu == 0 || mtu == this->mtu() ) return {};
+   if ( kernelDevice_.empty() ) {
+      const int error = rte_eth_dev_set_mtu( id_, std::uint16_t( mtu ) );
+      return error == 0 ? Outcome() : failed( error, fmt::format( "{}: mtu {}", dev_, mtu ) );
+   }
+   ifreq request{};
+   request.ifr_mtu = int( mtu );
+   return asked( kernelDevice_, SIOCSIFMTU, request )
+               ? Outcome()
+               : failed( errno, fmt::format( "{}: mtu {}", kernelDevice_, mtu ) );
 }
 
 Outcome PmdDevice::confIs( const bess::pb::PortConf & conf ) {
@@ -233,9 +257,7 @@ Outcome PmdDevice::confIs( const bess::pb::PortConf & conf ) {
       if ( auto out = stationFrom( conf.mac_addr(), mac ); !out.ok() ) return out;
    if ( conf.mtu() != 0 && ( conf.mtu() < kMinMtu || conf.mtu() > kMaxMtu ) )
       return refuse( ERANGE, "mtu {} is not from {} to {}", conf.mtu(), kMinMtu, kMaxMtu );
-   if ( conf.mtu() != 0 && conf.mtu() != this->conf().mtu )
-      if ( const int error = rte_eth_dev_set_mtu( id_, std::uint16_t( conf.mtu() ) ); error != 0 )
-         return failed( error, fmt::format( "{}: mtu {}", dev_, conf.mtu() ) );
+   if ( auto out = mtuIs( conf.mtu() ); !out.ok() ) return out;
    if ( !conf.mac_addr().empty() && conf.mac_addr() != this->conf().mac ) {
       rte_ether_addr addr{};
       std::ranges::copy( mac.bytes, addr.addr_bytes );

@@ -38,7 +38,9 @@ class PmdDevice final : public Device {
    PmdDevice( std::uint16_t id, std::string dev, bool ours, rte_mempool * pool ) :
         id_( id ), dev_( std::move( dev ) ), ours_( ours ), pool_( pool ) {}
    Outcome begin( Sizes sizes, unsigned frameLen );
-   Outcome standOn( const std::string & kernelDevice );
+   Outcome standOn();
+   std::uint32_t mtu() const;
+   Outcome mtuIs( std::uint32_t mtu );
 
    const std::uint16_t id_;
    const std::string dev_; // as DPDK names it
