@@ -382,13 +382,6 @@ TEST_F( GrpcChannel, lossIsToldOnceAndQueuingAfterwardsIsHarmless ) {
    EXPECT_EQ( channel->requestsAcknowledged(), 0u );
 }
 
-TEST_F( GrpcChannel, aDataPlaneThatIsNotThereIsALossToo ) {
-   connect();
-   addRoute( 1 );
-   until( [ & ] { return channel->lost(); } );
-   EXPECT_EQ( listener->losses, 1 );
-}
-
 TEST_F( GrpcChannel, aChannelMayGoInTheMiddleOfEverything ) {
    start( { &engine } );
    connect();
