@@ -62,6 +62,7 @@ void UnixDevice::receive( std::vector< Packet > & burst ) {
 
 void UnixDevice::send( Packet && packet ) {
    const Packet gone = std::move( packet );
+   if ( client_.fd() < 0 ) welcome();
    if ( !up_ || client_.fd() < 0 ||
         ::send( client_.fd(), gone.data(), gone.size(), MSG_NOSIGNAL ) != ssize_t( gone.size() ) ) {
       ++stats_.out.dropped;

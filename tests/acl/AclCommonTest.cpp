@@ -160,14 +160,4 @@ TEST_F( AclCommon, aCountIsTheSumOfTheWritersAndStartsFromZeroForANewRule ) {
    EXPECT_EQ( helper->getCounter( data, second ), 3u );
 }
 
-TEST_F( AclCommon, aFileThatIsNoCounterTableIsNamedAndCountsNothing ) {
-   EXPECT_EQ( counts->map( file.path() + ".none" ),
-              "counter table " + file.path() + ".none: No such file or directory" );
-   ASSERT_EQ( counts->map( file.path() ), "" );
-   ASSERT_EQ( truncate( file.path().c_str(), 100 ), 0 );
-   EXPECT_EQ( counts->map( file.path() ), "counter table " + file.path() + ": not a counter table" );
-   EXPECT_FALSE( counts->mapped() );
-   EXPECT_EQ( counts->mirelCount( VexModules::MirelCounterId( 0 ) ).count().value(), 0u );
-}
-
 } // namespace

@@ -187,12 +187,6 @@ TEST( Requests, aRefusalCarriesTheStandardErrorModel ) {
    EXPECT_EQ( object.resource_type(), "module" );
 }
 
-TEST( Requests, aModuleWithoutANameGetsOneThatIsFree ) {
-   Plane plane;
-   plane.set( "create trap0 Trap" );
-   EXPECT_EQ( plane.ask< bess::pb::CreateModuleResponse >( "create - Trap" ).name(), "trap1" );
-}
-
 TEST( Requests, aFibHoldsWhatTheDataPlaneIsSetToWhateverItIsAskedFor ) {
    Plane plane( { .routes = 2 } );
    for ( const char * name :

@@ -57,25 +57,6 @@ TEST_F( Router, eachFactOfAnInterfaceHasItsCallAndAnUnchangedOneNone ) {
                                      "enableVlanRouting Et2 vlan 4093 off" ) );
 }
 
-TEST_F( Router, theMssIsTheInterfacesBeforeItIsCreatedAndKeptWhileItExists ) {
-   startUsual();
-   const Ip::IntfStatus status( L3::VrfName( "default" ), true, false, false, 1500, 1300, 0 );
-   state.up( "Et3", true );
-   state.ip->intfStatusIs( intfId( "Et3" ), status );
-   EXPECT_THAT( take(), ElementsAre( "handleTcpMssIngress Et3 1300", "handleL3Intf Et3 vlan 4092 mtu 1500 vrf 0 create",
-                                     "enableVlanRouting Et3 vlan 4092 ip" ) );
-   state.ip->intfStatusDel( intfId( "Et3" ) );
-   state.ip->intfStatusIs( intfId( "Et3" ), status );
-   EXPECT_THAT( take(), ElementsAre( "handleL3Intf Et3 vlan 4092 mtu 1500 vrf 0 delete",
-                                     "handleL3Intf Et3 vlan 4092 mtu 1500 vrf 0 create",
-                                     "enableVlanRouting Et3 vlan 4092 ip" ) );
-   state.intfDel( "Et3" );
-   take();
-   state.up( "Et3", true );
-   state.ip->intfStatusIs( intfId( "Et3" ), status );
-   EXPECT_EQ( take().front(), "handleTcpMssIngress Et3 1300" );
-}
-
 TEST_F( Router, internalVlansAreTheHighestThatNobodyHasARightTo ) {
    state.bridging->vlanConfigIs( Bridging::VlanId( 4094 ),
                                  Gant::make< Bridging::VlanConfig >( Bridging::VlanId( 4094 ) ) );

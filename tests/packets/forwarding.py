@@ -42,13 +42,15 @@ class Forwarding(unittest.TestCase):
                                    'third': (THIRD + '/24', '10.0.3.1')}, f'''
 router: {{mac: '{ROUTER_MAC}'}}
 interfaces:
-  - {{name: Ethernet1, addresses: 10.0.1.1/24, device: wire-left}}
+  - {{name: Ethernet1, addresses: 10.0.1.1/24, device: wire-left, mtu: 9000}}
   - {{name: Ethernet2, addresses: 10.0.2.1/24, device: wire-right, mtu: 1400}}
-  - {{name: Ethernet3, addresses: 10.0.3.1/24, device: wire-third}}
+  - {{name: Ethernet3, addresses: 10.0.3.1/24, device: wire-third, mtu: 9000}}
 ''')
         cls.addClassCleanup(cls.lab.end)
         cls.lab.start()
         cls.left, cls.right, cls.third = (cls.lab.hosts[name] for name in ('left', 'right', 'third'))
+        for host in (cls.left, cls.third):
+            host.run('ip', 'link', 'set', 'eth0', 'mtu', '9000')
         # Every neighbour is known, so that nothing but what is sent is on the wires.
         for host in (cls.right, cls.third):
             until(lambda host=host: host.run('ping', '-c1', '-W1', LEFT, check=False).returncode == 0, 'a first ping')
@@ -72,6 +74,7 @@ interfaces:
             first = a.run('ping', '-c1', '-t1', '-W2', target, check=False).stdout
             self.assertIn(f'From {gate}', first)
             self.assertIn('Time to live exceeded', first)
+        self.assertIn(' 0% packet loss', self.left.run('ping', '-c2', '-i0.05', '-s8972', '-Mdo', THIRD).stdout)
         # TCP, with the path's MTU found out by the kernels.
         server = self.right.start('timeout', '10', '/usr/bin/python3', '-c', '''
 import socket

@@ -60,16 +60,6 @@ TEST_F( Chain, modulesStandInOrderOfPriorityHoweverTheyCome ) {
    EXPECT_EQ( source->unusedOutGate().size(), 1u );
 }
 
-TEST_F( Chain, theLastModuleWithoutAnExitLeadsNowhere ) {
-   chain.place( a, 100 );
-   EXPECT_EQ( sent(), Lines{} );
-   chain.place( b, 200 );
-   EXPECT_EQ( sent(), lines( "connect a:1 -> b:0" ) );
-   chain.remove( b.get() );
-   EXPECT_EQ( sent(), lines( "disconnect a:1" ) );
-   EXPECT_EQ( a->unusedOutGate().size(), 1u );
-}
-
 TEST_F( Chain, aModuleThatGoesIsForgottenByItsPeersWithoutAWord ) {
    a->connectViaReservedGate( b, Vex::GateId( 0 ) );
    a->connectModule( c );

@@ -423,13 +423,6 @@ TEST( Liveness, aTurnThatComesLateIsNobodysSilence ) {
    EXPECT_EQ( liveness.turn( 18003.3, true ), "the data plane has owed an answer for 3 s" );
 }
 
-TEST_F( GrpcChannel, aDataPlaneThatIsNotThereIsALossToo ) {
-   connect();
-   addRoute( 1 );
-   until( [ & ] { return channel->lost(); } );
-   EXPECT_EQ( listener->losses, 1 );
-}
-
 TEST_F( GrpcChannel, aChannelMayGoInTheMiddleOfEverything ) {
    start( { &engine } );
    connect();

@@ -1,0 +1,130 @@
+#include "DpDescriptor.h"
+#include "DpEthernet.h"
+#include "DpTestSupport.h"
+#include "DpTracePacket.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <atomic>
+#include <set>
+#include <thread>
+
+namespace DpTest {
+
+using namespace Vexdp;
+
+namespace {
+
+// Both ends are ours: nothing on the machine is needed.
+class Wired : public testing::Test {
+ protected:
+   Wired() {
+      plane.set( coreLines() );
+      for ( const auto * intf : { "et1", "et2" } ) plane.set( ethernetLines( intf, intf[ 2 ] - '0' ) );
+      plane.set( R"(
+         fibIpv4 addFec fec_id: 2 nh_info { gate: 2 nh_index: 5 }
+         fibIpv4 addRoute vrf: 0 prefix: @10.2.0.0 prefix_len: 16 fec_id: 2
+         NextHop_et2 writeNH nexthopinfo { nh_index: 5 pkt_cmd: 1 mac_da: @02:aa:00:00:00:05 }
+         NextHop_et2 writeNH nexthopinfo { nh_index: 6 pkt_cmd: 1 mac_da: @02:aa:00:00:00:06 }
+      )" );
+   }
+
+   bess::pb::Error make( const std::string & name ) {
+      bess::pb::UnixSocketPortArg arg;
+      arg.set_path( pathOf( name ) );
+      bess::pb::CreatePortRequest request;
+      request.set_name( name );
+      request.set_driver( "UnixSocketPort" );
+      request.mutable_arg()->PackFrom( arg );
+      bess::pb::CreatePortResponse response;
+      plane.engine.apply( request, response );
+      return response.error();
+   }
+   static std::string pathOf( const std::string & name ) { return fmt::format( "@vexdp-test-{}-{}", getpid(), name ); }
+
+   static Descriptor client( const std::string & name ) {
+      Descriptor made( ::socket( AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0 ) );
+      sockaddr_un address{};
+      address.sun_family = AF_UNIX;
+      const auto path = pathOf( name );
+      path.copy( address.sun_path, path.size() );
+      address.sun_path[ 0 ] = 0;
+      const timeval patience{ 20, 0 };
+      setsockopt( made.fd(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience );
+      EXPECT_EQ( connect( made.fd(), reinterpret_cast< sockaddr * >( &address ),
+                          socklen_t( offsetof( sockaddr_un, sun_path ) + path.size() ) ),
+                 0 )
+           << path;
+      return made;
+   }
+
+   static Packet transit() {
+      vex::pb::TracePacketRequest request;
+      parse( "src: @10.1.0.9 dst: @10.2.0.7 proto: 17 sport: 1 dport: 2", request );
+      Packet packet( 0 );
+      EXPECT_TRUE( describedPacket( request, packet ).ok() );
+      prependEthernet( packet, { { 0x02, 0, 0, 0, 0, 1 } }, { { 0x02, 0xbb, 0, 0, 0, 1 } }, kEtherTypeIpv4 );
+      return packet;
+   }
+   static void send( const Descriptor & to, const Packet & packet ) {
+      EXPECT_EQ( ::send( to.fd(), packet.data(), packet.size(), 0 ), ssize_t( packet.size() ) );
+   }
+   // The frame's destination; empty when none came.
+   static std::string received( const Descriptor & from ) {
+      MacAddr mac;
+      std::array< std::uint8_t, 2048 > bytes;
+      if ( recv( from.fd(), bytes.data(), bytes.size(), 0 ) < ssize_t( kEthernetLen ) ) return {};
+      std::copy_n( bytes.begin(), mac.bytes.size(), mac.bytes.begin() );
+      return fmt::format( "{}", mac );
+   }
+
+   Plane plane;
+};
+
+TEST_F( Wired, packetsComeInByOnePortAndLeaveByTheOtherWhicheverIsMadeFirst ) {
+   ASSERT_EQ( make( "et2" ).errmsg(), "" );
+   ASSERT_EQ( make( "et1" ).errmsg(), "" );
+   EXPECT_EQ( make( "et1" ).errmsg(), "et1: CreatePort: there is a port et1 already" );
+   auto out = client( "et2" );
+   send( client( "et1" ), transit() );
+   EXPECT_EQ( received( out ), "02:aa:00:00:00:05" );
+
+   // The interface's modules go and come again: the port meets the new ones.
+   plane.set( "destroy rx_et1\ncreate rx_et1 PortRx intfname: 'et1' intf_id: 1\nconnect rx_et1:0 classify_et1:0" );
+   send( client( "et1" ), transit() );
+   EXPECT_EQ( received( out ), "02:aa:00:00:00:05" );
+
+   plane.engine.reset();
+   bess::pb::ListPortsResponse ports;
+   plane.engine.list( ports );
+   EXPECT_EQ( ports.ports_size(), 0 );
+}
+
+TEST_F( Wired, eachPacketSeesWhatWasBeforeAChangeOrWhatIsAfterIt ) {
+   ASSERT_EQ( make( "et1" ).errmsg(), "" );
+   ASSERT_EQ( make( "et2" ).errmsg(), "" );
+   const auto in = client( "et1" ), out = client( "et2" );
+   std::atomic< bool > ending = false;
+   std::thread changer( [ & ] {
+      for ( unsigned i = 0; !ending; ++i ) {
+         plane.set( fmt::format( "fibIpv4 addFec fec_id: 2 nh_info {{ gate: 2 nh_index: {} }}", 5 + i % 2 ) );
+         plane.set( "fibIpv4 addRoute vrf: 0 prefix: @10.2.0.0 prefix_len: 24 fec_id: 2\n"
+                    "fibIpv4 delRoute vrf: 0 prefix: @10.2.0.0 prefix_len: 24" );
+      }
+   } );
+   std::multiset< std::string > seen;
+   const auto packet = transit();
+   for ( unsigned i = 0; i < 2000; ++i ) {
+      send( in, packet );
+      seen.insert( received( out ) );
+   }
+   ending = true;
+   changer.join();
+   EXPECT_EQ( seen.count( "02:aa:00:00:00:05" ) + seen.count( "02:aa:00:00:00:06" ), 2000u );
+   EXPECT_GT( seen.count( "02:aa:00:00:00:06" ), 0u );
+}
+
+} // namespace
+
+} // namespace DpTest
