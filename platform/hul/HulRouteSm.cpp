@@ -288,7 +288,7 @@ void RouteMachine< F >::handleAcknowledged() {
    underWay_.acknowledged( args_.common->progress()->acknowledged(),
                            [ this ]( const auto & entry ) { answered( entry ); } );
    reviewFill();
-   if ( room_ != 0 && !waiting_.empty() ) turns_.post();
+   if ( busy() || ( room_ != 0 && !waiting_.empty() ) ) turns_.post();
 }
 
 template < typename F >
@@ -362,8 +362,9 @@ RouteState RouteMachine< F >::state( U32 vrfId, const Prefix & prefix ) const {
    const auto & told = told_[ *slot ];
    if ( told.routeType != 0 && !told.underWay && told.error == 0 ) {
       const auto refusal = args_.adjSm->refusal( told.adj );
-      if ( refusal.empty() ) return { RouteProgress::programmed(), {} };
-      return { RouteProgress::refused(), "its next hops: " + refusal };
+      if ( !refusal.empty() ) return { RouteProgress::refused(), "its next hops: " + refusal };
+      const auto disabled = args_.adjSm->disabled( told.adj );
+      return { disabled.empty() ? RouteProgress::programmed() : RouteProgress::pending(), disabled };
    }
    const bool refused = told.error != 0 || told.unprogrammed != 0;
    return { refused ? RouteProgress::refused() : RouteProgress::pending(), reasonOf( told, *slot ) };
@@ -506,10 +507,11 @@ void RouteMachine< F >::sweep() {
 template < typename F >
 void RouteMachine< F >::turn() {
    if ( zombie() || !hasNotificationActive() ) return;
-   sweepSome( moveSome( tellAgain( routesPerTurn ) ) );
+   const bool held = args_.common->progress()->congested();
+   if ( !held ) sweepSome( moveSome( tellAgain( routesPerTurn ) ) );
    if ( sweeping_ && sweepLeft_ == 0 ) swept();
    if ( std::exchange( uncommitted_, false ) ) F::commit( *args_.helper );
-   if ( busy() || ( room_ != 0 && !waiting_.empty() ) ) turns_.post();
+   if ( !held && ( busy() || ( room_ != 0 && !waiting_.empty() ) ) ) turns_.post();
 }
 
 template < typename F >
