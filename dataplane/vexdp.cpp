@@ -32,7 +32,8 @@ struct Options {
    bool insecureTcp = false;
    Vexdp::TlsFiles tls;
    std::string counters;
-   Vexdp::Limits limits;
+   Vexdp::EngineOptions engine;
+   std::string ealWords;
    std::string logLevel = "info";
    std::optional< pid_t > parent; // 0: whoever it is
 };
@@ -69,10 +70,17 @@ std::optional< Options > parsed( int argc, char ** argv, int & exitCode ) {
    app.add_option( "--counters", options.counters,
                    "file to make for the counters, which others may map; without it they stay inside" )
         ->type_name( "FILE" );
-   app.add_option( "--max-routes", options.limits.routes, "routes that a FIB holds, all VRFs together" )
+   app.add_option( "--max-routes", options.engine.limits.routes, "routes that a FIB holds, all VRFs together" )
         ->type_name( "N" )
         ->capture_default_str()
         ->check( CLI::Range( std::uint32_t( 1 ), Vexdp::Limits::kMostRoutes ) );
+   app.add_flag( "--busy", options.engine.busy, "the worker polls its ports without end, and sleeps never" );
+   app.add_flag( "--huge", options.engine.eal.hugePages, "packet buffers in huge pages, and devices of the PCI bus" );
+   app.add_option( "--memory", options.engine.eal.memory, "megabytes for packet buffers, when there is a port" )
+        ->type_name( "MB" )
+        ->capture_default_str()
+        ->check( CLI::Range( 64u, 65536u ) );
+   app.add_option( "--eal", options.ealWords, "further words for DPDK's environment" )->type_name( "WORDS" );
    app.add_option( "--log-level", options.logLevel, "debug, info, warning, error or off" )
         ->type_name( "LEVEL" )
         ->capture_default_str()
@@ -85,6 +93,7 @@ std::optional< Options > parsed( int argc, char ** argv, int & exitCode ) {
    try {
       app.parse( argc, argv );
       if ( const auto wrong = wrongTogether( options ); !wrong.empty() ) throw CLI::ValidationError( wrong );
+      options.engine.eal.words = CLI::detail::split_up( options.ealWords );
       return options;
    } catch ( const CLI::ParseError & error ) {
       exitCode = app.exit( error ) == 0 ? done : usage;
@@ -147,7 +156,7 @@ int serve( const Options & options, const sigset_t & signals ) {
    try {
       const auto counters = options.counters.empty() ? std::make_unique< Vexdp::CounterTable >()
                                                      : std::make_unique< Vexdp::CounterTable >( options.counters );
-      Vexdp::Engine engine( *counters, options.limits );
+      Vexdp::Engine engine( *counters, options.engine );
       const Vexdp::Server server( engine, options.listen.empty() ? defaultAddresses() : options.listen, options.tls );
       for ( const auto & address : server.addresses() ) spdlog::info( "listening on {}", address );
       const auto signal = waited( signals, engine );

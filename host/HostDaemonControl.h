@@ -16,12 +16,14 @@ class AgentSm;
 
 namespace Host {
 
+class Ports;
 class RouterState;
 
 enum class ChangeOp { add, replace, del };
 
 struct ChangeResult {
-   enum class Code { done, refused, notFound };
+   // invalid: wrong whatever the router holds.
+   enum class Code { done, invalid, refused, notFound };
    Code code = Code::done;
    std::string message; // why not, or what is done less than was told, naming the object
 };
@@ -61,6 +63,8 @@ class DaemonControl {
    virtual Gant::Ptr< VexL3Unicast::AgentSm > agent() const = 0;
    virtual Gant::Ptr< Vex::VexCommonSmData > vexcsd() const = 0;
    virtual Gant::Ptr< Vex::GrpcChannel > channel() const = 0;
+   // The same; a daemon that makes no ports has none.
+   virtual const Ports * ports() const { return nullptr; }
    virtual DaemonStatus status() const = 0;
 
    // One change. `kind` is a section of the description in the singular ("route", "neighbor", "interface", "vrf",

@@ -1,4 +1,4 @@
-// A module of the graph: a packet processor with numbered gates, driven by commands.
+// A module of the graph: a packet processor with numbered gates, driven by commands. What stands behind is not its own.
 #pragma once
 
 #include "DpRefusal.h"

@@ -60,7 +60,7 @@ class Answer {
 
 // A member that a request may have.
 struct Parameter {
-   enum class Kind { text, number, flag };
+   enum class Kind { text, number, flag, named }; // named: a number or a name
    const char * name;
    Kind kind = Kind::text;
    bool required = false;
@@ -80,6 +80,12 @@ class Question {
       return members_.value( name, otherwise );
    }
    bool flag( const char * name ) const { return members_.value( name, false ); }
+   // Of a named one, a number in its digits.
+   std::string word( const char * name ) const {
+      const auto at = members_.find( name );
+      if ( at == members_.end() ) return {};
+      return at->is_string() ? at->get< std::string >() : at->dump();
+   }
 
  private:
    Json members_;

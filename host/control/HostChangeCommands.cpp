@@ -7,18 +7,21 @@ namespace Host {
 
 namespace {
 
-[[noreturn]] void refuse( const ChangeResult & result ) {
-   throw CommandError( result.code == ChangeResult::Code::notFound ? ErrorCode::notFound : ErrorCode::refused,
-                       result.message );
+ErrorCode errorCodeOf( ChangeResult::Code code ) {
+   switch ( code ) {
+   case ChangeResult::Code::invalid: return ErrorCode::usage;
+   case ChangeResult::Code::notFound: return ErrorCode::notFound;
+   default: return ErrorCode::refused;
+   }
 }
 
 void tell( const ChangeResult & result, Output & out ) {
-   if ( result.code != ChangeResult::Code::done ) refuse( result );
+   if ( result.code != ChangeResult::Code::done ) throw CommandError( errorCodeOf( result.code ), result.message );
    if ( !result.message.empty() ) out.endMember( "message", result.message );
 }
 
 std::unique_ptr< Answer > done( const ChangeResult & result ) {
-   if ( result.code != ChangeResult::Code::done ) refuse( result );
+   if ( result.code != ChangeResult::Code::done ) throw CommandError( errorCodeOf( result.code ), result.message );
    return atOnce( [ result ]( Output & out ) { tell( result, out ); } );
 }
 

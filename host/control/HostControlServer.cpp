@@ -21,10 +21,6 @@ namespace Host {
 
 static Gant::TraceHandle traceHandle( "HostControlServer" );
 
-namespace {
-
-using asio::local::stream_protocol;
-
 // Held by the daemon that has the path, and let go of by the kernel, whatever ends it.
 class PathLock {
  public:
@@ -47,6 +43,10 @@ class PathLock {
  private:
    int fd_ = -1;
 };
+
+namespace {
+
+using asio::local::stream_protocol;
 
 // A listening descriptor, or -1 with errno. The mode is right from the first moment.
 int listenAt( const std::string & path ) {

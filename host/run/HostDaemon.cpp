@@ -2,6 +2,7 @@
 
 #include "GantAsio.h"
 #include "HostDocument.h"
+#include "HostKernelDeviceWatcher.h"
 #include "HostNotify.h"
 #include "HostVerdict.h"
 #include "RuntimeDirectory.h"
@@ -26,6 +27,11 @@ constexpr double trimEvery = 20;
 
 double systemSeconds() {
    return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
+}
+
+Supervisor::Config withWatcher( Supervisor::Config config, KernelDeviceWatcher * watcher ) {
+   config.kernelWatcher = watcher;
+   return config;
 }
 
 void tellSourceError( const SourceError & error ) { spdlog::error( "{}", error.stringValue() ); }
@@ -54,14 +60,26 @@ struct Daemon::GantClock : Gant::Clock::Notifiee {
    Daemon * owner;
 };
 
+// The data plane's devices in the kernel are those that the kernel's side looks after.
+struct Daemon::KernelJoint : KernelDeviceWatcher {
+   explicit KernelJoint( KernelTwin & twin ) : twin( twin ) {}
+   void kernelDeviceIs( const KernelDevice & device ) override {
+      twin.deviceIs( device.intfId, { std::string( device.name ), std::string( device.netns ) } );
+   }
+   void kernelDeviceDel( Kynet::IntfId intfId ) override { twin.deviceDel( intfId ); }
+   KernelTwin & twin;
+};
+
 Daemon::Daemon( Options options ) :
      options_( std::move( options ) ), startedAt_( systemSeconds() ), begunAt_( Gant::activityManager()->now() ),
-     sources_( state_, options_.sources, tellSourceError ), supervisor_( state_.tree(), options_.dataPlane,
-                                                                         { [ this ] { return !sources_.busy(); },
-                                                                           [ this ] {
-                                                                              if ( feedHeld_ ) postFeed();
-                                                                           },
-                                                                           [ this ] { tellFed(); } } ),
+     kernel_( state_, []( const std::string & error ) { spdlog::warn( "{}", error ); } ),
+     kernelJoint_( std::make_unique< KernelJoint >( kernel_ ) ), sources_( state_, options_.sources, tellSourceError ),
+     supervisor_( state_.tree(), withWatcher( options_.dataPlane, kernelJoint_.get() ),
+                  { [ this ] { return !sources_.busy(); },
+                    [ this ] {
+                       if ( feedHeld_ ) postFeed();
+                    },
+                    [ this ] { tellFed(); } } ),
      clock_( Gant::activityManager()->newClock() ), clockReactor_( std::make_unique< GantClock >( this ) ) {
    state_.keysRefusedIs( options_.keysRefused() );
    clock_->timeMinIs( clock_->now() + trimEvery );
@@ -75,6 +93,9 @@ bool Daemon::run() {
       return false;
    }
    if ( !sources_.load() ) return false;
+   if ( options_.sources.description.empty() )
+      spdlog::info( "no --config: the router is empty, until vexctl or a route file tells it something" );
+   kernel_.routesWrittenIs( sources_.kernelRoutes() );
    signals_ = std::make_unique< Signals >( *this );
    supervisor_.start();
    postFeed();
@@ -159,6 +180,11 @@ Gant::Ptr< Vex::GrpcChannel > Daemon::channel() const {
    return session == nullptr ? nullptr : session->channel();
 }
 
+const Ports * Daemon::ports() const {
+   const auto * const session = supervisor_.session();
+   return session == nullptr ? nullptr : session->ports();
+}
+
 DaemonStatus Daemon::status() const {
    DaemonStatus status;
    status.phase = supervisor_.phase();
@@ -188,6 +214,7 @@ ChangeResult Daemon::reload() {
    notifyReloading();
    ++reloads_;
    const bool read = sources_.load();
+   kernel_.routesWrittenIs( sources_.kernelRoutes() );
    const auto errors = sources_.errors().count();
    postFeed();
    notifyReady( "reloaded" );
@@ -220,17 +247,16 @@ class Forgetting {
 } // namespace
 
 ChangeResult applyChange( RouterState & state, ChangeOp op, const std::string & kind, const std::string & text ) {
-   const auto * const section = sectionOfKind( kind );
-   if ( section == nullptr ) return refused( "there is no kind \"" + kind + "\"" );
    try {
+      const auto & section = sectionOfKind( kind );
       const Entry entry( parseDocument( text, entryBounds ) );
-      const Forgetting forgetting( *section, entry );
-      if ( op == ChangeOp::del ) return section->del( state, entry );
-      const auto name = kind + " " + section->key( entry );
-      if ( op == ChangeOp::add && section->has( state, entry ) ) return refused( name + " is there already" );
-      return section->replace( state, entry, Teller::command() );
+      const Forgetting forgetting( section, entry );
+      if ( op == ChangeOp::del ) return section.del( state, entry );
+      const auto name = kind + " " + section.key( entry );
+      if ( op == ChangeOp::add && section.has( state, entry ) ) return refused( name + " is there already" );
+      return section.replace( state, entry, Teller::command() );
    } catch ( const EntryError & error ) {
-      return refused( kind + ": " + error.what() );
+      return invalid( kind + ": " + error.what() );
    }
 }
 

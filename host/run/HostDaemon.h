@@ -6,6 +6,7 @@
 
 #include "HostControlServer.h"
 #include "HostDaemonControl.h"
+#include "HostKernelTwin.h"
 #include "HostOptions.h"
 #include "HostSources.h"
 #include "HostSupervisor.h"
@@ -24,15 +25,19 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    bool run();
 
    RouterState & state() override { return state_; }
+   // For whoever makes the kernel devices of interfaces.
+   KernelTwin & kernel() { return kernel_; }
    Gant::Ptr< VexL3Unicast::AgentSm > agent() const override;
    Gant::Ptr< Vex::VexCommonSmData > vexcsd() const override;
    Gant::Ptr< Vex::GrpcChannel > channel() const override;
+   const Ports * ports() const override;
    DaemonStatus status() const override;
    ChangeResult change( ChangeOp op, const std::string & kind, const std::string & entry ) override;
    ChangeResult reload() override;
 
  private:
    struct Signals;
+   struct KernelJoint;
    struct GantClock;
    // Gives why it cannot be opened.
    std::string openSocket();
@@ -48,6 +53,8 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    const double startedAt_; // seconds of the system clock
    const double begunAt_;   // of the activity clock
    RouterState state_;
+   KernelTwin kernel_;
+   const std::unique_ptr< KernelJoint > kernelJoint_;
    Sources sources_;
    Supervisor supervisor_;
    ControlServer control_{ *this };

@@ -14,7 +14,7 @@ namespace {
 // "UNIT=LEVEL". The reason when it is not.
 std::string parseUnitLevel( const std::string & text, UnitLevel & level ) {
    const auto equals = text.rfind( '=' );
-   if ( equals == 0 || equals == text.npos ) return "\"" + text + "\" is not UNIT=LEVEL";
+   if ( equals == 0 || equals == std::string::npos ) return "\"" + text + "\" is not UNIT=LEVEL";
    level.unit = text.substr( 0, equals );
    const char * const end = text.data() + text.size();
    const auto [ at, error ] = std::from_chars( text.data() + equals + 1, end, level.level );
@@ -37,8 +37,8 @@ std::vector< UnitLevel > unitLevels( const std::vector< std::string > & texts ) 
 std::string checkDataPlane( const std::string & text ) {
    if ( text == "embedded" || ( text.starts_with( "unix:" ) && text.size() > 5 ) ) return {};
    const auto colon = text.rfind( ':' );
-   const bool hostAndPort = colon != text.npos && colon != 0 && colon + 1 != text.size() &&
-                            text.find_first_not_of( "0123456789", colon + 1 ) == text.npos;
+   const bool hostAndPort = colon != std::string::npos && colon != 0 && colon + 1 != text.size() &&
+                            text.find_first_not_of( "0123456789", colon + 1 ) == std::string::npos;
    return hostAndPort ? "" : "\"" + text + "\" is not embedded, unix:PATH or HOST:PORT";
 }
 

@@ -19,7 +19,7 @@ namespace Host {
 namespace {
 
 // How often a session that is being fed is asked whether it has been, in seconds.
-constexpr double lookEvery = 0.01;
+constexpr double fedLookEvery = 0.01;
 // How often counters that are not to be had are tried again, in seconds.
 constexpr double mapEvery = 1;
 
@@ -46,7 +46,7 @@ struct Session::GantCounterClock : Gant::Clock::Notifiee {
 };
 
 Session::Session( const StateTree & tree, const Way & way, Events events ) :
-     tree_( tree ), state_( tree ), events_( std::move( events ) ),
+     tree_( tree ), state_( tree ), way_( way ), events_( std::move( events ) ),
      channel_( Gant::make< Vex::GrpcChannel >( way.peer, way.takeOver, way.silenceMost ) ),
      global_( Gant::make< Vex::ModuleGlobalCmdConfig >( channel_ ) ), clock_( Gant::activityManager()->newClock() ),
      counterClock_( Gant::activityManager()->newClock() ), begunAt_( clock_->now() ),
@@ -62,6 +62,7 @@ Session::Session( const StateTree & tree, const Way & way, Events events ) :
 Session::~Session() {
    *alive_ = false;
    gantDoZombieReactors( true );
+   ports_ = nullptr;
    const TraceSilence silence;
    agent_ = nullptr;
    cpuPolicy_ = nullptr;
@@ -101,13 +102,14 @@ void Session::mapCounters() {
 
 void Session::start() {
    if ( stoodBy_ ) begunAt_ = clock_->now();
+   ports_ = Gant::make< Ports >( tree_.deviceDir, way_.peer, way_.kernelWatcher );
    startRuleTables();
    vexcsd_->routesMostIs( channel_->routesMost() );
    portSm_ = Gant::make< PortSm >( tree_.portDir, vexcsd_, global_->moduleConfigStatusPairIs( "engine" ) );
    agent_ = agentOver( tree_, state_, vexcsd_ );
    agent_->initializedIs( true );
    agent_->maybeStartProcessing();
-   clock_->timeMinIs( clock_->now() + lookEvery );
+   clock_->timeMinIs( clock_->now() + fedLookEvery );
    events_.begun();
 }
 
@@ -118,7 +120,7 @@ bool Session::settled() const {
 
 void Session::handleClock() {
    if ( !settled() ) {
-      clock_->timeMinIs( clock_->now() + lookEvery );
+      clock_->timeMinIs( clock_->now() + fedLookEvery );
       return;
    }
    fedSeconds_ = clock_->now() - begunAt_;

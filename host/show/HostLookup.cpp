@@ -55,8 +55,7 @@ class Lookups : public Answer {
       const Kynet::Prefix prefix( Kynet::IpAddr( reply.prefix() ), static_cast< U8 >( reply.prefix_len() ) );
       Json row{ { "vrf", vrf }, { "prefix", prefix.stringValue() }, { "fec", reply.fec_id() } };
       row[ "nexthops" ] = Json::array();
-      for ( const auto & hop : reply.nh_info() )
-         row[ "nexthops" ].push_back( { { "gate", hop.gate() }, { "index", hop.nh_index() } } );
+      for ( const auto & hop : reply.nh_info() ) row[ "nexthops" ].push_back( placeOf( hop.gate(), hop.nh_index() ) );
       if ( !reply.fec_found() ) row[ "fecMissing" ] = true;
       return row;
    }

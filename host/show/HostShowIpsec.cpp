@@ -79,10 +79,10 @@ std::string authName( const SecurityAssociation & sa ) {
    return sa.authAlgo().empty() ? "none" : sa.authAlgo();
 }
 
-using Part = HulIpsec::HulConnectionTableSm::Part;
+using SaPart = HulIpsec::HulConnectionTableSm::Part;
 
 void saRow( const AgentView & view, const ConnectionKey & key, const Connection & connection, const char * direction,
-            Part part, const SecurityAssociation & sa, Output & out ) {
+            SaPart part, const SecurityAssociation & sa, Output & out ) {
    const auto said = view.agent()->ipsecConnectionTableSm()->state( key, part );
    const auto & id = sa.sakey().id();
    Json row{ { "connection", connection.name() },
@@ -108,8 +108,8 @@ void saRows( const AgentView & view, const ConnectionKey & key, Output & out ) {
    const auto at = all.find( key );
    if ( at == all.end() ) return;
    const auto & connection = at->second;
-   for ( const auto & sa : connection.inSaq() ) saRow( view, key, connection, "inbound", Part::inboundSas, sa, out );
-   if ( connection.outSa() ) saRow( view, key, connection, "outbound", Part::outboundSa, *connection.outSa(), out );
+   for ( const auto & sa : connection.inSaq() ) saRow( view, key, connection, "inbound", SaPart::inboundSas, sa, out );
+   if ( connection.outSa() ) saRow( view, key, connection, "outbound", SaPart::outboundSa, *connection.outSa(), out );
 }
 
 using Rows = void ( * )( const AgentView &, const ConnectionKey &, Output & );

@@ -11,6 +11,8 @@
 #include "StateIpNat.h"
 #include "StateIpsec.h"
 #include "StateRouting.h"
+#include "VexIpsecHelper.h"
+#include "VexKyAclDb.h"
 #include "VexL3FecVersionSm.h"
 
 namespace Host {
@@ -43,13 +45,15 @@ bool tunnelSupported( const Routing::Hardware::Status & hw, U32 mode ) {
    return hw.staticInterfaceTunnelSupportHas( Routing::Hardware::StaticInterfaceTunnelSupport( mode ) );
 }
 
+constexpr const char * declared = "declared, not enforced";
+
 void routingCapabilities( const RoutingMounts & mounts, Capabilities & out ) {
    const auto & hw = *mounts.routingHwStatus();
    out.of( "ipv4" )
         .has( "routing", hw.routingSupported() )
         .has( "vrfs", hw.vrfRoutingSupported() )
-        .has( "maxVrfs", hw.vrfCapability()->maxVrfs() )
-        .has( "maxEcmp", hw.maxEcmp() )
+        .has( "maxVrfs", hw.vrfCapability()->maxVrfs(), declared )
+        .has( "maxEcmp", hw.maxEcmp(), declared )
         .has( "ucmp", hw.ucmpSupported() )
         .has( "multicastRouting", hw.multicastRoutingSupported() )
         .has( "multicastStarG", hw.hwMulticastStarGSupported() )
@@ -60,7 +64,7 @@ void routingCapabilities( const RoutingMounts & mounts, Capabilities & out ) {
    out.of( "ipv6" )
         .has( "routing", hw6.routingSupported() )
         .has( "vrfs", hw6.vrfRoutingSupported() )
-        .has( "maxEcmp", hw6.maxEcmp() )
+        .has( "maxEcmp", hw6.maxEcmp(), declared )
         .has( "ecmp", hw6.ecmpSupported() )
         .has( "ucmp", hw6.ucmpSupported() )
         .has( "multicastRouting", hw6.multicastRoutingSupported() );
@@ -92,24 +96,61 @@ std::unique_ptr< Answer > capabilities( const Asked & asked ) {
    } );
 }
 
-// The data plane's table of IPv4 routes, with those that the agent gives every VRF.
-Json routeCapacity( const AgentView & session ) {
-   const auto counts = session.agent()->hulVrfRootSm()->routeCounts( Kynet::AddressFamily::ipv4_ );
-   U64 used = counts.programmed;
-   for ( const auto & [ vrfId, name ] : vrfsOf( session, "all" ) )
-      used += builtInRoutes( session, Hul::VrfId( vrfId ) ).size();
-   const U64 most = session.channel()->routesMost();
-   Json row{ { "table", "Route" }, { "feature", "ipv4" }, { "chip", "" }, { "counted", true }, { "used", used } };
+// `most` 0: nobody says how much there is room for. `committed`: what is used and what waits for room; nothing when
+// that is not counted.
+Json tableRow( const char * table, const std::string & feature, U64 used, U64 most, std::optional< U64 > committed ) {
+   Json row{ { "table", table }, { "feature", feature }, { "chip", "" }, { "counted", true }, { "used", used } };
    row[ "free" ] = most == 0 ? Json() : Json( most - std::min( most, used ) );
-   row[ "committed" ] = used + counts.underWay + counts.noRoom;
+   row[ "committed" ] = committed ? Json( *committed ) : Json();
    row[ "max" ] = most == 0 ? Json() : Json( most );
    return row;
+}
+
+// IPv4 routes, with those that the agent gives every VRF.
+Json routeCapacity( const AgentView & session ) {
+   const auto counts = session.agent()->hulVrfRootSm()->routeCounts( Kynet::AddressFamily::ipv4_ );
+   U64 used = counts.programmed + counts.overRefused;
+   for ( const auto & [ vrfId, name ] : vrfsOf( session, "all" ) )
+      used += builtInRoutes( session, Hul::VrfId( vrfId ) ).size();
+   return tableRow( "Route", "ipv4", used, session.channel()->routesMost(), used + counts.underWay + counts.noRoom );
+}
+
+U64 securityAssociations( const AgentView & session ) {
+   U64 count = 0;
+   const auto & mounts = session.agent()->ipsecMounts();
+   if ( !mounts || !mounts->connectionTable() ) return count;
+   for ( const auto & [ key, connection ] : mounts->connectionTable()->connectionIterator() )
+      count += connection.inSaq().saqs() + ( connection.outSa() ? 1 : 0 );
+   return count;
+}
+
+// What has a limit that is known here, and is counted.
+void countedTables( const AgentView & session, Output & out ) {
+   out.row( routeCapacity( session ) );
+   const auto agent = session.agent();
+   const auto vrfs = vrfsOf( session, "all" ).size();
+   out.row( tableRow( "Vrf", "", vrfs, session.routing().routingHwStatus()->vrfCapability()->maxVrfs(), vrfs ) );
+   const auto & gates = *session.l3Modules()->fibIpv4();
+   const auto connected = gates.maxOutGate() - gates.reservedOutGate() - gates.unusedOutGate().size();
+   out.row(
+        tableRow( "OutputGate", gates.name(), connected, gates.maxOutGate() - gates.reservedOutGate(), connected ) );
+   if ( const auto & tables = session.vexcsd()->kyAclDb() ) {
+      const auto used = Vex::KyAclDb::maxAcls() - tables->freeAclIds();
+      out.row( tableRow( "RuleTable", "acl, qos, cpu", used, Vex::KyAclDb::maxAcls(), used ) );
+   }
+   const auto sas = securityAssociations( session );
+   out.row( tableRow( "SecurityAssociation", "ipsec", sas, IpsecHelper::maxIpsecSasDefault(), sas ) );
+   const auto adjSm = agent->hulVrfRootSm()->hulAdjSm();
+   if ( !adjSm ) return;
+   for ( const auto & use : adjSm->nextHopUses() )
+      out.row( tableRow( use.resolve ? "ResolvedNextHop" : "NextHop", use.intfId.stringValue(), use.used, use.limit,
+                         use.waiting == 0 ? std::optional< U64 >( use.used ) : std::nullopt ) );
 }
 
 std::unique_ptr< Answer > capacity( const Asked & asked ) {
    const AgentView session( asked.daemon );
    return atOnce( [ session ]( Output & out ) {
-      out.row( routeCapacity( session ) );
+      countedTables( session, out );
       const auto table = session.agent()->capacityStatus();
       if ( !table ) return;
       for ( const auto & [ key, entry ] : table->entryIterator() ) {

@@ -46,8 +46,7 @@ std::unique_ptr< Answer > summary( const Asked & asked ) {
       const auto ip6 = agent->hulVrfRootSm()->routeCounts( Kynet::AddressFamily::ipv6_ );
       row[ "routesProgrammed" ] = ip4.programmed + ip6.programmed;
       row[ "routesUnderWay" ] = { { "ipv4", ip4.underWay }, { "ipv6", ip6.underWay } };
-      row[ "routesRefused" ] = { { "ipv4", ip4.refused + routing.unprogrammedRouteStatus()->routes() },
-                                 { "ipv6", ip6.refused + routing.unprogrammedRoute6Status()->routes() } };
+      row[ "routesRefused" ] = { { "ipv4", ip4.refused }, { "ipv6", ip6.refused } };
       row[ "fecs" ] = db.fecs();
       row[ "adjacencies" ] = db.adjIdxToFecs();
       row[ "modules" ] = session.modules().size();

@@ -1,5 +1,7 @@
 #include "HostEntry.h"
 
+#include "NearestWord.h"
+
 #include <algorithm>
 #include <charconv>
 
@@ -29,16 +31,7 @@ bool looksSecret( std::string_view text ) {
 std::string quoted( std::string_view text ) {
    constexpr size_t longest = 64;
    if ( looksSecret( text ) ) return "a text of " + std::to_string( text.size() ) + " characters";
-   std::string out = "\"";
-   for ( const char c : text.substr( 0, longest ) ) {
-      constexpr char digits[] = "0123456789abcdef";
-      const auto byte = static_cast< unsigned char >( c );
-      if ( std::iscntrl( byte ) )
-         out.append( "\\x" ).append( { digits[ byte >> 4 ], digits[ byte & 15 ] } );
-      else
-         out += c;
-   }
-   return out + ( text.size() > longest ? "...\"" : "\"" );
+   return "\"" + printable( text, longest ) + "\"";
 }
 
 void Entry::only( std::initializer_list< const char * > keys ) const {
@@ -47,7 +40,9 @@ void Entry::only( std::initializer_list< const char * > keys ) const {
       if ( !pair.first.IsScalar() ) throw EntryError( "a key is a word", pair.first.Mark().line + 1 );
       const auto & key = pair.first.Scalar();
       if ( std::ranges::find( keys, key ) == keys.end() )
-         throw EntryError( "unknown key " + quoted( key ), pair.first.Mark().line + 1 );
+         throw EntryError( "unknown key " + quoted( key ) +
+                                Runtime::didYouMean( key, std::vector< std::string >( keys.begin(), keys.end() ) ),
+                           pair.first.Mark().line + 1 );
    }
 }
 
@@ -119,6 +114,11 @@ std::string Entry::name( const char * key, const char * what ) const {
    return name;
 }
 
+Kynet::IpGenPrefix Entry::prefix() const {
+   if ( node_.IsScalar() && node_.Scalar() == "default" ) return Kynet::IpGenPrefix( Kynet::Prefix() );
+   return value< Kynet::IpGenPrefix >( "an IP prefix" );
+}
+
 Kynet::Prefix Entry::interfaceAddress() const {
    const auto text = this->text( "an address" );
    if ( const auto address = Kynet::IpAddr::fromString( text ) ) return Kynet::Prefix( *address, 32 );
@@ -131,7 +131,7 @@ Kynet::Prefix Entry::interfaceAddress() const {
 std::string parseHop( std::string_view text, Hop & hop ) {
    hop = Hop();
    auto rest = text;
-   if ( const auto star = rest.find( '*' ); star != rest.npos ) {
+   if ( const auto star = rest.find( '*' ); star != std::string::npos ) {
       U16 weight = 0;
       if ( !parseNumber( rest.substr( star + 1 ), weight ) || weight == 0 )
          return "weight " + quoted( rest.substr( star + 1 ) ) + " is not a number from 1 to 65535";
@@ -139,14 +139,14 @@ std::string parseHop( std::string_view text, Hop & hop ) {
       rest = rest.substr( 0, star );
    }
    const auto percent = rest.find( '%' );
-   const auto intfText = percent == rest.npos ? std::string_view() : rest.substr( percent + 1 );
+   const auto intfText = percent == std::string::npos ? std::string_view() : rest.substr( percent + 1 );
    if ( const auto address = Kynet::IpGenAddr::fromString( rest.substr( 0, percent ) ) ) {
       hop.addrIs( *address );
-      if ( percent == rest.npos ) return {};
-   } else if ( percent != rest.npos ) {
+      if ( percent == std::string::npos ) return {};
+   } else if ( percent != std::string::npos ) {
       return "next hop " + quoted( rest ) + " does not begin with an address";
    }
-   const auto intfId = Kynet::IntfId::fromString( percent == rest.npos ? rest : intfText );
+   const auto intfId = Kynet::IntfId::fromString( percent == std::string::npos ? rest : intfText );
    if ( !intfId ) return "next hop " + quoted( rest ) + " is not an address or an interface";
    hop.intfIdIs( *intfId );
    return {};

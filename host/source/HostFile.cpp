@@ -57,7 +57,7 @@ std::string readFile( const std::string & path, size_t bytesMax, std::string & t
 
 LineFile::Next LineFile::next( std::string_view & line ) {
    while ( true ) {
-      if ( const auto end = buffer_.find( '\n', at_ ); end != buffer_.npos ) {
+      if ( const auto end = buffer_.find( '\n', at_ ); end != std::string::npos ) {
          line = std::string_view( buffer_ ).substr( at_, end - at_ );
          at_ = end + 1;
          return Next::line;

@@ -42,7 +42,7 @@ Kynet::IpAndPort endOf( const Entry & entry, const char * key ) {
    const auto address = Kynet::IpAddr::fromString( text.substr( 0, colon ) );
    U16 port = 0;
    bool good = address.has_value();
-   if ( colon != text.npos ) {
+   if ( colon != std::string::npos ) {
       const char * const end = text.data() + text.size();
       const auto [ stop, error ] = std::from_chars( text.data() + colon + 1, end, port );
       good = good && error == std::errc() && stop == end && port != 0;

@@ -17,7 +17,7 @@ constexpr std::string_view blanks = " \t\r,";
 // The next word, which is taken off the text.
 std::string_view word( std::string_view & text ) {
    const auto begin = text.find_first_not_of( blanks );
-   if ( begin == text.npos ) return text = {};
+   if ( begin == std::string::npos ) return text = {};
    const auto end = std::min( text.find_first_of( blanks, begin ), text.size() );
    const auto found = text.substr( begin, end - begin );
    text.remove_prefix( end );
@@ -154,7 +154,7 @@ template < typename P >
 const RouteFile::Known & RouteFile::waysOf( Family< P > & family, const P & prefix, std::string_view hops ) {
    static const Known none{ {}, 0, "it has no next hops, and the description has none to spread it over" };
    const auto first = hops.find_first_not_of( blanks );
-   if ( first == hops.npos )
+   if ( first == std::string::npos )
       return family.groups.empty() ? none : family.groups[ prefix.hash() % family.groups.size() ];
    std::string text( hops.substr( first ) );
    if ( const auto at = family.known.find( text ); at != family.known.end() ) return at->second;

@@ -5,6 +5,7 @@
 #include "GantAttr.h"
 #include "GantEntity.h"
 #include "GantValue.h"
+#include "HostDevice.h"
 #include "HulTypes.h"
 #include "KynetIntfId.h"
 #include "MirelFib.h"
@@ -92,34 +93,37 @@ class StateTree {
    StateTree();
    ~StateTree();
 
+   // The paths by which an agent finds what no mount holds. Written here, and by SessionState.
    const Gant::Ptr< Quorl::EntityManager > em;
-   const Gant::Ptr< PortDir > portDir;
 
-   // Interfaces and VRFs. Written by IntfBook, VlanBook and VrfBook; portDir, too, by IntfBook.
-   const Gant::Ptr< Bridging::Config > bridgingConfig;
-   const Gant::Ptr< Bridging::Status > bridgingStatus;
-   const Gant::Ptr< Bridging::VlanStatusDir > vlanStatusDir;
-   const Gant::Ptr< Interface::AllIntfStatusDir > allIntfStatusDir;
-   const Gant::Ptr< Interface::EthIntfStatusDir > ethIntfStatusDir;
-   const Gant::Ptr< Interface::TunnelIntfStatusDir > tunnelIntfStatusDir;
-   const Gant::Ptr< Interface::VlanIntfConfigDir > vlanIntfConfigDir;
-   const Gant::Ptr< Interface::VlanIntfStatusDir > vlanIntfStatusDir;
-   const Gant::Ptr< Ip::Status > ipStatus;
-   const Gant::Ptr< Ip::AllVrfStatusLocal > allVrfStatusLocal;
+   // Behind each entity, who writes it: nobody else does.
 
-   // Neighbours and routes. Written by IntfBook, RouteBook and FecBook. The directory of wanted sequences is empty.
-   const Gant::Ptr< Arp::Table::Status > arp;
-   const Gant::Ptr< Mirel::Fib::RouteStatus > fib;
-   const Gant::Ptr< Mirel::Fib6::RouteStatus > fib6;
-   const Gant::Ptr< Gant::Dir > vrfSeqConfigDir;
+   // Interfaces and VRFs.
+   const Gant::Ptr< PortDir > portDir;                                    // IntfBook
+   const Gant::Ptr< DeviceDir > deviceDir;                                // IntfBook
+   const Gant::Ptr< Bridging::Config > bridgingConfig;                    // VlanBook; the router's MAC, IntfBook
+   const Gant::Ptr< Bridging::Status > bridgingStatus;                    // nobody
+   const Gant::Ptr< Bridging::VlanStatusDir > vlanStatusDir;              // VlanBook
+   const Gant::Ptr< Interface::AllIntfStatusDir > allIntfStatusDir;       // IntfBook
+   const Gant::Ptr< Interface::EthIntfStatusDir > ethIntfStatusDir;       // IntfBook
+   const Gant::Ptr< Interface::TunnelIntfStatusDir > tunnelIntfStatusDir; // IntfBook
+   const Gant::Ptr< Interface::VlanIntfConfigDir > vlanIntfConfigDir;     // nobody
+   const Gant::Ptr< Interface::VlanIntfStatusDir > vlanIntfStatusDir;     // IntfBook
+   const Gant::Ptr< Ip::Status > ipStatus;                                // IntfBook
+   const Gant::Ptr< Ip::AllVrfStatusLocal > allVrfStatusLocal;            // VrfBook
 
-   // Access lists and quality of service. Written by AclBook.
-   const Gant::Ptr< Acl::Input::Config > aclCliConfig;
-   const Gant::Ptr< Acl::IntfConfig > aclIntfConfig;
-   const Gant::Ptr< Qos::Status > qosStatus;
-   // Virtual routers, and translations. Written by VirtualMacBook and NatBook.
-   const Gant::Ptr< Routing::Fhrp::VirtualRouterMacStatus > virtualMacStatus;
-   const Gant::Ptr< Ip::Nat::Status > natStatus;
+   // Neighbours and routes.
+   const Gant::Ptr< Arp::Table::Status > arp;        // IntfBook
+   const Gant::Ptr< Mirel::Fib::RouteStatus > fib;   // routes RouteBook, FECs FecBook
+   const Gant::Ptr< Mirel::Fib6::RouteStatus > fib6; // the same
+   const Gant::Ptr< Gant::Dir > vrfSeqConfigDir;     // nobody: no sequence is asked for
+
+   // Access lists, quality of service, virtual routers, translations.
+   const Gant::Ptr< Acl::Input::Config > aclCliConfig; // AclBook
+   const Gant::Ptr< Acl::IntfConfig > aclIntfConfig;   // IntfBook
+   const Gant::Ptr< Qos::Status > qosStatus;           // AclBook; what is applied where, IntfBook
+   const Gant::Ptr< Routing::Fhrp::VirtualRouterMacStatus > virtualMacStatus; // VirtualMacBook
+   const Gant::Ptr< Ip::Nat::Status > natStatus;                              // NatBook
 
    // Handed through: nobody writes them here.
    const Gant::Ptr< VexVif::PortVifStatus > portVifStatus;
@@ -127,6 +131,8 @@ class StateTree {
    const Gant::Ptr< Gant::Dir > hulCliCommandRequestDir;
    const Gant::Ptr< Tunnel::TunnelTable::EvpnVxlanTunnelTable > evpnVxlanTunnelTable;
 
+   // The mounts, filled here and by SessionState. Of what only they hold, IpsecBook writes the table of connections;
+   // the rest stays empty.
    const Gant::Ptr< VexL3Unicast::RoutingMounts > routingMounts;
    const Gant::Ptr< VexL3Unicast::McastMounts > mcastMounts;
    const Gant::Ptr< VexL3Unicast::VrfMounts > vrfMounts;

@@ -79,51 +79,46 @@ class IpOutputComparer : public IpComparer {
    U32 mtu_ = 0;
 };
 
-// The entrance of a tunnel for the router's own packets.
-class TunnelPortComparer : public Comparer {
- public:
-   using Comparer::Comparer;
-   bool finish() override {
-      for ( const auto & [ intfId, l2Intf ] : session().vexcsd()->l2IntfIterator() ) {
-         if ( l2Intf->rxCpModule().get() != &module() ) continue;
-         findings().compared( "settings" );
-         findings().compare( name(), "VRF", std::to_string( l2Intf->underlayVrfId().value() ), std::to_string( vrf_ ) );
-      }
-      return true;
-   }
+template < typename Arg, typename Take >
+bool parsed( const std::string & bytes, Take take ) {
+   Arg arg;
+   if ( !arg.ParseFromString( bytes ) ) return false;
+   take( arg );
+   return true;
+}
 
- protected:
-   bool told( const std::string & cmd, const std::string & bytes ) override {
-      vex::pb::VrfArg arg;
-      if ( cmd != "setVrf" || !arg.ParseFromString( bytes ) ) return false;
-      vrf_ = arg.vrf();
-      return true;
-   }
-
- private:
-   U32 vrf_ = 0;
-};
-
-class PortRxComparer : public Comparer {
+// The one setting of a port: whether it takes anything in, or, of a tunnel's entrance for the router's own packets, the
+// VRF.
+class PortComparer : public Comparer {
  public:
    using Comparer::Comparer;
    bool finish() override {
       const auto text = []( bool enabled ) { return enabled ? "enabled" : "disabled"; };
-      findings().compared( "settings" );
-      findings().compare( name(), "port", text( static_cast< Vex::PortModule & >( module() ).enabled() ),
-                          text( enabled_ ) );
+      if ( module().moduleClass() == Vex::VexModule::PortRx ) {
+         compare( "port", text( static_cast< Vex::PortModule & >( module() ).enabled() ), text( enabled_ ) );
+         return true;
+      }
+      for ( const auto & [ intfId, l2Intf ] : session().vexcsd()->l2IntfIterator() )
+         if ( l2Intf->rxCpModule().get() == &module() )
+            compare( "VRF", std::to_string( l2Intf->underlayVrfId().value() ), std::to_string( vrf_ ) );
       return true;
    }
 
  protected:
    bool told( const std::string & cmd, const std::string & bytes ) override {
-      vex::pb::PortEnabledArg arg;
-      if ( cmd != "setEnabled" || !arg.ParseFromString( bytes ) ) return false;
-      enabled_ = arg.enabled();
-      return true;
+      if ( cmd == "setVrf" ) return parsed< vex::pb::VrfArg >( bytes, [ this ]( auto & arg ) { vrf_ = arg.vrf(); } );
+      if ( cmd == "setEnabled" )
+         return parsed< vex::pb::PortEnabledArg >( bytes, [ this ]( auto & arg ) { enabled_ = arg.enabled(); } );
+      return false;
    }
 
  private:
+   void compare( const char * setting, const std::string & meant, const std::string & held ) {
+      findings().compared( "settings" );
+      findings().compare( name(), setting, meant, held );
+   }
+
+   U32 vrf_ = 0;
    bool enabled_ = true;
 };
 
@@ -172,14 +167,6 @@ class ClassifyComparer : public Comparer {
    }
 
  private:
-   template < typename Arg, typename Take >
-   static bool parsed( const std::string & bytes, Take take ) {
-      Arg arg;
-      if ( !arg.ParseFromString( bytes ) ) return false;
-      take( arg );
-      return true;
-   }
-
    void finishGates( const Gant::Ptr< Vex::L3Intf > & l3Intf ) {
       std::map< U32, U32 > meant;
       if ( l3Intf )
@@ -219,12 +206,8 @@ std::unique_ptr< Comparer > ipOutputComparer( Comparison & comparison, Vex::Modu
    return std::make_unique< IpOutputComparer >( comparison, module );
 }
 
-std::unique_ptr< Comparer > tunnelPortComparer( Comparison & comparison, Vex::Module & module ) {
-   return std::make_unique< TunnelPortComparer >( comparison, module );
-}
-
-std::unique_ptr< Comparer > portRxComparer( Comparison & comparison, Vex::Module & module ) {
-   return std::make_unique< PortRxComparer >( comparison, module );
+std::unique_ptr< Comparer > portComparer( Comparison & comparison, Vex::Module & module ) {
+   return std::make_unique< PortComparer >( comparison, module );
 }
 
 std::unique_ptr< Comparer > classifyComparer( Comparison & comparison, Vex::Module & module ) {

@@ -96,8 +96,8 @@ std::unique_ptr< Comparer > comparerOf( Comparison & comparison, Vex::Module & m
         { VexModule::IpOutput, ipOutputComparer },     { VexModule::EtherClassify, classifyComparer },
         { VexModule::KyAclDb, ruleTablesComparer },    { VexModule::KyAcl, accessListComparer },
         { VexModule::PolicyQos, policyComparer },      { VexModule::Trap, trapComparer },
-        { VexModule::IpsecManagement, ipsecComparer }, { VexModule::PortRxCp, tunnelPortComparer },
-        { VexModule::PortRx, portRxComparer },
+        { VexModule::IpsecManagement, ipsecComparer }, { VexModule::PortRxCp, portComparer },
+        { VexModule::PortRx, portComparer },
    };
    const auto at = makers.find( module.moduleClass() );
    return at == makers.end() ? std::make_unique< Comparer >( comparison, module ) : at->second( comparison, module );

@@ -85,8 +85,7 @@ std::unique_ptr< Comparer > nexthopComparer( Comparison & comparison, Vex::Modul
 std::unique_ptr< Comparer > resolveComparer( Comparison & comparison, Vex::Module & module );
 std::unique_ptr< Comparer > ipInputComparer( Comparison & comparison, Vex::Module & module );
 std::unique_ptr< Comparer > ipOutputComparer( Comparison & comparison, Vex::Module & module );
-std::unique_ptr< Comparer > tunnelPortComparer( Comparison & comparison, Vex::Module & module );
-std::unique_ptr< Comparer > portRxComparer( Comparison & comparison, Vex::Module & module );
+std::unique_ptr< Comparer > portComparer( Comparison & comparison, Vex::Module & module );
 std::unique_ptr< Comparer > classifyComparer( Comparison & comparison, Vex::Module & module );
 std::unique_ptr< Comparer > ruleTablesComparer( Comparison & comparison, Vex::Module & module );
 std::unique_ptr< Comparer > accessListComparer( Comparison & comparison, Vex::Module & module );

@@ -1,5 +1,6 @@
 // IPsec connections in the data plane: one set of global modules, a pair of output modules per tunnel interface of a
-// connection, and the security associations as commands to the management module.
+// connection, and the security associations as commands to the management module. A pair, because what is forwarded
+// loses a hop on its way in, and the router's own packets do not.
 #pragma once
 
 #include "HulIpsecSmHelper.h"

@@ -1,5 +1,5 @@
 // Synchronous notification: a setter changes the value, then tells every watcher, in the order in which they came,
-// before it returns.
+// before it returns: whoever has set a value leans on its consequences in the next line.
 //
 // A class that can be watched says what can be watched in its Notifiee, and a watcher overrides what it cares for:
 //

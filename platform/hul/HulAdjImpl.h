@@ -30,6 +30,7 @@ struct Adj {
    Ways ways;
    std::vector< VrfAndIpAddr > followed; // ends of its tunnels
    U32 routes = 0;
+   U32 taken = 0;                                 // of them, those that the data plane took
    bool created = false;                          // the helper holds it; while it waits for room, without next hops
    NextHopRoom::Places places{};                  // of what the helper holds
    std::optional< NextHopRoom::Table > lacking{}; // where it waits for room
@@ -108,6 +109,8 @@ struct AdjSm::Impl {
    template < typename Call >
    auto asked( Number number, const Call & call );
    void settled( const UnderWay< Number >::Entry & entry );
+   void errorIs( Adj & adj, S32 error );
+   U32 & overRefused( const Adj & adj ) { return takenOverRefused[ adj.af == Kynet::AddressFamily::ipv4_ ? 0 : 1 ]; }
    void update( Number number );
    bool created( Number number ) const;
    // The first time, or after a refusal. True: the helper has it from now on.
@@ -145,6 +148,7 @@ struct AdjSm::Impl {
    std::vector< std::vector< Number > > spare;
 
    UnderWay< Number > underWay;
+   std::array< U32, 2 > takenOverRefused{}; // by family
 
    std::vector< Number > queue; // walks, in order
    Posted walks{ [ this ] { walk(); } };

@@ -24,7 +24,7 @@ auto AdjSm::Impl::asked( Number number, const Call & call ) {
    const auto before = progress.told();
    auto answer = call();
    auto & adj = adjs[ number ];
-   adj.error = 0;
+   errorIs( adj, 0 );
    adj.underWay = underWay.add( before, progress.told(), number );
    adj.asked = static_cast< U32 >( progress.told() );
    return answer;
@@ -39,8 +39,14 @@ void AdjSm::Impl::settled( const UnderWay< Number >::Entry & entry ) {
    auto & adj = adjs[ entry.object ];
    if ( !adj.l2Adj || !adj.underWay || adj.asked != entry.last ) return; // it was told again since
    adj.underWay = false;
-   adj.error = entry.code;
+   errorIs( adj, entry.code );
    if ( entry.code != 0 ) adj.asked = entry.refused;
+}
+
+void AdjSm::Impl::errorIs( Adj & adj, S32 error ) {
+   if ( adj.error != 0 ) overRefused( adj ) -= adj.taken;
+   adj.error = error;
+   if ( adj.error != 0 ) overRefused( adj ) += adj.taken;
 }
 
 void AdjSm::Impl::update( Number number ) {
@@ -285,6 +291,23 @@ void AdjSm::routesDec( Number number ) {
 
 U32 AdjSm::routes( Number number ) const { return impl_->adjs[ number ].routes; }
 
+void AdjSm::takenInc( Number number ) {
+   auto & adj = impl_->adjs[ number ];
+   ++adj.taken;
+   if ( adj.error != 0 ) ++impl_->overRefused( adj );
+}
+
+void AdjSm::takenDec( Number number ) {
+   auto & adj = impl_->adjs[ number ];
+   GANT_ASSERT( adj.taken != 0, " adjacency ", adj.l2Adj->key().index() );
+   --adj.taken;
+   if ( adj.error != 0 ) --impl_->overRefused( adj );
+}
+
+U32 AdjSm::takenOverRefused( Kynet::AddressFamily af ) const {
+   return impl_->takenOverRefused[ af == Kynet::AddressFamily::ipv4_ ? 0 : 1 ];
+}
+
 bool AdjSm::Impl::created( Number number ) const { return adjs[ number ].created && !adjs[ number ].lacking; }
 
 bool AdjSm::created( Number number ) const { return impl_->created( number ); }
@@ -297,6 +320,8 @@ Gant::String AdjSm::lacksRoom( Number number ) const {
 bool AdjSm::waitsForRoom( Number number ) const { return impl_->adjs[ number ].lacking.has_value(); }
 
 void AdjSm::nextHopLimitsIs( const NextHopLimits & limits ) { impl_->room.limitsIs( limits ); }
+
+bool AdjSm::refused( Number number ) const { return impl_->adjs[ number ].error != 0; }
 
 Gant::String AdjSm::refusal( Number number ) const {
    const auto & adj = impl_->adjs[ number ];
@@ -328,6 +353,8 @@ RouteState AdjSm::state( U64 adjIndex ) const {
 U64 AdjSm::adjIndex( Number number ) const { return impl_->adjs[ number ].l2Adj->key().index(); }
 
 size_t AdjSm::adjs() const { return impl_->adjs.taken(); }
+
+std::vector< AdjSm::NextHopUse > AdjSm::nextHopUses() const { return impl_->room.uses(); }
 
 void AdjSm::verify() {
    auto & adjs = impl_->adjs;

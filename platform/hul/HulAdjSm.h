@@ -110,6 +110,11 @@ class AdjSm : public Gant::StateMachine {
    void routesInc( Number number );
    void routesDec( Number number );
    U32 routes( Number number ) const;
+   // Of those, the ones that the data plane took.
+   void takenInc( Number number );
+   void takenDec( Number number );
+   // Taken routes over adjacencies that the data plane refused.
+   U32 takenOverRefused( Kynet::AddressFamily af ) const;
    // False: the helper refused it, or it waits for room, and no route may name it.
    bool created( Number number ) const;
    bool waitsForRoom( Number number ) const;
@@ -117,7 +122,8 @@ class AdjSm : public Gant::StateMachine {
    Gant::String lacksRoom( Number number ) const;
    // REQUIRES: there is no adjacency yet.
    void nextHopLimitsIs( const NextHopLimits & limits );
-   // What the data plane said to the last commands of the adjacency: refused with this, or nothing of the kind.
+   // Whether the data plane refused one of the last commands of the adjacency, and with what.
+   bool refused( Number number ) const;
    Gant::String refusal( Number number ) const;
    // Why nothing goes its ways, though it is programmed: all of them lead out of interfaces that are disabled. Empty:
    // something can.
@@ -127,6 +133,16 @@ class AdjSm : public Gant::StateMachine {
    U64 adjIndex( Number number ) const;
 
    size_t adjs() const;
+   // A table of next hops of which something is in use.
+   struct NextHopUse {
+      Kynet::IntfId intfId;
+      bool resolve = false; // the resolve table of a tunnel interface
+      U32 used = 0;
+      U32 limit = 0;
+      size_t waiting = 0; // adjacencies that wait for room in it
+   };
+   // By interface.
+   std::vector< NextHopUse > nextHopUses() const;
    void verify();
    void pending( Pendings & out ) const;
 

@@ -2,6 +2,7 @@
 
 namespace Hardware::Capacity {
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is that of the slot
 void CapacityHelperSm::updateCapacityEntry( TableKey key, U32 used, U32 free, U32 committed, U32 maxLimit ) {
    if ( capacityStatus() ) capacityStatus()->entryIs( key, HulCapacity::TableEntry( used, free, committed, maxLimit ) );
 }

@@ -15,7 +15,7 @@ L2AdjHelper::~L2AdjHelper() = default;
 Gant::Ptr< L2Adjacency > L2AdjHelper::newAdj() {
    const L2AdjKey key( nextL2AdjIndex() );
    nextL2AdjIndexIs( key.index() + 1 );
-   const auto adj = Gant::make< L2Adjacency >( key );
+   auto adj = Gant::make< L2Adjacency >( key );
    args_.hulL3Status->l2AdjListIs( key, adj );
    return adj;
 }

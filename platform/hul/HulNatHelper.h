@@ -97,7 +97,7 @@ class HulHelperNat : public Hul::HulBaseHelper {
       return false;
    }
    virtual bool addStaticVrfDstIpTranslation( const IpAndPort &, const IpAndPort &, U8, Hul::VrfId, const StaticKey &,
-                                              NextHopInfo ) {
+                                              NextHopInfo ) { // NOLINT(performance-unnecessary-value-param)
       return false;
    }
    virtual bool deleteStaticVrfSrcIpTranslation( Hul::VrfId, const StaticKey & ) { return false; }

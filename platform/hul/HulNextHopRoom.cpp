@@ -61,6 +61,15 @@ void NextHopRoom::give( const Places & places ) {
    }
 }
 
+std::vector< AdjSm::NextHopUse > NextHopRoom::uses() const {
+   std::vector< AdjSm::NextHopUse > out;
+   out.reserve( uses_.size() );
+   for ( const auto & [ table, use ] : uses_ )
+      out.push_back( { table.intfId, table.resolve, use.used, limit( table ), use.waiting.size() } );
+   std::ranges::sort( out, {}, []( const auto & use ) { return Table{ use.intfId, use.resolve }; } );
+   return out;
+}
+
 Gant::String NextHopRoom::text( const Table & table, U32 used ) const {
    return table.intfId.stringValue() + Gant::format( ": %u of %u ", used, limit( table ) ) +
           ( table.resolve ? "resolved next hops are in use" : "next hops are in use" );

@@ -35,6 +35,7 @@ class NextHopRoom {
    std::optional< Table > lacking( const Places & more ) const;
    void take( const Places & places );
    void give( const Places & places );
+   std::vector< AdjSm::NextHopUse > uses() const;
    // "it does not fit on Ethernet1: 16383 of 16383 next hops are in use"
    Gant::String reason( const Table & table ) const;
 

@@ -187,7 +187,7 @@ std::vector< QosClassDataPtr > QosAclSm::classesOf( const Gant::String & policyM
       if ( isDefault( *classData ) ) lists = { Qos::classDefault };
       for ( const auto & name : lists )
          matchData->aclDataIs( aclKeyOf( name ), Gant::make< AclData >( aclKeyOf( name ) ) );
-      classes.push_back( classData );
+      classes.emplace_back( classData );
    }
    std::stable_partition( classes.begin(), classes.end(),
                           []( const auto & classData ) { return !isDefault( *classData ); } );

@@ -241,6 +241,7 @@ void RouteMachine< F >::tell( U32 slot, const What & what, U64 sequence, bool ag
    const bool same = what.routeType == old.routeType && ( what.routeType == 0 || what.adj == old.adj );
    if ( same && !again ) return;
    const Prefix prefix( told.address, told.len );
+   if ( taken( told ) ) args_.adjSm->takenDec( told.adj );
    unask( told );
    const auto before = args_.common->progress()->told();
    const bool done =
@@ -249,6 +250,7 @@ void RouteMachine< F >::tell( U32 slot, const What & what, U64 sequence, bool ag
    unprogrammedIs( told, done || what.routeType == 0 ? 0 : Mirel::UnprogrammedReason::refused_ );
    toldIs( told, done ? what : What() );
    askedIs( told, before, slot );
+   if ( taken( told ) ) args_.adjSm->takenInc( told.adj );
    uncommitted_ = true;
    turns_.post();
 }
@@ -301,7 +303,10 @@ void RouteMachine< F >::answered( const typename UnderWay< Asked >::Entry & entr
    if ( !told.underWay || told.asked != entry.last ) return; // it was told again since
    told.underWay = false;
    --underWayRoutes_;
-   if ( entry.code == 0 ) return;
+   if ( entry.code == 0 ) {
+      args_.adjSm->takenInc( told.adj );
+      return;
+   }
    told.asked = entry.refused;
    told.error = static_cast< U8 >( std::clamp( entry.code, 1, 0xff ) );
    ++refusedRoutes_;
@@ -314,20 +319,21 @@ void RouteMachine< F >::answered( const typename UnderWay< Asked >::Entry & entr
 template < typename F >
 void RouteMachine< F >::reviewFill() {
    const auto counts = this->counts();
+   const U64 held = counts.programmed + counts.overRefused;
    const auto most = args_.common->routesMost();
    if ( counts.noRoom != 0 ) {
       if ( std::exchange( fill_, Fill::full ) != Fill::full )
-         GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes is full with ",
-                     counts.programmed, " routes: those that it has no room for wait" );
+         GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes is full with ", held,
+                     " routes: those that it has no room for wait" );
       return;
    }
    if ( counts.underWay != 0 && fill_ == Fill::full ) return;
-   const auto parts = most == 0 ? 0 : counts.programmed * U64( 100 ) / most;
+   const auto parts = most == 0 ? 0 : held * 100 / most;
    if ( fill_ == Fill::full )
       GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes has room again" );
    if ( fill_ == Fill::some && parts >= nearlyFull )
       GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes is filled to ", parts,
-                  " %: ", counts.programmed, " of ", most );
+                  " %: ", held, " of ", most );
    if ( parts >= nearlyFull || ( fill_ != Fill::some && parts >= notNearlyFull ) )
       fill_ = Fill::nearlyFull;
    else
@@ -351,7 +357,10 @@ size_t RouteMachine< F >::tellAgain( size_t routes ) {
 
 template < typename F >
 RouteCounts RouteMachine< F >::counts() const {
-   return { underWayRoutes_, toldRoutes_ - underWayRoutes_ - refusedRoutes_, refusedRoutes_, noRoomRoutes_ };
+   const U32 overRefused = args_.adjSm->takenOverRefused( F::af );
+   return { underWayRoutes_, toldRoutes_ - underWayRoutes_ - refusedRoutes_ - overRefused,
+            refusedRoutes_ + overRefused + static_cast< U32 >( args_.unprogrammed->routes() ), noRoomRoutes_,
+            overRefused };
 }
 
 template < typename F >
@@ -359,15 +368,19 @@ RouteState RouteMachine< F >::state( U32 vrfId, const Prefix & prefix ) const {
    const auto slot = args_.table->slot( vrfId, prefix );
    if ( !slot ) return { RouteProgress::pending(), "there is no such route" };
    if ( *slot >= told_.size() || !told_[ *slot ].here ) return { RouteProgress::pending(), "its turn has not come" };
-   const auto & told = told_[ *slot ];
-   if ( told.routeType != 0 && !told.underWay && told.error == 0 ) {
+   return stateOf( told_[ *slot ], *slot );
+}
+
+template < typename F >
+RouteState RouteMachine< F >::stateOf( const Told & told, U32 slot ) const {
+   if ( taken( told ) ) {
       const auto refusal = args_.adjSm->refusal( told.adj );
-      if ( !refusal.empty() ) return { RouteProgress::refused(), "its next hops: " + refusal };
+      if ( !refusal.empty() ) return { RouteProgress::refused(), "the data plane refused its next hops: " + refusal };
       const auto disabled = args_.adjSm->disabled( told.adj );
       return { disabled.empty() ? RouteProgress::programmed() : RouteProgress::pending(), disabled };
    }
    const bool refused = told.error != 0 || told.unprogrammed != 0;
-   return { refused ? RouteProgress::refused() : RouteProgress::pending(), reasonOf( told, *slot ) };
+   return { refused ? RouteProgress::refused() : RouteProgress::pending(), reasonOf( told, slot ) };
 }
 
 // What the helper has of the route from now on, with everything that counts it. The VRF and the former adjacency may go
@@ -587,11 +600,11 @@ void RouteMachine< F >::pending( Pendings & out, size_t most ) const {
    size_t listed = 0;
    for ( U32 slot = 0; slot < told_.size() && listed < most; ++slot ) {
       const auto & told = told_[ slot ];
-      const bool programmed = told.routeType != 0 && !told.underWay && told.error == 0;
-      if ( !told.here || programmed || !args_.table->slotHas( slot ) ) continue;
-      auto reason = reasonOf( told, slot );
+      if ( !told.here || !args_.table->slotHas( slot ) ) continue;
+      if ( taken( told ) && !args_.adjSm->refused( told.adj ) ) continue;
       const Prefix prefix( told.address, told.len );
-      out.push_back( { "route " + prefix.stringValue() + Gant::format( " in VRF %u", told.vrfId ), reason } );
+      out.push_back( { "route " + prefix.stringValue() + Gant::format( " in VRF %u", told.vrfId ),
+                       stateOf( told, slot ).reason } );
       ++listed;
    }
 }

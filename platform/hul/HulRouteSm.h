@@ -168,6 +168,9 @@ class RouteMachine : public Gant::StateMachine {
    void askedIs( Told & told, U64 before, U32 slot );
    void unask( Told & told );
    void answered( const typename UnderWay< Asked >::Entry & entry );
+   // Whether the data plane has the route as it was told last.
+   static bool taken( const Told & told ) { return told.routeType != 0 && !told.underWay && told.error == 0; }
+   RouteState stateOf( const Told & told, U32 slot ) const;
    bool noRoom( const Told & told ) const;
    void reviewFill();
    size_t tellAgain( size_t routes );

@@ -14,12 +14,13 @@ struct RouteState {
    Gant::String reason; // empty of one that is programmed
 };
 
-// Of one family. Each route of the FIB is in exactly one of them, or waits.
+// Of one family. Each route of the FIB is under way, programmed or refused, as its RouteState says, or it waits.
 struct RouteCounts {
    U32 underWay = 0; // told, and not answered
    U32 programmed = 0;
-   U32 refused = 0; // by the data plane
-   U32 noRoom = 0;  // of the refused, for want of room
+   U32 refused = 0;
+   U32 noRoom = 0;      // of the refused, for want of room
+   U32 overRefused = 0; // of the refused, which the data plane took, but not their next hops
 };
 
 } // namespace Hul

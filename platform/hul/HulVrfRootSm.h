@@ -1,4 +1,7 @@
 // The root of the layer: the machines that bring VRFs, interfaces, adjacencies and routes to the helpers, in order.
+//
+// Facts come in any order, and the helpers are promised one. So there is a machine for each kind: it keeps what it has
+// told, and tells the next when those that it leans on have been told theirs.
 #pragma once
 
 #include "HulPackedArgs.h"

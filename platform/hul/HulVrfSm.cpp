@@ -13,8 +13,6 @@ namespace Hul {
 
 static Gant::TraceHandle traceHandle( "HulVrfSm" );
 
-namespace {
-
 // A sequence number on its way to where the host reads it.
 class SeqInFlight {
  public:
@@ -45,12 +43,10 @@ class SeqInFlight {
    std::deque< Waiting > waiting_;
 };
 
-} // namespace
-
 // Copies a VRF's progress to where the host reads it.
 struct VrfSm::GantVrfL3Status : VrfL3Status::Notifiee {
-   GantVrfL3Status( VrfSm * owner, Gant::Ptr< VrfL3Status > status, Gant::Ptr< VrfSeqStatus > seqStatus ) :
-        Notifiee( owner, std::move( status ) ), owner( owner ), seqStatus( std::move( seqStatus ) ) {}
+   GantVrfL3Status( VrfSm * owner, const Gant::Ptr< VrfL3Status > & status, Gant::Ptr< VrfSeqStatus > seqStatus ) :
+        Notifiee( owner, status ), owner( owner ), seqStatus( std::move( seqStatus ) ) {}
    void onSequenceProgrammed() override {
       inFlight.told( notifier()->sequenceProgrammed(), progress() );
       copy();

@@ -28,7 +28,7 @@ struct Parts {
 
 std::optional< Parts > parts( std::string_view text ) {
    const auto slash = text.find( '/' );
-   if ( slash == text.npos ) return std::nullopt;
+   if ( slash == std::string::npos ) return std::nullopt;
    const auto digits = text.substr( slash + 1 );
    U8 len = 0;
    const auto [ end, error ] = std::from_chars( digits.data(), digits.data() + digits.size(), len );

@@ -1,4 +1,4 @@
-// The state database: entities by path.
+// The state database: entities by path. Who makes an entity and who looks for it share the path, and nothing else.
 #pragma once
 
 #include "GantEntity.h"

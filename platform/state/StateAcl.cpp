@@ -60,7 +60,7 @@ void RangeSpec::strepIs( Gant::StrepReader & in ) {
    const auto word = [ &rest ] {
       const auto end = rest.find( ' ' );
       const auto found = rest.substr( 0, end );
-      rest.remove_prefix( end == rest.npos ? rest.size() : end + 1 );
+      rest.remove_prefix( end == std::string::npos ? rest.size() : end + 1 );
       return found;
    };
    Gant::StrepReader oper( word() );

@@ -1,4 +1,4 @@
-// Interfaces: whether they are there, up, and what is special about each kind.
+// Interfaces: whether they are there, up, and of which kind. The entities of this folder say what is, and do nothing.
 #pragma once
 
 #include "GantEntity.h"

@@ -24,9 +24,10 @@ void Channel::refusedIs( U64 number, S32 code, std::string_view text ) {
 
 void Channel::refusalIs( OriginId id, Refusal refusal ) {
    if ( refusals_.size() == refusalsKept ) refusals_.pop_front();
-   refusals_.push_back( refusal );
-   if ( auto * const to = origin( id ) ) to->refused( refusal );
-   notifiees_.tell( &Notifiee::onRefusal, refusal );
+   refusals_.push_back( std::move( refusal ) );
+   const auto & kept = refusals_.back();
+   if ( auto * const to = origin( id ) ) to->refused( kept );
+   notifiees_.tell( &Notifiee::onRefusal, kept );
 }
 
 bool Channel::wantsRefusals( OriginId id ) const {

@@ -38,14 +38,14 @@ void VexCommonSmData::l2IntfDelAll() {
 Gant::Ptr< L3Intf > VexCommonSmData::l3IntfIs( Kynet::IntfId intfId, Hul::VrfId vrfId,
                                                const Gant::Ptr< L2Intf > & l2Intf, U32 ipMtu ) {
    GANT_ON_LOOP();
-   if ( const auto present = l3Intf( intfId ) ) {
+   if ( auto present = l3Intf( intfId ) ) {
       if ( present->vrfId() == vrfId && present->l2Intf() == l2Intf ) {
          present->ipMtuIs( ipMtu );
          return present;
       }
       l3IntfDel( intfId );
    }
-   const auto made = Gant::make< L3Intf >( intfId, vrfId, l2Intf, ipMtu );
+   auto made = Gant::make< L3Intf >( intfId, vrfId, l2Intf, ipMtu );
    l3Intfs_[ intfId ] = made;
    notifiees_.tell( &Notifiee::onL3Intf, intfId );
    return made;

@@ -149,7 +149,7 @@ std::unique_ptr< google::protobuf::Arena > newArena() {
    return std::make_unique< google::protobuf::Arena >( options );
 }
 
-constexpr size_t arenaMax = 64 * 1024;
+constexpr size_t arenaMax = size_t( 64 ) * 1024;
 
 // Refusals of one reply that have a line each in the log; of more there is one line a second.
 constexpr int tracedMost = 16;

@@ -8,7 +8,7 @@ namespace Vex {
 
 KyAclDb::KyAclDb( Gant::Ptr< ModuleConfigStatusPair > pair ) :
      Module( "kyAclDb", VexModule::KyAclDb, 0, 0, 0, 0, nullptr, std::move( pair ) ) {
-   for ( U16 id = 0; id < maxAcls(); ++id ) freeAclIds_.push_back( id );
+   for ( U32 id = 0; id < maxAcls(); ++id ) freeAclIds_.push_back( static_cast< U16 >( id ) );
 }
 
 U16 KyAclDb::freeAclIdDeq() {

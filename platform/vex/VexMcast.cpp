@@ -26,6 +26,7 @@ MfibAf::MfibAf( Kynet::AddressFamily af, const L3::VrfName & vrfName, Gant::Ptr<
 
 MfaAgent::MfaAgent( Kynet::AddressFamily af, Gant::Ptr< Quorl::EntityManager > em,
                     Gant::Ptr< Vex::ModuleConfigStatusPair > pair,
+                    // NOLINTNEXTLINE(performance-unnecessary-value-param)
                     Gant::Ptr< Vex::ModuleGlobalCmdConfig > globalCmdConfig, Gant::Ptr< Vex::VexCommonSmData > vexcsd,
                     bool ) :
      af_( af ),

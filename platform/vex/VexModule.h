@@ -1,4 +1,4 @@
-// The base of every module proxy. A proxy exists exactly as long as its module in the data plane.
+// The base of every module proxy. One exists exactly as long as its module: its making and its end are the commands.
 #pragma once
 
 #include "GantAttr.h"

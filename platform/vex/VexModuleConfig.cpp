@@ -51,6 +51,7 @@ Gant::Ptr< ModuleResponseEvent > ModuleStatus::responseQueueDeq() { return oldes
 
 Gant::Ptr< ModuleErrorEvent > ModuleStatus::errorQueueDeq() { return oldest( errorQueue_ ); }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): it is used twice in one expression
 ModuleConfigStatusPair::ModuleConfigStatusPair( Gant::Name name, Gant::Ptr< Channel > channel ) :
      name_( std::move( name ) ), moduleConfig_( Gant::make< ModuleConfig >( channel, channel->originAdd( this ) ) ),
      moduleStatus_( Gant::make< ModuleStatus >() ) {}

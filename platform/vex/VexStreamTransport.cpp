@@ -55,6 +55,7 @@ class StreamTransport : public Transport {
 
  private:
    enum class Event : intptr_t { started = 1, read, written, finished };
+   // NOLINTNEXTLINE(performance-no-int-to-ptr): what gRPC gives back
    static void * tag( Event event ) { return reinterpret_cast< void * >( event ); }
 
    // With the mutex held.

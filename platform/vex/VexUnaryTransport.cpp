@@ -93,7 +93,7 @@ class UnaryTransport : public Transport {
       std::unique_lock lock( mutex_ );
       wake_.wait( lock, [ this ] { return stopping_ || !pending_.empty(); } );
       if ( stopping_ ) return nullptr;
-      const auto bytes = std::move( pending_.front() );
+      const auto bytes = pending_.front();
       pending_.pop_front();
       lock.unlock();
       auto batch = std::make_unique< vex::pb::Batch >();

@@ -114,35 +114,6 @@ TEST_F( AclCommon, eachPartOfARuleGoesIntoItsFields ) {
    }
 }
 
-TEST_F( AclCommon, onlyTheHalvesOfAnActionThatAreSetAreInTheRecord ) {
-   struct {
-      Vex::VexAclRuleAction action;
-      const char * fields;
-   } const cases[] = {
-        { Vex::VexAclRuleAction(), "action_dscp false action_tc false" },
-        { Vex::VexAclRuleAction( true, false, true, true, false, 9, false, 9 ),
-          "permit false log true action_dscp false action_tc false" },
-        { Vex::VexAclRuleAction( false, true, false, true, true, 46, true, 5 ),
-          "action_dscp true action_tc true dscp_data 46 tc_data 5" },
-   };
-   for ( const auto & c : cases ) {
-      vex::pb::KyIpAclArg::IpRule rule;
-      Vex::setRuleAction( rule, c.action );
-      EXPECT_EQ( Vex::describe( rule ), c.fields );
-   }
-}
-
-TEST_F( AclCommon, ipv6IsRefusedAndOtherTypesAddNothingButBothHoldACounter ) {
-   EXPECT_EQ( add( RuleOf(), {}, UniqueId( 1, 0, 0 ), Acl::ipv6 ), Hul::aclCreateErrorUnsupportedRule );
-   EXPECT_EQ( add( RuleOf(), {}, UniqueId( 2, 0, 0 ), Acl::mac ), Hul::aclCreateErrorNone );
-   EXPECT_EQ( helper->createFinalAclRule( data, "counter", &message, Acl::ipv6, UniqueId::allOnes(), {}, 0 ),
-              Hul::aclCreateErrorUnsupportedRule );
-   EXPECT_EQ( helper->createIpFragRule( data, &message, {}, RuleOf().fragments(), UniqueId( 3, 0, 0 ), 1, 0 ),
-              Hul::aclCreateErrorNone );
-   EXPECT_EQ( records(), Lines{} );
-   EXPECT_EQ( data->counterIds(), 3u );
-}
-
 TEST_F( AclCommon, aCounterFollowsItsRuleUntilTheRuleHasLeft ) {
    const UniqueId stays( 1, 0, 0 ), leaves( 2, 0, 0 ), comes( 3, 0, 0 );
    add( RuleOf(), {}, stays );

@@ -40,18 +40,6 @@ class AclHelperCalls : public testing::Test {
    Gant::Ptr< Vex::AclHelper > helper = Gant::make< Vex::AclHelper >( engine.vexcsd, nullptr, nullptr, nullptr );
 };
 
-TEST_F( AclHelperCalls, rulesOutsideOfABuildAreSkipped ) {
-   const auto aclData = data( "a" );
-   build( aclData );
-   rule( aclData, 7 );
-   commit( aclData );
-   rule( aclData, 8 );
-   EXPECT_EQ( helper->createFinalAclRule( Acl::ip, aclData, 9 ), Hul::aclCreateErrorNone );
-   EXPECT_EQ( engine.counters->counterIterator().at( Vex::CounterId( 0 ) ).name, "kyAclDb-a-1" );
-   EXPECT_EQ( engine.counters->counterIterator().at( Vex::CounterId( 1 ) ).name, "kyAclDb-a-2" );
-   EXPECT_EQ( engine.counters->counterIterator().size(), 2u );
-}
-
 TEST_F( AclHelperCalls, pollsWhileAListIsRebuiltReadNothing ) {
    const auto aclData = data( "a" );
    const Acl::UniqueId id( 1, 0, 0 );
@@ -66,17 +54,6 @@ TEST_F( AclHelperCalls, pollsWhileAListIsRebuiltReadNothing ) {
    // The count is 0 and so below the last one, which follows it.
    EXPECT_EQ( helper->aclRuleCountersSinceLastPoll( aclData, 1, id ), 0u );
    EXPECT_EQ( acl->lastCount( id ), 0u );
-}
-
-TEST_F( AclHelperCalls, callsOutOfOrderEndTheProcess ) {
-   const auto aclData = data( "a" );
-   helper->precreateAcl( aclData, nullptr );
-   EXPECT_DEATH( helper->precreateAcl( aclData, nullptr ), "Failed\\(acl->state\\(\\) != preparing\\(\\)\\)" );
-   EXPECT_DEATH( helper->commitAcl( aclData ), "Failed\\(acl->state\\(\\) != preparing\\(\\)\\)" );
-   EXPECT_DEATH( helper->destroyAcl( aclData ), "Failed\\(acl->state\\(\\) == programmed\\(\\)\\)" );
-   helper->createFinalAclRule( Acl::ip, aclData, 1 );
-   helper->commitAcl( aclData );
-   EXPECT_DEATH( helper->precreateAcl( aclData, nullptr ), "Failed\\(acl->state\\(\\) != programming\\(\\)\\)" );
 }
 
 } // namespace

@@ -304,25 +304,6 @@ TEST_F( AclRouter, aListThatIsWrongIsNamedAndWhatWasProgrammedStays ) {
    EXPECT_EQ( drained().back(), "aclipEt2in applyAcl acl_id 1 ipv4 true" );
 }
 
-TEST_F( AclRouter, bindingsOfOtherSourcesCountWhereTheCommandLineHasNone ) {
-   add( "a", { tcp() } );
-   add( "b", { udp() } );
-   const auto other = Gant::make< Acl::IntfConfig >( "other" );
-   other->aclNameIs( at( "Ethernet1", Acl::in ), "a" );
-   bindingsDir->entityIs( "other", other );
-   drained();
-   EXPECT_EQ( status->appliedName( at( "Ethernet1", Acl::in ) ), "a" );
-   bind( "Ethernet1", "b" );
-   drained();
-   EXPECT_EQ( status->appliedName( at( "Ethernet1", Acl::in ) ), "b" );
-   unbind( "Ethernet1" );
-   drained();
-   EXPECT_EQ( status->appliedName( at( "Ethernet1", Acl::in ) ), "a" );
-   bindingsDir->entityDel( "other" );
-   drained();
-   EXPECT_FALSE( status->appliedNameHas( at( "Ethernet1", Acl::in ) ) );
-}
-
 TEST_F( AclRouter, whatItMissedWhileItWasSilentIsBroughtInLine ) {
    add( "a", { tcp() } );
    bind( "Ethernet1", "a" );

@@ -2,6 +2,7 @@
 
 #include "CtlAgentText.h"
 #include "CtlShows.h"
+#include "NearestWord.h"
 #include "RuntimeDirectory.h"
 #include "RuntimeMemory.h"
 
@@ -47,16 +48,28 @@ TEST( CliTable, goesOnWithTheWidthsOfTheFirstRowsWhenThereAreMany ) {
         << out.substr( out.size() - 80 );
 }
 
-TEST( CliWords, timesAndNumbersReadAsPeopleSayThem ) {
-   EXPECT_EQ( seconds( 0.0451 ), "45 ms" );
-   EXPECT_EQ( seconds( 12.34 ), "12.3 s" );
-   EXPECT_EQ( seconds( 250 ), "4 min 10 s" );
-   EXPECT_EQ( seconds( 7500 ), "2 h 5 min" );
-   EXPECT_EQ( seconds( 180000 ), "2 d 2 h" );
-   EXPECT_EQ( grouped( 0 ), "0" );
-   EXPECT_EQ( grouped( 999 ), "999" );
-   EXPECT_EQ( grouped( 1000 ), "1,000" );
-   EXPECT_EQ( grouped( 12345678 ), "12,345,678" );
+TEST( CliTable, keepsToAWidthByFurtherLinesAndThenByLinesForCells ) {
+   const auto within = []( size_t width ) {
+      std::ostringstream out;
+      Table table( { text( "Name", "name" ), number( "How many", "number" ), text( "Reason", "reason" ) }, out, width );
+      table.row( { { "name", "a" }, { "number", 1234 }, { "reason", "the neighbour\x1b is unknown, nobody asks" } } );
+      table.end();
+      return out.str();
+   };
+   EXPECT_EQ( within( 40 ), "Name   How  Reason\n"
+                            "      many\n"
+                            "a     1234  the neighbour. is unknown,\n"
+                            "            nobody asks\n" );
+   EXPECT_EQ( within( 20 ), "Name      a\n"
+                            "How many  1234\n"
+                            "Reason    the neighbour. is unknown, nobody asks\n\n" );
+}
+
+TEST( CliWords, theNearestOfTheKnownOnesIsNamed ) {
+   const std::vector< std::string > words{ "fib", "routes", "neighbors" };
+   const std::pair< const char *, const char * > cases[] = {
+        { "fbi", "fib" }, { "neigbors", "neighbors" }, { "neighbours", "neighbors" }, { "moon", "" }, { "", "" } };
+   for ( const auto & [ given, nearest ] : cases ) EXPECT_EQ( Runtime::nearestWord( given, words ), nearest ) << given;
 }
 
 TEST( CliWords, keywordsAndPositionsFillMembersInAnyOrder ) {
@@ -72,19 +85,18 @@ TEST( CliWords, keywordsAndPositionsFillMembersInAnyOrder ) {
 TEST( CliAgentText, isReadAsTheAgentWritesIt ) {
    const char * const fib = " 'pModuleFIB1': (  '10.0.0.0/8', ( 'red', 3 ), '10.1.0.0/16', ( 'red', 4 ),"
                             " '10.2.0.0/16', ( 'red', 5 ), '10.3.0.0/16', ( 'red', 6 ), ), # End of pModuleFIB1\n"
-                            " 'pModuleFEC1': {  '3': ( 7, 2 ) , '4': ( 1, 2, 3, 4, ), '5': ( ), },"
+                            " 'pModuleFEC1': {  '3': ( 7, 2 ) , '4': ( 1, 2, 3, -1, ), '5': ( ), },"
                             " # End of pModuleFEC1\n";
    std::string rows;
    for ( const auto & row : rowsOfAgentText( fib, {} ) ) rows += row.dump() + "\n";
-   EXPECT_EQ( rows,
-              R"({"vrf":"red","prefix":"10.0.0.0/8","fec":3,"nexthops":[{"gate":2,"index":7}]})"
-              "\n"
-              R"({"vrf":"red","prefix":"10.1.0.0/16","fec":4,"nexthops":[{"gate":2,"index":1},{"gate":4,"index":3}]})"
-              "\n"
-              R"({"vrf":"red","prefix":"10.2.0.0/16","fec":5,"nexthops":[]})"
-              "\n"
-              R"({"vrf":"red","prefix":"10.3.0.0/16","fec":6,"fecMissing":true})"
-              "\n" );
+   EXPECT_EQ( rows, R"({"vrf":"red","prefix":"10.0.0.0/8","fec":3,"nexthops":[{"gate":2,"index":7}]})"
+                    "\n"
+                    R"({"vrf":"red","prefix":"10.1.0.0/16","fec":4,"nexthops":[{"gate":2,"index":1},{"index":3}]})"
+                    "\n"
+                    R"({"vrf":"red","prefix":"10.2.0.0/16","fec":5,"nexthops":[]})"
+                    "\n"
+                    R"({"vrf":"red","prefix":"10.3.0.0/16","fec":6,"fecMissing":true})"
+                    "\n" );
    const char * const nexthops = " 'pModule42NH': {  '1': ( 42, 1, 1, '02:00:00:00:00:09' ),\n"
                                  " '2': ( 42, 2, 0, '' ),\n }, # End of pModule42NH\n";
    rows.clear();

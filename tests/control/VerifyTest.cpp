@@ -13,6 +13,7 @@
 #include "VexRoutingStatusSm.h"
 
 #include <csignal>
+#include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
 
 namespace {
@@ -195,26 +196,12 @@ TEST_F( Verify, namesSecurityAssociationsAndNoKeys ) {
    EXPECT_EQ( verify(), Lines() );
    EXPECT_EQ( end_[ "compared" ][ "security associations" ], 2 );
    vex::pb::IpsecUpdateSAArg update;
-   update.set_vrf( 0 );
-   update.set_encap_id( 5 );
-   auto & entry = *update.add_saentries();
-   entry.set_tunnel_type( 1 );
-   entry.set_sa_spi( 4098 );
-   entry.set_sa_type( 0 );
-   entry.set_encap_type( 0 );
-   entry.set_auth_info( "" );
-   entry.set_auth_info_len( 0 );
-   entry.set_family( 2 );
-   entry.set_proto( 50 );
-   entry.set_flags( 1 );
-   entry.set_src_addr( 0x0a000002 );
-   entry.set_dst_addr( 0x0a000001 );
-   entry.set_cipher_algorithm( 5 );
-   entry.set_auth_algorithm( 1 );
-   entry.set_crypto_info( "SECRET-SECRET-02" );
-   entry.set_crypto_info_len( 128 );
-   update.set_sa_direction( 1 );
-   entry.set_replay_window( 64 );
+   ASSERT_TRUE( google::protobuf::TextFormat::ParseFromString(
+        "vrf: 0 encap_id: 5 sa_direction: 1 saentries { tunnel_type: 1 sa_spi: 4098 sa_type: 0 encap_type: 0 "
+        "auth_info: '' auth_info_len: 0 family: 2 proto: 50 flags: 1 src_addr: 0x0a000002 dst_addr: 0x0a000001 "
+        "cipher_algorithm: 5 auth_algorithm: 1 crypto_info: 'SECRET-SECRET-02' crypto_info_len: 128 "
+        "replay_window: 64 }",
+        &update ) );
    command( "ipsecManagementModule", "updateIpsecSAs", update );
    const std::string words = "10.0.0.2 -> 10.0.0.1, tunnel, type 1, cipher 5 of 128 bits, authentication 1 of 0 bits, "
                              "ICV of 0 bytes, window ";

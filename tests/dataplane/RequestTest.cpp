@@ -193,44 +193,6 @@ TEST( Requests, aModuleWithoutANameGetsOneThatIsFree ) {
    EXPECT_EQ( plane.ask< bess::pb::CreateModuleResponse >( "create - Trap" ).name(), "trap1" );
 }
 
-TEST( Requests, showsAreSortedAndEchoWhatWasAsked ) {
-   Plane plane;
-   plane.set( R"(
-      create fib FibIpv4
-      fib addVrf vrf: 3
-      fib addRoute vrf: 3 prefix: @192.168.0.0 prefix_len: 16 fec_id: 9
-      fib addRoute vrf: 3 prefix: @10.0.0.0 prefix_len: 24 fec_id: 5
-      fib addRoute vrf: 3 prefix: @10.0.0.0 prefix_len: 8 fec_id: 9
-      fib addRoute vrf: 3 prefix: 0 prefix_len: 0 fec_id: 6
-      fib addFec fec_id: 9 nh_info { gate: 2 nh_index: 7 } nh_info { gate: 4294967295 }
-      fib addFec fec_id: 5
-      fib addFec fec_id: 1
-      create nh NextHop intf_id: 77
-      nh writeNH nexthopinfo { nh_index: 2 pkt_cmd: 1 mac_da: @02:aa:00:00:00:01 }
-      nh writeNH nexthopinfo { nh_index: 0 pkt_cmd: 2 }
-   )" );
-   // FEC 6 isn't there, and no route of the VRF names FEC 1.
-   vex::pb::FibIpv4ReadFibResp fib;
-   parse( R"(cmd_action: 'showFib' cli_socket: 12 vrf: 3
-             fibinfo { prefix: '0.0.0.0' prefix_len: 0 fec_id: 6 }
-             fibinfo { prefix: '10.0.0.0' prefix_len: 8 fec_id: 9 }
-             fibinfo { prefix: '10.0.0.0' prefix_len: 24 fec_id: 5 }
-             fibinfo { prefix: '192.168.0.0' prefix_len: 16 fec_id: 9 }
-             fecinfo { fec_id: 5 }
-             fecinfo { fec_id: 9 nh_info { nh_index: 7 gate: 2 } nh_info { nh_index: 0 gate: 4294967295 } })",
-          fib );
-   EXPECT_EQ(
-        plane.ask< vex::pb::FibIpv4ReadFibResp >( "fib showFib cli_socket: 12 use_grpc: true vrf: 3" ).DebugString(),
-        fib.DebugString() );
-   vex::pb::NextHopReadNHResp nh;
-   parse( R"(cmd_action: 'showNH' cli_socket: 12 intf_id: 77 intfname: 'et1'
-             nexthopinfo { nh_index: 0 mac_da: '' pkt_cmd: 2 }
-             nexthopinfo { nh_index: 2 mac_da: '02:aa:00:00:00:01' pkt_cmd: 1 })",
-          nh );
-   EXPECT_EQ( plane.ask< vex::pb::NextHopReadNHResp >( "nh showNH cli_socket: 12 intfname: 'et1'" ).DebugString(),
-              nh.DebugString() );
-}
-
 TEST( Requests, aFibHoldsWhatTheDataPlaneIsSetToWhateverItIsAskedFor ) {
    Plane plane( { .routes = 2 } );
    for ( const char * name :

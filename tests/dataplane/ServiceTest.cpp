@@ -268,18 +268,6 @@ TEST_F( Services, aBatchMayBeLargeAndSoMayItsReplyAndADump ) {
    EXPECT_EQ( dumped, kRoutes + 1 );
 }
 
-TEST_F( Services, aDumpOfAModuleThatIsNotThereFails ) {
-   vex::pb::DumpRequest request;
-   request.add_module( "fib" );
-   grpc::ClientContext context;
-   vex::pb::Batch batch;
-   auto dump = engineStub_->Dump( &context, request );
-   EXPECT_FALSE( dump->Read( &batch ) );
-   const auto status = dump->Finish();
-   EXPECT_EQ( status.error_code(), StatusCode::NOT_FOUND );
-   EXPECT_EQ( status.error_message(), "there is no module fib" );
-}
-
 TEST_F( Services, theControlApiSeesAndChangesTheSameGraph ) {
    auto client = begin();
    EXPECT_EQ( client->apply( coreLines() + ethernetLines( "et1", 1 ) + ethernetLines( "et2", 2 ) ), Lines() );
@@ -327,16 +315,6 @@ TEST_F( Services, theControlApiSeesAndChangesTheSameGraph ) {
    EXPECT_EQ( call( &Control::GetModuleInfo, asked ).ogates_size(), 1 );
    asked.set_name( "trap" );
    EXPECT_EQ( call( &Control::GetModuleInfo, asked ).error().errmsg(), "trap: GetModuleInfo: no such module" );
-
-   bess::pb::DisconnectModulesRequest disconnect;
-   disconnect.set_name( "IpOutput_et2" );
-   disconnect.set_ogate( 1 );
-   EXPECT_EQ( call( &Control::DisconnectModules, disconnect ).error().code(), 0 );
-   EXPECT_EQ( call( &Control::DisconnectModules, disconnect ).error().code(), ENOTCONN );
-   bess::pb::ConnectModulesRequest connect;
-   parse( "m1: 'IpOutput_et2' m2: 'NextHop_et2' ogate: 1", connect );
-   EXPECT_EQ( call( &Control::ConnectModules, connect ).error().code(), 0 );
-   EXPECT_EQ( call( &Control::ConnectModules, connect ).error().code(), EBUSY );
 }
 
 TEST_F( Services, theControlApiAnswersWithoutASession ) {

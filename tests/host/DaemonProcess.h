@@ -5,8 +5,11 @@
 #include "vex/engine.grpc.pb.h"
 
 #include <grpcpp/grpcpp.h>
+#include <nlohmann/json.hpp>
 
 namespace Test {
+
+using Json = nlohmann::json;
 
 inline constexpr const char * fed = "the data plane has everything";
 
@@ -29,6 +32,18 @@ routes:
       words.insert( words.end(), more.begin(), more.end() );
       return words;
    }
+   // The document that vexctl prints, with its "exitCode".
+   Json vexctl( Words words ) const {
+      words.insert( words.begin(), { "--json", "--socket", path( "vexl3d.sock" ) } );
+      Process process( VEXCTL_PROGRAM, words );
+      const auto text = process.all();
+      // What is for people comes behind the document.
+      auto document = Json::parse( text.substr( 0, text.rfind( "\n}" ) + 2 ), nullptr, false );
+      EXPECT_TRUE( document.is_object() ) << text;
+      document[ "exitCode" ] = process.wait();
+      return document;
+   }
+   Json rows( Words words ) const { return vexctl( std::move( words ) )[ "rows" ]; }
    // Of a data plane at the address: next hops of the route of an IPv4 address, -1 when there is none.
    int nextHops( const std::string & address, std::uint32_t destination ) const {
       const auto stub = vex::pb::Engine::NewStub( grpc::CreateChannel( address, grpc::InsecureChannelCredentials() ) );

@@ -193,13 +193,40 @@ TEST_F( Vexl3d, oneDaemonOwnsADataPlaneAndTheOthersStandBy ) {
    ASSERT_TRUE( first->says( belongsTo( *second ) ) );
 }
 
-TEST_F( Vexl3d, leavesTheSocketToTheDaemonThatHasIt ) {
-   Process daemon( VEXL3D_PROGRAM, arguments( {} ), runtime() );
+TEST_F( Vexl3d, anOverfullDataPlaneIsNamedByEveryShowAndByExitCodes ) {
+   std::string lines;
+   for ( int n = 0; n < 20; ++n ) lines += "20.0." + std::to_string( n ) + ".0/24 10.0.1.2\n";
+   write( "routes", lines );
+   Process daemon( VEXL3D_PROGRAM, arguments( { "--max-routes", "20", "--routes", path( "routes" ) } ), runtime() );
    ASSERT_TRUE( daemon.says( fed ) );
-   EXPECT_EQ( std::filesystem::status( path( "vexl3d.sock" ) ).permissions(), std::filesystem::perms( 0660 ) );
-   Process second( VEXL3D_PROGRAM, arguments( {} ), runtime() );
-   EXPECT_TRUE( second.says( "another daemon has this socket" ) );
-   EXPECT_EQ( second.wait(), 1 );
+   // 7 of the interfaces and the description and 10 of the file beside the 3 that every VRF has; 10 have no room.
+   std::map< std::string, int > states, reasons;
+   for ( const auto & row : rows( { "show", "routes" } ) ) {
+      ++states[ row[ "state" ] ];
+      const std::string reason = row.value( "reason", "" );
+      ++reasons[ reason.substr( std::min( reason.size(), reason.rfind( ", " ) ) ) ];
+   }
+   EXPECT_EQ( states, ( std::map< std::string, int >{ { "programmed", 17 }, { "refused", 10 } } ) );
+   EXPECT_EQ( reasons, ( std::map< std::string, int >{ { "", 17 }, { ", the table is full with 20 routes", 10 } } ) );
+   const auto summary = vexctl( { "show", "summary" } )[ "result" ];
+   EXPECT_EQ( summary[ "routesProgrammed" ], 17 );
+   EXPECT_EQ( summary[ "routesRefused" ][ "ipv4" ], 10 );
+   const auto table = rows( { "show", "capacity" } )[ 0 ];
+   EXPECT_EQ( table.dump(), R"({"chip":"","committed":30,"counted":true,"feature":"ipv4","free":0,"max":20,)"
+                            R"("table":"Route","used":20})" );
+   const auto different = vexctl( { "verify" } );
+   EXPECT_EQ( different[ "exitCode" ], 1 );
+   EXPECT_EQ( different[ "differences" ], 10 );
+   // Room for ten, and for one more.
+   for ( int n = 0; n < 11; ++n )
+      EXPECT_EQ( vexctl( { "route", "del", "20.0." + std::to_string( n ) + ".0/24" } )[ "exitCode" ], 0 );
+   EXPECT_EQ( vexctl( { "verify" } )[ "exitCode" ], 0 );
+   EXPECT_EQ( vexctl( { "show", "summary" } )[ "result" ][ "routesProgrammed" ], 16 );
+}
+
+TEST_F( Vexl3d, saysThatTheRouterIsEmptyWithoutADescription ) {
+   Process daemon( VEXL3D_PROGRAM, { "--socket", path( "vexl3d.sock" ) }, runtime() );
+   EXPECT_TRUE( daemon.says( "no --config: the router is empty" ) );
    daemon.signal( SIGTERM );
    EXPECT_EQ( daemon.wait(), 0 );
 }

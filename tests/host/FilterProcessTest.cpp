@@ -3,13 +3,11 @@
 #include "DaemonProcess.h"
 #include "vex/acl.pb.h"
 
-#include <nlohmann/json.hpp>
 #include <optional>
 
 namespace {
 
 using namespace Test;
-using Json = nlohmann::json;
 
 class FilteredDaemon : public Vexl3d {
  protected:
@@ -37,17 +35,6 @@ policy-maps:
       EXPECT_TRUE( daemon_->says( fed ) );
    }
 
-   Json vexctl( Words words ) const {
-      words.insert( words.begin(), { "--json", "--socket", path( "vexl3d.sock" ) } );
-      Process process( VEXCTL_PROGRAM, words );
-      const auto text = process.all();
-      process.wait();
-      // What is for people comes behind the document.
-      auto document = Json::parse( text.substr( 0, text.rfind( "\n}" ) + 2 ), nullptr, false );
-      EXPECT_TRUE( document.is_object() ) << text;
-      return document;
-   }
-   Json rows( Words words ) const { return vexctl( std::move( words ) )[ "rows" ]; }
    // "sequence packets ...", those that count.
    std::string hits( const std::string & list ) const {
       std::string all;

@@ -7,40 +7,6 @@ namespace {
 
 using namespace Test;
 
-// Positions of the first lines that begin so; one that is missing is a failure.
-class Order {
- public:
-   explicit Order( Lines lines ) : lines_( std::move( lines ) ) {}
-   long operator()( const char * begin ) const {
-      const auto at = std::ranges::find_if( lines_, [ & ]( const auto & l ) { return l.starts_with( begin ); } );
-      EXPECT_NE( at, lines_.end() ) << begin;
-      return at - lines_.begin();
-   }
-
- private:
-   Lines lines_;
-};
-
-TEST( HostedRouter, anInterfaceComesFromBelowAndGoesFromAbove ) {
-   HostedRouter router;
-   router.describe( twoPorts );
-   router.start();
-   router.drained();
-   router.change( "add interface {name: Ethernet3, addresses: 10.0.3.1/24, mtu: 9000, mss: 1200}" );
-   router.change( "add neighbor {interface: Ethernet3, address: 10.0.3.2, mac: '02:00:00:00:03:02'}" );
-   const Order came( router.drained() );
-   EXPECT_LT( came( "create PortRx_et3" ), came( "create NextHop_et3" ) );
-   EXPECT_LT( came( "create IpOutput_et3 IpOutput ip_mtu 9000 mss 1200" ),
-              came( "fibIpv4 addRoute vrf 0 prefix 10.0.3.0" ) );
-   EXPECT_LT( came( "NextHop_et3 writeNH" ), came( "fibIpv4 addRoute vrf 0 prefix 10.0.3.2 prefix_len 32" ) );
-   router.change( "del interface {name: Ethernet3}" );
-   const Order went( router.drained() );
-   EXPECT_LT( went( "fibIpv4 delRoute vrf 0 prefix 10.0.3.0" ), went( "destroy NextHop_et3" ) );
-   EXPECT_LT( went( "fibIpv4 delRoute vrf 0 prefix 10.0.3.2" ), went( "destroy NextHop_et3" ) );
-   EXPECT_LT( went( "destroy NextHop_et3" ), went( "destroy PortRx_et3" ) );
-   EXPECT_FALSE( router.vexcsd->l3IntfHas( intf( "Ethernet3" ) ) || router.vexcsd->l2Intf( intf( "Ethernet3" ) ) );
-}
-
 TEST( HostedRouter, aReloadIsOnlyWhatDiffers ) {
    HostedRouter router;
    const std::string before = std::string( twoPorts ) + R"(
@@ -86,38 +52,6 @@ TEST( HostedRouter, aMacOfTheRouterComesOverNoneAndLeavesInterfacesTheirOwn ) {
    };
    EXPECT_EQ( last( "NextHop_et1 setSrcMacAddr" ), "NextHop_et1 setSrcMacAddr mac_addr 02:00:00:00:00:01" );
    EXPECT_EQ( last( "NextHop_et3 setSrcMacAddr" ), "NextHop_et3 setSrcMacAddr mac_addr 02:00:00:aa:00:02" );
-}
-
-// An agent that comes later finds everything in the state, whatever has happened to it before.
-TEST( HostedRouter, aNewAgentIsFedAsTheFirstOneWas ) {
-   const std::string description = "vrfs: [red]\n" + std::string( twoPorts ) + R"(
-tunnels: [{name: Tunnel1, addresses: 10.255.0.1/30, source: 10.0.1.1, destination: 198.51.100.1, underlay: default}]
-routes:
-  - {prefix: 0.0.0.0/0, via: [10.0.1.2, 10.0.2.2]}
-  - {prefix: 10.128.0.0/16, via: Tunnel1}
-  - {prefix: 192.0.2.0/24, vrf: red, blackhole: true}
-)";
-   HostedRouter changed, fresh;
-   changed.start();
-   changed.describe( description );
-   changed.drained();
-   changed.agent = nullptr;
-   changed.ports = nullptr;
-   fresh.describe( description );
-   Lines sent[ 2 ];
-   for ( auto * const router : { &changed, &fresh } ) {
-      Engine engine;
-      const auto ports = Gant::make< Host::PortSm >( router->state.tree().portDir, engine.vexcsd, engine.enginePair );
-      router->vexcsd = engine.vexcsd;
-      router->start();
-      while ( Gant::activityManager()->poll() != 0 ) {
-      }
-      sent[ router == &fresh ] = engine.take();
-      router->agent = nullptr;
-      router->ports = nullptr;
-   }
-   EXPECT_EQ( sent[ 0 ], sent[ 1 ] );
-   EXPECT_GT( sent[ 0 ].size(), 50u );
 }
 
 } // namespace

@@ -50,16 +50,6 @@ TEST_F( Router, aViaResolvesToWhatIsKnownOfItsNeighbour ) {
    }
 }
 
-TEST_F( Router, theBitmapOfANextHopNamesItsVias ) {
-   startUsual();
-   state.fec( 1, { via( "Et1", "10.9.0.3" ), via( Mirel::RouteType::drop_ ), via( "Et1", "10.9.0.4" ) } );
-   const auto & adj = layer.l3Status->l2AdjList( Hul::L2AdjKey( 0 ) );
-   ASSERT_TRUE( adj );
-   for ( const auto & [ nextHop, multiplicity ] : adj->via() )
-      EXPECT_EQ( adj->via().nextHopBitmap( nextHop ).bitList( HulTypes::ViaBitmapIndex( 0 ) ),
-                 nextHop.type() == Hul::NextHopEntryType::drop_ ? 0b010u : 0b101u );
-}
-
 TEST_F( Router, aNeighbourThatComesMovesAndGoesUpdatesExactlyTheAdjacenciesThatUseIt ) {
    startUsual();
    state.fec( 1, { via( "Et1", "10.9.0.2" ), via( "Et2", "10.8.0.2" ) } );

@@ -232,6 +232,33 @@ TEST_F( SlowDataPlane, aRouteOverADisabledInterfaceIsPending ) {
    EXPECT_EQ( of( "10.0.0.0/8" ), "pending: interface Ethernet1 is disabled" );
 }
 
+TEST_F( SlowDataPlane, aRouteOverARefusedAdjacencyIsRefusedAndCounted ) {
+   state.route( "10.0.0.0/8", 2 ); // command 1
+   state.route( "11.0.0.0/8", 2 ); // 2
+   progress.acknowledgedIs( 1 );
+   rec.wantsWalk = [ this ] {
+      progress.toldInc();
+      return false;
+   };
+   const auto counts = [ this ] {
+      const auto said = layer.root->routeCounts( Kynet::AddressFamily::ipv4_ );
+      return std::vector{ said.underWay, said.programmed, said.refused, said.overRefused };
+   };
+   using Counts = std::vector< U32 >;
+   state.neighbor( "Et1", "10.9.0.2", 2 ); // 3: its adjacency
+   progress.acknowledgedIs( 2 );
+   EXPECT_EQ( counts(), ( Counts{ 0, 2, 0, 0 } ) );
+   progress.refusedIs( 3, EINVAL, "no" );
+   progress.acknowledgedIs( 3 );
+   EXPECT_EQ( counts(), ( Counts{ 0, 0, 2, 2 } ) );
+   EXPECT_EQ( of( "10.0.0.0/8" ), "refused: the data plane refused its next hops: no" );
+   EXPECT_THAT( layer.pending(),
+                testing::Contains( "route 11.0.0.0/8 in VRF 0: the data plane refused its next hops: no" ) );
+   state.routeDel( "10.0.0.0/8" );
+   state.route( "11.0.0.0/8", 1 );
+   EXPECT_EQ( counts(), ( Counts{ 1, 0, 0, 0 } ) );
+}
+
 TEST_F( SlowDataPlane, whatHadNoRoomIsToldAgainInOrderOnceForEachRouteThatWent ) {
    rec.repeats = true;
    for ( const auto * const text : { "10.0.0.0/8", "11.0.0.0/8", "12.0.0.0/8", "13.0.0.0/8" } ) state.route( text, 1 );
@@ -267,31 +294,6 @@ TEST_F( SlowDataPlane, routesThatMoveRestWhileVeryManyAreUnderWay ) {
    EXPECT_THAT( taken(), IsEmpty() );
    progress.acknowledgedIs( 1 );
    EXPECT_THAT( taken(), testing::Contains( "10.0.0.0/8 vrf 0 forward/0 -> forward/1" ) );
-}
-
-TEST_F( Router, aStandByFollowsNothing ) {
-   Hul::VrfRootSm::Args args;
-   args.programmingEnabled = false;
-   args.vrfHelper = rec.vrfHelper;
-   args.routingStatusHelper = rec.routingStatusHelper;
-   args.route4Helper = rec.route4Helper;
-   args.route6Helper = rec.route6Helper;
-   args.hulL3Status = layer.l3Status;
-   args.hulL3IntfTable = layer.table;
-   args.hulL2AdjHelper = Gant::make< Hul::L2AdjHelper >( Hul::L2AdjHelper::Args{} );
-   args.allVrfStatusLocal = state.vrfs;
-   const auto root = Gant::make< Hul::VrfRootSm >( args );
-   state.vrf( "default", 0 );
-   root->hasNotificationActiveIs( false );
-   root->hasNotificationActiveIs( true );
-   root->verify();
-   EXPECT_THAT( take(), IsEmpty() );
-   EXPECT_FALSE( root->hulAdjSm() );
-   EXPECT_TRUE( root->pending().empty() );
-   // The rest of the entities may be missing too.
-   args.programmingEnabled = true;
-   const auto bare = Gant::make< Hul::VrfRootSm >( args );
-   EXPECT_THAT( take(), testing::Contains( "createVrf 0" ) );
 }
 
 } // namespace

@@ -120,21 +120,5 @@ TEST_F( Router, aVrfThatComesAgainUnderAnUsedIdIsUpToDateAndWhatIsUnderWayIsWait
    EXPECT_EQ( programmed(), 2u );
 }
 
-TEST_F( Router, macsGoOverNoneAndRoutingIsToldOnce ) {
-   start();
-   state.bridging->bridgeMacAddrIs( mac( 1 ) );
-   state.bridging->bridgeMacAddrIs( mac( 2 ) );
-   state.fhrp->anygwMacIs( Kynet::EthAddrWithMask( mac( 3 ), {} ) );
-   state.fhrp->anygwMacIs( Kynet::EthAddrWithMask( mac( 4 ), {} ) );
-   state.fhrp->anygwMacDel();
-   state.l3->routing6Is( true );
-   EXPECT_THAT( take(),
-                ElementsAre( "handleRouterMac 02:00:00:00:00:01 add", "handleRouterMac 02:00:00:00:00:01 remove",
-                             "handleRouterMac 02:00:00:00:00:02 add", "handleVirtualRouterMac 02:00:00:00:00:03 add",
-                             "handleVirtualRouterMac 02:00:00:00:00:03 remove",
-                             "handleVirtualRouterMac 02:00:00:00:00:04 add",
-                             "handleVirtualRouterMac 02:00:00:00:00:04 remove", "handleRouting 1 1" ) );
-}
-
 } // namespace
 } // namespace HulTest

@@ -75,29 +75,6 @@ TEST_F( IpsecTest, anInterfaceListBringsNewPairsAndQuietensThoseThatLeft ) {
    EXPECT_EQ( router.pairs().size(), 3u );
 }
 
-TEST_F( IpsecTest, equalIdsInTwoVrfsKeepTheirOwnPairs ) {
-   const auto red = connectionKey( 5, EncapIdType::IpsecVti(), "red" );
-   const auto blue = connectionKey( 5, EncapIdType::IpsecVti(), "blue" );
-   router.table->connectionIs( red, connection( { "Tunnel1", "Tunnel2" }, { 4096 }, 8192 ) );
-   router.table->connectionIs( blue, connection( { "Tunnel2", "Tunnel3" }, { 4097 }, 8193 ) );
-   EXPECT_EQ( router.channel->takeOf( { "create ipsecFwd" } ), lines( R"(
-      create ipsecFwd_red_5_IpsecVti_Tunnel1 IpsecTunnelEgress vrf 0 encap_id 5 local_out 0
-      create ipsecFwd_red_5_IpsecVti_Tunnel2 IpsecTunnelEgress vrf 0 encap_id 5 local_out 0
-      create ipsecFwd_blue_5_IpsecVti_Tunnel2 IpsecTunnelEgress vrf 0 encap_id 5 local_out 0
-      create ipsecFwd_blue_5_IpsecVti_Tunnel3 IpsecTunnelEgress vrf 0 encap_id 5 local_out 0
-   )" ) );
-   // Tunnel2 leaves red. The walk meets blue's pairs too, and touches none of them.
-   router.table->connectionIs( red, connection( { "Tunnel1" }, { 4096 }, 8192 ) );
-   const auto expected = [ & ]( const char * red1 ) {
-      return ElementsAre( "ipsecFwd_blue_5_IpsecVti_Tunnel2 active", "ipsecFwd_blue_5_IpsecVti_Tunnel3 active", red1,
-                          "ipsecFwd_red_5_IpsecVti_Tunnel2 inactive" );
-   };
-   EXPECT_THAT( router.pairs(), expected( "ipsecFwd_red_5_IpsecVti_Tunnel1 active" ) );
-   router.table->connectionDel( red );
-   EXPECT_THAT( router.pairs(), expected( "ipsecFwd_red_5_IpsecVti_Tunnel1 inactive" ) );
-   EXPECT_THAT( router.flows(), ElementsAre( "50 192.0.2.1:0 -> 198.51.100.9:0 spi 0x00001001" ) );
-}
-
 TEST_F( IpsecTest, aChangeOfKeysAloneIsAChangeAndOneOfTheNameIsNot ) {
    auto wanted = connection( {}, {}, 8192 );
    router.table->connectionIs( connectionKey( 5 ), wanted );

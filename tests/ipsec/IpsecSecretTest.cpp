@@ -84,17 +84,5 @@ TEST( IpsecCleanse, aMessageKeepsTheLengthsOfItsKeysAndNothingElseOfThem ) {
    EXPECT_EQ( Vex::describe( arg ), words );
 }
 
-TEST( IpsecCleanse, copiesOfAKeyShareItsBytes ) {
-   const KeyMaterial key{ cryptoSecret };
-   const auto copy = key; // NOLINT(performance-unnecessary-copy-initialization)
-   EXPECT_EQ( copy.bytes().data(), key.bytes().data() );
-   EXPECT_EQ( KeyMaterial( cryptoSecret ), key );
-   EXPECT_NE( KeyMaterial( authSecret ), key );
-   EXPECT_THROW( SecurityAssociation( aesSha1( 4096 ).strep() ), Gant::ParseException );
-   std::string bytes = cryptoSecret;
-   Gant::cleanse( bytes.data(), bytes.size() );
-   EXPECT_EQ( bytes, std::string( 16, '\0' ) );
-}
-
 } // namespace
 } // namespace Test

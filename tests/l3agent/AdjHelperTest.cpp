@@ -1,6 +1,5 @@
 #include "Engine.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
@@ -118,22 +117,6 @@ TEST_F( Adjacencies, everyKindOfNextHopHasItsKeyAndItsEntry ) {
    }
 }
 
-TEST_F( Adjacencies, aVxlanNextHopNeedsItsTunnel ) {
-   auto nextHop = neighbour( "Ethernet1", 9 );
-   nextHop.l2IntfIs( intf( "Vxlan1" ) );
-   const auto keyOf = [ & ] {
-      const auto adj = core.adjacency( 50, via( { { nextHop, 1 } } ) );
-      core.adjHelper->createAdj( adj );
-      const auto key = fecOf( 50 )->info().nextHop( 0 );
-      core.adjHelper->deleteAdj( adj );
-      return key.str();
-   };
-   EXPECT_EQ( keyOf(), "pktCmdDrop,0,Ethernet1,00:00:00:00:00:00,1,0,0.0.0.0" );
-   nextHop.tunnelL2InfoIs( Gant::make< Hul::TunnelL2Info >(
-        Hul::TunnelKey( Hul::VrfId( 2 ), Kynet::IpGenAddr( ip( "198.51.100.1" ) ) ) ) );
-   EXPECT_EQ( keyOf(), "pktCmdForward,4094,Ethernet1,00:00:00:00:00:09,1,2,198.51.100.1" );
-}
-
 TEST_F( Adjacencies, weightsCountAndDoNotReachTheDataPlane ) {
    core.adjHelper->createAdj(
         core.adjacency( 50, via( { { neighbour( "Ethernet1", 1 ), 3 }, { neighbour( "Ethernet2", 2 ), 0 } } ) ) );
@@ -208,34 +191,6 @@ TEST_F( Adjacencies, aNextHopWithoutAnInterfaceIsInNoIndexAndGoesToTheClassifier
    VexNhEntry entry = core.sm->getNextHopInfo( fecOf( 50 )->info().nextHop( 0 ) );
    EXPECT_EQ( entry.pktCmd(), 2u );
    EXPECT_EQ( entry.egressVif(), 490u );
-}
-
-TEST_F( Adjacencies, anEmptyPoolGivesIndexZeroWithoutComplaint ) {
-   for ( U32 i = 0; i < NhIndexManager::indexMax; ++i )
-      core.sm->nhIndexManager()->allocNhLocalIndex( intf( "Ethernet1" ) );
-   const auto adj =
-        core.adjacency( 50, via( { { neighbour( "Ethernet1", 1 ), 1 }, { neighbour( "Ethernet1", 2 ), 1 } } ) );
-   core.adjHelper->createAdj( adj );
-   EXPECT_EQ( core.take(), lines( R"(
-      NextHop_et1 writeNH nexthopinfo {nh_index 0 mac_da 00:00:00:00:00:01 pkt_cmd 1}
-      NextHop_et1 writeNH nexthopinfo {nh_index 0 mac_da 00:00:00:00:00:02 pkt_cmd 1}
-      fibIpv4 addFec fec_id 3 nh_info {gate 1 nh_index 0}
-   )" ) );
-}
-
-TEST_F( Adjacencies, whatTheLayerMustNotDoEndsTheProcess ) {
-   const auto adj = core.adjacency( 50, via( { { neighbour( "Ethernet1", 1 ), 1 } } ) );
-   core.adjHelper->createAdj( adj );
-   core.route( "10.0.0.0/8", 0, 50 );
-   EXPECT_DEATH( core.adjHelper->deleteAdj( adj ), "Failed\\(fec->lpmRoutes\\(\\) == 0\\)" );
-   EXPECT_DEATH( core.sm->removeFecForLpm( fecOf( 50 ) ), "Failed\\(!fec->lpmRoutes\\(\\)\\)" );
-   const Hul::NextHop nowhere( NextHopEntryType::forward(), {}, {}, {}, mac( "00:00:00:00:00:01" ) );
-   EXPECT_DEATH( core.adjHelper->createAdj( core.adjacency( 51, via( { { nowhere, 1 } } ) ) ),
-                 "Failed\\(! !l3Intf\\)" );
-   const Hul::NextHop unknown( NextHopEntryType( U8( 6 ) ), intf( "Ethernet1" ), {}, {}, {} );
-   EXPECT_DEATH( core.adjHelper->createAdj( core.adjacency( 51, via( { { unknown, 1 } } ) ) ), "Failed\\(false\\)" );
-   core.adjHelper->verifyAdj( adj );
-   EXPECT_DEATH( core.adjHelper->verifyAdj( core.adjacency( 77, {} ) ), "Failed\\(fec\\)" );
 }
 
 } // namespace

@@ -52,27 +52,4 @@ TEST_F( FecVersion, anInterfaceThatChangesHasEachOfItsFecsWalkedOnce ) {
    for ( size_t i = 0; i < before.size(); ++i ) EXPECT_EQ( versions()[ i ], before[ i ] + 2 );
 }
 
-TEST_F( FecVersion, eachChangeCountsWhatItConcerns ) {
-   const auto counts = [ & ] {
-      return std::vector{ sm().numUpdatePortVif(), sm().numUpdateFloodVif(), sm().numUpdateVlanPortStatus(),
-                          sm().numScheduledPrefixWalk() };
-   };
-   using Counts = std::vector< U64 >;
-   const auto walks = sm().numScheduledPrefixWalk();
-   state.portVifStatus->intfToPortVifMapIs( intf( "Ethernet9" ), VexVif::VifId( 1 ) );
-   EXPECT_EQ( counts(), ( Counts{ 1, 0, 0, walks } ) );
-   state.portVifStatus->intfToPortVifMapIs( intf( "Ethernet2" ), VexVif::VifId( 2 ) );
-   EXPECT_EQ( counts(), ( Counts{ 2, 0, 0, walks + 1 } ) );
-   state.mcastVifStatus->vlanFloodsetEgressVifIs( Bridging::VlanId( 10 ), VexVif::VifId( 3 ) );
-   EXPECT_EQ( counts(), ( Counts{ 2, 0, 0, walks + 1 } ) );
-   db().vlanToFloodingFecSetFecIs( Bridging::VlanId( 10 ), db().fec( FecKey( 3 ) ), true );
-   state.mcastVifStatus->vlanFloodsetEgressVifDel( Bridging::VlanId( 10 ) );
-   EXPECT_EQ( counts(), ( Counts{ 2, 1, 0, walks + 2 } ) );
-   // Ports of VLANs concern no FEC.
-   const auto vlan = Gant::make< Bridging::VlanStatus >( Bridging::VlanId( 10 ) );
-   state.vlanStatusDir->vlanStatusIs( vlan->vlanId(), vlan );
-   vlan->vlanPortStatusIs( intf( "Ethernet1" ), Bridging::VlanPortStatus( Bridging::TrafficDirection::both(), true ) );
-   EXPECT_EQ( counts(), ( Counts{ 2, 1, 0, walks + 2 } ) );
-}
-
 } // namespace

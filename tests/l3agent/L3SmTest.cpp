@@ -1,5 +1,4 @@
 #include "Engine.h"
-#include "GantTrace.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,7 +11,6 @@ using testing::ElementsAre;
 class L3Sm : public testing::Test {
  protected:
    void SetUp() override { started = core.take(); }
-   static Gant::String lastTrace() { return Gant::traceLines( 1, "VexL3Sm" ).back().text; }
 
    L3Core core;
    Lines started;
@@ -166,33 +164,6 @@ TEST_F( L3Sm, aTunnelOverIpsecPassesItsOutputModules ) {
    core.vexcsd->l3IntfDel( intf( "Tunnel2" ) );
    EXPECT_EQ( core.ipsecHelper->outTunnelIpsecModulePairs(), 0u );
    EXPECT_THAT( core.channel->takeOf( { "destroy ipsec" } ), testing::SizeIs( 4 ) );
-}
-
-TEST_F( L3Sm, whatIsMissingIsTracedAndTheRestGoesOn ) {
-   // No multicast modules in this VRF.
-   core.port( "Ethernet1" );
-   core.routed( "Ethernet1", 4094 );
-   const auto traces = Gant::traceLines( 100, "VexL3Sm" );
-   const auto said = [ & ]( const char * text ) {
-      return std::ranges::any_of( traces,
-                                  [ & ]( const auto & line ) { return line.text.find( text ) != line.text.npos; } );
-   };
-   EXPECT_TRUE( said( ": No mfib module for default" ) );
-   EXPECT_TRUE( said( ": No mfib6 module for default" ) );
-   EXPECT_TRUE( core.l3Modules->ipInputModHas( intf( "Ethernet1" ) ) );
-
-   // The layer-2 interface is gone before the layer-3 one.
-   core.vexcsd->l2IntfDel( intf( "Ethernet1" ) );
-   core.vexcsd->l3IntfDel( intf( "Ethernet1" ) );
-   EXPECT_EQ( lastTrace(), "WARNING: No L2Intf for Ethernet1" );
-   EXPECT_TRUE( core.l3Modules->nextHopModHas( intf( "Ethernet1" ) ) );
-   EXPECT_FALSE( core.l3Modules->ipOutputModHas( intf( "Ethernet1" ) ) );
-
-   const auto tunnel = core.tunnel( "Tunnel1" );
-   core.routed( "Tunnel1", 4093 );
-   core.l3Modules->nhResolveDel( intf( "Tunnel1" ) );
-   core.vexcsd->l3IntfDel( intf( "Tunnel1" ) );
-   EXPECT_EQ( lastTrace(), "VexL3Sm:: NH resolve not found for: Tunnel1" );
 }
 
 TEST_F( L3Sm, theLastWriterOfASourceMacWins ) {

@@ -3,15 +3,11 @@
 #include "VexRoutingStatusSm.h"
 #include "VexVrrpSm.h"
 
-#include <cstdlib>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
 
 using namespace Test;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 const auto macA = mac( "00:1c:73:00:00:0a" ), macB = mac( "00:1c:73:00:00:0b" ), none = Kynet::EthAddr();
 
@@ -44,20 +40,6 @@ TEST_F( RouterMacs, eachGoesFromNoneToAValueAndBack ) {
    EXPECT_EQ( sm->routerMac(), macB );
 }
 
-TEST_F( RouterMacs, aChangeFromOneValueToAnotherEndsTheProcess ) {
-   bridging->bridgeMacAddrIs( macA );
-   model->routerMacIs( macA );
-   model->virtualRouterMacIs( macA );
-   const auto sm = make();
-   EXPECT_DEATH( model->routerMacIs( macB ), "Failed\\(routerMac\\(\\) == Kynet::EthAddr::ethAddrZero\\(\\)\\)" );
-   EXPECT_DEATH( model->virtualRouterMacIs( macB ),
-                 "Failed\\(virtualRouterMac\\(\\) == Kynet::EthAddr::ethAddrZero\\(\\)\\)" );
-   EXPECT_DEATH( bridging->bridgeMacAddrIs( macB ),
-                 "Failed\\(bridgeMac\\(\\) == Kynet::EthAddr::ethAddrZero\\(\\)\\)" );
-   model->routerMacIs( none );
-   EXPECT_DEATH( model->routerMacIs( macB ), "Failed\\(rmac == bridgingConfig\\(\\)->bridgeMacAddr\\(\\)\\)" );
-}
-
 TEST_F( RouterMacs, whatChangedInSilenceIsCaughtUpWith ) {
    bridging->bridgeMacAddrIs( macA );
    model->routerMacIs( macA );
@@ -71,36 +53,6 @@ TEST_F( RouterMacs, whatChangedInSilenceIsCaughtUpWith ) {
    sm->hasNotificationActiveIs( true );
    EXPECT_EQ( sm->routerMac(), macB );
    EXPECT_EQ( sm->bridgeMac(), macB );
-}
-
-TEST_F( RouterMacs, verificationReportsTheFirstDifference ) {
-   bridging->bridgeMacAddrIs( macA );
-   const auto sm = make();
-   csd->verifyData()->verifyIs( 1 );
-   EXPECT_THAT( csd->verifyData()->cliVerifyOutput(), IsEmpty() );
-   sm->virtualRouterMacIs( macB );
-   csd->verifyData()->verifyIs( 2 );
-   sm->routerMacIs( macA );
-   csd->verifyData()->verifyIs( 3 );
-   const Gant::String function = "void VexL3Unicast::RoutingStatusSm::handleVerify()";
-   EXPECT_THAT( csd->verifyData()->cliVerifyOutput(),
-                ElementsAre( function + ":  cached anygwmac 00:1c:73:00:00:0b rs->anygwMac 00:00:00:00:00:00",
-                             function + ":  cached rmac 00:1c:73:00:00:0a rs->rMac 00:00:00:00:00:00" ) );
-   sm->initializedIs( false );
-   csd->verifyData()->verifyIs( 4 );
-   EXPECT_EQ( csd->verifyData()->cliVerifyOutput().size(), 2u );
-}
-
-TEST_F( RouterMacs, inASimulatedRunADifferenceEndsTheProcess ) {
-   const auto sm = make();
-   sm->routerMacIs( macA );
-   EXPECT_DEATH(
-        {
-           setenv( "SIMULATION_VMID", "", 1 );
-           csd->verifyData()->verifyIs( 1 );
-        },
-        "Failed\\(0\\)  cached rmac 00:1c:73:00:00:0a rs->rMac 00:00:00:00:00:00" );
-   EXPECT_DEATH( sm->doProgramEgressBdEntry( 0, Bridging::VlanId( 10 ), nullptr ), "Failed\\(vrs\\)" );
 }
 
 class VirtualMacs : public testing::Test {

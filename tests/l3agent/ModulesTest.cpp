@@ -1,6 +1,4 @@
 #include "Engine.h"
-#include "GantException.h"
-#include "vex/ip.pb.h"
 #include "VexL3Counters.h"
 
 #include <gtest/gtest.h>
@@ -53,61 +51,6 @@ TEST_F( Modules, membersAreInOrderOfTheirGatesAndOptionsAreSaidAsTheyAre ) {
       m setIp4TunTos tun_tos true
       m setIp4TunTtl ttl_from_inner_header true
    )" ) );
-}
-
-TEST_F( Modules, resolveIndexesComeLowestFirstAndExhaustionIsTheReservedOne ) {
-   const auto resolve = proxyOfSm< NhResolve >();
-   for ( U32 index = 1; index < NhResolve::entriesMax; ++index ) resolve->freeNhrIndex( index );
-   for ( U32 index = 1; index < NhResolve::entriesMax; ++index ) ASSERT_EQ( resolve->allocNhrIndex(), index );
-   EXPECT_EQ( resolve->allocNhrIndex(), 0u );
-   EXPECT_EQ( resolve->allocNhrIndex(), 0u );
-   resolve->freeNhrIndex( 700 );
-   resolve->freeNhrIndex( 41 );
-   EXPECT_EQ( resolve->allocNhrIndex(), 41u );
-   EXPECT_EQ( resolve->allocNhrIndex(), 700u );
-}
-
-TEST_F( Modules, askingAgainKeepsTheProxyAndTakesTheMessage ) {
-   const auto modules = Gant::make< L3Modules >();
-   const auto arg = []( U32 mtu ) {
-      auto * const message = new vex::pb::IpOutputArg;
-      message->set_ip_mtu( mtu );
-      return message;
-   };
-   const auto first =
-        modules->ipOutputModIs( "IpOutput_et1", 8192, 2, arg( 1500 ), engine.l3Pair, intf( "Ethernet1" ) );
-   engine.take();
-   const auto again =
-        modules->ipOutputModIs( "IpOutput_et1", 8192, 2, arg( 9000 ), engine.l3Pair, intf( "Ethernet1" ) );
-   EXPECT_EQ( again, first );
-   EXPECT_EQ( engine.take(), Lines{} );
-   EXPECT_EQ( static_cast< const vex::pb::IpOutputArg * >( first->initArgs() )->ip_mtu(), 9000u );
-   EXPECT_EQ( modules->ipOutputModDel( intf( "Ethernet1" ) ), first );
-   EXPECT_FALSE( modules->ipOutputModHas( intf( "Ethernet1" ) ) );
-}
-
-TEST_F( Modules, askingAgainWithOtherValuesIsANameInUse ) {
-   const auto modules = Gant::make< L3Modules >();
-   const auto otherPair = engine.global->moduleConfigStatusPairIs( "other" );
-   auto * const sm = reinterpret_cast< VexL3Sm * >( 0x10 );
-   const auto ask = [ & ]( const char * name, U32 in, U32 out, const auto & pair, VexL3Sm * l3Sm ) -> Gant::String {
-      try {
-         modules->nhResolveIs( name, in, out, nullptr, pair, l3Sm, intf( "Tunnel1" ) );
-      } catch ( const Gant::NameInUseException & e ) {
-         return e.what();
-      }
-      return "";
-   };
-   EXPECT_EQ( ask( "n", 1, 8192, engine.l3Pair, nullptr ), "" );
-   const Gant::String begin = "Reinstantiating the pointer interface where constructor parameter attribute ";
-   EXPECT_EQ( ask( "x", 1, 8192, engine.l3Pair, nullptr ),
-              begin + "_name has a different value of x than the current value of n not allowed" );
-   for ( const auto & [ error, attribute ] : { std::pair( ask( "n", 2, 8192, engine.l3Pair, nullptr ), "_maxInGate " ),
-                                               { ask( "n", 1, 8191, engine.l3Pair, nullptr ), "_maxOutGate " },
-                                               { ask( "n", 1, 8192, otherPair, nullptr ), "_modulePair " },
-                                               { ask( "n", 1, 8192, engine.l3Pair, sm ), "_l3Sm " } } )
-      EXPECT_TRUE( error.starts_with( begin + attribute ) ) << error;
-   EXPECT_EQ( ask( "n", 1, 8192, engine.l3Pair, nullptr ), "" );
 }
 
 TEST_F( Modules, countersAreNamedByTheirModuleAndGivenBack ) {

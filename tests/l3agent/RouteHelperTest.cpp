@@ -2,7 +2,6 @@
 #include "VexRouteHelper.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace {
 
@@ -32,7 +31,7 @@ class Routes : public testing::Test {
       return core.l3Status->vrfL3Status( L3::VrfName::defaultVrf() );
    }
 
-   static constexpr U32 v4 = 1, v6 = 2;
+   static constexpr U32 v4 = 1;
    L3Core core;
 };
 
@@ -54,18 +53,6 @@ TEST_F( Routes, aRouteIsInsertedModifiedAndDeleted ) {
    EXPECT_TRUE( core.route( "10.0.0.0/8", 2, 0 ) );
    EXPECT_EQ( core.take(), lines( "fibIpv4 delRoute vrf 0 prefix 10.0.0.0 prefix_len 8" ) );
    EXPECT_TRUE( fecOf( 2 ) );
-
-   int ends[ 2 ];
-   ASSERT_EQ( pipe( ends ), 0 );
-   core.route4Helper->showSoftwareSummary( static_cast< unsigned >( ends[ 1 ] ) );
-   close( ends[ 1 ] );
-   char text[ 2000 ];
-   const auto size = read( ends[ 0 ], text, sizeof( text ) );
-   close( ends[ 0 ] );
-   EXPECT_EQ( Gant::String( text, static_cast< size_t >( size ) ),
-              "\n'ipVersion':'IPV4',\n'routeInserts':1,\n'routeDeletes':1,\n'routeUpdates':2,\n"
-              "'routeUpdatesIgnored':0,\n'routeUpdatesFecChanged':1,\n'routeUpdatesFecUpdated':1,\n'lpmCreates':1,\n"
-              "'lpmDeletes':1,\n'lpmUpdates':2,\n'lpmUpdatesFecChanged':1,\n'lpmUpdatesFecUpdated':1,\n" );
 }
 
 TEST_F( Routes, theFibIsWrittenBeforeTheRouteLeavesItsOldFec ) {
@@ -91,22 +78,6 @@ TEST_F( Routes, anInsertOnAFecThatIsNotProgrammedIsUndone ) {
    EXPECT_FALSE( core.routeDb->routeHas( key( "10.0.0.0/8" ) ) );
 }
 
-TEST_F( Routes, ipv6IsRefusedCountedAndSuspended ) {
-   const auto update = [ & ]( U8 type ) {
-      return core.route6Helper->updateRoute( *Kynet::Ip6Prefix::fromString( "2001:db8::/32" ), Hul::VrfId( 0 ), {},
-                                             Hul::RouteInfo( type, 1 ), 9 );
-   };
-   EXPECT_EQ( update( 1 ), Hul::HulRouteUpdateStatus::routeUpdateFailed_ );
-   EXPECT_EQ( update( 0 ), Hul::HulRouteUpdateStatus::routeUpdateSucceeded_ );
-   EXPECT_EQ( core.take(), Lines{} );
-   EXPECT_EQ( core.routeDb->numLpmCreate( v6 ), 1u );
-   EXPECT_EQ( core.routeDb->routes(), 0u );
-   EXPECT_EQ( status()->sequence6Programmed(), 9u );
-   EXPECT_EQ( status()->sequenceProgrammed(), 0u );
-   core.route6Helper->handleRouting( false );
-   EXPECT_TRUE( core.l3Status->suspendIp6RouteUpdates() );
-}
-
 TEST_F( Routes, sequencesAreAcknowledgedForwardOnly ) {
    const auto after = [ & ]( U64 oldAdj, U64 newAdj, U64 sequence ) {
       core.route( "10.0.0.0/8", oldAdj, newAdj, sequence );
@@ -125,43 +96,6 @@ TEST_F( Routes, sequencesAreAcknowledgedForwardOnly ) {
    EXPECT_EQ( core.routeDb->numRouteDeletes( v4 ), deletes );
    // A VRF that is not known has no status to write to.
    EXPECT_TRUE( core.route( "10.0.0.0/8", 0, 1, 7, 99 ) );
-}
-
-TEST_F( Routes, verificationPreparesForItselfAndAsksTheDatabase ) {
-   core.route( "10.0.0.0/8", 0, 1 );
-   core.take();
-   const Hul::RouteInfo info( 1, 1 );
-   core.route4Helper->verifyRoute( prefix( "10.0.0.0/8" ), Hul::VrfId( 0 ), info );
-   EXPECT_FALSE( core.route4Helper->readyForVerifyRoute() );
-   core.route4Helper->prepareForVerifyRoute();
-   core.route4Helper->verifyRoute( prefix( "10.0.0.0/8" ), Hul::VrfId( 0 ), info );
-   EXPECT_TRUE( core.route4Helper->readyForVerifyRoute() );
-   core.route4Helper->cleanupForVerifyRoute();
-   EXPECT_EQ( core.take(), Lines{} );
-   EXPECT_DEATH( core.route4Helper->verifyRoute( prefix( "10.0.0.0/8" ), Hul::VrfId( 0 ), Hul::RouteInfo( 1, 2 ) ),
-                 "Failed\\(fecKey == vexRouteInfo->fecKey\\(\\)\\)" );
-   EXPECT_DEATH( core.route4Helper->verifyRoute( prefix( "11.0.0.0/8" ), Hul::VrfId( 0 ), info ),
-                 "Failed\\(vexRouteInfo\\)" );
-}
-
-TEST_F( Routes, aLayerThatBreaksTheOrderEndsTheProcess ) {
-   core.route( "10.0.0.0/8", 0, 1 );
-   EXPECT_DEATH( core.route( "11.0.0.0/8", 0, 77 ), "Failed\\(fecKey != FecKey::null\\(\\)\\)" );
-   EXPECT_DEATH( core.route( "10.0.0.0/8", 2, 1 ), "Failed\\(oldFec->lpmRouteHas\\( vrfPrefix \\)\\)" );
-   EXPECT_DEATH( core.route( "10.0.0.0/8", 77, 1 ), "Failed\\(oldFecKey != FecKey::null\\(\\)\\)" );
-   EXPECT_DEATH( core.route( "10.0.0.0/8", 1, 77 ), "Failed\\(newFecKey != FecKey::null\\(\\)\\)" );
-   EXPECT_DEATH( core.route( "10.0.0.0/8", 2, 0 ), "Failed\\(fec->lpmRouteHas\\( vrfPrefix \\)\\)" );
-   EXPECT_DEATH( routeInsert( key( "10.0.0.0/8" ), Hul::RouteInfo( 1, 1 ), 0, core.routeDb, core.sm ),
-                 "Failed\\(!vexRouteInfo\\)" );
-}
-
-TEST_F( Routes, allRoutesOfAFecCanBeWrittenAgain ) {
-   core.route( "10.0.0.0/8", 0, 1 );
-   core.route( "9.0.0.0/8", 0, 1 );
-   core.take();
-   core.sm->updateLpmRoutesForFec( fecOf( 1 ) );
-   EXPECT_EQ( core.take(), lines( "fibIpv4 addRoute vrf 0 prefix 9.0.0.0 prefix_len 8 fec_id 3\n"
-                                  "fibIpv4 addRoute vrf 0 prefix 10.0.0.0 prefix_len 8 fec_id 3" ) );
 }
 
 } // namespace

@@ -50,20 +50,6 @@ TEST_F( RoutingStatusFacts, anInterfaceIsMadeChangedAndRemoved ) {
    EXPECT_DEATH( helper().handleL3Intf( et1, 4094, 1500, true, true, Hul::VrfId( 2 ) ), "Failed\\(!update\\)" );
 }
 
-TEST_F( RoutingStatusFacts, whoReactsToTheGenerationStillSeesTheFormerInterface ) {
-   struct Reactor : VexL3Unicast::VlanRoutingStatus::Notifiee {
-      using Notifiee::Notifiee;
-      void onGenId() override { seen.push_back( notifier()->intfId() ); }
-      std::vector< Kynet::IntfId > seen;
-   };
-   const auto owner = Gant::make< Gant::StateMachine >();
-   helper().handleL3Intf( et1, 4094, 1500, true, false, Hul::VrfId( 2 ) );
-   Reactor reactor( owner.get(), entry( 4094 ) );
-   helper().handleL3Intf( intf( "Ethernet2" ), 4094, 1500, true, true, Hul::VrfId( 2 ) );
-   EXPECT_EQ( reactor.seen, std::vector{ et1 } );
-   EXPECT_EQ( entry( 4094 )->intfId(), intf( "Ethernet2" ) );
-}
-
 TEST_F( RoutingStatusFacts, routingIsEnabledOnlyForAVlanThatIsThere ) {
    const Hul::RoutingState state( true, false, true, false );
    helper().enableVlanRouting( et1, 4094, state );

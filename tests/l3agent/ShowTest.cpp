@@ -102,15 +102,6 @@ TEST_F( Show, onlyAnswersToShowsArePrinted ) {
    EXPECT_EQ( printed(), "" );
 }
 
-TEST_F( Show, severalQueuedAnswersArePrintedInOneRun ) {
-   core.sm->hasNotificationActiveIs( false );
-   answer( nhAnswer( "Ethernet1" ) );
-   answer( nhAnswer( "Ethernet9" ) );
-   EXPECT_EQ( printed(), "" );
-   core.sm->hasNotificationActiveIs( true );
-   EXPECT_EQ( printed(), " 'pModule77NH': {  }, # End of pModule77NH\n 'pModule77NH': {  }, # End of pModule77NH\n" );
-}
-
 TEST_F( Show, oneModuleShowsAtATimeAndTheNextBeginsWithItsEnd ) {
    const auto & cliSm = core.vexcsd->cliSm();
    const auto done = [ & ]( char name ) { return [ this, name ]( End end ) { ended.emplace_back( name, end ); }; };
@@ -143,17 +134,6 @@ TEST_F( Show, oneModuleShowsAtATimeAndTheNextBeginsWithItsEnd ) {
       printed();
       if ( !anew ) core.routed( "Ethernet1", 4094 );
    }
-}
-
-TEST_F( Show, onTheSocketPathAFailingHandOverDoesNotStopTheShow ) {
-   core.l3Modules->fibIpv4()->useGRPCIs( false );
-   core.l3Modules->nextHopMod( intf( "Ethernet1" ) )->useGRPCIs( false );
-   core.l3Modules->fibIpv4()->show( ends[ 1 ], "nosuch" );
-   core.l3Modules->nextHopMod( intf( "Ethernet1" ) )->show( ends[ 1 ], "Ethernet1" );
-   const auto fd = std::to_string( ends[ 1 ] );
-   EXPECT_EQ( core.take(), ( Lines{ "fibIpv4 showFib cli_socket " + fd + " use_grpc false vrf 0",
-                                    "NextHop_et1 showNH cli_socket " + fd + " use_grpc false intfname Ethernet1" } ) );
-   EXPECT_EQ( core.l3Modules->fibIpv4()->ackSm()->activeMsgCount(), 1u );
 }
 
 } // namespace

@@ -57,10 +57,4 @@ TEST_F( CpuPolicy, standsOnTheTrapModuleRecordByRecord ) {
    EXPECT_EQ( engine.vexcsd->kyAclDb()->freeAclIds(), 127u );
 }
 
-TEST_F( CpuPolicy, withoutATrapModuleTheProcessEnds ) {
-   const auto vexcsd = Gant::make< Vex::VexCommonSmData >( engine.global, nullptr, engine.counters );
-   vexcsd->kyAclDbIs( engine.vexcsd->kyAclDb() );
-   EXPECT_DEATH( Gant::make< Vex::QosCpuPolicy >( vexcsd )->hwInit(), "trapModule is NULL" );
-}
-
 } // namespace

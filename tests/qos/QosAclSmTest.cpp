@@ -131,25 +131,6 @@ TEST_F( QosRouter, anInterfaceGoesOverToAnotherPolicyAndTheLastOneTakesItAlong )
    EXPECT_EQ( tablesAndCounters(), 0u );
 }
 
-TEST_F( QosRouter, aPortThatGoesTakesItsModuleAlongAndComesBackWithIt ) {
-   bind( "Ethernet1", "edge" );
-   bind( "Ethernet2", "edge" );
-   drained();
-   const auto port = engine.vexcsd->l2Intf( intf( "Ethernet1" ) );
-   engine.vexcsd->l3IntfDel( intf( "Ethernet1" ) );
-   engine.vexcsd->l2IntfDel( intf( "Ethernet1" ) );
-   EXPECT_EQ( drained().back(), "destroy PQos_Rx_et1" );
-   EXPECT_EQ( pending(), Lines{ "interface Ethernet1, service-policy input edge: there is no such interface" } );
-   engine.vexcsd->l2IntfIs( intf( "Ethernet1" ), port );
-   EXPECT_EQ( drained(), lines( R"(
-      create PQos_Rx_et1 PolicyQos ingress true intf_id Ethernet1 policy_version 1
-      PQos_Rx_et1 applyServicePolicy policy_id 0
-   )" ) );
-   for ( const char * name : { "Ethernet1", "Ethernet2" } ) engine.vexcsd->l2IntfDel( intf( name ) );
-   drained();
-   EXPECT_EQ( tablesAndCounters(), 0u );
-}
-
 TEST_F( QosRouter, whatIsWrongIsNamedAndWhatWasProgrammedStays ) {
    bind( "Ethernet1", "edge" );
    drained();
@@ -188,24 +169,6 @@ TEST_F( QosRouter, whatIsWrongIsNamedAndWhatWasProgrammedStays ) {
                        "interface Ethernet2, service-policy output other: this data plane has no output policies" } ) );
    addList( "nowhere", { tcp() } );
    EXPECT_EQ( drained(), lines( "kyAclDb createPolicy acl_id 0 acl_target 1 rule {proto 6 counter_id 3}" ) );
-}
-
-TEST_F( QosRouter, aPolicyForWhichThereIsNoRoomWaits ) {
-   bind( "Ethernet1", "edge" );
-   drained();
-   const auto & db = engine.vexcsd->kyAclDb();
-   std::vector< U16 > taken;
-   while ( db->freeAclIds() != 0 ) taken.push_back( db->freeAclIdDeq() );
-   bind( "Ethernet2", "other" );
-   bind( "Ethernet1", "other" );
-   EXPECT_EQ( drained(), Lines{} );
-   EXPECT_EQ( pending().front(), "policy-map other: the data plane has no room for another rule table" );
-   EXPECT_EQ( helper->qosPolicys(), 1u );
-   db->freeAclIdEnq( taken.back() );
-   engine.vexcsd->aclRoomIs( engine.vexcsd->aclRoom() + 1 );
-   drained();
-   EXPECT_EQ( pending(), Lines{} );
-   EXPECT_EQ( helper->qosPolicys(), 1u );
 }
 
 } // namespace

@@ -119,15 +119,4 @@ TEST_F( Chain, theGateOfATargetThatDiesFirstIsFreeAgain ) {
    EXPECT_EQ( source->unusedOutGate().size(), 0u );
 }
 
-TEST_F( Chain, gatesThatAreGivenBackComeLastAgain ) {
-   const auto wide = Gant::make< Vex::Module >( "wide", Vex::VexModule::FibIpv4, 8, 4, 0, 1, nullptr, engine.l3Pair );
-   EXPECT_EQ( wide->getOutGate(), 1u );
-   wide->releaseOutGate( Vex::GateId( 1 ) );
-   EXPECT_EQ( wide->getOutGate(), 2u );
-   EXPECT_EQ( wide->getOutGate(), 3u );
-   EXPECT_EQ( wide->getOutGate(), 1u );
-   EXPECT_TRUE( !wide->getOutGate() );
-   EXPECT_EQ( wide->unusedOutGate().size(), 0u );
-}
-
 } // namespace
