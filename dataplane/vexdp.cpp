@@ -127,15 +127,16 @@ sigset_t blockedSignals() {
    return signals;
 }
 
-// The signal that ends it. Meanwhile the counter file is made as soon as there is room, and memory is given back.
-int waited( const sigset_t & signals, Vexdp::Engine & engine ) {
+// The signal that ends it, and who sent it. Meanwhile the counter file is made as soon as there is room, and memory is
+// given back.
+siginfo_t waited( const sigset_t & signals, Vexdp::Engine & engine ) {
    constexpr timespec kForRoom{ 1, 0 }, kForMemory{ 20, 0 };
    Runtime::Trimmer trimmer;
    auto reason = engine.shareCounters();
    if ( !reason.empty() ) spdlog::warn( "{}: counting goes on without it", reason );
    while ( true ) {
-      const int signal = sigtimedwait( &signals, nullptr, reason.empty() ? &kForMemory : &kForRoom );
-      if ( signal > 0 ) return signal;
+      siginfo_t signal{};
+      if ( sigtimedwait( &signals, &signal, reason.empty() ? &kForMemory : &kForRoom ) > 0 ) return signal;
       if ( reason.empty() ) {
          trimmer.look();
          continue;
@@ -158,8 +159,8 @@ int serve( const Options & options, const sigset_t & signals ) {
       Vexdp::Engine engine( *counters, options.engine );
       const Vexdp::Server server( engine, options.listen.empty() ? defaultAddresses() : options.listen, options.tls );
       for ( const auto & address : server.addresses() ) spdlog::info( "listening on {}", address );
-      const int signal = waited( signals, engine );
-      spdlog::info( "ending on {}", signal == SIGINT ? "SIGINT" : "SIGTERM" );
+      const auto signal = waited( signals, engine );
+      spdlog::info( "ending on {} of process {}", signal.si_signo == SIGINT ? "SIGINT" : "SIGTERM", signal.si_pid );
       return done;
    } catch ( const std::exception & error ) {
       std::cerr << "vexdp: " << error.what() << "\n";

@@ -42,6 +42,7 @@ struct DaemonStatus {
    int dataPlanePid = 0;      // of an embedded one, otherwise 0
    std::string owner;         // the agent that has it, in words, on standby; otherwise empty
    double ownedSince = 0;     // seconds of the system clock of the data plane
+   double ownedSeconds = 0;
    unsigned restarts = 0;     // how often the data plane was lost
    std::string lastLoss;      // why, the last time
    double lastFedSeconds = 0; // from the last session's begin until everything fed at start was acknowledged

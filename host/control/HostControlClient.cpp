@@ -199,6 +199,8 @@ void ControlClient::refuse( ErrorCode code, const std::string & message ) {
 
 void ControlClient::handleTime() {
    if ( state_ == State::reading ) return refuse( ErrorCode::usage, "the request has no end" );
+   // One that has been woken, or makes rows, has what it waited for.
+   if ( answer_ && writing_.empty() && !waiting_ ) return;
    if ( answer_ && writing_.empty() )
       return endAnswer( errorOf( ErrorCode::unavailable, Gant::format( "the data plane has not answered for %g s",
                                                                        around_.limits.answerSeconds ) ) );

@@ -195,6 +195,7 @@ DaemonStatus Daemon::status() const {
    status.dataPlanePid = supervisor_.dataPlanePid();
    status.owner = supervisor_.owner();
    status.ownedSince = supervisor_.ownedSince();
+   status.ownedSeconds = supervisor_.ownedSeconds();
    status.restarts = supervisor_.restarts();
    status.lastLoss = supervisor_.lastLoss();
    status.lastFedSeconds = supervisor_.lastFedSeconds();

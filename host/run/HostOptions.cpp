@@ -4,6 +4,7 @@
 
 #include <charconv>
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <unistd.h>
 
 namespace Host {
@@ -92,7 +93,11 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
                    "seconds of silence after which the data plane is lost; 0: it never is" )
         ->type_name( "SECONDS" )
         ->capture_default_str()
-        ->check( CLI::Range( 0.0, 3600.0 ).description( "" ) );
+        ->check( CLI::Range( 0.0, 3600.0 ).description( "" ) )
+        ->check( []( const std::string & text ) {
+           const double seconds = std::atof( text.c_str() );
+           return seconds > 0 && seconds < 0.1 ? "under 0.1 s a peer that works looks like one that is gone" : "";
+        } );
    app.add_option( "--dataplane-program", options.dataPlane.program,
                    "the program of an embedded data plane, in place of the vexdp beside this one" )
         ->type_name( "FILE" );

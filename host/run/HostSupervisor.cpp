@@ -95,9 +95,14 @@ std::string Supervisor::owner() const { return phase_ == Phase::standby ? sessio
 
 double Supervisor::ownedSince() const { return phase_ == Phase::standby ? session_->channel()->ownedSince() : 0; }
 
+double Supervisor::ownedSeconds() const { return phase_ == Phase::standby ? ownedFor_ + clock_->now() - heardAt_ : 0; }
+
 void Supervisor::standBy() {
    phase_ = Phase::standby;
    backOff_ = 0;
+   heardAt_ = clock_->now();
+   const auto wallClock = std::chrono::system_clock::now().time_since_epoch();
+   ownedFor_ = std::max( 0.0, std::chrono::duration< double >( wallClock ).count() - ownedSince() );
    const auto since =
         std::chrono::system_clock::time_point( std::chrono::duration_cast< std::chrono::system_clock::duration >(
              std::chrono::duration< double >( ownedSince() ) ) );

@@ -57,6 +57,7 @@ class Supervisor : public Gant::StateMachine {
    // Who has the data plane, on standby; otherwise empty and 0.
    std::string owner() const;
    double ownedSince() const;
+   double ownedSeconds() const;
    int dataPlanePid() const { return dataPlane_ ? dataPlane_->pid() : 0; }
    unsigned restarts() const { return restarts_; }
    const std::string & lastLoss() const { return lastLoss_; }
@@ -80,6 +81,8 @@ class Supervisor : public Gant::StateMachine {
    Phase phase_ = Phase::starting;
    bool takeOver_;
    double startedAt_ = 0; // of the data plane that is waited for
+   double ownedFor_ = 0;  // seconds, when this daemon heard of it, on standby
+   double heardAt_ = 0;
    double backOff_ = 0;   // seconds
    unsigned restarts_ = 0;
    std::string lastLoss_;

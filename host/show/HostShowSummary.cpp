@@ -6,7 +6,6 @@
 #include "HulVrfRootSm.h"
 #include "MirelFib.h"
 
-#include <chrono>
 #include <fstream>
 #include <unistd.h>
 
@@ -72,10 +71,6 @@ const char * textOf( Phase phase ) {
    return "";
 }
 
-double systemSeconds() {
-   return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
-}
-
 std::unique_ptr< Answer > status( const Asked & asked ) {
    return atOnce( [ &daemon = asked.daemon ]( Output & out ) {
       const auto status = daemon.status();
@@ -91,7 +86,7 @@ std::unique_ptr< Answer > status( const Asked & asked ) {
       if ( !status.owner.empty() ) {
          row[ "owner" ] = status.owner;
          row[ "ownedSince" ] = status.ownedSince;
-         row[ "ownedSeconds" ] = systemSeconds() - status.ownedSince;
+         row[ "ownedSeconds" ] = status.ownedSeconds;
       }
       row[ "dataPlaneVersion" ] = channel ? channel->dataPlaneVersion() : "";
       row[ "transport" ] = !channel ? "" : channel->streaming() ? "batch stream" : "unary calls";

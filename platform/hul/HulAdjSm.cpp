@@ -328,6 +328,17 @@ Gant::String AdjSm::refusal( Number number ) const {
    return adj.error == 0 ? Gant::String() : impl_->args.common->progress()->reason( adj.asked, adj.error );
 }
 
+Gant::String AdjSm::disabled( Number number ) const {
+   const auto & intfs = *impl_->args.allIntfStatusDir;
+   Gant::String reason;
+   for ( const auto & via : vias( number ) ) {
+      if ( !via.intfId() || !intfs.intfStatusHas( via.intfId() ) || intfs.intfStatus( via.intfId() ).adminUp() )
+         return {};
+      if ( reason.empty() ) reason = "interface " + via.intfId().stringValue() + " is disabled";
+   }
+   return reason;
+}
+
 RouteState AdjSm::state( U64 adjIndex ) const {
    const auto at = impl_->byIndex.find( adjIndex );
    if ( at == impl_->byIndex.end() ) return { RouteProgress::pending(), "there is no such adjacency" };

@@ -125,7 +125,10 @@ class AdjSm : public Gant::StateMachine {
    // Whether the data plane refused one of the last commands of the adjacency, and with what.
    bool refused( Number number ) const;
    Gant::String refusal( Number number ) const;
-   // The same, and what is under way, of the one with the index.
+   // Why nothing goes its ways, though it is programmed: all of them lead out of interfaces that are disabled. Empty:
+   // something can.
+   Gant::String disabled( Number number ) const;
+   // The refusal, and what is under way, of the one with the index.
    RouteState state( U64 adjIndex ) const;
    U64 adjIndex( Number number ) const;
 

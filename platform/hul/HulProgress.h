@@ -35,6 +35,9 @@ class Progress : public Gant::PtrInterface {
 
    U64 told() const { return told_; }
    U64 acknowledged() const { return acknowledged_; }
+   // So many are under way that what can wait does: what was told would only wait in memory.
+   bool congested() const { return told_ - acknowledged_ > underWayMost_; }
+   void underWayMostIs( U64 most ) { underWayMost_ = most; }
    // The newest refusals, in ascending order.
    static constexpr size_t refusedKept = 4096;
    const std::deque< RefusedCommand > & refused() const { return refused_; }
@@ -50,6 +53,7 @@ class Progress : public Gant::PtrInterface {
  private:
    U64 told_ = 0;
    U64 acknowledged_ = 0;
+   U64 underWayMost_ = 65536;
    std::deque< RefusedCommand > refused_;
 };
 

@@ -290,7 +290,7 @@ void RouteMachine< F >::handleAcknowledged() {
    underWay_.acknowledged( args_.common->progress()->acknowledged(),
                            [ this ]( const auto & entry ) { answered( entry ); } );
    reviewFill();
-   if ( room_ != 0 && !waiting_.empty() ) turns_.post();
+   if ( busy() || ( room_ != 0 && !waiting_.empty() ) ) turns_.post();
 }
 
 template < typename F >
@@ -375,8 +375,9 @@ template < typename F >
 RouteState RouteMachine< F >::stateOf( const Told & told, U32 slot ) const {
    if ( taken( told ) ) {
       const auto refusal = args_.adjSm->refusal( told.adj );
-      if ( refusal.empty() ) return { RouteProgress::programmed(), {} };
-      return { RouteProgress::refused(), "the data plane refused its next hops: " + refusal };
+      if ( !refusal.empty() ) return { RouteProgress::refused(), "the data plane refused its next hops: " + refusal };
+      const auto disabled = args_.adjSm->disabled( told.adj );
+      return { disabled.empty() ? RouteProgress::programmed() : RouteProgress::pending(), disabled };
    }
    const bool refused = told.error != 0 || told.unprogrammed != 0;
    return { refused ? RouteProgress::refused() : RouteProgress::pending(), reasonOf( told, slot ) };
@@ -519,10 +520,11 @@ void RouteMachine< F >::sweep() {
 template < typename F >
 void RouteMachine< F >::turn() {
    if ( zombie() || !hasNotificationActive() ) return;
-   sweepSome( moveSome( tellAgain( routesPerTurn ) ) );
+   const bool held = args_.common->progress()->congested();
+   if ( !held ) sweepSome( moveSome( tellAgain( routesPerTurn ) ) );
    if ( sweeping_ && sweepLeft_ == 0 ) swept();
    if ( std::exchange( uncommitted_, false ) ) F::commit( *args_.helper );
-   if ( busy() || ( room_ != 0 && !waiting_.empty() ) ) turns_.post();
+   if ( !held && ( busy() || ( room_ != 0 && !waiting_.empty() ) ) ) turns_.post();
 }
 
 template < typename F >

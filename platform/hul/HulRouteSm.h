@@ -62,6 +62,7 @@ struct Ip6Routes {
 // time:
 //   sweep   every route is brought in line: at the start, when a VRF comes or leaves, after a time of silence.
 //   moves   a FEC's routes are brought in line with its adjacency, when that has become another one.
+// Both rest while Progress is congested.
 // Both survive whatever changes between the turns. A sequence is acknowledged when all changes up to it have been
 // brought in line: while a sweep is under way, at its end.
 template < typename F >

@@ -1,6 +1,7 @@
 // The command socket: what it takes, what it refuses, and that neither moves the daemon.
 
 #include "ControlSocket.h"
+#include "HostChangeCommands.h"
 #include "HostCommands.h"
 #include "HostControlServer.h"
 #include "TestRouter.h"
@@ -52,7 +53,9 @@ class Control : public testing::Test {
       openServer();
    }
    void openServer() {
-      server_ = std::make_unique< ControlServer >( router_, CommandTable( testCommands( &wake_ ) ), limits_ );
+      auto commands = testCommands( &wake_ );
+      for ( auto & command : changeCommands() ) commands.push_back( command );
+      server_ = std::make_unique< ControlServer >( router_, CommandTable( commands ), limits_ );
       ASSERT_EQ( server_->open( path_ ), "" );
    }
    // A later client is served.
@@ -67,9 +70,15 @@ class Control : public testing::Test {
       Gant::Ptr< VexL3Unicast::AgentSm > agent() const override { return nullptr; }
       Gant::Ptr< Vex::VexCommonSmData > vexcsd() const override { return nullptr; }
       Gant::Ptr< Vex::GrpcChannel > channel() const override { return nullptr; }
-      DaemonStatus status() const override { return {}; }
-      ChangeResult change( ChangeOp, const std::string &, const std::string & ) override { return {}; }
+      DaemonStatus status() const override { return told; }
+      ChangeResult change( ChangeOp, const std::string &, const std::string & ) override {
+         ++changes;
+         return {};
+      }
       ChangeResult reload() override { return {}; }
+
+      DaemonStatus told;
+      int changes = 0;
    };
 
    ::Test::Directory directory_;
@@ -154,6 +163,18 @@ TEST_F( Control, saysThatTheDataPlaneHasNotAnsweredAndGoesOnWithTheConnection ) 
    EXPECT_EQ( client.ask( { { "command", "wait" } } ).back().at( "end" ).at( "error" ).at( "message" ),
               "the data plane has not answered for 0.05 s" );
    EXPECT_EQ( client.ask( { { "command", "many" }, { "rows", 2 } } ).size(), 3u );
+}
+
+TEST_F( Control, aChangeWaitsWhileVeryMuchWaitsForTheDataPlane ) {
+   router_.told.paused = "many wait";
+   ControlSocket client( path_ );
+   client.send( R"({"command":"add","kind":"vrf","entry":"{name: red}"})"
+                "\n" );
+   EXPECT_TRUE( client.line()->at( "ok" ) );
+   EXPECT_EQ( router_.changes, 0 );
+   router_.told.paused.clear();
+   EXPECT_EQ( client.line()->at( "end" ).at( "rows" ), 0 );
+   EXPECT_EQ( router_.changes, 1 );
 }
 
 TEST_F( Control, dropsAClientThatGoesWhileItsAnswerWaits ) {

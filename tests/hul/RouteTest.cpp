@@ -224,6 +224,14 @@ TEST_F( SlowDataPlane, aRouteIsWhatTheDataPlaneSaidToItsLastChange ) {
    EXPECT_EQ( layer.root->routeCounts( Kynet::AddressFamily::ipv4_ ).refused, 0u );
 }
 
+TEST_F( SlowDataPlane, aRouteOverADisabledInterfaceIsPending ) {
+   state.route( "10.0.0.0/8", 2 );
+   progress.acknowledgedIs( 1 );
+   EXPECT_EQ( of( "10.0.0.0/8" ), done );
+   state.intfs->intfStatusIs( intfId( "Et1" ), Interface::IntfStatus( false, false ) );
+   EXPECT_EQ( of( "10.0.0.0/8" ), "pending: interface Ethernet1 is disabled" );
+}
+
 TEST_F( SlowDataPlane, aRouteOverARefusedAdjacencyIsRefusedAndCounted ) {
    state.route( "10.0.0.0/8", 2 ); // command 1
    state.route( "11.0.0.0/8", 2 ); // 2
@@ -271,6 +279,21 @@ TEST_F( SlowDataPlane, whatHadNoRoomIsToldAgainInOrderOnceForEachRouteThatWent )
    progress.acknowledgedIs( 7 );
    EXPECT_THAT( drained(), IsEmpty() );
    EXPECT_THAT( of( { "12.0.0.0/8", "13.0.0.0/8" } ), ElementsAre( done, full ) );
+}
+
+TEST_F( SlowDataPlane, routesThatMoveRestWhileVeryManyAreUnderWay ) {
+   const auto taken = [ this ] {
+      while ( Gant::activityManager()->poll() != 0 ) continue;
+      return take();
+   };
+   state.route( "12.0.0.0/8", 2 );
+   for ( const auto * const text : { "10.0.0.0/8", "11.0.0.0/8" } ) state.route( text, 1 );
+   taken();
+   progress.underWayMostIs( 2 );
+   state.fec( 1, { via( "Et1", "10.9.0.2" ) } );
+   EXPECT_THAT( taken(), IsEmpty() );
+   progress.acknowledgedIs( 1 );
+   EXPECT_THAT( taken(), testing::Contains( "10.0.0.0/8 vrf 0 forward/0 -> forward/1" ) );
 }
 
 } // namespace
