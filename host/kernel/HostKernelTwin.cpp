@@ -156,7 +156,7 @@ void KernelTwin::reviewDevice( Kynet::IntfId intfId ) {
    if ( added && wanted->routes ) wanted->routes->handleDevices();
 }
 
-// A namespace without devices is let go, and takes its routes along.
+// A namespace without devices is let go. What the kernel has of it goes when it has some again.
 void KernelTwin::reviewVrfs() {
    for ( auto at = places_.begin(); at != places_.end(); ) {
       const bool used =
