@@ -6,13 +6,14 @@ JOBS ?= $(shell nproc)
 QUIET = $(shell test -t 2 || echo --quiet)
 BUILD = cmake --build --preset release -j $(JOBS)
 
-.PHONY: help build programs run test bench check install clean
+.PHONY: help build programs run test bench check fuzz install clean
 
 help:
 	@echo "make run      start a router: vexl3d, its data plane, and an example table"
 	@echo "make test     build everything and run the tests"
 	@echo "make bench    measure, and print one table"
 	@echo "make check    format, tidy, layering, size of the tests, sanitizers, threads, clang"
+	@echo "make fuzz     fuzz each input from outside for FUZZ_SECONDS (600); needs clang"
 	@echo "make install  into PREFIX ($(PREFIX)); DESTDIR is obeyed"
 	@echo "make clean    remove what was built"
 
@@ -40,6 +41,12 @@ bench: build
 check:
 	@tools/setup --check
 	tools/check
+
+fuzz:
+	@tools/setup --check
+	cmake --preset fuzz
+	cmake --build --preset fuzz -j $(JOBS)
+	tools/fuzz
 
 install: build
 	cmake --install build/release --prefix $(PREFIX)

@@ -87,11 +87,18 @@ bool isKey( std::string_view key, std::string_view prefix, std::string_view suff
    return true;
 }
 
-// Next hops of a FEC come in pairs of numbers: index, gate.
+// Next hops of a FEC come in pairs of numbers: index, gate. A gate that is not there is written as -1 of 32 bits, with
+// its sign or without.
 Json nexthopsOf( const Json & fec ) {
+   constexpr std::uint32_t noGate = ~std::uint32_t( 0 );
    auto nexthops = Json::array();
-   for ( size_t at = 0; at + 1 < fec.size(); at += 2 )
-      nexthops.push_back( { { "gate", fec[ at + 1 ] }, { "index", fec[ at ] } } );
+   for ( size_t at = 0; at + 1 < fec.size(); at += 2 ) {
+      Json nexthop;
+      if ( static_cast< std::uint32_t >( fec[ at + 1 ].get< std::int64_t >() ) != noGate )
+         nexthop[ "gate" ] = fec[ at + 1 ];
+      nexthop[ "index" ] = fec[ at ];
+      nexthops.push_back( std::move( nexthop ) );
+   }
    return nexthops;
 }
 

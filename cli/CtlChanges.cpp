@@ -1,5 +1,7 @@
 #include "CtlChanges.h"
 
+#include "NearestWord.h"
+
 #include <charconv>
 #include <set>
 
@@ -29,8 +31,12 @@ class Words {
          throw Error{ "usage", what + ": \"" + word + "\" is no number" };
       return number;
    }
-   void end() const {
-      if ( more() ) throw Error{ "usage", "\"" + words_[ next_ ] + "\" is not expected here" };
+   // `keywords` are those that could have been here.
+   void end( const std::vector< std::string > & keywords = {} ) const {
+      if ( more() ) throw Error{ "usage", notExpected( words_[ next_ ], keywords ) };
+   }
+   static std::string notExpected( const std::string & word, const std::vector< std::string > & keywords ) {
+      return "\"" + word + "\" is not expected here" + Runtime::didYouMean( word, keywords );
    }
 
  private:
@@ -60,13 +66,19 @@ bool fillFilter( Json & entry, Words & words, const std::string & word,
    return true;
 }
 
+std::vector< std::string > namesOf( const std::map< std::string, Keyword > & keywords ) {
+   std::vector< std::string > names{ "disabled", "access-group", "service-policy" };
+   for ( const auto & [ name, keyword ] : keywords ) names.push_back( name );
+   return names;
+}
+
 void fill( Json & entry, Words & words, const std::map< std::string, Keyword > & keywords ) {
    while ( words.more() ) {
-      if ( words.skip( "disabled" ) || words.skip( "enabled" ) ) continue;
+      if ( words.skip( "disabled" ) || words.skip( "enabled" ) || words.skip( "no-kernel" ) ) continue;
       const auto word = words.take( "a keyword" );
       if ( fillFilter( entry, words, word, keywords ) ) continue;
       const auto at = keywords.find( word );
-      if ( at == keywords.end() ) throw Error{ "usage", "\"" + word + "\" is not expected here" };
+      if ( at == keywords.end() ) throw Error{ "usage", Words::notExpected( word, namesOf( keywords ) ) };
       const auto & [ member, form ] = at->second;
       if ( form == Keyword::Form::list )
          entry[ member ].push_back( words.take( word ) );
@@ -107,7 +119,7 @@ Json route( const std::vector< std::string > & given ) {
       else if ( words.skip( "vrf" ) )
          entry[ "vrf" ] = words.take( "the VRF" );
       else
-         words.end();
+         words.end( { "via", "dev", "blackhole", "receive", "vrf", "weight" } );
    }
    return entry;
 }
@@ -176,7 +188,9 @@ Json named( const std::vector< std::string > & given, const Keywords & keywords 
    Words words( given );
    Json entry{ { "name", words.take( "the name" ) } };
    fill( entry, words, keywords );
-   if ( std::set< std::string >( given.begin(), given.end() ).contains( "disabled" ) ) entry[ "enabled" ] = false;
+   const std::set< std::string > all( given.begin(), given.end() );
+   if ( all.contains( "disabled" ) ) entry[ "enabled" ] = false;
+   if ( all.contains( "no-kernel" ) ) entry[ "kernel" ] = false;
    return entry;
 }
 
@@ -185,7 +199,9 @@ Json interface( const std::vector< std::string > & given ) {
                                    { "address", { "addresses", Keyword::Form::list } },
                                    { "mtu", { "mtu", Keyword::Form::number } },
                                    { "mss", { "mss", Keyword::Form::number } },
-                                   { "mac", { "mac" } } };
+                                   { "mac", { "mac" } },
+                                   { "device", { "device" } },
+                                   { "driver", { "driver" } } };
    return named( given, keywords );
 }
 
@@ -205,7 +221,7 @@ Json tunnel( const std::vector< std::string > & given ) {
 }
 
 Json vrf( const std::vector< std::string > & given ) {
-   static const Keywords keywords{ { "id", { "id", Keyword::Form::number } } };
+   static const Keywords keywords{ { "id", { "id", Keyword::Form::number } }, { "netns", { "netns" } } };
    return named( given, keywords );
 }
 
@@ -253,16 +269,18 @@ const std::vector< Kind > & kinds() {
           route, routeOnly },
         { "neighbor", "a neighbour", "INTERFACE ADDRESS MAC", neighbor, neighborOnly },
         { "interface", "an interface",
-          "NAME [vrf NAME] [address ADDRESS/LEN]... [mtu N] [mss N] [mac MAC] "
-          "[access-group LIST in|out]... [service-policy input POLICY] [disabled]",
+          "NAME [vrf NAME] [address ADDRESS/LEN]... [mtu N] [mss N] [mac MAC] [device DEVICE [driver "
+          "af_packet|af_xdp]] "
+          "[access-group LIST in|out]... [service-policy input POLICY] [no-kernel] [disabled]",
           interface, nameOnly },
         { "tunnel", "a tunnel",
           "NAME source ADDRESS destination ADDRESS [vrf NAME] [underlay VRF] [address ADDRESS/LEN]... [key N] [ttl N] "
-          "[tos N] [mtu N] [mss N] [mode MODE] [access-group LIST in|out]... [service-policy input POLICY] [disabled]",
+          "[tos N] [mtu N] [mss N] [mode MODE] [access-group LIST in|out]... [service-policy input POLICY] [no-kernel] "
+          "[disabled]",
           tunnel, nameOnly },
         { "vlan", "a VLAN", "N [member INTERFACE|Cpu]...", vlan, vlanOnly },
         { "virtual-mac", "a virtual router's MAC", "INTERFACE MAC", virtualMac, virtualMac },
-        { "vrf", "a VRF", "NAME [id N]", vrf, nameOnly },
+        { "vrf", "a VRF", "NAME [id N] [netns NAME]", vrf, nameOnly },
         { "access-list", "an access list", "NAME [type ip|mac] \"[SEQUENCE] permit|deny|remark ...\"...", accessList,
           nameOnly },
         { "class-map", "a class map", "NAME match access-list LIST...", classMap, nameOnly },

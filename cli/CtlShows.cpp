@@ -48,6 +48,12 @@ Column count( std::string title, std::string name ) {
    return shown( std::move( title ), std::move( name ), groupedNumber, Column::Align::right );
 }
 
+std::string perSecond( const Json & value ) { return fmt::format( "{:.1f}", value.get< double >() ); }
+
+Column rate( std::string title, std::string name ) {
+   return shown( std::move( title ), std::move( name ), perSecond, Column::Align::right );
+}
+
 // A fact out of an object in the record.
 Column inner( std::string title, std::string outer, std::vector< std::string > names ) {
    return { std::move( title ), [ outer = std::move( outer ), names = std::move( names ) ]( const Json & row ) {
@@ -68,7 +74,7 @@ Footer counted( std::string one, std::string many ) {
 }
 
 const Word vrfWord{ "vrf", "vrf", "NAME|all" };
-const Word matchWord{ "", "match", "PREFIX|ADDRESS" };
+const Word matchWord{ "", "match", "PREFIX|ADDRESS|default" };
 const Option dataPlane{ "--dataplane", "dataplane", "as the data plane itself answers" };
 const Option most( const char * what ) { return { "--most", "most", what, Option::Kind::number }; }
 
@@ -124,10 +130,34 @@ std::vector< Show > interfaceShows() {
                        text( "Addresses", "addresses" ), number( "MTU", "mtu" ),
                        shown( "MSS in", "mssIngress", mssInWords, Column::Align::right ),
                        shown( "MSS out", "mssEgress", mssInWords, Column::Align::right ), text( "MAC", "mac" ),
-                       text( "Kind", "kind" ), text( "In data plane", "routed" ), number( "FIB gate", "fibGate" ) },
+                       text( "Kind", "kind" ), text( "Device", "device" ), text( "Port", "port" ),
+                       text( "Why not", "portReason" ), text( "Kernel device", "kernelDevice" ),
+                       text( "", "kernelState" ), text( "", "kernelReason" ), text( "In data plane", "routed" ),
+                       number( "FIB gate", "fibGate" ) },
           .footer = counted( "interface", "interfaces" ) },
+        { .command = "show ports",
+          .help = "ports of the data plane, with their links, packets and rates",
+          .columns = { text( "Port", "port" ), text( "Driver", "driver" ), text( "Device", "device" ),
+                       text( "Namespace", "netns" ), text( "MAC", "mac" ), text( "State", "state" ),
+                       count( "Packets in", "packetsIn" ), rate( "Per second", "packetsPerSecondIn" ),
+                       count( "Bytes in", "bytesIn" ), count( "Drops in", "dropsIn" ),
+                       count( "Packets out", "packetsOut" ), rate( "Per second", "packetsPerSecondOut" ),
+                       count( "Bytes out", "bytesOut" ), count( "Drops out", "dropsOut" ), text( "Reason", "reason" ) },
+          .footer = counted( "port", "ports" ) },
+        { .command = "show workers",
+          .help = "threads of the data plane that move packets",
+          .columns = { number( "Worker", "worker" ), number( "Core", "core" ), text( "Running", "running" ),
+                       number( "Traffic classes", "trafficClasses" ), count( "Silent drops", "silentDrops" ) },
+          .footer = counted( "worker", "workers" ) },
+        { .command = "show neighbors",
+          .help = "neighbours that were told, with their MACs",
+          .words = { { "", "interface", "INTERFACE" } },
+          .columns = { text( "Interface", "interface" ), text( "VRF", "vrf" ), text( "Address", "address" ),
+                       text( "MAC", "mac" ) },
+          .footer = counted( "neighbour", "neighbours" ) },
         { .command = "show tunnels",
           .help = "tunnels, with their ends",
+          .words = { { "", "tunnel", "TUNNEL" } },
           .columns = { text( "Tunnel", "tunnel" ), text( "Mode", "mode" ), text( "Source", "source" ),
                        text( "Destination", "destination" ), text( "Underlay", "underlayVrf" ), text( "VRF", "vrf" ),
                        shown( "Key", "key", keyInWords, Column::Align::right ), number( "TTL", "ttl" ),
@@ -177,21 +207,18 @@ std::vector< Show > ipsecShows() {
    };
 }
 
-std::string perSecond( const Json & value ) { return fmt::format( "{:.1f}", value.get< double >() ); }
-
 std::vector< Show > aclShows() {
    return {
         { .command = "show access-lists",
           .help = "access lists, with the packets that each rule has matched",
           .words = { { "", "list", "NAME" } },
           .columns = { text( "List", "list" ), number( "Sequence", "sequence" ), text( "Rule", "rule" ),
-                       count( "Packets", "packets" ),
-                       shown( "Per second", "packetsPerSecond", perSecond, Column::Align::right ),
+                       count( "Packets", "packets" ), rate( "Per second", "packetsPerSecond" ),
                        text( "State", "state" ), list( "Applied", "applied", inWords ), text( "Note", "note" ) },
           .footer = counted( "rule", "access lists" ) },
         { .command = "show policy-map",
           .help = "policy maps, with the packets of each class",
-          .words = { { "interface", "interface", "INTERFACE" } },
+          .words = { { "", "policy", "NAME" }, { "interface", "interface", "INTERFACE" } },
           .columns = { text( "Policy", "policy" ), text( "Class", "class" ), list( "Access lists", "lists", inWords ),
                        list( "Actions", "actions", inWords ), count( "Packets", "packets" ),
                        list( "Applied", "applied", inWords ), list( "Note", "notes", inWords ),
@@ -235,7 +262,10 @@ std::vector< Show > platformShows() {
         { .command = "show capabilities",
           .help = "what the agent tells of its data plane",
           .columns = { text( "Feature", "feature" ), text( "Capability", "capability" ),
-                       shown( "Value", "value", inWords, Column::Align::right ), text( "", "note" ) } },
+                       shown( "Value", "value", inWords, Column::Align::right ), text( "", "note" ) },
+          .footer = []( const Json & ) -> std::string {
+             return "These are declared to what runs above the agent; what is told beyond them is not refused";
+          } },
         { .command = "show capacity",
           .help = "how full the tables of the data plane are",
           .columns = { text( "Table", "table" ), text( "Feature", "feature" ), text( "Chip", "chip" ),
@@ -307,9 +337,9 @@ std::vector< Show > daemonShows() {
                        shown( "Has it for", "ownedSeconds", secondsInWords ),
                        text( "Data plane version", "dataPlaneVersion" ), text( "Transport", "transport" ),
                        number( "Data plane losses", "restarts" ), text( "Last loss", "lastLoss" ),
-                       shown( "Last fed in", "lastFedSeconds", secondsInWords ), text( "Description", "description" ),
-                       text( "Route file", "routeFile" ), number( "Reloads", "reloads" ),
-                       number( "Wrong entries in sources", "sourceErrors" ) },
+                       text( "Paused", "paused" ), shown( "Last fed in", "lastFedSeconds", secondsInWords ),
+                       text( "Description", "description" ), text( "Route file", "routeFile" ),
+                       number( "Reloads", "reloads" ), number( "Wrong entries in sources", "sourceErrors" ) },
           .record = true },
         { .command = "show version",
           .help = "versions of the daemon and its data plane",
@@ -373,6 +403,9 @@ std::vector< Show > checks() {
    const auto number = []( const char * name, const char * member, const char * help ) {
       return Option{ name, member, help, Option::Kind::number };
    };
+   const auto named = []( const char * name, const char * member, const char * help ) {
+      return Option{ name, member, help, Option::Kind::named };
+   };
    const auto needed = []( const char * name, const char * member, const char * help ) {
       return Option{ name, member, help, Option::Kind::text, true };
    };
@@ -392,11 +425,11 @@ std::vector< Show > checks() {
           .options = { needed( "--in", "interface", "interface that it comes in at" ),
                        needed( "--src", "source", "IPv4 address" ),
                        needed( "--dst", "destination", "IPv4 address" ),
-                       number( "--proto", "protocol", "IP protocol: 1 ICMP, 6 TCP, 17 UDP" ),
+                       named( "--proto", "protocol", "IP protocol: tcp, udp, icmp ..., or a number" ),
                        number( "--sport", "sourcePort", "port" ),
                        number( "--dport", "destinationPort", "port" ),
                        number( "--ttl", "ttl", "0: 64" ),
-                       number( "--dscp", "dscp", "0 to 63" ),
+                       named( "--dscp", "dscp", "ef, af41 ..., or a number from 0 to 63" ),
                        number( "--length", "length", "bytes of the IPv4 packet; 0: its headers alone" ),
                        number( "--tcp-flags", "tcpFlags", "0 to 255" ),
                        number( "--icmp-type", "icmpType", "0 to 255" ),

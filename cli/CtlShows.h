@@ -18,8 +18,8 @@ struct Word {
 };
 
 struct Option {
-   enum class Kind { flag, number, text };
-   std::string name; // "--most"
+   enum class Kind { flag, number, text, named }; // named: a number or a name
+   std::string name;                              // "--most"
    std::string member;
    std::string help;
    Kind kind = Kind::flag;

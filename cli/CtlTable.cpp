@@ -1,14 +1,26 @@
 #include "CtlTable.h"
 
 #include <algorithm>
+#include <cctype>
 #include <fmt/format.h>
 
 namespace Ctl {
 
+namespace {
+
+// What somebody wrote into a remark is no command to the terminal.
+std::string plain( std::string text ) {
+   for ( auto & c : text )
+      if ( c != '\n' && std::iscntrl( static_cast< unsigned char >( c ) ) ) c = '.';
+   return text;
+}
+
+} // namespace
+
 std::string inWords( const Json & value ) {
    if ( value.is_null() ) return {};
    if ( value.is_boolean() ) return value.get< bool >() ? "yes" : "no";
-   if ( value.is_string() ) return value.get< std::string >();
+   if ( value.is_string() ) return plain( value.get< std::string >() );
    return value.dump( -1, ' ', false, Json::error_handler_t::replace );
 }
 
@@ -81,6 +93,12 @@ std::string grouped( std::uint64_t number ) {
    return digits;
 }
 
+namespace {
+
+constexpr size_t gap = 2; // blanks between columns
+
+} // namespace
+
 void Table::row( const Json & row ) {
    Cells cells;
    for ( const auto & column : columns_ ) cells.push_back( column.cell( row ) );
@@ -98,21 +116,91 @@ void Table::end() {
    begin();
 }
 
+namespace {
+
+// In lines of at most `width`, broken at blanks where there are some.
+Cell wrapped( std::string_view text, size_t width ) {
+   Cell lines;
+   while ( text.size() > width ) {
+      const auto blank = text.rfind( ' ', width );
+      const bool breaks = blank != text.npos && blank != 0;
+      lines.emplace_back( text.substr( 0, breaks ? blank : width ) );
+      text.remove_prefix( breaks ? blank + 1 : width );
+   }
+   lines.emplace_back( text );
+   return lines;
+}
+
+size_t longestWord( std::string_view text ) {
+   size_t longest = 0;
+   for ( size_t end = 0; end != text.npos; text.remove_prefix( std::min( end + 1, text.size() ) ) ) {
+      end = text.find( ' ' );
+      longest = std::max( longest, std::min( end, text.size() ) );
+   }
+   return longest;
+}
+
+} // namespace
+
+size_t Table::total() const {
+   size_t total = 0;
+   for ( const auto width : widths_ ) total += width == 0 ? 0 : width + ( total == 0 ? 0 : gap );
+   return total;
+}
+
 void Table::begin() {
    begun_ = true;
-   for ( size_t at = 0; at < columns_.size(); ++at ) {
+   for ( size_t at = 0; at < columns_.size(); ++at )
       for ( const auto & cells : held_ )
          for ( const auto & line : cells[ at ] ) widths_[ at ] = std::max( widths_[ at ], line.size() );
+   const auto ofCells = widths_;
+   for ( size_t at = 0; at < columns_.size(); ++at )
       if ( widths_[ at ] != 0 ) widths_[ at ] = std::max( widths_[ at ], columns_[ at ].title.size() );
+   if ( width_ != 0 && total() > width_ ) {
+      for ( size_t at = 0; at < columns_.size(); ++at )
+         if ( ofCells[ at ] != 0 ) widths_[ at ] = std::max( ofCells[ at ], longestWord( columns_[ at ].title ) );
+      narrow();
    }
-   std::vector< std::string > titles;
-   for ( const auto & column : columns_ ) titles.push_back( column.title );
-   writeLine( titles );
+   if ( !records_ ) {
+      Cells titles;
+      for ( const auto & column : columns_ ) titles.push_back( { column.title } );
+      write( titles );
+   }
    for ( const auto & cells : held_ ) write( cells );
    held_ = {};
 }
 
-void Table::write( const Cells & cells ) {
+// The widest text columns give way, down to a width at which words are still read.
+void Table::narrow() {
+   constexpr size_t least = 12;
+   for ( auto excess = total(); excess > width_; --excess ) {
+      size_t widest = widths_.size();
+      for ( size_t at = 0; at < widths_.size(); ++at )
+         if ( columns_[ at ].align == Column::Align::left && widths_[ at ] > least &&
+              ( widest == widths_.size() || widths_[ at ] > widths_[ widest ] ) )
+            widest = at;
+      records_ = widest == widths_.size();
+      if ( records_ ) return;
+      --widths_[ widest ];
+   }
+}
+
+void Table::writeRecord( const Cells & cells ) {
+   size_t longest = 0;
+   for ( const auto & column : columns_ ) longest = std::max( longest, column.title.size() );
+   for ( size_t at = 0; at < cells.size(); ++at )
+      for ( const auto & text : cells[ at ] )
+         if ( !text.empty() ) out_ << fmt::format( "{:<{}}  {}\n", columns_[ at ].title, longest, text );
+   out_ << '\n';
+}
+
+void Table::write( const Cells & given ) {
+   if ( records_ ) return writeRecord( given );
+   Cells cells( given.size() );
+   for ( size_t at = 0; at < given.size(); ++at )
+      for ( const auto & text : given[ at ] )
+         for ( auto & line : width_ == 0 || widths_[ at ] == 0 ? Cell{ text } : wrapped( text, widths_[ at ] ) )
+            cells[ at ].push_back( std::move( line ) );
    size_t lines = 1;
    for ( const auto & cell : cells ) lines = std::max( lines, cell.size() );
    for ( size_t line = 0; line < lines; ++line ) {
@@ -126,7 +214,7 @@ void Table::writeLine( const std::vector< std::string > & texts ) {
    std::string line;
    for ( size_t at = 0; at < texts.size(); ++at ) {
       if ( widths_[ at ] == 0 ) continue;
-      if ( !line.empty() ) line += "  ";
+      if ( !line.empty() ) line.append( gap, ' ' );
       line += columns_[ at ].align == Column::Align::right ? fmt::format( "{:>{}}", texts[ at ], widths_[ at ] )
                                                            : fmt::format( "{:<{}}", texts[ at ], widths_[ at ] );
    }

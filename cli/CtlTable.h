@@ -40,12 +40,15 @@ std::string seconds( double seconds );
 std::string grouped( std::uint64_t number );
 
 // Rows with aligned columns. The first rows are held to find the widths; a table longer than that goes on with the
-// widths it has then, so that a million rows are not held. Columns that stay empty are left out of a short table.
+// widths it has then, so that a million rows are not held. Columns that stay empty are left out of a short table. Where
+// the whole would be wider than `width` characters, texts go on in further lines of their cells, and where there are
+// too many columns for that, each row is written as lines of title and value; 0: as wide as it gets.
 class Table {
  public:
    static constexpr size_t heldMax = 5000; // rows
 
-   Table( Columns columns, std::ostream & out ) : columns_( std::move( columns ) ), out_( out ) {}
+   Table( Columns columns, std::ostream & out, size_t width = 0 ) :
+        columns_( std::move( columns ) ), out_( out ), width_( width ) {}
    void row( const Json & row );
    // Writes what is held. Nothing at all for a table with no rows.
    void end();
@@ -53,14 +56,19 @@ class Table {
  private:
    using Cells = std::vector< Cell >;
    void begin();
+   void narrow();
+   size_t total() const;
+   void writeRecord( const Cells & cells );
    void write( const Cells & cells );
    void writeLine( const std::vector< std::string > & texts );
 
    Columns columns_;
    std::ostream & out_;
+   const size_t width_;
    std::vector< Cells > held_;
    std::vector< size_t > widths_; // 0: left out
    bool begun_ = false;
+   bool records_ = false; // too many columns: a line for each cell
 };
 
 } // namespace Ctl

@@ -52,8 +52,8 @@ void JsonView::close( const Json & members ) {
    out() << "\n}\n";
 }
 
-TableView::TableView( Columns columns, Footer footer, std::ostream & out ) :
-     View( out ), table_( std::move( columns ), out ), footer_( std::move( footer ) ) {}
+TableView::TableView( Columns columns, Footer footer, std::ostream & out, size_t width ) :
+     View( out ), table_( std::move( columns ), out, width ), footer_( std::move( footer ) ) {}
 
 void TableView::end( const Json & end ) {
    table_.end();

@@ -49,7 +49,7 @@ using Footer = std::function< std::string( const Json & end ) >;
 
 class TableView : public View {
  public:
-   TableView( Columns columns, Footer footer, std::ostream & out );
+   TableView( Columns columns, Footer footer, std::ostream & out, size_t width = 0 );
    void row( const Json & row ) override { table_.row( row ); }
    void end( const Json & end ) override;
    void failed( const Error & error ) override;

@@ -3,12 +3,15 @@
 #include "CtlAgentText.h"
 #include "CtlChanges.h"
 #include "CtlShows.h"
+#include "NearestWord.h"
 #include "RuntimeDirectory.h"
 
 #include <cerrno>
+#include <charconv>
 #include <CLI/CLI.hpp>
 #include <cstring>
 #include <iostream>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace {
@@ -68,6 +71,12 @@ int refused( const Options & options, const std::string & command, const Error &
    return error.exitCode();
 }
 
+// In characters; 0: the output goes to no terminal.
+size_t terminalWidth() {
+   winsize size{};
+   return ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
+}
+
 // A show on the command line: what was given for it, until the line is read whole.
 class ShowCommand {
  public:
@@ -99,7 +108,14 @@ class ShowCommand {
       switch ( option.kind ) {
       case Option::Kind::flag: app_.add_flag( option.name, flags_[ option.name ], option.help ); break;
       case Option::Kind::number:
-         app_.add_option( option.name, numbers_[ option.name ], option.help )->type_name( "N" );
+         app_.add_option( option.name, numbers_[ option.name ], option.help )
+              ->check( []( const std::string & word ) {
+                 return word.starts_with( '-' ) ? word + " is no number from 0" : std::string();
+              } )
+              ->type_name( "N" );
+         break;
+      case Option::Kind::named:
+         app_.add_option( option.name, texts_[ option.name ], option.help )->type_name( "N|NAME" );
          break;
       case Option::Kind::text:
          app_.add_option( option.name, texts_[ option.name ], option.help )
@@ -120,9 +136,16 @@ class ShowCommand {
          case Option::Kind::flag: request[ option.member ] = flags_.at( option.name ); break;
          case Option::Kind::number: request[ option.member ] = numbers_.at( option.name ); break;
          case Option::Kind::text: request[ option.member ] = texts_.at( option.name ); break;
+         case Option::Kind::named: request[ option.member ] = numberOrName( texts_.at( option.name ) ); break;
          }
       }
       return request;
+   }
+   static Json numberOrName( const std::string & word ) {
+      std::uint64_t number = 0;
+      const auto [ end, error ] = std::from_chars( word.data(), word.data() + word.size(), number );
+      if ( error != std::errc() || end != word.data() + word.size() ) return word;
+      return number;
    }
    static std::uint64_t levelOf( const std::string & word ) {
       if ( word.empty() || word.size() > 3 || word.find_first_not_of( "0123456789" ) != std::string::npos )
@@ -137,7 +160,7 @@ class ShowCommand {
          if ( app_.count( option.name ) != 0 ) given[ option.name ] = true;
       if ( show_.view ) return show_.view( given, std::cout );
       if ( show_.record ) return std::make_unique< RecordView >( show_.columns, std::cout );
-      return std::make_unique< TableView >( show_.columns, show_.footer, std::cout );
+      return std::make_unique< TableView >( show_.columns, show_.footer, std::cout, terminalWidth() );
    }
 
    const Show show_;
@@ -274,7 +297,18 @@ class Program {
       if ( error.get_exit_code() == 0 ) return app_.exit( error );
       options_.json = std::find_if( argv, argv + argc, []( const std::string & word ) { return word == "--json"; } ) !=
                       argv + argc;
-      return refused( options_, "", { "usage", std::string( error.what() ) + " (see vexctl --help)" } );
+      return refused( options_, "", { "usage", error.what() + unknownWord() + " (see vexctl --help)" } );
+   }
+   // ": "fbi", did you mean "fib"?", of the first word behind the command that was understood last.
+   std::string unknownWord() const {
+      const CLI::App * at = &app_;
+      while ( !at->get_subcommands().empty() ) at = at->get_subcommands().front();
+      std::vector< std::string > words;
+      for ( const auto * const known : at->get_subcommands( []( const CLI::App * ) { return true; } ) )
+         words.push_back( known->get_name() );
+      const auto rest = app_.remaining( true );
+      if ( words.empty() || rest.empty() ) return {};
+      return ": \"" + rest.front() + "\"" + Runtime::didYouMean( rest.front(), words );
    }
 
    CLI::App app_;

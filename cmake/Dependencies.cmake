@@ -9,6 +9,8 @@ find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 pkg_check_modules(GRPC REQUIRED IMPORTED_TARGET grpc++)
+pkg_check_modules(DPDK REQUIRED IMPORTED_TARGET libdpdk)
+pkg_check_modules(MNL REQUIRED IMPORTED_TARGET libmnl)
 pkg_check_modules(SYSTEMD IMPORTED_TARGET libsystemd)
 
 add_library(vexl3_asio INTERFACE)
@@ -18,3 +20,7 @@ target_link_libraries(vexl3_asio INTERFACE Threads::Threads)
 if(VEXL3_SANITIZE MATCHES thread)
   target_compile_definitions(vexl3_asio INTERFACE ASIO_DISABLE_FENCED_BLOCK)
 endif()
+
+# Buffers and devices. The drivers are plugins that it loads when it starts.
+add_library(vexl3_dpdk INTERFACE)
+target_link_libraries(vexl3_dpdk INTERFACE PkgConfig::DPDK)

@@ -5,7 +5,8 @@ include(CMakePackageConfigHelpers)
 
 set(VEXL3_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/vexl3)
 
-# A host calls what the library exports, and fills the state that the library is given. These headers, and all that they
+# A host calls what the library exports and what the agent's accessors return, and fills the state that the library is
+# given. These headers, and all that they
 # include, are the public ones; their names are unique, so that one folder holds them.
 file(GLOB_RECURSE headers CONFIGURE_DEPENDS platform/*.h l3agent/*.h)
 foreach(header IN LISTS headers)
@@ -13,7 +14,8 @@ foreach(header IN LISTS headers)
   set(home_${name} ${header})
   file(STRINGS ${header} exported REGEX "VEXL3_EXPORT")
   if(exported OR name MATCHES "^State" OR name STREQUAL QuorlEntityManager.h OR name STREQUAL MirelFib.h
-     OR name STREQUAL VexCommonSmData.h OR name STREQUAL VexGrpcChannel.h OR name STREQUAL GantActivity.h)
+     OR name STREQUAL VexCommonSmData.h OR name STREQUAL VexGrpcChannel.h OR name STREQUAL GantActivity.h
+     OR name STREQUAL VexL3AgentSmParts.h)
     list(APPEND pending ${header})
   endif()
 endforeach()
@@ -61,8 +63,19 @@ file(RELATIVE_PATH VEXL3_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${C
 configure_file(cmake/vexl3agent.pc.in ${CMAKE_BINARY_DIR}/vexl3agent.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/vexl3agent.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# The unit, where systemd finds it below the prefix; the example router to begin with; the references.
+# The unit, where systemd finds it below the prefix, with the router that it starts; the examples; the references.
 configure_file(packaging/vexl3d.service.in ${CMAKE_BINARY_DIR}/vexl3d.service @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/vexl3d.service DESTINATION lib/systemd/system)
-install(FILES examples/router.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-install(FILES docs/vexl3d.md docs/description.md docs/vexctl.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+# Below /etc for a prefix of /usr, as the unit looks for it. One that was edited stays.
+if(CMAKE_INSTALL_PREFIX STREQUAL /usr)
+  set(config_dir ${CMAKE_INSTALL_FULL_SYSCONFDIR}/vexl3)
+else()
+  set(config_dir \${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_SYSCONFDIR}/vexl3)
+endif()
+install(CODE "
+  if(NOT EXISTS \"\$ENV{DESTDIR}${config_dir}/router.yaml\")
+    file(INSTALL DESTINATION \"${config_dir}\" TYPE FILE FILES \"${CMAKE_CURRENT_SOURCE_DIR}/packaging/router.yaml\")
+  endif()")
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES docs/description.md docs/hosting.md docs/ipsec.md docs/vexctl.md docs/vexl3d.md
+        DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -3,6 +3,8 @@
 #include "DpAddress.h"
 #include "DpServer.h"
 #include "DpVersion.h"
+#include "RuntimeDirectory.h"
+#include "RuntimeMemory.h"
 
 #include <CLI/CLI.hpp>
 #include <grpc/support/log.h>
@@ -12,10 +14,12 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -24,29 +28,59 @@ namespace {
 enum ExitCode { done = 0, failed = 1, usage = 2 };
 
 struct Options {
-   std::vector< std::string > listen{ "localhost:10514" };
+   std::vector< std::string > listen; // none: in the runtime directory
+   bool insecureTcp = false;
+   Vexdp::TlsFiles tls;
    std::string counters;
-   Vexdp::Limits limits;
+   Vexdp::EngineOptions engine;
+   std::string ealWords;
    std::string logLevel = "info";
    std::optional< pid_t > parent; // 0: whoever it is
 };
+
+// What is wrong with the options together.
+std::string wrongTogether( const Options & options ) {
+   const bool tcp =
+        !std::ranges::all_of( options.listen, []( const auto & a ) { return bool( Vexdp::socketPath( a ) ); } );
+   if ( !options.tls.none() && !options.tls.all() ) return "--tls-cert, --tls-key and --tls-ca are given together";
+   if ( options.insecureTcp && !options.tls.none() ) return "--insecure-tcp is for listening without TLS";
+   if ( tcp && !options.insecureTcp && options.tls.none() )
+      return "--listen HOST:PORT takes --tls-cert, --tls-key and --tls-ca, or --insecure-tcp";
+   return {};
+}
+
+std::string defaultAddress() { return "unix:" + Runtime::directory() + "/vexdp.sock"; }
 
 // Nothing when there is nothing more to do, with the exit code set.
 std::optional< Options > parsed( int argc, char ** argv, int & exitCode ) {
    Options options;
    CLI::App app( "The reference data plane: a graph of modules behind gRPC." );
    app.set_version_flag( "--version", std::string( "vexdp " ) + Vexdp::kVersion );
-   app.add_option( "--listen", options.listen, "unix:PATH or HOST:PORT to listen on, any number of times" )
+   app.add_option( "--listen", options.listen,
+                   "unix:PATH or HOST:PORT to listen on, any number of times; without it " + defaultAddress() )
         ->type_name( "ADDRESS" )
-        ->capture_default_str()
         ->check( []( const std::string & address ) { return Vexdp::badAddress( address ); } );
+   app.add_flag( "--insecure-tcp", options.insecureTcp,
+                 "listen on HOST:PORT without TLS: whoever reaches it owns the data plane" );
+   app.add_option( "--tls-cert", options.tls.certificate, "on HOST:PORT speak TLS: this side's certificate, PEM" )
+        ->type_name( "FILE" );
+   app.add_option( "--tls-key", options.tls.key, "its key" )->type_name( "FILE" );
+   app.add_option( "--tls-ca", options.tls.authority, "who signs the certificates of those who may come" )
+        ->type_name( "FILE" );
    app.add_option( "--counters", options.counters,
                    "file to make for the counters, which others may map; without it they stay inside" )
         ->type_name( "FILE" );
-   app.add_option( "--max-routes", options.limits.routes, "routes that a FIB holds, all VRFs together" )
+   app.add_option( "--max-routes", options.engine.limits.routes, "routes that a FIB holds, all VRFs together" )
         ->type_name( "N" )
         ->capture_default_str()
         ->check( CLI::Range( std::uint32_t( 1 ), Vexdp::Limits::kMostRoutes ) );
+   app.add_flag( "--busy", options.engine.busy, "the worker polls its ports without end, and sleeps never" );
+   app.add_flag( "--huge", options.engine.eal.hugePages, "packet buffers in huge pages, and devices of the PCI bus" );
+   app.add_option( "--memory", options.engine.eal.memory, "megabytes for packet buffers, when there is a port" )
+        ->type_name( "MB" )
+        ->capture_default_str()
+        ->check( CLI::Range( 64u, 65536u ) );
+   app.add_option( "--eal", options.ealWords, "further words for DPDK's environment" )->type_name( "WORDS" );
    app.add_option( "--log-level", options.logLevel, "debug, info, warning, error or off" )
         ->type_name( "LEVEL" )
         ->capture_default_str()
@@ -58,6 +92,8 @@ std::optional< Options > parsed( int argc, char ** argv, int & exitCode ) {
         ->expected( 0, 1 );
    try {
       app.parse( argc, argv );
+      if ( const auto wrong = wrongTogether( options ); !wrong.empty() ) throw CLI::ValidationError( wrong );
+      options.engine.eal.words = CLI::detail::split_up( options.ealWords );
       return options;
    } catch ( const CLI::ParseError & error ) {
       exitCode = app.exit( error ) == 0 ? done : usage;
@@ -91,28 +127,36 @@ sigset_t blockedSignals() {
    return signals;
 }
 
-// The signal that ends it. Meanwhile the counter file is made as soon as there is room.
+// The signal that ends it. Meanwhile the counter file is made as soon as there is room, and memory is given back.
 int waited( const sigset_t & signals, Vexdp::Engine & engine ) {
-   constexpr timespec kPatience{ 1, 0 };
+   constexpr timespec kForRoom{ 1, 0 }, kForMemory{ 20, 0 };
+   Runtime::Trimmer trimmer;
    auto reason = engine.shareCounters();
    if ( !reason.empty() ) spdlog::warn( "{}: counting goes on without it", reason );
-   while ( !reason.empty() ) {
-      const int signal = sigtimedwait( &signals, nullptr, &kPatience );
+   while ( true ) {
+      const int signal = sigtimedwait( &signals, nullptr, reason.empty() ? &kForMemory : &kForRoom );
       if ( signal > 0 ) return signal;
+      if ( reason.empty() ) {
+         trimmer.look();
+         continue;
+      }
       reason = engine.shareCounters();
       if ( reason.empty() ) spdlog::info( "counter file {}: there is room", engine.counters().path() );
    }
-   int signal = 0;
-   sigwait( &signals, &signal );
-   return signal;
+}
+
+// Where to listen, when nobody says it: nobody else can have been there first.
+std::vector< std::string > defaultAddresses() {
+   if ( const auto why = Runtime::prepare( Runtime::directory() ); !why.empty() ) throw std::runtime_error( why );
+   return { defaultAddress() };
 }
 
 int serve( const Options & options, const sigset_t & signals ) {
    try {
       const auto counters = options.counters.empty() ? std::make_unique< Vexdp::CounterTable >()
                                                      : std::make_unique< Vexdp::CounterTable >( options.counters );
-      Vexdp::Engine engine( *counters, options.limits );
-      const Vexdp::Server server( engine, options.listen );
+      Vexdp::Engine engine( *counters, options.engine );
+      const Vexdp::Server server( engine, options.listen.empty() ? defaultAddresses() : options.listen, options.tls );
       for ( const auto & address : server.addresses() ) spdlog::info( "listening on {}", address );
       const int signal = waited( signals, engine );
       spdlog::info( "ending on {}", signal == SIGINT ? "SIGINT" : "SIGTERM" );
@@ -126,6 +170,7 @@ int serve( const Options & options, const sigset_t & signals ) {
 } // namespace
 
 int main( int argc, char ** argv ) {
+   Runtime::endWithoutMemory( "vexdp" );
    const pid_t parentAtStart = getppid();
    int exitCode = done;
    const auto options = parsed( argc, argv, exitCode );

@@ -16,12 +16,14 @@ class AgentSm;
 
 namespace Host {
 
+class Ports;
 class RouterState;
 
 enum class ChangeOp { add, replace, del };
 
 struct ChangeResult {
-   enum class Code { done, refused, notFound };
+   // invalid: wrong whatever the router holds.
+   enum class Code { done, invalid, refused, notFound };
    Code code = Code::done;
    std::string message; // why not, or what is done less than was told, naming the object
 };
@@ -33,7 +35,9 @@ enum class Phase { starting, standby, running, waiting };
 // What the daemon knows of itself.
 struct DaemonStatus {
    Phase phase = Phase::starting;
-   double startedAt = 0;      // seconds of the system clock
+   double startedAt = 0; // seconds of the system clock
+   double upSeconds = 0;
+   std::string paused;        // why sources and changes wait; empty: they do not
    std::string dataPlane;     // the address, or "embedded"
    int dataPlanePid = 0;      // of an embedded one, otherwise 0
    std::string owner;         // the agent that has it, in words, on standby; otherwise empty
@@ -58,6 +62,8 @@ class DaemonControl {
    virtual Gant::Ptr< VexL3Unicast::AgentSm > agent() const = 0;
    virtual Gant::Ptr< Vex::VexCommonSmData > vexcsd() const = 0;
    virtual Gant::Ptr< Vex::GrpcChannel > channel() const = 0;
+   // The same; a daemon that makes no ports has none.
+   virtual const Ports * ports() const { return nullptr; }
    virtual DaemonStatus status() const = 0;
 
    // One change. `kind` is a section of the description in the singular ("route", "neighbor", "interface", "vrf",

@@ -2,6 +2,7 @@
 
 #include "HostDaemon.h"
 #include "HostLog.h"
+#include "RuntimeMemory.h"
 
 #include <csignal>
 #include <iostream>
@@ -12,9 +13,11 @@ namespace {
 enum ExitCode { done = 0, failed = 1, usage = 2 };
 
 // Without a data plane: the state takes the sources or says what is wrong in them.
-int checkConfig( const Host::SourceFiles & files ) {
+int checkConfig( const Host::Options & options ) {
    Host::RouterState state;
-   Host::Sources sources( state, files, []( const auto & error ) { std::cerr << error.stringValue() << "\n"; } );
+   state.keysRefusedIs( options.keysRefused() );
+   Host::Sources sources( state, options.sources,
+                          []( const auto & error ) { std::cerr << error.stringValue() << "\n"; } );
    sources.load();
    while ( sources.step( 1 << 20 ) ) {
    }
@@ -36,8 +39,9 @@ int serve( const Host::Options & options ) {
 } // namespace
 
 int main( int argc, char ** argv ) {
+   Runtime::endWithoutMemory( "vexl3d" );
    int exitCode = done;
    const auto options = Host::parsedOptions( argc, argv, exitCode );
    if ( !options ) return exitCode;
-   return options->checkConfig ? checkConfig( options->sources ) : serve( *options );
+   return options->checkConfig ? checkConfig( *options ) : serve( *options );
 }

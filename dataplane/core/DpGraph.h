@@ -2,6 +2,7 @@
 #pragma once
 
 #include "DpModule.h"
+#include "DpWire.h"
 
 #include <absl/container/flat_hash_map.h>
 
@@ -37,6 +38,9 @@ class Graph {
       return at == shared_.end() ? nullptr : static_cast< T * >( at->second );
    }
 
+   // Where its ports meet what is outside.
+   Wires & wires() const { return wires_; }
+
    // Where packets are handed to the router itself; null when there is no such module.
    Module * trap() const { return trap_; }
 
@@ -56,6 +60,7 @@ class Graph {
    static void cut( Module & from, GateId ogate );
 
    const Limits limits_;
+   mutable Wires wires_;
    Modules modules_;
    absl::flat_hash_map< const ModuleClass *, Module * > shared_;
    Module * trap_ = nullptr;

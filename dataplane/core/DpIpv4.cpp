@@ -88,6 +88,21 @@ std::uint16_t pseudoHeaderSum( Ipv4Addr src, Ipv4Addr dst, std::uint8_t proto, s
    return folded( sum );
 }
 
+const char * martian( Ipv4Addr src, Ipv4Addr dst ) {
+   const auto from = src.value >> 24;
+   const auto to = dst.value >> 24;
+   constexpr std::uint32_t kLinkLocal = 0xa9fe;
+   if ( from == 0 ) return "a source of this network";
+   if ( from == 127 ) return "a loopback source";
+   if ( from >= 240 ) return "a source of class E";
+   if ( from >= 224 ) return "a source of class D";
+   if ( to == 0 ) return "a destination of this network";
+   if ( to == 127 ) return "a loopback destination";
+   if ( to >= 240 ) return "a destination of class E";
+   if ( src.value >> 16 == kLinkLocal || dst.value >> 16 == kLinkLocal ) return "a link-local address";
+   return nullptr;
+}
+
 Flow Flow::of( const Ipv4Header & header, const Packet & packet ) {
    Flow flow{ header.src(), header.dst(), header.proto() };
    const bool ports = flow.proto == kProtoTcp || flow.proto == kProtoUdp;

@@ -84,6 +84,10 @@ void writeIpv4Header( std::uint8_t * at, const Ipv4Fields & fields );
 // Sum of the pseudo-header that TCP and UDP checksums cover (RFC 793, RFC 768), to go on with onesSum().
 std::uint16_t pseudoHeaderSum( Ipv4Addr src, Ipv4Addr dst, std::uint8_t proto, std::size_t l4Len );
 
+// Why a router must not forward between these addresses, such as "a source of class E" (RFC 1812, section 5.3.7;
+// RFC 3927, section 7); null when it may.
+const char * martian( Ipv4Addr src, Ipv4Addr dst );
+
 // What tells flows apart. Ports are 0 where there are none, and in every fragment, so that the fragments of a packet
 // stay together.
 struct Flow {

@@ -5,21 +5,63 @@
 
 namespace Vexdp {
 
+namespace {
+
+Packet::Buffer ownBuffer( std::size_t size ) {
+   auto * const begin = new std::uint8_t[ size ]();
+   return { begin, begin + size, begin, []( void * owner ) { delete[] static_cast< std::uint8_t * >( owner ); } };
+}
+
+} // namespace
+
+Packet::Packet( std::size_t size ) :
+     buffer_( ownBuffer( kHeadroom + size ) ), data_( buffer_.begin + kHeadroom ), size_( size ) {}
+
+Packet::Packet( const Packet & other ) : Packet( other.size() ) {
+   meta = other.meta;
+   std::ranges::copy( other.span(), data_ );
+}
+
+void Packet::swap( Packet & other ) noexcept {
+   std::swap( buffer_, other.buffer_ );
+   std::swap( data_, other.data_ );
+   std::swap( size_, other.size_ );
+   std::swap( cameIn_, other.cameIn_ );
+   std::swap( cameInFramed_, other.cameInFramed_ );
+   std::swap( meta, other.meta );
+}
+
 std::uint8_t * Packet::prepend( std::size_t n ) {
-   if ( n > at_ ) return nullptr;
-   at_ -= n;
-   std::fill_n( data(), n, std::uint8_t( 0 ) );
-   return data();
+   if ( n > std::size_t( data_ - buffer_.begin ) ) return nullptr;
+   if ( data_ > cameIn_ ) cameIn_ = nullptr;
+   data_ -= n;
+   size_ += n;
+   std::fill_n( data_, n, std::uint8_t( 0 ) );
+   return data_;
 }
 
 void Packet::pull( std::size_t n ) {
-   assert( n <= size() );
-   at_ += n;
+   assert( n <= size_ );
+   data_ += n;
+   size_ -= n;
 }
 
 void Packet::trim( std::size_t size ) {
-   assert( size <= this->size() );
-   bytes_.resize( at_ + size );
+   assert( size <= size_ );
+   size_ = size;
+}
+
+void Packet::cameIn() {
+   cameIn_ = data_;
+   cameInFramed_ = meta.ethernet;
+}
+
+bool Packet::rewind() {
+   if ( cameIn_ == nullptr || cameIn_ > data_ ) return false;
+   size_ += std::size_t( data_ - cameIn_ );
+   data_ = cameIn_;
+   meta.ethernet = cameInFramed_;
+   return true;
 }
 
 } // namespace Vexdp

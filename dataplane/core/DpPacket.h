@@ -1,34 +1,60 @@
-// A packet: its bytes, with room before them for headers, and what the modules on its way found out about it.
+// A packet: its bytes, with room before them for headers, and what the modules on its way found out about it. The bytes
+// are the packet's own, or lent by a device whose buffer they lie in.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
+#include <utility>
 
 namespace Vexdp {
 
+struct Wire;
+
 class Packet {
  public:
-   // Room for an Ethernet header over several tunnel headers.
+   // Room for an Ethernet header over several tunnel headers. A buffer of a device may have less.
    static constexpr std::size_t kHeadroom = 192;
 
    struct Meta {
       std::uint64_t ingressIntf = 0;
+      const Wire * ingress = nullptr; // of that interface
       std::uint32_t vrf = 0;
       std::uint8_t trafficClass = 0;
       std::uint32_t nhIndex = 0; // in the next-hop or resolve module ahead
       bool ethernet = false;     // the bytes begin with an Ethernet header, otherwise with an IP header
+      bool linkGroup = false;    // came in by a link-layer broadcast or multicast
       bool own = false;          // sent by the router itself
       bool ttlDone = false;      // this router has taken its hop from the TTL
    };
 
-   // `size` zero bytes.
-   explicit Packet( std::size_t size ) : bytes_( kHeadroom + size ), at_( kHeadroom ) {}
+   // The bytes from `begin` to `end`, and who gets them back.
+   struct Buffer {
+      std::uint8_t * begin = nullptr;
+      std::uint8_t * end = nullptr;
+      void * owner = nullptr;
+      void ( *giveBack )( void * owner ) = nullptr;
+   };
 
-   std::uint8_t * data() { return bytes_.data() + at_; }
-   const std::uint8_t * data() const { return bytes_.data() + at_; }
-   std::size_t size() const { return bytes_.size() - at_; }
+   // `size` zero bytes of its own.
+   explicit Packet( std::size_t size );
+   // `size` bytes at `data`, which lie in the buffer.
+   Packet( const Buffer & buffer, std::uint8_t * data, std::size_t size ) :
+        buffer_( buffer ), data_( data ), size_( size ) {}
+   // A copy has a buffer of its own.
+   Packet( const Packet & other );
+   Packet( Packet && other ) noexcept { swap( other ); }
+   Packet & operator=( Packet other ) noexcept {
+      swap( other );
+      return *this;
+   }
+   ~Packet() {
+      if ( buffer_.owner != nullptr ) buffer_.giveBack( buffer_.owner );
+   }
+
+   std::uint8_t * data() { return data_; }
+   const std::uint8_t * data() const { return data_; }
+   std::size_t size() const { return size_; }
    std::span< const std::uint8_t > span() const { return { data(), size() }; }
 
    // Opens `n` zero bytes before the first. Null, and no change, when the headroom doesn't hold them.
@@ -38,11 +64,25 @@ class Packet {
    // Cuts the end off. REQUIRES: size <= size()
    void trim( std::size_t size );
 
+   // It begins here, for whoever wants it as it came in.
+   void cameIn();
+   // Gives back what was pulled off its front since it came in. False, and no change, when that was written over.
+   bool rewind();
+
+   const Buffer & buffer() const { return buffer_; }
+   // The caller has the buffer, and the packet is gone.
+   Buffer letGo() { return std::exchange( buffer_, {} ); }
+
    Meta meta;
 
  private:
-   std::vector< std::uint8_t > bytes_;
-   std::size_t at_;
+   void swap( Packet & other ) noexcept;
+
+   Buffer buffer_;
+   std::uint8_t * data_ = nullptr;
+   std::size_t size_ = 0;
+   std::uint8_t * cameIn_ = nullptr;
+   bool cameInFramed_ = false;
 };
 
 } // namespace Vexdp

@@ -39,6 +39,8 @@ struct MacAddr {
 // Host byte order.
 struct Ipv4Addr {
    std::uint32_t value = 0;
+
+   bool isMulticast() const { return value >> 28 == 0xe; }
    friend auto operator<=>( const Ipv4Addr &, const Ipv4Addr & ) = default;
 };
 

@@ -20,8 +20,8 @@ void countPacket( GateCounters & gate, const Packet & packet, double now ) {
 
 } // namespace
 
-Context::Context( CounterTable & counters, bool counting ) :
-     counters_( counters ), counting_( counting ),
+Context::Context( CounterTable & counters, Purpose purpose ) :
+     counters_( counters ), purpose_( purpose ),
      now_( std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count() ) {}
 
 Fate Context::send( std::string_view intfname, const MacAddr & mac ) {
@@ -35,7 +35,7 @@ Fate Context::send( std::string_view intfname, const MacAddr & mac ) {
 
 // A packet that isn't counted is of no consequence once it is out of sight.
 void Context::also( Packet && packet, GateId ogate ) {
-   if ( !counting_ || made_ >= Walk::kMaxMade ) return;
+   if ( !counting() || made_ >= Walk::kMaxMade ) return;
    ++made_;
    parked_.push_back( { std::move( packet ), at_, ogate, hops_ } );
 }
@@ -51,7 +51,7 @@ void Context::noteIs( std::string_view text ) {
    action += text;
 }
 
-Walk::Walk( CounterTable & counters, bool counting ) : context_( counters, counting ) {}
+Walk::Walk( CounterTable & counters, Purpose purpose ) : context_( counters, purpose ) {}
 
 void Walk::run( Module & source, Packet packet, Reply * trace ) {
    context_.trace_ = trace;
@@ -104,7 +104,7 @@ Module * Walk::cross( Module & from, Fate fate, const Packet & packet ) {
       return fate.kind_ == Fate::Kind::punted ? from.graph_.trap() : nullptr;
    auto & gate = from.ogates_[ fate.ogate_ ];
    context_.igate_ = gate.igate;
-   if ( context_.counting_ ) {
+   if ( context_.counting() ) {
       countPacket( gate.counters, packet, context_.now_ );
       countPacket( gate.peer->igates_[ gate.igate ], packet, context_.now_ );
    }
@@ -124,7 +124,7 @@ Fate Walk::visit( Module & module, Packet & packet ) {
 }
 
 void Walk::end( Module & module, Fate fate, const Packet & packet ) {
-   if ( fate.kind_ == Fate::Kind::dropped && context_.counting_ ) ++module.deadEnds_;
+   if ( fate.kind_ == Fate::Kind::dropped && context_.counting() ) ++module.deadEnds_;
    if ( context_.trace_ == nullptr ) return;
    using enum Fate::Kind;
    context_.trace_->set_end( fate.kind_ == sent    ? Reply::END_SENT

@@ -24,6 +24,9 @@ class Fate {
    GateId ogate_;
 };
 
+// What a walk is for: to tell what would become of a described packet, to count it as well, or to carry it.
+enum class Purpose : std::uint8_t { described, counted, live };
+
 // What a module works with while it has a packet. Texts are formatted only when somebody reads them: the arguments of
 // note(), drop() and punt() are to be cheap values.
 class Context {
@@ -74,11 +77,13 @@ class Context {
    }
 
    void count( CounterId counter ) {
-      if ( counting_ ) counters_.add( counter );
+      if ( counting() ) counters_.add( counter );
    }
 
    // True when what happens to the packet is to stay: counts, sequence numbers.
-   bool counting() const { return counting_; }
+   bool counting() const { return purpose_ != Purpose::described; }
+   // True when it is a packet that a device brought, and that is to leave by one.
+   bool live() const { return purpose_ == Purpose::live; }
    // Seconds since 1970.
    double now() const { return now_; }
 
@@ -87,7 +92,7 @@ class Context {
 
  private:
    friend class Walk;
-   Context( CounterTable & counters, bool counting );
+   Context( CounterTable & counters, Purpose purpose );
 
    struct Parked {
       Packet packet;
@@ -100,7 +105,7 @@ class Context {
    void noteIs( std::string_view text );
 
    CounterTable & counters_;
-   bool counting_;
+   Purpose purpose_;
    double now_;
    vex::pb::TracePacketReply * trace_ = nullptr;
    vex::pb::TracePacketReply::Step * step_ = nullptr;
@@ -111,8 +116,8 @@ class Context {
    std::deque< Parked > parked_;
 };
 
-// Runs packets from a source on. Gates and counters move only when the walk counts: for a real source, and for a
-// described packet on demand.
+// Runs packets from a source on. Gates and counters move only when the walk counts: for a packet that a device brought,
+// and for a described one on demand. It reads the clock when it is made: one for each burst.
 class Walk {
  public:
    // A packet that passes more modules is in a loop.
@@ -120,7 +125,7 @@ class Walk {
    // One packet becomes at most so many more; beyond them they are dropped.
    static constexpr unsigned kMaxMade = 4096;
 
-   Walk( CounterTable & counters, bool counting );
+   Walk( CounterTable & counters, Purpose purpose );
 
    // The trace, when there is one, gets the steps and the end of the packet itself; what is made of it beside goes its
    // way untraced.

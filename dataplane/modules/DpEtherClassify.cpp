@@ -112,6 +112,7 @@ Fate EtherClassify::process( Packet & packet, Context & context ) {
       type = get16( packet.data() + 12 );
       packet.pull( kEthernetLen );
       packet.meta.ethernet = false;
+      packet.meta.linkGroup = dst.isGroup();
       context.note( "a frame to {}", dst );
    }
    if ( state_.vrf ) packet.meta.vrf = *state_.vrf;

@@ -16,6 +16,7 @@ using namespace vex::pb;
 namespace {
 
 using FibCounter = FibIpv4CounterIdArg;
+constexpr GateId kForRouter = 0;
 
 template < class Length >
 Outcome prefixFrom( std::uint32_t addr, Length len, Ipv4Prefix & prefix ) {
@@ -188,17 +189,23 @@ Fate FibIpv4::process( Packet & packet, Context & context ) {
    const auto * members = fec( route->value );
    if ( members == nullptr )
       return context.drop( counters_[ FibCounter::kNoFecCounterFieldNumber ], "there is no FEC {}", route->value );
-   return forwardBy( *members, route->value, Flow::of( *header, packet ).hash(), packet, context );
+   return forwardBy( *members, route->value, *header, packet, context );
 }
 
-Fate FibIpv4::forwardBy( const Fec & fec, std::uint32_t id, std::uint32_t hash, Packet & packet, Context & context ) {
+Fate FibIpv4::forwardBy( const Fec & fec, std::uint32_t id, const Ipv4Header & header, Packet & packet,
+                         Context & context ) {
    if ( fec.empty() ) return context.drop( kNoCounter, "FEC {} has no members", id );
    // The upper bits of the product spread a 32-bit hash over any number of members.
-   const auto chosen = std::size_t( std::uint64_t( hash ) * fec.size() >> 32 );
+   const auto chosen = std::size_t( std::uint64_t( Flow::of( header, packet ).hash() ) * fec.size() >> 32 );
    const auto & member = fec[ chosen ];
    packet.meta.nhIndex = member.nhIndex.value_or( 0 );
    if ( member.gate == kNoGate )
       return context.drop( kNoCounter, "member {} of {} has no gate", chosen + 1, fec.size() );
+   if ( member.gate != kForRouter && !packet.meta.own ) {
+      if ( const auto * why = martian( header.src(), header.dst() ) ) return context.drop( kNoCounter, "{}", why );
+      if ( packet.meta.linkGroup && !header.dst().isMulticast() )
+         return context.drop( kNoCounter, "it came in by a link-layer broadcast" );
+   }
    context.note( "member {} of {} (gate {}, next hop {})", chosen + 1, fec.size(), member.gate, packet.meta.nhIndex );
    return context.forward( member.gate );
 }

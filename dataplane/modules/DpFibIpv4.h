@@ -8,12 +8,15 @@
 //          others       as the members say
 //   drops  no VRF or no route, no such FEC (each under its counter), a FEC without members, a member without a gate
 //
+// A martian, and a unicast packet that came in by a link-layer broadcast, goes no further than to the router itself.
+//
 // A route may name a FEC that doesn't exist yet or no more. FECs are shared by the VRFs. Deleting a VRF deletes its
 // routes.
 #pragma once
 
 #include "DpCounterIds.h"
 #include "DpGraph.h"
+#include "DpIpv4.h"
 #include "DpLpm.h"
 #include "DpModule.h"
 
@@ -72,7 +75,8 @@ class FibIpv4 : public Module {
    struct Snapshot;
 
    Lpm * table( std::uint32_t vrf ) const;
-   static Fate forwardBy( const Fec & fec, std::uint32_t id, std::uint32_t hash, Packet & packet, Context & context );
+   static Fate forwardBy( const Fec & fec, std::uint32_t id, const Ipv4Header & header, Packet & packet,
+                          Context & context );
 
    const std::uint32_t maxRoutes_;
    LpmPool pool_;

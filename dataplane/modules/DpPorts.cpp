@@ -1,6 +1,7 @@
 #include "DpPorts.h"
 
 #include "DpEthernet.h"
+#include "DpGraph.h"
 #include "DpModuleClass.h"
 #include "DpPacket.h"
 #include "DpWalk.h"
@@ -16,7 +17,24 @@ constexpr GateId kPortOut = 0;
 Outcome Port::check( const PortArg & init ) { return requireFields( { { !init.intfname().empty(), "intfname" } } ); }
 
 Port::Port( Identity identity, const PortArg & init ) :
-     Module( std::move( identity ) ), intfname_( init.intfname() ), intfId_( init.intf_id() ) {}
+     Module( std::move( identity ) ), intfname_( init.intfname() ), intfId_( init.intf_id() ),
+     wire_( graph().wires().of( intfname_ ) ) {}
+
+PortRx::PortRx( Identity identity, const PortArg & init ) : Port( std::move( identity ), init ) {
+   if ( wire().source == nullptr ) wire().source = this;
+}
+
+PortRx::~PortRx() {
+   if ( wire().source == this ) wire().source = nullptr;
+}
+
+PortRxCp::PortRxCp( Identity identity, const PortArg & init ) : Port( std::move( identity ), init ) {
+   if ( wire().ownSource == nullptr ) wire().ownSource = this;
+}
+
+PortRxCp::~PortRxCp() {
+   if ( wire().ownSource == this ) wire().ownSource = nullptr;
+}
 
 const ModuleClass & PortRx::moduleClass() {
    static const ModuleClass self =
@@ -42,6 +60,8 @@ CommandSource PortRx::commands() const {
 
 Fate PortRx::process( Packet & packet, Context & context ) {
    packet.meta.ingressIntf = intfId();
+   packet.meta.ingress = &wire();
+   packet.cameIn();
    if ( !enabled_.value_or( true ) ) return context.drop( kNoCounter, "{} is disabled", intfname() );
    context.note( "in from {}", intfname() );
    return context.forward( kPortOut );
@@ -85,7 +105,12 @@ const ModuleClass & PortTx::moduleClass() {
 
 Fate PortTx::process( Packet & packet, Context & context ) {
    context.note( "out to {}", intfname() );
-   return context.send( intfname(), destinationOf( packet ) );
+   const auto mac = destinationOf( packet );
+   if ( context.live() ) {
+      if ( wire().device == nullptr ) return context.drop( kNoCounter, "{} has no device", intfname() );
+      wire().device->send( std::move( packet ) );
+   }
+   return context.send( intfname(), mac );
 }
 
 const ModuleClass & PortTxCp::moduleClass() {
@@ -94,6 +119,9 @@ const ModuleClass & PortTxCp::moduleClass() {
    return self;
 }
 
-Fate PortTxCp::process( Packet &, Context & context ) { return context.deliver( "to the kernel by {}", intfname() ); }
+Fate PortTxCp::process( Packet & packet, Context & context ) {
+   if ( context.live() && wire().kernel != nullptr && packet.rewind() ) wire().kernel->send( std::move( packet ) );
+   return context.deliver( "to the kernel by {}", intfname() );
+}
 
 } // namespace Vexdp

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "DpModule.h"
+#include "DpWire.h"
 
 #include "vex/port.pb.h"
 
@@ -20,9 +21,13 @@ class Port : public Module {
 
    std::string desc() const override { return intfname_; }
 
+ protected:
+   Wire & wire() const { return *wire_; }
+
  private:
    const std::string intfname_;
    const std::uint64_t intfId_;
+   const std::shared_ptr< Wire > wire_;
 };
 
 // Frames from the interface, or bare IP packets from a tunnel interface, leave by gate 0. Those of a disabled interface
@@ -30,7 +35,8 @@ class Port : public Module {
 class PortRx : public Port {
  public:
    static const ModuleClass & moduleClass();
-   using Port::Port;
+   PortRx( Identity identity, const vex::pb::PortArg & init );
+   ~PortRx() override;
    // At first it is enabled.
    Outcome setEnabled( const vex::pb::PortEnabledArg & arg );
    Fate process( Packet & packet, Context & context ) override;
@@ -44,7 +50,8 @@ class PortRx : public Port {
 class PortRxCp : public Port {
  public:
    static const ModuleClass & moduleClass();
-   using Port::Port;
+   PortRxCp( Identity identity, const vex::pb::PortArg & init );
+   ~PortRxCp() override;
    Outcome setVrf( const vex::pb::VrfArg & arg );
    Fate process( Packet & packet, Context & context ) override;
    CommandSource commands() const override;

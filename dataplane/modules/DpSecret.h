@@ -1,7 +1,9 @@
-// Key material. Overwritten when it is done with, and never told: of a key there is a length.
+// Key material. Overwritten when it is done with, and never told: of a key there is a length. From the first one on, no
+// core of the process is dumped.
 #pragma once
 
 #include <openssl/crypto.h>
+#include <sys/prctl.h>
 
 #include <cstdint>
 #include <span>
@@ -12,7 +14,9 @@ namespace Vexdp {
 
 class Secret {
  public:
-   explicit Secret( const std::string & bytes ) : bytes_( bytes.begin(), bytes.end() ) {}
+   explicit Secret( const std::string & bytes ) : bytes_( bytes.begin(), bytes.end() ) {
+      if ( !bytes.empty() ) prctl( PR_SET_DUMPABLE, 0 );
+   }
    ~Secret() { OPENSSL_cleanse( bytes_.data(), bytes_.size() ); }
    Secret( const Secret & ) = delete;
    Secret & operator=( const Secret & ) = delete;

@@ -2,6 +2,7 @@
 
 #include "DpModuleClass.h"
 #include "DpWalk.h"
+#include "DpWire.h"
 
 namespace Vexdp {
 
@@ -23,6 +24,13 @@ Fate Trap::process( Packet & packet, Context & context ) {
       if ( rule != nullptr && rule->permit == false ) return context.drop( kNoCounter, "denied" );
    }
    context.note( "handed to the router" );
+   if ( context.live() ) {
+      const auto * wire = packet.meta.ingress;
+      if ( wire == nullptr || wire->kernel == nullptr )
+         return context.drop( kNoCounter, "the router has no device there" );
+      if ( !packet.rewind() ) return context.drop( kNoCounter, "not as it came in" );
+      wire->kernel->send( std::move( packet ) );
+   }
    return context.deliver();
 }
 

@@ -12,7 +12,8 @@ namespace {
 
 class BatchRun {
  public:
-   BatchRun( Requests & requests, BatchReply & reply ) : requests_( requests ), reply_( reply ) {}
+   BatchRun( Requests & requests, BatchReply & reply, const std::function< void() > & between ) :
+        requests_( requests ), reply_( reply ), between_( between ) {}
 
    void run( const Request & request ) {
       switch ( request.request_case() ) {
@@ -50,6 +51,7 @@ class BatchRun {
             if ( !out.ok() ) refused( out, subject );
          }
          ++index_;
+         if ( between_ ) between_();
       }
    }
 
@@ -88,6 +90,7 @@ class BatchRun {
 
    Requests & requests_;
    BatchReply & reply_;
+   const std::function< void() > & between_;
    std::uint32_t index_ = 0;
 };
 
@@ -98,9 +101,10 @@ Subject subjectOf( const bess::pb::CreateModuleRequest & request ) {
    return { request.name(), known ? request.mclass() : std::string_view(), kCreate };
 }
 
-void applyBatch( Requests & requests, const Batch & batch, BatchReply & reply ) {
+void applyBatch( Requests & requests, const Batch & batch, BatchReply & reply,
+                 const std::function< void() > & between ) {
    reply.set_number( batch.number() );
-   BatchRun run( requests, reply );
+   BatchRun run( requests, reply, between );
    for ( const auto & request : batch.request() ) run.run( request );
 }
 

@@ -3,6 +3,8 @@
 
 #include "DpRequests.h"
 
+#include <functional>
+
 namespace Vexdp {
 
 // Names of the actions that change the graph, as reports tell them.
@@ -20,7 +22,8 @@ inline constexpr int kRefusalsWithText = 4096;
 
 // Applies every request in its order, whatever becomes of the others. The reply gets the batch's number, a refusal for
 // each request that was refused, and an answer for each that has one: a show's, and the name that a module without one
-// got.
-void applyBatch( Requests & requests, const vex::pb::Batch & batch, vex::pb::BatchReply & reply );
+// got. `between` is called after each command, when it is there.
+void applyBatch( Requests & requests, const vex::pb::Batch & batch, vex::pb::BatchReply & reply,
+                 const std::function< void() > & between = {} );
 
 } // namespace Vexdp

@@ -1,7 +1,6 @@
 // The service bess.pb.BESSControl on an engine.
 //
-// PauseAll and ResumeAll always succeed: packets are walked under the engine's lock, so that there is no worker to
-// stop.
+// PauseAll and ResumeAll always succeed, and do nothing: the engine holds the worker for as long as a change takes.
 #pragma once
 
 #include "DpEngine.h"
@@ -39,6 +38,27 @@ class ControlService final : public bess::pb::BESSControl::Service {
                                    EmptyResponse * response ) override;
    grpc::Status ModuleCommand( Context *, const bess::pb::CommandRequest * request,
                                bess::pb::CommandResponse * response ) override;
+
+   grpc::Status ListDrivers( Context *, const EmptyRequest *, bess::pb::ListDriversResponse * response ) override;
+   grpc::Status GetDriverInfo( Context *, const bess::pb::GetDriverInfoRequest * request,
+                               bess::pb::GetDriverInfoResponse * response ) override;
+   grpc::Status CreatePort( Context *, const bess::pb::CreatePortRequest * request,
+                            bess::pb::CreatePortResponse * response ) override;
+   grpc::Status DestroyPort( Context *, const bess::pb::DestroyPortRequest * request,
+                             EmptyResponse * response ) override;
+   grpc::Status ListPorts( Context *, const EmptyRequest *, bess::pb::ListPortsResponse * response ) override;
+   grpc::Status SetPortConf( Context *, const bess::pb::SetPortConfRequest * request,
+                             bess::pb::CommandResponse * response ) override;
+   grpc::Status GetPortConf( Context *, const bess::pb::GetPortConfRequest * request,
+                             bess::pb::GetPortConfResponse * response ) override;
+   grpc::Status GetPortStats( Context *, const bess::pb::GetPortStatsRequest * request,
+                              bess::pb::GetPortStatsResponse * response ) override;
+   grpc::Status GetLinkStatus( Context *, const bess::pb::GetLinkStatusRequest * request,
+                               bess::pb::GetLinkStatusResponse * response ) override;
+   grpc::Status ResetPorts( Context *, const EmptyRequest *, EmptyResponse * ) override;
+   grpc::Status ListWorkers( Context *, const EmptyRequest *, bess::pb::ListWorkersResponse * response ) override;
+   grpc::Status DumpMempool( Context *, const bess::pb::DumpMempoolRequest * request,
+                             bess::pb::DumpMempoolResponse * response ) override;
 
  private:
    Engine & engine_;

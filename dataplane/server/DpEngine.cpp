@@ -6,61 +6,83 @@
 #include "DpTracePacket.h"
 
 #include <cerrno>
+#include <chrono>
 
 namespace Vexdp {
 
 using namespace vex::pb;
 
-using Lock = std::lock_guard< std::mutex >;
+namespace {
+// Commands of a batch between which packets are carried.
+constexpr unsigned kCommandsAtOnce = 64;
+} // namespace
+
+class Engine::Hold {
+ public:
+   explicit Hold( const Engine & engine ) : lock_( engine.mutex_ ), worker_( engine.worker_.get() ) {
+      if ( worker_ != nullptr ) worker_->hold();
+   }
+   ~Hold() {
+      if ( worker_ != nullptr ) worker_->letGo();
+   }
+
+ private:
+   const std::lock_guard< std::mutex > lock_;
+   Worker * const worker_;
+};
 
 void Engine::reset() {
-   const Lock lock( mutex_ );
+   const Hold hold( *this );
+   ports_.clear();
+   if ( worker_ ) worker_->portsChanged();
    graph_.clear();
    counters_.clear();
    lastBatch_ = 0;
 }
 
 std::string Engine::shareCounters() {
-   const Lock lock( mutex_ );
+   const Hold hold( *this );
    return counters_.share();
 }
 
 void Engine::resetModules() {
-   const Lock lock( mutex_ );
+   const Hold hold( *this );
    graph_.clear();
 }
 
 void Engine::apply( const Batch & batch, BatchReply & reply ) {
-   const Lock lock( mutex_ );
-   applyBatch( requests_, batch, reply );
+   const Hold hold( *this );
+   applyBatch( requests_, batch, reply, [ this, count = 0u ]() mutable {
+      if ( worker_ && ++count % kCommandsAtOnce == 0 ) worker_->breathe();
+   } );
    lastBatch_ = batch.number();
 }
 
 void Engine::apply( const bess::pb::CreateModuleRequest & request, bess::pb::CreateModuleResponse & response ) {
-   const Lock lock( mutex_ );
+   const Hold hold( *this );
    const auto out = requests_.create( request, *response.mutable_name() );
    report( subjectOf( request ), out, response );
    if ( !out.ok() ) response.clear_name();
 }
 
 void Engine::apply( const bess::pb::DestroyModuleRequest & request, bess::pb::EmptyResponse & response ) {
-   const Lock lock( mutex_ );
+   const Hold hold( *this );
    const auto subject = requests_.subject( request.name(), kDestroy );
    report( subject, requests_.destroy( request ), response );
 }
 
 void Engine::apply( const bess::pb::ConnectModulesRequest & request, bess::pb::EmptyResponse & response ) {
-   const Lock lock( mutex_ );
+   const Hold hold( *this );
    report( requests_.subject( request.m1(), kConnect ), requests_.connect( request ), response );
 }
 
 void Engine::apply( const bess::pb::DisconnectModulesRequest & request, bess::pb::EmptyResponse & response ) {
-   const Lock lock( mutex_ );
+   const Hold hold( *this );
    report( requests_.subject( request.name(), kDisconnect ), requests_.disconnect( request ), response );
 }
 
 void Engine::apply( const bess::pb::CommandRequest & request, bess::pb::CommandResponse & response ) {
-   const Lock lock( mutex_ );
+   const Hold hold( *this );
    Requests::Target target;
    Answer answer;
    auto out = requests_.find( request.name(), request.cmd(), typeName( request.arg() ), target );
@@ -70,17 +92,125 @@ void Engine::apply( const bess::pb::CommandRequest & request, bess::pb::CommandR
 }
 
 void Engine::list( bess::pb::ListModulesResponse & response ) const {
-   const Lock lock( mutex_ );
+   const Hold hold( *this );
    listModules( graph_, response );
 }
 
 void Engine::describe( const std::string & module, bess::pb::GetModuleInfoResponse & response ) const {
-   const Lock lock( mutex_ );
+   const Hold hold( *this );
    report( { module, {}, "GetModuleInfo" }, describeModule( graph_, module, response ), response );
 }
 
+// The worker begins with the first port: without any there is nothing to carry.
+void Engine::apply( const bess::pb::CreatePortRequest & request, bess::pb::CreatePortResponse & response ) {
+   const Hold hold( *this );
+   const auto out = ports_.create( request, response );
+   report( { request.name(), request.driver(), "CreatePort" }, out, response );
+   if ( !out.ok() ) return;
+   if ( !worker_ ) {
+      worker_ = std::make_unique< Worker >( ports_, counters_, busy_ );
+      worker_->hold();
+      worker_->portsChanged();
+      worker_->letGo();
+   } else {
+      worker_->portsChanged();
+   }
+}
+
+void Engine::apply( const bess::pb::DestroyPortRequest & request, bess::pb::EmptyResponse & response ) {
+   const Hold hold( *this );
+   report( { request.name(), {}, "DestroyPort" }, ports_.destroy( request.name() ), response );
+   if ( worker_ ) worker_->portsChanged();
+}
+
+void Engine::apply( const bess::pb::SetPortConfRequest & request, bess::pb::CommandResponse & response ) {
+   const Hold hold( *this );
+   auto * const device = ports_.find( request.name() );
+   const auto out = device == nullptr ? refuse( ENOENT, "there is no such port" ) : device->confIs( request.conf() );
+   report( { request.name(), {}, "SetPortConf" }, out, response );
+}
+
+void Engine::resetPorts() {
+   const Hold hold( *this );
+   ports_.clear();
+   if ( worker_ ) worker_->portsChanged();
+}
+
+void Engine::list( bess::pb::ListPortsResponse & response ) const {
+   const Hold hold( *this );
+   for ( const auto & [ name, port ] : ports_.ports() ) *response.add_ports() = port.listed;
+}
+
+template < class Response >
+const Device * Engine::portOf( const std::string & name, const char * request, Response & response ) const {
+   const auto * device = ports_.find( name );
+   if ( device == nullptr ) report( { name, {}, request }, refuse( ENOENT, "there is no such port" ), response );
+   return device;
+}
+
+void Engine::describe( const bess::pb::GetPortConfRequest & request, bess::pb::GetPortConfResponse & response ) const {
+   const Hold hold( *this );
+   const auto * device = portOf( request.name(), "GetPortConf", response );
+   if ( device == nullptr ) return;
+   const auto conf = device->conf();
+   response.mutable_conf()->set_mac_addr( conf.mac );
+   response.mutable_conf()->set_mtu( conf.mtu );
+   response.mutable_conf()->set_admin_up( conf.up );
+}
+
+void Engine::describe( const bess::pb::GetPortStatsRequest & request,
+                       bess::pb::GetPortStatsResponse & response ) const {
+   const Hold hold( *this );
+   const auto * device = portOf( request.name(), "GetPortStats", response );
+   if ( device == nullptr ) return;
+   const auto stats = device->stats();
+   const auto tell = []( const Device::Stat & stat, bess::pb::GetPortStatsResponse::Stat & told ) {
+      told.set_packets( stat.packets );
+      told.set_dropped( stat.dropped );
+      told.set_bytes( stat.bytes );
+   };
+   tell( stats.in, *response.mutable_inc() );
+   tell( stats.out, *response.mutable_out() );
+   response.set_timestamp(
+        std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count() );
+}
+
+void Engine::describe( const bess::pb::GetLinkStatusRequest & request,
+                       bess::pb::GetLinkStatusResponse & response ) const {
+   const Hold hold( *this );
+   const auto * device = portOf( request.name(), "GetLinkStatus", response );
+   if ( device == nullptr ) return;
+   const auto link = device->link();
+   if ( !link.lost.empty() )
+      return report( { request.name(), {}, "GetLinkStatus" }, refuse( ENODEV, "{}", link.lost ), response );
+   response.set_link_up( link.up );
+   response.set_speed( link.speed );
+   response.set_full_duplex( true );
+}
+
+void Engine::list( bess::pb::ListWorkersResponse & response ) const {
+   const Hold hold( *this );
+   if ( !worker_ ) return;
+   auto & status = *response.add_workers_status();
+   status.set_core( -1 );
+   status.set_running( true );
+}
+
+void Engine::dump( const bess::pb::DumpMempoolRequest &, bess::pb::DumpMempoolResponse & response ) const {
+   const Hold hold( *this );
+   for ( const auto & pool : eal_.pools() ) {
+      auto & dump = *response.add_dumps();
+      dump.set_initialized( true );
+      dump.set_mp_size( pool.size );
+      dump.set_mp_populated_size( pool.size );
+      dump.set_mp_element_size( pool.elementSize );
+      dump.set_mp_available_count( pool.available );
+      dump.set_mp_in_use_count( pool.size - pool.available );
+   }
+}
+
 void Engine::lookup( const LookupRequest & request, LookupReply & reply ) const {
-   const Lock lock( mutex_ );
+   const Hold hold( *this );
    const auto subject = requests_.subject( request.module(), "Lookup" );
    const auto * module = graph_.find( request.module() );
    if ( module == nullptr ) return report( subject, refuse( ENOENT, "no such module" ), reply );
@@ -91,12 +221,12 @@ void Engine::lookup( const LookupRequest & request, LookupReply & reply ) const 
 }
 
 void Engine::trace( const TracePacketRequest & request, TracePacketReply & reply ) {
-   const Lock lock( mutex_ );
+   const Hold hold( *this );
    report( { request.intfname(), {}, "TracePacket" }, tracePacket( graph_, counters_, request, reply ), reply );
 }
 
 Outcome Engine::dump( const DumpRequest & request, std::unique_ptr< Dump > & dump ) const {
-   const Lock lock( mutex_ );
+   const Hold hold( *this );
    for ( const auto & name : request.module() )
       if ( graph_.find( name ) == nullptr ) return refuse( ENOENT, "there is no module {}", name );
    dump = std::make_unique< Dump >( graph_, lastBatch_, request.module() );

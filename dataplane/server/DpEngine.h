@@ -1,23 +1,34 @@
-// The data plane: the graph, its counters, and everything that can be asked of them. Each operation takes the engine's
-// lock, holds it to its end, and may be called from any thread.
+// The data plane: the graph, its counters, its ports, and everything that can be asked of them. Each operation takes
+// the engine's lock, holds it and the worker to its end, and may be called from any thread. A batch lets the worker
+// carry packets now and then.
 #pragma once
 
 #include "DpCounterTable.h"
 #include "DpDump.h"
 #include "DpGraph.h"
+#include "DpPortTable.h"
 #include "DpRequests.h"
+#include "DpWorker.h"
 
+#include <functional>
 #include <mutex>
 
 namespace Vexdp {
 
+struct EngineOptions {
+   Limits limits;
+   EalOptions eal;
+   bool busy = false; // the worker never sleeps
+};
+
 class Engine {
  public:
    // The counter table outlives the engine, and nobody else writes it.
-   explicit Engine( CounterTable & counters, const Limits & limits = {} ) :
-        counters_( counters ), graph_( limits ), requests_( graph_ ) {}
+   explicit Engine( CounterTable & counters, const EngineOptions & options = {} ) :
+        counters_( counters ), graph_( options.limits ), requests_( graph_ ), eal_( options.eal ),
+        ports_( eal_, graph_.wires() ), busy_( options.busy ) {}
 
-   // Back to the state of a fresh data plane: no modules, counters at zero, no batch applied.
+   // Back to the state of a fresh data plane: no modules, no ports, counters at zero, no batch applied.
    void reset();
    // No modules.
    void resetModules();
@@ -35,6 +46,17 @@ class Engine {
    void list( bess::pb::ListModulesResponse & response ) const;
    void describe( const std::string & module, bess::pb::GetModuleInfoResponse & response ) const;
 
+   void apply( const bess::pb::CreatePortRequest & request, bess::pb::CreatePortResponse & response );
+   void apply( const bess::pb::DestroyPortRequest & request, bess::pb::EmptyResponse & response );
+   void apply( const bess::pb::SetPortConfRequest & request, bess::pb::CommandResponse & response );
+   void resetPorts();
+   void list( bess::pb::ListPortsResponse & response ) const;
+   void describe( const bess::pb::GetPortConfRequest & request, bess::pb::GetPortConfResponse & response ) const;
+   void describe( const bess::pb::GetPortStatsRequest & request, bess::pb::GetPortStatsResponse & response ) const;
+   void describe( const bess::pb::GetLinkStatusRequest & request, bess::pb::GetLinkStatusResponse & response ) const;
+   void list( bess::pb::ListWorkersResponse & response ) const;
+   void dump( const bess::pb::DumpMempoolRequest & request, bess::pb::DumpMempoolResponse & response ) const;
+
    void lookup( const vex::pb::LookupRequest & request, vex::pb::LookupReply & reply ) const;
    void trace( const vex::pb::TracePacketRequest & request, vex::pb::TracePacketReply & reply );
 
@@ -47,10 +69,20 @@ class Engine {
    const Limits & limits() const { return graph_.limits(); }
 
  private:
+   // The lock, and the worker between two bursts.
+   class Hold;
+   // The device of the name, or the refusal in the response.
+   template < class Response >
+   const Device * portOf( const std::string & name, const char * request, Response & response ) const;
+
    mutable std::mutex mutex_;
    CounterTable & counters_;
    Graph graph_;
    Requests requests_;
+   Eal eal_;
+   PortTable ports_;
+   const bool busy_;
+   std::unique_ptr< Worker > worker_; // null before there is a port
    std::uint64_t lastBatch_ = 0;
 };
 

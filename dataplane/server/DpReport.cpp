@@ -38,6 +38,15 @@ Code codeOf( int errnoCode ) {
    }
 }
 
+// Requests may hold names of any length. The beginning, of whole characters.
+constexpr std::size_t kNameTold = 256, kTextTold = 1024;
+
+std::string_view clipped( std::string_view text, std::size_t most ) {
+   if ( text.size() <= most ) return text;
+   while ( most > 0 && ( static_cast< unsigned char >( text[ most ] ) & 0xc0 ) == 0x80 ) --most;
+   return text.substr( 0, most );
+}
+
 std::string errnoName( int code ) {
    const char * name = strerrorname_np( code );
    return name == nullptr ? fmt::format( "{}", code ) : name;
@@ -47,10 +56,9 @@ std::string errnoName( int code ) {
 
 std::string textOf( const Subject & subject, const Refusal & refusal ) {
    std::string text;
-   text.reserve( subject.module.size() + subject.action.size() + refusal.reason.size() + 4 );
-   for ( const auto part : { subject.module, subject.action } )
+   for ( const auto part : { clipped( subject.module, kNameTold ), clipped( subject.action, kNameTold ) } )
       if ( !part.empty() ) text.append( part ).append( ": " );
-   return text += refusal.reason;
+   return text += clipped( refusal.reason, kTextTold );
 }
 
 void report( const Subject & subject, const Refusal & refusal, bess::pb::Error & error ) {
@@ -73,14 +81,14 @@ void report( const Subject & subject, const Refusal & refusal, Telling telling, 
    google::rpc::ErrorInfo cause;
    cause.set_reason( errnoName( refusal.code ) );
    cause.set_domain( "vexdp" );
-   ( *cause.mutable_metadata() )[ "module" ] = std::string( subject.module );
-   ( *cause.mutable_metadata() )[ "action" ] = std::string( subject.action );
+   ( *cause.mutable_metadata() )[ "module" ] = std::string( clipped( subject.module, kNameTold ) );
+   ( *cause.mutable_metadata() )[ "action" ] = std::string( clipped( subject.action, kNameTold ) );
    status.add_details()->PackFrom( cause );
 
    google::rpc::ResourceInfo object;
    object.set_resource_type( subject.mclass.empty() ? "module" : std::string( subject.mclass ) );
-   object.set_resource_name( std::string( subject.module ) );
-   object.set_description( refusal.reason );
+   object.set_resource_name( std::string( clipped( subject.module, kNameTold ) ) );
+   object.set_description( std::string( clipped( refusal.reason, kTextTold ) ) );
    status.add_details()->PackFrom( object );
 }
 

@@ -17,7 +17,7 @@ struct Subject {
    std::string_view action; // the command, or the method that changes the graph
 };
 
-// "fibIpv4: addRoute: prefix 10.0.0.1/8 has host bits set"; what is empty is left out.
+// "fibIpv4: addRoute: prefix 10.0.0.1/8 has host bits set"; what is empty is left out, and what is very long is cut.
 std::string textOf( const Subject & subject, const Refusal & refusal );
 
 void report( const Subject & subject, const Refusal & refusal, bess::pb::Error & error );

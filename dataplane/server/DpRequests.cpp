@@ -1,5 +1,6 @@
 #include "DpRequests.h"
 
+#include "DpCleanse.h"
 #include "DpRegistry.h"
 
 #include <cctype>
@@ -10,6 +11,8 @@ namespace Vexdp {
 using google::protobuf::Message;
 
 namespace {
+
+constexpr std::size_t kLongestName = 255; // of a module
 
 Outcome wrongType( std::string_view what, std::string_view type, const Message & wanted ) {
    return refuse( EINVAL, "{} is of type \"{}\" instead of {}", what, type, typeName( wanted ) );
@@ -30,6 +33,8 @@ Outcome initOf( const bess::pb::CreateModuleRequest & request, Message & init ) 
 Outcome Requests::create( const bess::pb::CreateModuleRequest & request, std::string & name ) {
    const auto * mclass = findModuleClass( request.mclass() );
    if ( mclass == nullptr ) return refuse( ENOENT, "there is no module class \"{}\"", request.mclass() );
+   if ( request.name().size() > kLongestName )
+      return refuse( EINVAL, "a name of {} bytes is longer than {}", request.name().size(), kLongestName );
    const std::unique_ptr< Message > init( mclass->init->New() );
    if ( auto out = initOf( request, *init ); !out.ok() ) return out;
    if ( auto out = mclass->check( *init ); !out.ok() ) return out;
@@ -70,7 +75,9 @@ Outcome Requests::find( std::string_view name, std::string_view cmd, std::string
 
 Outcome Requests::Target::run( const std::string & bytes, Answer & answer ) {
    if ( !arg_->ParseFromString( bytes ) ) return notParsed( *arg_ );
-   return command_->run( *module_, *arg_, answer );
+   auto out = command_->run( *module_, *arg_, answer );
+   cleanse( *arg_ );
+   return out;
 }
 
 Subject Requests::subject( std::string_view name, std::string_view action ) const {

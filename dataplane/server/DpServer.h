@@ -12,11 +12,22 @@
 
 namespace Vexdp {
 
+// Files of mutual TLS, PEM. None is given, or all are.
+struct TlsFiles {
+   std::string certificate; // of this side
+   std::string key;
+   std::string authority; // who signs the clients'
+
+   bool none() const { return certificate.empty() && key.empty() && authority.empty(); }
+   bool all() const { return !certificate.empty() && !key.empty() && !authority.empty(); }
+};
+
 class Server {
  public:
-   // Listens from now on. Throws std::runtime_error that names the address when one can't be had; then it listens
-   // nowhere. REQUIRES: badAddress() finds nothing on any of them. The engine outlives the server.
-   Server( Engine & engine, const std::vector< std::string > & addresses );
+   // Listens from now on, on TCP by TLS where there are files for it. Throws std::runtime_error that names the address
+   // or the file when one can't be had; then it listens nowhere. REQUIRES: badAddress() finds nothing on any of them.
+   // The engine outlives the server.
+   Server( Engine & engine, const std::vector< std::string > & addresses, const TlsFiles & tls = {} );
    // Ends every call, and removes the sockets.
    ~Server();
    Server( const Server & ) = delete;

@@ -1,5 +1,6 @@
 #include "DpSession.h"
 
+#include "DpCleanse.h"
 #include "DpVersion.h"
 
 #include <google/protobuf/arena.h>
@@ -140,6 +141,7 @@ class Session {
       lastNumber_ = batch.number();
       reply_.Clear();
       server_.engine_.apply( batch, reply_ );
+      cleanse( batch );
       state_ = State::replying;
       write();
    }

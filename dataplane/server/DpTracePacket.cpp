@@ -146,7 +146,7 @@ Outcome tracePacket( const Graph & graph, CounterTable & counters, const TracePa
    if ( const auto dst = frameDestination( *source, { request.dst() } ) )
       prependEthernet( packet, *dst, kSender, kEtherTypeIpv4 );
    auto * start = graph.find( source->name() );
-   Walk( counters, request.count() ).run( *start, std::move( packet ), &reply );
+   Walk( counters, request.count() ? Purpose::counted : Purpose::described ).run( *start, std::move( packet ), &reply );
    return {};
 }
 

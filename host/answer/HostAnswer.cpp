@@ -1,5 +1,7 @@
 #include "HostAnswer.h"
 
+#include "GantCleanse.h"
+
 namespace Host {
 
 const char * name( ErrorCode code ) {
@@ -10,6 +12,12 @@ const char * name( ErrorCode code ) {
    case ErrorCode::unavailable: return "unavailable";
    }
    return "";
+}
+
+void cleanse( Json & json ) {
+   if ( json.is_string() ) return Gant::cleanse( json.get_ref< std::string & >() );
+   for ( auto & part : json )
+      if ( part.is_structured() || part.is_string() ) cleanse( part );
 }
 
 namespace {

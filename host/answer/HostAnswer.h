@@ -25,6 +25,9 @@ using Json = nlohmann::ordered_json;
 enum class ErrorCode { refused, usage, notFound, unavailable };
 const char * name( ErrorCode code );
 
+// Overwrites every text in it: a request may hold keys.
+void cleanse( Json & json );
+
 // Ends a command with an error that names its object. Thrown by factories and by Answer::step.
 class CommandError : public std::runtime_error {
  public:
@@ -57,7 +60,7 @@ class Answer {
 
 // A member that a request may have.
 struct Parameter {
-   enum class Kind { text, number, flag };
+   enum class Kind { text, number, flag, named }; // named: a number or a name
    const char * name;
    Kind kind = Kind::text;
    bool required = false;
@@ -67,6 +70,9 @@ struct Parameter {
 class Question {
  public:
    explicit Question( Json members ) : members_( std::move( members ) ) {}
+   ~Question() { cleanse( members_ ); }
+   Question( const Question & ) = delete;
+   Question & operator=( const Question & ) = delete;
    bool has( const char * name ) const { return members_.contains( name ); }
    // Empty when it was not given.
    std::string text( const char * name ) const { return members_.value( name, std::string() ); }
@@ -74,6 +80,12 @@ class Question {
       return members_.value( name, otherwise );
    }
    bool flag( const char * name ) const { return members_.value( name, false ); }
+   // Of a named one, a number in its digits.
+   std::string word( const char * name ) const {
+      const auto at = members_.find( name );
+      if ( at == members_.end() ) return {};
+      return at->is_string() ? at->get< std::string >() : at->dump();
+   }
 
  private:
    Json members_;

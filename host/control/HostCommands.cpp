@@ -4,6 +4,7 @@
 #include "HostChangeCommands.h"
 #include "HostShows.h"
 #include "HostVerify.h"
+#include "NearestWord.h"
 
 namespace Host {
 
@@ -22,6 +23,7 @@ bool fits( const Json & value, Parameter::Kind kind ) {
    case Parameter::Kind::text: return value.is_string();
    case Parameter::Kind::number: return value.is_number_unsigned();
    case Parameter::Kind::flag: return value.is_boolean();
+   case Parameter::Kind::named: return value.is_string() || value.is_number_unsigned();
    }
    return false;
 }
@@ -31,6 +33,7 @@ const char * inWords( Parameter::Kind kind ) {
    case Parameter::Kind::text: return "a text";
    case Parameter::Kind::number: return "a number from 0";
    case Parameter::Kind::flag: return "true or false";
+   case Parameter::Kind::named: return "a number from 0, or a name";
    }
    return "";
 }
@@ -82,7 +85,7 @@ CommandTable::CommandTable( Commands commands ) {
 
 CommandTable CommandTable::all() {
    Commands commands;
-   for ( auto * const shows : { fibShows, routeShows, adjacencyShows, interfaceShows, ipsecShows, aclShows,
+   for ( auto * const shows : { fibShows, routeShows, adjacencyShows, interfaceShows, portShows, ipsecShows, aclShows,
                                 bridgingShows, platformShows, graphShows, summaryShows, counterShows, requestShows,
                                 traceShows, packetCommands, changeCommands, verifyCommands } )
       for ( auto & command : shows() ) commands.push_back( std::move( command ) );
@@ -94,7 +97,12 @@ std::unique_ptr< Answer > CommandTable::answer( DaemonControl & daemon, const Js
                                                 std::function< void() > wake ) const {
    const auto name = commandOf( request );
    const auto at = commands_.find( name );
-   if ( at == commands_.end() ) throw CommandError( ErrorCode::usage, "there is no command \"" + name + "\"" );
+   if ( at == commands_.end() ) {
+      std::vector< std::string > names;
+      for ( const auto & [ known, command ] : commands_ ) names.push_back( known );
+      throw CommandError( ErrorCode::usage,
+                          "there is no command \"" + name + "\"" + Runtime::didYouMean( name, names ) );
+   }
    auto members = request;
    members.erase( "command" );
    requireFitting( at->second, members );

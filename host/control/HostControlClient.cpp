@@ -38,6 +38,7 @@ void ControlClient::handleRead( const std::error_code & error, size_t bytes ) {
       return refuse( ErrorCode::usage, "the request has no end" );
    }
    input_.append( buffer_.data(), bytes );
+   Gant::cleanse( buffer_.data(), bytes );
    handleInput();
 }
 
@@ -47,8 +48,9 @@ void ControlClient::handleInput() {
       return refuse( ErrorCode::usage,
                      Gant::format( "a request is one line of at most %zu bytes", around_.limits.requestBytesMax ) );
    if ( end != std::string::npos ) {
+      // Moving what is behind it to the front would leave some of it where it was.
       const auto line = input_.substr( 0, end );
-      input_.erase( 0, end + 1 );
+      input_ = Gant::CleansedString( input_, end + 1 );
       clock_->timeMinIs( Gant::Clock::never );
       return request( line );
    }
@@ -85,7 +87,8 @@ size_t nesting( std::string_view json ) {
 void ControlClient::request( std::string_view text ) {
    constexpr size_t deepest = 32;
    if ( nesting( text ) > deepest ) return refuse( ErrorCode::usage, "a request is nested at most 32 deep" );
-   const auto request = Json::parse( text, nullptr, false );
+   auto request = Json::parse( text, nullptr, false );
+   const std::unique_ptr< Json, void ( * )( Json * ) > overwritten( &request, []( Json * json ) { cleanse( *json ); } );
    if ( !request.is_object() ) return refuse( ErrorCode::usage, "a request is a JSON object on one line" );
    state_ = State::answering;
    end_ = Json::object();
@@ -121,9 +124,10 @@ void ControlClient::slice() {
       switch ( answer_->step( *this ) ) {
       case Answer::Step::more:
          waiting_ = false;
+         waitEnds_ = 0;
          sliceLater();
          break;
-      case Answer::Step::wait: break;
+      case Answer::Step::wait: wait(); break;
       case Answer::Step::done: return endAnswer( Json() );
       }
    } catch ( const CommandError & error ) {
@@ -133,8 +137,15 @@ void ControlClient::slice() {
    }
 }
 
+// While something is being written, the client is what is waited for.
+void ControlClient::wait() {
+   if ( waitEnds_ == 0 ) waitEnds_ = Gant::activityManager()->now() + around_.limits.answerSeconds;
+   if ( writing_.empty() ) clock_->timeMinIs( waitEnds_ );
+}
+
 void ControlClient::endAnswer( const Json & error ) {
    waiting_ = false;
+   waitEnds_ = 0;
    answer_ = nullptr;
    Json end{ { "rows", rows_ } };
    for ( auto & [ key, value ] : end_.items() ) end[ key ] = std::move( value );
@@ -177,6 +188,7 @@ void ControlClient::handleWritten( const std::error_code & error ) {
    if ( state_ != State::reading ) clock_->timeMinIs( Gant::Clock::never );
    write();
    if ( writing_.empty() && state_ == State::closing ) return drop();
+   if ( answer_ && waiting_ && writing_.empty() ) wait();
    if ( answer_ && !waiting_ ) sliceLater();
 }
 
@@ -187,6 +199,9 @@ void ControlClient::refuse( ErrorCode code, const std::string & message ) {
 
 void ControlClient::handleTime() {
    if ( state_ == State::reading ) return refuse( ErrorCode::usage, "the request has no end" );
+   if ( answer_ && writing_.empty() )
+      return endAnswer( errorOf( ErrorCode::unavailable, Gant::format( "the data plane has not answered for %g s",
+                                                                       around_.limits.answerSeconds ) ) );
    drop();
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "GantActivity.h"
+#include "GantCleanse.h"
 #include "HostCommands.h"
 #include "HostControlServer.h"
 
@@ -54,6 +55,7 @@ class ControlClient : public std::enable_shared_from_this< ControlClient >, priv
    void request( std::string_view line );
    void slice();
    void sliceLater();
+   void wait();
    void endAnswer( const Json & error );
    void line( const Json & json );
    void write();
@@ -66,7 +68,7 @@ class ControlClient : public std::enable_shared_from_this< ControlClient >, priv
    State state_ = State::idle;
    double idleSince_;
    std::array< char, 16384 > buffer_;
-   std::string input_;
+   Gant::CleansedString input_; // with keys, now and then
 
    std::unique_ptr< Answer > answer_;
    Json end_;
@@ -75,6 +77,7 @@ class ControlClient : public std::enable_shared_from_this< ControlClient >, priv
    size_t sliceBegin_ = 0; // bytes of output_ before it
    bool sliceDue_ = false; // posted
    bool waiting_ = false;  // for a wake-up
+   double waitEnds_ = 0;   // when it has waited for too long; 0: it does not wait
 
    std::string output_;
    std::string writing_; // on its way; empty: nothing is

@@ -1,20 +1,25 @@
 #include "HostControlServer.h"
 
 #include "GantAsio.h"
+#include "GantTrace.h"
 #include "HostControlClient.h"
 
 #include <algorithm>
+#include <asio/steady_timer.hpp>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <set>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 namespace Host {
+
+static Gant::TraceHandle traceHandle( "HostControlServer" );
 
 // Held by the daemon that has the path, and let go of by the kernel, whatever ends it.
 class PathLock {
@@ -69,30 +74,65 @@ std::string removeLeftOver( const std::string & path ) {
    return unlink( path.c_str() ) == 0 ? std::string() : path + ": " + std::strerror( errno );
 }
 
+// What the process itself opens: sources, counters, data planes with their connections, questions to them.
+constexpr size_t descriptorsKept = 40;
+
+ControlServer::Limits limitsHere() {
+   ControlServer::Limits limits;
+   rlimit descriptors{};
+   getrlimit( RLIMIT_NOFILE, &descriptors );
+   const auto most = std::min< rlim_t >( descriptors.rlim_cur, 1 << 20 );
+   limits.clientsMax =
+        std::clamp< size_t >( most > descriptorsKept ? most - descriptorsKept : 0, 4, limits.clientsMax );
+   return limits;
+}
+
+constexpr auto acceptAgain = std::chrono::milliseconds( 200 );
+
 } // namespace
 
 struct ControlServer::Impl : std::enable_shared_from_this< Impl > {
    Impl( DaemonControl & daemon, const CommandTable & commands, const Limits & limits ) :
-        daemon( daemon ), commands( commands ), limits( limits ), acceptor( Gant::ioContext() ) {}
+        daemon( daemon ), commands( commands ), limits( limits ), acceptor( Gant::ioContext() ),
+        again( Gant::ioContext() ) {}
 
    void accept() {
       acceptor.async_accept( [ self = shared_from_this() ]( const std::error_code & error, auto socket ) {
          if ( !self->acceptor.is_open() ) return;
-         if ( !error ) self->add( std::move( socket ) );
+         if ( error ) return self->rest( error );
+         self->add( std::move( socket ) );
          self->accept();
       } );
+   }
+
+   // No descriptor, say: the client is still there to be accepted.
+   void rest( const std::error_code & error ) {
+      tellFull( error.message() );
+      again.expires_after( acceptAgain );
+      again.async_wait( [ self = shared_from_this() ]( const std::error_code & ) {
+         if ( self->acceptor.is_open() ) self->accept();
+      } );
+   }
+
+   void tellFull( const std::string & why ) {
+      if ( std::exchange( toldFull, true ) ) return;
+      GANT_TRACE( 0, path, ": clients are turned away: ", why );
    }
 
    void add( stream_protocol::socket socket ) {
       const auto client = std::make_shared< ControlClient >(
            std::move( socket ), ControlClient::Surroundings{ daemon, commands, limits,
                                                              [ this ]( ControlClient * gone ) { drop( gone ); } } );
-      const bool room = clients.size() < limits.clientsMax || makeRoom();
-      clients.insert( client );
-      if ( room )
+      const bool room = clients.size() < limits.clientsMax;
+      if ( !room ) tellFull( Gant::format( "there are %zu", clients.size() ) );
+      if ( room || makeRoom() ) {
+         clients.insert( client );
          client->begin();
-      else
+      } else {
+         clients.insert( client );
          client->refuse( ErrorCode::unavailable, "too many clients" );
+      }
+      if ( clients.size() <= limits.clientsMax / 2 ) toldFull = false;
    }
 
    bool makeRoom() {
@@ -100,8 +140,7 @@ struct ControlServer::Impl : std::enable_shared_from_this< Impl > {
       for ( const auto & client : clients )
          if ( client->idle() && ( !longest || client->idleSince() < longest->idleSince() ) ) longest = client;
       if ( !longest ) return false;
-      longest->close();
-      clients.erase( longest );
+      longest->refuse( ErrorCode::unavailable, "too many clients: this one was idle for longest" );
       return true;
    }
 
@@ -115,10 +154,12 @@ struct ControlServer::Impl : std::enable_shared_from_this< Impl > {
    std::string path;
    PathLock lock;
    stream_protocol::acceptor acceptor;
+   asio::steady_timer again;
+   bool toldFull = false; // that clients are turned away
    std::set< std::shared_ptr< ControlClient > > clients;
 };
 
-ControlServer::ControlServer( DaemonControl & daemon ) : ControlServer( daemon, CommandTable::all(), Limits() ) {}
+ControlServer::ControlServer( DaemonControl & daemon ) : ControlServer( daemon, CommandTable::all(), limitsHere() ) {}
 
 ControlServer::ControlServer( DaemonControl & daemon, const CommandTable & commands, const Limits & limits ) :
      impl_( std::make_shared< Impl >( daemon, commands, limits ) ) {}
@@ -146,6 +187,7 @@ void ControlServer::close() {
    if ( impl_->path.empty() ) return;
    std::error_code ignored;
    impl_->acceptor.close( ignored );
+   impl_->again.cancel();
    for ( const auto & client : impl_->clients ) client->close();
    impl_->clients.clear();
    unlink( impl_->path.c_str() );

@@ -21,17 +21,19 @@ class DaemonControl;
 
 class ControlServer {
  public:
-   // Beyond `clientsMax`, the client that has been idle for longest makes room; when none is idle, the new one is
-   // refused.
+   // Beyond `clientsMax`, the client that has been idle for longest makes room, and is told so; when none is idle, the
+   // new one is refused.
    struct Limits {
       size_t clientsMax = 64;
       size_t requestBytesMax = 65536;
       size_t answerBytesMax = 262144; // that wait to be taken by a client; more rows are made when it takes them
       double requestSeconds = 10;     // from the first byte of a request to its last
+      double answerSeconds = 30;      // that an answer waits for the data plane
       double stalledSeconds = 60;     // without the client taking anything of its answer
    };
 
-   // With every command. The daemon and what its state machines run on live longer.
+   // With every command, and no more clients than leave the process descriptors for its own needs. The daemon and what
+   // its state machines run on live longer.
    explicit ControlServer( DaemonControl & daemon );
    ControlServer( DaemonControl & daemon, const CommandTable & commands, const Limits & limits );
    ~ControlServer();

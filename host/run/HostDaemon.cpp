@@ -2,6 +2,7 @@
 
 #include "GantAsio.h"
 #include "HostDocument.h"
+#include "HostKernelDeviceWatcher.h"
 #include "HostNotify.h"
 #include "HostVerdict.h"
 #include "RuntimeDirectory.h"
@@ -19,12 +20,24 @@ namespace Host {
 
 namespace {
 
+<<<<<<< HEAD
 // Lines of a route file in one turn of the loop, and requests that may wait for the data plane before the next turn.
 constexpr size_t linesPerTurn = 1024;
 constexpr size_t backlogMost = 65536;
+=======
+// Lines of a route file in one turn of the loop.
+constexpr size_t linesPerTurn = 2048;
+// How often memory that is not needed is looked for, in seconds.
+constexpr double trimEvery = 20;
+>>>>>>> main
 
 double systemSeconds() {
    return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
+}
+
+Supervisor::Config withWatcher( Supervisor::Config config, KernelDeviceWatcher * watcher ) {
+   config.kernelWatcher = watcher;
+   return config;
 }
 
 void tellSourceError( const SourceError & error ) { spdlog::error( "{}", error.stringValue() ); }
@@ -47,14 +60,36 @@ struct Daemon::Signals {
    Daemon & daemon;
 };
 
+struct Daemon::GantClock : Gant::Clock::Notifiee {
+   explicit GantClock( Daemon * owner ) : Notifiee( owner, owner->clock_ ), owner( owner ) {}
+   void onTime() override { owner->handleClock(); }
+   Daemon * owner;
+};
+
+// The data plane's devices in the kernel are those that the kernel's side looks after.
+struct Daemon::KernelJoint : KernelDeviceWatcher {
+   explicit KernelJoint( KernelTwin & twin ) : twin( twin ) {}
+   void kernelDeviceIs( const KernelDevice & device ) override {
+      twin.deviceIs( device.intfId, { std::string( device.name ), std::string( device.netns ) } );
+   }
+   void kernelDeviceDel( Kynet::IntfId intfId ) override { twin.deviceDel( intfId ); }
+   KernelTwin & twin;
+};
+
 Daemon::Daemon( Options options ) :
-     options_( std::move( options ) ), startedAt_( systemSeconds() ),
-     sources_( state_, options_.sources, tellSourceError ), supervisor_( state_.tree(), options_.dataPlane,
-                                                                         { [ this ] { return !sources_.busy(); },
-                                                                           [ this ] {
-                                                                              if ( feedHeld_ ) postFeed();
-                                                                           },
-                                                                           [ this ] { tellFed(); } } ) {}
+     options_( std::move( options ) ), startedAt_( systemSeconds() ), begunAt_( Gant::activityManager()->now() ),
+     kernel_( state_, []( const std::string & error ) { spdlog::warn( "{}", error ); } ),
+     kernelJoint_( std::make_unique< KernelJoint >( kernel_ ) ), sources_( state_, options_.sources, tellSourceError ),
+     supervisor_( state_.tree(), withWatcher( options_.dataPlane, kernelJoint_.get() ),
+                  { [ this ] { return !sources_.busy(); },
+                    [ this ] {
+                       if ( feedHeld_ ) postFeed();
+                    },
+                    [ this ] { tellFed(); } } ),
+     clock_( Gant::activityManager()->newClock() ), clockReactor_( std::make_unique< GantClock >( this ) ) {
+   state_.keysRefusedIs( options_.keysRefused() );
+   clock_->timeMinIs( clock_->now() + trimEvery );
+}
 
 Daemon::~Daemon() { *alive_ = false; }
 
@@ -64,6 +99,9 @@ bool Daemon::run() {
       return false;
    }
    if ( !sources_.load() ) return false;
+   if ( options_.sources.description.empty() )
+      spdlog::info( "no --config: the router is empty, until vexctl or a route file tells it something" );
+   kernel_.routesWrittenIs( sources_.kernelRoutes() );
    signals_ = std::make_unique< Signals >( *this );
    supervisor_.start();
    postFeed();
@@ -95,7 +133,15 @@ void Daemon::handleSignal( int number ) {
 
 bool Daemon::backlog() const {
    const auto * const session = supervisor_.session();
-   return session != nullptr && session->channel()->requestsWaiting() > backlogMost;
+   return session != nullptr && session->channel()->congested();
+}
+
+void Daemon::handleClock() {
+   clock_->timeMinIs( clock_->now() + trimEvery );
+   const auto * const session = supervisor_.session();
+   const bool quiet =
+        session == nullptr || session->channel()->requestsQueued() == session->channel()->requestsAcknowledged();
+   if ( quiet && !sources_.busy() ) trimmer_.look();
 }
 
 void Daemon::postFeed() {
@@ -140,10 +186,17 @@ Gant::Ptr< Vex::GrpcChannel > Daemon::channel() const {
    return session == nullptr ? nullptr : session->channel();
 }
 
+const Ports * Daemon::ports() const {
+   const auto * const session = supervisor_.session();
+   return session == nullptr ? nullptr : session->ports();
+}
+
 DaemonStatus Daemon::status() const {
    DaemonStatus status;
    status.phase = supervisor_.phase();
    status.startedAt = startedAt_;
+   status.upSeconds = Gant::activityManager()->now() - begunAt_;
+   if ( backlog() ) status.paused = fmt::format( "{} requests wait for the data plane", channel()->requestsWaiting() );
    status.dataPlane = supervisor_.config().dataPlane;
    status.dataPlanePid = supervisor_.dataPlanePid();
    status.owner = supervisor_.owner();
@@ -166,6 +219,7 @@ ChangeResult Daemon::reload() {
    notifyReloading();
    ++reloads_;
    const bool read = sources_.load();
+   kernel_.routesWrittenIs( sources_.kernelRoutes() );
    const auto errors = sources_.errors().count();
    postFeed();
    notifyReady( "reloaded" );
@@ -198,17 +252,16 @@ class Forgetting {
 } // namespace
 
 ChangeResult applyChange( RouterState & state, ChangeOp op, const std::string & kind, const std::string & text ) {
-   const auto * const section = sectionOfKind( kind );
-   if ( section == nullptr ) return refused( "there is no kind \"" + kind + "\"" );
    try {
+      const auto & section = sectionOfKind( kind );
       const Entry entry( parseDocument( text, entryBounds ) );
-      const Forgetting forgetting( *section, entry );
-      if ( op == ChangeOp::del ) return section->del( state, entry );
-      const auto name = kind + " " + section->key( entry );
-      if ( op == ChangeOp::add && section->has( state, entry ) ) return refused( name + " is there already" );
-      return section->replace( state, entry, Teller::command() );
+      const Forgetting forgetting( section, entry );
+      if ( op == ChangeOp::del ) return section.del( state, entry );
+      const auto name = kind + " " + section.key( entry );
+      if ( op == ChangeOp::add && section.has( state, entry ) ) return refused( name + " is there already" );
+      return section.replace( state, entry, Teller::command() );
    } catch ( const EntryError & error ) {
-      return refused( kind + ": " + error.what() );
+      return invalid( kind + ": " + error.what() );
    }
 }
 

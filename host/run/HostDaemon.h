@@ -6,13 +6,15 @@
 
 #include "HostControlServer.h"
 #include "HostDaemonControl.h"
+#include "HostKernelTwin.h"
 #include "HostOptions.h"
 #include "HostSources.h"
 #include "HostSupervisor.h"
+#include "RuntimeMemory.h"
 
 namespace Host {
 
-class Daemon : public DaemonControl {
+class Daemon : public DaemonControl, private Gant::StateMachine {
  public:
    explicit Daemon( Options options );
    ~Daemon() override;
@@ -23,15 +25,20 @@ class Daemon : public DaemonControl {
    bool run();
 
    RouterState & state() override { return state_; }
+   // For whoever makes the kernel devices of interfaces.
+   KernelTwin & kernel() { return kernel_; }
    Gant::Ptr< VexL3Unicast::AgentSm > agent() const override;
    Gant::Ptr< Vex::VexCommonSmData > vexcsd() const override;
    Gant::Ptr< Vex::GrpcChannel > channel() const override;
+   const Ports * ports() const override;
    DaemonStatus status() const override;
    ChangeResult change( ChangeOp op, const std::string & kind, const std::string & entry ) override;
    ChangeResult reload() override;
 
  private:
    struct Signals;
+   struct KernelJoint;
+   struct GantClock;
    // Gives why it cannot be opened.
    std::string openSocket();
    void handleSignal( int number );
@@ -40,14 +47,21 @@ class Daemon : public DaemonControl {
    void postFeed();
    bool backlog() const;
    void tellFed();
+   void handleClock();
 
    const Options options_;
-   const double startedAt_;
+   const double startedAt_; // seconds of the system clock
+   const double begunAt_;   // of the activity clock
    RouterState state_;
+   KernelTwin kernel_;
+   const std::unique_ptr< KernelJoint > kernelJoint_;
    Sources sources_;
    Supervisor supervisor_;
    ControlServer control_{ *this };
    std::unique_ptr< Signals > signals_;
+   Runtime::Trimmer trimmer_;
+   Gant::Ptr< Gant::Clock > clock_;
+   std::unique_ptr< GantClock > clockReactor_;
    unsigned reloads_ = 0;
    bool feedPosted_ = false;
    bool feedHeld_ = false; // until the data plane has acknowledged

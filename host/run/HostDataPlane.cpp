@@ -1,5 +1,6 @@
 #include "HostDataPlane.h"
 
+#include "HostErrorStream.h"
 #include "RuntimeDirectory.h"
 
 #include <cerrno>
@@ -7,6 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
 #include <spawn.h>
@@ -109,7 +111,15 @@ std::string DataPlane::start() {
    std::vector< char * > argv;
    for ( const auto & word : words ) argv.push_back( const_cast< char * >( word.c_str() ) );
    argv.push_back( nullptr );
-   const int error = posix_spawnp( &pid_, program_.c_str(), nullptr, nullptr, argv.data(), environ );
+   int ends[ 2 ];
+   if ( pipe2( ends, O_CLOEXEC ) != 0 ) return std::string( "no pipe for the data plane: " ) + std::strerror( errno );
+   errors_ = std::make_unique< ErrorStream >( ends[ 0 ] );
+   posix_spawn_file_actions_t actions;
+   posix_spawn_file_actions_init( &actions );
+   posix_spawn_file_actions_adddup2( &actions, ends[ 1 ], STDERR_FILENO );
+   const int error = posix_spawnp( &pid_, program_.c_str(), &actions, nullptr, argv.data(), environ );
+   posix_spawn_file_actions_destroy( &actions );
+   close( ends[ 1 ] );
    if ( error == 0 ) return {};
    pid_ = 0;
    return program_ + ": " + std::strerror( error );
@@ -132,14 +142,22 @@ std::optional< std::string > DataPlane::ended( int patience ) {
    if ( pid_ != 0 && patience != 0 ) endsWithin( pid_, patience );
    if ( pid_ == 0 || waitpid( pid_, &status, WNOHANG ) != pid_ ) return std::nullopt;
    pid_ = 0;
-   return endText( status );
+   auto text = endText( status );
+   if ( const auto said = errors_->lastLine(); WIFEXITED( status ) && !said.empty() ) text += ": " + said;
+   return text;
 }
 
 void DataPlane::stop() {
    if ( pid_ == 0 ) return;
    constexpr int grace = 1000; // milliseconds
-   kill( pid_, SIGTERM );
-   if ( !endsWithin( pid_, grace ) ) kill( pid_, SIGKILL );
+   ::kill( pid_, SIGTERM );
+   endsWithin( pid_, grace );
+   kill();
+}
+
+void DataPlane::kill() {
+   if ( pid_ == 0 ) return;
+   ::kill( pid_, SIGKILL );
    waitpid( pid_, nullptr, 0 );
    pid_ = 0;
 }

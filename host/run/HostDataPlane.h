@@ -1,12 +1,15 @@
 // An embedded data plane: a child process that ends with this one.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 
 #include <sys/types.h>
 
 namespace Host {
+
+class ErrorStream;
 
 // The socket and the counters of the data plane live in a directory of this process's own. Used on the thread that made
 // it, which stays: the child dies with that thread.
@@ -23,10 +26,13 @@ class DataPlane {
    std::string start();
    // Whether the child listens by now.
    bool listens() const;
-   // How the child ended, in words, when it has, or does within so many milliseconds; then there is none any more.
+   // How the child ended, in words and in its own last ones, when it has, or does within so many milliseconds; then
+   // there is none any more.
    std::optional< std::string > ended( int patience = 0 );
    // Asks the child to end, and makes it after a second.
    void stop();
+   // Ends it at once, whatever it is in.
+   void kill();
 
    pid_t pid() const { return pid_; } // 0: there is none
    std::string address() const { return "unix:" + socket(); }
@@ -40,6 +46,7 @@ class DataPlane {
    const unsigned maxRoutes_;
    std::string directory_;
    pid_t pid_ = 0;
+   std::unique_ptr< ErrorStream > errors_; // of the present child, or of the last one
 };
 
 } // namespace Host

@@ -41,7 +41,27 @@ std::string checkDataPlane( const std::string & text ) {
    return hostAndPort ? "" : "\"" + text + "\" is not embedded, unix:PATH or HOST:PORT";
 }
 
+bool isTcp( const std::string & dataPlane ) { return dataPlane != "embedded" && !dataPlane.starts_with( "unix:" ); }
+
+// What is wrong with the options together.
+std::string wrongTogether( const Supervisor::Config & config ) {
+   const bool insecure = config.insecureTcp;
+   const auto & tls = config.tls;
+   if ( !tls.none() && !tls.all() ) return "--tls-cert, --tls-key and --tls-ca are given together";
+   if ( insecure && !tls.none() ) return "--insecure-tcp is for a connection without TLS";
+   if ( isTcp( config.dataPlane ) && !insecure && tls.none() )
+      return "--dataplane HOST:PORT takes --tls-cert, --tls-key and --tls-ca, or --insecure-tcp";
+   if ( !isTcp( config.dataPlane ) && ( insecure || !tls.none() ) )
+      return "--insecure-tcp and TLS are for --dataplane HOST:PORT";
+   return {};
+}
+
 } // namespace
+
+std::string Options::keysRefused() const {
+   if ( !isTcp( dataPlane.dataPlane ) || !dataPlane.tls.none() ) return {};
+   return "no key leaves this machine: the data plane at " + dataPlane.dataPlane + " is reached without TLS";
+}
 
 std::string defaultSocket() { return Runtime::directory() + "/vexl3d.sock"; }
 
@@ -58,6 +78,21 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
         ->type_name( "WHERE" )
         ->capture_default_str()
         ->check( checkDataPlane );
+   app.add_flag( "--insecure-tcp", options.dataPlane.insecureTcp,
+                 "to HOST:PORT without TLS: whoever is on the way reads and changes everything, so no keys" );
+   auto & tls = options.dataPlane.tls;
+   app.add_option( "--tls-cert", tls.certificate, "to HOST:PORT by TLS: this side's certificate, PEM" )
+        ->type_name( "FILE" )
+        ->check( CLI::ExistingFile.description( "" ) );
+   app.add_option( "--tls-key", tls.key, "its key" )->type_name( "FILE" )->check( CLI::ExistingFile.description( "" ) );
+   app.add_option( "--tls-ca", tls.authority, "who signs the data plane's" )
+        ->type_name( "FILE" )
+        ->check( CLI::ExistingFile.description( "" ) );
+   app.add_option( "--dataplane-timeout", options.dataPlane.silenceMost,
+                   "seconds of silence after which the data plane is lost; 0: it never is" )
+        ->type_name( "SECONDS" )
+        ->capture_default_str()
+        ->check( CLI::Range( 0.0, 3600.0 ).description( "" ) );
    app.add_option( "--dataplane-program", options.dataPlane.program,
                    "the program of an embedded data plane, in place of the vexdp beside this one" )
         ->type_name( "FILE" );
@@ -82,6 +117,7 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
    app.footer( "Exit codes: 0 done, 1 a source is wrong (--check-config) or the daemon cannot run, 2 a wrong line." );
    try {
       app.parse( argc, argv );
+      if ( const auto wrong = wrongTogether( options.dataPlane ); !wrong.empty() ) throw CLI::ValidationError( wrong );
    } catch ( const CLI::ParseError & error ) {
       exitCode = app.exit( error ) == 0 ? 0 : 2;
       return std::nullopt;

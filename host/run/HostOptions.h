@@ -23,6 +23,9 @@ struct Options {
    std::vector< UnitLevel > log;   // what of the traces goes to the log
    std::vector< UnitLevel > trace; // what of them goes to the ring
    bool checkConfig = false;
+
+   // Why the router is told no IPsec connections: their keys would be read on their way. Empty: it is.
+   std::string keysRefused() const;
 };
 
 // Nothing when there is nothing more to do, with the exit code set: 0 after --help or --version, 2 for a wrong line.

@@ -45,9 +45,9 @@ struct Session::GantCounterClock : Gant::Clock::Notifiee {
    Session * owner;
 };
 
-Session::Session( const StateTree & tree, const std::string & address, bool takeOver, Events events ) :
-     tree_( tree ), state_( tree ), events_( std::move( events ) ),
-     channel_( Gant::make< Vex::GrpcChannel >( address, takeOver ) ),
+Session::Session( const StateTree & tree, const Way & way, Events events ) :
+     tree_( tree ), state_( tree ), way_( way ), events_( std::move( events ) ),
+     channel_( Gant::make< Vex::GrpcChannel >( way.peer, way.takeOver, way.silenceMost ) ),
      global_( Gant::make< Vex::ModuleGlobalCmdConfig >( channel_ ) ), clock_( Gant::activityManager()->newClock() ),
      counterClock_( Gant::activityManager()->newClock() ), begunAt_( clock_->now() ),
      channelReactor_( std::make_unique< GantChannel >( this ) ), clockReactor_( std::make_unique< GantClock >( this ) ),
@@ -62,6 +62,7 @@ Session::Session( const StateTree & tree, const std::string & address, bool take
 Session::~Session() {
    *alive_ = false;
    gantDoZombieReactors( true );
+   ports_ = nullptr;
    const TraceSilence silence;
    agent_ = nullptr;
    cpuPolicy_ = nullptr;
@@ -101,6 +102,7 @@ void Session::mapCounters() {
 
 void Session::start() {
    if ( stoodBy_ ) begunAt_ = clock_->now();
+   ports_ = Gant::make< Ports >( tree_.deviceDir, way_.peer, way_.kernelWatcher );
    startRuleTables();
    vexcsd_->routesMostIs( channel_->routesMost() );
    portSm_ = Gant::make< PortSm >( tree_.portDir, vexcsd_, global_->moduleConfigStatusPairIs( "engine" ) );

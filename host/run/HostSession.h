@@ -1,10 +1,12 @@
 // One session with a data plane: the engine around the agent, and the agent.
 #pragma once
 
+#include "HostPorts.h"
 #include "HostPortSm.h"
 #include "HostSessionState.h"
 
 #include "GantActivity.h"
+#include "VexPeer.h"
 
 #include <functional>
 
@@ -38,8 +40,14 @@ class Session : public Gant::StateMachine {
       std::function< void() > fed;
       std::function< void( const std::string & reason ) > lost;
    };
-   // `address` and `takeOver` as GrpcChannel takes them.
-   Session( const StateTree & tree, const std::string & address, bool takeOver, Events events );
+   // As GrpcChannel and Ports take them.
+   struct Way {
+      Vex::Peer peer;
+      bool takeOver = false;
+      double silenceMost = 0;
+      KernelDeviceWatcher * kernelWatcher = nullptr;
+   };
+   Session( const StateTree & tree, const Way & way, Events events );
    // The agent goes first, then what it stood on.
    ~Session() override;
 
@@ -47,6 +55,8 @@ class Session : public Gant::StateMachine {
    const Gant::Ptr< VexL3Unicast::AgentSm > & agent() const { return agent_; }
    const Gant::Ptr< Vex::VexCommonSmData > & vexcsd() const { return vexcsd_; }
    const Gant::Ptr< Vex::GrpcChannel > & channel() const { return channel_; }
+   // Null while connecting.
+   const Ports * ports() const { return ports_.get(); }
    // Seconds from the session's begin, or from the end of its standing by, until it was fed; 0 before.
    double fedSeconds() const { return fedSeconds_; }
 
@@ -67,6 +77,7 @@ class Session : public Gant::StateMachine {
 
    const StateTree & tree_;
    const SessionState state_;
+   const Way way_;
    Events events_;
    Gant::Ptr< Vex::GrpcChannel > channel_;
    Gant::Ptr< Vex::ModuleGlobalCmdConfig > global_;
@@ -74,6 +85,7 @@ class Session : public Gant::StateMachine {
    Gant::Ptr< PortSm > portSm_;
    Gant::Ptr< Vex::QosCpuPolicy > cpuPolicy_;
    Gant::Ptr< VexL3Unicast::AgentSm > agent_;
+   Gant::Ptr< Ports > ports_;
    Gant::Ptr< Gant::Clock > clock_;
    Gant::Ptr< Gant::Clock > counterClock_; // set while the counters are not to be had
    double begunAt_ = 0;

@@ -14,7 +14,7 @@ namespace {
 // All in seconds.
 constexpr double firstBackOff = 0.05;
 constexpr double mostBackOff = 2;
-constexpr double lookEvery = 0.005; // whether a child that was started listens
+constexpr double listensEvery = 0.005; // whether a child that was started listens
 constexpr double listensWithin = 10;
 
 constexpr int childPatience = 100; // milliseconds
@@ -51,7 +51,7 @@ void Supervisor::handleClock() {
    } else if ( clock_->now() - startedAt_ > listensWithin ) {
       lost( "the data plane was started and does not listen" );
    } else {
-      wake( lookEvery );
+      wake( listensEvery );
    }
 }
 
@@ -66,7 +66,7 @@ void Supervisor::begin() {
       return;
    }
    startedAt_ = clock_->now();
-   wake( lookEvery );
+   wake( listensEvery );
 }
 
 void Supervisor::connect() {
@@ -86,7 +86,8 @@ void Supervisor::connect() {
       events_.fed();
    };
    events.lost = [ this ]( const std::string & reason ) { lost( reason ); };
-   session_ = Gant::make< Session >( tree_, dataPlane_ ? dataPlane_->address() : config_.dataPlane, takeOver_,
+   const Vex::Peer peer = dataPlane_ ? Vex::Peer( dataPlane_->address() ) : Vex::Peer( config_.dataPlane, config_.tls );
+   session_ = Gant::make< Session >( tree_, Session::Way{ peer, takeOver_, config_.silenceMost, config_.kernelWatcher },
                                      std::move( events ) );
 }
 
@@ -116,7 +117,7 @@ void Supervisor::lost( const std::string & given ) {
       if ( auto ended = dataPlane_->ended( childPatience ) )
          reason = std::move( *ended );
       else
-         dataPlane_->stop();
+         dataPlane_->kill();
    }
    const bool news = phase_ == Phase::running || reason != lastLoss_;
    if ( phase_ == Phase::running ) ++restarts_;

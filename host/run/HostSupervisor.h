@@ -17,7 +17,7 @@ namespace Host {
 //      -> running   the others' sessions have ended
 //      -> waiting   the session is lost
 //   running    a session with an agent
-//      -> waiting   the session is lost, or the child has ended
+//      -> waiting   the session is lost, as when nothing is heard of the data plane any more, or the child has ended
 //   waiting    there is no session; a restart is due
 //      -> starting  its time has come
 //
@@ -31,8 +31,12 @@ class Supervisor : public Gant::StateMachine {
       std::string dataPlane = "embedded"; // or an address as GrpcChannel takes it
       std::string program;                // of an embedded one; empty: the one that belongs to this executable
       std::string dataPlaneLog = "warning";
-      bool takeOver = false;         // also from another agent that has it
-      unsigned maxRoutes = 1u << 22; // that an embedded one holds
+      Vex::TlsFiles tls;                             // to one at HOST:PORT
+      bool insecureTcp = false;                      // to such a one without them, and without keys
+      double silenceMost = 3;                        // seconds after which it is lost; 0: it never is
+      bool takeOver = false;                         // also from another agent that has it
+      unsigned maxRoutes = 1u << 22;                 // that an embedded one holds
+      KernelDeviceWatcher * kernelWatcher = nullptr; // told of the router's devices in the kernel; not owned
    };
    struct Events {
       std::function< bool() > sourcesRead;

@@ -34,6 +34,11 @@ Gant::Ptr< Vex::GrpcChannel > AgentView::channel() const {
    return daemon_.channel();
 }
 
+const Ports * AgentView::ports() const {
+   check();
+   return daemon_.ports();
+}
+
 std::map< std::string, Vex::Module * > AgentView::modules() const {
    std::map< std::string, Vex::Module * > modules;
    for ( const auto & [ name, pair ] : vexcsd()->moduleGlobalCmdConfig()->moduleConfigStatusPairIterator() )
@@ -66,6 +71,7 @@ Kynet::IntfId intfOf( const std::string & text ) {
 }
 
 Target targetOf( const std::string & text ) {
+   if ( text == "default" ) return { Kynet::IpAddr(), U8( 0 ) };
    if ( const auto address = Kynet::IpGenAddr::fromString( text ) ) return { *address, std::nullopt };
    const auto prefix = Kynet::IpGenPrefix::fromString( text );
    if ( !prefix ) throw CommandError( ErrorCode::usage, "\"" + text + "\" is neither an address nor a prefix" );
@@ -105,20 +111,32 @@ Json gateOrNull( Vex::GateId gate ) { return !gate ? Json() : Json( gate.value()
 Json nexthop( const L3Modules & modules, const Fec & fec, U32 slot ) {
    const auto & key = fec.info().nextHop( slot );
    Json nexthop{ { "interface", key.intf().stringValue() }, { "command", commandName( key.pktCmd() ) } };
+   // What drops is no member of the FEC in the data plane.
+   if ( key.pktCmd() == NextHopPktCmd::pktCmdDrop_ ) return nexthop;
    if ( !!key.ethAddr() ) nexthop[ "mac" ] = key.ethAddr().stringValue();
    nexthop[ "index" ] = key.nhLocalIndex();
    const auto out = !key.tunnelIntf() ? key.intf() : key.tunnelIntf();
    if ( !!key.tunnelIntf() ) {
+      // The FEC's member is an entry of the tunnel's own table, which leads to that of the interface.
       nexthop[ "tunnel" ] = key.tunnelIntf().stringValue();
-      if ( const auto & resolve = modules.nhResolve( key.tunnelIntf() ) )
-         nexthop[ "resolveIndex" ] =
-              resolve->nhrEntry( NhrEntryKey( fec.key(), slot, key.intf(), key.nhLocalIndex() ) );
+      nexthop[ "interfaceIndex" ] = key.nhLocalIndex();
+      const auto & resolve = modules.nhResolve( key.tunnelIntf() );
+      nexthop[ "index" ] =
+           resolve ? Json( resolve->nhrEntry( NhrEntryKey( fec.key(), slot, key.intf(), key.nhLocalIndex() ) ) )
+                   : Json();
    }
    nexthop[ "gate" ] = gateOrNull( modules.fibIpv4()->intfIdToOutGate( out ) );
    return nexthop;
 }
 
 } // namespace
+
+Json placeOf( U32 gate, U32 index ) {
+   Json place;
+   if ( gate != Vex::GateId().value() ) place[ "gate" ] = gate;
+   place[ "index" ] = index;
+   return place;
+}
 
 Json nexthopsOf( const AgentView & session, const Fec & fec ) {
    auto nexthops = Json::array();

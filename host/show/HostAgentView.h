@@ -29,6 +29,9 @@ class AgentView {
    Gant::Ptr< VexL3Unicast::L3Modules > l3Modules() const { return agent()->l3Modules(); }
    const VexL3Unicast::RoutingMounts & routing() const { return *agent()->routingMounts(); }
 
+   // Null: the daemon makes none.
+   const Ports * ports() const;
+
    // Sessions are counted from the daemon's start.
    unsigned number() const { return number_; }
 
@@ -54,7 +57,7 @@ struct Target {
    Kynet::IpGenAddr address;
    std::optional< U8 > len;
 };
-// Throws `usage`, also for host bits behind the prefix.
+// "default" is 0.0.0.0/0. Throws `usage`, also for host bits behind the prefix.
 Target targetOf( const std::string & text );
 
 // The routes that the agent itself gives every VRF.
@@ -70,6 +73,8 @@ std::vector< BuiltInRoute > builtInRoutes( const AgentView & session, Hul::VrfId
 std::string commandName( VexL3Unicast::NextHopPktCmd command );
 // The next hops of a FEC with the places that they have in the data plane.
 Json nexthopsOf( const AgentView & session, const VexL3Unicast::Fec & fec );
+// A place in the data plane as its FIB has it; the gate is left out where it has none.
+Json placeOf( U32 gate, U32 index );
 std::string textOrNone( const Kynet::EthAddr & mac );
 
 } // namespace Host

@@ -12,7 +12,7 @@ namespace {
 class Lookups : public Answer {
  public:
    Lookups( const Asked & asked, const std::string & vrf, const std::string & text ) :
-        session_( asked.daemon ), text_( text ), query_( session_.channel()->address() ), wake_( asked.wake ) {
+        session_( asked.daemon ), text_( text ), query_( session_.channel()->peer() ), wake_( asked.wake ) {
       const auto target = targetOf( text );
       if ( target.address.af() != Kynet::AddressFamily::ipv4_ )
          throw CommandError( ErrorCode::notFound, "the data plane holds no IPv6 routes, so none to " + text );
@@ -55,8 +55,7 @@ class Lookups : public Answer {
       const Kynet::Prefix prefix( Kynet::IpAddr( reply.prefix() ), static_cast< U8 >( reply.prefix_len() ) );
       Json row{ { "vrf", vrf }, { "prefix", prefix.stringValue() }, { "fec", reply.fec_id() } };
       row[ "nexthops" ] = Json::array();
-      for ( const auto & hop : reply.nh_info() )
-         row[ "nexthops" ].push_back( { { "gate", hop.gate() }, { "index", hop.nh_index() } } );
+      for ( const auto & hop : reply.nh_info() ) row[ "nexthops" ].push_back( placeOf( hop.gate(), hop.nh_index() ) );
       if ( !reply.fec_found() ) row[ "fecMissing" ] = true;
       return row;
    }

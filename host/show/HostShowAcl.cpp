@@ -18,12 +18,21 @@ namespace {
 
 const Acl::StatusDp & statusOf( const AgentView & view ) { return *view.agent()->aclStatusDp(); }
 
-// Where the list filters packets: "Ethernet1 in".
+const Qos::Status & qosOf( const AgentView & view ) {
+   static const Gant::Ptr< const Qos::Status > none = Gant::make< Qos::Status >();
+   const auto & mounts = view.agent()->qosMounts();
+   return mounts && mounts->qosStatus() ? *mounts->qosStatus() : *none;
+}
+
+// Where the list filters packets, "Ethernet1 in", and the class maps that match by it, "class-map voice".
 Json appliedTo( const AgentView & view, const Acl::ListKey & key ) {
    auto places = Json::array();
    for ( const auto & [ binding, name ] : statusOf( view ).appliedNameIterator() )
       if ( name == key.name() && binding.type() == key.type() )
          places.push_back( binding.intfId().stringValue() + " " + binding.direction().stringValue() );
+   if ( key.type() == Acl::ip )
+      for ( const auto & [ name, classMap ] : qosOf( view ).classMapIterator() )
+         if ( std::ranges::count( classMap.accessLists, key.name() ) != 0 ) places.push_back( "class-map " + name );
    return places;
 }
 
@@ -80,12 +89,6 @@ std::unique_ptr< Answer > accessLists( const Asked & asked ) {
                                   [ view ]( const Acl::ListKey & key, Output & out ) { listRows( view, key, out ); } );
 }
 
-const Qos::Status & qosOf( const AgentView & view ) {
-   static const Gant::Ptr< const Qos::Status > none = Gant::make< Qos::Status >();
-   const auto & mounts = view.agent()->qosMounts();
-   return mounts && mounts->qosStatus() ? *mounts->qosStatus() : *none;
-}
-
 Json notesOn( const AgentView & view, const Qos::ClassMapConfig & classMap ) {
    auto notes = Json::array();
    for ( const auto & name : classMap.accessLists )
@@ -130,6 +133,12 @@ void policyRows( const AgentView & view, const Gant::String & name, Output & out
 
 std::unique_ptr< Answer > policyMaps( const Asked & asked ) {
    const AgentView view( asked.daemon );
+   const auto name = asked.question.text( "policy" );
+   if ( !name.empty() ) {
+      if ( !qosOf( view ).policyMapHas( name ) )
+         throw CommandError( ErrorCode::notFound, "there is no policy-map \"" + name + "\"" );
+      return atOnce( [ view, name ]( Output & out ) { policyRows( view, name, out ); } );
+   }
    if ( !asked.question.has( "interface" ) )
       return perKey< Gant::String >(
            [ view ] { return qosOf( view ).policyMapKeys(); },
@@ -166,7 +175,7 @@ std::unique_ptr< Answer > controlPlane( const Asked & asked ) {
 
 Commands aclShows() {
    return { { "show access-lists", { { "list" } }, accessLists },
-            { "show policy-map", { { "interface" } }, policyMaps },
+            { "show policy-map", { { "policy" }, { "interface" } }, policyMaps },
             { "show control-plane", {}, controlPlane } };
 }
 

@@ -1,10 +1,11 @@
-// show interfaces, tunnels, vrfs.
+// show interfaces, neighbors, tunnels, vrfs.
 
-#include "HostAgentView.h"
+#include "HostShowPorts.h"
 #include "HostShows.h"
 #include "HulL3Status.h"
 #include "HulSeqStatus.h"
 #include "MirelFib.h"
+#include "StateArp.h"
 #include "StateInterface.h"
 #include "StateIp.h"
 
@@ -57,6 +58,7 @@ void intfRow( const AgentView & session, Kynet::IntfId intfId, Output & out ) {
    }
    const auto gate = session.l3Modules()->fibIpv4()->intfIdToOutGate( intfId );
    if ( !!gate ) row[ "fibGate" ] = gate.value();
+   portFacts( session, intfId, row );
    out.row( row );
 }
 
@@ -99,12 +101,44 @@ void tunnelRow( const AgentView & session, Kynet::IntfId intfId, Output & out ) 
 
 std::unique_ptr< Answer > tunnels( const Asked & asked ) {
    const AgentView session( asked.daemon );
+   const auto name = asked.question.text( "tunnel" );
+   const auto wanted = name.empty() ? Kynet::IntfId() : intfOf( name );
+   const auto keys = [ session, wanted ] {
+      const auto & dir = session.routing().allIntfStatusDir()->tunnelIntfStatusDir();
+      auto keys = dir ? Gant::keysOf( dir->intfStatusIterator() ) : std::vector< Kynet::IntfId >();
+      if ( !!wanted ) std::erase_if( keys, [ & ]( const auto & key ) { return key != wanted; } );
+      return keys;
+   };
+   if ( !!wanted && keys().empty() )
+      throw CommandError( ErrorCode::notFound, "there is no tunnel " + wanted.stringValue() );
    return perKey< Kynet::IntfId >(
-        [ session ] {
-           const auto & dir = session.routing().allIntfStatusDir()->tunnelIntfStatusDir();
-           return dir ? Gant::keysOf( dir->intfStatusIterator() ) : std::vector< Kynet::IntfId >();
+        keys, [ session ]( const Kynet::IntfId & intfId, Output & out ) { tunnelRow( session, intfId, out ); } );
+}
+
+// Those that were told. What is not known yet and wanted is in show pending.
+std::unique_ptr< Answer > neighbors( const Asked & asked ) {
+   const AgentView session( asked.daemon );
+   const auto name = asked.question.text( "interface" );
+   const auto wanted = name.empty() ? Kynet::IntfId() : intfOf( name );
+   if ( !!wanted && !session.vexcsd()->l2IntfHas( wanted ) )
+      throw CommandError( ErrorCode::notFound, "there is no interface " + wanted.stringValue() );
+   return perKey< Arp::NeighborKey >(
+        [ session, wanted ] {
+           auto keys = Gant::keysOf( session.routing().arpMirel()->neighborIterator() );
+           if ( !!wanted ) std::erase_if( keys, [ & ]( const auto & key ) { return key.intfId() != wanted; } );
+           std::sort( keys.begin(), keys.end() );
+           return keys;
         },
-        [ session ]( const Kynet::IntfId & intfId, Output & out ) { tunnelRow( session, intfId, out ); } );
+        [ session ]( const Arp::NeighborKey & key, Output & out ) {
+           const auto & arp = *session.routing().arpMirel();
+           if ( !arp.neighborHas( key ) ) return;
+           Json row{ { "interface", key.intfId().stringValue() },
+                     { "address", key.addr().stringValue() },
+                     { "mac", textOrNone( arp.neighbor( key ) ) } };
+           if ( const auto & ip = session.routing().ipStatus(); ip->intfStatusHas( key.intfId() ) )
+              row[ "vrf" ] = ip->intfStatus( key.intfId() ).vrfName().value();
+           out.row( row );
+        } );
 }
 
 std::unique_ptr< Answer > vrfs( const Asked & asked ) {
@@ -131,7 +165,8 @@ std::unique_ptr< Answer > vrfs( const Asked & asked ) {
 
 Commands interfaceShows() {
    return { { "show interfaces", { { "interface" } }, interfaces },
-            { "show tunnels", {}, tunnels },
+            { "show neighbors", { { "interface" } }, neighbors },
+            { "show tunnels", { { "tunnel" } }, tunnels },
             { "show vrfs", {}, vrfs } };
 }
 

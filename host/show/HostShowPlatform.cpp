@@ -45,13 +45,15 @@ bool tunnelSupported( const Routing::Hardware::Status & hw, U32 mode ) {
    return hw.staticInterfaceTunnelSupportHas( Routing::Hardware::StaticInterfaceTunnelSupport( mode ) );
 }
 
+constexpr const char * declared = "declared, not enforced";
+
 void routingCapabilities( const RoutingMounts & mounts, Capabilities & out ) {
    const auto & hw = *mounts.routingHwStatus();
    out.of( "ipv4" )
         .has( "routing", hw.routingSupported() )
         .has( "vrfs", hw.vrfRoutingSupported() )
-        .has( "maxVrfs", hw.vrfCapability()->maxVrfs() )
-        .has( "maxEcmp", hw.maxEcmp() )
+        .has( "maxVrfs", hw.vrfCapability()->maxVrfs(), declared )
+        .has( "maxEcmp", hw.maxEcmp(), declared )
         .has( "ucmp", hw.ucmpSupported() )
         .has( "multicastRouting", hw.multicastRoutingSupported() )
         .has( "multicastStarG", hw.hwMulticastStarGSupported() )
@@ -62,7 +64,7 @@ void routingCapabilities( const RoutingMounts & mounts, Capabilities & out ) {
    out.of( "ipv6" )
         .has( "routing", hw6.routingSupported() )
         .has( "vrfs", hw6.vrfRoutingSupported() )
-        .has( "maxEcmp", hw6.maxEcmp() )
+        .has( "maxEcmp", hw6.maxEcmp(), declared )
         .has( "ecmp", hw6.ecmpSupported() )
         .has( "ucmp", hw6.ucmpSupported() )
         .has( "multicastRouting", hw6.multicastRoutingSupported() );

@@ -84,7 +84,8 @@ std::unique_ptr< Answer > status( const Asked & asked ) {
       row[ "phase" ] = textOf( status.phase );
       row[ "pid" ] = getpid();
       row[ "startedAt" ] = status.startedAt;
-      row[ "upSeconds" ] = status.startedAt > 0 ? systemSeconds() - status.startedAt : 0;
+      row[ "upSeconds" ] = status.upSeconds;
+      if ( !status.paused.empty() ) row[ "paused" ] = status.paused;
       row[ "dataPlane" ] = status.dataPlane;
       if ( status.dataPlanePid != 0 ) row[ "dataPlanePid" ] = status.dataPlanePid;
       if ( !status.owner.empty() ) {

@@ -10,7 +10,8 @@ namespace Host {
 Commands fibShows();       // fib
 Commands routeShows();     // routes, pending
 Commands adjacencyShows(); // nexthops, adjacencies
-Commands interfaceShows(); // interfaces, tunnels, vrfs
+Commands interfaceShows(); // interfaces, neighbors, tunnels, vrfs
+Commands portShows();      // ports, workers
 Commands ipsecShows();     // ipsec connections, ipsec sas, ipsec flows
 Commands aclShows();       // access-lists, policy-map, control-plane
 Commands bridgingShows();  // vrrp, vlans, nat

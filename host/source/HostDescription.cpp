@@ -10,6 +10,19 @@
 
 namespace Host {
 
+std::string printable( std::string_view text, size_t longest ) {
+   constexpr char digits[] = "0123456789abcdef";
+   std::string out;
+   for ( const char c : text.substr( 0, longest ) ) {
+      const auto byte = static_cast< unsigned char >( c );
+      if ( std::iscntrl( byte ) )
+         out.append( "\\x" ).append( { digits[ byte >> 4 ], digits[ byte & 15 ] } );
+      else
+         out += c;
+   }
+   return text.size() > longest ? out + "..." : out;
+}
+
 std::string SourceError::stringValue() const {
    return file + ( line == 0 ? "" : ":" + std::to_string( line ) ) + ": " + text;
 }
@@ -115,6 +128,8 @@ std::optional< Description > Description::read( const std::string & path, Source
       try {
          if ( name == "route-file" )
             description.readRouteFile( Entry( pair.second ) );
+         else if ( name == "kernel-routes" )
+            description.kernelRoutes_ = Entry( pair.second ).flag( "kernel-routes" );
          else if ( !known )
             Entry( pair.first ).fail( "there is no section " + quoted( name ) );
       } catch ( const EntryError & error ) {

@@ -23,6 +23,8 @@ class Description {
    void apply( RouterState & state, SourceErrors & errors ) const;
 
    const RouteFileConfig & routeFile() const { return routeFile_; }
+   // Whether the kernel beside the router gets its routes.
+   bool kernelRoutes() const { return kernelRoutes_; }
 
  private:
    struct Told {
@@ -42,6 +44,7 @@ class Description {
    std::vector< Told > entries_; // in the order of the sections
    Keys keys_;
    RouteFileConfig routeFile_;
+   bool kernelRoutes_ = true;
 };
 
 } // namespace Host

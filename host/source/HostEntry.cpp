@@ -1,5 +1,7 @@
 #include "HostEntry.h"
 
+#include "NearestWord.h"
+
 #include <algorithm>
 #include <charconv>
 
@@ -29,16 +31,7 @@ bool looksSecret( std::string_view text ) {
 std::string quoted( std::string_view text ) {
    constexpr size_t longest = 64;
    if ( looksSecret( text ) ) return "a text of " + std::to_string( text.size() ) + " characters";
-   std::string out = "\"";
-   for ( const char c : text.substr( 0, longest ) ) {
-      constexpr char digits[] = "0123456789abcdef";
-      const auto byte = static_cast< unsigned char >( c );
-      if ( std::iscntrl( byte ) )
-         out.append( "\\x" ).append( { digits[ byte >> 4 ], digits[ byte & 15 ] } );
-      else
-         out += c;
-   }
-   return out + ( text.size() > longest ? "...\"" : "\"" );
+   return "\"" + printable( text, longest ) + "\"";
 }
 
 void Entry::only( std::initializer_list< const char * > keys ) const {
@@ -47,7 +40,9 @@ void Entry::only( std::initializer_list< const char * > keys ) const {
       if ( !pair.first.IsScalar() ) throw EntryError( "a key is a word", pair.first.Mark().line + 1 );
       const auto & key = pair.first.Scalar();
       if ( std::ranges::find( keys, key ) == keys.end() )
-         throw EntryError( "unknown key " + quoted( key ), pair.first.Mark().line + 1 );
+         throw EntryError( "unknown key " + quoted( key ) +
+                                Runtime::didYouMean( key, std::vector< std::string >( keys.begin(), keys.end() ) ),
+                           pair.first.Mark().line + 1 );
    }
 }
 
@@ -117,6 +112,11 @@ std::string Entry::name( const char * key, const char * what ) const {
    const auto name = entry.text( what );
    if ( const auto wrong = wrongName( what, name ); !wrong.empty() ) entry.fail( wrong );
    return name;
+}
+
+Kynet::IpGenPrefix Entry::prefix() const {
+   if ( node_.IsScalar() && node_.Scalar() == "default" ) return Kynet::IpGenPrefix( Kynet::Prefix() );
+   return value< Kynet::IpGenPrefix >( "an IP prefix" );
 }
 
 Kynet::Prefix Entry::interfaceAddress() const {

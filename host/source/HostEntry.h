@@ -2,6 +2,7 @@
 #pragma once
 
 #include "HostFacts.h"
+#include "HostSourceErrors.h"
 
 #include <initializer_list>
 #include <stdexcept>
@@ -9,10 +10,10 @@
 
 namespace Host {
 
-// What is wrong with an entry. `line` counts from 1; 0: not known.
+// What is wrong with an entry, printable whatever of it the text has. `line` counts from 1; 0: not known.
 class EntryError : public std::runtime_error {
  public:
-   EntryError( const std::string & what, int line ) : std::runtime_error( what ), line_( line ) {}
+   EntryError( const std::string & what, int line ) : std::runtime_error( printable( what ) ), line_( line ) {}
    int line() const { return line_; }
 
  private:
@@ -66,6 +67,8 @@ class Entry {
    Kynet::IpAddr ip4( const char * key ) const;
    // Of an object: up to 63 letters, digits, "-", "_" and ".". `what` is what it names, in words.
    std::string name( const char * key, const char * what ) const;
+   // "default" is 0.0.0.0/0.
+   Kynet::IpGenPrefix prefix() const;
    // With its host bits: an address and its subnet. A plain address is its own subnet.
    Kynet::Prefix interfaceAddress() const;
 

@@ -38,8 +38,10 @@ class IntfSection : public Section {
 
  protected:
    virtual IntfFact fact( const Entry & entry ) const {
-      entry.only( { "name", "vrf", "addresses", "mtu", "mss", "mac", "enabled", "access-group", "service-policy" } );
-      auto fact = common( entry, 1500 );
+      entry.only( { "name", "vrf", "addresses", "mtu", "mss", "mac", "enabled", "access-group", "service-policy",
+                    "device", "driver", "port", "kernel" } );
+      auto fact = common( entry );
+      fact.port = port( entry );
       fact.mac = entry.value< Kynet::EthAddr >( "mac", "a MAC address", {} );
       return fact;
    }
@@ -60,18 +62,74 @@ class IntfSection : public Section {
          entry.fail( intfId.stringValue() + " does not belong here: " + name() + " are " + kindsTaken() );
       return intfId;
    }
-   IntfFact common( const Entry & entry, U32 mtu ) const {
+   IntfFact common( const Entry & entry ) const {
       IntfFact fact{ intfId( entry ), entry.vrf() };
       for ( const auto & address : entry.list( "addresses" ) ) fact.addresses.push_back( address.interfaceAddress() );
-      fact.mtu = entry.number( "mtu", 0, ~U32( 0 ), mtu );
+      if ( entry.has( "mtu" ) ) fact.mtu = entry.at( "mtu" ).number( "mtu", 0, ~U32( 0 ) );
       if ( entry.has( "mss" ) ) readMss( entry.at( "mss" ), fact );
       fact.enabled = entry.flag( "enabled", true );
+      if ( entry.has( "kernel" ) ) fact.kernel = entry.flag( "kernel", true );
       if ( entry.has( "access-group" ) ) readAccessGroup( entry.at( "access-group" ), fact.filters );
       if ( entry.has( "service-policy" ) ) readServicePolicy( entry.at( "service-policy" ), fact.filters );
       return fact;
    }
 
  private:
+   // The short form, a device of the kernel, or the long one.
+   static PortFact port( const Entry & entry ) {
+      if ( !entry.has( "device" ) ) {
+         if ( entry.has( "driver" ) ) entry.at( "driver" ).fail( "a driver is one of a device, which is missing" );
+         return entry.has( "port" ) ? longPort( entry.at( "port" ) ) : PortFact();
+      }
+      if ( entry.has( "port" ) ) entry.at( "port" ).fail( "an interface has a device or a port, not both" );
+      PortFact port{ PortKind::afPacket(), device( entry.at( "device" ) ) };
+      const auto driver = entry.has( "driver" ) ? entry.at( "driver" ).text( "a driver" ) : "af_packet";
+      if ( driver == "af_xdp" )
+         port.kind = PortKind::afXdp();
+      else if ( driver != "af_packet" )
+         entry.at( "driver" ).fail( "driver " + quoted( driver ) + " is not af_packet or af_xdp" );
+      return port;
+   }
+   static PortFact longPort( const Entry & entry ) {
+      static constexpr struct {
+         const char * driver;
+         const char * key;
+         PortKind::Value kind;
+      } forms[] = { { "PMDPort", "vdev", PortKind::vdev_ },
+                    { "PMDPort", "pci", PortKind::pci_ },
+                    { "PMDPort", "port-id", PortKind::portId_ },
+                    { "PCAPPort", "dev", PortKind::pcap_ },
+                    { "UnixSocketPort", "path", PortKind::unixSocket_ } };
+      entry.only( { "driver", "vdev", "pci", "port-id", "dev", "path", "queues" } );
+      const auto driver = entry.at( "driver" ).text( "a driver" );
+      PortFact port;
+      port.queues = entry.number( "queues", 1, 64, 1 );
+      std::string keys;
+      for ( const auto & form : forms ) {
+         const bool own = driver == form.driver;
+         if ( own ) keys += ( keys.empty() ? "" : ", " ) + std::string( form.key );
+         if ( !entry.has( form.key ) ) continue;
+         if ( !own || port.kind != PortKind::none_ )
+            entry.at( form.key ).fail( std::string( form.key ) + " does not belong here" );
+         port.kind = form.kind;
+         port.device = form.kind == PortKind::portId_ ? std::to_string( entry.number( form.key, 0, 65535, 0 ) )
+                       : form.kind == PortKind::pcap_ ? device( entry.at( form.key ) )
+                                                      : entry.at( form.key ).text( "a device" );
+         if ( port.device.empty() ) entry.at( form.key ).fail( std::string( form.key ) + " is empty" );
+      }
+      if ( keys.empty() )
+         entry.at( "driver" ).fail( "driver " + quoted( driver ) + " is not PMDPort, PCAPPort or UnixSocketPort" );
+      if ( port.kind == PortKind::none_ ) entry.fail( "a " + driver + " needs " + keys );
+      return port;
+   }
+   // A name that the kernel gives a device, and that no argument of a driver can be mistaken for.
+   static std::string device( const Entry & entry ) {
+      constexpr size_t longest = 15;
+      const auto name = entry.text( "a device" );
+      if ( name.empty() || name.size() > longest || name.find_first_of( " \t\n/,=:" ) != name.npos )
+         entry.fail( "device " + quoted( name ) + " is no name of a network device" );
+      return name;
+   }
    static void readAccessGroup( const Entry & group, IntfFilters & filters ) {
       group.only( { "in", "out" } );
       if ( group.has( "in" ) ) filters.aclIn = group.name( "in", "access-list" );
@@ -105,9 +163,8 @@ class TunnelSection : public IntfSection {
  protected:
    IntfFact fact( const Entry & entry ) const override {
       entry.only( { "name", "vrf", "addresses", "mtu", "mss", "enabled", "access-group", "service-policy", "mode",
-                    "source", "destination", "underlay", "key", "ttl", "tos" } );
-      // What GRE and its IPv4 header leave of an Ethernet frame's packet.
-      auto fact = common( entry, 1476 );
+                    "kernel", "source", "destination", "underlay", "key", "ttl", "tos" } );
+      auto fact = common( entry );
       fact.tunnel = TunnelIntfStatus( mode( entry ), entry.ip4( "source" ), entry.ip4( "destination" ),
                                       entry.vrf( "underlay" ), static_cast< U8 >( entry.number( "ttl", 0, 255, 64 ) ),
                                       static_cast< U8 >( entry.number( "tos", 0, 255, 0 ) ),

@@ -38,6 +38,7 @@ Key keyOf( const Entry & entry, const char * name ) {
    constexpr size_t bytesMax = 64;
    if ( !text.starts_with( "0x" ) || text.size() % 2 != 0 || text.size() > 2 + 2 * bytesMax ) at.fail( wrong );
    text.remove_prefix( 2 );
+   Gant::keepFromDumps();
    char bytes[ bytesMax ];
    for ( size_t i = 0; i < text.size() / 2; ++i ) {
       const int high = digitOf( text[ 2 * i ] ), low = digitOf( text[ 2 * i + 1 ] );

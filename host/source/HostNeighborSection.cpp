@@ -13,7 +13,9 @@ class NeighborSection : public Section {
    const char * kind() const override { return "neighbor"; }
    std::string key( const Entry & entry ) const override { return textOf( keyOf( entry ) ); }
    bool has( const RouterState & state, const Entry & entry ) const override {
-      return state.intfBook().neighbors().contains( keyOf( entry ) );
+      const auto teller = tellerOf( state, keyOf( entry ) );
+      // What the kernel has resolved does not stand in the way of what is told.
+      return teller != Teller::none_ && teller != Teller::kernel_;
    }
    ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       entry.only( { "interface", "address", "mac" } );
@@ -23,6 +25,8 @@ class NeighborSection : public Section {
    }
    ChangeResult del( RouterState & state, const Entry & entry ) const override {
       const auto key = keyOf( entry );
+      if ( tellerOf( state, key ) == Teller::kernel_ )
+         return refused( "neighbor " + textOf( key ) + ": the kernel has resolved it" );
       return state.neighborDel( key.first, key.second );
    }
    std::vector< ChangeResult > delOthers( RouterState & state, Teller teller,
@@ -37,6 +41,10 @@ class NeighborSection : public Section {
  private:
    static IntfBook::NeighborKey keyOf( const Entry & entry ) {
       return { entry.intf( "interface" ), entry.at( "address" ).value< Kynet::IpGenAddr >( "an IP address" ) };
+   }
+   static Teller tellerOf( const RouterState & state, const IntfBook::NeighborKey & key ) {
+      const auto at = state.intfBook().neighbors().find( key );
+      return at == state.intfBook().neighbors().end() ? Teller() : at->second.teller;
    }
    static std::string textOf( const IntfBook::NeighborKey & key ) {
       return key.second.stringValue() + " on " + key.first.stringValue();

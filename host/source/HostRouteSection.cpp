@@ -72,9 +72,7 @@ class RouteSection : public Section {
    static bool told( Teller teller ) {
       return teller == Teller::command_ || teller == Teller::description_ || teller == Teller::routeFile_;
    }
-   static Kynet::IpGenPrefix prefixOf( const Entry & entry ) {
-      return entry.at( "prefix" ).value< Kynet::IpGenPrefix >( "an IP prefix" );
-   }
+   static Kynet::IpGenPrefix prefixOf( const Entry & entry ) { return entry.at( "prefix" ).prefix(); }
    static std::string textOf( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix ) {
       auto text = prefix.stringValue();
       return vrf == L3::VrfName::defaultVrf() ? text : text + " in VRF " + vrf.value();

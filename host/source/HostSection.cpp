@@ -25,10 +25,13 @@ const std::vector< std::unique_ptr< const Section > > & sections() {
    return all;
 }
 
-const Section * sectionOfKind( const std::string & kind ) {
-   const auto at =
-        std::ranges::find_if( sections(), [ & ]( const auto & section ) { return section->kind() == kind; } );
-   return at == sections().end() ? nullptr : at->get();
+const Section & sectionOfKind( const std::string & kind ) {
+   std::string all;
+   for ( const auto & section : sections() ) {
+      if ( section->kind() == kind ) return *section;
+      all += ( all.empty() ? "" : ", " ) + std::string( section->kind() );
+   }
+   throw EntryError( "there is no kind " + quoted( kind ) + "; kinds are " + all, 0 );
 }
 
 } // namespace Host

@@ -40,8 +40,8 @@ class Section {
 
 // In the order in which the objects lean on each other.
 const std::vector< std::unique_ptr< const Section > > & sections();
-// Null: there is no such kind.
-const Section * sectionOfKind( const std::string & kind );
+// Throws an EntryError that lists the kinds when there is no such one.
+const Section & sectionOfKind( const std::string & kind );
 
 std::unique_ptr< const Section > routerMacSection();
 std::unique_ptr< const Section > vrfSection();

@@ -3,9 +3,13 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Host {
+
+// The text as a log may have it: its first 500 bytes, with control bytes written out.
+std::string printable( std::string_view text, size_t longest = 500 );
 
 struct SourceError {
    std::string file;

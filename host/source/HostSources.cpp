@@ -16,6 +16,7 @@ bool Sources::load() {
    routeFile_.reset();
    errors_ = std::move( errors );
    description->apply( state_, *errors_ );
+   kernelRoutes_ = description->kernelRoutes();
    auto config = description->routeFile();
    if ( !files_.routes.empty() )
       config.path = files_.routes;

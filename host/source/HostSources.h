@@ -29,6 +29,8 @@ class Sources {
    const std::string & description() const { return files_.description; }
    // The path of the one in use, empty when there is none.
    const std::string & routeFile() const { return routesPath_; }
+   // As Description::kernelRoutes(), of the last description that could be read.
+   bool kernelRoutes() const { return kernelRoutes_; }
 
  private:
    RouterState & state_;
@@ -38,6 +40,7 @@ class Sources {
    std::unique_ptr< SourceErrors > lastErrors_; // of a load that came to nothing: the route file goes on with its own
    std::unique_ptr< RouteFile > routeFile_;
    std::string routesPath_;
+   bool kernelRoutes_ = true;
 };
 
 } // namespace Host

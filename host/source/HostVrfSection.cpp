@@ -19,8 +19,9 @@ class VrfSection : public Section {
    ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
       VrfFact fact{ nameOf( entry ) };
       if ( !entry.node().IsScalar() ) {
-         entry.only( { "name", "id" } );
+         entry.only( { "name", "id", "netns" } );
          if ( entry.has( "id" ) ) fact.id = entry.number( "id", 0, 65535, 0 );
+         if ( entry.has( "netns" ) ) fact.netns = entry.name( "netns", "network namespace" );
       }
       return state.vrfIs( fact, teller );
    }

@@ -19,7 +19,7 @@ ChangeResult verdictOn( const Acl::Problems & problems ) {
    ChangeResult result;
    for ( const auto & problem : problems ) {
       const auto text = problem.object + ": " + problem.text;
-      if ( problem.severity == Acl::Problem::Severity::error ) return refused( text );
+      if ( problem.severity == Acl::Problem::Severity::error ) return invalid( text );
       result.message += ( result.message.empty() ? "" : "\n" ) + text;
    }
    return result;
@@ -96,7 +96,7 @@ Gant::String AclBook::wrongList( const Gant::String & name ) const {
 
 ChangeResult AclBook::classMapIs( const ClassMapFact & fact, Teller teller ) {
    const auto object = classObject( fact.name ) + ": ";
-   if ( fact.name == Qos::classDefault ) return refused( object + "the name is that of what no other class matches" );
+   if ( fact.name == Qos::classDefault ) return invalid( object + "the name is that of what no other class matches" );
    auto verdict = verdictOn( Qos::validate( fact.name, fact.config ) );
    if ( !isDone( verdict ) ) return verdict;
    for ( const auto & name : fact.config.accessLists )
@@ -120,7 +120,8 @@ ChangeResult AclBook::classMapDel( const Gant::String & name ) {
 
 ChangeResult AclBook::policyMapIs( const PolicyMapFact & fact, Teller teller ) {
    auto verdict = verdictOn( Qos::validate( fact.name, fact.config, *tree_.qosStatus, *tree_.aclCliConfig ) );
-   if ( !isDone( verdict ) ) return verdict;
+   // It may be for want of a class.
+   if ( !isDone( verdict ) ) return refused( std::move( verdict.message ) );
    policyMaps_[ fact.name ] = { fact, teller };
    tree_.qosStatus->policyMapIs( fact.name, fact.config );
    return verdict;

@@ -24,7 +24,8 @@ GANT_ENUM( Teller, U8, ( none, 0 ), // nobody: there is none
            ( command, 2 ),          // told through the command socket
            ( description, 3 ),      // the router description
            ( routeFile, 4 ),        // the plain route file
-           ( neighbor, 5 ) )        // the host route of a resolved neighbour
+           ( neighbor, 5 ),         // the host route of a resolved neighbour
+           ( kernel, 6 ) )          // the kernel beside the router, of neighbours
 
 // In words: "the description".
 const char * textOfTeller( Teller teller );
@@ -33,6 +34,9 @@ struct VrfFact {
    L3::VrfName name;
    // Its number in the FIBs. Nothing: the lowest one that is free. The default VRF has 0.
    std::optional< U32 > id{};
+   // The network namespace of its interfaces' devices in the kernel, by its name. Empty: there are none, and of the
+   // default VRF the data plane's own.
+   Gant::String netns{};
    friend bool operator==( const VrfFact &, const VrfFact & ) = default;
 };
 
@@ -44,17 +48,36 @@ struct IntfFilters {
    friend bool operator==( const IntfFilters &, const IntfFilters & ) = default;
 };
 
+// By what packets come in and go out.
+GANT_ENUM( PortKind, U8, ( none, 0 ), // described packets only
+           ( afPacket, 1 ),           // a device of the host's kernel, through a packet socket
+           ( afXdp, 2 ),              // the same through an XDP socket
+           ( vdev, 3 ),               // a virtual device of DPDK, with its arguments
+           ( pci, 4 ),                // a device that DPDK has, by its address
+           ( portId, 5 ),             // the same, by its number
+           ( pcap, 6 ),               // a device of the host's kernel, through libpcap
+           ( unixSocket, 7 ) )        // a SOCK_SEQPACKET socket that the port listens on, by its path
+
+struct PortFact {
+   PortKind kind{};
+   Gant::String device{}; // what the kind names
+   U32 queues = 1;        // in each direction
+   friend bool operator==( const PortFact &, const PortFact & ) = default;
+};
+
 struct IntfFact {
    Kynet::IntfId intfId;
    L3::VrfName vrf = L3::VrfName::defaultVrf();
    std::vector< Kynet::Prefix > addresses{}; // with host bits: the address and its subnet
-   U32 mtu = 1500;                           // bytes of an IPv4 packet, from 68 (RFC 791)
+   std::optional< U32 > mtu{};               // bytes of an IPv4 packet, from 68 (RFC 791); none: IntfBook::mtu
    U16 mssIngress = 0;                       // bytes of a TCP segment, 0: left alone
    U16 mssEgress = 0;
    Kynet::EthAddr mac{}; // zero: one that follows from the name
    bool enabled = true;
    IntfFilters filters{};
    std::optional< Interface::TunnelIntfStatus > tunnel{}; // of a tunnel interface, and only of one
+   PortFact port{};                                       // of an interface that is no tunnel and no loopback
+   std::optional< bool > kernel{}; // whether it has a device in the kernel; nothing: where there is a port
    friend bool operator==( const IntfFact &, const IntfFact & ) = default;
 };
 

@@ -13,6 +13,7 @@ namespace {
 using Mirel::RouteType;
 
 constexpr U32 mtuMin = 68, mtuMax = 65535;
+constexpr U32 portMtuMax = 9216;
 
 std::set< Kynet::Prefix > subnetsOf( const IntfFact & fact ) {
    std::set< Kynet::Prefix > subnets;
@@ -57,24 +58,7 @@ Vex::EncapType encapOf( Interface::TunnelMode mode ) {
    return Vex::EncapType::gre();
 }
 
-} // namespace
-
-IntfBook::IntfBook( StateTree & tree, const VrfBook & vrfs ) :
-     tree_( tree ), vrfs_( vrfs ),
-     routes4_( tree.fib, [ this ]( auto vrfId, auto kind, auto & hop ) { return resolve( vrfId, kind, hop ); } ),
-     routes6_( tree.fib6, [ this ]( auto vrfId, auto kind, auto & hop ) { return resolve( vrfId, kind, hop ); } ) {}
-
-Gant::String IntfBook::wrong( const IntfFact & fact ) const {
-   if ( !vrfs_.id( fact.vrf ) ) return textOf( fact.vrf ) + " does not exist";
-   if ( fact.mtu < mtuMin ) return Gant::format( "MTU %u is under %u", fact.mtu, mtuMin );
-   if ( fact.mtu > mtuMax ) return Gant::format( "MTU %u is over %u", fact.mtu, mtuMax );
-   if ( fact.mac.multicast() ) return "MAC " + fact.mac.stringValue() + " is a multicast address";
-   for ( const auto & address : fact.addresses )
-      if ( auto text = wrongAddress( fact, address ); !text.empty() ) return text;
-   return fact.tunnel ? wrongTunnel( fact ) : "";
-}
-
-Gant::String IntfBook::wrongAddress( const IntfFact & fact, Kynet::Prefix address ) const {
+Gant::String wrongAddress( const IntfFact & fact, Kynet::Prefix address ) {
    const auto text = "address " + address.stringValue();
    const auto first = address.address().value() >> 24;
    if ( first == 0 || first == 127 || first >= 224 ) return text + " is not one that an interface can have";
@@ -85,14 +69,10 @@ Gant::String IntfBook::wrongAddress( const IntfFact & fact, Kynet::Prefix addres
    if ( std::ranges::count_if( fact.addresses, [ & ]( auto other ) { return other.address() == address.address(); } ) >
         1 )
       return text + " is there twice";
-   if ( const auto overlap = subnets_.overlap( vrfId( fact ), subnetOf( address ), fact.intfId ) )
-      return text + " overlaps with " + overlap->subnet.stringValue() + " of " + overlap->intfId.stringValue();
    return {};
 }
 
-Gant::String IntfBook::wrongTunnel( const IntfFact & fact ) const {
-   const auto & tunnel = *fact.tunnel;
-   if ( !vrfs_.id( tunnel.underlayVrf() ) ) return "underlay " + textOf( tunnel.underlayVrf() ) + " does not exist";
+Gant::String wrongTunnel( const Interface::TunnelIntfStatus & tunnel ) {
    if ( !tunnel.srcAddr() ) return "a tunnel needs a source";
    if ( !tunnel.dstAddr() ) return "a tunnel needs a destination";
    if ( tunnel.srcAddr() == tunnel.dstAddr() )
@@ -100,8 +80,49 @@ Gant::String IntfBook::wrongTunnel( const IntfFact & fact ) const {
    return {};
 }
 
+// Of the fact by itself: what is wrong whatever the router holds.
+Gant::String wrongValue( const IntfFact & fact ) {
+   if ( fact.mtu && *fact.mtu < mtuMin ) return Gant::format( "MTU %u is under %u", *fact.mtu, mtuMin );
+   if ( fact.mtu && *fact.mtu > mtuMax ) return Gant::format( "MTU %u is over %u", *fact.mtu, mtuMax );
+   if ( fact.mac.multicast() ) return "MAC " + fact.mac.stringValue() + " is a multicast address";
+   for ( const auto & address : fact.addresses )
+      if ( auto text = wrongAddress( fact, address ); !text.empty() ) return text;
+   return fact.tunnel ? wrongTunnel( *fact.tunnel ) : "";
+}
+
+} // namespace
+
+IntfBook::IntfBook( StateTree & tree, const VrfBook & vrfs ) :
+     tree_( tree ), vrfs_( vrfs ),
+     routes4_( tree.fib, [ this ]( auto vrfId, auto kind, auto & hop ) { return resolve( vrfId, kind, hop ); } ),
+     routes6_( tree.fib6, [ this ]( auto vrfId, auto kind, auto & hop ) { return resolve( vrfId, kind, hop ); } ) {}
+
+Gant::String IntfBook::wrong( const IntfFact & fact ) const {
+   if ( !vrfs_.id( fact.vrf ) ) return textOf( fact.vrf ) + " does not exist";
+   if ( fact.tunnel && !vrfs_.id( fact.tunnel->underlayVrf() ) )
+      return "underlay " + textOf( fact.tunnel->underlayVrf() ) + " does not exist";
+   for ( const auto & address : fact.addresses )
+      if ( const auto overlap = subnets_.overlap( vrfId( fact ), subnetOf( address ), fact.intfId ) )
+         return "address " + address.stringValue() + " overlaps with " + overlap->subnet.stringValue() + " of " +
+                overlap->intfId.stringValue();
+   return wrongPort( fact );
+}
+
+Gant::String IntfBook::wrongPort( const IntfFact & fact ) const {
+   const auto & port = fact.port;
+   if ( port.kind == PortKind::none_ ) return {};
+   if ( fact.intfId.type() == Kynet::IntfType::loopback_ ) return "a loopback interface has no device";
+   if ( mtu( fact ) > portMtuMax )
+      return Gant::format( "MTU %u is over %u, the most of a device", mtu( fact ), portMtuMax );
+   for ( const auto & [ intfId, told ] : intfs_ )
+      if ( intfId != fact.intfId && told.fact.port.kind != PortKind::none_ && told.fact.port.device == port.device )
+         return "device " + port.device + " belongs to " + intfId.stringValue();
+   return {};
+}
+
 ChangeResult IntfBook::intfIs( const IntfFact & fact, Teller teller ) {
    const auto name = "interface " + fact.intfId.stringValue();
+   if ( auto text = wrongValue( fact ); !text.empty() ) return invalid( name + ": " + text );
    if ( auto text = wrong( fact ); !text.empty() ) return refused( name + ": " + text );
    const auto at = intfs_.find( fact.intfId );
    if ( at != intfs_.end() ) {
@@ -157,12 +178,14 @@ void IntfBook::takeDown( const IntfFact & given ) {
    tree_.ethIntfStatusDir->intfStatusDel( intfId );
    tree_.vlanIntfStatusDir->intfStatusDel( intfId );
    tree_.tunnelIntfStatusDir->intfStatusDel( intfId );
+   tree_.deviceDir->deviceDel( intfId );
    tree_.portDir->portDel( intfId );
 }
 
 void IntfBook::writeEntities( const IntfFact & fact ) {
    const auto intfId = fact.intfId;
    tree_.portDir->portIs( intfId, port( fact ) );
+   tree_.deviceDir->deviceIs( intfId, device( fact ) );
    if ( fact.tunnel )
       tree_.tunnelIntfStatusDir->intfStatusIs( intfId, *fact.tunnel );
    else
@@ -172,7 +195,7 @@ void IntfBook::writeEntities( const IntfFact & fact ) {
    Ip::IntfStatus status;
    status.vrfNameIs( fact.vrf );
    status.routingEnabledIs( fact.enabled );
-   status.mtuIs( fact.mtu );
+   status.mtuIs( mtu( fact ) );
    status.tcpMssIngressIs( fact.mssIngress );
    status.tcpMssEgressIs( fact.mssEgress );
    tree_.ipStatus->intfStatusIs( intfId, status );
@@ -211,9 +234,38 @@ Port IntfBook::port( const IntfFact & fact ) const {
    if ( fact.tunnel )
       return Port( encapOf( fact.tunnel->mode() ), {}, *fact.tunnel,
                    Hul::VrfId( vrfs_.id( fact.tunnel->underlayVrf() ).value_or( 0 ) ), Hul::VrfId( vrfId( fact ) ),
-                   Gant::valueOf( ipsecEncapIds_, fact.intfId ), fact.enabled );
+                   Gant::valueOf( ipsec_, fact.intfId ).encapId, fact.enabled );
    const auto mac = !!fact.mac ? fact.mac : !!routerMac_ ? routerMac_ : macOf( fact.intfId );
    return Port( Vex::EncapType::ethernet(), mac, {}, {}, {}, 0, fact.enabled );
+}
+
+Device IntfBook::device( const IntfFact & fact ) const {
+   using Kernel = Device::Kernel;
+   const bool portless = fact.tunnel || fact.intfId.type() == Kynet::IntfType::loopback_;
+   const bool byDefault = portless || fact.port.kind != PortKind::none_;
+   Device device;
+   device.port = fact.port;
+   device.kernel = fact.kernel.value_or( false )           ? Kernel::asked
+                   : fact.kernel || !kernel_ || !byDefault ? Kernel::none
+                                                           : Kernel::byDefault;
+   device.vrf = fact.vrf;
+   device.netns = vrfs_.netns( fact.vrf );
+   device.tunnel = fact.tunnel.has_value();
+   device.enabled = fact.enabled;
+   device.mac = port( fact ).macAddr();
+   device.mtu = mtu( fact );
+   device.addresses = fact.addresses;
+   return device;
+}
+
+void IntfBook::devicesAre() {
+   for ( const auto & [ intfId, told ] : intfs_ ) tree_.deviceDir->deviceIs( intfId, device( told.fact ) );
+}
+
+void IntfBook::kernelIs( bool wanted, Teller teller ) {
+   kernel_ = wanted;
+   kernelTeller_ = wanted ? Teller() : teller;
+   devicesAre();
 }
 
 void IntfBook::subnetsAre( const IntfFact & fact, bool present ) {
@@ -275,8 +327,8 @@ ChangeResult IntfBook::neighborIs( const NeighborFact & fact, Teller teller ) {
    const auto intf = intfs_.find( fact.intfId );
    if ( intf == intfs_.end() ) return refused( name + ": the interface does not exist" );
    if ( intf->second.fact.tunnel ) return refused( name + ": a tunnel has no neighbors" );
-   if ( !fact.mac ) return refused( name + ": the MAC is zero" );
-   if ( fact.mac.multicast() ) return refused( name + ": MAC " + fact.mac.stringValue() + " is a multicast address" );
+   if ( !fact.mac ) return invalid( name + ": the MAC is zero" );
+   if ( fact.mac.multicast() ) return invalid( name + ": MAC " + fact.mac.stringValue() + " is a multicast address" );
    if ( fact.addr.af() == Kynet::AddressFamily::ipv4_ ) {
       if ( !onSubnet( intf->second.fact, fact.addr.v4Addr() ) )
          return refused( name + ": the address is on no subnet of the interface" );
@@ -301,7 +353,7 @@ ChangeResult IntfBook::neighborDel( Kynet::IntfId intfId, const Kynet::IpGenAddr
 }
 
 ChangeResult IntfBook::routerMacIs( const Kynet::EthAddr & mac, Teller teller ) {
-   if ( mac.multicast() ) return refused( "router: MAC " + mac.stringValue() + " is a multicast address" );
+   if ( mac.multicast() ) return invalid( "router: MAC " + mac.stringValue() + " is a multicast address" );
    if ( !!mac && !!routerMac_ && mac != routerMac_ )
       return refused( "router: MAC " + routerMac_.stringValue() + " has to be taken away before " + mac.stringValue() +
                       " can come" );
@@ -319,15 +371,27 @@ ChangeResult IntfBook::routerMacIs( const Kynet::EthAddr & mac, Teller teller ) 
       port.macAddrIs( own );
       tree_.portDir->portIs( intfId, port );
    }
+   devicesAre();
    return done();
 }
 
-void IntfBook::ipsecEncapIdIs( Kynet::IntfId intfId, U32 encapId ) {
-   if ( Gant::valueOf( ipsecEncapIds_, intfId ) == encapId ) return;
-   ipsecEncapIds_[ intfId ] = encapId;
-   if ( encapId == 0 ) ipsecEncapIds_.erase( intfId );
+U32 IntfBook::mtu( const IntfFact & fact ) const {
+   constexpr U32 ipAndGre = 20 + 4, greKey = 4;
+   if ( fact.mtu ) return *fact.mtu;
+   if ( !fact.tunnel ) return underlayMtu;
+   const auto most = Gant::valueOf( ipsec_, fact.intfId ).packetMost;
+   if ( fact.tunnel->mode() == Interface::TunnelMode::ipsec_ ) return most;
+   return most - ipAndGre - ( fact.tunnel->key() != 0 ? greKey : 0 );
+}
+
+void IntfBook::ipsecIs( Kynet::IntfId intfId, U32 encapId, U32 packetMost ) {
+   const Ipsec present = Gant::valueOf( ipsec_, intfId ), given{ encapId, packetMost };
+   if ( present == given ) return;
+   ipsec_[ intfId ] = given;
+   if ( encapId == 0 ) ipsec_.erase( intfId );
    const auto at = intfs_.find( intfId );
    if ( at == intfs_.end() ) return;
+   if ( present.encapId == encapId ) return writeEntities( at->second.fact );
    const auto told = at->second;
    takeDown( told.fact );
    intfs_[ intfId ] = told;

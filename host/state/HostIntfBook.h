@@ -36,13 +36,24 @@ class IntfBook {
    // The MAC of the router as a whole, which is that of its bridge, and of every interface without one of its own;
    // zero: none. Another one comes only where there is none: the layers above end the process over one that moves.
    ChangeResult routerMacIs( const Kynet::EthAddr & mac, Teller teller );
+   // Whether interfaces have devices in the kernel that do not say so themselves; at first they may.
+   void kernelIs( bool wanted, Teller teller );
+   // What is told of VRFs may have changed.
+   void devicesAre();
    // The IPsec connection of a tunnel, by its id; 0: none. A tunnel that is there is rebuilt.
-   void ipsecEncapIdIs( Kynet::IntfId intfId, U32 encapId );
+   // The tunnel's connection, 0 for none, and the bytes of the largest packet that it protects into an underlay of
+   // `underlayMtu`.
+   void ipsecIs( Kynet::IntfId intfId, U32 encapId, U32 packetMost = underlayMtu );
+   // What was told; otherwise 1500, and of a tunnel what its outer headers leave of an underlay of as much.
+   U32 mtu( const IntfFact & fact ) const;
+   static constexpr U32 underlayMtu = 1500;
 
    const Intfs & intfs() const { return intfs_; }
    const Neighbors & neighbors() const { return neighbors_; }
    const Kynet::EthAddr & routerMac() const { return routerMac_; }
    Teller routerMacTeller() const { return routerMacTeller_; } // `none` when there is no MAC
+   bool kernel() const { return kernel_; }
+   Teller kernelTeller() const { return kernelTeller_; } // `none` when there may be devices
    RouteBook< Kynet::Prefix > & routes4() { return routes4_; }
    const RouteBook< Kynet::Prefix > & routes4() const { return routes4_; }
    RouteBook< Kynet::Ip6Prefix > & routes6() { return routes6_; }
@@ -58,8 +69,7 @@ class IntfBook {
    using Derived = std::map< Kynet::Prefix, Mirel::RouteType >;
 
    Gant::String wrong( const IntfFact & fact ) const;
-   Gant::String wrongAddress( const IntfFact & fact, Kynet::Prefix address ) const;
-   Gant::String wrongTunnel( const IntfFact & fact ) const;
+   Gant::String wrongPort( const IntfFact & fact ) const;
    void bringUp( const IntfFact & fact );
    void takeDown( const IntfFact & fact );
    void writeEntities( const IntfFact & fact );
@@ -71,6 +81,7 @@ class IntfBook {
    void neighborRouteIs( const IntfFact & fact, const NeighborFact & neighbor );
    void neighborRoutesAre( const IntfFact & fact );
    Port port( const IntfFact & fact ) const;
+   Device device( const IntfFact & fact ) const;
    bool onSubnet( const IntfFact & fact, Kynet::IpAddr addr ) const;
    U32 vrfId( const IntfFact & fact ) const { return vrfs_.id( fact.vrf ).value_or( 0 ); }
    std::optional< Way > resolve( U32 vrfId, Mirel::RouteType kind, const Hop & hop ) const;
@@ -85,7 +96,14 @@ class IntfBook {
    Subnets subnets_;
    Kynet::EthAddr routerMac_;
    Teller routerMacTeller_;
-   std::map< Kynet::IntfId, U32 > ipsecEncapIds_;
+   bool kernel_ = true;
+   Teller kernelTeller_;
+   struct Ipsec {
+      U32 encapId = 0;
+      U32 packetMost = underlayMtu;
+      friend bool operator==( const Ipsec &, const Ipsec & ) = default;
+   };
+   std::map< Kynet::IntfId, Ipsec > ipsec_;
    std::map< Kynet::IntfId, Derived > derived_; // routes in the books, by interface, with the VRF of its fact
    RouteBook< Kynet::Prefix > routes4_;
    RouteBook< Kynet::Ip6Prefix > routes6_;

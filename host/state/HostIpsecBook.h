@@ -20,6 +20,8 @@ class IpsecBook {
 
    IpsecBook( StateTree & tree, IntfBook & intfs ) : tree_( tree ), intfs_( intfs ) {}
 
+   // Why none is taken; empty: they are.
+   void keysRefusedIs( const Gant::String & why ) { keysRefused_ = why; }
    // A connection of the name under another key is replaced too.
    ChangeResult connectionIs( const IpsecFact & fact, Teller teller );
    ChangeResult connectionDel( const Gant::Name & name );
@@ -37,6 +39,7 @@ class IpsecBook {
    StateTree & tree_;
    IntfBook & intfs_;
    Connections connections_;
+   Gant::String keysRefused_;
 };
 
 } // namespace Host

@@ -36,10 +36,9 @@ Gant::String textOf( const DynamicKey & key ) {
    return "NAT of list " + key.acl() + " in VLAN " + std::to_string( key.vlan() );
 }
 
-Gant::String NatBook::wrong( const NatStaticFact & fact ) const {
+static Gant::String wrongStatic( const NatStaticFact & fact ) {
    const auto & from = fact.key.original();
    const auto & to = fact.connection.translated();
-   if ( !intfs_.intfs().contains( fact.key.intfId() ) ) return "the interface does not exist";
    for ( const auto & end : { from, to } )
       if ( auto text = wrongEnd( end ); !text.empty() ) return text;
    if ( from == to ) return "it is translated to itself";
@@ -51,7 +50,9 @@ Gant::String NatBook::wrong( const NatStaticFact & fact ) const {
 }
 
 ChangeResult NatBook::staticIs( const NatStaticFact & fact, Teller teller ) {
-   if ( auto text = wrong( fact ); !text.empty() ) return refused( textOf( fact.key ) + ": " + text );
+   if ( auto text = wrongStatic( fact ); !text.empty() ) return invalid( textOf( fact.key ) + ": " + text );
+   if ( !intfs_.intfs().contains( fact.key.intfId() ) )
+      return refused( textOf( fact.key ) + ": the interface does not exist" );
    statics_[ fact.key ] = { fact, teller };
    tree_.natStatus->staticConnectionIs( fact.key, fact.connection );
    return accepted();

@@ -25,9 +25,6 @@ class NatBook {
    const Dynamics & dynamics() const { return dynamics_; }
 
  private:
-   // Why it is no translation; empty when it is one.
-   Gant::String wrong( const NatStaticFact & fact ) const;
-
    StateTree & tree_;
    const IntfBook & intfs_;
    Statics statics_;

@@ -10,6 +10,7 @@ const char * textOfTeller( Teller teller ) {
    case Teller::description_: return "the description";
    case Teller::routeFile_: return "the route file";
    case Teller::neighbor_: return "a neighbour";
+   case Teller::kernel_: return "the kernel";
    }
    return "nobody";
 }

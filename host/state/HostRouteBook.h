@@ -42,7 +42,7 @@ class RouteBook {
    Gant::Ptr< Table > fib_;
    FecBook< P > fecs_;
    std::map< std::pair< U32, P >, Waiting > waiting_;
-   std::array< size_t, 6 > counts_{};
+   std::array< size_t, 7 > counts_{};
 };
 
 inline Teller tellerOf( const Mirel::Route & route ) { return Teller( route.protocol() ); }

@@ -44,6 +44,13 @@ RouterState::RouterState() :
      vrfs_( tree_.allVrfStatusLocal ), intfs_( tree_, vrfs_ ), ipsec_( tree_, intfs_ ), acl_( tree_, intfs_ ),
      vlans_( tree_ ), virtualMacs_( tree_, intfs_ ), nat_( tree_, intfs_ ) {}
 
+ChangeResult RouterState::vrfIs( const VrfFact & fact, Teller teller ) {
+   const auto netns = vrfs_.netns( fact.name );
+   auto result = vrfs_.vrfIs( fact, teller );
+   if ( vrfs_.netns( fact.name ) != netns ) intfs_.devicesAre();
+   return result;
+}
+
 ChangeResult RouterState::intfIs( const IntfFact & fact, Teller teller ) {
    if ( auto text = acl_.wrong( fact ); !text.empty() )
       return refused( "interface " + fact.intfId.stringValue() + ": " + text );
@@ -104,9 +111,9 @@ ChangeResult RouterState::routeIs( const RouteFact & fact, Teller teller ) {
    const auto name = nameOf( fact.vrf, fact.prefix ) + ": ";
    const auto vrfId = vrfs_.id( fact.vrf );
    if ( !vrfId ) return refused( name + textOf( fact.vrf ) + " does not exist" );
-   if ( auto text = wrongWays( fact.prefix.af(), fact.ways ); !text.empty() ) return refused( name + text );
+   if ( auto text = wrongWays( fact.prefix.af(), fact.ways ); !text.empty() ) return invalid( name + text );
    return byFamily( routes4(), routes6(), fact.prefix, [ & ]( auto & book, const auto & prefix ) {
-      if ( auto text = wrongPrefix( prefix ); !text.empty() ) return refused( name + text );
+      if ( auto text = wrongPrefix( prefix ); !text.empty() ) return invalid( name + text );
       const auto fecId = book.fecs().acquire( *vrfId, fact.ways );
       book.routeIs( *vrfId, prefix, teller, fact.ways.kind, fecId );
       book.fecs().release( fecId );
@@ -136,6 +143,11 @@ size_t RouterState::routes( Teller teller ) const { return routes4().routes( tel
 ChangeResult RouterState::vrfDel( const L3::VrfName & name ) {
    const auto vrfId = vrfs_.id( name );
    if ( !vrfId ) return notFound( textOf( name ) + " does not exist" );
+   if ( *vrfId == 0 && !vrfs_.netns( name ).empty() ) {
+      auto result = vrfs_.vrfDel( name );
+      intfs_.devicesAre();
+      return result;
+   }
    for ( const auto & [ intfId, told ] : intfs_.intfs() ) {
       if ( told.fact.vrf == name ) return refused( textOf( name ) + ": " + intfId.stringValue() + " is in it" );
       if ( told.fact.tunnel && told.fact.tunnel->underlayVrf() == name )

@@ -35,12 +35,15 @@ class RouterState {
    const NatBook & natBook() const { return nat_; }
 
    // Each makes the object, or changes it to what is told.
-   ChangeResult vrfIs( const VrfFact & fact, Teller teller ) { return vrfs_.vrfIs( fact, teller ); }
+   ChangeResult vrfIs( const VrfFact & fact, Teller teller );
    ChangeResult intfIs( const IntfFact & fact, Teller teller );
    ChangeResult neighborIs( const NeighborFact & fact, Teller teller ) { return intfs_.neighborIs( fact, teller ); }
    ChangeResult routeIs( const RouteFact & fact, Teller teller );
+   // Why no IPsec connection is taken; empty: they are.
+   void keysRefusedIs( const std::string & why ) { ipsec_.keysRefusedIs( why ); }
    ChangeResult ipsecIs( const IpsecFact & fact, Teller teller ) { return ipsec_.connectionIs( fact, teller ); }
    ChangeResult routerMacIs( const Kynet::EthAddr & mac, Teller teller ) { return intfs_.routerMacIs( mac, teller ); }
+   void kernelIs( bool wanted, Teller teller ) { intfs_.kernelIs( wanted, teller ); }
    ChangeResult vlanIs( const VlanFact & fact, Teller teller ) { return vlans_.vlanIs( fact, teller ); }
    ChangeResult virtualMacIs( const VirtualMacFact & fact, Teller teller ) {
       return virtualMacs_.virtualMacIs( fact, teller );

@@ -147,11 +147,9 @@ class RuleReader {
 
    U8 protocol() {
       const auto text = take( "the protocol" );
-      auto found = numberOf( protocols, text );
-      if ( !found )
-         if ( const auto number = parseNumber( text ); number && *number >= 1 && *number <= 255 )
-            found = U16( *number );
-      if ( !found ) throw Wrong{ quoted( text ) + " is not a protocol: a name, or a number from 1 to 255" };
+      const auto found = protocolOf( text );
+      if ( !found || text == "0" )
+         throw Wrong{ quoted( text ) + " is not a protocol: a name, or a number from 1 to 255" };
       return U8( *found );
    }
 
@@ -315,6 +313,12 @@ std::string textOfRule( const Acl::Entry & entry ) {
    return verdict + protocolName( filter.proto() ) + " " + textOf( filter.source() ) + behind( filter.sourcePort() ) +
           " " + textOf( filter.destination() ) + behind( filter.destinationPort() ) + optionsInWords( filter ) +
           ( entry.rule.log() ? " log" : "" );
+}
+
+std::optional< U8 > protocolOf( std::string_view text ) {
+   if ( const auto protocol = numberOf( protocols, text ) ) return U8( *protocol );
+   const auto number = parseNumber( text );
+   return number && *number <= 255 ? std::optional( U8( *number ) ) : std::nullopt;
 }
 
 std::string protocolName( U8 protocol ) { return nameOf( protocols, protocol ); }

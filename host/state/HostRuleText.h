@@ -28,6 +28,8 @@ std::string parseRule( Acl::AclType type, std::string_view text, RuleLine & line
 // The same words, without the sequence number. What a MAC rule matches is its remark.
 std::string textOfRule( const Acl::Entry & entry );
 
+// A number from 0 to 255 or a name; nothing: neither.
+std::optional< U8 > protocolOf( std::string_view text );
 // "tcp", or the number; 0 is "ip".
 std::string protocolName( U8 protocol );
 // A number from 0 to 63 or one of the names of RFC 2474, 2597 and 3246; nothing: neither.

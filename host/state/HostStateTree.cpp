@@ -23,7 +23,7 @@ using Gant::make;
 
 StateTree::StateTree() :
      em( make< Quorl::EntityManager >( "vexl3" ) ), portDir( make< PortDir >( "engine/port" ) ),
-     bridgingConfig( make< Bridging::Config >( "bridging/config" ) ),
+     deviceDir( make< DeviceDir >( "engine/device" ) ), bridgingConfig( make< Bridging::Config >( "bridging/config" ) ),
      bridgingStatus( make< Bridging::Status >( "bridging/status" ) ),
      vlanStatusDir( make< Bridging::VlanStatusDir >( "bridging/vlan/status" ) ),
      allIntfStatusDir( make< Interface::AllIntfStatusDir >( "interface/status/all" ) ),

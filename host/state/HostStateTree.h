@@ -5,6 +5,7 @@
 #include "GantAttr.h"
 #include "GantEntity.h"
 #include "GantValue.h"
+#include "HostDevice.h"
 #include "HulTypes.h"
 #include "KynetIntfId.h"
 #include "MirelFib.h"
@@ -99,6 +100,7 @@ class StateTree {
 
    // Interfaces and VRFs.
    const Gant::Ptr< PortDir > portDir;                                    // IntfBook
+   const Gant::Ptr< DeviceDir > deviceDir;                                // IntfBook
    const Gant::Ptr< Bridging::Config > bridgingConfig;                    // VlanBook; the router's MAC, IntfBook
    const Gant::Ptr< Bridging::Status > bridgingStatus;                    // nobody
    const Gant::Ptr< Bridging::VlanStatusDir > vlanStatusDir;              // VlanBook

@@ -18,8 +18,8 @@ void VirtualMacBook::announce( const VirtualMacFact & fact, bool present ) {
 
 ChangeResult VirtualMacBook::virtualMacIs( const VirtualMacFact & fact, Teller teller ) {
    const auto name = nameOf( fact ) + ": ";
-   if ( !fact.mac ) return refused( name + "the MAC is zero" );
-   if ( fact.mac.multicast() ) return refused( name + "it is a multicast address" );
+   if ( !fact.mac ) return invalid( name + "the MAC is zero" );
+   if ( fact.mac.multicast() ) return invalid( name + "it is a multicast address" );
    const auto intf = intfs_.intfs().find( fact.intfId );
    if ( intf == intfs_.intfs().end() ) return refused( name + "the interface does not exist" );
    if ( intf->second.fact.tunnel ) return refused( name + "a tunnel has no MACs" );

@@ -15,8 +15,9 @@ ChangeResult VrfBook::vrfIs( const VrfFact & fact, Teller teller ) {
       const auto present = *at->second.fact.id;
       if ( fact.id && *fact.id != present )
          return refused( object + "its id is " + std::to_string( present ) + " and stays while it is there" );
-      // The default VRF is nobody's.
-      if ( present != 0 ) at->second.teller = teller;
+      // The default VRF is nobody's, unless something is told of it.
+      at->second.teller = present != 0 || !fact.netns.empty() ? teller : Teller();
+      at->second.fact.netns = fact.netns;
       return done();
    }
    if ( fact.id ) {
@@ -25,7 +26,7 @@ ChangeResult VrfBook::vrfIs( const VrfFact & fact, Teller teller ) {
          return refused( object + "id " + std::to_string( *fact.id ) + " belongs to " + textOf( holder->second ) );
    }
    const U32 id = fact.id ? *fact.id : freeId();
-   vrfs_.insert( { fact.name, { { fact.name, id }, teller } } );
+   vrfs_.insert( { fact.name, { { fact.name, id, fact.netns }, teller } } );
    names_[ id ] = fact.name;
    allVrfStatusLocal_->vrfStatusIs( fact.name, Ip::VrfStatus( id, true ) );
    return done();
@@ -34,7 +35,11 @@ ChangeResult VrfBook::vrfIs( const VrfFact & fact, Teller teller ) {
 ChangeResult VrfBook::vrfDel( const L3::VrfName & name ) {
    const auto at = vrfs_.find( name );
    if ( at == vrfs_.end() ) return notFound( textOf( name ) + " does not exist" );
-   if ( name == L3::VrfName::defaultVrf() ) return refused( textOf( name ) + ": the default VRF stays" );
+   if ( name == L3::VrfName::defaultVrf() ) {
+      if ( at->second.fact.netns.empty() ) return refused( textOf( name ) + ": the default VRF stays" );
+      at->second = { { name, 0 }, Teller::none() };
+      return done();
+   }
    allVrfStatusLocal_->vrfStatusDel( name );
    names_.erase( *at->second.fact.id );
    vrfs_.erase( at );
@@ -44,6 +49,12 @@ ChangeResult VrfBook::vrfDel( const L3::VrfName & name ) {
 std::optional< U32 > VrfBook::id( const L3::VrfName & name ) const {
    const auto at = vrfs_.find( name );
    return at == vrfs_.end() ? std::nullopt : at->second.fact.id;
+}
+
+const Gant::String & VrfBook::netns( const L3::VrfName & name ) const {
+   static const Gant::String none;
+   const auto at = vrfs_.find( name );
+   return at == vrfs_.end() ? none : at->second.fact.netns;
 }
 
 const L3::VrfName & VrfBook::name( U32 id ) const {

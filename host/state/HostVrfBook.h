@@ -27,10 +27,11 @@ class VrfBook {
    explicit VrfBook( Gant::Ptr< Ip::AllVrfStatusLocal > allVrfStatusLocal );
 
    ChangeResult vrfIs( const VrfFact & fact, Teller teller );
-   // REQUIRES: nothing is in it.
+   // REQUIRES: nothing is in it. The default VRF stays, without what was told of it.
    ChangeResult vrfDel( const L3::VrfName & name );
 
    const Vrfs & vrfs() const { return vrfs_; }
+   const Gant::String & netns( const L3::VrfName & name ) const;
    // Nothing: there is no such VRF.
    std::optional< U32 > id( const L3::VrfName & name ) const;
    // Empty: the number is no VRF's.

@@ -1,6 +1,7 @@
 #include "HostVerify.h"
 
 #include "GantActivity.h"
+#include "HostComparePorts.h"
 #include "HostComparer.h"
 #include "vex/engine.pb.h"
 #include "VexDescribe.h"
@@ -42,7 +43,7 @@ class Run {
       }
       return true;
    }
-   const Findings & findings() const { return comparison_.findings; }
+   Findings & findings() { return comparison_.findings; }
 
  private:
    using Connection = std::pair< std::string, U64 >; // a module's output gate
@@ -121,7 +122,7 @@ class Verify : public Answer, private Gant::StateMachine {
  public:
    Verify( const Asked & asked ) :
         session_( asked.daemon ), most_( asked.question.number( "most", 1000 ) ), wake_( asked.wake ),
-        query_( session_.channel()->address() ), clock_( Gant::activityManager()->newClock() ), gantClock_( *this ),
+        query_( session_.channel()->peer() ), clock_( Gant::activityManager()->newClock() ), gantClock_( *this ),
         begun_( clock_->now() ) {}
 
    Step step( Output & out ) override {
@@ -133,6 +134,14 @@ class Verify : public Answer, private Gant::StateMachine {
       case State::finishing: break;
       }
       if ( !run_->finish() ) return Step::more;
+      if ( const auto * const ports = session_.ports(); ports_ && ports != nullptr ) {
+         if ( !ports_->done() ) return Step::wait;
+         if ( ports->generation() != ports_->generation() ) {
+            settleAgain();
+            return Step::more;
+         }
+         ports_->write( run_->findings() );
+      }
       run_->findings().write( out );
       out.endMember( "seconds", clock_->now() - begun_ );
       return Step::done;
@@ -155,7 +164,9 @@ class Verify : public Answer, private Gant::StateMachine {
 
    Step settle( const Vex::GrpcChannel & channel ) {
       const auto ahead = channel.requestsQueued() - channel.requestsAcknowledged();
-      if ( ahead == 0 ) {
+      const auto * const ports = session_.ports();
+      if ( ahead == 0 && ( ports == nullptr || !ports->changing() ) ) {
+         if ( ports != nullptr ) ports_ = std::make_unique< PortComparison >( *ports, channel.peer(), wake_ );
          generation_ = channel.forwardingGeneration();
          run_ = std::make_unique< Run >( session_, most_ );
          dump_ = query_.dump( {}, wake_ );
@@ -163,14 +174,17 @@ class Verify : public Answer, private Gant::StateMachine {
          return Step::wait;
       }
       if ( clock_->now() > begun_ + settleSeconds )
-         throw CommandError( ErrorCode::refused, "the data plane does not catch up: " + std::to_string( ahead ) +
-                                                      " requests are not answered" );
+         throw CommandError(
+              ErrorCode::refused,
+              "the data plane does not catch up: " +
+                   ( ahead == 0 ? "its ports change" : std::to_string( ahead ) + " requests are not answered" ) );
       clock_->timeMinIs( clock_->now() + lookAgainSeconds );
       return Step::wait;
    }
 
    void settleAgain() {
       dump_ = nullptr;
+      ports_ = nullptr;
       run_ = nullptr;
       state_ = State::settling;
       if ( ++attempts_ == attemptsMax )
@@ -199,6 +213,7 @@ class Verify : public Answer, private Gant::StateMachine {
    int attempts_ = 0;
    std::unique_ptr< Run > run_;
    std::unique_ptr< Vex::EngineDump > dump_;
+   std::unique_ptr< PortComparison > ports_;
    Gant::Ptr< Gant::Clock > clock_;
    GantClock gantClock_;
    const double begun_;

@@ -176,8 +176,9 @@ void AgentSm::handleInitialized() {
    nexthopGroupConfigIs();
    nexthopGroupCliConfigIs( em()->getEntity< Routing::NexthopGroup::ConfigInput >( "routing/nexthopgroup/input/cli" ) );
    nexthopGroupConfigInputIs( em()->getEntity< Gant::Dir >( "routing/nexthopgroup/input/config" ) );
-   aclCauseStatusIs( em()->getEntity< Errdisable::CauseStatus >( "interface/errdisable/cause/acl" ) );
-   GANT_ASSERT( aclCauseStatus() );
+   const Gant::String aclCausePath = "interface/errdisable/cause/acl";
+   aclCauseStatusIs( em()->getEntity< Errdisable::CauseStatus >( aclCausePath ) );
+   GANT_ASSERT( aclCauseStatus(), aclCausePath );
    lookUpAclState();
    aclConfigAggregatorSmIs();
    aclHelperIs();
@@ -204,11 +205,15 @@ void AgentSm::lookUpNatAndIntfState() {
    natConfigIs( em()->getEntity< Ip::Nat::Config >( "ip/nat/config" ) );
    natStatusIs( em()->getEntity< Ip::Nat::Status >( "ip/nat/status" ) );
    natHwStatusIs( em()->getEntity< Ip::Nat::HwStatus >( "ip/nat/hwStatus" ) );
-   natHwCapabilitiesIs( em()->getEntity< Ip::Nat::HwCapabilities >( "ip/nat/hwCapabilities" ) );
+   const Gant::String natPath = "ip/nat/hwCapabilities";
+   natHwCapabilitiesIs( em()->getEntity< Ip::Nat::HwCapabilities >( natPath ) );
+   GANT_ASSERT( natHwCapabilities(), natPath );
    lagInputConfigIs( em()->getEntity< Lag::Input::Config >( "lag/input/config/cli" ) );
    bridgingTopoConfigIs( em()->getEntity< Bridging::Topology::Config >( "bridging/topology/config" ) );
    aclIntfConfigDirIs( em()->getEntity< Gant::Dir >( "acl/intf/config/input" ) );
-   aclStatusDpIs( em()->getEntity< Acl::StatusDp >( Gant::format( "cell/%d/acl/status/dp/vex", cellId() ) ) );
+   const auto aclStatusPath = Gant::format( "cell/%d/acl/status/dp/vex", cellId() );
+   aclStatusDpIs( em()->getEntity< Acl::StatusDp >( aclStatusPath ) );
+   GANT_ASSERT( aclStatusDp(), aclStatusPath );
    aclIntfConfigCliIs( em()->getEntity< Acl::IntfConfig >( "acl/intf/config/cli" ) );
    aclHwConfigIs( em()->getEntity< Gant::Dir >( "acl/hwconfig" ) );
    monitoredNHStatusIs(
@@ -225,6 +230,7 @@ void AgentSm::lookUpAclState() {
 
 void AgentSm::maybeStartProcessing() {
    GANT_ON_LOOP();
+   GANT_ASSERT( natHwCapabilities(), "initializedIs( true ) comes first" );
    natHwCapabilities()->natSupportedIs( true );
    if ( processingStarted() ) {
       GANT_TRACE( 1, "AgentSm::maybeStartProcessing ", "Agent processing has already started" );

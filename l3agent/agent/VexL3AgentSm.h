@@ -6,7 +6,28 @@
 //
 // Phase two needs phase one. Before phase two the data plane is told of IPsec, and of access lists and policies that
 // are applied: they stand before the first interface does. All of it runs on the thread of the
-// activity loop, which the host runs. There is no way back but the destructor; a new agent starts from nothing, and is
+// activity loop, which the host runs.
+//
+// Phase one looks up 19 entities of `em`. Three have to be mounted, of their types, or the process ends with an
+// assertion that names the path: the agent writes them. The agent does without any of the others, and without what it
+// would read there: whoever wants it mounts it before phase one.
+//
+//   required   cell/CELLID/acl/status/dp/vex               Acl::StatusDp
+//              interface/errdisable/cause/acl              Errdisable::CauseStatus
+//              ip/nat/hwCapabilities                       Ip::Nat::HwCapabilities
+//   optional   hwEpoch/status                              HwEpoch::Status
+//              ip/nat/config, status, hwStatus             Ip::Nat::Config, Status, HwStatus
+//              acl/config/cli, acl/config/input            Acl::Input::Config, Gant::Dir
+//              acl/intf/config/cli, acl/intf/config/input  Acl::IntfConfig, Gant::Dir
+//              acl/paramconfig, acl/hwconfig               Acl::ParamConfig, Gant::Dir
+//              arp/monitorednexthop/input/status/vex       Arp::MonitoredNexthop::Input::Status
+//              arp/monitorednexthop/vrf/input/status/vex   Arp::MonitoredNexthop::Input::VrfStatusDir
+//              bridging/topology/config                    Bridging::Topology::Config
+//              lag/input/config/cli                        Lag::Input::Config
+//              routing/nexthopgroup/input/cli              Routing::NexthopGroup::ConfigInput
+//              routing/nexthopgroup/input/config           Gant::Dir
+//
+// There is no way back but the destructor; a new agent starts from nothing, and is
 // fed again by the layer.
 #pragma once
 

@@ -4,8 +4,12 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <sys/prctl.h>
 
 namespace Gant {
+
+// From now on no core of this process is dumped, and no other process of its user reads its memory.
+inline void keepFromDumps() { prctl( PR_SET_DUMPABLE, 0 ); }
 
 inline void cleanse( void * bytes, size_t size ) { explicit_bzero( bytes, size ); }
 

@@ -3,71 +3,20 @@
 #include "GantActivity.h"
 #include "vex/engine.grpc.pb.h"
 #include "VexTransportChannel.h"
+#include "VexUnaryCall.h"
 
-#include <chrono>
 #include <deque>
-#include <grpcpp/client_context.h>
 #include <grpcpp/support/client_callback.h>
 #include <mutex>
 
 namespace Vex {
 
 struct EngineQuery::Stub {
-   explicit Stub( const Gant::String & address ) : engine( transportChannel( address ) ) {}
-   vex::pb::Engine::Stub engine;
+   explicit Stub( const Peer & peer ) : service( transportChannel( peer ) ) {}
+   vex::pb::Engine::Stub service;
 };
 
 namespace {
-
-// What one look at the data plane may take. Without it a question to one that hangs would hang as well.
-constexpr std::chrono::seconds unaryTime( 10 );
-
-Gant::String textOf( const grpc::Status & status ) {
-   if ( status.ok() ) return {};
-   return status.error_message().empty() ? Gant::format( "gRPC status %d", status.error_code() )
-                                         : status.error_message();
-}
-
-template < typename Request, typename Reply >
-struct Unary {
-   grpc::ClientContext context;
-   Request request;
-   Reply reply;
-   EngineQuery::Done< Reply > done; // touched on the loop only; empty once let go
-};
-
-template < typename State >
-class UnaryCall : public EngineCall {
- public:
-   explicit UnaryCall( std::shared_ptr< State > state ) : state_( std::move( state ) ) {}
-   ~UnaryCall() override {
-      state_->done = nullptr;
-      state_->context.TryCancel();
-   }
-
- private:
-   std::shared_ptr< State > state_;
-};
-
-// `start` begins the call with the callback that it is given. The callback hands over to the loop what the call stands
-// on, connection and all: with the last connection go gRPC's own callback threads, and none of them may be the one to
-// end them.
-template < typename Stub, typename Request, typename Reply, typename Start >
-std::unique_ptr< EngineCall > ask( std::shared_ptr< Stub > stub, const Request & request,
-                                   EngineQuery::Done< Reply > done, Start start ) {
-   using State = Unary< Request, Reply >;
-   const auto state = std::make_shared< State >();
-   state->request = request;
-   state->done = std::move( done );
-   state->context.set_deadline( std::chrono::system_clock::now() + unaryTime );
-   auto & engine = stub->engine;
-   start( *engine.async(), *state, [ stub = std::move( stub ), call = state ]( const grpc::Status & status ) mutable {
-      Gant::activityManager()->post( [ stub = std::move( stub ), call = std::move( call ), error = textOf( status ) ] {
-         if ( const auto told = std::exchange( call->done, nullptr ) ) told( error, call->reply );
-      } );
-   } );
-   return std::make_unique< UnaryCall< State > >( state );
-}
 
 // The stream's side of a dump. gRPC's thread puts batches in, the loop takes them out. It holds itself until the call
 // is over.
@@ -180,27 +129,27 @@ class DumpCall : public EngineDump {
 
 } // namespace
 
-EngineQuery::EngineQuery( const Gant::String & address ) : stub_( std::make_shared< Stub >( address ) ) {}
+EngineQuery::EngineQuery( const Peer & peer ) : stub_( std::make_shared< Stub >( peer ) ) {}
 
 EngineQuery::~EngineQuery() = default;
 
 std::unique_ptr< EngineCall > EngineQuery::lookup( const vex::pb::LookupRequest & request,
                                                    Done< vex::pb::LookupReply > done ) {
-   return ask( stub_, request, std::move( done ), []( auto & engine, auto & call, auto then ) {
+   return askUnary( stub_, request, std::move( done ), []( auto & engine, auto & call, auto then ) {
       engine.Lookup( &call.context, &call.request, &call.reply, std::move( then ) );
    } );
 }
 
 std::unique_ptr< EngineCall > EngineQuery::tracePacket( const vex::pb::TracePacketRequest & request,
                                                         Done< vex::pb::TracePacketReply > done ) {
-   return ask( stub_, request, std::move( done ), []( auto & engine, auto & call, auto then ) {
+   return askUnary( stub_, request, std::move( done ), []( auto & engine, auto & call, auto then ) {
       engine.TracePacket( &call.context, &call.request, &call.reply, std::move( then ) );
    } );
 }
 
 std::unique_ptr< EngineDump > EngineQuery::dump( const vex::pb::DumpRequest & request, std::function< void() > ready ) {
    const auto reader = std::make_shared< DumpReader >( request, std::move( ready ) );
-   reader->begin( stub_->engine, reader );
+   reader->begin( stub_->service, reader );
    return std::make_unique< DumpCall >( reader );
 }
 

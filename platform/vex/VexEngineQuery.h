@@ -2,7 +2,7 @@
 // their way: the answer is the state of some moment between two batches.
 #pragma once
 
-#include "GantTypes.h"
+#include "VexPeer.h"
 
 #include <functional>
 #include <memory>
@@ -42,8 +42,8 @@ class EngineQuery {
    template < typename Reply >
    using Done = std::function< void( const Gant::String & error, const Reply & reply ) >;
 
-   // `address` is a gRPC target, as of GrpcChannel. Connects with the first question, by a connection of its own.
-   explicit EngineQuery( const Gant::String & address );
+   // Connects with the first question, by a connection of its own.
+   explicit EngineQuery( const Peer & peer );
    ~EngineQuery();
    EngineQuery( const EngineQuery & ) = delete;
    EngineQuery & operator=( const EngineQuery & ) = delete;

@@ -6,9 +6,11 @@
 #include "vex/engine.pb.h"
 #include "VexCleanse.h"
 #include "VexDescribe.h"
+#include "VexHeartbeat.h"
 #include "VexTransport.h"
 
 #include <algorithm>
+#include <atomic>
 #include <google/protobuf/arena.h>
 #include <mutex>
 #include <optional>
@@ -41,13 +43,22 @@ class GrpcChannel::Inbox : public TransportSink, public std::enable_shared_from_
    explicit Inbox( GrpcChannel * channel ) : channel_( channel ) {}
 
    void reply( std::unique_ptr< vex::pb::BatchReply > reply ) override {
+      ++answers_;
       put( [ & ] { replies_.push_back( std::move( reply ) ); } );
    }
+   void progress() override { ++answers_; }
    void end( const Gant::String & reason, bool unimplemented ) override {
       put( [ & ] { end_ = { reason, unimplemented }; } );
    }
    // On the loop: nothing reaches the channel any more.
    void close() { channel_ = nullptr; }
+   // How often something of what is owed has come.
+   U64 answers() const { return answers_; }
+   // Whether something came that the channel has not looked at.
+   bool unread() {
+      const std::lock_guard lock( mutex_ );
+      return !replies_.empty() || !ready_.empty() || end_;
+   }
 
  private:
    template < typename Put >
@@ -93,11 +104,41 @@ class GrpcChannel::Inbox : public TransportSink, public std::enable_shared_from_
    static constexpr double turnMost = 0.003;
 
    GrpcChannel * channel_;
+   std::atomic< U64 > answers_ = 0;
    std::mutex mutex_;
    std::vector< std::unique_ptr< vex::pb::BatchReply > > replies_;
    std::optional< std::pair< Gant::String, bool > > end_;
    bool posted_ = false;
    std::deque< std::unique_ptr< vex::pb::BatchReply > > ready_; // on the loop
+};
+
+class GrpcChannel::Watch : public Gant::StateMachine {
+ public:
+   Watch( GrpcChannel & channel, double period ) :
+        channel_( channel ), period_( period ), clock_( Gant::activityManager()->newClock() ), gantClock_( *this ) {
+      wake();
+   }
+
+ private:
+   class GantClock : public Gant::Clock::Notifiee {
+    public:
+      explicit GantClock( Watch & watch ) : Notifiee( &watch, watch.clock_ ), watch_( watch ) {}
+      void onTime() override {
+         // Whoever is told of the loss may let go of the channel.
+         const auto alive = Gant::Ptr< GrpcChannel >( &watch_.channel_ );
+         alive->lookAfterPeer();
+         if ( !alive->lost() ) watch_.wake();
+      }
+
+    private:
+      Watch & watch_;
+   };
+   void wake() { clock_->timeMinIs( clock_->now() + period_ ); }
+
+   GrpcChannel & channel_;
+   const double period_;
+   Gant::Ptr< Gant::Clock > clock_;
+   GantClock gantClock_;
 };
 
 namespace {
@@ -123,9 +164,11 @@ grpc::ByteBuffer byteBuffer( Gant::CleansedString bytes ) {
 
 } // namespace
 
-GrpcChannel::GrpcChannel( const Gant::String & address, bool takeOver ) :
-     address_( address ), inbox_( std::make_shared< Inbox >( this ) ),
-     transport_( streamTransport( address, inbox_, takeOver ) ), arena_( newArena() ) {}
+GrpcChannel::GrpcChannel( Peer peer, bool takeOver, double silenceMost ) :
+     peer_( std::move( peer ) ), inbox_( std::make_shared< Inbox >( this ) ),
+     transport_( streamTransport( peer_, inbox_, takeOver ) ), liveness_( silenceMost ), arena_( newArena() ) {
+   if ( silenceMost > 0 ) watch_ = std::make_unique< Watch >( *this, liveness_.period() );
+}
 
 GrpcChannel::~GrpcChannel() { inbox_->close(); }
 
@@ -183,6 +226,21 @@ void GrpcChannel::command( OriginId origin, std::string_view module, std::string
    added( changesForwarding );
 }
 
+void GrpcChannel::lookAfterPeer() {
+   if ( const auto answers = inbox_->answers(); answers != std::exchange( answersSeen_, answers ) )
+      liveness_.answered();
+   const bool begins = !running_ && owner().empty();
+   const bool owes = ( begins || !outstanding_.empty() ) && !inbox_->unread();
+   if ( const auto reason = liveness_.turn( Gant::activityManager()->now(), owes ); !reason.empty() )
+      return ended( reason, false );
+   if ( !heartbeat_ )
+      heartbeat_ = std::make_unique< Heartbeat >( transport_->channel(), [ this ]( bool vouches ) {
+         liveness_.heard();
+         liveness_.vouchedIs( vouches );
+      } );
+   heartbeat_->ask();
+}
+
 // Before the request is written, so that the open batch still tells its position.
 void GrpcChannel::noteOrigin( OriginId origin ) {
    if ( openOrigins_.empty() || openOrigins_.back().second != origin )
@@ -230,7 +288,7 @@ void GrpcChannel::sendWaiting() {
 }
 
 void GrpcChannel::begun( const vex::pb::Hello & hello ) {
-   GANT_TRACE( 1, "session with ", address_, ", data plane ", hello.version(),
+   GANT_TRACE( 1, "session with ", peer_.address, ", data plane ", hello.version(),
                streaming() ? ", by the batch stream" : ", by unary calls" );
    running_ = true;
    ownerIs( {}, 0 );
@@ -310,8 +368,9 @@ Refusal GrpcChannel::inWords( const vex::pb::Refusal & refused, DescribedRequest
 
 void GrpcChannel::ended( const Gant::String & reason, bool unimplemented ) {
    if ( unimplemented && !running_ && streaming() ) {
-      GANT_TRACE( 1, address_, " has no batch stream: falling back to unary calls" );
-      transport_ = unaryTransport( address_, inbox_ );
+      GANT_TRACE( 1, peer_.address, " has no batch stream: falling back to unary calls" );
+      heartbeat_ = nullptr;
+      transport_ = unaryTransport( peer_, inbox_ );
       return;
    }
    running_ = false;
@@ -334,6 +393,11 @@ size_t GrpcChannel::bytesWaiting() const {
    size_t sum = open_.bytes();
    for ( const auto & batch : waiting_ ) sum += batch.bytes.Length();
    return sum;
+}
+
+bool GrpcChannel::congested() const {
+   constexpr size_t requestsMost = 65536, bytesMost = 16 << 20;
+   return requestsWaiting() > requestsMost || bytesWaiting() > bytesMost;
 }
 
 double GrpcChannel::oldestOutstanding() const {

@@ -4,6 +4,8 @@
 
 #include "VexBatchWriter.h"
 #include "VexChannel.h"
+#include "VexLiveness.h"
+#include "VexPeer.h"
 
 #include <deque>
 #include <functional>
@@ -19,6 +21,7 @@ class Refusal;
 
 namespace Vex {
 
+class Heartbeat;
 class Transport;
 struct DescribedRequest;
 
@@ -26,16 +29,17 @@ struct DescribedRequest;
 // until fewer than `outstandingMax` batches are on their way. So a slow data plane holds the queue, and nothing blocks.
 //
 // States: connecting (nothing is sent until the data plane has begun the session), standing by (nor is it while another
-// agent has the data plane), running, lost.
+// agent has the data plane), running, lost. It is lost too when the data plane is found not to be there any more
+// (Liveness), from the first moment on.
 class GrpcChannel : public Channel {
  public:
    static constexpr U32 batchRequestsMax = 4096;
    static constexpr size_t batchBytesMax = 1 << 20;
    static constexpr size_t outstandingMax = 8;
 
-   // `address` is a gRPC target: "unix:/path" or "host:port". Connects at once. `takeOver`: also from another agent
-   // that has the data plane.
-   explicit GrpcChannel( const Gant::String & address, bool takeOver = false );
+   // Connects at once. `takeOver`: also from another agent that has the data plane. `silenceMost`: seconds, as Liveness
+   // takes them.
+   explicit GrpcChannel( Peer peer, bool takeOver = false, double silenceMost = 3 );
    ~GrpcChannel() override;
    const char * fwkType() const override { return "Vex::GrpcChannel"; }
 
@@ -49,7 +53,7 @@ class GrpcChannel : public Channel {
                  bool changesForwarding ) override;
    google::protobuf::Arena & arena() override;
 
-   const Gant::String & address() const { return address_; }
+   const Peer & peer() const { return peer_; }
    bool running() const { return running_; }
    // True: by the stream. False: by unary calls.
    bool streaming() const;
@@ -65,6 +69,8 @@ class GrpcChannel : public Channel {
    size_t requestsWaiting() const;
    size_t requestsOutstanding() const;
    size_t bytesWaiting() const;
+   // So much waits that whoever can wait with more does.
+   bool congested() const;
    // Seconds since the oldest outstanding batch was sent; 0 when there is none.
    double oldestOutstanding() const;
    // The oldest requests that are not answered, in words; those on their way first.
@@ -74,9 +80,11 @@ class GrpcChannel : public Channel {
  private:
    struct Batch;
    class Inbox;
+   class Watch;
 
    void noteOrigin( OriginId origin );
    void added( bool changesForwarding );
+   void lookAfterPeer();
    void closeBatch();
    void sendWaiting();
    void begun( const vex::pb::Hello & hello );
@@ -86,9 +94,13 @@ class GrpcChannel : public Channel {
    Refusal inWords( const vex::pb::Refusal & refused, DescribedRequest request ) const;
    void trace( const Refusal & refusal, const Gant::String & others ) const;
 
-   const Gant::String address_;
+   const Peer peer_;
    std::shared_ptr< Inbox > inbox_;
    std::unique_ptr< Transport > transport_;
+   Liveness liveness_;
+   U64 answersSeen_ = 0;
+   std::unique_ptr< Heartbeat > heartbeat_;
+   std::unique_ptr< Watch > watch_; // null: nobody looks
    std::unique_ptr< google::protobuf::Arena > arena_;
    BatchWriter open_;
    // Origins of the open batch's requests: from this request on, this one.

@@ -30,8 +30,8 @@ Gant::String agentText() {
 // so that a lone batch does not wait for a second thread.
 class StreamTransport : public Transport {
  public:
-   StreamTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink, bool takeOver ) :
-        sink_( std::move( sink ) ), stub_( transportChannel( address ) ) {
+   StreamTransport( const Peer & peer, std::shared_ptr< TransportSink > sink, bool takeOver ) :
+        sink_( std::move( sink ) ), channel_( transportChannel( peer ) ), stub_( channel_ ) {
       context_.AddMetadata( "vex-agent", agentText() );
       if ( takeOver ) context_.AddMetadata( "vex-takeover", "1" );
       stream_ = stub_.PrepareCall( &context_, "/vex.pb.Engine/Session", &queue_ );
@@ -45,6 +45,7 @@ class StreamTransport : public Transport {
    }
 
    bool streaming() const override { return true; }
+   const std::shared_ptr< grpc::Channel > & channel() const override { return channel_; }
 
    void send( const grpc::ByteBuffer & batch ) override {
       const std::lock_guard lock( mutex_ );
@@ -136,6 +137,7 @@ class StreamTransport : public Transport {
    std::shared_ptr< TransportSink > sink_;
    grpc::ClientContext context_;
    grpc::CompletionQueue queue_;
+   const std::shared_ptr< grpc::Channel > channel_;
    grpc::GenericStub stub_;
    std::unique_ptr< grpc::GenericClientAsyncReaderWriter > stream_;
    grpc::ByteBuffer incoming_;
@@ -151,9 +153,9 @@ class StreamTransport : public Transport {
 
 } // namespace
 
-std::unique_ptr< Transport > streamTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink,
+std::unique_ptr< Transport > streamTransport( const Peer & peer, std::shared_ptr< TransportSink > sink,
                                               bool takeOver ) {
-   return std::make_unique< StreamTransport >( address, std::move( sink ), takeOver );
+   return std::make_unique< StreamTransport >( peer, std::move( sink ), takeOver );
 }
 
 } // namespace Vex

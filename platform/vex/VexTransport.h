@@ -1,11 +1,14 @@
 // How batches travel. For the channel's sources only.
 #pragma once
 
-#include "GantTypes.h"
+#include "VexPeer.h"
 
 #include <grpcpp/support/byte_buffer.h>
 #include <memory>
 
+namespace grpc {
+class Channel;
+}
 namespace google::protobuf {
 class Message;
 }
@@ -21,6 +24,8 @@ class TransportSink {
    virtual ~TransportSink() = default;
    // In the order of the batches; number 0 begins the session.
    virtual void reply( std::unique_ptr< vex::pb::BatchReply > reply ) = 0;
+   // Some of what a batch asks for has been answered.
+   virtual void progress() = 0;
    // Once; nothing comes after it.
    virtual void end( const Gant::String & reason, bool unimplemented ) = 0;
 };
@@ -31,13 +36,14 @@ class Transport {
    virtual ~Transport() = default;
    virtual void send( const grpc::ByteBuffer & batch ) = 0;
    virtual bool streaming() const = 0;
+   // The connection.
+   virtual const std::shared_ptr< grpc::Channel > & channel() const = 0;
 };
 
 // False: the bytes are no such message. What is copied on the way is overwritten.
 bool parse( const grpc::ByteBuffer & bytes, google::protobuf::Message & message );
 
-std::unique_ptr< Transport > streamTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink,
-                                              bool takeOver );
-std::unique_ptr< Transport > unaryTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink );
+std::unique_ptr< Transport > streamTransport( const Peer & peer, std::shared_ptr< TransportSink > sink, bool takeOver );
+std::unique_ptr< Transport > unaryTransport( const Peer & peer, std::shared_ptr< TransportSink > sink );
 
 } // namespace Vex

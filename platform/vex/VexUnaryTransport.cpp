@@ -19,9 +19,9 @@ namespace {
 // would.
 class UnaryTransport : public Transport {
  public:
-   UnaryTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink ) :
-        sink_( std::move( sink ) ), stub_( bess::pb::BESSControl::NewStub( transportChannel( address ) ) ),
-        thread_( [ this ] { run(); } ) {}
+   UnaryTransport( const Peer & peer, std::shared_ptr< TransportSink > sink ) :
+        sink_( std::move( sink ) ), channel_( transportChannel( peer ) ),
+        stub_( bess::pb::BESSControl::NewStub( channel_ ) ), thread_( [ this ] { run(); } ) {}
 
    ~UnaryTransport() override {
       {
@@ -34,6 +34,7 @@ class UnaryTransport : public Transport {
    }
 
    bool streaming() const override { return false; }
+   const std::shared_ptr< grpc::Channel > & channel() const override { return channel_; }
 
    void send( const grpc::ByteBuffer & batch ) override {
       {
@@ -59,6 +60,7 @@ class UnaryTransport : public Transport {
       status_ = ( stub_.get()->*method )( &context, request, &response );
       const std::lock_guard lock( mutex_ );
       calling_ = nullptr;
+      if ( status_.ok() ) sink_->progress();
       return status_.ok();
    }
 
@@ -177,6 +179,7 @@ class UnaryTransport : public Transport {
    }
 
    std::shared_ptr< TransportSink > sink_;
+   const std::shared_ptr< grpc::Channel > channel_;
    std::unique_ptr< bess::pb::BESSControl::Stub > stub_;
    grpc::Status status_;
 
@@ -191,8 +194,8 @@ class UnaryTransport : public Transport {
 
 } // namespace
 
-std::unique_ptr< Transport > unaryTransport( const Gant::String & address, std::shared_ptr< TransportSink > sink ) {
-   return std::make_unique< UnaryTransport >( address, std::move( sink ) );
+std::unique_ptr< Transport > unaryTransport( const Peer & peer, std::shared_ptr< TransportSink > sink ) {
+   return std::make_unique< UnaryTransport >( peer, std::move( sink ) );
 }
 
 } // namespace Vex

@@ -2,7 +2,9 @@
 
 #include "CtlAgentText.h"
 #include "CtlShows.h"
+#include "NearestWord.h"
 #include "RuntimeDirectory.h"
+#include "RuntimeMemory.h"
 
 #include <cstring>
 #include <filesystem>
@@ -11,6 +13,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -45,6 +48,30 @@ TEST( CliTable, goesOnWithTheWidthsOfTheFirstRowsWhenThereAreMany ) {
         << out.substr( out.size() - 80 );
 }
 
+TEST( CliTable, keepsToAWidthByFurtherLinesAndThenByLinesForCells ) {
+   const auto within = []( size_t width ) {
+      std::ostringstream out;
+      Table table( { text( "Name", "name" ), number( "How many", "number" ), text( "Reason", "reason" ) }, out, width );
+      table.row( { { "name", "a" }, { "number", 1234 }, { "reason", "the neighbour\x1b is unknown, nobody asks" } } );
+      table.end();
+      return out.str();
+   };
+   EXPECT_EQ( within( 40 ), "Name   How  Reason\n"
+                            "      many\n"
+                            "a     1234  the neighbour. is unknown,\n"
+                            "            nobody asks\n" );
+   EXPECT_EQ( within( 20 ), "Name      a\n"
+                            "How many  1234\n"
+                            "Reason    the neighbour. is unknown, nobody asks\n\n" );
+}
+
+TEST( CliWords, theNearestOfTheKnownOnesIsNamed ) {
+   const std::vector< std::string > words{ "fib", "routes", "neighbors" };
+   const std::pair< const char *, const char * > cases[] = {
+        { "fbi", "fib" }, { "neigbors", "neighbors" }, { "neighbours", "neighbors" }, { "moon", "" }, { "", "" } };
+   for ( const auto & [ given, nearest ] : cases ) EXPECT_EQ( Runtime::nearestWord( given, words ), nearest ) << given;
+}
+
 TEST( CliWords, keywordsAndPositionsFillMembersInAnyOrder ) {
    const std::vector< Word > words{ { "vrf", "vrf", "NAME" }, { "", "match", "PREFIX" } };
    const auto members = [ & ]( const std::vector< std::string > & given ) { return membersOf( words, given ).dump(); };
@@ -58,19 +85,18 @@ TEST( CliWords, keywordsAndPositionsFillMembersInAnyOrder ) {
 TEST( CliAgentText, isReadAsTheAgentWritesIt ) {
    const char * const fib = " 'pModuleFIB1': (  '10.0.0.0/8', ( 'red', 3 ), '10.1.0.0/16', ( 'red', 4 ),"
                             " '10.2.0.0/16', ( 'red', 5 ), '10.3.0.0/16', ( 'red', 6 ), ), # End of pModuleFIB1\n"
-                            " 'pModuleFEC1': {  '3': ( 7, 2 ) , '4': ( 1, 2, 3, 4, ), '5': ( ), },"
+                            " 'pModuleFEC1': {  '3': ( 7, 2 ) , '4': ( 1, 2, 3, -1, ), '5': ( ), },"
                             " # End of pModuleFEC1\n";
    std::string rows;
    for ( const auto & row : rowsOfAgentText( fib, {} ) ) rows += row.dump() + "\n";
-   EXPECT_EQ( rows,
-              R"({"vrf":"red","prefix":"10.0.0.0/8","fec":3,"nexthops":[{"gate":2,"index":7}]})"
-              "\n"
-              R"({"vrf":"red","prefix":"10.1.0.0/16","fec":4,"nexthops":[{"gate":2,"index":1},{"gate":4,"index":3}]})"
-              "\n"
-              R"({"vrf":"red","prefix":"10.2.0.0/16","fec":5,"nexthops":[]})"
-              "\n"
-              R"({"vrf":"red","prefix":"10.3.0.0/16","fec":6,"fecMissing":true})"
-              "\n" );
+   EXPECT_EQ( rows, R"({"vrf":"red","prefix":"10.0.0.0/8","fec":3,"nexthops":[{"gate":2,"index":7}]})"
+                    "\n"
+                    R"({"vrf":"red","prefix":"10.1.0.0/16","fec":4,"nexthops":[{"gate":2,"index":1},{"index":3}]})"
+                    "\n"
+                    R"({"vrf":"red","prefix":"10.2.0.0/16","fec":5,"nexthops":[]})"
+                    "\n"
+                    R"({"vrf":"red","prefix":"10.3.0.0/16","fec":6,"fecMissing":true})"
+                    "\n" );
    const char * const nexthops = " 'pModule42NH': {  '1': ( 42, 1, 1, '02:00:00:00:00:09' ),\n"
                                  " '2': ( 42, 2, 0, '' ),\n }, # End of pModule42NH\n";
    rows.clear();
@@ -131,6 +157,18 @@ TEST_F( Places, nothingIsSentToAStrangersServer ) {
    EXPECT_EQ( recv( accepted, &byte, 1, 0 ), 0 );
    close( accepted );
    close( listening );
+}
+
+TEST( MemoryDeathTest, anAllocationThatFailsEndsTheProgramWithOneLine ) {
+   const auto program = []( auto end ) {
+      Runtime::endWithoutMemory( "program" );
+      end();
+   };
+   volatile size_t much = size_t( 1 ) << 60;
+   EXPECT_EXIT( program( [ & ] { ::operator delete( ::operator new( much ) ); } ), testing::ExitedWithCode( 1 ),
+                "^program: out of memory\n$" );
+   EXPECT_EXIT( program( [] { std::thread( [] { throw std::bad_alloc(); } ).join(); } ), testing::ExitedWithCode( 1 ),
+                "^program: out of memory\n$" );
 }
 
 } // namespace

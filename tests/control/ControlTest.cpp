@@ -146,6 +146,16 @@ TEST_F( Control, makesNoMoreRowsThanAClientTakes ) {
    for ( int row = 0; row < 500; ++row ) ASSERT_TRUE( greedy.line() );
 }
 
+TEST_F( Control, saysThatTheDataPlaneHasNotAnsweredAndGoesOnWithTheConnection ) {
+   server_->close();
+   limits_.answerSeconds = 0.05;
+   openServer();
+   ControlSocket client( path_ );
+   EXPECT_EQ( client.ask( { { "command", "wait" } } ).back().at( "end" ).at( "error" ).at( "message" ),
+              "the data plane has not answered for 0.05 s" );
+   EXPECT_EQ( client.ask( { { "command", "many" }, { "rows", 2 } } ).size(), 3u );
+}
+
 TEST_F( Control, dropsAClientThatGoesWhileItsAnswerWaits ) {
    {
       ControlSocket client( path_ );
@@ -165,6 +175,7 @@ TEST_F( Control, makesRoomForANewClientByClosingTheOneThatIsIdleForLongest ) {
    ::Test::runUntil( [ this ] { return server_->clients() == 3; } );
    ControlSocket fourth( path_ );
    EXPECT_EQ( fourth.ask( { { "command", "many" }, { "rows", 1 } } ).size(), 2u );
+   EXPECT_EQ( first.line()->at( "error" ).at( "message" ), "too many clients: this one was idle for longest" );
    EXPECT_TRUE( first.closed() );
    // No one is idle any more.
    for ( auto * client : { &second, &third, &fourth } )
@@ -174,6 +185,14 @@ TEST_F( Control, makesRoomForANewClientByClosingTheOneThatIsIdleForLongest ) {
    ControlSocket fifth( path_ );
    EXPECT_EQ( fifth.line()->at( "error" ).at( "message" ), "too many clients" );
    EXPECT_TRUE( fifth.closed() );
+}
+
+TEST( ControlRequest, isOverwrittenInPlace ) {
+   Json request{ { "command", "add" }, { "list", { { { "entry", std::string( 100, 'k' ) } } } } };
+   const auto & entry = request[ "list" ][ 0 ][ "entry" ].get_ref< const std::string & >();
+   const std::string_view bytes( entry.data(), entry.size() );
+   cleanse( request );
+   EXPECT_EQ( bytes, std::string( 100, '\0' ) );
 }
 
 TEST_F( Control, hasItsSocketAloneAndForItsGroupOnly ) {

@@ -188,7 +188,8 @@ TEST_F( Shows, interfacesTunnelsAndVrfs ) {
    EXPECT_EQ( error( R"({"command":"show interfaces","interface":"Et8"})" ),
               "notFound: there is no interface Ethernet8" );
    EXPECT_EQ( each( R"({"command":"show tunnels"})", "destination" ), "10.1.0.7 " );
-   EXPECT_EQ( each( R"({"command":"show tunnels"})", "built" ), "true " );
+   EXPECT_EQ( each( R"({"command":"show tunnels","tunnel":"Tunnel7"})", "built" ), "true " );
+   EXPECT_EQ( each( R"({"command":"show neighbors","interface":"Et1"})", "mac" ), "02:00:00:00:01:02 " );
    EXPECT_EQ( each( R"({"command":"show vrfs"})", "routes" ), "3 1 " );
 }
 
@@ -223,6 +224,10 @@ TEST_F( Shows, aTracedPacketPrintsItsWayAndItsEnd ) {
    EXPECT_EQ( end[ "end" ], "sent" );
    const bool first = end[ "interface" ] == "Ethernet1";
    EXPECT_EQ( end[ "mac" ], first ? "02:00:00:00:01:02" : "02:00:00:00:02:02" );
+   EXPECT_EQ( ask( R"({"command":"trace packet","interface":"Et3","source":"10.0.3.2","destination":"10.1.2.3",
+                       "protocol":"tcp","dscp":"ef"})" )
+                   .back()[ "end" ][ "reason" ],
+              "arpTrap, the neighbour is unknown: next hop 1 is to be punted" );
    EXPECT_EQ( error( R"({"command":"trace packet","interface":"Et9","source":"1.1.1.1","destination":"2.2.2.2"})" ),
               "notFound: there is no interface Ethernet9 in the data plane" );
    EXPECT_EQ( error( R"({"command":"trace packet","interface":"Et1","source":"1.1.1","destination":"2.2.2.2"})" ),

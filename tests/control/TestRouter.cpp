@@ -49,7 +49,6 @@ TestRouter::TestRouter() : dataPlane_( std::make_unique< DataPlane >( directory_
 TestRouter::~TestRouter() { agent_ = nullptr; }
 
 void TestRouter::mount() {
-   em_->entityIs( "hwEpoch/status", Gant::make< HwEpoch::Status >() );
    em_->entityIs( "ip/nat/hwCapabilities", Gant::make< Ip::Nat::HwCapabilities >() );
    em_->entityIs( "cell/1/acl/status/dp/vex", Gant::make< Acl::StatusDp >() );
    em_->entityIs( "interface/errdisable/cause/acl", Gant::make< Errdisable::CauseStatus >() );
@@ -77,6 +76,7 @@ Host::ChangeResult TestRouter::change( Host::ChangeOp op, const std::string & ki
    changes += std::to_string( static_cast< int >( op ) ) + " " + kind + " " + entry + "\n";
    using Code = Host::ChangeResult::Code;
    if ( entry.find( "unknown" ) != std::string::npos ) return { Code::notFound, "there is no VRF \"unknown\"" };
+   if ( entry.find( "wrong" ) != std::string::npos ) return { Code::invalid, "vrf: \"wrong\"" };
    if ( entry.find( "taken" ) != std::string::npos ) return { Code::refused, "VRF \"taken\" is there already" };
    return {};
 }

@@ -84,11 +84,11 @@ TEST_F( Vexctl, printsATableForPeople ) {
 }
 
 TEST_F( Vexctl, everyShowGivesOneJsonDocumentAndATable ) {
-   for ( const char * show :
-         { "fib",   "routes",  "nexthops",    "adjacencies",  "pending",      "interfaces",   "tunnels",
-           "vrfs",  "modules", "graph",       "counters",     "capabilities", "capacity",     "walks",
-           "vlans", "nat",     "vrrp",        "summary",      "status",       "version",      "errors",
-           "queue", "trace",   "trace-units", "access-lists", "policy-map",   "control-plane" } ) {
+   for ( const char * show : { "fib",          "routes",       "nexthops",   "adjacencies",   "pending", "interfaces",
+                               "tunnels",      "neighbors",    "vrfs",       "modules",       "graph",   "counters",
+                               "capabilities", "capacity",     "walks",      "vlans",         "nat",     "vrrp",
+                               "summary",      "status",       "version",    "errors",        "queue",   "trace",
+                               "trace-units",  "access-lists", "policy-map", "control-plane", "ports" } ) {
       const auto json = run( { "show", show, "--json" } );
       EXPECT_EQ( json.exitCode, 0 ) << show << json.error;
       const auto document = Json::parse( json.out, nullptr, false );
@@ -111,7 +111,23 @@ TEST_F( Vexctl, anErrorIsADocumentAMessageAndAnExitCode ) {
                  { { "show", "fib", "ten" }, 2, "usage", "\"ten\" is neither an address nor a prefix" },
                  { { "show", "fib", "vrf" }, 2, "usage", "vrf is followed by NAME|all" },
                  { { "show", "vrfs", "now" }, 2, "usage", "" },
-                 { { "show", "moon" }, 2, "usage", "" },
+                 { { "show", "fbi" }, 2, "usage", "A subcommand is required: \"fbi\", did you mean \"fib\"?" },
+                 { { "show", "queue", "--most", "-1" }, 2, "usage", "--most: -1 is no number from 0" },
+                 { { "show", "tunnels", "Tunnel9" }, 3, "notFound", "there is no tunnel Tunnel9" },
+                 { { "show", "policy-map", "edge" }, 3, "notFound", "there is no policy-map \"edge\"" },
+                 { { "trace", "packet", "--in", "Et1", "--src", "10.0.1.9", "--dst", "10.1.0.1", "--ttl", "256" },
+                   2,
+                   "usage",
+                   "ttl 256 is over 255" },
+                 { { "trace", "packet", "--in", "Et1", "--src", "10.0.1.9", "--dst", "10.1.0.1", "--dscp", "best" },
+                   2,
+                   "usage",
+                   "dscp \"best\" is neither a name nor a number from 0 to 63" },
+                 { { "vrf", "add", "wrong" }, 2, "usage", "vrf: \"wrong\"" },
+                 { { "tunnel", "add", "Tunnel1", "sorce", "10.0.0.1" },
+                   2,
+                   "usage",
+                   "\"sorce\" is not expected here, did you mean \"source\"?" },
                  { { "vrf", "add", "taken" }, 1, "refused", "VRF \"taken\" is there already" },
                  { { "vrf", "del", "unknown" }, 3, "notFound", "there is no VRF \"unknown\"" },
                  { { "vrf", "add", "blue", "id", "many" }, 2, "usage", "id: \"many\" is no number" },
@@ -162,7 +178,9 @@ TEST_F( Vexctl, changesGoToTheRouterInTheDescriptionsWords ) {
             "class-default" },
           R"(0 policy-map {"name":"edge","classes":[{"class":"voice","set":{"dscp":"ef","traffic-class":"5"}},{"class":"class-default"}]})" },
         { { "access-list", "del", "web" }, R"(2 access-list {"name":"web"})" },
-        { { "vrf", "add", "blue" }, R"(0 vrf {"name":"blue"})" },
+        { { "vrf", "add", "blue", "netns", "b1" }, R"(0 vrf {"name":"blue","netns":"b1"})" },
+        { { "interface", "add", "Ethernet3", "device", "veth3", "driver", "af_xdp", "no-kernel" },
+          R"(0 interface {"name":"Ethernet3","device":"veth3","driver":"af_xdp","kernel":false})" },
         { { "vlan", "add", "10", "member", "Ethernet1", "member", "Cpu" },
           R"(0 vlan {"id":10,"members":["Ethernet1","Cpu"]})" },
         { { "virtual-mac", "del", "Ethernet1", "00:00:5e:00:01:07" },

@@ -90,9 +90,15 @@ class Router {
       return lines;
    }
 
+   // From 10.1.0.9, when it doesn't say.
+   static vex::pb::TracePacketRequest requested( std::string_view text ) {
+      vex::pb::TracePacketRequest request;
+      parse( text, request );
+      if ( request.src() == 0 ) request.set_src( 0x0a010009 );
+      return request;
+   }
    static Packet described( std::string_view request ) {
-      vex::pb::TracePacketRequest message;
-      parse( request, message );
+      const auto message = requested( request );
       Packet packet( 0 );
       EXPECT_TRUE( describedPacket( message, packet ).ok() ) << request;
       return packet;
@@ -104,13 +110,11 @@ class Router {
       run( "rx_et1", std::move( packet ) );
    }
    void run( const std::string & source, Packet packet ) {
-      Walk( counters, true ).run( *graph.find( source ), std::move( packet ) );
+      Walk( counters, Purpose::counted ).run( *graph.find( source ), std::move( packet ) );
    }
    Lines trace( std::string_view text ) {
-      vex::pb::TracePacketRequest request;
-      parse( text, request );
       vex::pb::TracePacketReply reply;
-      const auto out = tracePacket( graph, counters, request, reply );
+      const auto out = tracePacket( graph, counters, requested( text ), reply );
       return out.ok() ? stepsOf( reply ) : Lines{ out.refusal().reason };
    }
    std::string end( std::string_view text ) { return trace( text ).back(); }

@@ -51,7 +51,7 @@ Lines refusals( const vex::pb::BatchReply & reply );
 // An engine that takes lines.
 class Plane {
  public:
-   explicit Plane( const Vexdp::Limits & limits = {} ) : engine( counters, limits ) {}
+   explicit Plane( const Vexdp::Limits & limits = {} ) : engine( counters, { .limits = limits } ) {}
    Lines apply( std::string_view lines );
    // The same, for what must not be refused.
    void set( std::string_view lines ) { EXPECT_EQ( apply( lines ), Lines() ) << lines; }

@@ -173,8 +173,8 @@ TEST( EtherClassify, takesWhatIsForTheRouter ) {
    } cases[] = {
         { "its own address", Router::kEt1, kEtherTypeIpv4, true },
         { "a virtual address", virtualMac, kEtherTypeIpv4, true },
-        { "broadcast", { { 0xff, 0xff, 0xff, 0xff, 0xff, 0xff } }, kEtherTypeIpv4, true },
-        { "multicast", { { 0x01, 0x00, 0x5e, 0, 0, 5 } }, kEtherTypeIpv4, true },
+        { "a unicast packet by broadcast", { { 0xff, 0xff, 0xff, 0xff, 0xff, 0xff } }, kEtherTypeIpv4, false },
+        { "and by multicast", { { 0x01, 0x00, 0x5e, 0, 0, 5 } }, kEtherTypeIpv4, false },
         { "another station", { { 0x02, 0, 0, 0, 0, 0x02 } }, kEtherTypeIpv4, false },
         { "a type without a gate", Router::kEt1, 0x0806, false },
    };
@@ -291,7 +291,8 @@ TEST( TcpMss, findsTheOptionBehindOthersAndAtAnOddPlace ) {
    const std::uint8_t options[] = { 1, 2, 4, 0x05, 0xb4, 1, 4, 2 };
    std::ranges::copy( options, tcp + 20 );
    put16( tcp + 16, 0 );
-   put16( tcp + 16, std::uint16_t( ~onesSum( { tcp, 28 }, pseudoHeaderSum( {}, { ip( "10.2.0.7" ) }, 6, 28 ) ) ) );
+   put16( tcp + 16, std::uint16_t( ~onesSum( { tcp, 28 },
+                                             pseudoHeaderSum( { ip( "10.1.0.9" ) }, { ip( "10.2.0.7" ) }, 6, 28 ) ) ) );
    router.frame( std::move( packet ) );
    ASSERT_EQ( router.frames().size(), 1u );
    EXPECT_TRUE( router.frames()[ 0 ].ends_with( "| tcp 1 > 80 mss 1000" ) ) << router.frames()[ 0 ];
@@ -328,7 +329,7 @@ TEST( IpOutput, fragmentsWhatMayBeFragmentedAndPuntsTheRest ) {
    ASSERT_EQ( router.tapped( "IpOutput_et2:0" ).size(), 1u );
    // As it came, for an ICMP error to quote.
    EXPECT_EQ( decodedIpv4( router.tapped( "IpOutput_et2:0" )[ 0 ] ),
-              "0.0.0.0 > 10.2.0.7 ttl 64 tos 0 len 1501 df | proto 0" );
+              "10.1.0.9 > 10.2.0.7 ttl 64 tos 0 len 1501 df | proto 0" );
 }
 
 // What the router gets is what came, though it would not fit, has DF, and its MSS would be clamped on the way out.

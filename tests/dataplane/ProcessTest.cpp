@@ -42,6 +42,18 @@ TEST_F( Program, endsOnASignalAndLeavesNothingBehind ) {
    }
 }
 
+TEST_F( Program, listensWhereNobodyElseCanBeFirst ) {
+   const auto runtime = directory_.path( "runtime" ), address = "unix:" + runtime + "/vexdp.sock";
+   {
+      Process process( VEXDP_PROGRAM, {}, runtime );
+      ASSERT_TRUE( answers( address ) );
+   }
+   std::filesystem::permissions( runtime, std::filesystem::perms::all );
+   Process process( VEXDP_PROGRAM, {}, runtime );
+   EXPECT_EQ( process.all(), "vexdp: " + runtime + ": others can write to it\n" );
+   EXPECT_EQ( process.wait(), 1 );
+}
+
 TEST_F( Program, takesThePlaceOfOneThatWasKilled ) {
    {
       DataPlane killed( { "--listen", "unix:" + socket_, "--counters", counters_ } );
@@ -90,6 +102,8 @@ TEST_F( Program, saysWhatItCannotHave ) {
         { { "--listen", "nowhere" }, 2, "an address is unix:PATH or HOST:PORT" },
         { { "--listen", "localhost:65536" }, 2, "the port is not a number up to 65535" },
         { { "--listen", "unix:/" + std::string( 200, 'x' ) }, 2, "the socket's path is too long" },
+        { { "--listen", "localhost:0" }, 2, "takes --tls-cert, --tls-key and --tls-ca, or --insecure-tcp" },
+        { { "--tls-key", "key" }, 2, "--tls-cert, --tls-key and --tls-ca are given together" },
         { { "--log-level", "loud" }, 2, "--log-level" },
         { { "--loud" }, 2, "--loud" },
         { { "--version" }, 0, "vexdp " },

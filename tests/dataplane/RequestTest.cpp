@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <gmock/gmock.h>
 
 namespace {
 
@@ -206,7 +207,8 @@ TEST( Requests, whatIsSaidOfARefusedBatchIsBounded ) {
    Plane plane;
    constexpr int kRequests = kRefusalsWithText + 100;
    vex::pb::Batch batch;
-   for ( int i = 0; i < kRequests; ++i ) batch.add_request()->mutable_destroy_module()->set_name( "none" );
+   for ( int i = 0; i < kRequests; ++i )
+      batch.add_request()->mutable_destroy_module()->set_name( std::string( 5000, 'x' ) );
    vex::pb::BatchReply reply;
    plane.engine.apply( batch, reply );
    const auto count = [ & ]( auto has ) { return std::ranges::count_if( reply.refusal(), has ); };
@@ -214,6 +216,10 @@ TEST( Requests, whatIsSaidOfARefusedBatchIsBounded ) {
    EXPECT_EQ( count( []( const auto & refusal ) { return !refusal.error().errmsg().empty(); } ), kRefusalsWithText );
    EXPECT_EQ( count( []( const auto & refusal ) { return refusal.has_status(); } ), kRefusalsWithStatus );
    EXPECT_EQ( reply.refusal( kRequests - 1 ).index(), unsigned( kRequests - 1 ) );
+   EXPECT_LT( reply.ByteSizeLong(), std::size_t( kRefusalsWithText ) * 400 );
+   EXPECT_EQ( plane.apply( "create " + std::string( 255, 'x' ) + " Trap" ), Lines() );
+   EXPECT_THAT( plane.apply( "create " + std::string( 256, 'x' ) + " Trap" ).front(),
+                testing::EndsWith( "CreateModule: a name of 256 bytes is longer than 255" ) );
 }
 
 TEST( Requests, aVrfTakesItsRoutesAlongAndLeavesTheFecs ) {

@@ -1,13 +1,27 @@
 // The daemon as its supervisor and its user see it: exit codes, what it says, and what becomes of its data plane.
 #include "DaemonProcess.h"
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
 namespace {
 
 using namespace Test;
 
+// Its data plane. One that is not there is no process to be killed.
+pid_t childOf( const Process & daemon ) {
+   const auto pid = std::to_string( daemon.pid() );
+   std::ifstream children( "/proc/" + pid + "/task/" + pid + "/children" );
+   pid_t child = 0;
+   EXPECT_TRUE( children >> child );
+   return child != 0 ? child : std::numeric_limits< pid_t >::max();
+}
+
 TEST_F( Vexl3d, checksItsSourcesAndSaysWhatIsWrong ) {
    write( "wrong.yaml", "interfaces: [{name: Ethernet1, mtu: 1}]\nroute-file: {path: lines}\n" );
    write( "lines", "10.0.0.1/8\n" );
+   write( "keys.yaml", "tunnels: [{name: Tunnel1, mode: ipsec, source: 192.0.2.1, destination: 198.51.100.9}]\n"
+                       "ipsec: [{name: site, id: 5, interfaces: Tunnel1}]\n" );
    const struct {
       Words arguments;
       int code;
@@ -22,6 +36,13 @@ TEST_F( Vexl3d, checksItsSourcesAndSaysWhatIsWrong ) {
         { { "--check-config", "--config", path( "wrong.yaml" ) }, 1, "lines:1: 10.0.0.1/8: the prefix has host bits" },
         { { "--check-config", "--config", path( "none.yaml" ) }, 1, "none.yaml: No such file or directory" },
         { { "--config", path( "none.yaml" ) }, 1, "none.yaml: No such file or directory" },
+        { { "--check-config", "--config", path( "keys.yaml" ) }, 0, "" },
+        { { "--check-config", "--config", path( "keys.yaml" ), "--dataplane", "localhost:1", "--insecure-tcp" },
+          1,
+          "ipsec site: no key leaves this machine: the data plane at localhost:1 is reached without TLS" },
+        { { "--dataplane", "localhost:1" }, 2, "takes --tls-cert, --tls-key and --tls-ca, or --insecure-tcp" },
+        { { "--dataplane", "unix:/x", "--insecure-tcp" }, 2, "--insecure-tcp and TLS are for --dataplane HOST:PORT" },
+        { { "--dataplane-timeout", "-1" }, 2, "--dataplane-timeout" },
         { { "--dataplane", "nowhere" }, 2, "is not embedded, unix:PATH or HOST:PORT" },
         { { "--log", "VexL3Sm=10" }, 2, "is not a number from 0 to 9" },
         { { "--loud" }, 2, "--loud" },
@@ -52,14 +73,42 @@ TEST_F( Vexl3d, goesOnAfterTheLossOfAnEmbeddedDataPlane ) {
    Process daemon( VEXL3D_PROGRAM, arguments( {} ), runtime() );
    for ( int round = 0; round < 3; ++round ) {
       ASSERT_TRUE( daemon.says( fed ) );
-      std::ifstream children( "/proc/" + std::to_string( daemon.pid() ) + "/task/" + std::to_string( daemon.pid() ) +
-                              "/children" );
-      pid_t child = 0;
-      ASSERT_TRUE( children >> child );
-      kill( child, SIGKILL );
+      kill( childOf( daemon ), SIGKILL );
       ASSERT_TRUE( daemon.says( "no data plane: the data plane was ended by signal 9" ) );
    }
    ASSERT_TRUE( daemon.says( fed ) );
+}
+
+// Its socket takes connections all the while.
+TEST_F( Vexl3d, replacesAnEmbeddedDataPlaneThatIsStopped ) {
+   Process daemon( VEXL3D_PROGRAM, arguments( { "--dataplane-timeout", "0.5" } ), runtime() );
+   ASSERT_TRUE( daemon.says( fed ) );
+   kill( childOf( daemon ), SIGSTOP );
+   ASSERT_TRUE( daemon.says( "no data plane: the data plane has been silent for 0.5 s" ) );
+   ASSERT_TRUE( daemon.says( fed ) );
+}
+
+TEST_F( Vexl3d, keepsDescriptorsForItselfAndTellsTheClientsThatHaveNone ) {
+   const auto words = arguments( {} );
+   std::string line = "ulimit -n 64; exec " VEXL3D_PROGRAM;
+   for ( const auto & word : words ) line += " " + word;
+   Process daemon( "/bin/sh", { "-c", line }, runtime() );
+   ASSERT_TRUE( daemon.says( fed ) );
+   std::vector< int > clients;
+   sockaddr_un address{ AF_UNIX, {} };
+   path( "vexl3d.sock" ).copy( address.sun_path, sizeof( address.sun_path ) - 1 );
+   for ( int client = 0; client < 63; ++client ) {
+      clients.push_back( socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 ) );
+      ASSERT_EQ( connect( clients.back(), reinterpret_cast< sockaddr * >( &address ), sizeof( address ) ), 0 );
+   }
+   std::string told;
+   EXPECT_TRUE( Process::readInto( clients.front(), told ) );
+   EXPECT_NE( told.find( "too many clients" ), told.npos );
+   EXPECT_FALSE( Process::readInto( clients.front(), told ) );
+   kill( childOf( daemon ), SIGKILL );
+   ASSERT_TRUE( daemon.says( "clients are turned away" ) );
+   ASSERT_TRUE( daemon.says( fed ) );
+   for ( const int client : clients ) close( client );
 }
 
 TEST_F( Vexl3d, feedsWhateverDataPlaneComesAndAppliesReloads ) {
@@ -85,6 +134,37 @@ TEST_F( Vexl3d, feedsWhateverDataPlaneComesAndAppliesReloads ) {
    EXPECT_EQ( nextHops( address, reloaded ), 1 );
    daemon.signal( SIGTERM );
    EXPECT_EQ( daemon.wait(), 0 );
+}
+
+TEST_F( Vexl3d, reachesADataPlaneOverTcpWhereEachShowsACertificateOfTheOthersAuthority ) {
+   // given an authority that has signed for both sides, and another one
+   const auto run = [ this ]( const std::string & line ) {
+      ASSERT_EQ( std::system( ( "cd " + path( "" ) + " && " + line + " 2>/dev/null" ).c_str() ), 0 ) << line;
+   };
+   run( "printf subjectAltName=DNS:localhost >names" );
+   for ( const std::string name : { "ca", "other" } )
+      run( "openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=" + name + " -keyout " + name + ".key -out " + name );
+   run( "openssl req -newkey rsa:2048 -nodes -subj /CN=both -keyout key -out request && "
+        "openssl x509 -req -in request -CA ca -CAkey ca.key -CAcreateserial -extfile names -out certificate" );
+   const auto tls = [ this ]( const std::string & authority ) {
+      return Words{ "--tls-cert", path( "certificate" ), "--tls-key", path( "key" ), "--tls-ca", path( authority ) };
+   };
+   auto listening = tls( "ca" );
+   listening.insert( listening.end(), { "--listen", "localhost:0" } );
+   Process dataPlane( VEXDP_PROGRAM, listening );
+   ASSERT_TRUE( dataPlane.says( "listening on " ) );
+   const auto address = dataPlane.rest();
+   // then who trusts it and is trusted has it, and nobody else
+   const struct {
+      Words security;
+      const char * says;
+   } cases[] = {
+        { tls( "ca" ), fed }, { tls( "other" ), "Ssl handshake failed" }, { { "--insecure-tcp" }, "no data plane: " } };
+   for ( auto [ words, says ] : cases ) {
+      words.insert( words.end(), { "--dataplane", address } );
+      Process daemon( VEXL3D_PROGRAM, arguments( words ), runtime() );
+      EXPECT_TRUE( daemon.says( says ) );
+   }
 }
 
 TEST_F( Vexl3d, oneDaemonOwnsADataPlaneAndTheOthersStandBy ) {
@@ -144,11 +224,22 @@ TEST_F( Vexl3d, anOverfullDataPlaneIsNamedByEveryShowAndByExitCodes ) {
    EXPECT_EQ( vexctl( { "show", "summary" } )[ "result" ][ "routesProgrammed" ], 16 );
 }
 
+TEST_F( Vexl3d, saysThatTheRouterIsEmptyWithoutADescription ) {
+   Process daemon( VEXL3D_PROGRAM, { "--socket", path( "vexl3d.sock" ) }, runtime() );
+   EXPECT_TRUE( daemon.says( "no --config: the router is empty" ) );
+   daemon.signal( SIGTERM );
+   EXPECT_EQ( daemon.wait(), 0 );
+}
+
 TEST_F( Vexl3d, triesAgainWhenItsDataPlaneDoesNotStart ) {
    Process daemon( VEXL3D_PROGRAM, arguments( { "--dataplane-program", path( "none" ) } ), runtime() );
    EXPECT_TRUE( daemon.says( "no data plane: " + path( "none" ) + ": No such file or directory" ) );
    daemon.signal( SIGTERM );
    EXPECT_EQ( daemon.wait(), 0 );
+   // Its own last words are the reason.
+   Process other( VEXL3D_PROGRAM, arguments( { "--dataplane-program", "/bin/ls" } ), runtime() );
+   EXPECT_TRUE( other.says( "no data plane: the data plane ended with exit code 2: " ) );
+   EXPECT_TRUE( other.says( "--help" ) );
 }
 
 } // namespace

@@ -93,7 +93,7 @@ TEST_P( HostModel, everyPacketGoesWhereTheDescriptionSaysAfterEveryChange ) {
    for ( int burnIn = 0; burnIn < 10; ++burnIn ) random();
    RouterModel model( random );
    SessionRouter router( [ & ]( SessionRouter & told ) { EXPECT_EQ( tellAll( told, model ), "" ); } );
-   Vex::EngineQuery query( router.channel()->address() );
+   Vex::EngineQuery query( router.channel()->peer() );
    router.settle();
    ASSERT_EQ( strays( router, query, model, random ), "" );
    std::string told;

@@ -70,7 +70,7 @@ class SessionRouter : public Host::DaemonControl {
       for ( const auto & row : ask( { { "command", "show fib" }, { "vrf", "all" } } ).rows ) {
          Lines hops;
          for ( auto hop : row.value( "nexthops", Json::array() ) ) {
-            for ( const char * number : { "gate", "index", "resolveIndex" } ) hop.erase( number );
+            for ( const char * number : { "gate", "index", "interfaceIndex" } ) hop.erase( number );
             hops.push_back( hop.dump() );
          }
          std::ranges::sort( hops );
@@ -127,7 +127,7 @@ class SessionRouter : public Host::DaemonControl {
    Host::RouterState state_;
    bool fed_ = false;
    Host::Supervisor supervisor_{ state_.tree(),
-                                 { "embedded", VEXDP_PROGRAM, "off" },
+                                 { .program = VEXDP_PROGRAM, .dataPlaneLog = "off" },
                                  { [] { return true; }, [] {}, [ this ] { fed_ = true; } } };
 };
 

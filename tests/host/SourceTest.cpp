@@ -44,7 +44,7 @@ route-file: {path: routes, nexthops: [10.0.9.2], ecmp: 2}
                    "router.yaml:25: ecmp 2 is more than there are next hops",
                    "router.yaml:6: interface Ethernet1: MTU 60 is under 68",
                    "router.yaml:7: address 2001:db8::1/64 is IPv6, and interfaces take IPv4 ones",
-                   "router.yaml:8: unknown key \"adresses\"",
+                   "router.yaml:8: unknown key \"adresses\", did you mean \"addresses\"?",
                    "router.yaml:9: enabled is true or false",
                    "router.yaml:12: interface Ethernet7: VRF blue does not exist",
                    "router.yaml:16: \"10.0.8.2/33\" is not an IPv4 address with its prefix length",
@@ -53,6 +53,36 @@ route-file: {path: routes, nexthops: [10.0.9.2], ecmp: 2}
                    "router.yaml:23: weight 0 is under 1",
               } ) );
    EXPECT_EQ( router.routes( "description" ), Lines{ "198.51.100.0/24 forward 10.0.9.2%Ethernet9 (description)" } );
+}
+
+TEST( HostChange, whatIsWrongByItselfIsInvalidAndTheRestRefused ) {
+   HostedState router;
+   router.describe( twoPorts );
+   using Code = Host::ChangeResult::Code;
+   const struct {
+      const char * kind;
+      const char * entry;
+      Code code;
+   } cases[] = { { "route", "{prefix: 10.78.0.1/16, blackhole: true}", Code::invalid },
+                 { "route", "{prefix: 10.78.0.0/16, via: 2001:db8::1}", Code::invalid },
+                 { "route", "{prefix: 10.78.0.0/16, vrf: blue, blackhole: true}", Code::refused },
+                 { "route", "{prefix: default, blackhole: true}", Code::done },
+                 { "vlan", "{id: 5000}", Code::invalid },
+                 { "neighbor", "{interface: Ethernet1, address: 10.0.1.2, mac: 02:00}", Code::invalid },
+                 { "neighbor", "{interface: Ethernet1, address: 10.9.1.2, mac: '02:00:00:00:00:09'}", Code::refused },
+                 { "interface", "{name: Ethernet3, mtu: 60}", Code::invalid },
+                 { "interface", "{name: Ethernet3, vrf: blue}", Code::refused },
+                 { "access-list", "{name: web, rules: [permit everything]}", Code::invalid },
+                 { "class-map", "{name: voice, match: {access-list: none}}", Code::refused },
+                 { "rote", "{}", Code::invalid } };
+   for ( const auto & [ kind, entry, code ] : cases ) {
+      const auto result = applyChange( router.state, Host::ChangeOp::replace, kind, entry );
+      EXPECT_EQ( result.code, code ) << kind << " " << entry << ": " << result.message;
+   }
+   EXPECT_EQ( router.routes( "command" ), Lines{ "0.0.0.0/0 drop (command)" } );
+   const auto wild = router.change( "add tunnel {name: Tunnel1, source: 10.0.1.1, destination: 10.0.1.9, mode: \"g\\e" +
+                                    std::string( 100000, 'x' ) + "\"}" );
+   EXPECT_TRUE( wild.starts_with( "tunnel: mode \"g\\x1bxxx" ) && wild.size() < 600 ) << wild.substr( 0, 600 );
 }
 
 TEST( HostDescription, oneThatCannotBeReadLeavesEverythingAsItWas ) {

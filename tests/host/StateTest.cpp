@@ -103,7 +103,7 @@ TEST( HostState, everyRefusalNamesItsObjectAndChangesNothing ) {
    HostedState router;
    router.describe( twoPorts );
    router.change( "add vrf {name: red, id: 7}" );
-   router.change( "add interface {name: Ethernet3, vrf: red, addresses: 10.0.3.1/24}" );
+   router.change( "add interface {name: Ethernet3, vrf: red, addresses: 10.0.3.1/24, device: veth3}" );
    router.change( "add tunnel {name: Tunnel1, source: 10.0.1.1, destination: 198.51.100.1, underlay: red}" );
    router.change( "add route {prefix: 198.51.100.0/24, via: 10.0.1.2}" );
    const auto before = router.routes();
@@ -126,6 +126,19 @@ TEST( HostState, everyRefusalNamesItsObjectAndChangesNothing ) {
         { "replace interface {name: Ethernet1, mac: '01:00:5e:00:00:01'}",
           "interface Ethernet1: MAC 01:00:5e:00:00:01 is a multicast address" },
         { "add interface {name: Ethernet1}", "interface Ethernet1 is there already" },
+        { "replace interface {name: Ethernet1, device: veth3}",
+          "interface Ethernet1: device veth3 belongs to Ethernet3" },
+        { "replace interface {name: Ethernet1, device: veth1, mtu: 9217}",
+          "interface Ethernet1: MTU 9217 is over 9216, the most of a device" },
+        { "add interface {name: Loopback0, device: veth1}", "interface Loopback0: a loopback interface has no device" },
+        { "replace interface {name: Ethernet1, device: 'veth1,x=y'}",
+          "interface: device \"veth1,x=y\" is no name of a network device" },
+        { "replace interface {name: Ethernet1, device: veth1, driver: af_unix}",
+          "interface: driver \"af_unix\" is not af_packet or af_xdp" },
+        { "replace interface {name: Ethernet1, port: {driver: PMDPort, path: /x}}",
+          "interface: path does not belong here" },
+        { "replace interface {name: Ethernet1, port: {driver: PMDPort}}",
+          "interface: a PMDPort needs vdev, pci, port-id" },
         { "add interface {name: Tunnel2}",
           "interface: Tunnel2 does not belong here: interfaces are Ethernet, Port-Channel, Vlan and Loopback "
           "interfaces" },
@@ -189,7 +202,9 @@ TEST( HostState, everyRefusalNamesItsObjectAndChangesNothing ) {
           "NAT of source 10.0.1.5:80 on Ethernet1: ports are those of the protocol tcp or udp" },
         { "add nat {interface: Ethernet1, original: '10.0.1.5:0', translated: 192.0.2.1}",
           "nat: original \"10.0.1.5:0\" is not an IPv4 address, alone or with :PORT" },
-        { "add bridge {name: br0}", "there is no kind \"bridge\"" },
+        { "add bridge {name: br0}",
+          "bridge: there is no kind \"bridge\"; kinds are router, vrf, access-list, class-map, policy-map, interface, "
+          "tunnel, ipsec, neighbor, vlan, virtual-mac, nat, route" },
         { "add vrf {name: [", "vrf: it is not YAML: end of sequence flow not found" },
    };
    for ( const auto & given : cases ) EXPECT_EQ( router.change( given.change ), given.refusal ) << given.change;

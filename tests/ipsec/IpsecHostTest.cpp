@@ -31,9 +31,8 @@ class IpsecHost : public testing::Test {
    }
    std::string tell( const char * kind, const std::string & text, Teller teller = Teller::description() ) {
       const Entry entry( YAML::Load( text ) );
-      const auto * const section = sectionOfKind( kind );
       try {
-         return section->replace( state, entry, teller ).message;
+         return sectionOfKind( kind ).replace( state, entry, teller ).message;
       } catch ( const EntryError & error ) {
          return error.what();
       }
@@ -83,6 +82,33 @@ TEST_F( IpsecHost, anEntryBecomesAConnectionForWhichItsTunnelsAreBuilt ) {
    EXPECT_EQ( table().connections(), 0u );
    EXPECT_EQ( idOf( "Tunnel2" ), 0u );
    EXPECT_EQ( state.ipsecDel( "site-b" ).message, "IPsec connection site-b does not exist" );
+}
+
+TEST_F( IpsecHost, theMtuIsWhatTheAssociationLeavesOfAFullPacketUnlessItIsTold ) {
+   const struct {
+      const char * tunnel;
+      const char * type;
+      std::string outbound;
+      U32 mtu;
+   } cases[] = {
+        { "mode: gre", "", "", 1476 },
+        { "mode: gre, key: 7", "", "", 1472 },
+        { "mode: ipsec", "vti", saText( "4096" ), 1438 },
+        { "mode: ipsec", "vti", saText( "4096", ", udp: {source-port: 1, destination-port: 2}" ), 1422 },
+        { "mode: ipsec", "vti", saText( "4096", ", mode: transport" ), 1458 },
+        { "mode: gre-ipsec, key: 7", "gre", saText( "4096", ", mode: transport" ), 1430 },
+        { "mode: gre-ipsec", "gre", saText( "4096" ), 1414 },
+        { "mode: ipsec, mtu: 1300", "vti", saText( "4096" ), 1300 },
+   };
+   for ( const auto & [ tunnel, type, outbound, mtu ] : cases ) {
+      const std::string ends = ", source: 192.0.2.1, destination: 198.51.100.8}";
+      ASSERT_EQ( tell( "tunnel", std::string( "{name: Tunnel3, " ) + tunnel + ends ), "" );
+      if ( !outbound.empty() )
+         ASSERT_EQ( connection( "interfaces: Tunnel3, type: " + std::string( type ) + ", outbound: " + outbound ), "" );
+      const auto intfId = Kynet::IntfId::fromString( "Tunnel3" ).value();
+      EXPECT_EQ( state.tree().ipStatus->intfStatus( intfId ).mtu(), mtu ) << tunnel << " " << outbound;
+      state.ipsecDel( "site-b" );
+   }
 }
 
 TEST_F( IpsecHost, whatIsWrongIsToldWithoutTheKeys ) {
@@ -145,7 +171,7 @@ TEST_F( IpsecHost, aRekeyLeavesTheAgeOfWhatStays ) {
 
 TEST_F( IpsecHost, anEntryThatIsForgottenHoldsNoKey ) {
    const Entry entry( YAML::Load( "{name: site-b, id: 5, inbound: [" + saText( "4096" ) + "]}" ) );
-   sectionOfKind( "ipsec" )->forget( entry );
+   sectionOfKind( "ipsec" ).forget( entry );
    EXPECT_THAT( YAML::Dump( entry.node() ), Not( HasSubstr( "6369706865722d" ) ) );
 }
 

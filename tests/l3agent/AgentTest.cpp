@@ -39,6 +39,19 @@ TEST( Agent, phaseOneMakesTablesAndTellsTheDataPlaneOfIpsecOnly ) {
    EXPECT_NE( agent.l3Modules(), l3Modules );
 }
 
+// The state that the others start with has these, and no other of the 19.
+TEST( Agent, stopsWithTheirPathsWhereEntitiesThatItWritesAreMissing ) {
+   for ( const auto & [ path, condition ] : { std::pair( "interface/errdisable/cause/acl", "aclCauseStatus\\(\\)" ),
+                                              std::pair( "ip/nat/hwCapabilities", "natHwCapabilities\\(\\)" ),
+                                              std::pair( "cell/1/acl/status/dp/vex", "aclStatusDp\\(\\)" ) } ) {
+      RouterState state;
+      state.em->entityIs( path, nullptr );
+      RouterAgent router( state );
+      EXPECT_DEATH( router.agent->initializedIs( true ),
+                    std::string( "Failed\\(" ) + condition + "\\) " + path + " \\[VexL3AgentSm:" );
+   }
+}
+
 TEST( Agent, phaseTwoMakesTheFibAndRunsOnce ) {
    RouterState state;
    RouterAgent router( state );

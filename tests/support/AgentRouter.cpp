@@ -7,7 +7,6 @@
 namespace Test {
 
 RouterState::RouterState() {
-   em->entityIs( "hwEpoch/status", Gant::make< HwEpoch::Status >() );
    em->entityIs( "ip/nat/hwCapabilities", Gant::make< Ip::Nat::HwCapabilities >() );
    em->entityIs( "cell/1/acl/status/dp/vex", Gant::make< Acl::StatusDp >() );
    em->entityIs( "interface/errdisable/cause/acl", Gant::make< Errdisable::CauseStatus >() );

@@ -87,6 +87,11 @@ class Process {
          if ( !readInto( output_, said_ ) ) return false;
       }
    }
+   // What is left of the line that says() found the text in.
+   std::string rest() {
+      const auto begin = from_;
+      return says( "\n" ) ? said_.substr( begin, from_ - begin - 1 ) : "";
+   }
    // All that it says. REQUIRES: it ends by itself
    std::string all() {
       while ( readInto( output_, said_ ) ) {

@@ -14,6 +14,8 @@
 #include <future>
 #include <grpcpp/server_builder.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
@@ -184,8 +186,8 @@ class GrpcChannel : public testing::Test {
       for ( auto * const service : services ) builder.RegisterService( service );
       server = builder.BuildAndStart();
    }
-   void connect() {
-      channel = Gant::make< Vex::GrpcChannel >( address );
+   void connect( double silenceMost = 0 ) {
+      channel = Gant::make< Vex::GrpcChannel >( address, false, silenceMost );
       listener = Gant::make< Listener >( channel );
       global = Gant::make< Vex::ModuleGlobalCmdConfig >( channel );
       pair = global->moduleConfigStatusPairIs( "l3" );
@@ -244,6 +246,7 @@ TEST_F( GrpcChannel, whatIsSentAfterTheEndOfTheStreamIsForgotten ) {
    class Sink : public Vex::TransportSink {
     public:
       void reply( std::unique_ptr< vex::pb::BatchReply > ) override {}
+      void progress() override {}
       void end( const String & reason, bool ) override { ended.set_value( reason ); }
       std::promise< String > ended;
    };
@@ -380,6 +383,44 @@ TEST_F( GrpcChannel, lossIsToldOnceAndQueuingAfterwardsIsHarmless ) {
    Gant::activityManager()->poll();
    EXPECT_EQ( channel->requestsWaiting(), 0u );
    EXPECT_EQ( channel->requestsAcknowledged(), 0u );
+}
+
+TEST_F( GrpcChannel, aDataPlaneThatOwesAnAnswerIsLostUnlessItAnswersHeartbeats ) {
+   start( { &engine, &control } );
+   connect( 0.1 );
+   addRoute( 1 );
+   const auto begun = Gant::activityManager()->now();
+   until( [ & ] { return Gant::activityManager()->now() > begun + 0.4; } );
+   EXPECT_FALSE( channel->lost() );
+   until( [ & ] { return channel->lost(); } );
+   EXPECT_EQ( channel->lossReason(), "the data plane has owed an answer for 1 s" );
+}
+
+TEST_F( GrpcChannel, aListenerThatNeverAnswersIsALoss ) {
+   sockaddr_un where{ AF_UNIX, {} };
+   address.copy( where.sun_path, sizeof( where.sun_path ) - 1, std::strlen( "unix:" ) );
+   const int fd = socket( AF_UNIX, SOCK_STREAM, 0 );
+   ASSERT_EQ( bind( fd, reinterpret_cast< sockaddr * >( &where ), sizeof( where ) ), 0 );
+   ASSERT_EQ( listen( fd, 8 ), 0 );
+   connect( 0.1 );
+   until( [ & ] { return channel->lost(); } );
+   EXPECT_EQ( channel->lossReason(), "the data plane has been silent for 0.1 s" );
+   close( fd );
+   unlink( where.sun_path );
+}
+
+TEST( Liveness, aTurnThatComesLateIsNobodysSilence ) {
+   Vex::Liveness liveness( 3 );
+   for ( const double now : { 0.0, 0.3, 3600.0, 7200.0, 10800.0, 14400.0 } )
+      EXPECT_EQ( liveness.turn( now, true ), "" );
+   EXPECT_EQ( liveness.turn( 18000, true ), "the data plane has been silent for 3 s" );
+   // It speaks, and what it owes does not come.
+   for ( double now = 18000; now < 18002.7; now += 0.3 ) {
+      liveness.heard();
+      EXPECT_EQ( liveness.turn( now, now > 18000 ), "" );
+   }
+   liveness.heard();
+   EXPECT_EQ( liveness.turn( 18003.3, true ), "the data plane has owed an answer for 3 s" );
 }
 
 TEST_F( GrpcChannel, aChannelMayGoInTheMiddleOfEverything ) {

@@ -1,0 +1,28 @@
+// A file descriptor with an owner.
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace Vexdp {
+
+class Descriptor {
+ public:
+   explicit Descriptor( int fd = -1 ) : fd_( fd ) {}
+   Descriptor( Descriptor && other ) noexcept : fd_( std::exchange( other.fd_, -1 ) ) {}
+   Descriptor & operator=( Descriptor && other ) noexcept {
+      std::swap( fd_, other.fd_ );
+      return *this;
+   }
+   ~Descriptor() {
+      if ( fd_ >= 0 ) close( fd_ );
+   }
+   // Negative: none.
+   int fd() const { return fd_; }
+
+ private:
+   int fd_;
+};
+
+} // namespace Vexdp

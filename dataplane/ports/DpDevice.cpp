@@ -1,0 +1,18 @@
+#include "DpDevice.h"
+
+#include <cerrno>
+#include <cstdio>
+
+namespace Vexdp {
+
+Outcome stationFrom( const std::string & text, MacAddr & mac ) {
+   auto & b = mac.bytes;
+   int end = 0;
+   const auto fields = std::sscanf( text.c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx%n", &b[ 0 ], &b[ 1 ], &b[ 2 ],
+                                    &b[ 3 ], &b[ 4 ], &b[ 5 ], &end );
+   if ( fields != int( b.size() ) || std::size_t( end ) != text.size() || mac.isGroup() || mac == MacAddr() )
+      return refuse( EINVAL, "mac_addr \"{}\" is no station's address", text );
+   return {};
+}
+
+} // namespace Vexdp

@@ -1,0 +1,157 @@
+#include "DpPortTable.h"
+
+#include "DpPmdDevice.h"
+#include "DpTapDevice.h"
+#include "DpUnixDevice.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+namespace Vexdp {
+
+using namespace bess::pb;
+
+namespace {
+
+struct Driver {
+   const char * name;
+   const char * help;
+   Outcome ( *make )( Eal & eal, const CreatePortRequest & request, std::unique_ptr< Device > & device );
+};
+
+template < class Arg >
+Outcome argOf( const CreatePortRequest & request, Arg & arg ) {
+   if ( request.arg().UnpackTo( &arg ) ) return {};
+   return refuse( EINVAL, "arg is not a {}", Arg::descriptor()->full_name() );
+}
+
+PmdDevice::Sizes sizesOf( const CreatePortRequest & request ) {
+   return { std::uint16_t( request.size_inc_q() ), std::uint16_t( request.size_out_q() ) };
+}
+
+Outcome makePmd( Eal & eal, const CreatePortRequest & request, std::unique_ptr< Device > & device ) {
+   PMDPortArg arg;
+   if ( auto out = argOf( request, arg ); !out.ok() ) return out;
+   return PmdDevice::make( eal, arg, sizesOf( request ), device );
+}
+
+Outcome makePcap( Eal & eal, const CreatePortRequest & request, std::unique_ptr< Device > & device ) {
+   PCAPPortArg arg;
+   if ( auto out = argOf( request, arg ); !out.ok() ) return out;
+   PMDPortArg pmd;
+   pmd.set_vdev( fmt::format( "net_pcap_{},iface={}", request.name(), arg.dev() ) );
+   return PmdDevice::make( eal, pmd, sizesOf( request ), device );
+}
+
+Outcome makeTap( Eal &, const CreatePortRequest & request, std::unique_ptr< Device > & device ) {
+   VPortArg arg;
+   if ( auto out = argOf( request, arg ); !out.ok() ) return out;
+   return TapDevice::make( arg, device );
+}
+
+Outcome makeUnix( Eal &, const CreatePortRequest & request, std::unique_ptr< Device > & device ) {
+   UnixSocketPortArg arg;
+   if ( auto out = argOf( request, arg ); !out.ok() ) return out;
+   return UnixDevice::make( arg, device );
+}
+
+constexpr Driver kDrivers[] = {
+     { "PCAPPort", "a device of the host's kernel, by libpcap", makePcap },
+     { "PMDPort", "any device of DPDK", makePmd },
+     { "UnixSocketPort", "packets over a SOCK_SEQPACKET socket", makeUnix },
+     { "VPort", "a TAP or TUN for the host's kernel", makeTap },
+};
+
+const Driver * findDriver( const std::string & name ) {
+   const auto * at = std::ranges::find_if( kDrivers, [ & ]( const auto & driver ) { return driver.name == name; } );
+   return at == std::end( kDrivers ) ? nullptr : at;
+}
+
+Outcome checked( const CreatePortRequest & request ) {
+   if ( auto out = requireAtMost( "num_inc_q", request.num_inc_q(), 1 ); !out.ok() ) return out;
+   if ( auto out = requireAtMost( "num_out_q", request.num_out_q(), 1 ); !out.ok() ) return out;
+   constexpr auto kMost = std::numeric_limits< std::uint16_t >::max();
+   if ( auto out = requireAtMost( "size_inc_q", request.size_inc_q(), kMost ); !out.ok() ) return out;
+   return requireAtMost( "size_out_q", request.size_out_q(), kMost );
+}
+
+} // namespace
+
+std::vector< std::string > PortTable::drivers() {
+   std::vector< std::string > names;
+   for ( const auto & driver : kDrivers ) names.emplace_back( driver.name );
+   return names;
+}
+
+std::string PortTable::help( const std::string & driver ) {
+   const auto * found = findDriver( driver );
+   return found == nullptr ? "" : found->help;
+}
+
+Outcome PortTable::make( const CreatePortRequest & request, std::unique_ptr< Device > & device ) {
+   const auto * driver = findDriver( request.driver() );
+   if ( driver == nullptr ) return refuse( ENOENT, "there is no driver {}", request.driver() );
+   if ( auto out = checked( request ); !out.ok() ) return out;
+   return driver->make( eal_, request, device );
+}
+
+Outcome PortTable::create( const CreatePortRequest & given, CreatePortResponse & response ) {
+   auto request = given;
+   if ( request.name().empty() ) request.set_name( fmt::format( "port{}", generated_++ ) );
+   const std::string_view name = request.name();
+   if ( ports_.contains( name ) ) return refuse( EEXIST, "there is a port {} already", name );
+   const bool kernel = name.starts_with( kKernelPrefix );
+   auto wire = wires_.of( kernel ? name.substr( kKernelPrefix.size() ) : name );
+   Port port;
+   if ( auto out = make( request, port.device ); !out.ok() ) return out;
+   ( kernel ? wire->kernel : wire->device ) = port.device.get();
+   port.driver = request.driver();
+   port.arg = request.arg();
+   port.wire = std::move( wire );
+   port.kernel = kernel;
+   response.set_name( request.name() );
+   response.set_mac_addr( port.device->conf().mac );
+   auto & listed = port.listed;
+   listed.set_name( request.name() );
+   listed.set_driver( request.driver() );
+   listed.set_mac_addr( response.mac_addr() );
+   listed.set_num_inc_q( 1 );
+   listed.set_num_out_q( 1 );
+   listed.set_size_inc_q( request.size_inc_q() );
+   listed.set_size_out_q( request.size_out_q() );
+   *listed.mutable_driver_arg() = request.arg();
+   ports_.emplace( request.name(), std::move( port ) );
+   return {};
+}
+
+// The device is off its wire before it goes.
+void PortTable::cut( Port & port ) { ( port.kernel ? port.wire->kernel : port.wire->device ) = nullptr; }
+
+Outcome PortTable::destroy( const std::string & name ) {
+   const auto at = ports_.find( name );
+   if ( at == ports_.end() ) return refuse( ENOENT, "there is no port {}", name );
+   cut( at->second );
+   ports_.erase( at );
+   return {};
+}
+
+void PortTable::clear() {
+   for ( auto & [ name, port ] : ports_ ) cut( port );
+   ports_.clear();
+}
+
+Device * PortTable::find( std::string_view name ) const {
+   const auto at = ports_.find( name );
+   return at == ports_.end() ? nullptr : at->second.device.get();
+}
+
+void PortTable::carry() {
+   for ( auto & [ name, port ] : ports_ ) {
+      if ( !port.kernel || port.device->bare() ) continue;
+      const auto * wire = find( std::string_view( name ).substr( kKernelPrefix.size() ) );
+      if ( wire != nullptr ) port.device->carrierIs( wire->link().up );
+   }
+}
+
+} // namespace Vexdp

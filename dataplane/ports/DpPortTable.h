@@ -1,0 +1,60 @@
+// The ports by name: made by a driver, each on the wire of its interface, driven by the worker.
+//
+// A port named "kernel:" and an interface's name is that interface's device in the host's kernel; any other is the
+// device of the interface of its name. The caller holds the worker while it calls.
+#pragma once
+
+#include "DpDevice.h"
+#include "DpEal.h"
+
+#include <map>
+#include <memory>
+#include <string_view>
+
+namespace Vexdp {
+
+class PortTable {
+ public:
+   static constexpr std::string_view kKernelPrefix = "kernel:";
+
+   struct Port {
+      std::unique_ptr< Device > device;
+      std::string driver;
+      google::protobuf::Any arg;
+      bess::pb::ListPortsResponse::Port listed; // as it was made
+      std::shared_ptr< Wire > wire;
+      bool kernel = false;
+   };
+   using Ports = std::map< std::string, Port, std::less<> >;
+
+   // Both outlive it.
+   PortTable( Eal & eal, Wires & wires ) : eal_( eal ), wires_( wires ) {}
+   ~PortTable() { clear(); }
+
+   // EEXIST: there is a port of the name, or the interface has its device. ENOENT: no such driver. EINVAL: not the
+   // driver's message. Others are the driver's.
+   Outcome create( const bess::pb::CreatePortRequest & request, bess::pb::CreatePortResponse & response );
+   // ENOENT: there is none of the name.
+   Outcome destroy( const std::string & name );
+   void clear();
+
+   const Ports & ports() const { return ports_; }
+   Device * find( std::string_view name ) const;
+   // The device in the kernel shows the link of the other.
+   void carry();
+
+   // Driver names, and a line on each; empty when there is none of the name.
+   static std::vector< std::string > drivers();
+   static std::string help( const std::string & driver );
+
+ private:
+   Outcome make( const bess::pb::CreatePortRequest & request, std::unique_ptr< Device > & device );
+   void cut( Port & port );
+
+   Eal & eal_;
+   Wires & wires_;
+   Ports ports_;
+   unsigned generated_ = 0;
+};
+
+} // namespace Vexdp

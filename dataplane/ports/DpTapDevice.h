@@ -1,0 +1,42 @@
+// VPort: a device of the host's kernel, a TAP for frames or a TUN for bare packets, in a network namespace. It is made
+// with the port, and is gone with it.
+#pragma once
+
+#include "DpDescriptor.h"
+#include "DpDevice.h"
+
+#include <memory>
+
+namespace Vexdp {
+
+class TapDevice final : public Device {
+ public:
+   // ENOENT: no such namespace. EEXIST, EBUSY: the name is in use there. EPERM: it takes CAP_NET_ADMIN.
+   static Outcome make( const bess::pb::VPortArg & arg, std::unique_ptr< Device > & device );
+
+   void receive( std::vector< Packet > & burst ) override;
+   void send( Packet && packet ) override;
+   int descriptor() const override { return tap_.fd(); }
+   bool bare() const override { return tun_; }
+
+   Stats stats() const override { return stats_; }
+   Link link() const override { return { up_, 0, {} }; }
+   Conf conf() const override;
+   Outcome confIs( const bess::pb::PortConf & conf ) override;
+   void carrierIs( bool up ) override;
+
+ private:
+   TapDevice( std::string ifname, bool tun ) : ifname_( std::move( ifname ) ), tun_( tun ) {}
+   // On a thread of its own, which may go into the namespace.
+   Outcome open( const std::string & netns, const google::protobuf::RepeatedPtrField< std::string > & addresses );
+   Outcome addressIs( const std::string & address );
+
+   const std::string ifname_;
+   const bool tun_;
+   Descriptor tap_;
+   Descriptor inside_; // any socket in its namespace, to ask it of the device
+   bool up_ = true;
+   Stats stats_;
+};
+
+} // namespace Vexdp

@@ -1,0 +1,83 @@
+#include "DpUnixDevice.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+
+namespace Vexdp {
+
+Outcome UnixDevice::make( const bess::pb::UnixSocketPortArg & arg, std::unique_ptr< Device > & device ) {
+   sockaddr_un address{};
+   address.sun_family = AF_UNIX;
+   const auto & path = arg.path();
+   if ( path.empty() || path.size() >= sizeof address.sun_path )
+      return refuse( EINVAL, "path \"{}\" is not of 1 to {} characters", path, sizeof address.sun_path - 1 );
+   std::ranges::copy( path, address.sun_path );
+   if ( path.front() == '@' ) address.sun_path[ 0 ] = 0;
+   const auto length = socklen_t( offsetof( sockaddr_un, sun_path ) + path.size() );
+   std::unique_ptr< UnixDevice > made( new UnixDevice( path ) );
+   made->listening_ = Descriptor( ::socket( AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0 ) );
+   const int fd = made->listening_.fd();
+   if ( fd < 0 || bind( fd, reinterpret_cast< sockaddr * >( &address ), length ) != 0 || listen( fd, 1 ) != 0 ) {
+      const int error = errno;
+      return refuse( error, "{}: {}", path, std::strerror( error ) );
+   }
+   device = std::move( made );
+   return {};
+}
+
+UnixDevice::~UnixDevice() {
+   if ( listening_.fd() >= 0 && path_.front() != '@' ) unlink( path_.c_str() );
+}
+
+void UnixDevice::welcome() {
+   const int fd = accept4( listening_.fd(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC );
+   if ( fd >= 0 ) client_ = Descriptor( fd );
+}
+
+void UnixDevice::receive( std::vector< Packet > & burst ) {
+   welcome();
+   std::array< std::uint8_t, kMaxMtu + 64 > bytes;
+   for ( std::size_t i = 0; i < kBurst && client_.fd() >= 0; ++i ) {
+      const auto length = recv( client_.fd(), bytes.data(), bytes.size(), MSG_TRUNC );
+      if ( length < 0 && ( errno == EAGAIN || errno == EINTR ) ) return;
+      if ( length <= 0 ) {
+         client_ = Descriptor();
+         return;
+      }
+      if ( !up_ || std::size_t( length ) > bytes.size() ) {
+         ++stats_.in.dropped;
+         continue;
+      }
+      ++stats_.in.packets;
+      stats_.in.bytes += std::size_t( length );
+      std::copy_n( bytes.data(), length, burst.emplace_back( std::size_t( length ) ).data() );
+   }
+}
+
+void UnixDevice::send( Packet && packet ) {
+   const Packet gone = std::move( packet );
+   if ( !up_ || client_.fd() < 0 ||
+        ::send( client_.fd(), gone.data(), gone.size(), MSG_NOSIGNAL ) != ssize_t( gone.size() ) ) {
+      ++stats_.out.dropped;
+      return;
+   }
+   ++stats_.out.packets;
+   stats_.out.bytes += gone.size();
+}
+
+Outcome UnixDevice::confIs( const bess::pb::PortConf & conf ) {
+   if ( !conf.mac_addr().empty() ) return refuse( EOPNOTSUPP, "mac_addr: the port has none" );
+   if ( conf.mtu() != 0 && ( conf.mtu() < kMinMtu || conf.mtu() > kMaxMtu ) )
+      return refuse( ERANGE, "mtu {} is not from {} to {}", conf.mtu(), kMinMtu, kMaxMtu );
+   if ( conf.mtu() != 0 ) mtu_ = conf.mtu();
+   up_ = conf.admin_up();
+   return {};
+}
+
+} // namespace Vexdp

@@ -1,0 +1,153 @@
+#include "DpWorker.h"
+
+#include "DpWalk.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+
+namespace Vexdp {
+
+namespace {
+
+// Turns without a packet before it sleeps.
+constexpr unsigned kPatience = 64;
+// Where a device can't wake it: the longest that a packet waits.
+constexpr auto kNap = std::chrono::microseconds( 150 );
+constexpr int kLongestSleep = 100; // ms
+
+void relax() { __builtin_ia32_pause(); }
+
+} // namespace
+
+Worker::Worker( PortTable & ports, CounterTable & counters, bool busy ) :
+     ports_( ports ), counters_( counters ), busy_( busy ), wake_( eventfd( 0, EFD_NONBLOCK | EFD_CLOEXEC ) ) {
+   burst_.reserve( 2 * Device::kBurst );
+   thread_ = std::thread( [ this ] { run(); } );
+}
+
+Worker::~Worker() {
+   ending_ = true;
+   const std::uint64_t one = 1;
+   if ( write( wake_, &one, sizeof one ) < 0 ) {
+   } // It wakes by itself, only later.
+   thread_.join();
+   close( wake_ );
+}
+
+// Both sides write their own flag before they read the other's, so that at least one of them sees the other.
+void Worker::begin() {
+   while ( true ) {
+      working_ = true;
+      if ( !held_ ) break;
+      waiting_ = true;
+      working_ = false;
+      held_.wait( true );
+   }
+   waiting_ = false;
+}
+
+void Worker::end() { working_ = false; }
+
+void Worker::hold() {
+   held_ = true;
+   while ( working_ ) relax();
+}
+
+void Worker::letGo() {
+   held_ = false;
+   held_.notify_all();
+}
+
+void Worker::breathe() {
+   const bool waited = waiting_;
+   letGo();
+   while ( waited && waiting_ ) std::this_thread::yield();
+   hold();
+}
+
+void Worker::portsChanged() {
+   lanes_.clear();
+   sleepless_ = false;
+   for ( const auto & [ name, port ] : ports_.ports() ) {
+      lanes_.push_back( { port.device.get(), port.wire.get(), port.kernel } );
+      sleepless_ |= port.device->descriptor() < 0;
+   }
+   ports_.carry();
+   const std::uint64_t one = 1;
+   if ( write( wake_, &one, sizeof one ) < 0 ) {
+   } // It is awake.
+}
+
+void Worker::run() {
+   pthread_setname_np( pthread_self(), "worker" );
+   prctl( PR_SET_TIMERSLACK, 1 );
+   unsigned idle = 0;
+   auto carried = std::chrono::steady_clock::now();
+   while ( !ending_ ) {
+      begin();
+      const auto count = turn();
+      const auto now = std::chrono::steady_clock::now();
+      if ( now - carried > std::chrono::milliseconds( kLongestSleep ) ) {
+         carried = now;
+         ports_.carry();
+      }
+      idle = count == 0 ? idle + 1 : 0;
+      if ( idle > kPatience && !busy_ )
+         sleep();
+      else
+         end();
+   }
+}
+
+std::size_t Worker::turn() {
+   std::size_t count = 0;
+   for ( auto & lane : lanes_ ) count += carry( lane );
+   for ( auto & lane : lanes_ ) lane.device->flush();
+   return count;
+}
+
+std::size_t Worker::carry( Lane & lane ) {
+   lane.device->receive( burst_ );
+   const auto count = burst_.size();
+   if ( count == 0 ) return 0;
+   if ( lane.kernel && !lane.device->bare() ) {
+      handOut( lane );
+   } else if ( auto * const source = lane.kernel ? lane.wire->ownSource : lane.wire->source ) {
+      Walk walk( counters_, Purpose::live );
+      for ( auto & packet : burst_ ) {
+         packet.meta.ethernet = !lane.device->bare();
+         walk.run( *source, std::move( packet ) );
+      }
+   }
+   burst_.clear();
+   return count;
+}
+
+// What the kernel sends on an Ethernet interface is finished.
+void Worker::handOut( Lane & lane ) {
+   if ( lane.wire->device == nullptr ) return;
+   for ( auto & packet : burst_ ) lane.wire->device->send( std::move( packet ) );
+}
+
+// Whoever wants to hold it need not wait until it wakes. The list is made before: it may change meanwhile.
+void Worker::sleep() {
+   if ( sleepless_ ) {
+      end();
+      std::this_thread::sleep_for( kNap );
+      return;
+   }
+   std::vector< pollfd > descriptors{ { wake_, POLLIN, 0 } };
+   for ( const auto & lane : lanes_ ) descriptors.push_back( { lane.device->descriptor(), POLLIN, 0 } );
+   end();
+   poll( descriptors.data(), descriptors.size(), kLongestSleep );
+   std::uint64_t count = 0;
+   if ( read( wake_, &count, sizeof count ) < 0 ) {
+   } // Nobody woke it.
+}
+
+} // namespace Vexdp

@@ -1,0 +1,27 @@
+// A data plane that is made anew for each input.
+#pragma once
+
+#include "DpEngine.h"
+#include "FuzzInput.h"
+
+namespace Fuzz {
+
+// The table is large and is cleared by its engine's reset.
+inline Vexdp::CounterTable & counters() {
+   static Vexdp::CounterTable table;
+   return table;
+}
+
+class Plane {
+ public:
+   Plane() : engine( counters(), { 4096 } ) {}
+   // All that is held is told.
+   ~Plane() {
+      std::unique_ptr< Vexdp::Dump > dump;
+      if ( engine.dump( {}, dump ).ok() ) dump->tell( []( const auto & ) { return true; } );
+      engine.reset();
+   }
+   Vexdp::Engine engine;
+};
+
+} // namespace Fuzz

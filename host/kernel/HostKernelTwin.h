@@ -1,0 +1,88 @@
+// The kernel beside the router: its devices, addresses, neighbours and routes are kept equal to the router's.
+#pragma once
+
+#include "HostKernelDevices.h"
+#include "HostKernelRoutes.h"
+#include "HostRouterState.h"
+
+namespace Host {
+
+// The device that another process makes for an interface, at some time.
+struct KernelDeviceAt {
+   std::string name;
+   std::string netns; // as openNetlink takes it
+   friend bool operator==( const KernelDeviceAt &, const KernelDeviceAt & ) = default;
+};
+
+//   watches  PortDir::port, Ip::Status::intfStatus and intfAddr, Arp::Table::Status::neighbor, both FIBs
+//   writes   RouterState: neighbours of Teller::kernel
+//   owns     a KernelNamespace for each namespace that has a device, its KernelDevices and its KernelRoutes
+//
+// Whoever makes the devices tells of them here, and of nothing else: MAC, MTU, addresses and whether an interface is
+// enabled come from the router's state, and so do the next hops to be kept fresh and the routes. A VRF's routes go into
+// the namespace of its devices; of two VRFs with devices in one namespace, the second one's are left out, with an
+// error.
+//
+// What the kernel has resolved on a device is a neighbour of the router, unless somebody else has told the same
+// address: then that one holds, and is written to the kernel.
+class KernelTwin : public Gant::StateMachine {
+ public:
+   // `state` outlives it.
+   KernelTwin( RouterState & state, KernelTell tell );
+   // The kernel keeps what it was told; the next one removes what is out of date.
+   ~KernelTwin() override;
+
+   // From the time at which the device is to be made until it is not to be any more, whether or not it is there.
+   void deviceIs( Kynet::IntfId intfId, const KernelDeviceAt & device );
+   void deviceDel( Kynet::IntfId intfId );
+   // Whether the kernel gets the router's routes (its local addresses it gets always). From the start: yes.
+   void routesWrittenIs( bool written );
+
+   // Why the interface's device is not as it should be; empty: it is, or there is none to be.
+   std::string error( Kynet::IntfId intfId ) const;
+   // Every namespace stands, and nothing is under way but for what was refused.
+   bool settled() const;
+
+ private:
+   struct Place; // a namespace with what is in it
+   struct GantPorts;
+   struct GantIp;
+   struct GantArp;
+   template < typename P >
+   struct GantFib;
+   using Uses = Gant::HashMap< U64, std::vector< NeighborWants::key_type > >; // by FEC
+
+   Place & place( const std::string & netns );
+   Place * placeOf( Kynet::IntfId intfId ) const;
+   void reviewLater( Kynet::IntfId intfId );
+   void review();
+   void reviewDevice( Kynet::IntfId intfId );
+   void reviewVrfs();
+   void reviewVrf( Place & place );
+   void reviewFixed( const Arp::NeighborKey & key );
+   template < typename P >
+   void reviewFec( const Mirel::RouteTable< P > & fib, Uses & uses, U64 fecId );
+   void usersAre( const NeighborWants::key_type & key, int more );
+   void neighborIs( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr, const Kynet::EthAddr & mac );
+   void neighborGone( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr );
+   const Told< NeighborFact > * toldNeighbor( const NeighborWants::key_type & key ) const;
+
+   RouterState & state_;
+   const KernelTell tell_;
+   bool routesWritten_ = true;
+   std::map< Kynet::IntfId, KernelDeviceAt > devices_;
+   NeighborWants wants_;
+   Uses uses4_, uses6_;
+   std::map< std::string, std::unique_ptr< Place > > places_;
+   std::set< Kynet::IntfId > pending_;
+   std::set< NeighborWants::key_type > pendingNeighbors_;
+   bool posted_ = false;
+   std::unique_ptr< GantPorts > portReactor_;
+   std::unique_ptr< GantIp > ipReactor_;
+   std::unique_ptr< GantArp > arpReactor_;
+   std::unique_ptr< GantFib< Kynet::Prefix > > fibReactor_;
+   std::unique_ptr< GantFib< Kynet::Ip6Prefix > > fib6Reactor_;
+   std::shared_ptr< bool > alive_ = std::make_shared< bool >( true );
+};
+
+} // namespace Host

@@ -1,0 +1,93 @@
+// The ports that a data plane is to have for the router's interfaces, made and kept for as long as a session lasts.
+#pragma once
+
+#include "HostStateTree.h"
+
+#include <map>
+#include <memory>
+
+namespace Vex {
+class EngineCall;
+class EnginePorts;
+struct Peer;
+} // namespace Vex
+
+namespace Host {
+
+class KeptPort;
+class KernelDeviceWatcher;
+struct PortWish;
+
+// An interface has up to two ports: the one of its own name carries its packets, and "kernel:" and its name is its
+// device in the host's kernel.
+struct PortKey {
+   Kynet::IntfId intfId{}; // none: the data plane's port has some other name
+   bool kernel = false;
+   Gant::String other{};
+   static PortKey ofName( const Gant::String & name );
+   Gant::String name() const;
+   friend auto operator<=>( const PortKey &, const PortKey & ) = default;
+};
+
+//   watches  DeviceDir::device
+//   calls    Vex::EnginePorts, KernelDeviceWatcher
+//
+// What the data plane has at first is from another session, and is destroyed. Of several ports that are wanted a few
+// are made at a time, and none waits for one that cannot be made. A lost session takes this with it, and the next one
+// makes everything again.
+class Ports : public Gant::StateMachine {
+ public:
+   using Kept = std::map< PortKey, std::unique_ptr< KeptPort > >;
+
+   // `peer` as of GrpcChannel. `kernelWatcher`, which may be null, is told of devices until this goes, and is not
+   // owned. Begins in a later turn.
+   Ports( Gant::Ptr< const DeviceDir > devices, const Vex::Peer & peer, KernelDeviceWatcher * kernelWatcher );
+   ~Ports() override;
+
+   const Kept & kept() const { return kept_; }
+   // Null: there is none, wanted or not.
+   const KeptPort * port( const PortKey & key ) const;
+   // Something is being made, set or destroyed, or is about to be. What waits to be tried again does not count.
+   bool changing() const;
+   // Goes up with each change at the data plane.
+   U64 generation() const { return generation_; }
+
+ private:
+   struct GantDevices;
+   struct GantClock;
+   void postReview();
+   void review();
+   void tellWishes();
+   void listed( const Gant::String & error );
+   KeptPort & keep( const PortKey & key );
+   bool mayChange() const;
+   std::map< PortKey, PortWish > wishes();
+   bool kernelWanted( const Device & device, bool anyPort ) const;
+   PortWish portWish( Kynet::IntfId intfId, const Device & device );
+   static PortWish kernelWish( Kynet::IntfId intfId, const Device & device );
+   void tellKernelDevices();
+   void handleClock();
+
+   const Gant::Ptr< const DeviceDir > devices_;
+   KernelDeviceWatcher * const kernelWatcher_;
+   std::unique_ptr< Vex::EnginePorts > engine_;
+   Kept kept_;
+   std::map< Kynet::IntfId, unsigned > numbers_; // in names of virtual devices
+   struct Told;
+   std::unique_ptr< Told > told_; // to kernelWatcher_
+   bool listed_ = false;
+   bool wishesChanged_ = true;
+   bool reviewPosted_ = false;
+   U64 generation_ = 0;
+   Gant::Ptr< Gant::Clock > clock_;
+   std::unique_ptr< Vex::EngineCall > listing_;
+   std::unique_ptr< GantDevices > deviceReactor_;
+   std::unique_ptr< GantClock > clockReactor_;
+   std::shared_ptr< bool > alive_ = std::make_shared< bool >( true );
+};
+
+// The name of the interface's device in the kernel, of at most 15 characters: its own, or where that is too long its
+// short one, with "-" for "/".
+Gant::String kernelName( Kynet::IntfId intfId );
+
+} // namespace Host

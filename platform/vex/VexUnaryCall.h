@@ -1,0 +1,65 @@
+// One unary call and its answer, on the loop. For those sources only that speak gRPC.
+#pragma once
+
+#include "GantActivity.h"
+#include "VexEngineQuery.h"
+
+#include <chrono>
+#include <grpcpp/client_context.h>
+#include <utility>
+
+namespace Vex {
+
+// What one look at the data plane may take. Without it a question to one that hangs would hang as well.
+inline constexpr std::chrono::seconds unaryCallTime( 10 );
+
+inline Gant::String textOf( const grpc::Status & status ) {
+   if ( status.ok() ) return {};
+   if ( status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED )
+      return Gant::format( "the data plane has not answered for %d s", static_cast< int >( unaryCallTime.count() ) );
+   return status.error_message().empty() ? Gant::format( "gRPC status %d", status.error_code() )
+                                         : status.error_message();
+}
+
+template < typename Request, typename Reply >
+struct Unary {
+   grpc::ClientContext context;
+   Request request;
+   Reply reply;
+   EngineQuery::Done< Reply > done; // touched on the loop only; empty once let go
+};
+
+template < typename State >
+class UnaryCall : public EngineCall {
+ public:
+   explicit UnaryCall( std::shared_ptr< State > state ) : state_( std::move( state ) ) {}
+   ~UnaryCall() override {
+      state_->done = nullptr;
+      state_->context.TryCancel();
+   }
+
+ private:
+   std::shared_ptr< State > state_;
+};
+
+// `stub` holds the generated stub as `service`. `start` begins the call with the callback that it is given. The
+// callback hands over to the loop what the call stands on, connection and all: with the last connection go gRPC's own
+// callback threads, and none of them may be the one to end them.
+template < typename Stub, typename Request, typename Reply, typename Start >
+std::unique_ptr< EngineCall > askUnary( std::shared_ptr< Stub > stub, const Request & request,
+                                        EngineQuery::Done< Reply > done, Start start ) {
+   using State = Unary< Request, Reply >;
+   const auto state = std::make_shared< State >();
+   state->request = request;
+   state->done = std::move( done );
+   state->context.set_deadline( std::chrono::system_clock::now() + unaryCallTime );
+   auto & service = stub->service;
+   start( *service.async(), *state, [ stub = std::move( stub ), call = state ]( const grpc::Status & status ) mutable {
+      Gant::activityManager()->post( [ stub = std::move( stub ), call = std::move( call ), error = textOf( status ) ] {
+         if ( const auto told = std::exchange( call->done, nullptr ) ) told( error, call->reply );
+      } );
+   } );
+   return std::make_unique< UnaryCall< State > >( state );
+}
+
+} // namespace Vex

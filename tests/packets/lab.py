@@ -1,0 +1,168 @@
+"""Hosts in network namespaces around a router, and the frames that they send and see.
+
+The namespaces are made by tools/lab, and everything is in them: wires, traffic, the router's two programs. The judges
+are the kernels of the hosts, and scapy.
+"""
+
+import ctypes
+import json
+import os
+import pathlib
+import select
+import socket
+import subprocess
+import tempfile
+import time
+
+from scapy.layers.l2 import Ether
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+BIN = pathlib.Path(os.environ.get('VEXL3_BIN', ROOT / 'build/release/bin'))
+LIBC = ctypes.CDLL(None, use_errno=True)
+ROUTER_MAC = '02:00:00:aa:00:01'
+DEADLINE = 20  # seconds: for what happens at some time
+
+
+def missing():
+    """Why packets cannot be tried on this machine; empty when they can."""
+    if os.geteuid() != 0:
+        return 'only root can make network namespaces'
+    if not os.path.exists('/dev/net/tun'):
+        return 'there is no /dev/net/tun'
+    probe = subprocess.run(['unshare', '-n', 'ip', 'link', 'add', 'name', 'a', 'type', 'veth', 'peer', 'name', 'b'],
+                           capture_output=True, text=True)
+    return '' if probe.returncode == 0 else f'no veth pair in a namespace of its own: {probe.stderr.strip()}'
+
+
+def until(condition, what):
+    end = time.monotonic() + DEADLINE
+    while not condition():
+        if time.monotonic() > end:
+            raise AssertionError(f'not within {DEADLINE} s: {what}')
+        time.sleep(0.02)
+
+
+class Host:
+    """One host: its wire, and a socket on it that sees each frame."""
+
+    def __init__(self, space):
+        self.space = space
+        here = os.open('/proc/self/ns/net', os.O_RDONLY)
+        there = os.open(f'/var/run/netns/{space}', os.O_RDONLY)
+        try:
+            if LIBC.setns(there, 0) != 0:
+                raise OSError(ctypes.get_errno(), space)
+            self.wire = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(3))
+            self.wire.setsockopt(socket.SOL_SOCKET, 33, 1 << 26)  # SO_RCVBUFFORCE
+            self.wire.setsockopt(263, 23, 1)  # SOL_PACKET, PACKET_IGNORE_OUTGOING
+            self.wire.bind(('eth0', 0))
+            # Of what is sent to this port nobody is told that nobody is there.
+            self.sink = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+            self.sink.bind(('', 5000))
+        finally:
+            LIBC.setns(here, 0)
+            os.close(here)
+            os.close(there)
+        self.mac = self.run('cat', '/sys/class/net/eth0/address').stdout.strip()
+
+    def run(self, *command, check=True):
+        done = subprocess.run(['ip', 'netns', 'exec', self.space, *command], capture_output=True, text=True)
+        if check and done.returncode != 0:
+            raise AssertionError(f'{self.space}: {command}: {done.stdout}{done.stderr}')
+        return done
+
+    def start(self, *command):
+        return subprocess.Popen(['ip', 'netns', 'exec', self.space, *command], stdout=subprocess.PIPE, text=True)
+
+    def send(self, *packets):
+        for packet in packets:
+            self.wire.send(bytes(packet))
+
+    def to_router(self, packet):
+        return Ether(dst=ROUTER_MAC, src=self.mac) / packet
+
+    def forget(self):
+        while select.select([self.wire], [], [], 0)[0]:
+            self.wire.recv(65536)
+
+    def seen(self, wanted=None, quiet=0.3):
+        """Frames until `wanted` of them came and no further one for `quiet` seconds."""
+        frames = []
+        end = time.monotonic() + DEADLINE
+        while time.monotonic() < end:
+            enough = wanted is None or len(frames) >= wanted
+            if not select.select([self.wire], [], [], quiet if enough else end - time.monotonic())[0]:
+                break
+            frames.append(self.wire.recv(65536))
+        return frames
+
+    def seen_ip(self, wanted=None, quiet=0.3, keep=lambda packet: True):
+        """Of the IPv4 packets among them those to keep; nobody asked for the others (ARP and the like)."""
+        packets = [Ether(frame) for frame in self.seen(wanted, quiet)]
+        return [packet['IP'] for packet in packets if packet.type == 0x0800 and keep(packet['IP'])]
+
+
+class Lab:
+    """A router with a wire to each of its hosts: {'left': ('10.0.1.2/24', '10.0.1.1'), ...}."""
+
+    def __init__(self, name, hosts, description):
+        self.name = name
+        self.folder = tempfile.TemporaryDirectory(prefix='vexl3-packets-')
+        self.socket = f'{self.folder.name}/vexl3d.sock'
+        self.log = open(f'{self.folder.name}/log', 'w+')
+        self.daemon = None
+        self.lab('down', name)
+        self.lab('up', name, *(f'{host}=wire-{host}={address}={gateway}'
+                               for host, (address, gateway) in hosts.items()))
+        self.hosts = {host: Host(f'{name}-{host}') for host in hosts}
+        self.description = pathlib.Path(self.folder.name) / 'router.yaml'
+        self.description.write_text(description)
+
+    def lab(self, *words):
+        subprocess.run([ROOT / 'tools/lab', *words], check=True)
+
+    def start(self):
+        self.daemon = subprocess.Popen(
+            ['ip', 'netns', 'exec', f'{self.name}-router', BIN / 'vexl3d', '--config', self.description, '--socket',
+             self.socket], stdout=self.log, stderr=self.log)
+        until(self.ready, f'every port is up: {self.text()}')
+
+    def ready(self):
+        if self.daemon.poll() is not None:
+            raise AssertionError(f'vexl3d ended: {self.text()}')
+        if not os.path.exists(self.socket):
+            return False
+        ports = self.ask('show', 'ports', check=False)
+        return ports is not None and len(ports) > 0 and all(port['state'] == 'up' for port in ports)
+
+    def text(self):
+        return pathlib.Path(self.log.name).read_text()
+
+    def ctl(self, *words, check=True):
+        done = subprocess.run([BIN / 'vexctl', '--socket', self.socket, '--json', *words], capture_output=True,
+                              text=True)
+        if check and done.returncode != 0:
+            raise AssertionError(f'vexctl {words}: {done.stdout}{done.stderr}')
+        return done
+
+    def ask(self, *words, check=True):
+        done = self.ctl(*words, check=check)
+        if done.returncode != 0:
+            return None
+        answer = json.loads(done.stdout)
+        return answer if isinstance(answer, list) else answer.get('rows', answer)
+
+    def data_plane(self):
+        """The process of the embedded one; 0: there is none."""
+        return self.ask('show', 'status')['result'].get('dataPlanePid', 0)
+
+    def end(self):
+        if self.daemon is not None and self.daemon.poll() is None:
+            self.daemon.terminate()
+            self.daemon.wait(DEADLINE)
+        for host in self.hosts.values():
+            host.wire.close()
+            host.sink.close()
+        self.lab('down', self.name)
+        self.log.close()
+        self.folder.cleanup()
