@@ -35,7 +35,7 @@ enum class Phase { starting, standby, running, waiting };
 // What the daemon knows of itself.
 struct DaemonStatus {
    Phase phase = Phase::starting;
-   double startedAt = 0;      // seconds of the system clock
+   double startedAt = 0; // seconds of the system clock
    double upSeconds = 0;
    std::string paused;        // why sources and changes wait; empty: they do not
    std::string dataPlane;     // the address, or "embedded"

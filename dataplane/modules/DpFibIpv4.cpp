@@ -193,7 +193,7 @@ Fate FibIpv4::process( Packet & packet, Context & context ) {
 }
 
 Fate FibIpv4::forwardBy( const Fec & fec, std::uint32_t id, const Ipv4Header & header, Packet & packet,
-                          Context & context ) {
+                         Context & context ) {
    if ( fec.empty() ) return context.drop( kNoCounter, "FEC {} has no members", id );
    // The upper bits of the product spread a 32-bit hash over any number of members.
    const auto chosen = std::size_t( std::uint64_t( Flow::of( header, packet ).hash() ) * fec.size() >> 32 );

@@ -75,7 +75,8 @@ class FibIpv4 : public Module {
    struct Snapshot;
 
    Lpm * table( std::uint32_t vrf ) const;
-   static Fate forwardBy( const Fec & fec, std::uint32_t id, const Ipv4Header & header, Packet & packet, Context & context );
+   static Fate forwardBy( const Fec & fec, std::uint32_t id, const Ipv4Header & header, Packet & packet,
+                          Context & context );
 
    const std::uint32_t maxRoutes_;
    LpmPool pool_;

@@ -161,8 +161,7 @@ class EntryNames {
 class TracedPacket : public Answer {
  public:
    explicit TracedPacket( const Asked & asked ) :
-        view_( asked.daemon ), intfname_( requestOf( asked.question ).intfname() ),
-        query_( view_.channel()->peer() ),
+        view_( asked.daemon ), intfname_( requestOf( asked.question ).intfname() ), query_( view_.channel()->peer() ),
         call_( query_.tracePacket( requestOf( asked.question ),
                                    [ this, wake = asked.wake ]( const auto & error, const auto & reply ) {
                                       error_ = error;

@@ -291,7 +291,8 @@ TEST( TcpMss, findsTheOptionBehindOthersAndAtAnOddPlace ) {
    const std::uint8_t options[] = { 1, 2, 4, 0x05, 0xb4, 1, 4, 2 };
    std::ranges::copy( options, tcp + 20 );
    put16( tcp + 16, 0 );
-   put16( tcp + 16, std::uint16_t( ~onesSum( { tcp, 28 }, pseudoHeaderSum( { ip( "10.1.0.9" ) }, { ip( "10.2.0.7" ) }, 6, 28 ) ) ) );
+   put16( tcp + 16, std::uint16_t( ~onesSum( { tcp, 28 },
+                                             pseudoHeaderSum( { ip( "10.1.0.9" ) }, { ip( "10.2.0.7" ) }, 6, 28 ) ) ) );
    router.frame( std::move( packet ) );
    ASSERT_EQ( router.frames().size(), 1u );
    EXPECT_TRUE( router.frames()[ 0 ].ends_with( "| tcp 1 > 80 mss 1000" ) ) << router.frames()[ 0 ];
