@@ -20,16 +20,10 @@ namespace Host {
 
 namespace {
 
-<<<<<<< HEAD
-// Lines of a route file in one turn of the loop, and requests that may wait for the data plane before the next turn.
-constexpr size_t linesPerTurn = 1024;
-constexpr size_t backlogMost = 65536;
-=======
 // Lines of a route file in one turn of the loop.
-constexpr size_t linesPerTurn = 2048;
+constexpr size_t linesPerTurn = 1024;
 // How often memory that is not needed is looked for, in seconds.
 constexpr double trimEvery = 20;
->>>>>>> main
 
 double systemSeconds() {
    return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
