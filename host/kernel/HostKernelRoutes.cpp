@@ -15,7 +15,8 @@ namespace Host {
 
 namespace {
 
-constexpr size_t messagesPerSlice = 256, groupsPerSlice = 64;
+// The kernel waits for a grace period with each next-hop object that it changes or takes away.
+constexpr size_t messagesPerSlice = 128, objectsPerSlice = 8;
 constexpr U32 slotsPerSlice = 16384;
 constexpr double firstRetry = 1, mostRetry = 60; // seconds
 constexpr U32 loopbackIndex = 1;
@@ -297,7 +298,7 @@ void KernelRoutes::slice() {
    // Only then no route in the kernel uses what has gone.
    if ( !more && writes.batch.empty() ) {
       lostGroups_.clear();
-      nextHops_.sweep( writes, messagesPerSlice );
+      nextHops_.sweep( writes, objectsPerSlice );
    }
    if ( writes.batch.empty() ) {
       settled_ = !more;
@@ -321,7 +322,7 @@ void KernelRoutes::slice() {
 
 void KernelRoutes::fillGroups( KernelWrites & writes ) {
    if ( std::exchange( regroup_, false ) ) dirtyGroups_ = nextHops_.keys();
-   while ( !dirtyGroups_.empty() && writes.batch.messages() < groupsPerSlice ) {
+   while ( !dirtyGroups_.empty() && writes.batch.messages() < objectsPerSlice ) {
       const auto key = dirtyGroups_.back();
       dirtyGroups_.pop_back();
       if ( brokenGroups_.contains( key ) ) continue;
