@@ -16,8 +16,8 @@
 namespace Vexdp {
 
 struct EngineOptions {
-   Limits limits;
-   EalOptions eal;
+   Limits limits{};
+   EalOptions eal{};
    bool busy = false; // the worker never sleeps
 };
 

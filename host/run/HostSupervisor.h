@@ -29,9 +29,9 @@ class Supervisor : public Gant::StateMachine {
  public:
    struct Config {
       std::string dataPlane = "embedded"; // or an address as GrpcChannel takes it
-      std::string program;                // of an embedded one; empty: the one that belongs to this executable
+      std::string program{};              // of an embedded one; empty: the one that belongs to this executable
       std::string dataPlaneLog = "warning";
-      Vex::TlsFiles tls;                             // to one at HOST:PORT
+      Vex::TlsFiles tls{};                           // to one at HOST:PORT
       bool insecureTcp = false;                      // to such a one without them, and without keys
       double silenceMost = 3;                        // seconds after which it is lost; 0: it never is
       bool takeOver = false;                         // also from another agent that has it
@@ -83,7 +83,7 @@ class Supervisor : public Gant::StateMachine {
    double startedAt_ = 0; // of the data plane that is waited for
    double ownedFor_ = 0;  // seconds, when this daemon heard of it, on standby
    double heardAt_ = 0;
-   double backOff_ = 0;   // seconds
+   double backOff_ = 0; // seconds
    unsigned restarts_ = 0;
    std::string lastLoss_;
    double lastFedSeconds_ = 0;
