@@ -37,11 +37,11 @@ struct DaemonStatus {
    Phase phase = Phase::starting;
    double startedAt = 0; // seconds of the system clock
    double upSeconds = 0;
-   std::string paused;        // why sources and changes wait; empty: they do not
-   std::string dataPlane;     // the address, or "embedded"
-   int dataPlanePid = 0;      // of an embedded one, otherwise 0
-   std::string owner;         // the agent that has it, in words, on standby; otherwise empty
-   double ownedSince = 0;     // seconds of the system clock of the data plane
+   std::string paused;    // why sources and changes wait; empty: they do not
+   std::string dataPlane; // the address, or "embedded"
+   int dataPlanePid = 0;  // of an embedded one, otherwise 0
+   std::string owner;     // the agent that has it, in words, on standby; otherwise empty
+   double ownedSince = 0; // seconds of the system clock of the data plane
    double ownedSeconds = 0;
    unsigned restarts = 0;     // how often the data plane was lost
    std::string lastLoss;      // why, the last time
