@@ -103,8 +103,9 @@ TEST_F( IpsecHost, theMtuIsWhatTheAssociationLeavesOfAFullPacketUnlessItIsTold )
    for ( const auto & [ tunnel, type, outbound, mtu ] : cases ) {
       const std::string ends = ", source: 192.0.2.1, destination: 198.51.100.8}";
       ASSERT_EQ( tell( "tunnel", std::string( "{name: Tunnel3, " ) + tunnel + ends ), "" );
-      if ( !outbound.empty() )
+      if ( !outbound.empty() ) {
          ASSERT_EQ( connection( "interfaces: Tunnel3, type: " + std::string( type ) + ", outbound: " + outbound ), "" );
+      }
       const auto intfId = Kynet::IntfId::fromString( "Tunnel3" ).value();
       EXPECT_EQ( state.tree().ipStatus->intfStatus( intfId ).mtu(), mtu ) << tunnel << " " << outbound;
       state.ipsecDel( "site-b" );
