@@ -64,7 +64,9 @@ class KernelTwinTest : public testing::Test {
    }
    // Whether the command comes to print these lines; if not, they are compared.
    void expectPrinted( const std::string & command, const Lines & lines ) {
-      if ( !comes( [ & ] { return printed( command ) == lines; } ) ) EXPECT_EQ( printed( command ), lines ) << command;
+      if ( !comes( [ & ] { return printed( command ) == lines; } ) ) {
+         EXPECT_EQ( printed( command ), lines ) << command;
+      }
    }
    std::string mac( const char * address ) const {
       return router.state.tree()
