@@ -200,7 +200,12 @@ void PmdDevice::flush() {
 Device::Stats PmdDevice::stats() const {
    rte_eth_stats stats{};
    rte_eth_stats_get( id_, &stats );
-   return { { stats.ipackets, stats.imissed + stats.rx_nombuf + stats.ierrors, stats.ibytes },
+   // The driver leaves out what its ring had no room for. Asking sets the kernel's count back.
+   tpacket_stats ring{};
+   socklen_t length = sizeof ring;
+   if ( socket_ >= 0 && getsockopt( socket_, SOL_PACKET, PACKET_STATISTICS, &ring, &length ) == 0 )
+      ringDropped_ += ring.tp_drops;
+   return { { stats.ipackets, stats.imissed + stats.rx_nombuf + stats.ierrors + ringDropped_, stats.ibytes },
             { stats.opackets, stats.oerrors + outDropped_, stats.obytes } };
 }
 

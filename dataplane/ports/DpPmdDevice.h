@@ -52,6 +52,7 @@ class PmdDevice final : public Device {
    std::array< rte_mbuf *, kBurst > out_{};
    std::size_t outCount_ = 0;
    std::uint64_t outDropped_ = 0;
+   mutable std::uint64_t ringDropped_ = 0; // by the kernel, for want of room
    bool up_ = true;
 };
 
