@@ -178,7 +178,7 @@ NetlinkBatch KernelDevices::changes( const Device & device, const KernelLink & l
       body.ifi_index = static_cast< int >( link.index );
       if ( text.empty() ) {
          body.ifi_change = IFF_UP;
-         body.ifi_flags = facts.up ? IFF_UP : 0u;
+         body.ifi_flags = facts.up ? unsigned( IFF_UP ) : 0u;
       }
       batch.message( RTM_NEWLINK, 0, body );
       texts.push_back( text.empty() ? ( facts.up ? "up" : "down" ) : text );

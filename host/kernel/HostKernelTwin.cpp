@@ -179,7 +179,7 @@ void KernelTwin::reviewVrf( Place & place ) {
    if ( std::exchange( place.refusedVrf, other ) != other && other != L3::VrfName() )
       tell_( textOf( other ) + ": its routes are not written to the kernel: " + place.space.text() + " is that of " +
              textOf( *vrf ) );
-   const auto vrfId = vrf ? state_.vrfBook().id( *vrf ) : std::nullopt;
+   const auto vrfId = state_.vrfBook().id( vrf.value_or( L3::VrfName() ) );
    if ( place.routes && ( !vrfId || place.routes->vrfId() != *vrfId || place.routesWanted != routesWritten_ ) )
       place.routes = nullptr;
    if ( place.routes || !vrfId ) return;
