@@ -1,5 +1,7 @@
 #include "DpCounterTable.h"
 
+#include "DpDescriptor.h"
+
 #include "vex/counter_table.h"
 
 #include <fcntl.h>
@@ -35,32 +37,19 @@ struct NoRoom : std::runtime_error {
 
 bool isForWantOfRoom( int error ) { return error == ENOSPC || error == EDQUOT || error == EFBIG; }
 
-// Closes its descriptor.
-class File {
+class File : public Descriptor {
  public:
    File( const std::string & path, int flags ) :
-        fd_( open( path.c_str(), flags | O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644 ) ) {}
-   ~File() {
-      if ( fd_ >= 0 ) close( fd_ );
-   }
-   File( File && other ) noexcept : fd_( other.release() ) {}
-   File( const File & ) = delete;
-   File & operator=( const File & ) = delete;
+        Descriptor( open( path.c_str(), flags | O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644 ) ) {}
 
-   explicit operator bool() const { return fd_ >= 0; }
-   int get() const { return fd_; }
-   int release() { return std::exchange( fd_, -1 ); }
-   bool lock() const { return flock( fd_, LOCK_EX | LOCK_NB ) == 0; }
+   bool lock() const { return flock( fd(), LOCK_EX | LOCK_NB ) == 0; }
    // Whether that is still its name.
    bool isAt( const std::string & path ) const {
       struct stat mine {
       }, there{};
-      return fstat( fd_, &mine ) == 0 && lstat( path.c_str(), &there ) == 0 && mine.st_dev == there.st_dev &&
+      return fstat( fd(), &mine ) == 0 && lstat( path.c_str(), &there ) == 0 && mine.st_dev == there.st_dev &&
              mine.st_ino == there.st_ino;
    }
-
- private:
-   int fd_;
 };
 
 // A table, or what is left of one whose maker died before its header was there.
@@ -78,7 +67,7 @@ void removeLeftOver( const std::string & path ) {
    const File file( path, 0 );
    if ( !file && errno == ENOENT ) return;
    if ( !file ) fail( path, std::strerror( errno ) );
-   if ( !isCounterTable( file.get() ) ) fail( path, "exists and is not a counter table" );
+   if ( !isCounterTable( file.fd() ) ) fail( path, "exists and is not a counter table" );
    if ( !file.lock() ) fail( path, "in use by another process" );
    unlink( path.c_str() );
 }
@@ -90,7 +79,7 @@ File heldDraft( const std::string & path, const std::string & draft ) {
       File file( draft, O_CREAT );
       if ( !file && isForWantOfRoom( errno ) ) throw NoRoom( std::strerror( errno ) );
       if ( !file ) fail( path, std::strerror( errno ) );
-      if ( !isCounterTable( file.get() ) ) fail( draft, "exists and is not a counter table" );
+      if ( !isCounterTable( file.fd() ) ) fail( draft, "exists and is not a counter table" );
       if ( !file.lock() ) fail( path, "in use by another process" );
       // Another process may have made it the table, and died, between the opening and the lock.
       if ( file.isAt( draft ) ) return file;
@@ -113,7 +102,7 @@ int makeFile( const std::string & path ) {
    try {
       // Before the pages are reserved: it may be what takes the room.
       removeLeftOver( path );
-      const int error = written( file.get() );
+      const int error = written( file.fd() );
       if ( isForWantOfRoom( error ) ) throw NoRoom( std::strerror( error ) );
       if ( error != 0 ) fail( path, std::strerror( error ) );
       if ( rename( draft.c_str(), path.c_str() ) != 0 ) fail( path, std::strerror( errno ) );

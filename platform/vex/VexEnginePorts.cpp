@@ -13,6 +13,8 @@ struct EnginePorts::Stub {
 
 namespace {
 
+using Service = bess::pb::BESSControl::StubInterface::async_interface;
+
 template < typename Request >
 Request portNamed( const Gant::String & name ) {
    Request request;
@@ -28,56 +30,40 @@ EnginePorts::~EnginePorts() = default;
 
 EnginePorts::Call EnginePorts::createPort( const bess::pb::CreatePortRequest & request,
                                            Done< bess::pb::CreatePortResponse > done ) {
-   return askUnary( stub_, request, std::move( done ), []( auto & service, auto & call, auto then ) {
-      service.CreatePort( &call.context, &call.request, &call.reply, std::move( then ) );
-   } );
+   return askUnary( stub_, request, std::move( done ), &Service::CreatePort );
 }
 
 EnginePorts::Call EnginePorts::destroyPort( const Gant::String & name, Done< bess::pb::EmptyResponse > done ) {
    return askUnary( stub_, portNamed< bess::pb::DestroyPortRequest >( name ), std::move( done ),
-                    []( auto & service, auto & call, auto then ) {
-                       service.DestroyPort( &call.context, &call.request, &call.reply, std::move( then ) );
-                    } );
+                    &Service::DestroyPort );
 }
 
 EnginePorts::Call EnginePorts::listPorts( Done< bess::pb::ListPortsResponse > done ) {
-   return askUnary( stub_, bess::pb::EmptyRequest(), std::move( done ), []( auto & service, auto & call, auto then ) {
-      service.ListPorts( &call.context, &call.request, &call.reply, std::move( then ) );
-   } );
+   return askUnary( stub_, bess::pb::EmptyRequest(), std::move( done ), &Service::ListPorts );
 }
 
 EnginePorts::Call EnginePorts::setPortConf( const bess::pb::SetPortConfRequest & request,
                                             Done< bess::pb::CommandResponse > done ) {
-   return askUnary( stub_, request, std::move( done ), []( auto & service, auto & call, auto then ) {
-      service.SetPortConf( &call.context, &call.request, &call.reply, std::move( then ) );
-   } );
+   return askUnary( stub_, request, std::move( done ), &Service::SetPortConf );
 }
 
 EnginePorts::Call EnginePorts::portConf( const Gant::String & name, Done< bess::pb::GetPortConfResponse > done ) {
    return askUnary( stub_, portNamed< bess::pb::GetPortConfRequest >( name ), std::move( done ),
-                    []( auto & service, auto & call, auto then ) {
-                       service.GetPortConf( &call.context, &call.request, &call.reply, std::move( then ) );
-                    } );
+                    &Service::GetPortConf );
 }
 
 EnginePorts::Call EnginePorts::portStats( const Gant::String & name, Done< bess::pb::GetPortStatsResponse > done ) {
    return askUnary( stub_, portNamed< bess::pb::GetPortStatsRequest >( name ), std::move( done ),
-                    []( auto & service, auto & call, auto then ) {
-                       service.GetPortStats( &call.context, &call.request, &call.reply, std::move( then ) );
-                    } );
+                    &Service::GetPortStats );
 }
 
 EnginePorts::Call EnginePorts::linkStatus( const Gant::String & name, Done< bess::pb::GetLinkStatusResponse > done ) {
    return askUnary( stub_, portNamed< bess::pb::GetLinkStatusRequest >( name ), std::move( done ),
-                    []( auto & service, auto & call, auto then ) {
-                       service.GetLinkStatus( &call.context, &call.request, &call.reply, std::move( then ) );
-                    } );
+                    &Service::GetLinkStatus );
 }
 
 EnginePorts::Call EnginePorts::listWorkers( Done< bess::pb::ListWorkersResponse > done ) {
-   return askUnary( stub_, bess::pb::EmptyRequest(), std::move( done ), []( auto & service, auto & call, auto then ) {
-      service.ListWorkers( &call.context, &call.request, &call.reply, std::move( then ) );
-   } );
+   return askUnary( stub_, bess::pb::EmptyRequest(), std::move( done ), &Service::ListWorkers );
 }
 
 } // namespace Vex

@@ -135,16 +135,12 @@ EngineQuery::~EngineQuery() = default;
 
 std::unique_ptr< EngineCall > EngineQuery::lookup( const vex::pb::LookupRequest & request,
                                                    Done< vex::pb::LookupReply > done ) {
-   return askUnary( stub_, request, std::move( done ), []( auto & engine, auto & call, auto then ) {
-      engine.Lookup( &call.context, &call.request, &call.reply, std::move( then ) );
-   } );
+   return askUnary( stub_, request, std::move( done ), &vex::pb::Engine::StubInterface::async_interface::Lookup );
 }
 
 std::unique_ptr< EngineCall > EngineQuery::tracePacket( const vex::pb::TracePacketRequest & request,
                                                         Done< vex::pb::TracePacketReply > done ) {
-   return askUnary( stub_, request, std::move( done ), []( auto & engine, auto & call, auto then ) {
-      engine.TracePacket( &call.context, &call.request, &call.reply, std::move( then ) );
-   } );
+   return askUnary( stub_, request, std::move( done ), &vex::pb::Engine::StubInterface::async_interface::TracePacket );
 }
 
 std::unique_ptr< EngineDump > EngineQuery::dump( const vex::pb::DumpRequest & request, std::function< void() > ready ) {

@@ -5,6 +5,7 @@
 #include "VexEngineQuery.h"
 
 #include <chrono>
+#include <functional>
 #include <grpcpp/client_context.h>
 #include <utility>
 
@@ -42,23 +43,28 @@ class UnaryCall : public EngineCall {
    std::shared_ptr< State > state_;
 };
 
-// `stub` holds the generated stub as `service`. `start` begins the call with the callback that it is given. The
-// callback hands over to the loop what the call stands on, connection and all: with the last connection go gRPC's own
-// callback threads, and none of them may be the one to end them.
-template < typename Stub, typename Request, typename Reply, typename Start >
+// `stub` holds the generated stub as `service`, and `method` is one of its asynchronous ones. The callback hands over
+// to the loop what the call stands on, connection and all: with the last connection go gRPC's own callback threads, and
+// none of them may be the one to end them.
+template < typename Stub, typename Request, typename Reply, typename Service >
 std::unique_ptr< EngineCall > askUnary( std::shared_ptr< Stub > stub, const Request & request,
-                                        EngineQuery::Done< Reply > done, Start start ) {
+                                        EngineQuery::Done< Reply > done,
+                                        void ( Service::*method )( grpc::ClientContext *, const Request *, Reply *,
+                                                                   std::function< void( grpc::Status ) > ) ) {
    using State = Unary< Request, Reply >;
    const auto state = std::make_shared< State >();
    state->request = request;
    state->done = std::move( done );
    state->context.set_deadline( std::chrono::system_clock::now() + unaryCallTime );
-   auto & service = stub->service;
-   start( *service.async(), *state, [ stub = std::move( stub ), call = state ]( const grpc::Status & status ) mutable {
-      Gant::activityManager()->post( [ stub = std::move( stub ), call = std::move( call ), error = textOf( status ) ] {
-         if ( const auto told = std::exchange( call->done, nullptr ) ) told( error, call->reply );
-      } );
-   } );
+   auto & service = *stub->service.async();
+   ( service.*method )( &state->context, &state->request, &state->reply,
+                        [ stub = std::move( stub ), call = state ]( const grpc::Status & status ) mutable {
+                           Gant::activityManager()->post(
+                                [ stub = std::move( stub ), call = std::move( call ), error = textOf( status ) ] {
+                                   if ( const auto told = std::exchange( call->done, nullptr ) )
+                                      told( error, call->reply );
+                                } );
+                        } );
    return std::make_unique< UnaryCall< State > >( state );
 }
 

@@ -20,6 +20,9 @@ class Descriptor {
    }
    // Negative: none.
    int fd() const { return fd_; }
+   explicit operator bool() const { return fd_ >= 0; }
+   // The caller has it.
+   int release() { return std::exchange( fd_, -1 ); }
 
  private:
    int fd_;
