@@ -20,9 +20,13 @@ void countPacket( GateCounters & gate, const Packet & packet, double now ) {
 
 } // namespace
 
-Context::Context( CounterTable & counters, Purpose purpose ) :
-     counters_( counters ), purpose_( purpose ),
-     now_( std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count() ) {}
+Context::Context( CounterTable & counters, Purpose purpose ) : counters_( counters ), purpose_( purpose ) {
+   readClock();
+}
+
+void Context::readClock() {
+   now_ = std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
+}
 
 Fate Context::send( std::string_view intfname, const MacAddr & mac ) {
    if ( trace_ != nullptr ) {

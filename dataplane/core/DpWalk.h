@@ -101,12 +101,13 @@ class Context {
       unsigned hops;
    };
 
+   void readClock();
    void reasonIs( std::string reason );
    void noteIs( std::string_view text );
 
    CounterTable & counters_;
    Purpose purpose_;
-   double now_;
+   double now_ = 0;
    vex::pb::TracePacketReply * trace_ = nullptr;
    vex::pb::TracePacketReply::Step * step_ = nullptr;
    Module * at_ = nullptr;
@@ -117,7 +118,7 @@ class Context {
 };
 
 // Runs packets from a source on. Gates and counters move only when the walk counts: for a packet that a device brought,
-// and for a described one on demand. It reads the clock when it is made: one for each burst.
+// and for a described one on demand. It reads the clock when it is made, and at each burst().
 class Walk {
  public:
    // A packet that passes more modules is in a loop.
@@ -127,6 +128,7 @@ class Walk {
 
    Walk( CounterTable & counters, Purpose purpose );
 
+   void burst() { context_.readClock(); }
    // The trace, when there is one, gets the steps and the end of the packet itself; what is made of it beside goes its
    // way untraced.
    void run( Module & source, Packet packet, vex::pb::TracePacketReply * trace = nullptr );
