@@ -116,11 +116,8 @@ std::size_t Worker::carry( Lane & lane ) {
    if ( lane.kernel && !lane.device->bare() ) {
       handOut( lane );
    } else if ( auto * const source = lane.kernel ? lane.wire->ownSource : lane.wire->source ) {
-      walk_.burst();
-      for ( auto & packet : burst_ ) {
-         packet.meta.ethernet = !lane.device->bare();
-         walk_.run( *source, std::move( packet ) );
-      }
+      for ( auto & packet : burst_ ) packet.meta.ethernet = !lane.device->bare();
+      walk_.run( *source, burst_ );
    }
    burst_.clear();
    return count;
