@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -63,6 +64,9 @@ class Module {
 
    // Matches and rewrites the packet, and says what becomes of it. The packet can hold any bytes whatever.
    virtual Fate process( Packet & packet, Context & context ) = 0;
+   // The packets will be processed next, in that order: what they need of large tables can be on its way before the
+   // first of them waits for it.
+   virtual void fetch( std::span< Packet * const > ) {}
    // Whether it would hand the packet to the router itself.
    virtual bool punts( const Packet & ) const { return false; }
    // The gate by which packets leave as they came, of a module that does no more than let them pass.

@@ -15,9 +15,6 @@ namespace {
 // Routes that one turn of the loop looks at.
 constexpr size_t routesPerTurn = 2048;
 
-// Parts of a hundred: from which the data plane's table is nearly full, and below which it is not any more.
-constexpr U64 nearlyFull = 90, notNearlyFull = 85;
-
 } // namespace
 
 template < typename F >
@@ -296,7 +293,9 @@ template < typename F >
 void RouteMachine< F >::handleAcknowledged() {
    underWay_.acknowledged( args_.common->progress()->acknowledged(),
                            [ this ]( const auto & entry ) { answered( entry ); } );
-   reviewFill();
+   const auto counts = this->counts();
+   fill_.update(
+        { counts.programmed + counts.overRefused, args_.common->routesMost(), counts.noRoom, counts.underWay } );
    if ( busy() || ( room_ != 0 && !waiting_.empty() ) ) turns_.post();
 }
 
@@ -322,31 +321,6 @@ void RouteMachine< F >::answered( const typename UnderWay< Asked >::Entry & entr
    if ( !noRoom( told ) ) return;
    ++noRoomRoutes_;
    waiting_.push_back( entry.object.slot );
-}
-
-// Tells the log once when the data plane's table fills, and when all have room again.
-template < typename F >
-void RouteMachine< F >::reviewFill() {
-   const auto counts = this->counts();
-   const U64 held = counts.programmed + counts.overRefused;
-   const auto most = args_.common->routesMost();
-   if ( counts.noRoom != 0 ) {
-      if ( std::exchange( fill_, Fill::full ) != Fill::full )
-         GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes is full with ", held,
-                     " routes: those that it has no room for wait" );
-      return;
-   }
-   if ( counts.underWay != 0 && fill_ == Fill::full ) return;
-   const auto parts = most == 0 ? 0 : held * 100 / most;
-   if ( fill_ == Fill::full )
-      GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes has room again" );
-   if ( fill_ == Fill::some && parts >= nearlyFull )
-      GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes is filled to ", parts,
-                  " %: ", held, " of ", most );
-   if ( parts >= nearlyFull || ( fill_ != Fill::some && parts >= notNearlyFull ) )
-      fill_ = Fill::nearlyFull;
-   else
-      fill_ = Fill::some;
 }
 
 // Routes that had no room, oldest refusal first, as many as have room.
