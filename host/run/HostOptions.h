@@ -20,6 +20,7 @@ struct Options {
    SourceFiles sources;
    Supervisor::Config dataPlane;
    std::string socket;
+   std::string metrics;            // ADDRESS:PORT; empty: there are none
    std::vector< UnitLevel > log;   // what of the traces goes to the log
    std::vector< UnitLevel > trace; // what of them goes to the ring
    bool checkConfig = false;

@@ -21,7 +21,9 @@ Commands graphShows();     // modules, graph
 Commands summaryShows();   // summary, status, version
 Commands counterShows();   // counters
 Commands requestShows();   // errors, queue
+Commands loopShows();      // loop
 Commands traceShows();     // trace, trace level
 Commands packetCommands(); // trace packet
+Commands whyCommands();    // why
 
 } // namespace Host

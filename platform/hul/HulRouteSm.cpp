@@ -260,13 +260,20 @@ void RouteMachine< F >::askedIs( Told & told, U64 before, U32 slot ) {
    told.asked = static_cast< U32 >( last );
    told.underWay = true;
    ++underWayRoutes_;
+   ++vrf( told.vrfId ).underWay;
 }
 
 // What the data plane said of the route before concerns it no more.
 template < typename F >
 void RouteMachine< F >::unask( Told & told ) {
-   if ( told.underWay ) --underWayRoutes_;
-   if ( told.error != 0 ) --refusedRoutes_;
+   if ( told.underWay ) {
+      --underWayRoutes_;
+      --vrf( told.vrfId ).underWay;
+   }
+   if ( told.error != 0 ) {
+      --refusedRoutes_;
+      --vrf( told.vrfId ).refused;
+   }
    if ( noRoom( told ) ) --noRoomRoutes_;
    told.underWay = false;
    told.error = 0;
@@ -302,6 +309,7 @@ void RouteMachine< F >::answered( const typename UnderWay< Asked >::Entry & entr
    if ( !told.underWay || told.asked != entry.last ) return; // it was told again since
    told.underWay = false;
    --underWayRoutes_;
+   --vrf( told.vrfId ).underWay;
    if ( entry.code == 0 ) {
       args_.adjSm->takenInc( told.adj );
       return;
@@ -309,6 +317,7 @@ void RouteMachine< F >::answered( const typename UnderWay< Asked >::Entry & entr
    told.asked = entry.refused;
    told.error = static_cast< U8 >( std::clamp( entry.code, 1, 0xff ) );
    ++refusedRoutes_;
+   ++vrf( told.vrfId ).refused;
    if ( !noRoom( told ) ) return;
    ++noRoomRoutes_;
    waiting_.push_back( entry.object.slot );
@@ -338,11 +347,20 @@ RouteCounts RouteMachine< F >::counts() const {
 }
 
 template < typename F >
+RouteCounts RouteMachine< F >::counts( U32 vrfId ) const {
+   const auto & vrf = this->vrf( vrfId );
+   return { vrf.underWay, vrf.told - vrf.underWay - vrf.refused, vrf.refused };
+}
+
+template < typename F >
 RouteState RouteMachine< F >::state( U32 vrfId, const Prefix & prefix ) const {
    const auto slot = args_.table->slot( vrfId, prefix );
    if ( !slot ) return { RouteProgress::pending(), "there is no such route" };
    if ( *slot >= told_.size() || !told_[ *slot ].here ) return { RouteProgress::pending(), "its turn has not come" };
-   return stateOf( told_[ *slot ], *slot );
+   const auto & told = told_[ *slot ];
+   auto state = stateOf( told, *slot );
+   if ( told.routeType != 0 ) state.command = told.asked;
+   return state;
 }
 
 template < typename F >

@@ -89,6 +89,7 @@ class RouteMachine : public Gant::StateMachine {
    bool busy() const { return sweeping_ || !moves_.empty(); }
    U32 toldRoutes() const { return toldRoutes_; }
    RouteCounts counts() const;
+   RouteCounts counts( U32 vrfId ) const;
    RouteState state( U32 vrfId, const Prefix & prefix ) const;
    void verify();
    // At most `most` routes.
@@ -131,6 +132,8 @@ class RouteMachine : public Gant::StateMachine {
    struct Vrf {
       bool active = false;
       U32 told = 0;
+      U32 underWay = 0; // of the told
+      U32 refused = 0;  // of the told, by the data plane
       Gant::Ptr< VrfL3Status > status;
    };
    struct What {
