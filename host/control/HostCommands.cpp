@@ -85,7 +85,7 @@ CommandTable::CommandTable( Commands commands ) {
 
 CommandTable CommandTable::all() {
    Commands commands;
-   for ( auto * const shows : { fibShows, routeShows, adjacencyShows, interfaceShows, portShows, ipsecShows, aclShows,
+   for ( auto * const shows : { fibShows, routeShows, sourceShows, adjacencyShows, interfaceShows, portShows, ipsecShows, aclShows,
                                 bridgingShows, platformShows, graphShows, summaryShows, counterShows, requestShows,
                                 traceShows, packetCommands, changeCommands, verifyCommands } )
       for ( auto & command : shows() ) commands.push_back( std::move( command ) );
