@@ -3,6 +3,7 @@
 // carry packets now and then; while a device is made or ended the worker works.
 #pragma once
 
+#include "DpCaptures.h"
 #include "DpCounterTable.h"
 #include "DpDump.h"
 #include "DpGraph.h"
@@ -60,6 +61,7 @@ class Engine {
    void lookup( const vex::pb::LookupRequest & request, vex::pb::LookupReply & reply ) const;
    void trace( const vex::pb::TracePacketRequest & request, vex::pb::TracePacketReply & reply );
    void drops( vex::pb::DropsReply & reply ) const;
+   void capture( const vex::pb::CaptureRequest & request, vex::pb::CaptureReply & reply );
 
    // ENOENT: a module that is named is not there.
    Outcome dump( const vex::pb::DumpRequest & request, std::unique_ptr< Dump > & dump ) const;
@@ -77,6 +79,8 @@ class Engine {
    // Both with the worker at a pause.
    void portsChanged();
    PortTable::Ports takePorts();
+   void watch();
+   Outcome captureIs( const vex::pb::CaptureRequest & request, double now, vex::pb::CaptureReply & reply );
    // The device of the name, or the refusal in the response.
    template < class Response >
    const Device * portOf( const std::string & name, const char * request, Response & response ) const;
@@ -88,6 +92,7 @@ class Engine {
    Eal eal_;
    PortTable ports_;
    const bool busy_;
+   Captures captures_;
    std::unique_ptr< Worker > worker_; // null before there is a port
    std::uint64_t lastBatch_ = 0;
 };
