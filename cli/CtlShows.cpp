@@ -1,6 +1,7 @@
 #include "CtlShows.h"
 
 #include "CtlGraph.h"
+#include "CtlWhy.h"
 
 #include <fmt/format.h>
 
@@ -37,9 +38,23 @@ std::string viaInWords( const Json & via ) {
                     labelled( "through", member( via, "tunnel" ) ), labelled( "weight", member( via, "weight" ) ) } );
 }
 
+// "3 another device (10.9.0.0/16 by eth0)"
+std::string refusalInWords( const Json & refusal ) {
+   return joined(
+        { member( refusal, "count" ), member( refusal, "reason" ), "(" + member( refusal, "example" ) + ")" } );
+}
+
 std::string groupedNumber( const Json & value ) { return grouped( value.get< std::uint64_t >() ); }
 std::string secondsInWords( const Json & value ) { return seconds( value.get< double >() ); }
 std::string agoInWords( const Json & value ) { return seconds( value.get< double >() ) + " ago"; }
+std::string shortTimeInWords( const Json & value ) {
+   return value < 1 ? fmt::format( "{:.3g} ms", value.get< double >() * 1000 ) : secondsInWords( value );
+}
+std::string bucketInWords( const Json & bucket ) {
+   const auto number = groupedNumber( bucket.at( "count" ) );
+   return bucket.contains( "upToSeconds" ) ? number + " up to " + shortTimeInWords( bucket.at( "upToSeconds" ) )
+                                           : number + " longer";
+}
 std::string mssInWords( const Json & value ) { return value == 0 ? "-" : inWords( value ); }
 std::string keyInWords( const Json & value ) { return value == 0 ? "-" : inWords( value ); }
 std::string megabytes( const Json & value ) { return fmt::format( "{:.1f} MB", value.get< double >() / 1e6 ); }
@@ -92,9 +107,24 @@ std::vector< Show > routingShows() {
           .help = "routes that the router was told, and what has become of them",
           .words = { vrfWord, matchWord },
           .columns = { text( "VRF", "vrf" ), text( "Prefix", "prefix" ), text( "Type", "type" ),
-                       text( "State", "state" ), number( "FEC", "fec" ), list( "Via", "via", viaInWords ),
+                       text( "Source", "source" ), text( "Protocol", "protocol" ), number( "Distance", "distance" ),
+                       number( "Metric", "metric" ), text( "State", "state" ), number( "FEC", "fec" ),
+                       list( "Via", "via", viaInWords ), shown( "Stale", "stale", inWords ),
                        text( "Reason", "reason" ) },
           .footer = counted( "route", "routes" ) },
+        { .command = "show sources",
+          .help = "who tells the router routes, and how that is going",
+          .columns = { text( "Source", "source" ), shown( "Connected", "connected", inWords ), text( "Peer", "peer" ),
+                       count( "Routes", "routes" ), count( "Stale", "stale" ), count( "Refused", "refused" ),
+                       count( "Next hops", "nextHops" ), count( "Messages", "messages" ), count( "Bytes", "bytes" ),
+                       number( "Losses", "losses" ), text( "Last loss", "lastLoss" ), text( "Sweep", "sweep" ),
+                       list( "Refused because", "refusals", refusalInWords ), text( "Error", "error" ) } },
+        { .command = "source",
+          .help = "have a source tell everything again, and sweep what it does not tell any more",
+          .words = { { "", "source", "NAME" }, { "", "operation", "resync|sweep|hold" } },
+          .view = []( const Given &, std::ostream & out ) -> std::unique_ptr< View > {
+             return std::make_unique< QuietView >( out );
+          } },
         { .command = "show nexthops",
           .help = "entries of the interfaces' next-hop tables",
           .words = { { "", "interface", "INTERFACE" } },
@@ -149,6 +179,11 @@ std::vector< Show > interfaceShows() {
           .columns = { number( "Worker", "worker" ), number( "Core", "core" ), text( "Running", "running" ),
                        number( "Traffic classes", "trafficClasses" ), count( "Silent drops", "silentDrops" ) },
           .footer = counted( "worker", "workers" ) },
+        { .command = "show drops",
+          .help = "packets that the data plane lost, by module and reason",
+          .columns = { text( "Module", "module" ), text( "Reason", "reason" ), count( "Packets", "packets" ),
+                       rate( "Per second", "packetsPerSecond" ) },
+          .footer = counted( "reason", "reasons" ) },
         { .command = "show neighbors",
           .help = "neighbours that were told, with their MACs",
           .words = { { "", "interface", "INTERFACE" } },
@@ -345,6 +380,17 @@ std::vector< Show > daemonShows() {
           .help = "versions of the daemon and its data plane",
           .columns = { text( "vexl3d", "vexl3d" ), text( "Data plane", "dataPlane" ) },
           .record = true },
+        { .command = "show loop",
+          .help = "how long the turns of the daemon's loop were, and the data plane's answers took",
+          .columns = { count( "Turns", "turns" ), shown( "Busy for", "busySeconds", secondsInWords ),
+                       shown( "Longest turn", "longestTurnSeconds", shortTimeInWords ),
+                       shown( "That was", "longestTurnSecondsAgo", agoInWords ),
+                       shown( "Longest of the last minutes", "longestTurnOfLateSeconds", shortTimeInWords ),
+                       list( "Turns by length", "turnLengths", bucketInWords ),
+                       count( "Requests acknowledged", "requestsAcknowledged" ),
+                       shown( "After, on average", "meanAcknowledgementSeconds", shortTimeInWords ),
+                       list( "Requests by time", "acknowledgementTimes", bucketInWords ) },
+          .record = true },
         { .command = "show errors",
           .help = "requests that the data plane refused, the newest last",
           .columns = { shown( "When", "secondsAgo", agoInWords ), text( "Module", "module" ),
@@ -455,6 +501,7 @@ std::vector< Show > shows() {
    for ( auto * const some : { routingShows, interfaceShows, ipsecShows, aclShows, bridgingShows, platformShows,
                                graphShows, daemonShows, checks } )
       for ( auto & show : some() ) all.push_back( std::move( show ) );
+   all.push_back( whyShow() );
    return all;
 }
 

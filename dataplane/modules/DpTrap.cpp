@@ -1,6 +1,7 @@
 #include "DpTrap.h"
 
 #include "DpEsp.h"
+#include "DpEthernet.h"
 #include "DpGraph.h"
 #include "DpIpsecManagement.h"
 #include "DpModuleClass.h"
@@ -9,6 +10,8 @@
 #include "DpWalk.h"
 #include "DpWire.h"
 
+#include <algorithm>
+
 namespace Vexdp {
 
 using vex::pb::PolicyApplyArg;
@@ -16,6 +19,7 @@ using vex::pb::PolicyApplyArg;
 namespace {
 constexpr GateId kToTunnels = 1;
 constexpr GateId kToIpsec = 2;
+constexpr std::uint16_t kEtherTypeArp = 0x0806;
 } // namespace
 
 const ModuleClass & Trap::moduleClass() {
@@ -85,10 +89,18 @@ Fate Trap::process( Packet & packet, Context & context ) {
       const auto * wire = packet.meta.ingress;
       if ( wire == nullptr || wire->kernel == nullptr )
          return context.drop( kNoCounter, "the router has no device there" );
+      if ( !upTo( packet ).take( context.now() ) )
+         return context.drop( kNoCounter, "more of its class than the router takes" );
       if ( !packet.rewind() ) return context.drop( kNoCounter, "not as it came in" );
       wire->kernel->send( std::move( packet ) );
    }
    return context.deliver();
+}
+
+TokenBucket & Trap::upTo( const Packet & packet ) {
+   if ( packet.meta.etherType == kEtherTypeArp ) return up_[ kClasses ];
+   if ( packet.meta.etherType != 0 && packet.meta.etherType != kEtherTypeIpv4 ) return up_[ kClasses + 1 ];
+   return up_[ std::min< std::size_t >( packet.meta.trafficClass, kClasses - 1 ) ];
 }
 
 std::string Trap::desc() const { return policy_.table() == nullptr ? "" : policy_.desc( RuleTarget::cpu ); }

@@ -7,15 +7,21 @@
 //
 // What left by one of these gates and comes back is for the router's kernel. Fragments to a tunnel's end are put
 // together first (DpReassembly.h); others go up as they are.
+//
+// Of each class, of ARP, and of what is neither IPv4 nor ARP, the router's kernel gets kRate packets a second: what
+// floods one leaves the others alone, and costs packets that are forwarded little of the worker's time. More is
+// dropped.
 #pragma once
 
 #include "DpIpv4.h"
 #include "DpModule.h"
 #include "DpRuleBinding.h"
+#include "DpTokenBucket.h"
 
 #include "bess/control.pb.h"
 
 #include <optional>
+#include <vector>
 
 namespace Vexdp {
 
@@ -23,9 +29,14 @@ class Reassembly;
 
 class Trap : public Module {
  public:
+   static constexpr std::size_t kClasses = 8; // those from 7 on share one
+   static constexpr double kRate = 10000;     // packets a second
+   static constexpr double kMostAtOnce = 1000;
+
    static const ModuleClass & moduleClass();
    static Outcome check( const bess::pb::EmptyArg & ) { return {}; }
-   Trap( Identity identity, const bess::pb::EmptyArg & ) : Module( std::move( identity ) ) {}
+   Trap( Identity identity, const bess::pb::EmptyArg & ) :
+        Module( std::move( identity ) ), up_( kClasses + 2, TokenBucket( kRate, kMostAtOnce ) ) {}
 
    // Points it at a policy. ENOENT: there is no such policy.
    Outcome applyPolicy( const vex::pb::PolicyApplyArg & arg );
@@ -41,8 +52,10 @@ class Trap : public Module {
    static bool makeWhole( Reassembly & reassembly, Packet & packet, Context & context );
    // Null: fragments go up as they are.
    Reassembly * reassembly() const;
+   TokenBucket & upTo( const Packet & packet );
 
    RuleBinding policy_;
+   std::vector< TokenBucket > up_; // by class, then ARP, then the rest
 };
 
 } // namespace Vexdp
