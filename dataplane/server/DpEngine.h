@@ -7,6 +7,7 @@
 #include "DpCounterTable.h"
 #include "DpDump.h"
 #include "DpGraph.h"
+#include "DpIpFragments.h"
 #include "DpPortTable.h"
 #include "DpRequests.h"
 #include "DpWorker.h"
@@ -26,8 +27,10 @@ class Engine {
  public:
    // The counter table outlives the engine, and nobody else writes it.
    explicit Engine( CounterTable & counters, const EngineOptions & options = {} ) :
-        counters_( counters ), graph_( options.limits ), requests_( graph_ ), eal_( options.eal ),
-        ports_( eal_, graph_.wires() ), busy_( options.busy ) {}
+        counters_( counters ), graph_( options.limits ), requests_( graph_ ), eal_( options.eal ), fragments_( eal_ ),
+        ports_( eal_, graph_.wires() ), busy_( options.busy ) {
+      graph_.kept< UsedReassembly >().reassembly = &fragments_;
+   }
 
    // Back to the state of a fresh data plane: no modules, no ports, counters at zero, no batch applied.
    void reset();
@@ -90,6 +93,7 @@ class Engine {
    Graph graph_;
    Requests requests_;
    Eal eal_;
+   IpFragments fragments_;
    PortTable ports_;
    const bool busy_;
    Captures captures_;
