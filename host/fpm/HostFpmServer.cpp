@@ -75,7 +75,10 @@ void FpmServer::start( const std::string & netns ) {
    if ( config_.address.empty() ) return;
    netns_ = netns;
    state_.sources().sourceIs( Teller::fpm(), this );
-   state_.sources().sweptIs( Teller::fpm(), [ this ] { routes_.swept(); } );
+   state_.sources().sweptIs( Teller::fpm(), [ this ] {
+      routes_.swept();
+      if ( complete_ ) complete_();
+   } );
    handleClock();
 }
 

@@ -33,6 +33,8 @@ class FpmServer : public Source, public Gant::StateMachine {
    // Listens in the namespace, as openNetlink() takes it.
    void start( const std::string & netns );
    void stop();
+   // Called when a client has told everything, and what it did not tell is swept.
+   void completeWatcherIs( std::function< void() > watcher ) { complete_ = std::move( watcher ); }
    // The data plane has caught up.
    void resume();
    // Devices of interfaces in the kernel have changed.
@@ -60,6 +62,7 @@ class FpmServer : public Source, public Gant::StateMachine {
    const Config config_;
    const Surroundings around_;
    FpmRoutes routes_;
+   std::function< void() > complete_;
    std::string netns_;
    std::shared_ptr< Sockets > sockets_;
    SourceFacts facts_;

@@ -110,6 +110,8 @@ bool Daemon::run() {
    if ( options_.sources.description.empty() )
       spdlog::info( "no --config: the router is empty, until vexctl or a route file tells it something" );
    supervisor_.start();
+   // Until the routing suite has told everything by FPM, what it has put into the kernel holds.
+   fpm_.completeWatcherIs( [ this ] { kernel_.source().suiteIs( true ); } );
    fpm_.start( state_.vrfBook().netns( L3::VrfName::defaultVrf() ) );
    postFeed();
    notifyReady( "waiting for the data plane" );
