@@ -6,7 +6,7 @@ JOBS ?= $(shell nproc)
 QUIET = $(shell test -t 2 || echo --quiet)
 BUILD = cmake --build --preset release -j $(JOBS)
 
-.PHONY: help build programs run test bench check fuzz install clean
+.PHONY: help build programs run test bench check fuzz install deb clean
 
 help:
 	@echo "make run      start a router: vexl3d, its data plane, and an example table"
@@ -15,6 +15,7 @@ help:
 	@echo "make check    format, tidy, layering, size of the tests, sanitizers, threads, clang"
 	@echo "make fuzz     fuzz each input from outside for FUZZ_SECONDS (600); needs clang"
 	@echo "make install  into PREFIX ($(PREFIX)); DESTDIR is obeyed"
+	@echo "make deb      build the Debian packages, beside this folder"
 	@echo "make clean    remove what was built"
 
 build:
@@ -50,6 +51,10 @@ fuzz:
 
 install: build
 	cmake --install build/release --prefix $(PREFIX)
+
+deb:
+	@tools/setup --deb
+	dpkg-buildpackage -us -uc -b
 
 clean:
 	rm -rf build

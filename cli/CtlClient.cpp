@@ -1,5 +1,7 @@
 #include "CtlClient.h"
 
+#include "RuntimeDirectory.h"
+
 #include <cerrno>
 #include <cstring>
 #include <optional>
@@ -47,7 +49,8 @@ class Connection {
       socklen_t size = sizeof( peer );
       if ( getsockopt( socket_.fd, SOL_SOCKET, SO_PEERCRED, &peer, &size ) != 0 )
          throw Error{ "noDaemon", server.socket + ": " + std::strerror( errno ) };
-      if ( peer.uid == 0 || peer.uid == geteuid() || peer.uid == server.user ) return;
+      if ( peer.uid == 0 || peer.uid == geteuid() || peer.uid == server.user || peer.uid == Runtime::serviceUser() )
+         return;
       throw Error{ "noDaemon", server.socket + ": what listens there runs as user " + std::to_string( peer.uid ) +
                                     " (--daemon-user " + std::to_string( peer.uid ) + " if that is right)" };
    }

@@ -1,6 +1,7 @@
 #include "CtlShows.h"
 
 #include "CtlGraph.h"
+#include "CtlWhy.h"
 
 #include <fmt/format.h>
 
@@ -46,6 +47,14 @@ std::string refusalInWords( const Json & refusal ) {
 std::string groupedNumber( const Json & value ) { return grouped( value.get< std::uint64_t >() ); }
 std::string secondsInWords( const Json & value ) { return seconds( value.get< double >() ); }
 std::string agoInWords( const Json & value ) { return seconds( value.get< double >() ) + " ago"; }
+std::string shortTimeInWords( const Json & value ) {
+   return value < 1 ? fmt::format( "{:.3g} ms", value.get< double >() * 1000 ) : secondsInWords( value );
+}
+std::string bucketInWords( const Json & bucket ) {
+   const auto number = groupedNumber( bucket.at( "count" ) );
+   return bucket.contains( "upToSeconds" ) ? number + " up to " + shortTimeInWords( bucket.at( "upToSeconds" ) )
+                                           : number + " longer";
+}
 std::string mssInWords( const Json & value ) { return value == 0 ? "-" : inWords( value ); }
 std::string keyInWords( const Json & value ) { return value == 0 ? "-" : inWords( value ); }
 std::string megabytes( const Json & value ) { return fmt::format( "{:.1f} MB", value.get< double >() / 1e6 ); }
@@ -170,6 +179,11 @@ std::vector< Show > interfaceShows() {
           .columns = { number( "Worker", "worker" ), number( "Core", "core" ), text( "Running", "running" ),
                        number( "Traffic classes", "trafficClasses" ), count( "Silent drops", "silentDrops" ) },
           .footer = counted( "worker", "workers" ) },
+        { .command = "show drops",
+          .help = "packets that the data plane lost, by module and reason",
+          .columns = { text( "Module", "module" ), text( "Reason", "reason" ), count( "Packets", "packets" ),
+                       rate( "Per second", "packetsPerSecond" ) },
+          .footer = counted( "reason", "reasons" ) },
         { .command = "show neighbors",
           .help = "neighbours that were told, with their MACs",
           .words = { { "", "interface", "INTERFACE" } },
@@ -366,6 +380,17 @@ std::vector< Show > daemonShows() {
           .help = "versions of the daemon and its data plane",
           .columns = { text( "vexl3d", "vexl3d" ), text( "Data plane", "dataPlane" ) },
           .record = true },
+        { .command = "show loop",
+          .help = "how long the turns of the daemon's loop were, and the data plane's answers took",
+          .columns = { count( "Turns", "turns" ), shown( "Busy for", "busySeconds", secondsInWords ),
+                       shown( "Longest turn", "longestTurnSeconds", shortTimeInWords ),
+                       shown( "That was", "longestTurnSecondsAgo", agoInWords ),
+                       shown( "Longest of the last minutes", "longestTurnOfLateSeconds", shortTimeInWords ),
+                       list( "Turns by length", "turnLengths", bucketInWords ),
+                       count( "Requests acknowledged", "requestsAcknowledged" ),
+                       shown( "After, on average", "meanAcknowledgementSeconds", shortTimeInWords ),
+                       list( "Requests by time", "acknowledgementTimes", bucketInWords ) },
+          .record = true },
         { .command = "show errors",
           .help = "requests that the data plane refused, the newest last",
           .columns = { shown( "When", "secondsAgo", agoInWords ), text( "Module", "module" ),
@@ -476,6 +501,7 @@ std::vector< Show > shows() {
    for ( auto * const some : { routingShows, interfaceShows, ipsecShows, aclShows, bridgingShows, platformShows,
                                graphShows, daemonShows, checks } )
       for ( auto & show : some() ) all.push_back( std::move( show ) );
+   all.push_back( whyShow() );
    return all;
 }
 

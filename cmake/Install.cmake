@@ -63,9 +63,36 @@ file(RELATIVE_PATH VEXL3_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${C
 configure_file(cmake/vexl3agent.pc.in ${CMAKE_BINARY_DIR}/vexl3agent.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/vexl3agent.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# The unit, where systemd finds it below the prefix, with the router that it starts; the examples; the references.
-configure_file(packaging/vexl3d.service.in ${CMAKE_BINARY_DIR}/vexl3d.service @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/vexl3d.service DESTINATION lib/systemd/system)
+# The units and their users, where systemd finds them below the prefix, with the router that they start; pages of the
+# manual, where they can be made; completion; the examples; the references.
+foreach(unit vexl3d vexdp)
+  configure_file(packaging/${unit}.service.in ${CMAKE_BINARY_DIR}/${unit}.service @ONLY)
+  install(FILES ${CMAKE_BINARY_DIR}/${unit}.service DESTINATION lib/systemd/system)
+endforeach()
+install(FILES packaging/vexl3.sysusers DESTINATION lib/sysusers.d RENAME vexl3.conf)
+foreach(program vexctl vexl3d vexdp)
+  install(FILES packaging/bash-completion/vexl3 DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+          RENAME ${program})
+endforeach()
+
+find_program(VEXL3_LOWDOWN lowdown)
+# vexl3_page(document name section summary)
+function(vexl3_page document name section summary)
+  set(page ${CMAKE_BINARY_DIR}/man/${name}.${section})
+  add_custom_command(OUTPUT ${page} DEPENDS ${CMAKE_SOURCE_DIR}/docs/${document} ${CMAKE_SOURCE_DIR}/tools/man
+                     COMMAND ${CMAKE_SOURCE_DIR}/tools/man ${CMAKE_SOURCE_DIR}/docs/${document} ${name} ${section}
+                             ${summary} > ${page} VERBATIM)
+  set(pages ${pages} ${page} PARENT_SCOPE)
+  install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+endfunction()
+if(VEXL3_LOWDOWN)
+  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/man)
+  vexl3_page(vexctl.md vexctl 1 "ask and change a running vexl3d")
+  vexl3_page(description.md vexl3-router.yaml 5 "description of a router for vexl3d")
+  vexl3_page(vexl3d.md vexl3d 8 "daemon of the layer-3 agent")
+  vexl3_page(vexdp.md vexdp 8 "data plane of a software forwarding engine")
+  add_custom_target(man ALL DEPENDS ${pages})
+endif()
 # Below /etc for a prefix of /usr, as the unit looks for it. One that was edited stays.
 if(CMAKE_INSTALL_PREFIX STREQUAL /usr)
   set(config_dir ${CMAKE_INSTALL_FULL_SYSCONFDIR}/vexl3)
@@ -77,5 +104,5 @@ install(CODE "
     file(INSTALL DESTINATION \"${config_dir}\" TYPE FILE FILES \"${CMAKE_CURRENT_SOURCE_DIR}/packaging/router.yaml\")
   endif()")
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES docs/description.md docs/hosting.md docs/ipsec.md docs/vexctl.md docs/vexl3d.md
+install(FILES docs/description.md docs/hosting.md docs/ipsec.md docs/vexctl.md docs/vexdp.md docs/vexl3d.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR})

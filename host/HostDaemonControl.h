@@ -16,6 +16,7 @@ class AgentSm;
 
 namespace Host {
 
+class Meters;
 class Ports;
 class RouterState;
 
@@ -65,6 +66,8 @@ class DaemonControl {
    virtual Gant::Ptr< Vex::GrpcChannel > channel() const = 0;
    // The same; a daemon that makes no ports has none.
    virtual const Ports * ports() const { return nullptr; }
+   // What it measures of itself; a daemon that does not has none.
+   virtual const Meters * meters() const { return nullptr; }
    virtual DaemonStatus status() const = 0;
 
    // One change. `kind` is a section of the description in the singular ("route", "neighbor", "interface", "vrf",

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +12,8 @@ namespace Runtime {
 namespace {
 
 constexpr const char * systems = "/run/vexl3d";
+constexpr const char * serviceUserName = "vexl3d";
+constexpr uid_t systemUserMost = 999; // of those that a package makes
 
 // Absolute, and empty when the variable has none.
 std::string pathIn( const char * variable ) {
@@ -44,11 +47,17 @@ std::string prepare( const std::string & directory ) {
    return distrusted( directory );
 }
 
+std::optional< uid_t > serviceUser() {
+   const auto * const user = getpwnam( serviceUserName );
+   return user != nullptr && user->pw_uid <= systemUserMost ? std::optional( user->pw_uid ) : std::nullopt;
+}
+
 std::string distrusted( const std::string & directory ) {
    struct stat status {};
    if ( lstat( directory.c_str(), &status ) != 0 ) return directory + ": " + std::strerror( errno );
    if ( !S_ISDIR( status.st_mode ) ) return directory + ": it is no directory";
-   if ( status.st_uid != geteuid() && status.st_uid != 0 )
+   const bool serves = directory == systems && status.st_uid == serviceUser();
+   if ( status.st_uid != geteuid() && status.st_uid != 0 && !serves )
       return directory + ": it belongs to user " + std::to_string( status.st_uid );
    if ( ( status.st_mode & ( S_IWGRP | S_IWOTH ) ) != 0 ) return directory + ": others can write to it";
    return {};

@@ -2,8 +2,11 @@
 // take first is a stranger's socket one day, and keys go over these.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
+
+#include <sys/types.h>
 
 namespace Runtime {
 
@@ -18,7 +21,11 @@ std::vector< std::string > directories();
 // when it can.
 std::string prepare( const std::string & directory );
 
-// Why what is in it may be somebody else's, empty when it is this user's or root's, and no other can write to it.
+// The system's user that the daemon runs as where a package made one: only root can have done so.
+std::optional< uid_t > serviceUser();
+
+// Why what is in it may be somebody else's, empty when it is this user's or root's, or of the system's directory the
+// service user's, and no other can write to it.
 std::string distrusted( const std::string & directory );
 
 } // namespace Runtime

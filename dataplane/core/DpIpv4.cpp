@@ -1,5 +1,9 @@
 #include "DpIpv4.h"
 
+#include <arpa/inet.h>
+
+#include <cstring>
+
 namespace Vexdp {
 
 namespace {
@@ -19,23 +23,22 @@ std::uint64_t mixed( std::uint64_t x ) {
 } // namespace
 
 std::uint16_t onesSum( std::span< const std::uint8_t > bytes, std::uint16_t sum ) {
-   std::uint64_t total = sum;
+   // The sum of words in the machine's order of bytes is the sum in that order (RFC 1071, section 2).
+   std::uint64_t total = 0;
    std::size_t i = 0;
-   for ( ; i + 1 < bytes.size(); i += 2 ) total += get16( bytes.data() + i );
-   if ( i < bytes.size() ) total += std::uint64_t( bytes[ i ] ) << 8;
-   return folded( total );
+   for ( ; i + 4 <= bytes.size(); i += 4 ) {
+      std::uint32_t words = 0;
+      std::memcpy( &words, bytes.data() + i, 4 );
+      total += words;
+   }
+   std::uint32_t rest = 0;
+   std::memcpy( &rest, bytes.data() + i, bytes.size() - i );
+   return folded( std::uint64_t( ntohs( folded( total + rest ) ) ) + sum );
 }
 
 std::uint16_t checksumChanged( std::uint16_t checksum, std::uint16_t oldWord, std::uint16_t newWord ) {
    const std::uint64_t sum = std::uint64_t( std::uint16_t( ~checksum ) ) + std::uint16_t( ~oldWord ) + newWord;
    return std::uint16_t( ~folded( sum ) );
-}
-
-std::optional< Ipv4Header > Ipv4Header::of( Packet & packet ) {
-   if ( packet.size() < kMinLen || packet.data()[ 0 ] >> 4 != 4 ) return std::nullopt;
-   Ipv4Header header( packet.data() );
-   if ( header.headerLen() < kMinLen || header.headerLen() > packet.size() ) return std::nullopt;
-   return header;
 }
 
 void Ipv4Header::checksumRenew() {

@@ -33,7 +33,12 @@ class Ipv4Header {
    static constexpr std::size_t kMaxTotalLen = 65535;
 
    // Nothing when the bytes are too few for a header, the version is not 4, or the header's length is impossible.
-   static std::optional< Ipv4Header > of( Packet & packet );
+   static std::optional< Ipv4Header > of( Packet & packet ) {
+      if ( packet.size() < kMinLen || packet.data()[ 0 ] >> 4 != 4 ) return std::nullopt;
+      const Ipv4Header header( packet.data() );
+      if ( header.headerLen() < kMinLen || header.headerLen() > packet.size() ) return std::nullopt;
+      return header;
+   }
 
    std::size_t headerLen() const { return std::size_t( at_[ 0 ] & 15 ) * 4; }
    std::uint8_t tos() const { return at_[ 1 ]; }

@@ -9,7 +9,9 @@
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -63,6 +65,9 @@ class Module {
 
    // Matches and rewrites the packet, and says what becomes of it. The packet can hold any bytes whatever.
    virtual Fate process( Packet & packet, Context & context ) = 0;
+   // The packets will be processed next, in that order: what they need of large tables can be on its way before the
+   // first of them waits for it.
+   virtual void fetch( std::span< Packet * const > ) {}
    // Whether it would hand the packet to the router itself.
    virtual bool punts( const Packet & ) const { return false; }
    // The gate by which packets leave as they came, of a module that does no more than let them pass.
@@ -86,8 +91,13 @@ class Module {
    const std::vector< GateCounters > & igates() const { return igates_; }
    // Output gates of other modules that lead here.
    const absl::flat_hash_set< std::pair< Module *, GateId > > & upstream() const { return upstream_; }
-   // Packets that were dropped here, or left by a gate that leads nowhere.
-   std::uint64_t deadEnds() const { return deadEnds_; }
+   // Packets that were dropped here, or left by a gate that leads nowhere, by the format of the reason.
+   struct DropCount {
+      std::string_view reason;
+      std::uint64_t packets;
+   };
+   const std::vector< DropCount > & drops() const { return drops_; }
+   std::uint64_t deadEnds() const;
 
  protected:
    // Whether a packet that leaves by the gate is handed to the router itself before anything is changed in it.
@@ -99,6 +109,9 @@ class Module {
    friend class Graph;
    friend class Walk;
 
+   // `reason` is a literal.
+   void countDrop( std::string_view reason );
+
    std::string name_;
    const ModuleClass & mclass_;
    const Graph & graph_;
@@ -106,7 +119,7 @@ class Module {
    std::vector< OGate > ogates_;
    std::vector< GateCounters > igates_;
    absl::flat_hash_set< std::pair< Module *, GateId > > upstream_;
-   std::uint64_t deadEnds_ = 0;
+   std::vector< DropCount > drops_; // one for each place that drops
 };
 
 } // namespace Vexdp

@@ -3,7 +3,9 @@
 #include "DpGraph.h"
 #include "DpModuleClass.h"
 
+#include <algorithm>
 #include <chrono>
+#include <iterator>
 
 namespace Vexdp {
 
@@ -11,18 +13,22 @@ using Reply = vex::pb::TracePacketReply;
 
 namespace {
 
-void countPacket( GateCounters & gate, const Packet & packet, double now ) {
+void countBatch( GateCounters & gate, std::uint64_t packets, std::uint64_t bytes, double now ) {
    ++gate.batches;
-   ++gate.packets;
-   gate.bytes += packet.size();
+   gate.packets += packets;
+   gate.bytes += bytes;
    gate.timestamp = now;
 }
 
 } // namespace
 
-Context::Context( CounterTable & counters, Purpose purpose ) :
-     counters_( counters ), purpose_( purpose ),
-     now_( std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count() ) {}
+Context::Context( CounterTable & counters, Purpose purpose ) : counters_( counters ), purpose_( purpose ) {
+   readClock();
+}
+
+void Context::readClock() {
+   now_ = std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
+}
 
 Fate Context::send( std::string_view intfname, const MacAddr & mac ) {
    if ( trace_ != nullptr ) {
@@ -35,9 +41,9 @@ Fate Context::send( std::string_view intfname, const MacAddr & mac ) {
 
 // A packet that isn't counted is of no consequence once it is out of sight.
 void Context::also( Packet && packet, GateId ogate ) {
-   if ( !counting() || made_ >= Walk::kMaxMade ) return;
-   ++made_;
-   parked_.push_back( { std::move( packet ), at_, ogate, hops_ } );
+   if ( !counting() || room_ == 0 ) return;
+   --room_;
+   also_.emplace_back( std::move( packet ), ogate );
 }
 
 void Context::reasonIs( std::string reason ) {
@@ -54,66 +60,56 @@ void Context::noteIs( std::string_view text ) {
 Walk::Walk( CounterTable & counters, Purpose purpose ) : context_( counters, purpose ) {}
 
 void Walk::run( Module & source, Packet packet, Reply * trace ) {
-   context_.trace_ = trace;
-   context_.hops_ = 0;
-   context_.made_ = 0;
-   follow( source, packet );
+   trace_ = trace;
+   traced_ = &packet;
+   run( source, { &packet, 1 } );
+   trace_ = nullptr;
    context_.trace_ = nullptr;
-   while ( !context_.parked_.empty() ) {
-      auto parked = std::move( context_.parked_.front() );
-      context_.parked_.pop_front();
-      context_.hops_ = parked.hops;
-      follow( *parked.from, Fate( Fate::Kind::forwarded, parked.ogate ), parked.packet );
+}
+
+void Walk::run( Module & source, std::span< Packet > burst ) {
+   context_.readClock();
+   context_.room_ = burst.size() * kMaxMade;
+   for ( auto & packet : burst ) waiting_.push_back( { &packet, &source, 0, 0 } );
+   while ( !waiting_.empty() ) {
+      takeGroup();
+      visit( *group_.front().to );
    }
+   made_.clear();
 }
 
-// A punted packet keeps its reason beside why it was lost.
-template < typename... Args >
-void Walk::lose( Module & module, const Packet & packet, fmt::format_string< Args... > why, Args &&... args ) {
-   if ( context_.trace_ != nullptr ) {
-      auto text = fmt::format( why, std::forward< Args >( args )... );
-      auto & reason = *context_.trace_->mutable_reason();
-      reason = reason.empty() ? std::move( text ) : fmt::format( "{} ({})", text, reason );
+// Those who are on their way to where the first of them goes.
+void Walk::takeGroup() {
+   const auto & first = waiting_.front();
+   const auto together = [ to = first.to, igate = first.igate ]( const Traveller & traveller ) {
+      return traveller.to == to && traveller.igate == igate;
+   };
+   group_.clear();
+   if ( std::ranges::all_of( waiting_, together ) ) return group_.swap( waiting_ );
+   std::ranges::copy_if( waiting_, std::back_inserter( group_ ), together );
+   std::erase_if( waiting_, together );
+}
+
+void Walk::visit( Module & module ) {
+   if ( group_.size() > 1 ) {
+      packets_.clear();
+      for ( const auto & traveller : group_ ) packets_.push_back( traveller.packet );
+      module.fetch( packets_ );
    }
-   end( module, Fate( Fate::Kind::dropped ), packet );
-}
-
-void Walk::follow( Module & source, Packet & packet ) {
-   context_.igate_ = 0;
-   const auto fate = visit( source, packet );
-   if ( fate.goesOn() )
-      follow( source, fate, packet );
-   else
-      end( source, fate, packet );
-}
-
-void Walk::follow( Module & from, Fate fate, Packet & packet ) {
-   Module * at = &from;
-   while ( true ) {
-      if ( context_.hops_ >= kMaxHops ) return lose( *at, packet, "loop" );
-      Module * next = cross( *at, fate, packet );
-      if ( next == nullptr ) return lose( *at, packet, "gate {} is not connected", fate.ogate_ );
-      at = next;
-      fate = visit( *at, packet );
-      if ( !fate.goesOn() ) return end( *at, fate, packet );
+   for ( const auto & traveller : group_ ) {
+      const auto fate = process( module, traveller );
+      goOn( module, fate, traveller );
+      if ( !context_.also_.empty() ) makeGoOn( module, traveller );
    }
+   countCrossed();
 }
 
-Module * Walk::cross( Module & from, Fate fate, const Packet & packet ) {
-   if ( fate.ogate_ >= from.ogates_.size() || from.ogates_[ fate.ogate_ ].peer == nullptr )
-      return fate.kind_ == Fate::Kind::punted ? from.graph_.trap() : nullptr;
-   auto & gate = from.ogates_[ fate.ogate_ ];
-   context_.igate_ = gate.igate;
-   if ( context_.counting() ) {
-      countPacket( gate.counters, packet, context_.now_ );
-      countPacket( gate.peer->igates_[ gate.igate ], packet, context_.now_ );
-   }
-   return gate.peer;
-}
+void Walk::traceIs( const Packet & packet ) { context_.trace_ = &packet == traced_ ? trace_ : nullptr; }
 
-Fate Walk::visit( Module & module, Packet & packet ) {
-   context_.at_ = &module;
-   ++context_.hops_;
+Fate Walk::process( Module & module, const Traveller & traveller ) {
+   auto & packet = *traveller.packet;
+   context_.igate_ = traveller.igate;
+   if ( trace_ != nullptr ) traceIs( packet );
    if ( context_.trace_ == nullptr ) return module.process( packet, context_ );
    context_.step_ = context_.trace_->add_step();
    context_.step_->set_module( module.name() );
@@ -123,8 +119,63 @@ Fate Walk::visit( Module & module, Packet & packet ) {
    return fate;
 }
 
+void Walk::goOn( Module & module, Fate fate, const Traveller & traveller ) {
+   const auto & packet = *traveller.packet;
+   if ( !fate.goesOn() ) return end( module, fate, packet );
+   if ( traveller.hops + 1 >= kMaxHops ) return lose( module, packet, "loop" );
+   auto * const next = cross( module, fate, packet );
+   if ( next == nullptr ) return lose( module, packet, "gate {} is not connected", fate.ogate_ );
+   waiting_.push_back( { traveller.packet, next, context_.igate_, traveller.hops + 1 } );
+}
+
+void Walk::makeGoOn( Module & module, const Traveller & traveller ) {
+   context_.trace_ = nullptr;
+   for ( auto & [ packet, ogate ] : context_.also_ ) {
+      made_.push_back( std::move( packet ) );
+      goOn( module, Fate( Fate::Kind::forwarded, ogate ), { &made_.back(), nullptr, 0, traveller.hops } );
+   }
+   context_.also_.clear();
+}
+
+// A punted packet keeps its reason beside why it was lost.
+template < typename... Args >
+void Walk::lose( Module & module, const Packet & packet, fmt::format_string< Args... > why, Args &&... args ) {
+   const fmt::string_view format = why;
+   context_.why_ = { format.data(), format.size() };
+   if ( context_.trace_ != nullptr ) {
+      auto text = fmt::format( why, std::forward< Args >( args )... );
+      auto & reason = *context_.trace_->mutable_reason();
+      reason = reason.empty() ? std::move( text ) : fmt::format( "{} ({})", text, reason );
+   }
+   end( module, Fate( Fate::Kind::dropped ), packet );
+}
+
+Module * Walk::cross( Module & from, Fate fate, const Packet & packet ) {
+   if ( fate.ogate_ >= from.ogates_.size() || from.ogates_[ fate.ogate_ ].peer == nullptr )
+      return fate.kind_ == Fate::Kind::punted ? from.graph_.trap() : nullptr;
+   auto & gate = from.ogates_[ fate.ogate_ ];
+   context_.igate_ = gate.igate;
+   if ( context_.counting() ) {
+      if ( gate_ != &gate ) {
+         countCrossed();
+         gate_ = &gate;
+      }
+      ++crossed_;
+      bytes_ += packet.size();
+   }
+   return gate.peer;
+}
+
+void Walk::countCrossed() {
+   if ( gate_ == nullptr ) return;
+   countBatch( gate_->counters, crossed_, bytes_, context_.now_ );
+   countBatch( gate_->peer->igates_[ gate_->igate ], crossed_, bytes_, context_.now_ );
+   gate_ = nullptr;
+   crossed_ = bytes_ = 0;
+}
+
 void Walk::end( Module & module, Fate fate, const Packet & packet ) {
-   if ( fate.kind_ == Fate::Kind::dropped && context_.counting() ) ++module.deadEnds_;
+   if ( fate.kind_ == Fate::Kind::dropped && context_.counting() ) module.countDrop( context_.why_ );
    if ( context_.trace_ == nullptr ) return;
    using enum Fate::Kind;
    context_.trace_->set_end( fate.kind_ == sent    ? Reply::END_SENT

@@ -8,7 +8,10 @@
 #include "vex/engine.pb.h"
 
 #include <deque>
+#include <span>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace Vexdp {
 
@@ -55,6 +58,8 @@ class Context {
    template < typename... Args >
    Fate drop( CounterId counter, fmt::format_string< Args... > reason, Args &&... args ) {
       count( counter );
+      const fmt::string_view format = reason;
+      why_ = { format.data(), format.size() };
       if ( trace_ != nullptr ) reasonIs( fmt::format( reason, std::forward< Args >( args )... ) );
       return Fate( Fate::Kind::dropped );
    }
@@ -94,30 +99,28 @@ class Context {
    friend class Walk;
    Context( CounterTable & counters, Purpose purpose );
 
-   struct Parked {
-      Packet packet;
-      Module * from;
-      GateId ogate;
-      unsigned hops;
-   };
-
+   void readClock();
    void reasonIs( std::string reason );
    void noteIs( std::string_view text );
 
    CounterTable & counters_;
    Purpose purpose_;
-   double now_;
+   double now_ = 0;
    vex::pb::TracePacketReply * trace_ = nullptr;
    vex::pb::TracePacketReply::Step * step_ = nullptr;
-   Module * at_ = nullptr;
    GateId igate_ = 0;
-   unsigned hops_ = 0;
-   unsigned made_ = 0;
-   std::deque< Parked > parked_;
+   std::string_view why_;                            // the last was dropped
+   std::vector< std::pair< Packet, GateId > > also_; // of the packet at hand
+   std::size_t room_ = 0;                            // for so many more
 };
 
-// Runs packets from a source on. Gates and counters move only when the walk counts: for a packet that a device brought,
-// and for a described one on demand. It reads the clock when it is made: one for each burst.
+// Runs bursts of packets from a source on. What is at one module goes through it together, in the order of the burst,
+// so that a module can have fetched what it needs for all before it looks at the first; packets that part go on in
+// groups of their own, and those of one flow, which go the same way, keep their order. What a module makes of a packet
+// goes right behind it.
+//
+// Gates and counters move only when the walk counts: for packets that a device brought, and for a described one on
+// demand. The clock is read once for each burst.
 class Walk {
  public:
    // A packet that passes more modules is in a loop.
@@ -127,21 +130,45 @@ class Walk {
 
    Walk( CounterTable & counters, Purpose purpose );
 
+   void run( Module & source, std::span< Packet > burst );
    // The trace, when there is one, gets the steps and the end of the packet itself; what is made of it beside goes its
    // way untraced.
    void run( Module & source, Packet packet, vex::pb::TracePacketReply * trace = nullptr );
 
  private:
-   void follow( Module & source, Packet & packet );
-   void follow( Module & from, Fate fate, Packet & packet );
+   // A packet on its way to a module.
+   struct Traveller {
+      Packet * packet;
+      Module * to;
+      GateId igate;
+      unsigned hops;
+   };
+
+   void go();
+   void takeGroup();
+   void visit( Module & module );
+   Fate process( Module & module, const Traveller & traveller );
+   // From the module that it was at.
+   void goOn( Module & module, Fate fate, const Traveller & traveller );
+   void makeGoOn( Module & module, const Traveller & traveller );
+   void traceIs( const Packet & packet );
    // The next module, or null when the gate leads nowhere.
    Module * cross( Module & from, Fate fate, const Packet & packet );
-   Fate visit( Module & module, Packet & packet );
+   void countCrossed();
    void end( Module & module, Fate fate, const Packet & packet );
    template < typename... Args >
    void lose( Module & module, const Packet & packet, fmt::format_string< Args... > why, Args &&... args );
 
    Context context_;
+   std::vector< Traveller > waiting_;
+   std::vector< Traveller > group_;  // at one module
+   std::vector< Packet * > packets_; // of the group
+   std::deque< Packet > made_;       // on the way
+   OGate * gate_ = nullptr;          // the last that a packet left by
+   std::uint64_t crossed_ = 0;       // packets there that aren't counted yet
+   std::uint64_t bytes_ = 0;
+   vex::pb::TracePacketReply * trace_ = nullptr;
+   const Packet * traced_ = nullptr;
 };
 
 } // namespace Vexdp

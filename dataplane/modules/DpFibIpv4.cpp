@@ -7,6 +7,7 @@
 #include <spdlog/spdlog.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
 namespace Vexdp {
@@ -172,6 +173,20 @@ Outcome FibIpv4::showFib( const FibIpv4ShowArg & arg, FibIpv4ReadFibResp & resp 
       }
    }
    return {};
+}
+
+// Of the first packet's VRF: they came in by one interface, as a rule.
+void FibIpv4::fetch( std::span< Packet * const > packets ) {
+   const auto vrf = packets.front()->meta.vrf;
+   const auto * routes = table( vrf );
+   if ( routes == nullptr ) return;
+   std::array< Ipv4Addr, Lpm::kMostFetched > addrs;
+   std::size_t count = 0;
+   for ( auto * const packet : packets ) {
+      const auto header = Ipv4Header::of( *packet );
+      if ( header && packet->meta.vrf == vrf && count < addrs.size() ) addrs[ count++ ] = header->dst();
+   }
+   routes->fetch( { addrs.data(), count } );
 }
 
 Fate FibIpv4::process( Packet & packet, Context & context ) {

@@ -63,6 +63,7 @@ class FibIpv4 : public Module {
    Outcome showFib( const vex::pb::FibIpv4ShowArg & arg, vex::pb::FibIpv4ReadFibResp & resp ) const;
 
    Fate process( Packet & packet, Context & context ) override;
+   void fetch( std::span< Packet * const > packets ) override;
    CommandSource commands() const override;
    std::string desc() const override;
 

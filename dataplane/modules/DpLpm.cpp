@@ -174,6 +174,23 @@ std::optional< Lpm::Route > Lpm::lookup( Ipv4Addr addr ) const {
    return Route{ { { addr.value & maskOf( best.depth ) }, std::uint8_t( best.depth ) }, best.value };
 }
 
+void Lpm::fetch( std::span< const Ipv4Addr > addrs ) const {
+   assert( addrs.size() <= kMostFetched );
+   std::array< const LpmEntry *, kMostFetched > below;
+   for ( const auto addr : addrs ) __builtin_prefetch( &root_[ rootAt( addr ) ] );
+   std::size_t deeper = 0;
+   std::array< Ipv4Addr, kMostFetched > deep;
+   for ( const auto addr : addrs ) {
+      const auto & entry = root_[ rootAt( addr ) ];
+      if ( entry.child == 0 ) continue;
+      deep[ deeper ] = addr;
+      below[ deeper ] = &pool_.entries( entry.child )[ level2At( addr ) ];
+      __builtin_prefetch( below[ deeper++ ] );
+   }
+   for ( std::size_t i = 0; i < deeper; ++i )
+      if ( below[ i ]->child != 0 ) __builtin_prefetch( &pool_.entries( below[ i ]->child )[ level3At( deep[ i ] ) ] );
+}
+
 std::optional< std::uint32_t > Lpm::exact( Ipv4Prefix prefix ) const {
    const auto rule = rules_.find( keyOf( prefix ) );
    if ( rule == rules_.end() ) return std::nullopt;

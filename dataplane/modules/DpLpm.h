@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
+#include <span>
 #include <vector>
 
 namespace Vexdp {
@@ -86,6 +87,9 @@ class Lpm {
    bool remove( Ipv4Prefix prefix );
 
    std::optional< Route > lookup( Ipv4Addr addr ) const;
+   // Brings into the cache what look-ups of the addresses will read, with all of them under way at once.
+   static constexpr std::size_t kMostFetched = 64;
+   void fetch( std::span< const Ipv4Addr > addrs ) const;
    std::optional< std::uint32_t > exact( Ipv4Prefix prefix ) const;
 
    std::size_t size() const { return rules_.size(); }

@@ -90,6 +90,83 @@ RuleKey RuleKey::of( const Ipv4Header & header, const Packet & packet ) {
    return key;
 }
 
+namespace {
+// The digits' places in a key.
+enum Digits : unsigned {
+   srcDigits = 0,
+   dstDigits = 8,
+   protoDigits = 16,
+   sportDigits = 18,
+   dportDigits = 22,
+   dscpDigits = 26,
+   flagDigits = 28,
+   icmpDigits = 30
+};
+
+// All as bits by value.
+constexpr unsigned kAllValues = 0xffff;
+
+// A digit of a range holds the key's as long as the ends agree in all digits before it.
+unsigned valuesIn( const RuleRange & range, unsigned digit ) {
+   const unsigned shift = 12 - 4 * digit;
+   if ( range.lower >> ( shift + 4 ) != range.upper >> ( shift + 4 ) ) return kAllValues;
+   return ( 2u << ( range.upper >> shift & 15 ) ) - ( 1u << ( range.lower >> shift & 15 ) );
+}
+
+unsigned valuesWith( unsigned wanted, unsigned mask ) {
+   if ( mask == 15 ) return 1u << wanted;
+   unsigned values = 0;
+   for ( unsigned value = 0; value < 16; ++value )
+      if ( ( value & mask ) == wanted ) values |= 1u << value;
+   return values;
+}
+
+unsigned valuesWith( std::uint32_t field, std::uint32_t mask, unsigned bits, unsigned digit ) {
+   const auto shift = bits - 4 - 4 * digit;
+   return valuesWith( field >> shift & 15, mask >> shift & 15 );
+}
+
+} // namespace
+
+void RuleKey::bytes( std::uint8_t * at ) const {
+   put32( at + srcDigits / 2, src.value );
+   put32( at + dstDigits / 2, dst.value );
+   at[ protoDigits / 2 ] = proto;
+   put16( at + sportDigits / 2, sport.value_or( 0 ) );
+   put16( at + dportDigits / 2, dport.value_or( 0 ) );
+   at[ dscpDigits / 2 ] = dscp;
+   at[ flagDigits / 2 ] = tcpFlags.value_or( 0 );
+   at[ icmpDigits / 2 ] = icmpType.value_or( 0 );
+}
+
+std::uint32_t Rule::digits() const {
+   std::uint32_t digits = 0;
+   const auto care = [ &digits ]( unsigned first, std::uint32_t mask, unsigned bits ) {
+      for ( unsigned digit = 0; digit < bits / 4; ++digit )
+         if ( mask >> ( bits - 4 - 4 * digit ) & 15 ) digits |= 1u << ( first + digit );
+   };
+   care( srcDigits, srcMask_, 32 );
+   care( dstDigits, dstMask_, 32 );
+   care( protoDigits, proto_ == 0 ? 0 : 0xff, 8 );
+   care( sportDigits, sport_.any() ? 0 : 0xffff, 16 );
+   care( dportDigits, dport_.any() ? 0 : 0xffff, 16 );
+   care( dscpDigits, dscp_ == kAnyDscp ? 0 : 0xff, 8 );
+   care( flagDigits, tcpFlags_, 8 );
+   care( icmpDigits, icmpType_ == kAnyIcmp ? 0 : 0xff, 8 );
+   return digits;
+}
+
+unsigned Rule::valuesOf( unsigned digit ) const {
+   if ( digit < dstDigits ) return valuesWith( src_, srcMask_, 32, digit );
+   if ( digit < protoDigits ) return valuesWith( dst_, dstMask_, 32, digit - dstDigits );
+   if ( digit < sportDigits ) return valuesWith( proto_, proto_ == 0 ? 0 : 0xff, 8, digit - protoDigits );
+   if ( digit < dportDigits ) return valuesIn( sport_, digit - sportDigits );
+   if ( digit < dscpDigits ) return valuesIn( dport_, digit - dportDigits );
+   if ( digit < flagDigits ) return dscp_ == kAnyDscp ? kAllValues : valuesWith( dscp_, 0xff, 8, digit - dscpDigits );
+   if ( digit < icmpDigits ) return valuesWith( tcpFlags_, tcpFlags_, 8, digit - flagDigits );
+   return icmpType_ == kAnyIcmp ? kAllValues : valuesWith( icmpType_, 0xff, 8, digit - icmpDigits );
+}
+
 Outcome Rule::check( const Record & record ) {
    if ( auto out = requireFitting( record ); !out.ok() ) return out;
    if ( record.has_icmp_type() )

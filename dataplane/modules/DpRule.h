@@ -26,6 +26,11 @@ struct RuleKey {
    std::optional< std::uint8_t > icmpCode;
 
    static RuleKey of( const Ipv4Header & header, const Packet & packet );
+
+   // As a search takes it: digits of four bits, two in a byte. Of source and destination, protocol, ports, DSCP, TCP
+   // flags, ICMP type; what is not there is zero.
+   static constexpr std::size_t kDigits = 32;
+   void bytes( std::uint8_t * at ) const;
 };
 
 struct RuleRange {
@@ -52,6 +57,10 @@ class Rule {
    explicit Rule( const Record & record );
 
    bool matches( const RuleKey & key ) const;
+   // A bit for each digit that it cares about.
+   std::uint32_t digits() const;
+   // A bit for each of the digit's 16 values: without it no key with the value matches.
+   unsigned valuesOf( unsigned digit ) const;
 
    // What it decides; nothing where it only classifies.
    std::optional< bool > permit;

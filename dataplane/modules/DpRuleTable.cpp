@@ -39,12 +39,12 @@ Outcome RuleTable::check( const KyIpAclArg & arg ) {
    return {};
 }
 
-RuleTable::RuleTable( const KyIpAclArg & arg ) : arg_( arg ), rules_( arg.rule().begin(), arg.rule().end() ) {}
+RuleTable::RuleTable( const KyIpAclArg & arg ) :
+     arg_( arg ), rules_( arg.rule().begin(), arg.rule().end() ), search_( rules_ ) {}
 
 const Rule * RuleTable::match( const RuleKey & key ) const {
-   for ( const auto & rule : rules_ )
-      if ( rule.matches( key ) ) return &rule;
-   return nullptr;
+   const auto at = search_.first( rules_, key );
+   return at == rules_.size() ? nullptr : &rules_[ at ];
 }
 
 } // namespace Vexdp

@@ -2,7 +2,7 @@
 // that matches a packet decides.
 #pragma once
 
-#include "DpRule.h"
+#include "DpRuleSearch.h"
 
 #include <string_view>
 #include <vector>
@@ -39,6 +39,7 @@ class RuleTable {
  private:
    const vex::pb::KyIpAclArg arg_;
    std::vector< Rule > rules_;
+   const RuleSearch search_;
 };
 
 } // namespace Vexdp

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
+#include <utility>
 
 namespace Vexdp {
 
@@ -89,56 +90,55 @@ std::string PortTable::help( const std::string & driver ) {
    return found == nullptr ? "" : found->help;
 }
 
-Outcome PortTable::make( const CreatePortRequest & request, std::unique_ptr< Device > & device ) {
+Outcome PortTable::makeDevice( const CreatePortRequest & request, std::unique_ptr< Device > & device ) {
    const auto * driver = findDriver( request.driver() );
    if ( driver == nullptr ) return refuse( ENOENT, "there is no driver {}", request.driver() );
    if ( auto out = checked( request ); !out.ok() ) return out;
    return driver->make( eal_, request, device );
 }
 
-Outcome PortTable::create( const CreatePortRequest & given, CreatePortResponse & response ) {
+Outcome PortTable::make( const CreatePortRequest & given, Port & port ) {
    auto request = given;
    if ( request.name().empty() ) request.set_name( fmt::format( "port{}", generated_++ ) );
    const std::string_view name = request.name();
    if ( ports_.contains( name ) ) return refuse( EEXIST, "there is a port {} already", name );
-   const bool kernel = name.starts_with( kKernelPrefix );
-   auto wire = wires_.of( kernel ? name.substr( kKernelPrefix.size() ) : name );
-   Port port;
-   if ( auto out = make( request, port.device ); !out.ok() ) return out;
-   ( kernel ? wire->kernel : wire->device ) = port.device.get();
+   if ( auto out = makeDevice( request, port.device ); !out.ok() ) return out;
    port.driver = request.driver();
    port.arg = request.arg();
-   port.wire = std::move( wire );
-   port.kernel = kernel;
-   response.set_name( request.name() );
-   response.set_mac_addr( port.device->conf().mac );
+   port.kernel = name.starts_with( kKernelPrefix );
+   port.wire = wires_.of( port.kernel ? name.substr( kKernelPrefix.size() ) : name );
    auto & listed = port.listed;
    listed.set_name( request.name() );
    listed.set_driver( request.driver() );
-   listed.set_mac_addr( response.mac_addr() );
+   listed.set_mac_addr( port.device->conf().mac );
    listed.set_num_inc_q( 1 );
    listed.set_num_out_q( 1 );
    listed.set_size_inc_q( request.size_inc_q() );
    listed.set_size_out_q( request.size_out_q() );
    *listed.mutable_driver_arg() = request.arg();
-   ports_.emplace( request.name(), std::move( port ) );
    return {};
+}
+
+void PortTable::add( Port && port ) {
+   ( port.kernel ? port.wire->kernel : port.wire->device ) = port.device.get();
+   ports_.emplace( port.listed.name(), std::move( port ) );
 }
 
 // The device is off its wire before it goes.
 void PortTable::cut( Port & port ) { ( port.kernel ? port.wire->kernel : port.wire->device ) = nullptr; }
 
-Outcome PortTable::destroy( const std::string & name ) {
+Outcome PortTable::take( const std::string & name, Port & port ) {
    const auto at = ports_.find( name );
    if ( at == ports_.end() ) return refuse( ENOENT, "there is no port {}", name );
    cut( at->second );
+   port = std::move( at->second );
    ports_.erase( at );
    return {};
 }
 
-void PortTable::clear() {
+PortTable::Ports PortTable::takeAll() {
    for ( auto & [ name, port ] : ports_ ) cut( port );
-   ports_.clear();
+   return std::exchange( ports_, {} );
 }
 
 Device * PortTable::find( std::string_view name ) const {

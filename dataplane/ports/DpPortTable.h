@@ -1,7 +1,8 @@
 // The ports by name: made by a driver, each on the wire of its interface, driven by the worker.
 //
 // A port named "kernel:" and an interface's name is that interface's device in the host's kernel; any other is the
-// device of the interface of its name. The caller holds the worker while it calls.
+// device of the interface of its name. What makes or ends a device takes its time, up to a second, and disturbs nobody;
+// the caller holds the worker while it calls anything else.
 #pragma once
 
 #include "DpDevice.h"
@@ -29,14 +30,16 @@ class PortTable {
 
    // Both outlive it.
    PortTable( Eal & eal, Wires & wires ) : eal_( eal ), wires_( wires ) {}
-   ~PortTable() { clear(); }
+   ~PortTable() { takeAll(); }
 
-   // EEXIST: there is a port of the name, or the interface has its device. ENOENT: no such driver. EINVAL: not the
-   // driver's message. Others are the driver's.
-   Outcome create( const bess::pb::CreatePortRequest & request, bess::pb::CreatePortResponse & response );
-   // ENOENT: there is none of the name.
-   Outcome destroy( const std::string & name );
-   void clear();
+   // A port that no packet reaches yet, for add(). EEXIST: there is one of the name. ENOENT: no such driver. EINVAL:
+   // not the driver's message. Others are the driver's. The worker need not be held.
+   Outcome make( const bess::pb::CreatePortRequest & request, Port & port );
+   // REQUIRES: make() has just said yes to it
+   void add( Port && port );
+   // Takes it out, for the caller to end it. ENOENT: there is none of the name.
+   Outcome take( const std::string & name, Port & port );
+   Ports takeAll();
 
    const Ports & ports() const { return ports_; }
    Device * find( std::string_view name ) const;
@@ -48,7 +51,7 @@ class PortTable {
    static std::string help( const std::string & driver );
 
  private:
-   Outcome make( const bess::pb::CreatePortRequest & request, std::unique_ptr< Device > & device );
+   Outcome makeDevice( const bess::pb::CreatePortRequest & request, std::unique_ptr< Device > & device );
    void cut( Port & port );
 
    Eal & eal_;

@@ -17,24 +17,45 @@ namespace {
 constexpr unsigned kCommandsAtOnce = 64;
 } // namespace
 
-class Engine::Hold {
+class Engine::Pause {
  public:
-   explicit Hold( const Engine & engine ) : lock_( engine.mutex_ ), worker_( engine.worker_.get() ) {
+   explicit Pause( const Engine & engine ) : worker_( engine.worker_.get() ) {
       if ( worker_ != nullptr ) worker_->hold();
    }
-   ~Hold() {
+   ~Pause() {
       if ( worker_ != nullptr ) worker_->letGo();
    }
+   Pause( const Pause & ) = delete;
+   Pause & operator=( const Pause & ) = delete;
 
  private:
-   const std::lock_guard< std::mutex > lock_;
    Worker * const worker_;
 };
 
-void Engine::reset() {
-   const Hold hold( *this );
-   ports_.clear();
+class Engine::Hold {
+ public:
+   explicit Hold( const Engine & engine ) : lock_( engine.mutex_ ), pause_( engine ) {}
+
+ private:
+   const std::lock_guard< std::mutex > lock_;
+   const Pause pause_;
+};
+
+void Engine::portsChanged() {
    if ( worker_ ) worker_->portsChanged();
+}
+
+PortTable::Ports Engine::takePorts() {
+   auto ports = ports_.takeAll();
+   portsChanged();
+   return ports;
+}
+
+void Engine::reset() {
+   const std::lock_guard< std::mutex > lock( mutex_ );
+   PortTable::Ports ended;
+   const Pause pause( *this );
+   ended = takePorts();
    graph_.clear();
    counters_.clear();
    lastBatch_ = 0;
@@ -103,24 +124,25 @@ void Engine::describe( const std::string & module, bess::pb::GetModuleInfoRespon
 
 // The worker begins with the first port: without any there is nothing to carry.
 void Engine::apply( const bess::pb::CreatePortRequest & request, bess::pb::CreatePortResponse & response ) {
-   const Hold hold( *this );
-   const auto out = ports_.create( request, response );
+   const std::lock_guard< std::mutex > lock( mutex_ );
+   PortTable::Port port;
+   const auto out = ports_.make( request, port );
    report( { request.name(), request.driver(), "CreatePort" }, out, response );
    if ( !out.ok() ) return;
-   if ( !worker_ ) {
-      worker_ = std::make_unique< Worker >( ports_, counters_, busy_ );
-      worker_->hold();
-      worker_->portsChanged();
-      worker_->letGo();
-   } else {
-      worker_->portsChanged();
-   }
+   response.set_name( port.listed.name() );
+   response.set_mac_addr( port.listed.mac_addr() );
+   if ( !worker_ ) worker_ = std::make_unique< Worker >( ports_, counters_, busy_ );
+   const Pause pause( *this );
+   ports_.add( std::move( port ) );
+   portsChanged();
 }
 
 void Engine::apply( const bess::pb::DestroyPortRequest & request, bess::pb::EmptyResponse & response ) {
-   const Hold hold( *this );
-   report( { request.name(), {}, "DestroyPort" }, ports_.destroy( request.name() ), response );
-   if ( worker_ ) worker_->portsChanged();
+   const std::lock_guard< std::mutex > lock( mutex_ );
+   PortTable::Port ended;
+   const Pause pause( *this );
+   report( { request.name(), {}, "DestroyPort" }, ports_.take( request.name(), ended ), response );
+   portsChanged();
 }
 
 void Engine::apply( const bess::pb::SetPortConfRequest & request, bess::pb::CommandResponse & response ) {
@@ -131,9 +153,10 @@ void Engine::apply( const bess::pb::SetPortConfRequest & request, bess::pb::Comm
 }
 
 void Engine::resetPorts() {
-   const Hold hold( *this );
-   ports_.clear();
-   if ( worker_ ) worker_->portsChanged();
+   const std::lock_guard< std::mutex > lock( mutex_ );
+   PortTable::Ports ended;
+   const Pause pause( *this );
+   ended = takePorts();
 }
 
 void Engine::list( bess::pb::ListPortsResponse & response ) const {
@@ -223,6 +246,13 @@ void Engine::lookup( const LookupRequest & request, LookupReply & reply ) const 
 void Engine::trace( const TracePacketRequest & request, TracePacketReply & reply ) {
    const Hold hold( *this );
    report( { request.intfname(), {}, "TracePacket" }, tracePacket( graph_, counters_, request, reply ), reply );
+}
+
+void Engine::drops( DropsReply & reply ) const {
+   const Hold hold( *this );
+   listDrops( graph_, reply );
+   reply.set_timestamp(
+        std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count() );
 }
 
 Outcome Engine::dump( const DumpRequest & request, std::unique_ptr< Dump > & dump ) const {

@@ -1,6 +1,6 @@
 // The data plane: the graph, its counters, its ports, and everything that can be asked of them. Each operation takes
 // the engine's lock, holds it and the worker to its end, and may be called from any thread. A batch lets the worker
-// carry packets now and then.
+// carry packets now and then; while a device is made or ended the worker works.
 #pragma once
 
 #include "DpCounterTable.h"
@@ -59,6 +59,7 @@ class Engine {
 
    void lookup( const vex::pb::LookupRequest & request, vex::pb::LookupReply & reply ) const;
    void trace( const vex::pb::TracePacketRequest & request, vex::pb::TracePacketReply & reply );
+   void drops( vex::pb::DropsReply & reply ) const;
 
    // ENOENT: a module that is named is not there.
    Outcome dump( const vex::pb::DumpRequest & request, std::unique_ptr< Dump > & dump ) const;
@@ -69,8 +70,13 @@ class Engine {
    const Limits & limits() const { return graph_.limits(); }
 
  private:
-   // The lock, and the worker between two bursts.
+   // The worker between two bursts.
+   class Pause;
+   // The lock, and a pause.
    class Hold;
+   // Both with the worker at a pause.
+   void portsChanged();
+   PortTable::Ports takePorts();
    // The device of the name, or the refusal in the response.
    template < class Response >
    const Device * portOf( const std::string & name, const char * request, Response & response ) const;

@@ -1,8 +1,5 @@
 #include "DpWorker.h"
 
-#include "DpWalk.h"
-
-#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -25,7 +22,8 @@ void relax() { __builtin_ia32_pause(); }
 } // namespace
 
 Worker::Worker( PortTable & ports, CounterTable & counters, bool busy ) :
-     ports_( ports ), counters_( counters ), busy_( busy ), wake_( eventfd( 0, EFD_NONBLOCK | EFD_CLOEXEC ) ) {
+     ports_( ports ), busy_( busy ), walk_( counters, Purpose::live ),
+     wake_( eventfd( 0, EFD_NONBLOCK | EFD_CLOEXEC ) ) {
    burst_.reserve( 2 * Device::kBurst );
    thread_ = std::thread( [ this ] { run(); } );
 }
@@ -118,11 +116,8 @@ std::size_t Worker::carry( Lane & lane ) {
    if ( lane.kernel && !lane.device->bare() ) {
       handOut( lane );
    } else if ( auto * const source = lane.kernel ? lane.wire->ownSource : lane.wire->source ) {
-      Walk walk( counters_, Purpose::live );
-      for ( auto & packet : burst_ ) {
-         packet.meta.ethernet = !lane.device->bare();
-         walk.run( *source, std::move( packet ) );
-      }
+      for ( auto & packet : burst_ ) packet.meta.ethernet = !lane.device->bare();
+      walk_.run( *source, burst_ );
    }
    burst_.clear();
    return count;
@@ -134,17 +129,17 @@ void Worker::handOut( Lane & lane ) {
    for ( auto & packet : burst_ ) lane.wire->device->send( std::move( packet ) );
 }
 
-// Whoever wants to hold it need not wait until it wakes. The list is made before: it may change meanwhile.
+// Whoever wants to hold it need not wait until it wakes. The list is made before: the lanes may change meanwhile.
 void Worker::sleep() {
    if ( sleepless_ ) {
       end();
       std::this_thread::sleep_for( kNap );
       return;
    }
-   std::vector< pollfd > descriptors{ { wake_, POLLIN, 0 } };
-   for ( const auto & lane : lanes_ ) descriptors.push_back( { lane.device->descriptor(), POLLIN, 0 } );
+   descriptors_.assign( 1, { wake_, POLLIN, 0 } );
+   for ( const auto & lane : lanes_ ) descriptors_.push_back( { lane.device->descriptor(), POLLIN, 0 } );
    end();
-   poll( descriptors.data(), descriptors.size(), kLongestSleep );
+   poll( descriptors_.data(), descriptors_.size(), kLongestSleep );
    std::uint64_t count = 0;
    if ( read( wake_, &count, sizeof count ) < 0 ) {
    } // Nobody woke it.

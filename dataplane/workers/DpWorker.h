@@ -13,6 +13,9 @@
 
 #include "DpCounterTable.h"
 #include "DpPortTable.h"
+#include "DpWalk.h"
+
+#include <poll.h>
 
 #include <atomic>
 #include <thread>
@@ -54,12 +57,13 @@ class Worker {
    void sleep();
 
    PortTable & ports_;
-   CounterTable & counters_;
    const bool busy_;
+   Walk walk_;
    std::vector< Lane > lanes_;
    std::vector< Packet > burst_;
-   bool sleepless_ = false; // a device has no descriptor
-   int wake_ = -1;          // an eventfd
+   std::vector< pollfd > descriptors_; // while it is asleep
+   bool sleepless_ = false;            // a device has no descriptor
+   int wake_ = -1;                     // an eventfd
    std::atomic< bool > held_ = false;
    std::atomic< bool > waiting_ = false;
    std::atomic< bool > working_ = false;

@@ -36,6 +36,7 @@ class RouteBook {
         fib_( fib ), origins_( origins ), fecs_( std::move( fib ), std::move( resolve ) ) {}
 
    FecBook< P > & fecs() { return fecs_; }
+   const FecBook< P > & fecs() const { return fecs_; }
    Origins & origins() { return origins_; }
    const Table & table() const { return *fib_; }
 

@@ -109,13 +109,20 @@ bool Daemon::run() {
    signals_ = std::make_unique< Signals >( *this );
    if ( options_.sources.description.empty() )
       spdlog::info( "no --config: the router is empty, until vexctl or a route file tells it something" );
+   if ( !options_.metrics.empty() )
+      if ( const auto why = metrics_.open( options_.metrics ); !why.empty() ) {
+         spdlog::error( "{}", why );
+         return false;
+      }
    supervisor_.start();
    // Until the routing suite has told everything by FPM, what it has put into the kernel holds.
    fpm_.completeWatcherIs( [ this ] { kernel_.source().suiteIs( true ); } );
    fpm_.start( state_.vrfBook().netns( L3::VrfName::defaultVrf() ) );
    postFeed();
    notifyReady( "waiting for the data plane" );
+   Gant::activityManager()->turnWatcherIs( [ this ]( double began, double ended ) { handleTurn( began, ended ); } );
    Gant::activityManager()->run();
+   Gant::activityManager()->turnWatcherIs( nullptr );
    control_.close();
    fpm_.stop();
    signals_ = nullptr;
@@ -138,6 +145,16 @@ void Daemon::handleSignal( int number ) {
       notifyStopping();
       stopping_ = true;
       Gant::activityManager()->stop();
+   }
+}
+
+void Daemon::handleTurn( double began, double ended ) {
+   meters_.loop.turn( began, ended );
+   if ( const auto * const session = supervisor_.session() ) {
+      const auto & channel = *session->channel();
+      meters_.convergence.turn( began, ended, channel.requestsQueued(), channel.requestsAcknowledged() );
+   } else {
+      meters_.convergence.sessionEnded();
    }
 }
 

@@ -8,6 +8,8 @@
 #include "HostDaemonControl.h"
 #include "HostFpmServer.h"
 #include "HostKernelTwin.h"
+#include "HostMeters.h"
+#include "HostMetrics.h"
 #include "HostOptions.h"
 #include "HostSources.h"
 #include "HostSupervisor.h"
@@ -21,8 +23,8 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    ~Daemon() override;
 
    // Reads the sources, starts the data plane and runs the loop until a signal ends it: SIGTERM or SIGINT. SIGHUP reads
-   // the sources again. False: the description cannot be read at all, or the command socket is not to be had, and
-   // nothing was started.
+   // the sources again. False: the description cannot be read at all, or the command socket or the metrics' address is
+   // not to be had, and nothing was started.
    bool run();
 
    RouterState & state() override { return state_; }
@@ -32,6 +34,7 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    Gant::Ptr< Vex::VexCommonSmData > vexcsd() const override;
    Gant::Ptr< Vex::GrpcChannel > channel() const override;
    const Ports * ports() const override;
+   const Meters * meters() const override { return &meters_; }
    DaemonStatus status() const override;
    ChangeResult change( ChangeOp op, const std::string & kind, const std::string & entry ) override;
    ChangeResult reload() override;
@@ -43,6 +46,7 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    // Gives why it cannot be opened.
    std::string openSocket();
    void handleSignal( int number );
+   void handleTurn( double began, double ended );
    // Goes on with the sources in a turn of its own, unless the data plane has enough to do.
    void feed();
    void postFeed();
@@ -53,6 +57,7 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    const Options options_;
    const double startedAt_; // seconds of the system clock
    const double begunAt_;   // of the activity clock
+   Meters meters_;
    RouterState state_;
    KernelTwin kernel_;
    const std::unique_ptr< KernelJoint > kernelJoint_;
@@ -60,6 +65,7 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    FpmServer fpm_;
    Supervisor supervisor_;
    ControlServer control_{ *this };
+   Metrics metrics_{ *this };
    std::unique_ptr< Signals > signals_;
    Runtime::Trimmer trimmer_;
    Gant::Ptr< Gant::Clock > clock_;

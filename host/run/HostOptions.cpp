@@ -1,5 +1,6 @@
 #include "HostOptions.h"
 
+#include "HostMetrics.h"
 #include "RuntimeDirectory.h"
 
 #include <charconv>
@@ -126,6 +127,9 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
         ->type_name( "SECONDS" )
         ->capture_default_str()
         ->check( CLI::Range( 0.0, 86400.0 ).description( "" ) );
+   app.add_option( "--metrics", options.metrics, "serve metrics for Prometheus at this address, under /metrics" )
+        ->type_name( "ADDRESS:PORT" )
+        ->check( wrongMetricsAddress );
    app.add_option( "--log", log, "log the traces of a unit up to a level from 0 to 9; * is every unit" )
         ->type_name( "UNIT=LEVEL" )
         ->check( checkUnitLevel );

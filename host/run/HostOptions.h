@@ -23,6 +23,7 @@ struct Options {
    std::string socket;
    FpmServer::Config fpm;
    double sourceQuiet = SourceTable::quietByDefault; // seconds
+   std::string metrics;                              // ADDRESS:PORT; empty: there are none
    std::vector< UnitLevel > log;                     // what of the traces goes to the log
    std::vector< UnitLevel > trace;                   // what of them goes to the ring
    bool checkConfig = false;

@@ -13,6 +13,7 @@ Commands sourceShows();    // sources, and source
 Commands adjacencyShows(); // nexthops, adjacencies
 Commands interfaceShows(); // interfaces, neighbors, tunnels, vrfs
 Commands portShows();      // ports, workers
+Commands dropShows();      // drops
 Commands ipsecShows();     // ipsec connections, ipsec sas, ipsec flows
 Commands aclShows();       // access-lists, policy-map, control-plane
 Commands bridgingShows();  // vrrp, vlans, nat
@@ -21,7 +22,9 @@ Commands graphShows();     // modules, graph
 Commands summaryShows();   // summary, status, version
 Commands counterShows();   // counters
 Commands requestShows();   // errors, queue
+Commands loopShows();      // loop
 Commands traceShows();     // trace, trace level
 Commands packetCommands(); // trace packet
+Commands whyCommands();    // why
 
 } // namespace Host

@@ -7,6 +7,7 @@
 #include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
 #include <chrono>
+#include <ctime>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -18,6 +19,8 @@ struct ActivityManager::Impl {
    std::thread::id thread = std::this_thread::get_id();
    std::optional< double > manualTime;
    std::vector< Clock * > armed; // while the time is manual
+   TurnWatcher turnWatcher;
+   void runWatched();
 };
 
 // The wait's completion may already be queued when the clock is set anew or goes: it then finds the alarm off.
@@ -32,7 +35,29 @@ double steadySeconds() {
    return std::chrono::duration< double >( std::chrono::steady_clock::now().time_since_epoch() ).count();
 }
 
+// Of this thread, on the processor.
+double threadSeconds() {
+   timespec time{};
+   clock_gettime( CLOCK_THREAD_CPUTIME_ID, &time );
+   return static_cast< double >( time.tv_sec ) + static_cast< double >( time.tv_nsec ) * 1e-9;
+}
+
 } // namespace
+
+// Nobody says when asio's wait ends, and it is no part of the turn that it ends with.
+void ActivityManager::Impl::runWatched() {
+   double began = steadySeconds();
+   while ( !io.stopped() ) {
+      if ( io.poll_one() == 0 ) {
+         const double before = threadSeconds();
+         if ( io.run_one() == 0 ) return;
+         began = steadySeconds() - ( threadSeconds() - before );
+      }
+      const double ended = steadySeconds();
+      turnWatcher( began, ended );
+      began = ended;
+   }
+}
 
 ActivityManager * activityManager() {
    // Never destroyed: objects with static lifetime may still hold clocks.
@@ -58,8 +83,13 @@ void ActivityManager::run() {
    impl_->thread = std::this_thread::get_id();
    impl_->io.restart();
    const auto guard = asio::make_work_guard( impl_->io );
-   impl_->io.run();
+   if ( impl_->turnWatcher )
+      impl_->runWatched();
+   else
+      impl_->io.run();
 }
+
+void ActivityManager::turnWatcherIs( TurnWatcher watcher ) { impl_->turnWatcher = std::move( watcher ); }
 
 void ActivityManager::stop() { impl_->io.stop(); }
 

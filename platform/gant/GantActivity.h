@@ -70,6 +70,10 @@ class ActivityManager {
    // Runs the loop on this thread until stop().
    void run();
    void stop();
+   // Called after each turn of run(), on its thread, with the seconds of the clock at which the turn began and ended.
+   // Of the first turn after a rest the begin is worked out from the processor's time that it took. Given before run().
+   using TurnWatcher = std::function< void( double began, double ended ) >;
+   void turnWatcherIs( TurnWatcher watcher );
    // Runs what is ready and what that makes ready, without waiting, and says how many pieces it ran.
    size_t poll();
 

@@ -15,9 +15,6 @@ namespace {
 // Routes that one turn of the loop looks at.
 constexpr size_t routesPerTurn = 2048;
 
-// Parts of a hundred: from which the data plane's table is nearly full, and below which it is not any more.
-constexpr U64 nearlyFull = 90, notNearlyFull = 85;
-
 } // namespace
 
 template < typename F >
@@ -263,13 +260,20 @@ void RouteMachine< F >::askedIs( Told & told, U64 before, U32 slot ) {
    told.asked = static_cast< U32 >( last );
    told.underWay = true;
    ++underWayRoutes_;
+   ++vrf( told.vrfId ).underWay;
 }
 
 // What the data plane said of the route before concerns it no more.
 template < typename F >
 void RouteMachine< F >::unask( Told & told ) {
-   if ( told.underWay ) --underWayRoutes_;
-   if ( told.error != 0 ) --refusedRoutes_;
+   if ( told.underWay ) {
+      --underWayRoutes_;
+      --vrf( told.vrfId ).underWay;
+   }
+   if ( told.error != 0 ) {
+      --refusedRoutes_;
+      --vrf( told.vrfId ).refused;
+   }
    if ( noRoom( told ) ) --noRoomRoutes_;
    told.underWay = false;
    told.error = 0;
@@ -289,7 +293,9 @@ template < typename F >
 void RouteMachine< F >::handleAcknowledged() {
    underWay_.acknowledged( args_.common->progress()->acknowledged(),
                            [ this ]( const auto & entry ) { answered( entry ); } );
-   reviewFill();
+   const auto counts = this->counts();
+   fill_.update(
+        { counts.programmed + counts.overRefused, args_.common->routesMost(), counts.noRoom, counts.underWay } );
    if ( busy() || ( room_ != 0 && !waiting_.empty() ) ) turns_.post();
 }
 
@@ -303,6 +309,7 @@ void RouteMachine< F >::answered( const typename UnderWay< Asked >::Entry & entr
    if ( !told.underWay || told.asked != entry.last ) return; // it was told again since
    told.underWay = false;
    --underWayRoutes_;
+   --vrf( told.vrfId ).underWay;
    if ( entry.code == 0 ) {
       args_.adjSm->takenInc( told.adj );
       return;
@@ -310,34 +317,10 @@ void RouteMachine< F >::answered( const typename UnderWay< Asked >::Entry & entr
    told.asked = entry.refused;
    told.error = static_cast< U8 >( std::clamp( entry.code, 1, 0xff ) );
    ++refusedRoutes_;
+   ++vrf( told.vrfId ).refused;
    if ( !noRoom( told ) ) return;
    ++noRoomRoutes_;
    waiting_.push_back( entry.object.slot );
-}
-
-// Tells the log once when the data plane's table fills, and when all have room again.
-template < typename F >
-void RouteMachine< F >::reviewFill() {
-   const auto counts = this->counts();
-   const U64 held = counts.programmed + counts.overRefused;
-   const auto most = args_.common->routesMost();
-   if ( counts.noRoom != 0 ) {
-      if ( std::exchange( fill_, Fill::full ) != Fill::full )
-         GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes is full with ", held,
-                     " routes: those that it has no room for wait" );
-      return;
-   }
-   if ( counts.underWay != 0 && fill_ == Fill::full ) return;
-   const auto parts = most == 0 ? 0 : held * 100 / most;
-   if ( fill_ == Fill::full )
-      GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes has room again" );
-   if ( fill_ == Fill::some && parts >= nearlyFull )
-      GANT_TRACE( 0, "the data plane's table of ", Kynet::AddressFamily( F::af ), " routes is filled to ", parts,
-                  " %: ", held, " of ", most );
-   if ( parts >= nearlyFull || ( fill_ != Fill::some && parts >= notNearlyFull ) )
-      fill_ = Fill::nearlyFull;
-   else
-      fill_ = Fill::some;
 }
 
 // Routes that had no room, oldest refusal first, as many as have room.
@@ -364,11 +347,20 @@ RouteCounts RouteMachine< F >::counts() const {
 }
 
 template < typename F >
+RouteCounts RouteMachine< F >::counts( U32 vrfId ) const {
+   const auto & vrf = this->vrf( vrfId );
+   return { vrf.underWay, vrf.told - vrf.underWay - vrf.refused, vrf.refused };
+}
+
+template < typename F >
 RouteState RouteMachine< F >::state( U32 vrfId, const Prefix & prefix ) const {
    const auto slot = args_.table->slot( vrfId, prefix );
    if ( !slot ) return { RouteProgress::pending(), "there is no such route" };
    if ( *slot >= told_.size() || !told_[ *slot ].here ) return { RouteProgress::pending(), "its turn has not come" };
-   return stateOf( told_[ *slot ], *slot );
+   const auto & told = told_[ *slot ];
+   auto state = stateOf( told, *slot );
+   if ( told.routeType != 0 ) state.command = told.asked;
+   return state;
 }
 
 template < typename F >

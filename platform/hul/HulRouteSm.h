@@ -8,6 +8,7 @@
 #include "HulPosted.h"
 #include "HulProgress.h"
 #include "HulRouteState.h"
+#include "HulTableFill.h"
 #include "HulVrfSm.h"
 #include "MirelFib.h"
 
@@ -88,6 +89,7 @@ class RouteMachine : public Gant::StateMachine {
    bool busy() const { return sweeping_ || !moves_.empty(); }
    U32 toldRoutes() const { return toldRoutes_; }
    RouteCounts counts() const;
+   RouteCounts counts( U32 vrfId ) const;
    RouteState state( U32 vrfId, const Prefix & prefix ) const;
    void verify();
    // At most `most` routes.
@@ -130,10 +132,10 @@ class RouteMachine : public Gant::StateMachine {
    struct Vrf {
       bool active = false;
       U32 told = 0;
+      U32 underWay = 0; // of the told
+      U32 refused = 0;  // of the told, by the data plane
       Gant::Ptr< VrfL3Status > status;
    };
-   // What the log has been told last.
-   enum class Fill : U8 { some, nearlyFull, full };
    struct What {
       U8 routeType = 0;
       AdjSm::Number adj = 0;
@@ -172,7 +174,6 @@ class RouteMachine : public Gant::StateMachine {
    static bool taken( const Told & told ) { return told.routeType != 0 && !told.underWay && told.error == 0; }
    RouteState stateOf( const Told & told, U32 slot ) const;
    bool noRoom( const Told & told ) const;
-   void reviewFill();
    size_t tellAgain( size_t routes );
    Gant::String reasonOf( const Told & told, U32 slot ) const;
    void forget( U32 slot, U64 sequence );
@@ -213,7 +214,7 @@ class RouteMachine : public Gant::StateMachine {
    std::deque< U32 > waiting_; // slots of routes that had no room, some of which do not wait any more
    U32 noRoomRoutes_ = 0;
    U32 room_ = 0; // for so many of them
-   Fill fill_ = Fill::some;
+   TableFill fill_{ Kynet::AddressFamily( F::af ) };
 
    std::deque< U32 > moves_; // FECs with routes in `moving`
    bool sweeping_ = false;

@@ -12,6 +12,7 @@ GANT_ENUM( RouteProgress, U8, ( pending, 0 ), // it waits for something, or the 
 struct RouteState {
    RouteProgress progress;
    Gant::String reason; // empty of one that is programmed
+   U32 command = 0;     // the lower bits of its last command's number (HulProgress.h), or of its refused one's; 0: none
 };
 
 // Of one family. Each route of the FIB is under way, programmed or refused, as its RouteState says, or it waits.

@@ -165,4 +165,10 @@ RouteCounts VrfRootSm::routeCounts( Kynet::AddressFamily af ) const {
    return af == Kynet::AddressFamily::ipv4_ ? machines_->routeSm->counts() : machines_->route6Sm->counts();
 }
 
+RouteCounts VrfRootSm::routeCounts( Kynet::AddressFamily af, VrfId vrfId ) const {
+   if ( !machines_ ) return {};
+   return af == Kynet::AddressFamily::ipv4_ ? machines_->routeSm->counts( vrfId.value() )
+                                            : machines_->route6Sm->counts( vrfId.value() );
+}
+
 } // namespace Hul

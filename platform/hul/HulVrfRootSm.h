@@ -185,6 +185,9 @@ class VrfRootSm : public Gant::StateMachine {
    // What has become of a route of the FIB.
    RouteState routeState( VrfId vrfId, const Kynet::IpGenPrefix & prefix ) const;
    RouteCounts routeCounts( Kynet::AddressFamily af ) const;
+   // Of one VRF. Of the refused those that the data plane itself refused, and no part of them; routes over refused
+   // adjacencies count as programmed.
+   RouteCounts routeCounts( Kynet::AddressFamily af, VrfId vrfId ) const;
 
  private:
    struct Machines;

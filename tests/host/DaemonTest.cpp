@@ -45,6 +45,8 @@ TEST_F( Vexl3d, checksItsSourcesAndSaysWhatIsWrong ) {
         { { "--dataplane-timeout", "-1" }, 2, "--dataplane-timeout" },
         { { "--dataplane", "nowhere" }, 2, "is not embedded, unix:PATH or HOST:PORT" },
         { { "--log", "VexL3Sm=10" }, 2, "is not a number from 0 to 9" },
+        { { "--metrics", "localhost:9410" }, 2, "\"localhost:9410\" is not ADDRESS:PORT" },
+        { { "--metrics", "127.0.0.1:0" }, 2, "is not ADDRESS:PORT" },
         { { "--loud" }, 2, "--loud" },
         { { "--version" }, 0, "vexl3d " },
         { { "--help" }, 0, "--check-config" },

@@ -71,7 +71,8 @@ if [ "$said" != "203.0.113.0/24 is in the data plane" ]; then
   exit 1
 fi
 
-for file in "$docdir"/{hosting,ipsec}.md "$docdir/examples/router.yaml" etc/vexl3/router.yaml; do
+for file in "$docdir"/{hosting,ipsec}.md "$docdir/examples/router.yaml" etc/vexl3/router.yaml \
+  lib/systemd/system/vexdp.service lib/sysusers.d/vexl3.conf; do
   [ -f "$prefix/$file" ] || { echo "not installed: $file"; exit 1; }
 done
 for program in "$prefix"/bin/*; do

@@ -96,6 +96,20 @@ class Host:
             frames.append(self.wire.recv(65536))
         return frames
 
+    def indexes_until(self, mark):
+        """The first four bytes of each UDP packet to port 5000, until one has the mark."""
+        end = time.monotonic() + DEADLINE
+        indexes = []
+        while select.select([self.wire], [], [], max(0, end - time.monotonic()))[0]:
+            frame = self.wire.recv(65536)
+            if frame[12:14] != b'\x08\x00' or frame[23] != 17 or frame[36:38] != b'\x13\x88':
+                continue
+            index = int.from_bytes(frame[42:46], 'big')
+            if index == mark:
+                return indexes
+            indexes.append(index)
+        raise AssertionError(f'{self.space}: no mark within {DEADLINE} s, after {len(indexes)} packets')
+
     def seen_ip(self, wanted=None, quiet=0.3, keep=lambda packet: True):
         """Of the IPv4 packets among them those to keep; nobody asked for the others (ARP and the like)."""
         packets = [Ether(frame) for frame in self.seen(wanted, quiet)]
