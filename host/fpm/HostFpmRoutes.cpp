@@ -17,7 +17,8 @@ constexpr bool isV6 = std::is_same_v< Book, RouteBook< Kynet::Ip6Prefix > >;
 
 } // namespace
 
-FpmRoutes::FpmRoutes( RouterState & state, IntfAt intfAt ) : state_( state ), intfAt_( std::move( intfAt ) ) {
+FpmRoutes::FpmRoutes( RouterState & state, IntfAt intfAt, FpmAnswers * answers ) :
+     state_( state ), intfAt_( std::move( intfAt ) ), answers_( answers ) {
    tables_ = { { RT_TABLE_UNSPEC, 0 }, { RT_TABLE_DEFAULT, 0 }, { RT_TABLE_MAIN, 0 } };
 }
 
@@ -129,7 +130,9 @@ const char * FpmRoutes::put( Book & book, const RouteMessage & message, const P 
    if ( origin == 0 )
       origin = state_.origins().id( { Teller::fpm(), message.protocol, distanceOfProtocol( message.protocol ), 0 } );
    if ( !wrongPrefix( prefix ).empty() ) return noSpace;
-   return book.routeIs( vrfId, prefix, origin, fec.kind, fec.id ) ? nullptr : noSpace;
+   if ( !book.routeIs( vrfId, prefix, origin, fec.kind, fec.id ) ) return noSpace;
+   if ( answers_ != nullptr ) answers_->told( message.table, vrfId, prefix );
+   return nullptr;
 }
 
 void FpmRoutes::drop( const RouteMessage & message ) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "GantFlat.h"
+#include "HostFpmAnswers.h"
 #include "HostFpmStream.h"
 #include "HostRouteWays.h"
 
@@ -26,7 +27,8 @@ class FpmRoutes {
  public:
    using IntfAt = IntfAtIndex;
 
-   FpmRoutes( RouterState & state, IntfAt intfAt );
+   // `answers` may be null: nobody hears what becomes of routes.
+   FpmRoutes( RouterState & state, IntfAt intfAt, FpmAnswers * answers = nullptr );
    FpmRoutes( const FpmRoutes & ) = delete;
    FpmRoutes & operator=( const FpmRoutes & ) = delete;
    ~FpmRoutes();
@@ -99,6 +101,7 @@ class FpmRoutes {
 
    RouterState & state_;
    const IntfAt intfAt_;
+   FpmAnswers * const answers_;
    RouteMessage route_;
    NextHopMessage nextHop_;
    Gant::FlatMap< U32, NextHop > nextHops_;

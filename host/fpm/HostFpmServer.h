@@ -24,6 +24,7 @@ class FpmServer : public Source, public Gant::StateMachine {
    struct Surroundings {
       FpmRoutes::IntfAt intfAt;
       std::function< bool() > congested;
+      FpmAnswers::Surroundings answers;
       Tell tell;
    };
 
@@ -57,10 +58,12 @@ class FpmServer : public Source, public Gant::StateMachine {
    void read();
    void handlePiece( size_t size );
    void lose( const std::string & why );
+   bool send( const std::string & frames );
 
    RouterState & state_;
    const Config config_;
    const Surroundings around_;
+   FpmAnswers answers_;
    FpmRoutes routes_;
    std::function< void() > complete_;
    std::string netns_;

@@ -124,6 +124,11 @@ std::optional< Kynet::IntfId > KernelTwin::intfAt( const std::string & netns, U3
    return place == places_.end() ? std::nullopt : place->second->devices.intfAt( index );
 }
 
+std::optional< U32 > KernelTwin::indexOf( Kynet::IntfId intfId ) const {
+   const auto * const place = placeOf( intfId );
+   return place == nullptr ? std::nullopt : place->devices.carrying( intfId );
+}
+
 std::string KernelTwin::error( Kynet::IntfId intfId ) const {
    const auto * const place = placeOf( intfId );
    return place == nullptr ? std::string() : place->devices.error( intfId );

@@ -41,6 +41,8 @@ class KernelTwin : public Gant::StateMachine {
 
    // The interface whose device in the namespace has the index.
    std::optional< Kynet::IntfId > intfAt( const std::string & netns, U32 index ) const;
+   // The index of an interface's device; nothing while it carries nothing.
+   std::optional< U32 > indexOf( Kynet::IntfId intfId ) const;
    // Called when the answers of intfAt() may have changed.
    void indexWatcherIs( std::function< void() > watcher ) { indexWatcher_ = std::move( watcher ); }
 
