@@ -114,6 +114,9 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
         ->capture_default_str()
         ->check( CLI::Range( 1u, ( 1u << 23 ) - 1 ) );
    app.add_option( "-s,--socket", options.socket, "the command socket" )->type_name( "PATH" )->capture_default_str();
+   app.add_option( "--metrics", options.metrics, "serve metrics for Prometheus at this address, under /metrics" )
+        ->type_name( "ADDRESS:PORT" )
+        ->check( wrongMetricsAddress );
    app.add_option( "--fpm", fpm, "where FRR's zebra connects to tell its routes (-M dplane_fpm_nl); off: nowhere" )
         ->type_name( "ADDRESS:PORT|off" )
         ->capture_default_str()
@@ -127,9 +130,6 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
         ->type_name( "SECONDS" )
         ->capture_default_str()
         ->check( CLI::Range( 0.0, 86400.0 ).description( "" ) );
-   app.add_option( "--metrics", options.metrics, "serve metrics for Prometheus at this address, under /metrics" )
-        ->type_name( "ADDRESS:PORT" )
-        ->check( wrongMetricsAddress );
    app.add_option( "--log", log, "log the traces of a unit up to a level from 0 to 9; * is every unit" )
         ->type_name( "UNIT=LEVEL" )
         ->check( checkUnitLevel );

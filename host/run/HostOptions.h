@@ -21,9 +21,9 @@ struct Options {
    SourceFiles sources;
    Supervisor::Config dataPlane;
    std::string socket;
+   std::string metrics; // ADDRESS:PORT; empty: there are none
    FpmServer::Config fpm;
    double sourceQuiet = SourceTable::quietByDefault; // seconds
-   std::string metrics;                              // ADDRESS:PORT; empty: there are none
    std::vector< UnitLevel > log;                     // what of the traces goes to the log
    std::vector< UnitLevel > trace;                   // what of them goes to the ring
    bool checkConfig = false;

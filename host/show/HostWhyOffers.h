@@ -6,14 +6,14 @@
 
 namespace Host {
 
-struct ToldOffer {
+struct OfferFacts {
    std::string source; // in words
    bool inUse = false;
    Ways ways; // as they were asked for
 };
 
 // Of the VRF's route of the prefix, the one in use first.
-std::vector< ToldOffer > offersOf( const RouterState & state, U32 vrfId, const Kynet::IpGenPrefix & prefix );
+std::vector< OfferFacts > offersOf( const RouterState & state, U32 vrfId, const Kynet::IpGenPrefix & prefix );
 
 // The ways of a route as members of a row.
 Json inJson( const Ways & ways );

@@ -50,7 +50,8 @@ class Frr(unittest.TestCase):
             # Static routes beside them; zebra is killed and comes back without one of them.
             router.frr('staticd', STATIC)
             lab.until(lambda: len(router.routes('fpm')) == 3, 'the static routes')
-            for daemon in ('staticd', 'bgpd', 'zebra'):
+            # zebra first: while it lives it takes back the routes of a daemon that ends.
+            for daemon in ('zebra', 'staticd', 'bgpd'):
                 router.end(daemon, kill=True)
             lab.until(lambda: router.source('fpm')['stale'] == 3, 'they are stale')
             net.reaches(seconds=5)
