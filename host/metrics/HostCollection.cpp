@@ -118,7 +118,7 @@ void Collection::process() {
 
 void Collection::sources() {
    const auto & state = daemon_.state();
-   for ( U8 number = Teller::connected_; number <= Teller::kernel_; ++number )
+   for ( U8 number = Teller::connected_; number < tellers; ++number )
       samples_.gauge( "vexl3_source_routes", "Routes that a source offers, in use or waiting behind another source's.",
                       static_cast< double >( state.routes( Teller( number ) ) ),
                       { { "source", Teller( number ).stringValue() } } );
