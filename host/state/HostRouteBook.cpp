@@ -85,16 +85,6 @@ bool RouteBook< P >::routeHas( U32 vrfId, const P & prefix, Teller teller ) cons
 }
 
 template < typename P >
-std::optional< Mirel::Route > RouteBook< P >::route( U32 vrfId, const P & prefix, Teller teller ) const {
-   const auto held = fib_->route( vrfId, prefix );
-   if ( held && tellerOf( *held ) == teller ) return held;
-   const auto waiting = waiting_.find( { vrfId, prefix } );
-   if ( waiting == waiting_.end() ) return std::nullopt;
-   const auto at = waiting->second.find( teller );
-   return at == waiting->second.end() ? std::nullopt : std::optional( at->second );
-}
-
-template < typename P >
 std::vector< std::pair< U32, P > > RouteBook< P >::prefixes( Teller teller ) const {
    auto found = waitingPrefixes( teller );
    for ( U32 slot = 0; slot < fib_->slots() && found.size() < routes( teller ); ++slot ) {

@@ -19,7 +19,6 @@ class RouteBook {
         fib_( fib ), fecs_( std::move( fib ), std::move( resolve ) ) {}
 
    FecBook< P > & fecs() { return fecs_; }
-   const FecBook< P > & fecs() const { return fecs_; }
    const Table & table() const { return *fib_; }
 
    // The source's route of the prefix from now on. The FEC gets a user for it. REQUIRES: the prefix has no host bits.
@@ -31,8 +30,6 @@ class RouteBook {
    // Whose route is in use, `none` when there is none.
    Teller teller( U32 vrfId, const P & prefix ) const;
    bool routeHas( U32 vrfId, const P & prefix, Teller teller ) const;
-   // The source's route, in use or waiting; nothing when it has none.
-   std::optional< Mirel::Route > route( U32 vrfId, const P & prefix, Teller teller ) const;
    // All prefixes of the source, in no order; and those among them whose routes wait behind others.
    std::vector< std::pair< U32, P > > prefixes( Teller teller ) const;
    std::vector< std::pair< U32, P > > waitingPrefixes( Teller teller ) const;
