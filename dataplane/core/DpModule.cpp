@@ -15,4 +15,19 @@ bool Module::puntedBehind( GateId ogate, const Packet & packet ) const {
    return false;
 }
 
+void Module::countDrop( std::string_view reason ) {
+   for ( auto & drop : drops_ )
+      if ( drop.reason.data() == reason.data() ) {
+         ++drop.packets;
+         return;
+      }
+   drops_.push_back( { reason, 1 } );
+}
+
+std::uint64_t Module::deadEnds() const {
+   std::uint64_t packets = 0;
+   for ( const auto & drop : drops_ ) packets += drop.packets;
+   return packets;
+}
+
 } // namespace Vexdp

@@ -11,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -90,8 +91,13 @@ class Module {
    const std::vector< GateCounters > & igates() const { return igates_; }
    // Output gates of other modules that lead here.
    const absl::flat_hash_set< std::pair< Module *, GateId > > & upstream() const { return upstream_; }
-   // Packets that were dropped here, or left by a gate that leads nowhere.
-   std::uint64_t deadEnds() const { return deadEnds_; }
+   // Packets that were dropped here, or left by a gate that leads nowhere, by the format of the reason.
+   struct DropCount {
+      std::string_view reason;
+      std::uint64_t packets;
+   };
+   const std::vector< DropCount > & drops() const { return drops_; }
+   std::uint64_t deadEnds() const;
 
  protected:
    // Whether a packet that leaves by the gate is handed to the router itself before anything is changed in it.
@@ -103,6 +109,9 @@ class Module {
    friend class Graph;
    friend class Walk;
 
+   // `reason` is a literal.
+   void countDrop( std::string_view reason );
+
    std::string name_;
    const ModuleClass & mclass_;
    const Graph & graph_;
@@ -110,7 +119,7 @@ class Module {
    std::vector< OGate > ogates_;
    std::vector< GateCounters > igates_;
    absl::flat_hash_set< std::pair< Module *, GateId > > upstream_;
-   std::uint64_t deadEnds_ = 0;
+   std::vector< DropCount > drops_; // one for each place that drops
 };
 
 } // namespace Vexdp

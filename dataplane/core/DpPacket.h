@@ -21,11 +21,12 @@ class Packet {
       const Wire * ingress = nullptr; // of that interface
       std::uint32_t vrf = 0;
       std::uint8_t trafficClass = 0;
-      std::uint32_t nhIndex = 0; // in the next-hop or resolve module ahead
-      bool ethernet = false;     // the bytes begin with an Ethernet header, otherwise with an IP header
-      bool linkGroup = false;    // came in by a link-layer broadcast or multicast
-      bool own = false;          // sent by the router itself
-      bool ttlDone = false;      // this router has taken its hop from the TTL
+      std::uint32_t nhIndex = 0;   // in the next-hop or resolve module ahead
+      std::uint16_t etherType = 0; // of the frame that it came in by, 0: none
+      bool ethernet = false;       // the bytes begin with an Ethernet header, otherwise with an IP header
+      bool linkGroup = false;      // came in by a link-layer broadcast or multicast
+      bool own = false;            // sent by the router itself
+      bool ttlDone = false;        // this router has taken its hop from the TTL
    };
 
    // The bytes from `begin` to `end`, and who gets them back.

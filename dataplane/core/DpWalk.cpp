@@ -140,6 +140,8 @@ void Walk::makeGoOn( Module & module, const Traveller & traveller ) {
 // A punted packet keeps its reason beside why it was lost.
 template < typename... Args >
 void Walk::lose( Module & module, const Packet & packet, fmt::format_string< Args... > why, Args &&... args ) {
+   const fmt::string_view format = why;
+   context_.why_ = { format.data(), format.size() };
    if ( context_.trace_ != nullptr ) {
       auto text = fmt::format( why, std::forward< Args >( args )... );
       auto & reason = *context_.trace_->mutable_reason();
@@ -173,7 +175,7 @@ void Walk::countCrossed() {
 }
 
 void Walk::end( Module & module, Fate fate, const Packet & packet ) {
-   if ( fate.kind_ == Fate::Kind::dropped && context_.counting() ) ++module.deadEnds_;
+   if ( fate.kind_ == Fate::Kind::dropped && context_.counting() ) module.countDrop( context_.why_ );
    if ( context_.trace_ == nullptr ) return;
    using enum Fate::Kind;
    context_.trace_->set_end( fate.kind_ == sent    ? Reply::END_SENT

@@ -58,6 +58,8 @@ class Context {
    template < typename... Args >
    Fate drop( CounterId counter, fmt::format_string< Args... > reason, Args &&... args ) {
       count( counter );
+      const fmt::string_view format = reason;
+      why_ = { format.data(), format.size() };
       if ( trace_ != nullptr ) reasonIs( fmt::format( reason, std::forward< Args >( args )... ) );
       return Fate( Fate::Kind::dropped );
    }
@@ -107,6 +109,7 @@ class Context {
    vex::pb::TracePacketReply * trace_ = nullptr;
    vex::pb::TracePacketReply::Step * step_ = nullptr;
    GateId igate_ = 0;
+   std::string_view why_;                            // the last was dropped
    std::vector< std::pair< Packet, GateId > > also_; // of the packet at hand
    std::size_t room_ = 0;                            // for so many more
 };

@@ -115,6 +115,7 @@ Fate EtherClassify::process( Packet & packet, Context & context ) {
       packet.meta.linkGroup = dst.isGroup();
       context.note( "a frame to {}", dst );
    }
+   packet.meta.etherType = type;
    if ( state_.vrf ) packet.meta.vrf = *state_.vrf;
    const auto gate = state_.gates.find( type );
    if ( gate == state_.gates.end() ) return context.punt( "EtherType {:#06x} has no gate", type );

@@ -1,19 +1,31 @@
 // Trap: where packets are handed to the router itself. Why, is said by the module that punted them. The control-plane
 // policy gives IPv4 packets their traffic class on the way; others, and those that no rule matches, are of class 0.
+//
+// Of each class, of ARP, and of what is neither IPv4 nor ARP, the router's kernel gets kRate packets a second: what
+// floods one leaves the others alone, and costs packets that are forwarded little of the worker's time. More is
+// dropped.
 #pragma once
 
 #include "DpModule.h"
 #include "DpRuleBinding.h"
+#include "DpTokenBucket.h"
 
 #include "bess/control.pb.h"
+
+#include <vector>
 
 namespace Vexdp {
 
 class Trap : public Module {
  public:
+   static constexpr std::size_t kClasses = 8; // those from 7 on share one
+   static constexpr double kRate = 10000;     // packets a second
+   static constexpr double kMostAtOnce = 1000;
+
    static const ModuleClass & moduleClass();
    static Outcome check( const bess::pb::EmptyArg & ) { return {}; }
-   Trap( Identity identity, const bess::pb::EmptyArg & ) : Module( std::move( identity ) ) {}
+   Trap( Identity identity, const bess::pb::EmptyArg & ) :
+        Module( std::move( identity ) ), up_( kClasses + 2, TokenBucket( kRate, kMostAtOnce ) ) {}
 
    // Points it at a policy. ENOENT: there is no such policy.
    Outcome applyPolicy( const vex::pb::PolicyApplyArg & arg );
@@ -23,7 +35,10 @@ class Trap : public Module {
    std::string desc() const override;
 
  private:
+   TokenBucket & upTo( const Packet & packet );
+
    RuleBinding policy_;
+   std::vector< TokenBucket > up_; // by class, then ARP, then the rest
 };
 
 } // namespace Vexdp

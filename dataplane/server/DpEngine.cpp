@@ -248,6 +248,13 @@ void Engine::trace( const TracePacketRequest & request, TracePacketReply & reply
    report( { request.intfname(), {}, "TracePacket" }, tracePacket( graph_, counters_, request, reply ), reply );
 }
 
+void Engine::drops( DropsReply & reply ) const {
+   const Hold hold( *this );
+   listDrops( graph_, reply );
+   reply.set_timestamp(
+        std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count() );
+}
+
 Outcome Engine::dump( const DumpRequest & request, std::unique_ptr< Dump > & dump ) const {
    const Hold hold( *this );
    for ( const auto & name : request.module() )

@@ -59,6 +59,7 @@ class Engine {
 
    void lookup( const vex::pb::LookupRequest & request, vex::pb::LookupReply & reply ) const;
    void trace( const vex::pb::TracePacketRequest & request, vex::pb::TracePacketReply & reply );
+   void drops( vex::pb::DropsReply & reply ) const;
 
    // ENOENT: a module that is named is not there.
    Outcome dump( const vex::pb::DumpRequest & request, std::unique_ptr< Dump > & dump ) const;

@@ -25,4 +25,9 @@ Status EngineService::TracePacket( grpc::ServerContext *, const vex::pb::TracePa
    return Status::OK;
 }
 
+Status EngineService::Drops( grpc::ServerContext *, const vex::pb::DropsRequest *, vex::pb::DropsReply * reply ) {
+   engine_.drops( *reply );
+   return Status::OK;
+}
+
 } // namespace Vexdp

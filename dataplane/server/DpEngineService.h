@@ -9,8 +9,8 @@
 
 namespace Vexdp {
 
-// Dump, Lookup and TracePacket run on gRPC's threads. Session is served by SessionServer, which
-// takes bytes, so that it can tell a client that ends from one that sends no batch.
+// All but Session run on gRPC's threads. That is served by SessionServer, which takes bytes, so that it can tell a
+// client that ends from one that sends no batch.
 class EngineService final : public vex::pb::Engine::WithRawMethod_Session< vex::pb::Engine::Service > {
  public:
    explicit EngineService( Engine & engine ) : engine_( engine ) {}
@@ -21,6 +21,8 @@ class EngineService final : public vex::pb::Engine::WithRawMethod_Session< vex::
                         vex::pb::LookupReply * reply ) override;
    grpc::Status TracePacket( grpc::ServerContext *, const vex::pb::TracePacketRequest * request,
                              vex::pb::TracePacketReply * reply ) override;
+   grpc::Status Drops( grpc::ServerContext *, const vex::pb::DropsRequest * request,
+                       vex::pb::DropsReply * reply ) override;
 
  private:
    Vexdp::Engine & engine_;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
 #include <tuple>
 
 namespace Vexdp {
@@ -99,6 +100,33 @@ Outcome describeModule( const Graph & graph, const std::string & name, GetModule
    fillOutputGates( *module, response );
    response.set_deadends( module->deadEnds() );
    return {};
+}
+
+namespace {
+// "no route to ... in VRF ..."
+std::string inWords( std::string_view format ) {
+   std::string words;
+   for ( std::size_t i = 0; i < format.size(); ++i ) {
+      const auto end = format[ i ] == '{' ? format.find( '}', i ) : std::string_view::npos;
+      words += end == std::string_view::npos ? std::string( 1, format[ i ] ) : "...";
+      if ( end != std::string_view::npos ) i = end;
+   }
+   return words;
+}
+} // namespace
+
+void listDrops( const Graph & graph, vex::pb::DropsReply & reply ) {
+   for ( const auto & [ name, module ] : graph.modules() ) {
+      // A text may stand at several places.
+      std::map< std::string, std::uint64_t > drops;
+      for ( const auto & drop : module->drops() ) drops[ inWords( drop.reason ) ] += drop.packets;
+      for ( const auto & [ reason, packets ] : drops ) {
+         auto & drop = *reply.add_drop();
+         drop.set_module( name );
+         drop.set_reason( reason );
+         drop.set_packets( packets );
+      }
+   }
 }
 
 } // namespace Vexdp

@@ -4,6 +4,7 @@
 #include "DpGraph.h"
 
 #include "bess/control.pb.h"
+#include "vex/engine.pb.h"
 
 namespace Vexdp {
 
@@ -14,5 +15,8 @@ Outcome describeClass( const std::string & name, bess::pb::GetMclassInfoResponse
 void listModules( const Graph & graph, bess::pb::ListModulesResponse & response );
 // Its connected gates, with what passed them. ENOENT: there is no module of the name.
 Outcome describeModule( const Graph & graph, const std::string & name, bess::pb::GetModuleInfoResponse & response );
+
+// Those that lost packets, by name, with their reasons.
+void listDrops( const Graph & graph, vex::pb::DropsReply & reply );
 
 } // namespace Vexdp

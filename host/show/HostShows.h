@@ -12,6 +12,7 @@ Commands routeShows();     // routes, pending
 Commands adjacencyShows(); // nexthops, adjacencies
 Commands interfaceShows(); // interfaces, neighbors, tunnels, vrfs
 Commands portShows();      // ports, workers
+Commands dropShows();      // drops
 Commands ipsecShows();     // ipsec connections, ipsec sas, ipsec flows
 Commands aclShows();       // access-lists, policy-map, control-plane
 Commands bridgingShows();  // vrrp, vlans, nat

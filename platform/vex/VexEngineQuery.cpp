@@ -143,6 +143,11 @@ std::unique_ptr< EngineCall > EngineQuery::tracePacket( const vex::pb::TracePack
    return askUnary( stub_, request, std::move( done ), &vex::pb::Engine::StubInterface::async_interface::TracePacket );
 }
 
+std::unique_ptr< EngineCall > EngineQuery::drops( Done< vex::pb::DropsReply > done ) {
+   return askUnary( stub_, vex::pb::DropsRequest(), std::move( done ),
+                    &vex::pb::Engine::StubInterface::async_interface::Drops );
+}
+
 std::unique_ptr< EngineDump > EngineQuery::dump( const vex::pb::DumpRequest & request, std::function< void() > ready ) {
    const auto reader = std::make_shared< DumpReader >( request, std::move( ready ) );
    reader->begin( stub_->service, reader );

@@ -9,6 +9,7 @@
 
 namespace vex::pb {
 class Batch;
+class DropsReply;
 class DumpRequest;
 class LookupReply;
 class LookupRequest;
@@ -51,6 +52,8 @@ class EngineQuery {
    std::unique_ptr< EngineCall > lookup( const vex::pb::LookupRequest & request, Done< vex::pb::LookupReply > done );
    std::unique_ptr< EngineCall > tracePacket( const vex::pb::TracePacketRequest & request,
                                               Done< vex::pb::TracePacketReply > done );
+   // What was lost in the graph.
+   std::unique_ptr< EngineCall > drops( Done< vex::pb::DropsReply > done );
    // `ready` is called on the loop, any number of times: next() or ended() may have changed.
    std::unique_ptr< EngineDump > dump( const vex::pb::DumpRequest & request, std::function< void() > ready );
 

@@ -4,6 +4,8 @@
 
 #include "DpKyAcl.h"
 #include "DpKyAclDb.h"
+#include "DpListing.h"
+#include "DpTrap.h"
 
 #include <spdlog/sinks/ostream_sink.h>
 #include <spdlog/spdlog.h>
@@ -250,6 +252,51 @@ TEST( ControlPlanePolicy, classifiesWhatIsForTheRouterItself ) {
               "trap: control-plane policy 1, rule 2 of 2, traffic class 0, handed to the router" );
    EXPECT_EQ( router.counters.value( 3 ), 1u );
    EXPECT_EQ( router.counters.value( 4 ), 1u );
+}
+
+// The device of an interface in the router's kernel.
+class Kernel : public Outlet {
+ public:
+   void send( Packet && packet ) override {
+      const Packet gone = std::move( packet );
+      ++packets;
+   }
+   unsigned packets = 0;
+};
+
+TEST( ControlPlanePolicy, aFloodOfOneClassLeavesTheOthersTheWayUp ) {
+   Router router;
+   router.set( R"(
+      create db KyAclDb
+      db createPolicy acl_id: 1 acl_target: 2 rule { proto: 6 dst_port_lower: 179 dst_port_upper: 179 action_tc: true tc_data: 6 }
+      trap applyPolicy policy_id: 1
+   )" );
+   Kernel kernel;
+   const auto wire = router.graph.wires().of( "et1" );
+   wire->kernel = &kernel;
+   const auto deliver = [ & ]( unsigned count, const std::string & text, std::uint16_t type ) {
+      Walk walk( router.counters, Purpose::live );
+      const auto before = kernel.packets;
+      for ( unsigned i = 0; i < count; ++i ) {
+         auto packet = Router::described( "dst: @10.1.0.1 " + text );
+         prependEthernet( packet, Router::kEt1, { { 0x02, 0xbb, 0, 0, 0, 1 } }, type );
+         walk.run( *router.graph.find( "rx_et1" ), std::move( packet ) );
+      }
+      return kernel.packets - before;
+   };
+   router.set( "fibIpv4 addRoute vrf: 0 prefix: @10.1.0.1 prefix_len: 32 fec_id: 0" );
+   constexpr unsigned kFlood = 60000;
+   const auto taken = deliver( kFlood, "proto: 1 icmp_type: 8", kEtherTypeIpv4 );
+   EXPECT_GE( taken, Trap::kMostAtOnce );
+   EXPECT_LT( taken, kFlood );
+   EXPECT_EQ( deliver( 500, "proto: 6 dport: 179", kEtherTypeIpv4 ), 500u );
+   EXPECT_EQ( deliver( 500, "", 0x0806 ), 500u );
+   vex::pb::DropsReply drops;
+   listDrops( router.graph, drops );
+   ASSERT_EQ( drops.drop_size(), 1 );
+   EXPECT_EQ( drops.drop( 0 ).ShortDebugString(),
+              fmt::format( "module: \"trap\" reason: \"more of its class than the router takes\" packets: {}",
+                           kFlood - taken ) );
 }
 
 // Says by hand, from the texts of record and packet, what the table must say of the packet's bytes.
