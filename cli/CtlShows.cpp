@@ -38,6 +38,12 @@ std::string viaInWords( const Json & via ) {
                     labelled( "through", member( via, "tunnel" ) ), labelled( "weight", member( via, "weight" ) ) } );
 }
 
+// "3 another device (10.9.0.0/16 by eth0)"
+std::string refusalInWords( const Json & refusal ) {
+   return joined(
+        { member( refusal, "count" ), member( refusal, "reason" ), "(" + member( refusal, "example" ) + ")" } );
+}
+
 std::string groupedNumber( const Json & value ) { return grouped( value.get< std::uint64_t >() ); }
 std::string secondsInWords( const Json & value ) { return seconds( value.get< double >() ); }
 std::string agoInWords( const Json & value ) { return seconds( value.get< double >() ) + " ago"; }
@@ -101,9 +107,24 @@ std::vector< Show > routingShows() {
           .help = "routes that the router was told, and what has become of them",
           .words = { vrfWord, matchWord },
           .columns = { text( "VRF", "vrf" ), text( "Prefix", "prefix" ), text( "Type", "type" ),
-                       text( "State", "state" ), number( "FEC", "fec" ), list( "Via", "via", viaInWords ),
+                       text( "Source", "source" ), text( "Protocol", "protocol" ), number( "Distance", "distance" ),
+                       number( "Metric", "metric" ), text( "State", "state" ), number( "FEC", "fec" ),
+                       list( "Via", "via", viaInWords ), shown( "Stale", "stale", inWords ),
                        text( "Reason", "reason" ) },
           .footer = counted( "route", "routes" ) },
+        { .command = "show sources",
+          .help = "who tells the router routes, and how that is going",
+          .columns = { text( "Source", "source" ), shown( "Connected", "connected", inWords ), text( "Peer", "peer" ),
+                       count( "Routes", "routes" ), count( "Stale", "stale" ), count( "Refused", "refused" ),
+                       count( "Next hops", "nextHops" ), count( "Messages", "messages" ), count( "Bytes", "bytes" ),
+                       number( "Losses", "losses" ), text( "Last loss", "lastLoss" ), text( "Sweep", "sweep" ),
+                       list( "Refused because", "refusals", refusalInWords ), text( "Error", "error" ) } },
+        { .command = "source",
+          .help = "have a source tell everything again, and sweep what it does not tell any more",
+          .words = { { "", "source", "NAME" }, { "", "operation", "resync|sweep|hold" } },
+          .view = []( const Given &, std::ostream & out ) -> std::unique_ptr< View > {
+             return std::make_unique< QuietView >( out );
+          } },
         { .command = "show nexthops",
           .help = "entries of the interfaces' next-hop tables",
           .words = { { "", "interface", "INTERFACE" } },

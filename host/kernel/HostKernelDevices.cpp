@@ -146,8 +146,9 @@ void KernelDevices::appeared( Kynet::IntfId intfId, Device & device, U32 index )
    device.configured = false;
    device.tryAt = device.backOff = 0;
    device.error.clear();
+   if ( index != 0 ) byIndex_[ index ] = intfId;
+   events_.indexChanged();
    if ( index == 0 ) return;
-   byIndex_[ index ] = intfId;
    tellNeighbors( intfId, index );
 }
 

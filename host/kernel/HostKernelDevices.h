@@ -44,6 +44,8 @@ class KernelDevices : public Gant::StateMachine {
       std::function< void( Kynet::IntfId, const Kynet::IpGenAddr & ) > neighborGone;
       // What carrying() says has changed; `lost` is the index of the device that carries no more, 0: one carries now.
       std::function< void( U32 lost ) > carryingChanged;
+      // A device is there, or not any more: intfAt() tells.
+      std::function< void() > indexChanged;
    };
    KernelDevices( KernelNamespace & space, const NeighborWants & wants, Events events, KernelTell tell );
    ~KernelDevices() override;
@@ -58,6 +60,11 @@ class KernelDevices : public Gant::StateMachine {
 
    // The device's index, while it is there, up and has a carrier.
    std::optional< U32 > carrying( Kynet::IntfId intfId ) const;
+   // Whose device has the index.
+   std::optional< Kynet::IntfId > intfAt( U32 index ) const {
+      const auto at = byIndex_.find( index );
+      return at == byIndex_.end() ? std::nullopt : std::optional( at->second );
+   }
    // Why the device is not as it should be; empty: it is.
    std::string error( Kynet::IntfId intfId ) const;
 

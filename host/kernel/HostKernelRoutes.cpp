@@ -381,7 +381,8 @@ bool KernelRoutes::isLocal( const Family< P > & family, const Mirel::Route & rou
 
 bool KernelRoutes::isWanted( const Mirel::Route & route ) const {
    const auto teller = Teller( route.protocol() );
-   const bool told = teller != Teller::connected_ && teller != Teller::neighbor_;
+   // What the kernel told it has; what FPM told, the routing suite writes there itself.
+   const bool told = teller == Teller::command_ || teller == Teller::description_ || teller == Teller::routeFile_;
    return args_.wanted && told &&
           ( route.routeType() == Mirel::RouteType::forward_ || route.routeType() == Mirel::RouteType::drop_ );
 }

@@ -13,6 +13,9 @@ struct KernelTwin::Place : KernelNamespace::Watcher {
                    [ &twin ]( auto intfId, auto & addr ) { twin.neighborGone( intfId, addr ); },
                    [ this ]( U32 lost ) {
                       if ( routes ) routes->handleCarrying( lost );
+                   },
+                   [ &twin ] {
+                      if ( twin.indexWatcher_ ) twin.indexWatcher_();
                    } },
                  twin.tell_ ) {}
    void onStands() override {
@@ -97,6 +100,11 @@ void KernelTwin::deviceDel( Kynet::IntfId intfId ) {
 
 void KernelTwin::routesWrittenIs( bool written ) {
    if ( std::exchange( routesWritten_, written ) != written ) reviewVrfs();
+}
+
+std::optional< Kynet::IntfId > KernelTwin::intfAt( const std::string & netns, U32 index ) const {
+   const auto place = places_.find( netns );
+   return place == places_.end() ? std::nullopt : place->second->devices.intfAt( index );
 }
 
 std::string KernelTwin::error( Kynet::IntfId intfId ) const {

@@ -38,6 +38,11 @@ class KernelTwin : public Gant::StateMachine {
    // Whether the kernel gets the router's routes (its local addresses it gets always). From the start: yes.
    void routesWrittenIs( bool written );
 
+   // The interface whose device in the namespace has the index.
+   std::optional< Kynet::IntfId > intfAt( const std::string & netns, U32 index ) const;
+   // Called when the answers of intfAt() may have changed.
+   void indexWatcherIs( std::function< void() > watcher ) { indexWatcher_ = std::move( watcher ); }
+
    // Why the interface's device is not as it should be; empty: it is, or there is none to be.
    std::string error( Kynet::IntfId intfId ) const;
    // Every namespace stands, and nothing is under way but for what was refused.
@@ -70,6 +75,7 @@ class KernelTwin : public Gant::StateMachine {
    RouterState & state_;
    const KernelTell tell_;
    bool routesWritten_ = true;
+   std::function< void() > indexWatcher_;
    std::map< Kynet::IntfId, KernelDeviceAt > devices_;
    NeighborWants wants_;
    Uses uses4_, uses6_;

@@ -121,10 +121,16 @@ void Collection::process() {
 
 void Collection::sources() {
    const auto & state = daemon_.state();
-   for ( U8 number = Teller::connected_; number <= Teller::kernel_; ++number )
+   for ( U8 number = Teller::connected_; number < tellers; ++number ) {
+      const Teller teller( number );
+      const Labels labels{ { "source", nameOfTeller( teller ) } };
       samples_.gauge( "vexl3_source_routes", "Routes that a source offers, in use or waiting behind another source's.",
-                      static_cast< double >( state.routes( Teller( number ) ) ),
-                      { { "source", Teller( number ).stringValue() } } );
+                      static_cast< double >( state.routes( teller ) ), labels );
+      samples_.gauge(
+           "vexl3_source_stale_routes", "Of these, those that it has not told again since it came back.",
+           static_cast< double >( state.routes4().staleRoutes( teller ) + state.routes6().staleRoutes( teller ) ),
+           labels );
+   }
    samples_.gauge( "vexl3_neighbors", "Resolved neighbours.",
                    static_cast< double >( state.tree().arp->neighborIterator().size() ) );
 }

@@ -34,6 +34,10 @@ Supervisor::Config withWatcher( Supervisor::Config config, KernelDeviceWatcher *
    return config;
 }
 
+void tellOfSource( const std::string & text, bool error ) {
+   spdlog::log( error ? spdlog::level::warn : spdlog::level::info, "{}", text );
+}
+
 void tellSourceError( const SourceError & error ) { spdlog::error( "{}", error.stringValue() ); }
 
 } // namespace
@@ -74,14 +78,22 @@ Daemon::Daemon( Options options ) :
      options_( std::move( options ) ), startedAt_( systemSeconds() ), begunAt_( Gant::activityManager()->now() ),
      kernel_( state_, []( const std::string & error ) { spdlog::warn( "{}", error ); } ),
      kernelJoint_( std::make_unique< KernelJoint >( kernel_ ) ), sources_( state_, options_.sources, tellSourceError ),
+     fpm_( state_, options_.fpm,
+           { [ this ]( U32 index ) {
+               return kernel_.intfAt( state_.vrfBook().netns( L3::VrfName::defaultVrf() ), index );
+            },
+             [ this ] { return backlog(); }, tellOfSource } ),
      supervisor_( state_.tree(), withWatcher( options_.dataPlane, kernelJoint_.get() ),
                   { [ this ] { return !sources_.busy(); },
                     [ this ] {
                        if ( feedHeld_ ) postFeed();
+                       if ( !backlog() ) fpm_.resume();
                     },
                     [ this ] { tellFed(); } } ),
      clock_( Gant::activityManager()->newClock() ), clockReactor_( std::make_unique< GantClock >( this ) ) {
    state_.keysRefusedIs( options_.keysRefused() );
+   state_.sources().quietIs( options_.sourceQuiet );
+   kernel_.indexWatcherIs( [ this ] { fpm_.devicesChanged(); } );
    clock_->timeMinIs( clock_->now() + trimEvery );
 }
 
@@ -103,12 +115,14 @@ bool Daemon::run() {
          return false;
       }
    supervisor_.start();
+   fpm_.start( state_.vrfBook().netns( L3::VrfName::defaultVrf() ) );
    postFeed();
    notifyReady( "waiting for the data plane" );
    Gant::activityManager()->turnWatcherIs( [ this ]( double began, double ended ) { handleTurn( began, ended ); } );
    Gant::activityManager()->run();
    Gant::activityManager()->turnWatcherIs( nullptr );
    control_.close();
+   fpm_.stop();
    signals_ = nullptr;
    return true;
 }

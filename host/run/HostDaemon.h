@@ -6,6 +6,7 @@
 
 #include "HostControlServer.h"
 #include "HostDaemonControl.h"
+#include "HostFpmServer.h"
 #include "HostKernelTwin.h"
 #include "HostMeters.h"
 #include "HostMetrics.h"
@@ -61,6 +62,7 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    KernelTwin kernel_;
    const std::unique_ptr< KernelJoint > kernelJoint_;
    Sources sources_;
+   FpmServer fpm_;
    Supervisor supervisor_;
    ControlServer control_{ *this };
    Metrics metrics_{ *this };

@@ -71,6 +71,7 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
    Options options;
    options.socket = defaultSocket();
    std::vector< std::string > log, trace;
+   std::string fpm = "127.0.0.1:2620";
    CLI::App app( "The daemon around the layer-3 agent: tells it the router's state, and keeps its data plane." );
    app.set_version_flag( "--version", "vexl3d " VEXL3_VERSION );
    app.add_option( "-c,--config", options.sources.description, "the router description, YAML" )->type_name( "FILE" );
@@ -116,6 +117,19 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
    app.add_option( "--metrics", options.metrics, "serve metrics for Prometheus at this address, under /metrics" )
         ->type_name( "ADDRESS:PORT" )
         ->check( wrongMetricsAddress );
+   app.add_option( "--fpm", fpm, "where FRR's zebra connects to tell its routes (-M dplane_fpm_nl); off: nowhere" )
+        ->type_name( "ADDRESS:PORT|off" )
+        ->capture_default_str()
+        ->check( []( const std::string & text ) {
+           FpmServer::Config config;
+           return parseFpm( text, config );
+        } );
+   app.add_option( "--source-quiet", options.sourceQuiet,
+                   "seconds in which a source that was lost and is back tells nothing new, after which what it has not "
+                   "told again is removed" )
+        ->type_name( "SECONDS" )
+        ->capture_default_str()
+        ->check( CLI::Range( 0.0, 86400.0 ).description( "" ) );
    app.add_option( "--log", log, "log the traces of a unit up to a level from 0 to 9; * is every unit" )
         ->type_name( "UNIT=LEVEL" )
         ->check( checkUnitLevel );
@@ -131,6 +145,7 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
       exitCode = app.exit( error ) == 0 ? 0 : 2;
       return std::nullopt;
    }
+   parseFpm( fpm, options.fpm );
    options.log = unitLevels( log );
    options.trace = unitLevels( trace );
    return options;

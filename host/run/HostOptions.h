@@ -1,6 +1,7 @@
 // The daemon's command line.
 #pragma once
 
+#include "HostFpmServer.h"
 #include "HostSources.h"
 #include "HostSupervisor.h"
 
@@ -20,9 +21,11 @@ struct Options {
    SourceFiles sources;
    Supervisor::Config dataPlane;
    std::string socket;
-   std::string metrics;            // ADDRESS:PORT; empty: there are none
-   std::vector< UnitLevel > log;   // what of the traces goes to the log
-   std::vector< UnitLevel > trace; // what of them goes to the ring
+   std::string metrics; // ADDRESS:PORT; empty: there are none
+   FpmServer::Config fpm;
+   double sourceQuiet = SourceTable::quietByDefault; // seconds
+   std::vector< UnitLevel > log;                     // what of the traces goes to the log
+   std::vector< UnitLevel > trace;                   // what of them goes to the ring
    bool checkConfig = false;
 
    // Why the router is told no IPsec connections: their keys would be read on their way. Empty: it is.

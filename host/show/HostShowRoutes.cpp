@@ -1,6 +1,7 @@
 // show routes: what the router was told, and what has become of it. show pending: what waits, and for what.
 
 #include "HostAgentView.h"
+#include "HostRouterState.h"
 #include "HostShows.h"
 #include "HostSortedRuns.h"
 #include "HulAclSm.h"
@@ -37,34 +38,74 @@ Json viasOf( const Mirel::Vias * vias ) {
    return out;
 }
 
-template < typename Table, typename Prefix >
-Json rowOf( const AgentView & session, const Table & table, const Key & key, const Prefix & prefix ) {
-   const auto route = table.route( key.vrfId, prefix );
-   if ( !route ) return {};
+// Who offers it, and what decides between several.
+void originFacts( const Origin & origin, bool stale, Json & row ) {
+   row[ "source" ] = nameOfTeller( origin.teller );
+   if ( origin.protocol != 0 ) row[ "protocol" ] = nameOfProtocol( origin.protocol );
+   row[ "distance" ] = origin.distance;
+   row[ "metric" ] = origin.metric;
+   if ( stale ) row[ "stale" ] = true;
+}
+
+template < typename Book, typename Table, typename Prefix >
+Json rowOf( const AgentView & session, const Book & book, const Table & table, const Key & key,
+            const Prefix & prefix ) {
+   const auto slot = table.slot( key.vrfId, prefix );
+   if ( !slot ) return {};
+   const auto route = table.routeAt( *slot );
    const Hul::VrfId vrfId( key.vrfId );
    Json row{ { "vrf", vrfName( session, vrfId ) },
              { "prefix", prefix.stringValue() },
-             { "type", route->routeType().stringValue() } };
+             { "type", route.routeType().stringValue() } };
    const auto state = session.agent()->hulVrfRootSm()->routeState( vrfId, key.prefix );
    row[ "state" ] = state.progress.stringValue();
+   row[ "holds" ] = true;
+   if ( book.table().slot( key.vrfId, prefix ) == slot )
+      originFacts( book.originAt( *slot ), book.staleAt( *slot ), row );
    if ( const auto & told = session.routeDb()->route( Hul::VrfAndIpGenPrefix( vrfId, key.prefix ) ) )
       row[ "fec" ] = told->fecKey().value();
    if ( !state.reason.empty() ) row[ "reason" ] = state.reason;
-   row[ "via" ] = viasOf( table.fec( route->fecId() ) );
+   row[ "via" ] = viasOf( table.fec( route.fecId() ) );
    return row;
 }
 
-Json rowOf( const AgentView & session, const Key & key ) {
+// The offers that wait behind the one that holds.
+template < typename Book, typename Prefix >
+void waitingRows( const AgentView & session, const Book & book, const Key & key, const Prefix & prefix, Output & out ) {
+   const auto offers = book.offers( key.vrfId, prefix );
+   for ( size_t at = 1; at < offers.size(); ++at ) {
+      const auto & offer = offers[ at ];
+      Json row{ { "vrf", vrfName( session, Hul::VrfId( key.vrfId ) ) },
+                { "prefix", prefix.stringValue() },
+                { "type", Mirel::RouteType( offer.kind ).stringValue() },
+                { "state", "waiting" },
+                { "holds", false } };
+      originFacts( book.originOf( offer ), book.stale( offer ), row );
+      row[ "via" ] = viasOf( book.table().fec( offer.fecId ) );
+      out.row( row );
+   }
+}
+
+Json rowOf( const AgentView & session, const RouterState & state, const Key & key ) {
    const auto & routing = session.routing();
    if ( key.prefix.af() == Kynet::AddressFamily::ipv4_ )
-      return rowOf( session, *routing.routeStatus(), key, key.prefix.v4Prefix() );
-   return rowOf( session, *routing.route6Status(), key, key.prefix.v6Prefix() );
+      return rowOf( session, state.routes4(), *routing.routeStatus(), key, key.prefix.v4Prefix() );
+   return rowOf( session, state.routes6(), *routing.route6Status(), key, key.prefix.v6Prefix() );
+}
+
+void waitingRows( const AgentView & session, const RouterState & state, const Key & key, Output & out ) {
+   if ( key.prefix.af() == Kynet::AddressFamily::ipv4_ )
+      waitingRows( session, state.routes4(), key, key.prefix.v4Prefix(), out );
+   else
+      waitingRows( session, state.routes6(), key, key.prefix.v6Prefix(), out );
 }
 
 class AllRoutes : public Answer {
  public:
-   AllRoutes( const AgentView & session, const std::vector< std::pair< U32, std::string > > & vrfs ) :
-        session_( session ) {
+   AllRoutes( const AgentView & session, const RouterState & state,
+              const std::vector< std::pair< U32, std::string > > & vrfs ) :
+        session_( session ),
+        state_( state ) {
       for ( const auto & [ vrfId, name ] : vrfs ) vrfs_.insert( vrfId );
    }
    Step step( Output & out ) override {
@@ -72,7 +113,7 @@ class AllRoutes : public Answer {
       if ( gathering_ == 4 ) return gather( *routing.routeStatus() );
       if ( gathering_ == 6 ) return gather( *routing.route6Status() );
       while ( !keys_.empty() && !out.full() )
-         if ( const auto row = rowOf( session_, keys_.take() ); !row.is_null() ) out.row( row );
+         if ( const auto row = rowOf( session_, state_, keys_.take() ); !row.is_null() ) out.row( row );
       return keys_.empty() ? Step::done : Step::more;
    }
 
@@ -94,6 +135,7 @@ class AllRoutes : public Answer {
 
    static constexpr U32 slotsAtOnce = 16384;
    const AgentView session_;
+   const RouterState & state_;
    std::set< U32 > vrfs_;
    SortedRuns< Key > keys_;
    U32 slot_ = 0;
@@ -111,7 +153,8 @@ std::optional< Key > find( const Table & table, U32 vrfId, const Address & addre
    return match ? std::optional( Key{ vrfId, match->prefix } ) : std::nullopt;
 }
 
-void matches( const AgentView & session, const std::string & vrf, const std::string & text, Output & out ) {
+void matches( const AgentView & session, const RouterState & state, const std::string & vrf, const std::string & text,
+              Output & out ) {
    const auto target = targetOf( text );
    const auto & routing = session.routing();
    bool found = false;
@@ -122,7 +165,8 @@ void matches( const AgentView & session, const std::string & vrf, const std::str
                             : find< Mirel::Fib6::RouteStatus, Kynet::Ip6Prefix >( *routing.route6Status(), vrfId,
                                                                                   target.address.v6Addr(), target.len );
       if ( !key ) continue;
-      out.row( rowOf( session, *key ) );
+      out.row( rowOf( session, state, *key ) );
+      waitingRows( session, state, *key, out );
       found = true;
    }
    if ( !found )
@@ -133,9 +177,10 @@ void matches( const AgentView & session, const std::string & vrf, const std::str
 
 std::unique_ptr< Answer > routes( const Asked & asked ) {
    const AgentView session( asked.daemon );
+   const RouterState & state = asked.daemon.state();
    const auto vrf = asked.question.text( "vrf" ), text = asked.question.text( "match" );
-   if ( text.empty() ) return std::make_unique< AllRoutes >( session, vrfsOf( session, vrf ) );
-   return atOnce( [ session, vrf, text ]( Output & out ) { matches( session, vrf, text, out ); } );
+   if ( text.empty() ) return std::make_unique< AllRoutes >( session, state, vrfsOf( session, vrf ) );
+   return atOnce( [ session, &state, vrf, text ]( Output & out ) { matches( session, state, vrf, text, out ); } );
 }
 
 std::unique_ptr< Answer > pending( const Asked & asked ) {

@@ -69,7 +69,7 @@ class Findings {
 };
 
 void Findings::held() {
-   auto & state = daemon_.state();
+   const auto & state = daemon_.state();
    if ( v4() ) {
       held_ = heldRoute( state, asked_.vrfId, asked_.address.v4Addr() );
       if ( held_ ) prefix_ = held_->prefix;
@@ -79,7 +79,13 @@ void Findings::held() {
    if ( !prefix_ ) return;
    row_[ "prefix" ] = prefix_->stringValue();
    if ( held_ ) row_[ "type" ] = held_->route.routeType().stringValue();
-   row_[ "offers" ] = offersOf( state, asked_.vrfId, *prefix_ );
+   auto offers = Json::array();
+   for ( const auto & offer : offersOf( state, asked_.vrfId, *prefix_ ) )
+      offers.push_back( { { "source", offer.source },
+                          { "inUse", offer.inUse },
+                          { "type", offer.ways.kind.stringValue() },
+                          { "via", inJson( offer.ways ) } } );
+   row_[ "offers" ] = std::move( offers );
 }
 
 void Findings::acknowledged( U32 command ) {

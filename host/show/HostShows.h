@@ -9,6 +9,7 @@ namespace Host {
 
 Commands fibShows();       // fib
 Commands routeShows();     // routes, pending
+Commands sourceShows();    // sources, and source
 Commands adjacencyShows(); // nexthops, adjacencies
 Commands interfaceShows(); // interfaces, neighbors, tunnels, vrfs
 Commands portShows();      // ports, workers

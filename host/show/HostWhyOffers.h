@@ -6,8 +6,16 @@
 
 namespace Host {
 
-// Of the VRF's route of the prefix, a row for each offer, the one that holds first: its source in words, whether it is
-// in use, and where it is known its type and ways.
-Json offersOf( RouterState & state, U32 vrfId, const Kynet::IpGenPrefix & prefix );
+struct OfferFacts {
+   std::string source; // in words
+   bool inUse = false;
+   Ways ways; // as they were asked for
+};
+
+// Of the VRF's route of the prefix, the one in use first.
+std::vector< OfferFacts > offersOf( const RouterState & state, U32 vrfId, const Kynet::IpGenPrefix & prefix );
+
+// The ways of a route as members of a row.
+Json inJson( const Ways & ways );
 
 } // namespace Host

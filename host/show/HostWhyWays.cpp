@@ -3,6 +3,7 @@
 #include "HostKeptPort.h"
 #include "HostPorts.h"
 #include "HostRouterState.h"
+#include "HostWhyOffers.h"
 #include "VexL3AgentSm.h"
 #include "VexL3Modules.h"
 
@@ -151,7 +152,7 @@ class WaysOf {
    }
 
    DaemonControl & daemon_;
-   RouterState & state_;
+   const RouterState & state_;
    const U32 vrfId_;
    const Kynet::IpAddr address_;
    const int depth_;

@@ -47,6 +47,8 @@ RouteFile::RouteFile( RouterState & state, RouteFileConfig config, SourceErrors 
      errors_( errors ), v4_{ state.routes4() }, v6_{ state.routes6() } {
    const auto vrfId = state_.vrfBook().id( config_.vrf );
    if ( config_.path.empty() ) {
+      v4_.book.mark( Teller::routeFile() );
+      v6_.book.mark( Teller::routeFile() );
       phase_ = Phase::removing;
    } else if ( !vrfId ) {
       errors_.add( { config_.path, 0, textOf( config_.vrf ) + " does not exist" } );
@@ -56,6 +58,8 @@ RouteFile::RouteFile( RouterState & state, RouteFileConfig config, SourceErrors 
       phase_ = Phase::over;
    } else {
       vrfId_ = *vrfId;
+      v4_.book.mark( Teller::routeFile() );
+      v6_.book.mark( Teller::routeFile() );
       makeGroups( v4_, true );
       makeGroups( v6_, false );
    }
@@ -107,7 +111,9 @@ bool RouteFile::step( size_t most ) {
       ++line_;
       line( text.substr( 0, text.find( '#' ) ) );
    }
-   if ( phase_ == Phase::removing && remove( v6_, remove( v4_, most ) ) != 0 ) phase_ = Phase::over;
+   if ( phase_ == Phase::removing && !v4_.book.sweep( Teller::routeFile(), v4_.at, most ) &&
+        !v6_.book.sweep( Teller::routeFile(), v6_.at, most ) )
+      phase_ = Phase::over;
    return phase_ != Phase::over;
 }
 
@@ -136,18 +142,11 @@ void RouteFile::route( Family< P > & family, const P & prefix, std::string_view 
    if ( auto wrong = wrongPrefix( prefix ); !wrong.empty() ) return error( prefix.stringValue() + ": " + wrong );
    const auto & ways = waysOf( family, prefix, hops );
    if ( ways.fecId == 0 ) return error( prefix.stringValue() + ": " + ways.wrong );
-   const auto & table = family.book.table();
-   auto slot = table.slot( vrfId_, prefix );
-   if ( slot && *slot < family.seen.size() && family.seen[ *slot ] &&
-        tellerOf( table.routeAt( *slot ) ) == Teller::routeFile_ )
+   if ( family.book.fresh( vrfId_, prefix, Teller::routeFile() ) )
       return error( prefix.stringValue() + ": an earlier line has the prefix already" );
    family.book.routeIs( vrfId_, prefix, Teller::routeFile(), ways.kind, ways.fecId );
    // What a command had put in its place.
    if ( family.book.routes( Teller::command() ) != 0 ) family.book.routeDel( vrfId_, prefix, Teller::command() );
-   if ( !slot ) slot = table.slot( vrfId_, prefix );
-   // A route that waits behind another one is marked in the place of that one.
-   if ( *slot >= family.seen.size() ) family.seen.resize( table.slots() );
-   family.seen[ *slot ] = true;
 }
 
 template < typename P >
@@ -172,25 +171,6 @@ const RouteFile::Known & RouteFile::waysOf( Family< P > & family, const P & pref
          errors_.note( { config_.path, line_, prefix.stringValue() + ": " + less } );
       }
    return family.known.emplace( std::move( text ), std::move( known ) ).first->second;
-}
-
-// What is left of `most`; nothing left: it is not through.
-template < typename P >
-size_t RouteFile::remove( Family< P > & family, size_t most ) {
-   const auto & table = family.book.table();
-   const auto seen = [ & ]( U32 slot ) { return slot < family.seen.size() && family.seen[ slot ]; };
-   for ( ; family.at < table.slots(); ++family.at ) {
-      if ( most == 0 ) return 0;
-      --most;
-      if ( !table.slotHas( family.at ) || seen( family.at ) ) continue;
-      if ( tellerOf( table.routeAt( family.at ) ) != Teller::routeFile_ ) continue;
-      const auto ref = table.refAt( family.at );
-      family.book.routeDel( ref.vrfId, ref.prefix, Teller::routeFile() );
-   }
-   for ( const auto & [ vrfId, prefix ] : family.book.waitingPrefixes( Teller::routeFile() ) )
-      if ( const auto slot = table.slot( vrfId, prefix ); slot && !seen( *slot ) )
-         family.book.routeDel( vrfId, prefix, Teller::routeFile() );
-   return most;
 }
 
 void RouteFile::error( std::string text ) { errors_.add( { config_.path, line_, std::move( text ) } ); }

@@ -34,7 +34,7 @@ struct RouteFileConfig {
 // A file that somebody is still writing (it changed while it was read, it ends within a line, it is empty) adds what it
 // has and takes nothing away: a comment alone says that there is no route.
 //
-// States: reading (lines come into the FIB), removing (routes that the file has no more leave it), over.
+// States: reading (lines come into the FIB), removing (what it did not tell again is swept), over.
 class RouteFile {
  public:
    RouteFile( RouterState & state, RouteFileConfig config, SourceErrors & errors );
@@ -58,8 +58,7 @@ class RouteFile {
       RouteBook< P > & book;
       std::vector< Known > groups{};
       std::unordered_map< std::string, Known > known{};
-      std::vector< bool > seen{}; // by slot
-      U32 at = 0;
+      U32 at = 0; // of the sweep
    };
 
    void end( LineFile::Next how );
@@ -72,8 +71,6 @@ class RouteFile {
    Known acquire( Family< P > & family, const Ways & ways );
    template < typename P >
    void makeGroups( Family< P > & family, bool tellErrors );
-   template < typename P >
-   size_t remove( Family< P > & family, size_t most );
    template < typename P >
    void forget( Family< P > & family );
    void error( std::string text );

@@ -2,10 +2,8 @@
 #pragma once
 
 #include "GantEnum.h"
-#include "GantValue.h"
-#include "KynetAddr.h"
-#include "KynetIntfId.h"
-#include "MirelFib.h"
+#include "HostTeller.h"
+#include "HostWays.h"
 #include "StateBridging.h"
 #include "StateInterface.h"
 #include "StateIpNat.h"
@@ -16,19 +14,6 @@
 #include <vector>
 
 namespace Host {
-
-// Who told it. Of routes of one prefix, the one whose source has the lowest number is in use; the others wait behind
-// it. The number is also the protocol mark of the FIB.
-GANT_ENUM( Teller, U8, ( none, 0 ), // nobody: there is none
-           ( connected, 1 ),        // follows from an interface's address
-           ( command, 2 ),          // told through the command socket
-           ( description, 3 ),      // the router description
-           ( routeFile, 4 ),        // the plain route file
-           ( neighbor, 5 ),         // the host route of a resolved neighbour
-           ( kernel, 6 ) )          // the kernel beside the router, of neighbours
-
-// In words: "the description".
-const char * textOfTeller( Teller teller );
 
 struct VrfFact {
    L3::VrfName name;
@@ -86,20 +71,6 @@ struct NeighborFact {
    Kynet::IpGenAddr addr;
    Kynet::EthAddr mac;
    friend bool operator==( const NeighborFact &, const NeighborFact & ) = default;
-};
-
-// One next hop, as asked for. Without an interface it is reached by whichever interface of the VRF has it on a
-// subnet; without an address it is whoever a tunnel leads to.
-class Hop {
-   GANT_VALUE( "Host::Hop", Hop, ( Kynet::IpGenAddr, addr ), ( Kynet::IntfId, intfId ), ( U16, weight, 1 ) )
-   bool addrHas() const { return addr_ != Kynet::IpGenAddr(); }
-};
-
-// What a route does with its packets, as asked for.
-struct Ways {
-   Mirel::RouteType kind = Mirel::RouteType::forward();
-   std::vector< Hop > hops{}; // of a `drop` none
-   friend bool operator==( const Ways &, const Ways & ) = default;
 };
 
 struct RouteFact {

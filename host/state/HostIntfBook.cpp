@@ -94,8 +94,11 @@ Gant::String wrongValue( const IntfFact & fact ) {
 
 IntfBook::IntfBook( StateTree & tree, const VrfBook & vrfs ) :
      tree_( tree ), vrfs_( vrfs ),
-     routes4_( tree.fib, [ this ]( auto vrfId, auto kind, auto & hop ) { return resolve( vrfId, kind, hop ); } ),
-     routes6_( tree.fib6, [ this ]( auto vrfId, auto kind, auto & hop ) { return resolve( vrfId, kind, hop ); } ) {}
+     routes4_(
+          tree.fib, [ this ]( auto vrfId, auto kind, auto & hop ) { return resolve( vrfId, kind, hop ); }, origins_ ),
+     routes6_(
+          tree.fib6, [ this ]( auto vrfId, auto kind, auto & hop ) { return resolve( vrfId, kind, hop ); }, origins_ ) {
+}
 
 Gant::String IntfBook::wrong( const IntfFact & fact ) const {
    if ( !vrfs_.id( fact.vrf ) ) return textOf( fact.vrf ) + " does not exist";
@@ -419,7 +422,7 @@ std::optional< Way > IntfBook::resolve( U32 vrfId, RouteType kind, const Hop & h
    }
    if ( this->vrfId( fact ) != vrfId ) return std::nullopt;
    if ( fact.tunnel ) return way( {}, intfId );
-   if ( v4 && !onSubnet( fact, hop.addr().v4Addr() ) ) return std::nullopt;
+   if ( v4 && !hop.onlink() && !onSubnet( fact, hop.addr().v4Addr() ) ) return std::nullopt;
    return way( hop.addr(), intfId );
 }
 

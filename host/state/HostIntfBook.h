@@ -54,6 +54,7 @@ class IntfBook {
    Teller routerMacTeller() const { return routerMacTeller_; } // `none` when there is no MAC
    bool kernel() const { return kernel_; }
    Teller kernelTeller() const { return kernelTeller_; } // `none` when there may be devices
+   Origins & origins() { return origins_; }
    RouteBook< Kynet::Prefix > & routes4() { return routes4_; }
    const RouteBook< Kynet::Prefix > & routes4() const { return routes4_; }
    RouteBook< Kynet::Ip6Prefix > & routes6() { return routes6_; }
@@ -105,6 +106,7 @@ class IntfBook {
    };
    std::map< Kynet::IntfId, Ipsec > ipsec_;
    std::map< Kynet::IntfId, Derived > derived_; // routes in the books, by interface, with the VRF of its fact
+   Origins origins_;
    RouteBook< Kynet::Prefix > routes4_;
    RouteBook< Kynet::Ip6Prefix > routes6_;
 };

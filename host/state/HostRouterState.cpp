@@ -42,7 +42,8 @@ Gant::String wrongPrefix( const Kynet::Ip6Prefix & prefix ) { return hostBits( p
 
 RouterState::RouterState() :
      vrfs_( tree_.allVrfStatusLocal ), intfs_( tree_, vrfs_ ), ipsec_( tree_, intfs_ ), acl_( tree_, intfs_ ),
-     vlans_( tree_ ), virtualMacs_( tree_, intfs_ ), nat_( tree_, intfs_ ) {}
+     vlans_( tree_ ), virtualMacs_( tree_, intfs_ ), nat_( tree_, intfs_ ),
+     sources_( intfs_.routes4(), intfs_.routes6() ) {}
 
 ChangeResult RouterState::vrfIs( const VrfFact & fact, Teller teller ) {
    const auto netns = vrfs_.netns( fact.name );

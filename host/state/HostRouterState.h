@@ -8,6 +8,7 @@
 #include "HostAclBook.h"
 #include "HostIpsecBook.h"
 #include "HostNatBook.h"
+#include "HostSourceTable.h"
 #include "HostVirtualMacBook.h"
 #include "HostVlanBook.h"
 
@@ -33,6 +34,10 @@ class RouterState {
    const VlanBook & vlanBook() const { return vlans_; }
    const VirtualMacBook & virtualMacBook() const { return virtualMacs_; }
    const NatBook & natBook() const { return nat_; }
+   // The sources of routes, with the sweeping of what they tell no more.
+   SourceTable & sources() { return sources_; }
+   const SourceTable & sources() const { return sources_; }
+   Origins & origins() { return intfs_.origins(); }
 
    // Each makes the object, or changes it to what is told.
    ChangeResult vrfIs( const VrfFact & fact, Teller teller );
@@ -90,6 +95,7 @@ class RouterState {
    VlanBook vlans_;
    VirtualMacBook virtualMacs_;
    NatBook nat_;
+   SourceTable sources_;
 };
 
 // Why no route of a user's can have the prefix; empty when it can.

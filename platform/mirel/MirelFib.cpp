@@ -57,10 +57,10 @@ void RouteTable< P >::store( Entry & entry, const Route & route ) {
 }
 
 template < typename P >
-bool RouteTable< P >::routeIs( U32 vrfId, const P & prefix, const Route & route ) {
+std::optional< U32 > RouteTable< P >::routePut( U32 vrfId, const P & prefix, const Route & route ) {
    GANT_ON_LOOP();
    if ( prefix.len() > PrefixBits< P >::bits || !prefix.canonical() || route.routeType() == RouteType::none_ )
-      return false;
+      return std::nullopt;
    const auto hash = hashOf( vrfId, prefix );
    auto slot = find( hash, vrfId, prefix );
    auto & vrf = this->vrf( vrfId );
@@ -74,12 +74,22 @@ bool RouteTable< P >::routeIs( U32 vrfId, const P & prefix, const Route & route 
       ++vrf.routes;
       ++vrf.lengths[ prefix.len() ];
    } else if ( routeAt( slot ) == route ) {
-      return true;
+      return slot;
    }
    store( slab_[ slot ], route );
    ++vrf.sequence;
    notifiees_.tell( &Notifiee::onRoute, Ref{ vrfId, prefix, slot } );
-   return true;
+   return slot;
+}
+
+template < typename P >
+void RouteTable< P >::routeAtIs( U32 slot, const Route & route ) {
+   GANT_ON_LOOP();
+   if ( routeAt( slot ) == route ) return;
+   const auto ref = refAt( slot );
+   store( slab_[ slot ], route );
+   ++vrf( ref.vrfId ).sequence;
+   notifiees_.tell( &Notifiee::onRoute, ref );
 }
 
 template < typename P >

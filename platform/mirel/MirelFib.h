@@ -88,7 +88,13 @@ class RouteTable : public Gant::Entity {
 
    // Writes. Each that changes something tells the watchers, none of which may write to this table. False where nothing
    // can be stored: a prefix with host bits or of an impossible length, the route type `none`, more than viasMax vias.
-   bool routeIs( U32 vrfId, const P & prefix, const Route & route );
+   bool routeIs( U32 vrfId, const P & prefix, const Route & route ) {
+      return routePut( vrfId, prefix, route ).has_value();
+   }
+   // The same, with the slot of the route.
+   std::optional< U32 > routePut( U32 vrfId, const P & prefix, const Route & route );
+   // The route in the slot, without a look-up. REQUIRES: slotHas( slot )
+   void routeAtIs( U32 slot, const Route & route );
    // False when there was no such route.
    bool routeDel( U32 vrfId, const P & prefix );
    bool fecIs( U64 fecId, const Vias & vias );

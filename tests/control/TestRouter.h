@@ -51,6 +51,7 @@ class TestRouter : public Host::DaemonControl, public RouterFacts {
    std::string changes;
 
  private:
+   std::unique_ptr< Host::RouterState > state_;
    void mount();
 
    Directory directory_;

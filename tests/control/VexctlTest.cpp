@@ -88,7 +88,7 @@ TEST_F( Vexctl, everyShowGivesOneJsonDocumentAndATable ) {
                                "tunnels",      "neighbors",    "vrfs",       "modules",       "graph",   "counters",
                                "capabilities", "capacity",     "walks",      "vlans",         "nat",     "vrrp",
                                "summary",      "status",       "version",    "errors",        "queue",   "trace",
-                               "trace-units",  "access-lists", "policy-map", "control-plane", "ports" } ) {
+                               "trace-units",  "access-lists", "policy-map", "control-plane", "ports",   "sources" } ) {
       const auto json = run( { "show", show, "--json" } );
       EXPECT_EQ( json.exitCode, 0 ) << show << json.error;
       const auto document = Json::parse( json.out, nullptr, false );

@@ -239,6 +239,43 @@ TEST( HostState, aPrefixOfSeveralSourcesShowsTheFirstAndComesBackToTheOthers ) {
    EXPECT_EQ( router.fecs(), 0u );
 }
 
+TEST( HostState, offersOfAPrefixHoldByDistanceAndMetricAndTheStaleOnesAreSwept ) {
+   HostedState router;
+   ASSERT_EQ( router.describe( twoPorts ), Lines{} );
+   auto & book = router.state.routes4();
+   const auto prefix = *Kynet::Prefix::fromString( "192.0.2.0/24" );
+   const auto offer = [ & ]( const Host::Origin & origin, const char * hop ) {
+      const auto fecId = book.fecs().acquire(
+           0, { Mirel::RouteType::forward(), { Host::Hop( *Kynet::IpGenAddr::fromString( hop ), {}, 1 ) } } );
+      EXPECT_TRUE( book.routeIs( 0, prefix, router.state.origins().id( origin ), Mirel::RouteType::forward(), fecId ) );
+      book.fecs().release( fecId );
+   };
+   const auto holder = [ & ] {
+      auto lines = router.routes( "fpm" );
+      std::ranges::copy( router.routes( "kernel" ), std::back_inserter( lines ) );
+      return lines;
+   };
+   const auto fecs = router.fecs();
+   offer( { Host::Teller::kernel(), 4, 1, 200 }, "10.0.1.2" );
+   offer( { Host::Teller::fpm(), 186, 20, 0 }, "10.0.2.2" );
+   EXPECT_EQ( holder(), Lines{ "192.0.2.0/24 forward 10.0.1.2%Ethernet1 (kernel)" } );
+   offer( { Host::Teller::kernel(), 4, 1, 100 }, "10.0.2.2" ); // beside the other one, and before it
+   EXPECT_EQ( holder(), Lines{ "192.0.2.0/24 forward 10.0.2.2%Ethernet2 (kernel)" } );
+   book.mark( Host::Teller::kernel() );
+   offer( { Host::Teller::kernel(), 4, 250, 100 }, "10.0.2.2" ); // told again, and worse
+   EXPECT_EQ( holder(), Lines{ "192.0.2.0/24 forward 10.0.1.2%Ethernet1 (kernel)" } );
+   EXPECT_EQ( book.staleRoutes( Host::Teller::kernel() ), 1u );
+   U32 at = 0;
+   EXPECT_FALSE( book.sweep( Host::Teller::kernel(), at, 1000 ) );
+   EXPECT_EQ( holder(), Lines{ "192.0.2.0/24 forward 10.0.2.2%Ethernet2 (fpm)" } );
+   for ( int marks = 0; marks < 300; ++marks ) book.mark( Host::Teller::fpm() );
+   EXPECT_EQ( book.staleRoutes( Host::Teller::fpm() ), 1u );
+   EXPECT_TRUE( book.routeDel( 0, prefix, Host::Teller::fpm() ) );
+   EXPECT_EQ( holder(), Lines{ "192.0.2.0/24 forward 10.0.2.2%Ethernet2 (kernel)" } );
+   EXPECT_TRUE( book.routeDel( 0, prefix, Host::Teller::kernel(), 100 ) );
+   EXPECT_EQ( router.fecs(), fecs );
+}
+
 TEST( HostState, nextHopsFollowTheirSubnetsAndLeaveWhatIsDown ) {
    HostedState router;
    router.describe( twoPorts );

@@ -37,10 +37,30 @@ U64 FecBook< P >::acquire( U32 vrfId, const Ways & ways ) {
    }
    const auto fecId = U64( fecs_.take() ) + 1;
    at->second = fecId;
-   fec( fecId ) = { keyVrf, 1, ways };
+   fec( fecId ) = { keyVrf, 1, ways, false };
    indexed( fecId, true );
    fib_->fecIs( fecId, vias( fec( fecId ) ) );
    return fecId;
+}
+
+template < typename P >
+U64 FecBook< P >::own( U32 vrfId, const Ways & ways ) {
+   const auto fecId = U64( fecs_.take() ) + 1;
+   fec( fecId ) = { needsVrf( ways ) ? vrfId : 0, 1, ways, true };
+   ++own_;
+   indexed( fecId, true );
+   fib_->fecIs( fecId, vias( fec( fecId ) ) );
+   return fecId;
+}
+
+template < typename P >
+void FecBook< P >::change( U64 fecId, const Ways & ways ) {
+   auto & changed = fec( fecId );
+   if ( changed.ways == ways ) return;
+   indexed( fecId, false );
+   changed.ways = ways;
+   indexed( fecId, true );
+   fib_->fecIs( fecId, vias( changed ) );
 }
 
 template < typename P >
@@ -48,7 +68,10 @@ void FecBook< P >::release( U64 fecId ) {
    auto & gone = fec( fecId );
    if ( --gone.users != 0 ) return;
    indexed( fecId, false );
-   byKey_.erase( Key{ gone.vrfId, gone.ways } );
+   if ( gone.own )
+      --own_;
+   else
+      byKey_.erase( Key{ gone.vrfId, gone.ways } );
    fib_->fecDel( fecId );
    fecs_.give( static_cast< U32 >( fecId - 1 ) );
 }

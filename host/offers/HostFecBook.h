@@ -1,11 +1,11 @@
 // The FECs of one FIB: one for each set of ways that routes ask for, counted by its users.
 #pragma once
 
-#include "HostFacts.h"
-
+#include "HostWays.h"
 #include "MirelSlab.h"
 
 #include <functional>
+#include <optional>
 
 namespace Host {
 
@@ -31,14 +31,20 @@ class FecBook {
 
    // The id of the FEC of these ways, made where there is none, with one user more.
    U64 acquire( U32 vrfId, const Ways & ways );
+   // One that is not shared with who asks for the same ways, with one user: its ways may change, and with them the
+   // routes of it, whatever their number.
+   U64 own( U32 vrfId, const Ways & ways );
+   // REQUIRES: it is an own one, and the kind stays.
+   void change( U64 fecId, const Ways & ways );
    void use( U64 fecId ) { ++fec( fecId ).users; }
    // The FEC goes with its last user.
    void release( U64 fecId );
    const Ways & ways( U64 fecId ) const { return fecs_[ static_cast< U32 >( fecId - 1 ) ].ways; }
+   U32 vrfId( U64 fecId ) const { return fecs_[ static_cast< U32 >( fecId - 1 ) ].vrfId; }
 
    // After an interface or its subnets changed.
    void review( Kynet::IntfId changed );
-   size_t fecs() const { return byKey_.size(); }
+   size_t fecs() const { return byKey_.size() + own_; }
 
  private:
    // The VRF is part of the key where packets go on: a hop is one of the VRF's.
@@ -52,6 +58,7 @@ class FecBook {
       U32 vrfId = 0;
       U32 users = 0; // 0: there is no such FEC
       Ways ways{};
+      bool own = false;
    };
    Fec & fec( U64 fecId ) { return fecs_[ static_cast< U32 >( fecId - 1 ) ]; }
    Mirel::Vias vias( const Fec & fec ) const;
@@ -61,6 +68,7 @@ class FecBook {
    Resolve resolve_;
    Mirel::Slab< Fec > fecs_; // the id is the place and one
    Gant::HashMap< Key, U64 > byKey_;
+   size_t own_ = 0;
    // The FECs that an interface is a hop of. Under none: those that any change may concern.
    Gant::HashMap< Kynet::IntfId, Gant::HashSet< U64 > > byIntf_;
 };

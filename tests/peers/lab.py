@@ -1,0 +1,176 @@
+"""Two routers with a routing suite each, and a host behind each of them:
+
+    h1 -- Ethernet1 r1 Ethernet2 -- Ethernet2 r2 Ethernet1 -- h2
+
+A router is a namespace with vexl3d, its embedded vexdp, and the suite's daemons, which know the router by its devices in
+the kernel. The judges are the hosts' ping, and what the daemons say.
+"""
+
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+BIN = pathlib.Path(os.environ.get('VEXL3_BIN', ROOT / 'build/release/bin'))
+FRR = pathlib.Path('/usr/lib/frr')
+NAME = 'vexpeers'
+DEADLINE = 60  # seconds: for what happens at some time
+
+
+def missing():
+    """Why peers cannot be tried on this machine; empty when they can."""
+    why = subprocess.run([ROOT / 'tools/lab', 'check'], capture_output=True, text=True).stdout.strip()
+    if why:
+        return why
+    if not (FRR / 'zebra').exists():
+        return 'FRR is not installed: tools/setup --peers'
+    return '' if shutil.which('bird') else 'BIRD is not installed: tools/setup --peers'
+
+
+def until(condition, what, seconds=DEADLINE):
+    end = time.monotonic() + seconds
+    while not (got := condition()):
+        if time.monotonic() > end:
+            raise AssertionError(f'not within {seconds} s: {what}')
+        time.sleep(0.1)
+    return got
+
+
+def run(*words, check=True):
+    done = subprocess.run([str(word) for word in words], capture_output=True, text=True)
+    if check and done.returncode != 0:
+        raise AssertionError(f'{words}: {done.stdout}{done.stderr}')
+    return done
+
+
+def main():
+    """Runs the caller's tests; what cannot be tried here ends with 77 and the reason."""
+    if why := missing():
+        print(f'skipped: {why}')
+        sys.exit(77)
+    unittest.main('__main__', verbosity=2)
+
+
+class Space:
+    """A network namespace, with the processes in it."""
+
+    def __init__(self, name):
+        self.name = f'{NAME}-{name}'
+        self.processes = {}
+        run('ip', 'netns', 'add', self.name)
+        self.run('ip', 'link', 'set', 'lo', 'up')
+        self.run('sysctl', '-qw', 'net.ipv6.conf.all.disable_ipv6=1', 'net.ipv4.ip_forward=1')
+
+    def run(self, *words, check=True):
+        return run('ip', 'netns', 'exec', self.name, *words, check=check)
+
+    def start(self, key, *words, log=None):
+        out = open(log, 'a') if log else subprocess.DEVNULL
+        self.processes[key] = subprocess.Popen(['ip', 'netns', 'exec', self.name, *[str(w) for w in words]],
+                                               stdout=out, stderr=out, stdin=subprocess.DEVNULL)
+
+    def end(self, key, kill=False):
+        process = self.processes.pop(key)
+        process.kill() if kill else process.terminate()
+        try:
+            process.wait(3)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
+
+    def close(self):
+        for key in reversed(list(self.processes)):
+            self.end(key)
+        run('ip', 'netns', 'del', self.name, check=False)
+
+
+class Router(Space):
+    """One router: number 1 or 2. `directory` is for its files."""
+
+    def __init__(self, number, directory):
+        super().__init__(f'r{number}')
+        self.number = number
+        self.directory = pathlib.Path(directory) / f'r{number}'
+        self.directory.mkdir()
+        self.socket = self.directory / 'vexl3d.sock'
+
+    def begin(self, *options):
+        description = self.directory / 'router.yaml'
+        description.write_text(f'router: {{mac: "02:00:00:aa:00:0{self.number}"}}\n'
+                               'interfaces:\n'
+                               f'  - {{name: Ethernet1, addresses: 10.0.{self.number}.1/24, device: wire1}}\n'
+                               f'  - {{name: Ethernet2, addresses: 10.0.12.{self.number}/24, device: wire2}}\n')
+        self.start('vexl3d', BIN / 'vexl3d', '--config', description, '--socket', self.socket, *options,
+                   log=self.directory / 'vexl3d.log')
+        until(lambda: self.run('ip', '-o', 'addr', 'show', 'dev', 'Ethernet2', check=False).returncode == 0 and
+              '10.0.12' in self.run('ip', '-o', 'addr', 'show', 'dev', 'Ethernet2').stdout, 'the kernel has the devices')
+
+    def ctl(self, *words):
+        done = run(BIN / 'vexctl', '--json', '--socket', self.socket, *words, check=False)
+        return json.loads(done.stdout) if done.stdout else {}
+
+    def routes(self, source):
+        return {row['prefix']: row for row in self.ctl('show', 'routes').get('rows', []) if row.get('source') == source}
+
+    def source(self, name):
+        return next(row for row in self.ctl('show', 'sources')['rows'] if row['source'] == name)
+
+    def frr(self, daemon, config, *options):
+        file = self.directory / f'{daemon}.conf'
+        file.write_text(config)
+        self.directory.chmod(0o777)
+        self.start(daemon, FRR / daemon, '-f', file, '-i', self.directory / f'{daemon}.pid', '-z',
+                   self.directory / 'zserv', '--vty_socket', self.directory,
+                   '--log', f'file:{self.directory}/{daemon}.log', *options, log=self.directory / f'{daemon}.out')
+
+    def zebra(self):
+        self.frr('zebra', 'fpm address 127.0.0.1 port 2620\n', '-M', 'dplane_fpm_nl', '-P', '0')
+        until(lambda: (self.directory / 'zserv').exists(), 'zebra listens')
+
+    def vtysh(self, command):
+        return self.run('vtysh', '--vty_socket', self.directory, '-c', command, check=False).stdout
+
+    def bird(self, config):
+        file = self.directory / 'bird.conf'
+        file.write_text(config)
+        self.start('bird', 'bird', '-f', '-c', file, '-s', self.directory / 'bird.ctl', log=self.directory / 'bird.log')
+
+
+class Lab:
+    def __enter__(self):
+        for space in run('ip', 'netns', 'list').stdout.split():
+            if space.startswith(f'{NAME}-'):
+                run('ip', 'netns', 'del', space)
+        self.directory = tempfile.TemporaryDirectory(prefix='vexpeers')
+        os.chmod(self.directory.name, 0o777)
+        self.hosts = {n: Space(f'h{n}') for n in (1, 2)}
+        self.routers = {n: Router(n, self.directory.name) for n in (1, 2)}
+        for n in (1, 2):
+            self.wire(self.hosts[n], 'eth0', self.routers[n], 'wire1')
+            self.hosts[n].run('ip', 'addr', 'add', f'10.0.{n}.2/24', 'dev', 'eth0')
+            self.hosts[n].run('ip', 'route', 'add', 'default', 'via', f'10.0.{n}.1')
+        self.wire(self.routers[1], 'wire2', self.routers[2], 'wire2')
+        return self
+
+    def wire(self, one, device, other, otherDevice):
+        run('ip', '-n', one.name, 'link', 'add', device, 'type', 'veth', 'peer', 'name', otherDevice, 'netns',
+            other.name)
+        for space, end in ((one, device), (other, otherDevice)):
+            space.run('ethtool', '-K', end, 'tx', 'off', 'rx', 'off', 'gso', 'off', 'gro', 'off', 'tso', 'off')
+            space.run('ip', 'link', 'set', end, 'up')
+
+    def reaches(self, one=1, other=2, seconds=DEADLINE):
+        until(lambda: self.hosts[one].run('ping', '-c1', '-W1', f'10.0.{other}.2', check=False).returncode == 0,
+              f'h{one} reaches h{other}', seconds)
+
+    def __exit__(self, *_):
+        for space in [*self.routers.values(), *self.hosts.values()]:
+            space.close()
+        if not os.environ.get('VEXL3_KEEP'):
+            self.directory.cleanup()
