@@ -35,9 +35,10 @@ test: build
 	@tools/test release
 
 bench: build
-	@$(BUILD) --target acl_bench -- $(QUIET)
+	@$(BUILD) --target acl_bench transit_bench -- $(QUIET)
 	build/release/bin/vexl3_bench $(BENCH)
 	build/release/bin/acl_bench
+	build/release/bin/transit_bench
 
 check:
 	@tools/setup --check

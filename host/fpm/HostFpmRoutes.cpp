@@ -11,16 +11,14 @@ using Mirel::RouteType;
 
 constexpr const char * notToldYet = "a next hop that was not told";
 constexpr const char * noSpace = "the prefix is not one that can be routed";
-constexpr size_t membersMost = 4096;
 
 template < typename Book >
 constexpr bool isV6 = std::is_same_v< Book, RouteBook< Kynet::Ip6Prefix > >;
 
-bool isDrop( U8 type ) { return type == RTN_BLACKHOLE || type == RTN_UNREACHABLE || type == RTN_PROHIBIT; }
-
 } // namespace
 
-FpmRoutes::FpmRoutes( RouterState & state, IntfAt intfAt ) : state_( state ), intfAt_( std::move( intfAt ) ) {
+FpmRoutes::FpmRoutes( RouterState & state, IntfAt intfAt, FpmAnswers * answers ) :
+     state_( state ), intfAt_( std::move( intfAt ) ), answers_( answers ) {
    tables_ = { { RT_TABLE_UNSPEC, 0 }, { RT_TABLE_DEFAULT, 0 }, { RT_TABLE_MAIN, 0 } };
 }
 
@@ -82,7 +80,7 @@ void FpmRoutes::route( const RouteMessage & message ) {
 
 const char * FpmRoutes::tell( const RouteMessage & message ) {
    if ( message.strange != nullptr ) return message.strange;
-   if ( message.type != RTN_UNICAST && !isDrop( message.type ) )
+   if ( message.type != RTN_UNICAST && !dropsPackets( message.type ) )
       return "a route that is neither unicast nor a blackhole";
    if ( message.prefix.af() == Kynet::AddressFamily::ipv4_ )
       return tell( state_.routes4(), message, message.prefix.v4Prefix() );
@@ -91,7 +89,7 @@ const char * FpmRoutes::tell( const RouteMessage & message ) {
 
 template < typename Book, typename P >
 const char * FpmRoutes::tell( Book & book, const RouteMessage & message, const P & prefix ) {
-   if ( isDrop( message.type ) ) {
+   if ( dropsPackets( message.type ) ) {
       const auto vrfId = vrfOf( message.table, {} );
       if ( !vrfId ) return "a table of no VRF";
       const auto fecId = book.fecs().acquire( *vrfId, { RouteType::drop(), {} } );
@@ -102,7 +100,7 @@ const char * FpmRoutes::tell( Book & book, const RouteMessage & message, const P
    if ( message.nextHopId == 0 ) {
       if ( last_.fec.id != 0 && last_.v6 == isV6< Book > && last_.table == message.table && last_.hops == message.hops )
          return put( book, message, prefix, last_.vrfId, last_.fec );
-      const auto resolved = resolve( message.hops, message.prefix.af() );
+      const auto resolved = waysOf( state_, intfAt_, message.hops, message.prefix.af() );
       if ( resolved.wrong != nullptr ) return resolved.wrong;
       const auto vrfId = vrfOf( message.table, resolved.vrfId );
       if ( vrfId != resolved.vrfId ) return "a next hop in another VRF";
@@ -132,7 +130,9 @@ const char * FpmRoutes::put( Book & book, const RouteMessage & message, const P 
    if ( origin == 0 )
       origin = state_.origins().id( { Teller::fpm(), message.protocol, distanceOfProtocol( message.protocol ), 0 } );
    if ( !wrongPrefix( prefix ).empty() ) return noSpace;
-   return book.routeIs( vrfId, prefix, origin, fec.kind, fec.id ) ? nullptr : noSpace;
+   if ( !book.routeIs( vrfId, prefix, origin, fec.kind, fec.id ) ) return noSpace;
+   if ( answers_ != nullptr ) answers_->told( message.table, vrfId, prefix );
+   return nullptr;
 }
 
 void FpmRoutes::drop( const RouteMessage & message ) {
@@ -248,38 +248,13 @@ void FpmRoutes::addHops( const NextHopMessage & told, std::vector< NetlinkHop > 
    if ( hops.empty() ) wrong = notToldYet;
 }
 
-FpmRoutes::Resolved FpmRoutes::resolve( const NextHopMessage & told, Kynet::AddressFamily af ) {
+NetlinkWays FpmRoutes::resolve( const NextHopMessage & told, Kynet::AddressFamily af ) {
    if ( told.blackhole ) return { { RouteType::drop(), {} }, {}, nullptr };
    std::vector< NetlinkHop > hops;
    const char * wrong = nullptr;
    addHops( told, hops, wrong );
    if ( wrong != nullptr ) return { {}, {}, wrong };
-   return resolve( hops, af );
-}
-
-FpmRoutes::Resolved FpmRoutes::resolve( const std::vector< NetlinkHop > & hops, Kynet::AddressFamily af ) const {
-   Resolved resolved;
-   if ( hops.size() > membersMost ) return { {}, {}, "more next hops than a route can have" };
-   for ( const auto & hop : hops ) {
-      const auto intfId = intfAt_( hop.index );
-      if ( !intfId ) continue;
-      const auto & intfs = state_.intfBook().intfs();
-      const auto intf = intfs.find( *intfId );
-      if ( intf == intfs.end() ) continue;
-      const auto vrfId = state_.vrfBook().id( intf->second.fact.vrf );
-      if ( resolved.vrfId && resolved.vrfId != vrfId ) return { {}, {}, "next hops in several VRFs" };
-      resolved.vrfId = vrfId;
-      const bool addressed = hop.gateway != Kynet::IpGenAddr();
-      if ( addressed && hop.gateway.af() != af ) return { {}, {}, "a next hop of another family" };
-      if ( !addressed && !Kynet::TunnelIntfId::isTunnelIntfId( *intfId ) ) {
-         if ( hops.size() > 1 ) return { {}, {}, "several next hops, one of them without an address" };
-         resolved.ways.kind = RouteType::attached();
-      }
-      resolved.ways.hops.push_back(
-           Hop( addressed ? hop.gateway : Kynet::IpGenAddr(), *intfId, hop.weight, hop.onlink ) );
-   }
-   if ( resolved.ways.hops.empty() ) resolved.wrong = "another device";
-   return resolved;
+   return waysOf( state_, intfAt_, hops, af );
 }
 
 // -- What waits

@@ -2,9 +2,9 @@
 #pragma once
 
 #include "GantFlat.h"
+#include "HostFpmAnswers.h"
 #include "HostFpmStream.h"
-#include "HostRouteMessage.h"
-#include "HostRouterState.h"
+#include "HostRouteWays.h"
 
 #include <map>
 
@@ -25,9 +25,10 @@ namespace Host {
 // the suite hands on are the kernel's to tell.
 class FpmRoutes {
  public:
-   using IntfAt = std::function< std::optional< Kynet::IntfId >( U32 index ) >;
+   using IntfAt = IntfAtIndex;
 
-   FpmRoutes( RouterState & state, IntfAt intfAt );
+   // `answers` may be null: nobody hears what becomes of routes.
+   FpmRoutes( RouterState & state, IntfAt intfAt, FpmAnswers * answers = nullptr );
    FpmRoutes( const FpmRoutes & ) = delete;
    FpmRoutes & operator=( const FpmRoutes & ) = delete;
    ~FpmRoutes();
@@ -62,11 +63,6 @@ class FpmRoutes {
       U32 vrfId;
       U64 fecId;
    };
-   struct Resolved {
-      Ways ways{};
-      std::optional< U32 > vrfId{}; // of the interfaces
-      const char * wrong = nullptr; // why no route can have them
-   };
    struct Key {
       U32 table;
       Kynet::IpGenPrefix prefix;
@@ -95,9 +91,8 @@ class FpmRoutes {
    void changed( NextHop & nextHop );
    template < typename Book >
    void changed( Book & book, NextHop & nextHop, Fec & fec );
-   Resolved resolve( const NextHopMessage & told, Kynet::AddressFamily af );
+   NetlinkWays resolve( const NextHopMessage & told, Kynet::AddressFamily af );
    void addHops( const NextHopMessage & told, std::vector< NetlinkHop > & hops, const char *& wrong ) const;
-   Resolved resolve( const std::vector< NetlinkHop > & hops, Kynet::AddressFamily af ) const;
    std::optional< U32 > vrfOf( U32 table, const std::optional< U32 > & vrfId );
    template < typename Book >
    U64 makeFec( Book & book, U32 vrfId, const Ways & ways );
@@ -106,6 +101,7 @@ class FpmRoutes {
 
    RouterState & state_;
    const IntfAt intfAt_;
+   FpmAnswers * const answers_;
    RouteMessage route_;
    NextHopMessage nextHop_;
    Gant::FlatMap< U32, NextHop > nextHops_;

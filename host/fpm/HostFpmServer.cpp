@@ -4,6 +4,7 @@
 #include "HostNetlink.h"
 
 #include <asio/ip/tcp.hpp>
+#include <asio/write.hpp>
 #include <charconv>
 #include <chrono>
 #include <sys/socket.h>
@@ -53,7 +54,7 @@ struct FpmServer::Sockets {
    tcp::socket client{ Gant::ioContext() };
    tcp::socket next{ Gant::ioContext() };
    std::unique_ptr< FpmStream > stream;
-   tcp::endpoint peer;
+   std::string sending{}; // on its way
 };
 
 struct FpmServer::GantClock : Gant::Clock::Notifiee {
@@ -63,8 +64,11 @@ struct FpmServer::GantClock : Gant::Clock::Notifiee {
 };
 
 FpmServer::FpmServer( RouterState & state, Config config, Surroundings around ) :
-     state_( state ), config_( std::move( config ) ), around_( std::move( around ) ), routes_( state, around_.intfAt ),
-     clock_( Gant::activityManager()->newClock() ), clockReactor_( std::make_unique< GantClock >( this ) ) {}
+     state_( state ), config_( std::move( config ) ), around_( std::move( around ) ),
+     answers_( state, around_.answers ), routes_( state, around_.intfAt, &answers_ ),
+     clock_( Gant::activityManager()->newClock() ), clockReactor_( std::make_unique< GantClock >( this ) ) {
+   answers_.senderIs( [ this ]( const std::string & frames ) { return send( frames ); } );
+}
 
 FpmServer::~FpmServer() {
    stop();
@@ -75,7 +79,10 @@ void FpmServer::start( const std::string & netns ) {
    if ( config_.address.empty() ) return;
    netns_ = netns;
    state_.sources().sourceIs( Teller::fpm(), this );
-   state_.sources().sweptIs( Teller::fpm(), [ this ] { routes_.swept(); } );
+   state_.sources().sweptIs( Teller::fpm(), [ this ] {
+      routes_.swept();
+      if ( complete_ ) complete_();
+   } );
    handleClock();
 }
 
@@ -180,6 +187,17 @@ void FpmServer::handlePiece( size_t size ) {
       lose( wrong );
 }
 
+// A client that reads no answers holds nobody up: they wait, and the last state is told.
+bool FpmServer::send( const std::string & frames ) {
+   const auto sockets = sockets_;
+   if ( !facts_.connected || !sockets->sending.empty() ) return false;
+   if ( frames.empty() ) return true;
+   sockets->sending = frames;
+   asio::async_write( sockets->client, asio::buffer( sockets->sending ),
+                      [ sockets ]( const std::error_code &, size_t ) { sockets->sending.clear(); } );
+   return true;
+}
+
 void FpmServer::resume() {
    if ( facts_.connected && pausedSince_ != 0 ) read();
 }
@@ -194,6 +212,7 @@ void FpmServer::lose( const std::string & why ) {
    ++facts_.losses;
    facts_.lastLoss = why;
    pausedSince_ = 0;
+   answers_.clear();
    routes_.lost();
    state_.sources().lost( Teller::fpm() );
 }

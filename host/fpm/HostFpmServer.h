@@ -24,6 +24,7 @@ class FpmServer : public Source, public Gant::StateMachine {
    struct Surroundings {
       FpmRoutes::IntfAt intfAt;
       std::function< bool() > congested;
+      FpmAnswers::Surroundings answers;
       Tell tell;
    };
 
@@ -33,6 +34,8 @@ class FpmServer : public Source, public Gant::StateMachine {
    // Listens in the namespace, as openNetlink() takes it.
    void start( const std::string & netns );
    void stop();
+   // Called when a client has told everything, and what it did not tell is swept.
+   void completeWatcherIs( std::function< void() > watcher ) { complete_ = std::move( watcher ); }
    // The data plane has caught up.
    void resume();
    // Devices of interfaces in the kernel have changed.
@@ -55,11 +58,14 @@ class FpmServer : public Source, public Gant::StateMachine {
    void read();
    void handlePiece( size_t size );
    void lose( const std::string & why );
+   bool send( const std::string & frames );
 
    RouterState & state_;
    const Config config_;
    const Surroundings around_;
+   FpmAnswers answers_;
    FpmRoutes routes_;
+   std::function< void() > complete_;
    std::string netns_;
    std::shared_ptr< Sockets > sockets_;
    SourceFacts facts_;

@@ -1,41 +1,57 @@
 #include "HostKernelTwin.h"
 
 #include <algorithm>
+#include <system_error>
 
 namespace Host {
 
 // What the namespace tells goes first to its devices, then to its routes: these ask whether those carry.
 struct KernelTwin::Place : KernelNamespace::Watcher {
    Place( KernelTwin & twin, const std::string & netns ) :
-        space( netns, *this, twin.tell_ ),
+        twin( twin ), space( netns, *this, twin.tell_ ),
         devices( space, twin.wants_,
                  { [ &twin ]( auto intfId, auto & addr, auto & mac ) { twin.neighborIs( intfId, addr, mac ); },
                    [ &twin ]( auto intfId, auto & addr ) { twin.neighborGone( intfId, addr ); },
                    [ this ]( U32 lost ) {
                       if ( routes ) routes->handleCarrying( lost );
+                      readAgain();
                    },
-                   [ &twin ] {
+                   [ this, &twin ] {
+                      readAgain();
                       if ( twin.indexWatcher_ ) twin.indexWatcher_();
                    } },
                  twin.tell_ ) {}
    void onStands() override {
+      twin.readRoutes( *this );
       devices.handleStands();
       if ( routes ) routes->handleStands();
    }
    void onLost() override {
+      reader = nullptr;
       if ( routes ) routes->handleLost();
       devices.handleLost();
    }
    void onLink( U32 index ) override { devices.handleLink( index ); }
-   void onAddress( U32 index ) override { devices.handleAddress( index ); }
+   void onAddress( U32 index ) override {
+      devices.handleAddress( index );
+      if ( devices.intfAt( index ) ) readAgain();
+   }
    void onNeighbor( U32 index, const Kynet::IpGenAddr & addr ) override { devices.handleNeighbor( index, addr ); }
    void onNextHopGone( U32 id ) override {
       if ( routes ) routes->handleNextHopGone( id );
    }
 
+   // The kernel may have taken routes away, unsaid.
+   void readAgain() {
+      if ( reader ) twin.source_.readSoon();
+   }
+
+   KernelTwin & twin;
    KernelNamespace space;
    KernelDevices devices;
-   std::unique_ptr< KernelRoutes > routes; // of the VRF whose namespace it is
+   std::unique_ptr< KernelRoutes > routes;      // of the VRF whose namespace it is
+   std::unique_ptr< KernelRouteReader > reader; // the same
+   std::optional< U32 > vrfId{};
    bool routesWanted = false;
    L3::VrfName refusedVrf{};
 };
@@ -70,7 +86,8 @@ struct KernelTwin::GantFib : Mirel::RouteTable< P >::Notifiee {
    Uses & uses;
 };
 
-KernelTwin::KernelTwin( RouterState & state, KernelTell tell ) : state_( state ), tell_( std::move( tell ) ) {
+KernelTwin::KernelTwin( RouterState & state, KernelTell tell ) :
+     state_( state ), tell_( std::move( tell ) ), source_( state, tell_ ) {
    const auto & tree = state_.tree();
    portReactor_ = std::make_unique< GantPorts >( this );
    ipReactor_ = std::make_unique< GantIp >( this );
@@ -105,6 +122,11 @@ void KernelTwin::routesWrittenIs( bool written ) {
 std::optional< Kynet::IntfId > KernelTwin::intfAt( const std::string & netns, U32 index ) const {
    const auto place = places_.find( netns );
    return place == places_.end() ? std::nullopt : place->second->devices.intfAt( index );
+}
+
+std::optional< U32 > KernelTwin::indexOf( Kynet::IntfId intfId ) const {
+   const auto * const place = placeOf( intfId );
+   return place == nullptr ? std::nullopt : place->devices.carrying( intfId );
 }
 
 std::string KernelTwin::error( Kynet::IntfId intfId ) const {
@@ -190,6 +212,8 @@ void KernelTwin::reviewVrf( Place & place ) {
    const auto vrfId = state_.vrfBook().id( vrf.value_or( L3::VrfName() ) );
    if ( place.routes && ( !vrfId || place.routes->vrfId() != *vrfId || place.routesWanted != routesWritten_ ) )
       place.routes = nullptr;
+   place.vrfId = vrfId;
+   readRoutes( place );
    if ( place.routes || !vrfId ) return;
    place.routesWanted = routesWritten_;
    auto & devices = place.devices;
@@ -199,6 +223,20 @@ void KernelTwin::reviewVrf( Place & place ) {
                             [ &devices ]( Kynet::IntfId intfId ) { return devices.carrying( intfId ); },
                             [ &devices ]( Kynet::IntfId intfId ) { return devices.deviceHas( intfId ); } },
         tell_ );
+}
+
+// Of a namespace that is not there nothing is read, until it stands.
+void KernelTwin::readRoutes( Place & place ) {
+   if ( place.reader && place.reader->vrfId() != place.vrfId ) place.reader = nullptr;
+   if ( place.reader || !place.vrfId || !place.space.stands() ) return;
+   auto & devices = place.devices;
+   try {
+      place.reader = std::make_unique< KernelRouteReader >(
+           source_, KernelRouteReader::Args{ state_, place.space.netns(), *place.vrfId,
+                                             [ &devices ]( U32 index ) { return devices.intfAt( index ); } } );
+   } catch ( const std::system_error & error ) {
+      tell_( place.space.text() + ": its routes are not read: " + error.what() );
+   }
 }
 
 // -- Neighbours and next hops

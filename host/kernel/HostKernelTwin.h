@@ -3,6 +3,7 @@
 
 #include "HostKernelDevices.h"
 #include "HostKernelRoutes.h"
+#include "HostKernelSource.h"
 #include "HostRouterState.h"
 
 namespace Host {
@@ -15,7 +16,7 @@ struct KernelDeviceAt {
 };
 
 //   watches  PortDir::port, Ip::Status::intfStatus and intfAddr, Arp::Table::Status::neighbor, both FIBs
-//   writes   RouterState: neighbours of Teller::kernel
+//   writes   RouterState: neighbours and routes of Teller::kernel
 //   owns     a KernelNamespace for each namespace that has a device, its KernelDevices and its KernelRoutes
 //
 // Whoever makes the devices tells of them here, and of nothing else: MAC, MTU, addresses and whether an interface is
@@ -40,8 +41,13 @@ class KernelTwin : public Gant::StateMachine {
 
    // The interface whose device in the namespace has the index.
    std::optional< Kynet::IntfId > intfAt( const std::string & netns, U32 index ) const;
+   // The index of an interface's device; nothing while it carries nothing.
+   std::optional< U32 > indexOf( Kynet::IntfId intfId ) const;
    // Called when the answers of intfAt() may have changed.
    void indexWatcherIs( std::function< void() > watcher ) { indexWatcher_ = std::move( watcher ); }
+
+   // What the kernel tells.
+   KernelSource & source() { return source_; }
 
    // Why the interface's device is not as it should be; empty: it is, or there is none to be.
    std::string error( Kynet::IntfId intfId ) const;
@@ -64,6 +70,7 @@ class KernelTwin : public Gant::StateMachine {
    void reviewDevice( Kynet::IntfId intfId );
    void reviewVrfs();
    void reviewVrf( Place & place );
+   void readRoutes( Place & place );
    void reviewFixed( const Arp::NeighborKey & key );
    template < typename P >
    void reviewFec( const Mirel::RouteTable< P > & fib, Uses & uses, U64 fecId );
@@ -74,6 +81,7 @@ class KernelTwin : public Gant::StateMachine {
 
    RouterState & state_;
    const KernelTell tell_;
+   KernelSource source_;
    bool routesWritten_ = true;
    std::function< void() > indexWatcher_;
    std::map< Kynet::IntfId, KernelDeviceAt > devices_;

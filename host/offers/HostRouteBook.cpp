@@ -179,10 +179,13 @@ bool RouteBook< P >::routeHas( U32 vrfId, const P & prefix, Teller teller ) cons
 }
 
 template < typename P >
-bool RouteBook< P >::fresh( U32 vrfId, const P & prefix, Teller teller ) const {
+bool RouteBook< P >::fresh( U32 vrfId, const P & prefix, Teller teller, std::optional< U32 > metric ) const {
    const auto slot = fib_->slot( vrfId, prefix );
    if ( !slot ) return false;
-   const auto told = [ & ]( const Offer & offer ) { return originOf( offer ).teller == teller && !stale( offer ); };
+   const auto told = [ & ]( const Offer & offer ) {
+      const auto & origin = originOf( offer );
+      return origin.teller == teller && !stale( offer ) && ( !metric || *metric == origin.metric );
+   };
    if ( told( holderAt( *slot ) ) ) return true;
    const auto at = waiting_.empty() ? waiting_.end() : waiting_.find( *slot );
    return at != waiting_.end() && std::ranges::any_of( at->second, told );

@@ -6,6 +6,7 @@
 #include "HostOrigin.h"
 
 #include <array>
+#include <optional>
 #include <vector>
 
 namespace Host {
@@ -73,8 +74,8 @@ class RouteBook {
    }
    // Counts offers that came, or that were stale and were told again.
    U64 met( Teller teller ) const { return sides_[ teller.value() ].met; }
-   // Whether the source has told the prefix since mark().
-   bool fresh( U32 vrfId, const P & prefix, Teller teller ) const;
+   // Whether the source has told the prefix since mark(), with that metric or any.
+   bool fresh( U32 vrfId, const P & prefix, Teller teller, std::optional< U32 > metric = {} ) const;
    // Takes stale ones away, beginning at slot `at`, in up to `most` slots; false: through. Begins at 0.
    bool sweep( Teller teller, U32 & at, size_t most );
 

@@ -5,6 +5,7 @@
 #include "HostKernelDeviceWatcher.h"
 #include "HostNotify.h"
 #include "HostVerdict.h"
+#include "HulVrfRootSm.h"
 #include "RuntimeDirectory.h"
 #include "VexCommonSmData.h"
 #include "VexGrpcChannel.h"
@@ -82,7 +83,10 @@ Daemon::Daemon( Options options ) :
            { [ this ]( U32 index ) {
                return kernel_.intfAt( state_.vrfBook().netns( L3::VrfName::defaultVrf() ), index );
             },
-             [ this ] { return backlog(); }, tellOfSource } ),
+             [ this ] { return backlog(); },
+             { [ this ]( U32 vrfId, const Kynet::IpGenPrefix & prefix ) { return outcomeOf( vrfId, prefix ); },
+               [ this ]( Kynet::IntfId intfId ) { return kernel_.indexOf( intfId ); } },
+             tellOfSource } ),
      supervisor_( state_.tree(), withWatcher( options_.dataPlane, kernelJoint_.get() ),
                   { [ this ] { return !sources_.busy(); },
                     [ this ] {
@@ -115,6 +119,8 @@ bool Daemon::run() {
          return false;
       }
    supervisor_.start();
+   // Until the routing suite has told everything by FPM, what it has put into the kernel holds.
+   fpm_.completeWatcherIs( [ this ] { kernel_.source().suiteIs( true ); } );
    fpm_.start( state_.vrfBook().netns( L3::VrfName::defaultVrf() ) );
    postFeed();
    notifyReady( "waiting for the data plane" );
@@ -195,6 +201,17 @@ void Daemon::feed() {
 }
 
 void Daemon::tellFed() { notifyStatus( fmt::format( "running, {} routes", state_.tree().fib->routes() ) ); }
+
+RouteOutcome Daemon::outcomeOf( U32 vrfId, const Kynet::IpGenPrefix & prefix ) const {
+   const auto agent = this->agent();
+   if ( !agent ) return RouteOutcome::pending;
+   switch ( agent->hulVrfRootSm()->routeState( Hul::VrfId( vrfId ), prefix ).progress.value() ) {
+   case Hul::RouteProgress::pending_: return RouteOutcome::pending;
+   case Hul::RouteProgress::programmed_: return RouteOutcome::programmed;
+   case Hul::RouteProgress::refused_: return RouteOutcome::refused;
+   }
+   return RouteOutcome::pending;
+}
 
 Gant::Ptr< VexL3Unicast::AgentSm > Daemon::agent() const {
    const auto * const session = supervisor_.session();

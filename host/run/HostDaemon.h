@@ -51,6 +51,8 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    void feed();
    void postFeed();
    bool backlog() const;
+   // What the data plane has made of a route.
+   RouteOutcome outcomeOf( U32 vrfId, const Kynet::IpGenPrefix & prefix ) const;
    void tellFed();
    void handleClock();
 

@@ -1,8 +1,24 @@
 """A router with FRR: routes come by FPM."""
 
+import struct
 import unittest
 
 import lab
+
+# A client that speaks FPM as FRR 8.5 does: a blackhole, the answers of a second, then bytes that are none.
+CLIENT = '''
+import select, socket, struct, sys
+wire = socket.create_connection(("127.0.0.1", 2620))
+def attr(kind, value): return struct.pack("HH", 4 + len(value), kind) + value
+route = (struct.pack("BBBBBBBBI", 2, 24, 0, 0, 254, 186, 0, 6, 0) + attr(1, bytes([192, 0, 2, 0])) +
+         attr(6, struct.pack("I", 20)))
+message = struct.pack("IHHII", 16 + len(route), 24, 0x501, 0, 0) + route
+wire.sendall(struct.pack(">BBH", 1, 1, 4 + len(message)) + message)
+answers = b""
+while select.select([wire], [], [], 1)[0]: answers += wire.recv(65536)
+wire.sendall(b"none")
+print(answers.hex(), wire.recv(1).hex())
+'''
 
 BGP = '''
 router bgp 6500{n}
@@ -45,6 +61,20 @@ class Frr(unittest.TestCase):
             lab.until(lambda: router.source('fpm')['stale'] == 0 and
                       sorted(router.routes('fpm')) == ['10.0.2.0/24', '192.0.2.0/24'], 'the rest is swept')
             net.reaches(seconds=5)
+
+    def test_a_route_is_answered_once_and_what_is_malformed_ends_the_connection(self):
+        with lab.Lab() as net:
+            router = net.routers[1]
+            router.begin()
+            lab.until(lambda: router.ctl('show', 'status')['result']['phase'] == 'running', 'the data plane is there')
+            answer = bytes.fromhex(router.run('python3', '-c', CLIENT).stdout.split()[0])
+            length, kind, flags = struct.unpack('=IHH', answer[4:12])
+            self.assertEqual((answer[:4], kind, flags), (struct.pack('>BBH', 1, 1, 4 + length), 24, 1))
+            self.assertEqual((len(answer), struct.unpack('I', answer[28:32])[0]), (4 + length, 0x4000))  # RTM_F_OFFLOAD
+            source = router.source('fpm')
+            self.assertEqual((source['connected'], source['stale'], source['sweep'], source['lastLoss']),
+                             (False, 1, 'lost', 'a frame of version 110, not 1'))
+            self.assertEqual(router.routes('fpm')['192.0.2.0/24']['state'], 'programmed')
 
 
 if __name__ == '__main__':

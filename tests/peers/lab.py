@@ -71,9 +71,9 @@ class Space:
         return run('ip', 'netns', 'exec', self.name, *words, check=check)
 
     def start(self, key, *words, log=None):
-        out = open(log, 'a') if log else subprocess.DEVNULL
-        self.processes[key] = subprocess.Popen(['ip', 'netns', 'exec', self.name, *[str(w) for w in words]],
-                                               stdout=out, stderr=out, stdin=subprocess.DEVNULL)
+        with open(log or os.devnull, 'a') as out:
+            self.processes[key] = subprocess.Popen(['ip', 'netns', 'exec', self.name, *[str(w) for w in words]],
+                                                   stdout=out, stderr=out, stdin=subprocess.DEVNULL)
 
     def end(self, key, kill=False):
         process = self.processes.pop(key)

@@ -1,0 +1,170 @@
+#include "HostFpmRoutes.h"
+#include "HostTestRouter.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <libmnl/libmnl.h>
+#include <linux/nexthop.h>
+#include <linux/rtnetlink.h>
+
+namespace {
+
+using namespace Test;
+
+// Messages as zebra puts them into frames.
+class Frame {
+ public:
+   Frame & route( U16 type, const char * prefix, U32 nextHop, U8 kind = RTN_UNICAST, U8 protocol = 186 ) {
+      const auto parsed = *Kynet::Prefix::fromString( prefix );
+      auto * const header = put( type );
+      auto & body = *static_cast< rtmsg * >( mnl_nlmsg_put_extra_header( header, sizeof( rtmsg ) ) );
+      body.rtm_family = AF_INET;
+      body.rtm_dst_len = parsed.len();
+      body.rtm_type = kind;
+      body.rtm_protocol = protocol;
+      body.rtm_table = RT_TABLE_MAIN;
+      mnl_attr_put_u32( header, RTA_DST, htonl( parsed.address().value() ) );
+      mnl_attr_put_u32( header, RTA_PRIORITY, 20 );
+      if ( nextHop != 0 ) mnl_attr_put_u32( header, RTA_NH_ID, nextHop );
+      return end( header );
+   }
+   Frame & nextHop( U32 id, const char * gateway, U32 index ) {
+      auto * const header = put( RTM_NEWNEXTHOP );
+      static_cast< nhmsg * >( mnl_nlmsg_put_extra_header( header, sizeof( nhmsg ) ) )->nh_family = AF_INET;
+      mnl_attr_put_u32( header, NHA_ID, id );
+      mnl_attr_put_u32( header, NHA_GATEWAY, htonl( Kynet::IpAddr::fromString( gateway )->value() ) );
+      mnl_attr_put_u32( header, NHA_OIF, index );
+      return end( header );
+   }
+   Frame & group( U32 id, std::initializer_list< U32 > members ) {
+      auto * const header = put( RTM_NEWNEXTHOP );
+      mnl_nlmsg_put_extra_header( header, sizeof( nhmsg ) );
+      std::vector< nexthop_grp > entries;
+      for ( const auto member : members ) entries.push_back( { member, 0, 0, 0 } );
+      mnl_attr_put_u32( header, NHA_ID, id );
+      mnl_attr_put( header, NHA_GROUP, entries.size() * sizeof( nexthop_grp ), entries.data() );
+      return end( header );
+   }
+   std::string bytes() const {
+      const auto length = body_.size() + 4;
+      return std::string{ 1, 1, char( length >> 8 ), char( length & 0xff ) } + body_;
+   }
+
+ private:
+   nlmsghdr * put( U16 type ) {
+      auto * const header = mnl_nlmsg_put_header( room_ );
+      header->nlmsg_type = type;
+      return header;
+   }
+   Frame & end( const nlmsghdr * header ) {
+      body_.append( room_, header->nlmsg_len );
+      return *this;
+   }
+   alignas( 8 ) char room_[ 1024 ];
+   std::string body_;
+};
+
+// Ethernet1 and Ethernet2 have the devices 1 and 2.
+struct Fpm : HostedState {
+   Fpm() { describe( twoPorts ); }
+   // Gives why the connection ends. Pieces of so many bytes.
+   std::string take( const std::string & bytes, size_t piece = 7 ) {
+      for ( size_t at = 0; at < bytes.size(); at += piece ) {
+         const auto size = bytes.copy( stream.room( piece ), piece, at );
+         if ( auto wrong = stream.take( size ); !wrong.empty() ) return wrong;
+         fpm.settle();
+      }
+      return {};
+   }
+   std::string take( const Frame & frame ) { return take( frame.bytes() ); }
+
+   U32 devices = 2;
+   Host::FpmRoutes fpm{ state, [ this ]( U32 index ) -> std::optional< Kynet::IntfId > {
+                          if ( index == 0 || index > devices ) return std::nullopt;
+                          return Kynet::IntfId::fromString( "Ethernet" + std::to_string( index ) );
+                       } };
+   Host::FpmStream stream{ [ this ]( const auto & messages ) { return fpm.frame( messages ); } };
+};
+
+TEST( HostFpm, groupsComeBeforeTheirMembersAndRoutesAreReplacedWithoutAGap ) {
+   Fpm router;
+   EXPECT_EQ( router.take( Frame().group( 9, { 1, 2 } ) ), "" );
+   EXPECT_EQ( router.take( Frame().route( RTM_NEWROUTE, "192.0.2.0/24", 9 ) ), "" );
+   EXPECT_EQ( router.fpm.refusals().at( 0 ).reason, "a next hop that was not told" );
+   EXPECT_EQ( router.take( Frame().nextHop( 1, "10.0.1.2", 1 ) ), "" );
+   EXPECT_EQ( router.routes( "fpm" ), Lines{ "192.0.2.0/24 forward 10.0.1.2%Ethernet1 (fpm)" } );
+   EXPECT_EQ( router.take( Frame().nextHop( 2, "10.0.2.2", 2 ) ), "" );
+   EXPECT_EQ( router.routes( "fpm" ), Lines{ "192.0.2.0/24 forward 10.0.1.2%Ethernet1 10.0.2.2%Ethernet2 (fpm)" } );
+   const auto sequence = router.state.tree().fib->sequence( 0 );
+   EXPECT_EQ( router.take( Frame()
+                                .route( RTM_DELROUTE, "192.0.2.0/24", 0, 0 )
+                                .route( RTM_NEWROUTE, "192.0.2.0/24", 2, RTN_UNICAST, 188 ) ),
+              "" );
+   EXPECT_EQ( router.routes( "fpm" ), Lines{ "192.0.2.0/24 forward 10.0.2.2%Ethernet2 (fpm)" } );
+   EXPECT_EQ( router.state.tree().fib->sequence( 0 ), sequence + 1 );
+   EXPECT_EQ( router.take( Frame().route( RTM_NEWROUTE, "198.51.100.0/24", 0, RTN_BLACKHOLE ) ), "" );
+   EXPECT_EQ( router.take( Frame().route( RTM_DELROUTE, "192.0.2.0/24", 0, 0 ) ), "" );
+   EXPECT_EQ( router.routes( "fpm" ), Lines{ "198.51.100.0/24 drop (fpm)" } );
+}
+
+TEST( HostFpm, aNewConnectionThatTellsTheSameByOtherNumbersChangesNothing ) {
+   Fpm router;
+   const auto fecs = router.fecs();
+   EXPECT_EQ( router.take( Frame().nextHop( 1, "10.0.1.2", 1 ).route( RTM_NEWROUTE, "192.0.2.0/24", 1 ) ), "" );
+   EXPECT_EQ( router.take( Frame().nextHop( 2, "10.0.2.2", 2 ).route( RTM_NEWROUTE, "192.0.3.0/24", 2 ) ), "" );
+   const auto sequence = router.state.tree().fib->sequence( 0 );
+   router.fpm.lost();
+   router.state.sources().lost( Host::Teller::fpm() );
+   EXPECT_EQ( router.state.sources().stale( Host::Teller::fpm() ), 2u );
+   EXPECT_EQ( router.take( Frame().nextHop( 2, "10.0.1.2", 1 ).route( RTM_NEWROUTE, "192.0.2.0/24", 2 ) ), "" );
+   EXPECT_EQ( router.state.tree().fib->sequence( 0 ), sequence );
+   EXPECT_EQ( router.state.sources().stale( Host::Teller::fpm() ), 1u );
+   EXPECT_EQ( router.state.sources().sweep( Host::Teller::fpm() ), "" );
+   router.fpm.swept();
+   EXPECT_EQ( router.routes( "fpm" ), Lines{ "192.0.2.0/24 forward 10.0.1.2%Ethernet1 (fpm)" } );
+   EXPECT_EQ( router.take( Frame().route( RTM_DELROUTE, "192.0.2.0/24", 0, 0 ) ), "" );
+   router.fpm.lost();
+   router.fpm.swept();
+   EXPECT_EQ( router.fecs(), fecs );
+}
+
+TEST( HostFpm, whatTheRouterCannotHaveIsListedAndComesWithItsDevice ) {
+   Fpm router;
+   router.devices = 1;
+   EXPECT_EQ( router.take( Frame().nextHop( 3, "10.0.2.2", 2 ).route( RTM_NEWROUTE, "192.0.2.0/24", 3 ) ), "" );
+   ASSERT_EQ( router.fpm.refusals().size(), 1u );
+   EXPECT_EQ( router.fpm.refusals()[ 0 ].reason, "another device" );
+   EXPECT_EQ( router.fpm.refusals()[ 0 ].example, "192.0.2.0/24" );
+   router.devices = 2;
+   router.fpm.review();
+   EXPECT_EQ( router.routes( "fpm" ), Lines{ "192.0.2.0/24 forward 10.0.2.2%Ethernet2 (fpm)" } );
+   EXPECT_TRUE( router.fpm.refusals().empty() );
+}
+
+TEST( HostFpm, malformedBytesEndTheConnectionWithTheReasonAndLoseNothing ) {
+   const std::string whole = Frame().route( RTM_NEWROUTE, "192.0.2.0/24", 0, RTN_BLACKHOLE ).bytes();
+   const auto changed = [ & ]( size_t at, char byte ) {
+      auto bytes = whole;
+      bytes[ at ] = byte;
+      return bytes;
+   };
+   const struct {
+      std::string bytes;
+      const char * reason;
+   } cases[] = {
+        { changed( 0, 2 ), "a frame of version 2, not 1" },
+        { changed( 1, 2 ), "a frame of type 2, not netlink: FRR needs -M dplane_fpm_nl" },
+        { changed( 3, 3 ), "a frame of 3 bytes" },
+        { changed( 4, 100 ), "a netlink message of 100 bytes in the 44 that are left of its frame" },
+        { changed( 4 + 16 + 12, 99 ), "a route message whose attributes do not fit" },
+        { changed( 4 + 16 + 1, 33 ), "a prefix longer than an address" },
+   };
+   for ( const auto & [ bytes, reason ] : cases ) {
+      Fpm router;
+      EXPECT_EQ( router.take( Frame().route( RTM_NEWROUTE, "198.51.100.0/24", 0, RTN_BLACKHOLE ) ), "" );
+      EXPECT_EQ( router.take( bytes ), reason );
+      EXPECT_EQ( router.routes( "fpm" ), Lines{ "198.51.100.0/24 drop (fpm)" } );
+   }
+}
+
+} // namespace
