@@ -1,5 +1,6 @@
 #include "CtlShows.h"
 
+#include "CtlCapture.h"
 #include "CtlGraph.h"
 #include "CtlWhy.h"
 
@@ -452,6 +453,9 @@ std::vector< Show > checks() {
    const auto named = []( const char * name, const char * member, const char * help ) {
       return Option{ name, member, help, Option::Kind::named };
    };
+   const auto worded = []( const char * name, const char * member, const char * help ) {
+      return Option{ name, member, help, Option::Kind::text };
+   };
    const auto needed = []( const char * name, const char * member, const char * help ) {
       return Option{ name, member, help, Option::Kind::text, true };
    };
@@ -484,6 +488,27 @@ std::vector< Show > checks() {
           .view = []( const Given &, std::ostream & out ) -> std::unique_ptr< View > {
              return std::make_unique< PacketView >( out );
           } },
+        { .command = "trace live",
+          .help = "the way of real packets through the data plane, as they come, until ^C",
+          .options = { worded( "--in", "interface", "interface that they come in at" ),
+                       worded( "--filter", "filter", "in the language of pcap, such as \"icmp and host 10.0.1.2\"" ),
+                       { "--drops", "drops", "only those that are lost" },
+                       number( "--count", "count", "end after so many" ) },
+          .view = []( const Given &, std::ostream & out ) -> std::unique_ptr< View > {
+             return std::make_unique< WayView >( out );
+          } },
+        { .command = "capture",
+          .help = "packets as they come in and leave, or as they come to a module, until ^C",
+          .options = { worded( "--module", "module", "as they come to it" ),
+                       number( "--gate", "gate", "with --module: as they leave it by the gate" ),
+                       worded( "--filter", "filter", "in the language of pcap, such as \"icmp and host 10.0.1.2\"" ),
+                       number( "--count", "count", "end after so many" ) },
+          .view = []( const Given & given, std::ostream & out ) -> std::unique_ptr< View > {
+             if ( const auto file = given.find( "-w" ); file != given.end() )
+                return std::make_unique< PcapView >( file->second, out );
+             return std::make_unique< CaptureView >( out );
+          },
+          .viewOptions = { { "-w", "", "write them to a file, as pcapng; -: to the output", Option::Kind::text } } },
         { .command = "trace level",
           .help = "set how much a unit traces: 0 to 9, * for all units",
           .words = { { "", "unit", "UNIT" }, { "", "level", "LEVEL" } },

@@ -26,8 +26,8 @@ struct Option {
    bool required = false;
 };
 
-// The options that were given, by name.
-using Given = std::map< std::string, bool >;
+// The options that were given, by name, with their texts; a flag has none.
+using Given = std::map< std::string, std::string >;
 
 struct Show {
    std::string command; // of the request, and the words of the command line: "show fib"

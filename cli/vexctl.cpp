@@ -157,7 +157,8 @@ class ShowCommand {
       if ( options.json ) return std::make_unique< JsonView >( show_.command, show_.record, std::cout );
       Given given;
       for ( const auto & option : show_.viewOptions )
-         if ( app_.count( option.name ) != 0 ) given[ option.name ] = true;
+         if ( app_.count( option.name ) != 0 )
+            given[ option.name ] = option.kind == Option::Kind::text ? texts_.at( option.name ) : std::string();
       if ( show_.view ) return show_.view( given, std::cout );
       if ( show_.record ) return std::make_unique< RecordView >( show_.columns, std::cout );
       return std::make_unique< TableView >( show_.columns, show_.footer, std::cout, terminalWidth() );

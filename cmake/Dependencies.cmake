@@ -11,6 +11,7 @@ find_package(prometheus-cpp REQUIRED CONFIG)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 pkg_check_modules(GRPC REQUIRED IMPORTED_TARGET grpc++)
 pkg_check_modules(DPDK REQUIRED IMPORTED_TARGET libdpdk)
+pkg_check_modules(PCAP REQUIRED IMPORTED_TARGET libpcap)
 pkg_check_modules(MNL REQUIRED IMPORTED_TARGET libmnl)
 pkg_check_modules(SYSTEMD IMPORTED_TARGET libsystemd)
 

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <typeindex>
 
 namespace Vexdp {
 
@@ -41,6 +42,14 @@ class Graph {
    // Where its ports meet what is outside.
    Wires & wires() const { return wires_; }
 
+   // What modules of a class remember beyond their own life: the one T of this data plane.
+   template < class T >
+   T & kept() const {
+      auto & held = kept_[ std::type_index( typeid( T ) ) ];
+      if ( !held ) held = std::make_shared< T >();
+      return *static_cast< T * >( held.get() );
+   }
+
    // Where packets are handed to the router itself; null when there is no such module.
    Module * trap() const { return trap_; }
 
@@ -61,6 +70,7 @@ class Graph {
 
    const Limits limits_;
    mutable Wires wires_;
+   mutable std::map< std::type_index, std::shared_ptr< void > > kept_;
    Modules modules_;
    absl::flat_hash_map< const ModuleClass *, Module * > shared_;
    Module * trap_ = nullptr;

@@ -52,6 +52,12 @@ void Ipv4Header::dscpIs( std::uint8_t dscp ) {
    put16( at_ + 10, checksumChanged( checksum(), before, get16( at_ ) ) );
 }
 
+void Ipv4Header::ecnIs( std::uint8_t ecn ) {
+   const auto before = get16( at_ );
+   at_[ 1 ] = std::uint8_t( ( at_[ 1 ] & ~3 ) | ecn );
+   put16( at_ + 10, checksumChanged( checksum(), before, get16( at_ ) ) );
+}
+
 void Ipv4Header::ttlDecrement() {
    const auto before = get16( at_ + 8 );
    --at_[ 8 ];
@@ -68,6 +74,15 @@ bool takeHop( Ipv4Header & header, Packet & packet ) {
    if ( header.ttl() <= 1 ) return false;
    header.ttlDecrement();
    packet.meta.ttlDone = true;
+   return true;
+}
+
+bool takeOuterEcn( Ipv4Header & inner, std::uint8_t outerTos ) {
+   enum Ecn : std::uint8_t { notEct = 0, ect1 = 1, ect0 = 2, ce = 3 };
+   const auto outer = outerTos & 3;
+   const auto within = inner.tos() & 3;
+   if ( within == notEct ) return outer != ce;
+   if ( outer == ce || ( outer == ect1 && within == ect0 ) ) inner.ecnIs( std::uint8_t( outer ) );
    return true;
 }
 

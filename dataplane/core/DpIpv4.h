@@ -47,6 +47,7 @@ class Ipv4Header {
    bool dontFragment() const { return at_[ 6 ] & 0x40; }
    bool moreFragments() const { return at_[ 6 ] & 0x20; }
    std::size_t fragmentOffset() const { return std::size_t( get16( at_ + 6 ) & 0x1fff ) * 8; }
+   bool isFragment() const { return moreFragments() || fragmentOffset() != 0; }
    std::uint8_t ttl() const { return at_[ 8 ]; }
    std::uint8_t proto() const { return at_[ 9 ]; }
    std::uint16_t checksum() const { return get16( at_ + 10 ); }
@@ -58,6 +59,8 @@ class Ipv4Header {
    void checksumRenew();
    // Keeps the lower two bits of the TOS, which are of ECN (RFC 3168), and the checksum right. REQUIRES: dscp < 64
    void dscpIs( std::uint8_t dscp );
+   // Sets the lower two bits of the TOS, and keeps the checksum right. REQUIRES: ecn < 4
+   void ecnIs( std::uint8_t ecn );
    // Takes one from the TTL and keeps the checksum right. REQUIRES: ttl() > 0
    void ttlDecrement();
 
@@ -71,6 +74,10 @@ class Ipv4Header {
 bool takeHop( Ipv4Header & header, Packet & packet );
 // Whether takeHop() is true of it.
 bool hasHop( const Packet & packet );
+
+// What the header of a tunnel says of congestion goes over to the header inside (RFC 6040, figure 4). False: the packet
+// is to be dropped, its sender would not hear of it.
+bool takeOuterEcn( Ipv4Header & inner, std::uint8_t outerTos );
 
 // Fields of a header without options, to be written whole.
 struct Ipv4Fields {

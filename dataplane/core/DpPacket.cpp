@@ -15,7 +15,7 @@ Packet::Buffer ownBuffer( std::size_t size ) {
 } // namespace
 
 Packet::Packet( std::size_t size ) :
-     buffer_( ownBuffer( kHeadroom + size ) ), data_( buffer_.begin + kHeadroom ), size_( size ) {}
+     buffer_( ownBuffer( kHeadroom + size + kTailroom ) ), data_( buffer_.begin + kHeadroom ), size_( size ) {}
 
 Packet::Packet( const Packet & other ) : Packet( other.size() ) {
    meta = other.meta;
@@ -40,6 +40,12 @@ std::uint8_t * Packet::prepend( std::size_t n ) {
    return data_;
 }
 
+bool Packet::append( std::size_t n ) {
+   if ( n > std::size_t( buffer_.end - data_ ) - size_ ) return false;
+   size_ += n;
+   return true;
+}
+
 void Packet::pull( std::size_t n ) {
    assert( n <= size_ );
    data_ += n;
@@ -62,6 +68,20 @@ bool Packet::rewind() {
    data_ = cameIn_;
    meta.ethernet = cameInFramed_;
    return true;
+}
+
+Packet Packet::withFront( std::size_t size ) const {
+   const bool known = cameIn_ != nullptr && cameIn_ <= data_;
+   const auto front = known ? std::size_t( data_ - cameIn_ ) : 0;
+   Packet made( front + size );
+   made.meta = meta;
+   if ( known ) {
+      std::copy_n( cameIn_, front, made.data_ );
+      made.cameIn_ = made.data_;
+      made.cameInFramed_ = cameInFramed_;
+   }
+   made.pull( front );
+   return made;
 }
 
 } // namespace Vexdp

@@ -15,6 +15,8 @@ class Packet {
  public:
    // Room for an Ethernet header over several tunnel headers. A buffer of a device may have less.
    static constexpr std::size_t kHeadroom = 192;
+   // Room for what ESP puts behind a packet.
+   static constexpr std::size_t kTailroom = 64;
 
    struct Meta {
       std::uint64_t ingressIntf = 0;
@@ -22,10 +24,12 @@ class Packet {
       std::uint32_t vrf = 0;
       std::uint8_t trafficClass = 0;
       std::uint32_t nhIndex = 0;   // in the next-hop or resolve module ahead
+      std::uint32_t encapId = 0;   // of the IPsec connection that it came in by; 0: none
       std::uint16_t etherType = 0; // of the frame that it came in by, 0: none
       bool ethernet = false;       // the bytes begin with an Ethernet header, otherwise with an IP header
       bool linkGroup = false;      // came in by a link-layer broadcast or multicast
       bool own = false;            // sent by the router itself
+      bool forKernel = false;      // no tunnel's, though it looked like it
       bool ttlDone = false;        // this router has taken its hop from the TTL
    };
 
@@ -60,6 +64,8 @@ class Packet {
 
    // Opens `n` zero bytes before the first. Null, and no change, when the headroom doesn't hold them.
    std::uint8_t * prepend( std::size_t n );
+   // Opens `n` bytes behind the last, whatever they hold. False, and no change, when the tailroom doesn't hold them.
+   bool append( std::size_t n );
    // Cuts `n` bytes off the front. REQUIRES: n <= size()
    void pull( std::size_t n );
    // Cuts the end off. REQUIRES: size <= size()
@@ -69,6 +75,9 @@ class Packet {
    void cameIn();
    // Gives back what was pulled off its front since it came in. False, and no change, when that was written over.
    bool rewind();
+
+   // `size` zero bytes of its own, behind what was pulled off this one's front since it came in.
+   Packet withFront( std::size_t size ) const;
 
    const Buffer & buffer() const { return buffer_; }
    // The caller has the buffer, and the packet is gone.

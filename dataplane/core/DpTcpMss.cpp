@@ -14,9 +14,9 @@ constexpr std::size_t kChecksumAt = 16;
 enum Option : std::uint8_t { endOfList = 0, noOperation = 1, maxSegmentSize = 2 };
 constexpr std::size_t kMssOptionLen = 4;
 
-// Offset of the MSS option in a TCP header, 0 when there is none.
-std::size_t mssOptionAt( std::span< const std::uint8_t > tcp ) {
-   for ( std::size_t at = kTcpMinLen; at < tcp.size() && tcp[ at ] != endOfList; ) {
+// Offset of the first MSS option in a TCP header from `at` on, 0 when there is none.
+std::size_t mssOptionAt( std::span< const std::uint8_t > tcp, std::size_t at ) {
+   while ( at < tcp.size() && tcp[ at ] != endOfList ) {
       if ( tcp[ at ] == noOperation ) {
          ++at;
          continue;
@@ -24,7 +24,7 @@ std::size_t mssOptionAt( std::span< const std::uint8_t > tcp ) {
       if ( at + 2 > tcp.size() ) return 0;
       const std::size_t len = tcp[ at + 1 ];
       if ( len < 2 || at + len > tcp.size() ) return 0;
-      if ( tcp[ at ] == maxSegmentSize ) return len == kMssOptionLen ? at : 0;
+      if ( tcp[ at ] == maxSegmentSize && len == kMssOptionLen ) return at;
       at += len;
    }
    return 0;
@@ -51,15 +51,16 @@ void TcpMssClamp::apply( const Ipv4Header & header, Packet & packet, Context & c
    if ( l4.size() < kTcpMinLen || ( l4[ kFlagsAt ] & kSyn ) == 0 ) return;
    const std::size_t headerLen = std::size_t( l4[ 12 ] >> 4 ) * 4;
    if ( headerLen < kTcpMinLen || headerLen > l4.size() ) return;
-   const auto at = mssOptionAt( l4.first( headerLen ) );
-   if ( at == 0 ) return;
-   const auto announced = get16( &l4[ at + 2 ] );
-   if ( announced <= mss ) return;
-   put16( &l4[ at + 2 ], std::uint16_t( mss ) );
-   if ( doChecksum )
-      put16( &l4[ kChecksumAt ], checksumChanged( get16( &l4[ kChecksumAt ] ), asSummed( announced, at ),
-                                                  asSummed( std::uint16_t( mss ), at ) ) );
-   context.note( "MSS {} clamped to {}", announced, mss );
+   const auto tcp = l4.first( headerLen );
+   for ( auto at = mssOptionAt( tcp, kTcpMinLen ); at != 0; at = mssOptionAt( tcp, at + kMssOptionLen ) ) {
+      const auto announced = get16( &tcp[ at + 2 ] );
+      if ( announced <= mss ) continue;
+      put16( &tcp[ at + 2 ], std::uint16_t( mss ) );
+      if ( doChecksum )
+         put16( &tcp[ kChecksumAt ], checksumChanged( get16( &tcp[ kChecksumAt ] ), asSummed( announced, at ),
+                                                      asSummed( std::uint16_t( mss ), at ) ) );
+      context.note( "MSS {} clamped to {}", announced, mss );
+   }
 }
 
 } // namespace Vexdp

@@ -62,13 +62,31 @@ Walk::Walk( CounterTable & counters, Purpose purpose ) : context_( counters, pur
 void Walk::run( Module & source, Packet packet, Reply * trace ) {
    trace_ = trace;
    traced_ = &packet;
-   run( source, { &packet, 1 } );
+   context_.readClock();
+   walk( source, { &packet, 1 } );
    trace_ = nullptr;
    context_.trace_ = nullptr;
 }
 
 void Walk::run( Module & source, std::span< Packet > burst ) {
    context_.readClock();
+   if ( watcher_ == nullptr || !watcher_->tracing( context_.now_ ) ) return walk( source, burst );
+   runWatched( source, burst );
+}
+
+// One by one: each may have a trace of its own.
+void Walk::runWatched( Module & source, std::span< Packet > burst ) {
+   for ( auto & packet : burst ) {
+      trace_ = watcher_->trace( source, packet, context_.now_ );
+      traced_ = &packet;
+      walk( source, { &packet, 1 } );
+      if ( trace_ != nullptr ) watcher_->traced( context_.now_ );
+   }
+   trace_ = nullptr;
+   context_.trace_ = nullptr;
+}
+
+void Walk::walk( Module & source, std::span< Packet > burst ) {
    context_.room_ = burst.size() * kMaxMade;
    for ( auto & packet : burst ) waiting_.push_back( { &packet, &source, 0, 0 } );
    while ( !waiting_.empty() ) {
@@ -109,6 +127,7 @@ void Walk::traceIs( const Packet & packet ) { context_.trace_ = &packet == trace
 Fate Walk::process( Module & module, const Traveller & traveller ) {
    auto & packet = *traveller.packet;
    context_.igate_ = traveller.igate;
+   if ( watcher_ != nullptr ) watcher_->enters( module, packet, context_.now_ );
    if ( trace_ != nullptr ) traceIs( packet );
    if ( context_.trace_ == nullptr ) return module.process( packet, context_ );
    context_.step_ = context_.trace_->add_step();
@@ -122,6 +141,7 @@ Fate Walk::process( Module & module, const Traveller & traveller ) {
 void Walk::goOn( Module & module, Fate fate, const Traveller & traveller ) {
    const auto & packet = *traveller.packet;
    if ( !fate.goesOn() ) return end( module, fate, packet );
+   if ( watcher_ != nullptr ) watcher_->leaves( module, fate.ogate_, packet, context_.now_ );
    if ( traveller.hops + 1 >= kMaxHops ) return lose( module, packet, "loop" );
    auto * const next = cross( module, fate, packet );
    if ( next == nullptr ) return lose( module, packet, "gate {} is not connected", fate.ogate_ );

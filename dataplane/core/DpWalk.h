@@ -114,6 +114,20 @@ class Context {
    std::size_t room_ = 0;                            // for so many more
 };
 
+// Looks at packets on their way, on the worker's thread, and leaves them as they are.
+class PacketWatcher {
+ public:
+   virtual ~PacketWatcher() = default;
+   virtual void enters( const Module & module, const Packet & packet, double now ) = 0;
+   virtual void leaves( const Module & module, GateId ogate, const Packet & packet, double now ) = 0;
+   // Where the way of a packet that begins there is to be written; null: nowhere.
+   virtual vex::pb::TracePacketReply * trace( const Module & source, const Packet & packet, double now ) = 0;
+   // The trace is complete.
+   virtual void traced( double now ) = 0;
+   // trace() may say so of one.
+   virtual bool tracing( double now ) const = 0;
+};
+
 // Runs bursts of packets from a source on. What is at one module goes through it together, in the order of the burst,
 // so that a module can have fetched what it needs for all before it looks at the first; packets that part go on in
 // groups of their own, and those of one flow, which go the same way, keep their order. What a module makes of a packet
@@ -131,6 +145,8 @@ class Walk {
    Walk( CounterTable & counters, Purpose purpose );
 
    void run( Module & source, std::span< Packet > burst );
+   // Null: nobody looks. It outlives the walk, or is taken back.
+   void watcherIs( PacketWatcher * watcher ) { watcher_ = watcher; }
    // The trace, when there is one, gets the steps and the end of the packet itself; what is made of it beside goes its
    // way untraced.
    void run( Module & source, Packet packet, vex::pb::TracePacketReply * trace = nullptr );
@@ -144,7 +160,8 @@ class Walk {
       unsigned hops;
    };
 
-   void go();
+   void walk( Module & source, std::span< Packet > burst );
+   void runWatched( Module & source, std::span< Packet > burst );
    void takeGroup();
    void visit( Module & module );
    Fate process( Module & module, const Traveller & traveller );
@@ -167,6 +184,7 @@ class Walk {
    OGate * gate_ = nullptr;          // the last that a packet left by
    std::uint64_t crossed_ = 0;       // packets there that aren't counted yet
    std::uint64_t bytes_ = 0;
+   PacketWatcher * watcher_ = nullptr;
    vex::pb::TracePacketReply * trace_ = nullptr;
    const Packet * traced_ = nullptr;
 };

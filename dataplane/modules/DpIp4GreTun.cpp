@@ -1,5 +1,6 @@
 #include "DpIp4GreTun.h"
 
+#include "DpGraph.h"
 #include "DpIpv4.h"
 #include "DpModuleClass.h"
 #include "DpWalk.h"
@@ -16,6 +17,9 @@ constexpr GateId kGreOut = 1;
 constexpr std::uint16_t kKeyPresent = 0x2000;
 
 Ipv4Addr sourceOf( const Ip4GreTunArg & init ) { return { init.ip_encap_arg().tun_src_ip() }; }
+std::uint8_t outerProto( const Ip4GreTunArg & init ) {
+   return init.ip_encap_arg().has_proto() ? std::uint8_t( init.ip_encap_arg().proto() ) : kProtoGre;
+}
 Ipv4Addr destinationOf( const Ip4GreTunArg & init ) { return { init.ip_encap_arg().tun_dst_ip() }; }
 
 } // namespace
@@ -39,7 +43,9 @@ Outcome Ip4GreTun::check( const Ip4GreTunArg & init ) {
    return requireAtMost( "tun_ttl", encap.tun_ttl(), 255 );
 }
 
-Ip4GreTun::Ip4GreTun( Identity identity, const Ip4GreTunArg & init ) : Module( std::move( identity ) ), init_( init ) {}
+Ip4GreTun::Ip4GreTun( Identity identity, const Ip4GreTunArg & init ) :
+     Module( std::move( identity ) ), init_( init ),
+     nextId_( graph().kept< OuterIds >().of( sourceOf( init ), destinationOf( init ), outerProto( init ) ) ) {}
 
 Outcome Ip4GreTun::setIp4TunTos( const TunTosArg & arg ) {
    if ( auto out = requireFields( { { arg.has_tun_tos(), "tun_tos" } } ); !out.ok() ) return out;
@@ -88,9 +94,9 @@ bool Ip4GreTun::encapsulate( Packet & packet, std::uint8_t ttl ) {
    const auto & encap = init_.ip_encap_arg();
    writeIpv4Header( outer, { .tos = copyTos_.value_or( true ) ? std::uint8_t( encap.tun_tos() ) : std::uint8_t( 0 ),
                              .totalLen = std::uint16_t( totalLen ),
-                             .id = nextId_++,
+                             .id = ( *nextId_ )++,
                              .ttl = ttl,
-                             .proto = encap.has_proto() ? std::uint8_t( encap.proto() ) : kProtoGre,
+                             .proto = outerProto( init_ ),
                              .src = sourceOf( init_ ),
                              .dst = destinationOf( init_ ) } );
    auto * gre = outer + Ipv4Header::kMinLen;

@@ -11,6 +11,7 @@
 #pragma once
 
 #include "DpModule.h"
+#include "DpOuterIds.h"
 
 #include "vex/ip.pb.h"
 
@@ -41,7 +42,7 @@ class Ip4GreTun : public Module {
    const vex::pb::Ip4GreTunArg init_;
    std::optional< bool > copyTos_;
    std::optional< bool > innerTtl_;
-   std::uint16_t nextId_ = 0; // of the outer headers
+   const OuterIds::Counter nextId_;
 };
 
 } // namespace Vexdp

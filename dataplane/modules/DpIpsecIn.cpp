@@ -19,6 +19,14 @@ IpsecSa * inboundOf( const Graph & graph, const EspId & id ) {
    return sa->udp() && sa->entry().encap_dst_port() != *id.udpPort ? nullptr : sa;
 }
 
+// From a peer's address to one of an association, or to the UDP port of one: an address of UDP may be a NAT's.
+bool isOfPeer( const Graph & graph, const EspId & id, Packet & packet ) {
+   const auto * management = graph.shared< IpsecManagement >();
+   if ( management == nullptr ) return false;
+   return id.udpPort ? management->udpEnd( id.dst, *id.udpPort )
+                     : management->bareEnd( Ipv4Header::of( packet )->src(), id.dst );
+}
+
 Fate open( IpsecSa * sa, const EspId & id, Packet & packet, Context & context ) {
    if ( sa == nullptr ) return context.drop( kNoCounter, "there is no inbound SA {:#010x} to {}", id.spi, id.dst );
    if ( const auto * why = espOpen( *sa, packet, context.counting() ) )
@@ -26,6 +34,7 @@ Fate open( IpsecSa * sa, const EspId & id, Packet & packet, Context & context ) 
    // A packet of its own: this router's hop is still to be taken from it.
    packet.meta.ttlDone = false;
    packet.meta.own = false;
+   packet.meta.encapId = sa->encapId();
    context.note( "SA {:#010x}, {} mode, {}", id.spi, sa->tunnelMode() ? "tunnel" : "transport", sa->desc() );
    return context.forward( kDecrypted );
 }
@@ -40,8 +49,10 @@ const ModuleClass & IpsecTunnelIngress::moduleClass() {
 
 Fate IpsecTunnelIngress::process( Packet & packet, Context & context ) {
    const auto id = EspId::of( packet );
-   if ( !id ) return context.drop( kNoCounter, "it holds no ESP" );
-   return open( inboundOf( graph(), *id ), *id, packet, context );
+   auto * const sa = id ? inboundOf( graph(), *id ) : nullptr;
+   if ( sa != nullptr || ( id && isOfPeer( graph(), *id, packet ) ) ) return open( sa, *id, packet, context );
+   packet.meta.forKernel = true;
+   return context.handUp( "it holds no ESP of a peer's" );
 }
 
 const ModuleClass & IpsecDecrypt::moduleClass() {

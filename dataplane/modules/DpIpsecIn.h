@@ -11,8 +11,10 @@ namespace Vexdp {
 // IpsecTunnelIngress: opens what comes in for the tunnels.
 //
 //   in     any gate     IPv4 packets that hold ESP, bare or in UDP
-//   out    0            on, what they held
-//   drops  everything else: no ESP, no association, not authentic, come before
+//   out    0            on, what they held, with the connection that it came by
+//   drops  no association of a peer that has one, not authentic, come before
+//
+// What holds no ESP, or is from nobody who has an association, is handed to the router.
 class IpsecTunnelIngress : public Module {
  public:
    static const ModuleClass & moduleClass();

@@ -1,5 +1,6 @@
 #include "DpIpsecManagement.h"
 
+#include "DpGraph.h"
 #include "DpModuleClass.h"
 #include "DpWalk.h"
 
@@ -95,7 +96,10 @@ Outcome IpsecManagement::updateIpsecSas( const IpsecUpdateSAArg & arg ) {
    for ( const auto & entry : arg.saentries() ) {
       const auto & before = sasOf( key );
       const auto same = std::ranges::find_if( before, [ &entry ]( const auto & sa ) { return sa->is( entry ); } );
-      sas.push_back( same == before.end() ? std::make_shared< IpsecSa >( entry ) : *same );
+      sas.push_back( same == before.end()
+                          ? std::make_shared< IpsecSa >( entry, key.encapId, key.direction, graph().kept< SaHistory >(),
+                                                         graph().kept< OuterIds >() )
+                          : *same );
    }
    replace( key, std::move( sas ) );
    return {};
@@ -157,18 +161,35 @@ void IpsecManagement::replace( const Key & key, Sas sas ) {
    const bool inbound = key.direction == SaDirection::inbound;
    for ( const auto & sa : sasOf( key ) ) {
       for ( const auto & device : devicesOf( sa->entry() ) ) --devices_.at( device ).sessions;
-      if ( inbound ) inbound_.erase( SpiAndDst( sa->spi(), sa->dst().value ) );
+      if ( inbound ) {
+         inbound_.erase( SpiAndDst( sa->spi(), sa->dst().value ) );
+         countEnd( *sa, false );
+      }
       --count_;
    }
    for ( const auto & sa : sas ) {
       for ( const auto & device : devicesOf( sa->entry() ) ) ++devices_.at( device ).sessions;
-      if ( inbound ) inbound_.emplace( SpiAndDst( sa->spi(), sa->dst().value ), std::pair( key, sa.get() ) );
+      if ( inbound ) {
+         inbound_.emplace( SpiAndDst( sa->spi(), sa->dst().value ), std::pair( key, sa.get() ) );
+         countEnd( *sa, true );
+      }
       ++count_;
    }
    if ( sas.empty() )
       sas_.erase( key );
    else
       sas_[ key ] = std::move( sas );
+}
+
+void IpsecManagement::countEnd( const IpsecSa & sa, bool comes ) {
+   const auto count = [ comes ]( Ends & ends, Ends::key_type end ) {
+      if ( comes )
+         ++ends[ end ];
+      else if ( --ends[ end ] == 0 )
+         ends.erase( end );
+   };
+   count( sa.udp() ? udpPairs_ : ends_, { sa.src().value, sa.dst().value } );
+   if ( sa.udp() ) count( udpEnds_, { sa.dst().value, sa.entry().encap_dst_port() } );
 }
 
 IpsecSa * IpsecManagement::outbound( std::uint32_t vrf, std::uint32_t encapId ) const {

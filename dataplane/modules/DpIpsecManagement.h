@@ -2,7 +2,8 @@
 // come here.
 //
 // Associations are kept by VRF, connection and direction, and each update replaces those of one key whole. One that is
-// there already, the same in every field and key, goes on: with its sequence numbers, and what it has seen.
+// there already, the same in every field and key, goes on. One with the same SPI and key, whatever else has changed and
+// whether it was there or not, takes up the sequence numbers where they were left (DpSaHistory.h).
 #pragma once
 
 #include "DpIpsecSa.h"
@@ -15,9 +16,6 @@
 #include <vector>
 
 namespace Vexdp {
-
-// Values of `sa_direction`.
-enum class SaDirection : std::uint8_t { outbound = 0, inbound = 1 };
 
 class IpsecManagement : public Module {
  public:
@@ -46,6 +44,13 @@ class IpsecManagement : public Module {
    IpsecSa * outboundTransport( Ipv4Addr src, Ipv4Addr dst ) const;
    // By what its packets carry; null when there is none.
    IpsecSa * inbound( std::uint32_t spi, Ipv4Addr dst ) const;
+   // Whether an inbound association is for bare ESP between the addresses.
+   bool bareEnd( Ipv4Addr src, Ipv4Addr dst ) const { return ends_.contains( { src.value, dst.value } ); }
+   // Whether an inbound association is for ESP in UDP to the port.
+   bool udpEnd( Ipv4Addr dst, std::uint16_t port ) const { return udpEnds_.contains( { dst.value, port } ); }
+   // The same for fragments, which don't all have a port: from the association's source.
+   bool udpEndOf( Ipv4Addr src, Ipv4Addr dst ) const { return udpPairs_.contains( { src.value, dst.value } ); }
+   bool hasUdp() const { return !udpEnds_.empty(); }
 
    Fate process( Packet & packet, Context & context ) override;
    CommandSource commands() const override;
@@ -72,11 +77,17 @@ class IpsecManagement : public Module {
    Outcome requireRoom( const Key & key, const vex::pb::IpsecUpdateSAArg & arg ) const;
    const Sas & sasOf( const Key & key ) const;
    void replace( const Key & key, Sas sas );
+   void countEnd( const IpsecSa & sa, bool comes );
 
    const std::uint32_t maxSas_;
    std::map< std::string, Device > devices_;
    std::map< Key, Sas > sas_;
    absl::flat_hash_map< SpiAndDst, std::pair< Key, IpsecSa * > > inbound_;
+   // Inbound associations by what they are for: source and destination, or destination and UDP port.
+   using Ends = absl::flat_hash_map< std::pair< std::uint32_t, std::uint32_t >, unsigned >;
+   Ends ends_;
+   Ends udpEnds_;
+   Ends udpPairs_; // by source and destination
    std::size_t count_ = 0;
 };
 

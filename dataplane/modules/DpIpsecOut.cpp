@@ -14,7 +14,7 @@ namespace {
 constexpr GateId kEncrypted = 0;
 
 Fate seal( IpsecSa & sa, Packet & packet, Context & context ) {
-   const auto sequence = sa.sequence + 1;
+   const auto sequence = sa.use().sequence + 1;
    if ( const auto * why = espSeal( sa, packet, context.counting() ) )
       return context.drop( kNoCounter, "SA {:#010x}: {}", sa.spi(), why );
    context.note( "SA {:#010x}, {} mode, {}", sa.spi(), sa.tunnelMode() ? "tunnel" : "transport", sa.desc() );

@@ -3,11 +3,8 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/util/message_differencer.h>
 
-#include <openssl/rand.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <stdexcept>
 #include <vector>
 
 namespace Vexdp {
@@ -133,11 +130,8 @@ Outcome checkFields( const Entry & entry ) {
    return requireAtMost( "replay_window", entry.replay_window(), IpsecSa::kMaxReplayWindow );
 }
 
-std::uint64_t randomNumber() {
-   std::uint64_t number = 0;
-   if ( RAND_bytes( reinterpret_cast< unsigned char * >( &number ), sizeof( number ) ) != 1 )
-      throw std::runtime_error( "the crypto library has no random numbers" );
-   return number;
+std::size_t icvLenOf( const Entry & entry ) {
+   return entry.has_icv_len() ? entry.icv_len() : icvAlgorithmOf( entry ).icvLens.front();
 }
 
 // Field by field: a key that is copied and cleared stays behind in the memory of the copy. All other fields are
@@ -168,9 +162,17 @@ Outcome IpsecSa::check( const Entry & entry ) {
    return {};
 }
 
-IpsecSa::IpsecSa( const Entry & entry ) :
-     replay( entry.replay_window() ), entry_( withoutKeys( entry ) ), cipherKey_( entry.crypto_info() ),
-     authKey_( entry.auth_info() ), ivStart_( randomNumber() ) {}
+IpsecSa::IpsecSa( const Entry & entry, std::uint32_t encapId, SaDirection direction, SaHistory & history,
+                  OuterIds & ids ) :
+     entry_( withoutKeys( entry ) ),
+     encapId_( encapId ), icvLen_( icvLenOf( entry ) ), cipherKey_( entry.crypto_info() ),
+     authKey_( entry.auth_info() ), use_( history.of( direction, entry ) ),
+     ids_( ids.of( src(), dst(), udp() ? kProtoUdp : kProtoEsp ) ),
+     session_( { cipher(), auth(), cipherKey_.span(), authKey_.span() } ) {
+   // What nobody has authenticated moves no window: a forged packet would shut it.
+   const bool authenticates = cipher() == IpsecCipher::aesGcm || auth() != IpsecAuth::none;
+   use_->replay.sizeIs( authenticates ? entry.replay_window() : 0 );
+}
 
 bool IpsecSa::is( const Entry & entry ) const {
    return google::protobuf::util::MessageDifferencer::Equals( entry_, withoutKeys( entry ) ) &&
@@ -178,10 +180,6 @@ bool IpsecSa::is( const Entry & entry ) const {
 }
 
 bool IpsecSa::tunnelMode() const { return entry_.flags() == kTunnelMode; }
-
-std::size_t IpsecSa::icvLen() const {
-   return entry_.has_icv_len() ? entry_.icv_len() : icvAlgorithmOf( entry_ ).icvLens.front();
-}
 
 std::string IpsecSa::desc() const {
    const char * name = cipherOf( entry_ ).name;

@@ -1,8 +1,10 @@
 // A security association of ESP (RFC 4303): how the packets of one direction of a connection are protected.
 #pragma once
 
+#include "DpEspCrypto.h"
+#include "DpOuterIds.h"
 #include "DpRefusal.h"
-#include "DpReplayWindow.h"
+#include "DpSaHistory.h"
 #include "DpSecret.h"
 
 #include "vex/ipsec.pb.h"
@@ -10,10 +12,6 @@
 #include <optional>
 
 namespace Vexdp {
-
-// Values of `cipher_algorithm` and `auth_algorithm`.
-enum class IpsecCipher : std::uint8_t { null = 1, aesGcm = 2, aesCbc = 5 };
-enum class IpsecAuth : std::uint8_t { none = 1, sha1 = 10, sha256 = 14 };
 
 class IpsecSa {
  public:
@@ -26,8 +24,8 @@ class IpsecSa {
    // Names the SA by its SPI, and a key by its length alone. EINVAL, ERANGE: what the class or its algorithms don't
    // take.
    static Outcome check( const Entry & entry );
-   // REQUIRES: check( entry ) is ok
-   explicit IpsecSa( const Entry & entry );
+   // Goes on where the history has left its key. REQUIRES: check( entry ) is ok
+   IpsecSa( const Entry & entry, std::uint32_t encapId, SaDirection direction, SaHistory & history, OuterIds & ids );
 
    // It is the same in every field and key.
    bool is( const Entry & entry ) const;
@@ -36,6 +34,8 @@ class IpsecSa {
    // "AES-CBC 128, HMAC-SHA1-96", for texts.
    std::string desc() const;
 
+   // The connection that it is of.
+   std::uint32_t encapId() const { return encapId_; }
    std::uint32_t spi() const { return entry_.sa_spi(); }
    Ipv4Addr src() const { return { entry_.src_addr() }; }
    Ipv4Addr dst() const { return { entry_.dst_addr() }; }
@@ -43,23 +43,23 @@ class IpsecSa {
    bool udp() const { return entry_.encap_type() == 1; }
    IpsecCipher cipher() const { return IpsecCipher( entry_.cipher_algorithm() ); }
    IpsecAuth auth() const { return IpsecAuth( entry_.auth_algorithm() ); }
-   // Of GCM with its salt behind it.
-   const Secret & cipherKey() const { return cipherKey_; }
-   const Secret & authKey() const { return authKey_; }
-   std::size_t icvLen() const;
+   std::size_t icvLen() const { return icvLen_; }
 
-   // Where the numbers begin that its packets are encrypted under; random.
-   std::uint64_t ivStart() const { return ivStart_; }
-
-   // Of the last packet that was sent.
-   std::uint32_t sequence = 0;
-   ReplayWindow replay;
+   // What its key has been used for.
+   SaUse & use() { return *use_; }
+   EspSession & session() { return session_; }
+   // Of its outer headers.
+   std::uint16_t & nextId() { return *ids_; }
 
  private:
-   Entry entry_;
-   Secret cipherKey_;
-   Secret authKey_;
-   std::uint64_t ivStart_;
+   const Entry entry_;
+   const std::uint32_t encapId_;
+   const std::size_t icvLen_;
+   const Secret cipherKey_; // of GCM with its salt behind it
+   const Secret authKey_;
+   const std::shared_ptr< SaUse > use_;
+   const OuterIds::Counter ids_;
+   EspSession session_;
 };
 
 // "SA 0x00000101: why"

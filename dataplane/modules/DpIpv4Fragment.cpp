@@ -13,14 +13,17 @@ constexpr std::size_t kUnit = 8; // offsets count in these
 constexpr std::size_t kMaxOffset = 0x1fff * kUnit;
 
 // The header of the fragments after the first: of the options only those whose copied flag is set, padded to words.
+// From one whose length is wrong on nobody can tell options apart, and all goes as its flag says.
 std::vector< std::uint8_t > laterHeader( std::span< const std::uint8_t > header ) {
    std::vector< std::uint8_t > later( header.begin(), header.begin() + Ipv4Header::kMinLen );
    for ( std::size_t at = Ipv4Header::kMinLen; at < header.size() && header[ at ] != 0; ) {
       const std::size_t len = header[ at ] == 1 ? 1 : at + 1 < header.size() ? header[ at + 1 ] : 0;
-      if ( len == 0 || at + len > header.size() ) break;
+      const bool noOperation = header[ at ] == 1;
+      const bool broken = at + len > header.size() || ( len < 2 && !noOperation );
+      const auto take = broken ? header.size() - at : len;
       if ( header[ at ] & 0x80 )
-         later.insert( later.end(), header.begin() + long( at ), header.begin() + long( at + len ) );
-      at += len;
+         later.insert( later.end(), header.begin() + long( at ), header.begin() + long( at + take ) );
+      at += take;
    }
    later.resize( ( later.size() + 3 ) / 4 * 4 );
    later[ 0 ] = std::uint8_t( 0x40 | later.size() / 4 );

@@ -38,7 +38,7 @@ PortRxCp::~PortRxCp() {
 
 const ModuleClass & PortRx::moduleClass() {
    static const ModuleClass self =
-        describe< PortRx, PortArg >( "PortRx", "frames from an interface", { .igates = 0, .ogates = 1 },
+        describe< PortRx, PortArg >( "PortRx", "frames from an interface", { .igates = kMaxGates, .ogates = 1 },
                                      { command< &PortRx::setEnabled >( "setEnabled" ) } );
    return self;
 }

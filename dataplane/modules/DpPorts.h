@@ -30,8 +30,8 @@ class Port : public Module {
    const std::shared_ptr< Wire > wire_;
 };
 
-// Frames from the interface, or bare IP packets from a tunnel interface, leave by gate 0. Those of a disabled interface
-// are dropped.
+// Frames from the interface leave by gate 0, and so do the bare IP packets that come to a tunnel interface by any input
+// gate. Those of a disabled interface are dropped.
 class PortRx : public Port {
  public:
    static const ModuleClass & moduleClass();

@@ -18,6 +18,7 @@
 #include "DpPolicyQos.h"
 #include "DpPorts.h"
 #include "DpTrap.h"
+#include "DpTunnelIngress.h"
 
 #include <algorithm>
 
@@ -50,6 +51,7 @@ std::span< const ModuleClass * const > moduleClasses() {
            &PortTx::moduleClass(),
            &PortTxCp::moduleClass(),
            &Trap::moduleClass(),
+           &TunnelIngress::moduleClass(),
       };
       std::ranges::sort( all, {}, &ModuleClass::name );
       return all;

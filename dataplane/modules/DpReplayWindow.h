@@ -1,6 +1,7 @@
 // The anti-replay window of an inbound security association (RFC 4303, section 3.4.3).
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -9,7 +10,7 @@ namespace Vexdp {
 class ReplayWindow {
  public:
    // So many packets may come late. 0: nothing is checked.
-   explicit ReplayWindow( std::uint32_t size ) : seen_( size ) {}
+   explicit ReplayWindow( std::uint32_t size = 0 ) : seen_( size ) {}
 
    // False: it has come before, is too old to tell, or is 0, which is never sent.
    bool admits( std::uint32_t sequence ) const {
@@ -20,7 +21,10 @@ class ReplayWindow {
    }
    // REQUIRES: admits( sequence ), and the packet is authentic
    void note( std::uint32_t sequence ) {
-      if ( seen_.empty() ) return;
+      if ( seen_.empty() ) {
+         highest_ = std::max( highest_, sequence );
+         return;
+      }
       if ( sequence > highest_ ) {
          if ( sequence - highest_ >= seen_.size() )
             seen_.assign( seen_.size(), false );
@@ -29,6 +33,14 @@ class ReplayWindow {
          highest_ = sequence;
       }
       seen_[ sequence % seen_.size() ] = true;
+   }
+   // What has come stays told; of numbers that were too old for the smaller window nobody knows, and none is taken.
+   void sizeIs( std::uint32_t size ) {
+      if ( size == seen_.size() ) return;
+      std::vector< bool > seen( size );
+      for ( std::uint32_t back = 0; back < size && back < highest_; ++back )
+         seen[ ( highest_ - back ) % size ] = !admits( highest_ - back ) || seen_.empty();
+      seen_ = std::move( seen );
    }
 
  private:

@@ -1,7 +1,12 @@
 #include "DpTrap.h"
 
+#include "DpEsp.h"
 #include "DpEthernet.h"
+#include "DpGraph.h"
+#include "DpIpsecManagement.h"
 #include "DpModuleClass.h"
+#include "DpReassembly.h"
+#include "DpTunnelIngress.h"
 #include "DpWalk.h"
 #include "DpWire.h"
 
@@ -11,21 +16,70 @@ namespace Vexdp {
 
 using vex::pb::PolicyApplyArg;
 
+namespace {
+constexpr GateId kToTunnels = 1;
+constexpr GateId kToIpsec = 2;
+constexpr std::uint16_t kEtherTypeArp = 0x0806;
+} // namespace
+
 const ModuleClass & Trap::moduleClass() {
    static const ModuleClass self = trapping( describe< Trap, bess::pb::EmptyArg >(
-        "Trap", "packets that go to the router itself", { .igates = kMaxGates, .ogates = 0 },
+        "Trap", "packets that go to the router itself", { .igates = kMaxGates, .ogates = 3 },
         { command< &Trap::applyPolicy >( "applyPolicy" ) } ) );
    return self;
 }
 
-namespace {
-constexpr std::uint16_t kEtherTypeArp = 0x0806;
+Outcome Trap::applyPolicy( const PolicyApplyArg & arg ) { return policy_.bind( graph(), RuleTarget::cpu, arg ); }
+
+std::optional< GateId > Trap::tunnelGate( const Ipv4Header & header, Packet & packet ) const {
+   const auto & meta = packet.meta;
+   const auto proto = header.proto();
+   if ( meta.forKernel || meta.own || ( proto != kProtoGre && proto != kProtoEsp && proto != kProtoUdp ) )
+      return std::nullopt;
+   GateId gate = kToIpsec;
+   if ( proto == kProtoGre ) {
+      const auto * tunnels = graph().shared< TunnelIngress >();
+      if ( tunnels == nullptr || !tunnels->greEnd( meta.vrf, header.dst(), header.src() ) ) return std::nullopt;
+      gate = kToTunnels;
+   } else {
+      const auto * management = graph().shared< IpsecManagement >();
+      if ( management == nullptr ) return std::nullopt;
+      const auto id = proto == kProtoUdp && management->hasUdp() ? EspId::of( packet ) : std::nullopt;
+      const bool known = proto == kProtoEsp    ? management->bareEnd( header.src(), header.dst() )
+                         : header.isFragment() ? management->udpEndOf( header.src(), header.dst() )
+                                               : id && management->udpEnd( id->dst, *id->udpPort );
+      if ( !known ) return std::nullopt;
+   }
+   if ( gate >= ogates().size() || ogates()[ gate ].peer == nullptr ) return std::nullopt;
+   return gate;
 }
 
-Outcome Trap::applyPolicy( const PolicyApplyArg & arg ) { return policy_.bind( graph(), RuleTarget::cpu, arg ); }
+Reassembly * Trap::reassembly() const {
+   auto * const used = graph().kept< UsedReassembly >().reassembly;
+   return used != nullptr && used->ready() ? used : nullptr;
+}
+
+bool Trap::makeWhole( Reassembly & reassembly, Packet & packet, Context & context ) {
+   if ( !context.live() ) return false;
+   auto whole = reassembly.add( std::move( packet ) );
+   if ( whole ) packet = std::move( *whole );
+   return whole.has_value();
+}
 
 Fate Trap::process( Packet & packet, Context & context ) {
    packet.meta.trafficClass = 0;
+   if ( auto header = packet.meta.ethernet ? std::nullopt : Ipv4Header::of( packet ) ) {
+      auto gate = tunnelGate( *header, packet );
+      if ( auto * const used = gate && header->isFragment() ? reassembly() : nullptr ) {
+         if ( !makeWhole( *used, packet, context ) ) return context.deliver( "a fragment, which waits for the others" );
+         header = Ipv4Header::of( packet );
+         gate = tunnelGate( *header, packet );
+      }
+      if ( gate && !header->isFragment() ) {
+         context.note( "to the end of a tunnel" );
+         return context.forward( *gate );
+      }
+   }
    if ( auto header = packet.meta.ethernet ? std::nullopt : Ipv4Header::of( packet ) ) {
       const auto * rule = policy_.apply( *header, packet, context );
       if ( rule != nullptr && rule->permit == false ) return context.drop( kNoCounter, "denied" );

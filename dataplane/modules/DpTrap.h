@@ -1,20 +1,31 @@
 // Trap: where packets are handed to the router itself. Why, is said by the module that punted them. The control-plane
 // policy gives IPv4 packets their traffic class on the way; others, and those that no rule matches, are of class 0.
 //
+//   out    1            GRE between the ends of a tunnel
+//          2            ESP from a peer with an association, bare or in UDP
+//   drops  what the policy denies, what cannot go up as it came, fragments to a tunnel's end that never become whole
+//
+// What left by one of these gates and comes back is for the router's kernel. Fragments to a tunnel's end are put
+// together first (DpReassembly.h); others go up as they are.
+//
 // Of each class, of ARP, and of what is neither IPv4 nor ARP, the router's kernel gets kRate packets a second: what
 // floods one leaves the others alone, and costs packets that are forwarded little of the worker's time. More is
 // dropped.
 #pragma once
 
+#include "DpIpv4.h"
 #include "DpModule.h"
 #include "DpRuleBinding.h"
 #include "DpTokenBucket.h"
 
 #include "bess/control.pb.h"
 
+#include <optional>
 #include <vector>
 
 namespace Vexdp {
+
+class Reassembly;
 
 class Trap : public Module {
  public:
@@ -35,6 +46,12 @@ class Trap : public Module {
    std::string desc() const override;
 
  private:
+   // The gate to a tunnel's end; nothing for what no tunnel has brought.
+   std::optional< GateId > tunnelGate( const Ipv4Header & header, Packet & packet ) const;
+   // The packet is whole, or put together; false: it waits for its rest.
+   static bool makeWhole( Reassembly & reassembly, Packet & packet, Context & context );
+   // Null: fragments go up as they are.
+   Reassembly * reassembly() const;
    TokenBucket & upTo( const Packet & packet );
 
    RuleBinding policy_;

@@ -133,6 +133,7 @@ void Engine::apply( const bess::pb::CreatePortRequest & request, bess::pb::Creat
    response.set_mac_addr( port.listed.mac_addr() );
    if ( !worker_ ) worker_ = std::make_unique< Worker >( ports_, counters_, busy_ );
    const Pause pause( *this );
+   watch();
    ports_.add( std::move( port ) );
    portsChanged();
 }
@@ -248,11 +249,53 @@ void Engine::trace( const TracePacketRequest & request, TracePacketReply & reply
    report( { request.intfname(), {}, "TracePacket" }, tracePacket( graph_, counters_, request, reply ), reply );
 }
 
+namespace {
+void refuseIn( CaptureReply & reply, const Outcome & out ) {
+   if ( out.ok() ) return;
+   reply.mutable_error()->set_code( out.refusal().code );
+   reply.mutable_error()->set_errmsg( out.refusal().reason );
+}
+
+double secondsNow() {
+   return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
+}
+} // namespace
+
+// With the worker at a pause. Packets that nobody looks at pay nothing for it.
+void Engine::watch() {
+   if ( worker_ ) worker_->watcherIs( captures_.empty() ? nullptr : &captures_ );
+}
+
+Outcome Engine::captureIs( const CaptureRequest & request, double now, CaptureReply & reply ) {
+   const Pause pause( *this );
+   captures_.expire( now );
+   std::uint64_t id = request.id();
+   Outcome out;
+   if ( request.end() )
+      captures_.end( id );
+   else if ( !request.module().empty() && graph_.find( request.module() ) == nullptr )
+      out = refuse( ENOENT, "there is no module {}", request.module() );
+   else
+      out = captures_.begin( request, now, id );
+   watch();
+   reply.set_id( id );
+   return out;
+}
+
+void Engine::capture( const CaptureRequest & request, CaptureReply & reply ) {
+   const std::lock_guard< std::mutex > lock( mutex_ );
+   const auto now = secondsNow();
+   if ( request.id() == 0 || request.end() ) return refuseIn( reply, captureIs( request, now, reply ) );
+   const auto capture = captures_.find( request.id() );
+   if ( !capture ) return refuseIn( reply, refuse( ENOENT, "the capture is over" ) );
+   reply.set_id( request.id() );
+   capture->tell( now, reply );
+}
+
 void Engine::drops( DropsReply & reply ) const {
    const Hold hold( *this );
    listDrops( graph_, reply );
-   reply.set_timestamp(
-        std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count() );
+   reply.set_timestamp( secondsNow() );
 }
 
 Outcome Engine::dump( const DumpRequest & request, std::unique_ptr< Dump > & dump ) const {

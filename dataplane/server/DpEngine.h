@@ -3,9 +3,11 @@
 // carry packets now and then; while a device is made or ended the worker works.
 #pragma once
 
+#include "DpCaptures.h"
 #include "DpCounterTable.h"
 #include "DpDump.h"
 #include "DpGraph.h"
+#include "DpIpFragments.h"
 #include "DpPortTable.h"
 #include "DpRequests.h"
 #include "DpWorker.h"
@@ -25,8 +27,10 @@ class Engine {
  public:
    // The counter table outlives the engine, and nobody else writes it.
    explicit Engine( CounterTable & counters, const EngineOptions & options = {} ) :
-        counters_( counters ), graph_( options.limits ), requests_( graph_ ), eal_( options.eal ),
-        ports_( eal_, graph_.wires() ), busy_( options.busy ) {}
+        counters_( counters ), graph_( options.limits ), requests_( graph_ ), eal_( options.eal ), fragments_( eal_ ),
+        ports_( eal_, graph_.wires() ), busy_( options.busy ) {
+      graph_.kept< UsedReassembly >().reassembly = &fragments_;
+   }
 
    // Back to the state of a fresh data plane: no modules, no ports, counters at zero, no batch applied.
    void reset();
@@ -60,6 +64,7 @@ class Engine {
    void lookup( const vex::pb::LookupRequest & request, vex::pb::LookupReply & reply ) const;
    void trace( const vex::pb::TracePacketRequest & request, vex::pb::TracePacketReply & reply );
    void drops( vex::pb::DropsReply & reply ) const;
+   void capture( const vex::pb::CaptureRequest & request, vex::pb::CaptureReply & reply );
 
    // ENOENT: a module that is named is not there.
    Outcome dump( const vex::pb::DumpRequest & request, std::unique_ptr< Dump > & dump ) const;
@@ -77,6 +82,8 @@ class Engine {
    // Both with the worker at a pause.
    void portsChanged();
    PortTable::Ports takePorts();
+   void watch();
+   Outcome captureIs( const vex::pb::CaptureRequest & request, double now, vex::pb::CaptureReply & reply );
    // The device of the name, or the refusal in the response.
    template < class Response >
    const Device * portOf( const std::string & name, const char * request, Response & response ) const;
@@ -86,8 +93,10 @@ class Engine {
    Graph graph_;
    Requests requests_;
    Eal eal_;
+   IpFragments fragments_;
    PortTable ports_;
    const bool busy_;
+   Captures captures_;
    std::unique_ptr< Worker > worker_; // null before there is a port
    std::uint64_t lastBatch_ = 0;
 };

@@ -25,6 +25,12 @@ Status EngineService::TracePacket( grpc::ServerContext *, const vex::pb::TracePa
    return Status::OK;
 }
 
+Status EngineService::Capture( grpc::ServerContext *, const vex::pb::CaptureRequest * request,
+                               vex::pb::CaptureReply * reply ) {
+   engine_.capture( *request, *reply );
+   return Status::OK;
+}
+
 Status EngineService::Drops( grpc::ServerContext *, const vex::pb::DropsRequest *, vex::pb::DropsReply * reply ) {
    engine_.drops( *reply );
    return Status::OK;

@@ -21,6 +21,8 @@ class EngineService final : public vex::pb::Engine::WithRawMethod_Session< vex::
                         vex::pb::LookupReply * reply ) override;
    grpc::Status TracePacket( grpc::ServerContext *, const vex::pb::TracePacketRequest * request,
                              vex::pb::TracePacketReply * reply ) override;
+   grpc::Status Capture( grpc::ServerContext *, const vex::pb::CaptureRequest * request,
+                         vex::pb::CaptureReply * reply ) override;
    grpc::Status Drops( grpc::ServerContext *, const vex::pb::DropsRequest * request,
                        vex::pb::DropsReply * reply ) override;
 

@@ -36,8 +36,9 @@ class Worker {
    // In the midst of a hold: it carries what waits, one burst, and is held again.
    void breathe();
 
-   // The ports changed. REQUIRES: it is held
+   // Both while it is held.
    void portsChanged();
+   void watcherIs( PacketWatcher * watcher ) { walk_.watcherIs( watcher ); }
 
  private:
    // A device, and where its packets go: into the graph, or, from the kernel's device, to the other one.

@@ -86,9 +86,10 @@ CommandTable::CommandTable( Commands commands ) {
 CommandTable CommandTable::all() {
    Commands commands;
    for ( auto * const shows :
-         { fibShows,     routeShows, sourceShows,   adjacencyShows, interfaceShows, portShows,      dropShows,
-           ipsecShows,   aclShows,   bridgingShows, platformShows,  graphShows,     summaryShows,   counterShows,
-           requestShows, loopShows,  traceShows,    packetCommands, whyCommands,    changeCommands, verifyCommands } )
+         { fibShows,        routeShows,   sourceShows,    adjacencyShows, interfaceShows, portShows,
+           dropShows,       ipsecShows,   aclShows,       bridgingShows,  platformShows,  graphShows,
+           summaryShows,    counterShows, requestShows,   loopShows,      traceShows,     packetCommands,
+           captureCommands, whyCommands,  changeCommands, verifyCommands } )
       for ( auto & command : shows() ) commands.push_back( std::move( command ) );
    commands.push_back( helpOf( commands ) );
    return CommandTable( std::move( commands ) );

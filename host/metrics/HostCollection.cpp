@@ -5,6 +5,7 @@
 #include "HostKeptPort.h"
 #include "HostRouterState.h"
 #include "HulVrfRootSm.h"
+#include "vex/engine.pb.h"
 
 #include <ctime>
 #include <fstream>
@@ -19,6 +20,8 @@ constexpr std::pair< Phase, const char * > phases[] = { { Phase::starting, "star
                                                         { Phase::standby, "standby" },
                                                         { Phase::running, "running" },
                                                         { Phase::waiting, "waiting" } };
+
+constexpr const char * dropsHelp = "Packets that were lost in the data plane's graph.";
 
 // Of a process; 0: it cannot be read.
 double residentBytesOf( const std::string & process ) {
@@ -59,7 +62,7 @@ bool Collection::step() {
       case Stage::session: session(); break;
       case Stage::vrfs: vrfs(); break;
       case Stage::ports: ports(); break;
-      case Stage::counters: counters(); break;
+      case Stage::drops: drops(); break;
       case Stage::done: break;
       }
    } catch ( const CommandError & ) {
@@ -118,10 +121,16 @@ void Collection::process() {
 
 void Collection::sources() {
    const auto & state = daemon_.state();
-   for ( U8 number = Teller::connected_; number < tellers; ++number )
+   for ( U8 number = Teller::connected_; number < tellers; ++number ) {
+      const Teller teller( number );
+      const Labels labels{ { "source", nameOfTeller( teller ) } };
       samples_.gauge( "vexl3_source_routes", "Routes that a source offers, in use or waiting behind another source's.",
-                      static_cast< double >( state.routes( Teller( number ) ) ),
-                      { { "source", Teller( number ).stringValue() } } );
+                      static_cast< double >( state.routes( teller ) ), labels );
+      samples_.gauge(
+           "vexl3_source_stale_routes", "Of these, those that it has not told again since it came back.",
+           static_cast< double >( state.routes4().staleRoutes( teller ) + state.routes6().staleRoutes( teller ) ),
+           labels );
+   }
    samples_.gauge( "vexl3_neighbors", "Resolved neighbours.",
                    static_cast< double >( state.tree().arp->neighborIterator().size() ) );
 }
@@ -231,6 +240,18 @@ void Collection::ports() {
    next();
 }
 
+// As the data plane itself counts them. From one that does not, what modules count in its table is all that is known.
+void Collection::drops() {
+   if ( !drops_ ) return counters();
+   for ( size_t left = objectsAtOnce; drop_ < drops_->drop_size(); ++drop_ ) {
+      if ( left-- == 0 ) return;
+      const auto & drop = drops_->drop( drop_ );
+      samples_.counter( "vexl3_drops_total", dropsHelp, static_cast< double >( drop.packets() ),
+                        { { "module", drop.module() }, { "reason", drop.reason() } } );
+   }
+   next();
+}
+
 void Collection::counters() {
    const AgentView session( daemon_ );
    const auto table = counterTable( session );
@@ -242,8 +263,8 @@ void Collection::counters() {
       const auto reason = dropReason( at->second );
       if ( reason.empty() ) continue;
       const auto count = table->mirelCount( VexModules::MirelCounterId( at->first.value() ) ).count().value();
-      samples_.counter( "vexl3_drops_total", "Packets that a module of the data plane dropped.",
-                        static_cast< double >( count ), { { "module", at->second.module }, { "reason", reason } } );
+      samples_.counter( "vexl3_drops_total", dropsHelp, static_cast< double >( count ),
+                        { { "module", at->second.module }, { "reason", reason } } );
    }
    next();
 }

@@ -2,6 +2,7 @@
 
 #include "GantActivity.h"
 #include "HostCollection.h"
+#include "HostDropsWatch.h"
 
 #include <arpa/inet.h>
 #include <charconv>
@@ -41,7 +42,7 @@ class Published : public prometheus::Collectable {
 
 struct Metrics::Impl : Gant::StateMachine {
    explicit Impl( DaemonControl & daemon ) :
-        daemon( daemon ), clock( Gant::activityManager()->newClock() ), reactor( this ) {}
+        daemon( daemon ), drops( daemon ), clock( Gant::activityManager()->newClock() ), reactor( this ) {}
    ~Impl() override { *alive = false; }
 
    struct GantClock : Gant::Clock::Notifiee {
@@ -51,7 +52,8 @@ struct Metrics::Impl : Gant::StateMachine {
    };
 
    void begin() {
-      collection.emplace( daemon );
+      drops.look();
+      collection.emplace( daemon, drops.newest() );
       step();
    }
    void step() {
@@ -67,6 +69,7 @@ struct Metrics::Impl : Gant::StateMachine {
    }
 
    DaemonControl & daemon;
+   DropsWatch drops;
    const std::shared_ptr< Published > published = std::make_shared< Published >();
    std::optional< Collection > collection; // in the making
    Gant::Ptr< Gant::Clock > clock;

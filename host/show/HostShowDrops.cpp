@@ -1,6 +1,7 @@
 // show drops: what the data plane lost, where and why.
 
 #include "GantActivity.h"
+#include "HostAgentView.h"
 #include "HostShows.h"
 #include "VexEngineQuery.h"
 

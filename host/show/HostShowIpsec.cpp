@@ -30,13 +30,15 @@ std::string typeName( EncapIdType type ) {
    return std::to_string( type.value() );
 }
 
-Json pairsOf( const AgentView & view, const ConnectionKey & key, const Connection & connection ) {
+// Active is what packets leave by protected: a tunnel that was taken down and up has a new pair, which the agent's own
+// mark doesn't follow.
+Json pairsOf( const AgentView & view, const ConnectionKey & key, const Connection & connection, bool outSaPresent ) {
    auto pairs = Json::array();
    for ( const auto intfId : connection.intfList() ) {
       Json row{ { "interface", intfId.stringValue() } };
       const auto & pair = view.agent()->ipsecHelper()->outTunnelIpsecModulePair(
            VexL3Unicast::IpsecOutTunnelModuleKey( key.vrfName(), key.encapId(), intfId ) );
-      row[ "active" ] = pair && pair->active();
+      row[ "active" ] = pair && outSaPresent;
       if ( pair ) {
          row[ "forward" ] = pair->forwardOutTunnelModule()->name();
          row[ "local" ] = pair->localOutTunnelModule()->name();
@@ -60,7 +62,7 @@ void connectionRow( const AgentView & view, const ConnectionKey & key, Output & 
              { "inboundSas", connection.inSaq().saqs() },
              { "outboundSa", info.outSaPresent() } };
    if ( !!info.flowKey() ) row[ "flow" ] = info.flowKey().stringValue();
-   row[ "pairs" ] = pairsOf( view, key, connection );
+   row[ "pairs" ] = pairsOf( view, key, connection, info.outSaPresent() );
    out.row( row );
 }
 

@@ -7,24 +7,25 @@
 
 namespace Host {
 
-Commands fibShows();       // fib
-Commands routeShows();     // routes, pending
-Commands sourceShows();    // sources, and source
-Commands adjacencyShows(); // nexthops, adjacencies
-Commands interfaceShows(); // interfaces, neighbors, tunnels, vrfs
-Commands portShows();      // ports, workers
-Commands dropShows();      // drops
-Commands ipsecShows();     // ipsec connections, ipsec sas, ipsec flows
-Commands aclShows();       // access-lists, policy-map, control-plane
-Commands bridgingShows();  // vrrp, vlans, nat
-Commands platformShows();  // capabilities, capacity, walks
-Commands graphShows();     // modules, graph
-Commands summaryShows();   // summary, status, version
-Commands counterShows();   // counters
-Commands requestShows();   // errors, queue
-Commands loopShows();      // loop
-Commands traceShows();     // trace, trace level
-Commands packetCommands(); // trace packet
-Commands whyCommands();    // why
+Commands fibShows();        // fib
+Commands routeShows();      // routes, pending
+Commands sourceShows();     // sources, and source
+Commands adjacencyShows();  // nexthops, adjacencies
+Commands interfaceShows();  // interfaces, neighbors, tunnels, vrfs
+Commands portShows();       // ports, workers
+Commands dropShows();       // drops
+Commands ipsecShows();      // ipsec connections, ipsec sas, ipsec flows
+Commands aclShows();        // access-lists, policy-map, control-plane
+Commands bridgingShows();   // vrrp, vlans, nat
+Commands platformShows();   // capabilities, capacity, walks
+Commands graphShows();      // modules, graph
+Commands summaryShows();    // summary, status, version
+Commands counterShows();    // counters
+Commands requestShows();    // errors, queue
+Commands loopShows();       // loop
+Commands traceShows();      // trace, trace level
+Commands packetCommands();  // trace packet
+Commands captureCommands(); // capture, trace live
+Commands whyCommands();     // why
 
 } // namespace Host

@@ -97,7 +97,7 @@ std::unique_ptr< Comparer > comparerOf( Comparison & comparison, Vex::Module & m
         { VexModule::KyAclDb, ruleTablesComparer },    { VexModule::KyAcl, accessListComparer },
         { VexModule::PolicyQos, policyComparer },      { VexModule::Trap, trapComparer },
         { VexModule::IpsecManagement, ipsecComparer }, { VexModule::PortRxCp, portComparer },
-        { VexModule::PortRx, portComparer },
+        { VexModule::PortRx, portComparer },           { VexModule::TunnelIngress, tunnelComparer },
    };
    const auto at = makers.find( module.moduleClass() );
    return at == makers.end() ? std::make_unique< Comparer >( comparison, module ) : at->second( comparison, module );

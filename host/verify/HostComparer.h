@@ -91,6 +91,7 @@ std::unique_ptr< Comparer > ruleTablesComparer( Comparison & comparison, Vex::Mo
 std::unique_ptr< Comparer > accessListComparer( Comparison & comparison, Vex::Module & module );
 std::unique_ptr< Comparer > policyComparer( Comparison & comparison, Vex::Module & module );
 std::unique_ptr< Comparer > ipsecComparer( Comparison & comparison, Vex::Module & module );
+std::unique_ptr< Comparer > tunnelComparer( Comparison & comparison, Vex::Module & module );
 std::unique_ptr< Comparer > trapComparer( Comparison & comparison, Vex::Module & module );
 
 } // namespace Host

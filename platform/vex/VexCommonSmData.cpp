@@ -8,7 +8,8 @@ VexCommonSmData::VexCommonSmData( Gant::Ptr< ModuleGlobalCmdConfig > moduleGloba
                                   Gant::Ptr< Module > trapModule, Gant::Ptr< BessCounterInfo > bessCounterInfo ) :
      HulCommonSmData( {}, moduleGlobalCmdConfig->channel()->progress() ),
      moduleGlobalCmdConfig_( std::move( moduleGlobalCmdConfig ) ), trapModule_( std::move( trapModule ) ),
-     bessCounterInfo_( std::move( bessCounterInfo ) ), cliSm_( Gant::make< CliSm >() ) {}
+     bessCounterInfo_( std::move( bessCounterInfo ) ), cliSm_( Gant::make< CliSm >() ),
+     tunnelEnds_( *moduleGlobalCmdConfig_, trapModule_ ) {}
 
 VexCommonSmData::~VexCommonSmData() = default;
 
@@ -48,6 +49,8 @@ Gant::Ptr< L3Intf > VexCommonSmData::l3IntfIs( Kynet::IntfId intfId, Hul::VrfId 
    auto made = Gant::make< L3Intf >( intfId, vrfId, l2Intf, ipMtu );
    l3Intfs_[ intfId ] = made;
    notifiees_.tell( &Notifiee::onL3Intf, intfId );
+   // After everybody has built what is behind it.
+   tunnelEnds_.endIs( *made );
    return made;
 }
 
@@ -56,6 +59,7 @@ void VexCommonSmData::l3IntfDel( Kynet::IntfId intfId ) {
    const auto at = l3Intfs_.find( intfId );
    if ( at == l3Intfs_.end() ) return;
    const auto gone = at->second;
+   tunnelEnds_.endDel( intfId );
    l3Intfs_.erase( at );
    // Before anybody deletes modules: packets stop at the edge, not in the middle.
    gone->takeDown();

@@ -7,6 +7,7 @@
 #include "VexAckSm.h"
 #include "VexCounterInfo.h"
 #include "VexL3Intf.h"
+#include "VexTunnelEnds.h"
 
 namespace Vex {
 
@@ -53,6 +54,7 @@ class VexCommonSmData : public Hul::HulCommonSmData {
 
  private:
    L3Intfs l3Intfs_;
+   TunnelEnds tunnelEnds_;
 };
 
 } // namespace Vex

@@ -25,8 +25,9 @@ namespace {
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 
-const std::set< std::string_view > addressFields = {
-     "prefix", "src_ip", "src_ip_mask", "dst_ip", "dst_ip_mask", "tun_src_ip", "tun_dst_ip", "src_addr", "dst_addr" };
+const std::set< std::string_view > addressFields = { "prefix",      "src_ip",     "src_ip_mask", "dst_ip",
+                                                     "dst_ip_mask", "tun_src_ip", "tun_dst_ip",  "src_addr",
+                                                     "dst_addr",    "local_ip",   "remote_ip" };
 
 Gant::String bytesInWords( const FieldDescriptor & field, const std::string & value ) {
    if ( field.name().starts_with( "mac" ) && value.size() == 6 ) {

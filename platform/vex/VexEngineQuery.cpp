@@ -143,6 +143,11 @@ std::unique_ptr< EngineCall > EngineQuery::tracePacket( const vex::pb::TracePack
    return askUnary( stub_, request, std::move( done ), &vex::pb::Engine::StubInterface::async_interface::TracePacket );
 }
 
+std::unique_ptr< EngineCall > EngineQuery::capture( const vex::pb::CaptureRequest & request,
+                                                    Done< vex::pb::CaptureReply > done ) {
+   return askUnary( stub_, request, std::move( done ), &vex::pb::Engine::StubInterface::async_interface::Capture );
+}
+
 std::unique_ptr< EngineCall > EngineQuery::drops( Done< vex::pb::DropsReply > done ) {
    return askUnary( stub_, vex::pb::DropsRequest(), std::move( done ),
                     &vex::pb::Engine::StubInterface::async_interface::Drops );

@@ -9,6 +9,8 @@
 
 namespace vex::pb {
 class Batch;
+class CaptureReply;
+class CaptureRequest;
 class DropsReply;
 class DumpRequest;
 class LookupReply;
@@ -52,6 +54,7 @@ class EngineQuery {
    std::unique_ptr< EngineCall > lookup( const vex::pb::LookupRequest & request, Done< vex::pb::LookupReply > done );
    std::unique_ptr< EngineCall > tracePacket( const vex::pb::TracePacketRequest & request,
                                               Done< vex::pb::TracePacketReply > done );
+   std::unique_ptr< EngineCall > capture( const vex::pb::CaptureRequest & request, Done< vex::pb::CaptureReply > done );
    // What was lost in the graph.
    std::unique_ptr< EngineCall > drops( Done< vex::pb::DropsReply > done );
    // `ready` is called on the loop, any number of times: next() or ended() may have changed.

@@ -16,21 +16,17 @@ Gant::Ptr< PortModule > port( bool wanted, VexModule::ModuleClass moduleClass, K
 L2Intf::L2Intf( Kynet::IntfId intfId, EncapType encapType, const Kynet::EthAddr & macAddr,
                 const Gant::Ptr< ModuleConfigStatusPair > & pair, const Gant::Ptr< Module > & trapModule ) :
      intfId_( intfId ),
-     encapType_( encapType ), rxModule_( port( !isTunnelType(), VexModule::PortRx, intfId, pair ) ),
+     encapType_( encapType ), rxModule_( Gant::make< PortModule >( VexModule::PortRx, intfId, pair ) ),
      txModule_( port( !isTunnelType(), VexModule::PortTx, intfId, pair ) ),
      rxCpModule_( port( isTunnelType(), VexModule::PortRxCp, intfId, pair ) ),
-     ingressClassify_( isTunnelType() ? nullptr : Gant::make< EtherClassifyModule >( intfId, macAddr, pair ) ),
-     macAddr_( macAddr ) {
-   if ( isTunnelType() ) return;
+     ingressClassify_( Gant::make< EtherClassifyModule >( intfId, macAddr, pair ) ), macAddr_( macAddr ) {
    ingressClassify_->connectViaReservedGate( trapModule, GateId( 0 ) );
    rxModule_->connectModule( ingressClassify_ );
 }
 
 L2Intf::~L2Intf() = default;
 
-void L2Intf::vrfIdIs( Hul::VrfId vrfId ) {
-   if ( ingressClassify_ ) ingressClassify_->setVrf( vrfId );
-}
+void L2Intf::vrfIdIs( Hul::VrfId vrfId ) { ingressClassify_->setVrf( vrfId ); }
 
 void L2Intf::underlayVrfIdIs( Hul::VrfId vrfId ) {
    GANT_ON_LOOP();
@@ -44,24 +40,24 @@ void L2Intf::macAddrIs( const Kynet::EthAddr & macAddr ) {
    GANT_ON_LOOP();
    if ( macAddr_ == macAddr ) return;
    macAddr_ = macAddr;
-   if ( ingressClassify_ ) ingressClassify_->setMacAddr( macAddr );
+   ingressClassify_->setMacAddr( macAddr );
    notifiees_.tell( &Notifiee::onMacAddr );
 }
 
 void L2Intf::enabledIs( bool enabled ) {
-   if ( std::exchange( enabled_, enabled ) == enabled || !rxModule_ ) return;
+   if ( std::exchange( enabled_, enabled ) == enabled ) return;
    static_cast< PortModule & >( *rxModule_ ).setEnabled( enabled );
 }
 
 void L2Intf::addVirtualMac( const Kynet::EthAddr & macAddr ) {
    if ( virtualMacAddrHas( macAddr ) ) return;
-   if ( ingressClassify_ ) ingressClassify_->addVirtualMac( macAddr );
+   ingressClassify_->addVirtualMac( macAddr );
    virtualMacAddrIs( macAddr, true );
 }
 
 void L2Intf::removeVirtualMac( const Kynet::EthAddr & macAddr ) {
    if ( !virtualMacAddrHas( macAddr ) ) return;
-   if ( ingressClassify_ ) ingressClassify_->removeVirtualMac( macAddr );
+   ingressClassify_->removeVirtualMac( macAddr );
    virtualMacAddrIs( macAddr, false );
 }
 

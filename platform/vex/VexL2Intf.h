@@ -24,7 +24,7 @@ class L2Intf : public Gant::PtrInterface {
    using VirtualMacAddrs = Gant::OrderedSet< Kynet::EthAddr >;
 
    // The modules go with `pair`; frames of a type that nobody takes go to `trapModule`. An Ethernet interface gets its
-   // port, a tunnel only the entrance for the router's own packets.
+   // port, a tunnel the entrance for what comes out of it, and the one for the router's own packets.
    L2Intf( Kynet::IntfId intfId, EncapType encapType, const Kynet::EthAddr & macAddr,
            const Gant::Ptr< ModuleConfigStatusPair > & pair, const Gant::Ptr< Module > & trapModule );
    ~L2Intf() override;

@@ -4,7 +4,7 @@ namespace Vex {
 
 ModuleChain & L3Intf::ingress( U16 etherType ) {
    const auto [ at, added ] = ingress_.try_emplace( etherType );
-   if ( added && l2Intf_ && l2Intf_->ingressClassify() ) {
+   if ( added && l2Intf_ ) {
       const auto & classify = l2Intf_->ingressClassify();
       const auto gate = classify->getOutGate();
       at->second.sourceIs( classify, gate );
@@ -45,7 +45,7 @@ void L3Intf::disconnectEgressSourceModule( const Gant::Ptr< Module > & module, U
 
 void L3Intf::takeDown() {
    for ( const auto & [ etherType, chain ] : ingress_ )
-      if ( l2Intf_ && l2Intf_->ingressClassify() ) l2Intf_->ingressClassify()->clearEtherTypeGate( etherType );
+      if ( l2Intf_ ) l2Intf_->ingressClassify()->clearEtherTypeGate( etherType );
    ingress_.clear();
    egress_.clear();
 }

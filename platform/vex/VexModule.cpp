@@ -42,6 +42,7 @@ const char * VexModule::name( ModuleClass moduleClass ) {
    case IpsecTunnelEgress: return "IpsecTunnelEgress";
    case IpsecPolicyIngress: return "IpsecPolicyIngress";
    case IpsecPolicyEgress: return "IpsecPolicyEgress";
+   case TunnelIngress: return "TunnelIngress";
    }
    return "";
 }

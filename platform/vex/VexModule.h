@@ -40,6 +40,7 @@ struct VexModule {
       IpsecTunnelEgress = 25,
       IpsecPolicyIngress = 26,
       IpsecPolicyEgress = 27,
+      TunnelIngress = 28,
    };
    static const char * name( ModuleClass moduleClass );
 };

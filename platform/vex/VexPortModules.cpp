@@ -21,7 +21,7 @@ vex::pb::EtherClassifyArg * classifyArg( Kynet::IntfId intfId, const Kynet::EthA
    auto * const arg = new vex::pb::EtherClassifyArg;
    arg->set_intf_id( intfId.value() );
    arg->set_intfname( intfId.stringValue() );
-   arg->set_mac_addr( std::string( bytesOf( macAddr ) ) );
+   if ( !Kynet::TunnelIntfId::isTunnelIntfId( intfId ) ) arg->set_mac_addr( std::string( bytesOf( macAddr ) ) );
    return arg;
 }
 
@@ -34,7 +34,7 @@ void sendVrf( const Module & module, U32 vrf ) {
 } // namespace
 
 TrapModule::TrapModule( Gant::Ptr< ModuleConfigStatusPair > pair ) :
-     Module( "trap", VexModule::Trap, gatesMax, 0, 0, 0, nullptr, std::move( pair ) ) {}
+     Module( "trap", VexModule::Trap, gatesMax, 3, 0, 3, nullptr, std::move( pair ) ) {}
 
 PortModule::PortModule( VexModule::ModuleClass moduleClass, Kynet::IntfId intfId,
                         Gant::Ptr< ModuleConfigStatusPair > pair ) :

@@ -7,7 +7,7 @@
 
 namespace Vex {
 
-// Where packets go that are for the router's own software.
+// Where packets go that are for the router's own software. What a tunnel has brought leaves by gate 1 (GRE) or 2 (ESP).
 class TrapModule : public Module {
  public:
    explicit TrapModule( Gant::Ptr< ModuleConfigStatusPair > pair );

@@ -27,7 +27,7 @@ TEST( Requests, aRefusedOneNamesItsObjectAndChangesNothing ) {
       connect a:2 b:0 => ERANGE a: ConnectModules: output gate 2 is out of range, a of class IpInput has 2
       connect a:4294967296 b:0 => ERANGE a: ConnectModules: output gate 4294967296 is out of range, a of class IpInput has 2
       connect a:1 b:8192 => ERANGE a: ConnectModules: input gate 8192 is out of range, b of class Trap has 8192
-      connect b:0 a:0 => ERANGE b: ConnectModules: output gate 0 is out of range, b of class Trap has 0
+      connect b:3 a:0 => ERANGE b: ConnectModules: output gate 3 is out of range, b of class Trap has 3
       connect a:0 b:8 => EBUSY a: ConnectModules: output gate 0 is in use, it leads to b:7
       disconnect a:1 => ENOTCONN a: DisconnectModules: output gate 1 is not connected
       disconnect a:18446744073709551615 => ENOTCONN a: DisconnectModules: output gate 18446744073709551615 is not connected

@@ -105,12 +105,15 @@ TEST_F( L3Sm, aGreTunnelHasBothItsPathsAndLeavesNothingBehind ) {
 
    core.routed( "Tunnel7", 4093, 0, 1476 );
    EXPECT_EQ( core.take(), lines( R"(
+      EtherClassify_tu7 setVrf vrf 0
       create IpOutput_tu7 IpOutput ip_mtu 1476 mss 0 do_mss_checksum true
       IpOutput_tu7 setCounterIds failed_frag_counter 12 failed_linearize_counter 13
       connect IpOutput_tu7:0 -> trap:0
       create IpInput_tu7 IpInput mss 0 do_mss_checksum true
       IpInput_tu7 setCounterIds bad_ip_checksum_counter 14 bad_ip_len_counter 15
       connect IpInput_tu7:0 -> trap:0
+      EtherClassify_tu7 setEtherTypeGate ether_type 2048 ogate 1
+      connect EtherClassify_tu7:1 -> IpInput_tu7:0
       connect IpInput_tu7:1 -> fibIpv4:0
       connect fibIpv4:2 -> IpOutput_tu7:0
       connect PortRxCp_tu7:0 -> fibIpv4:0
@@ -125,6 +128,13 @@ TEST_F( L3Sm, aGreTunnelHasBothItsPathsAndLeavesNothingBehind ) {
       connect Ip4GreTunCp_tu7:1 -> fibIpv4:0
       disconnect PortRxCp_tu7:0
       connect PortRxCp_tu7:0 -> Ip4GreTunCp_tu7:0
+      create tunnelIngress TunnelIngress
+      connect tunnelIngress:0 -> trap:0
+      connect ipsecInTunnelModule:0 -> tunnelIngress:0
+      connect trap:2 -> ipsecInTunnelModule:0
+      connect trap:1 -> tunnelIngress:0
+      connect tunnelIngress:1 -> PortRx_tu7:0
+      tunnelIngress addTunnel ogate 1 vrf 5 local_ip 192.0.2.1 remote_ip 198.51.100.9 gre true gre_key 77
    )" ) );
    const auto & nhResolve = core.l3Modules->nhResolve( intf( "Tunnel7" ) );
    EXPECT_EQ( nhResolve->nhrEntryIndexAvailables(), 1023u );
@@ -133,7 +143,7 @@ TEST_F( L3Sm, aGreTunnelHasBothItsPathsAndLeavesNothingBehind ) {
 
    core.vexcsd->l3IntfDel( intf( "Tunnel7" ) );
    EXPECT_EQ( core.channel->takeOf( { "destroy" } ),
-              lines( "destroy IpInput_tu7\n destroy IpOutput_tu7\n destroy Ip4GreTunCp_tu7\n"
+              lines( "destroy tunnelIngress\n destroy IpInput_tu7\n destroy IpOutput_tu7\n destroy Ip4GreTunCp_tu7\n"
                      " destroy Ip4GreTun_tu7\n destroy NhResolve_tu7" ) );
    const auto & egress = core.vexcsd->l3Intf( intf( "Ethernet1" ) )->egressChains().at( Vex::etherTypeIpv4 );
    EXPECT_EQ( egress.sources().size(), 1u );

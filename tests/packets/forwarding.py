@@ -170,6 +170,31 @@ s.sendall(bytes(300000)); s.shutdown(1); s.recv(1); print("done")''').stdout
         self.from_left(IP(src=LEFT, dst='10.0.1.1', ttl=1) / ICMP(id=5) / Raw(bytes(100)))
         self.assertEqual([p['ICMP'].type for p in self.left.seen_ip(1)], [0])
 
+    def test_packets_are_captured_and_their_ways_and_losses_told(self):
+        def going(*words):
+            with self.left.start('ping', '-i0.05', '-c100', RIGHT) as ping:
+                try:
+                    return self.lab.ask(*words)
+                finally:
+                    ping.kill()
+        taken = going('capture', '--filter', 'icmp[icmptype] == 8', '--count', '2')
+        self.assertEqual([(p['module'], p['interface']) for p in taken],
+                         [('PortRx_et1', 'Ethernet1'), ('PortTx_et2', 'Ethernet2')])
+        sent, left = (Ether(bytes.fromhex(p['data'])) for p in taken)
+        self.assertEqual((sent.dst, sent['IP'].ttl, left.dst, left['IP'].ttl), (ROUTER_MAC, 64, self.right.mac, 63))
+        way = going('trace', 'live', '--in', 'Ethernet1', '--count', '1')[0]
+        self.assertEqual((way['steps'][0]['module'], way['end'], way['out']), ('PortRx_et1', 'sent', 'Ethernet2'))
+
+        lost = [('fibIpv4', 'no route to ... in VRF ...')]
+        before = {(d['module'], d['reason']): d['packets'] for d in self.lab.ask('show', 'drops')}
+        self.from_left(*(udp(i, dst='99.9.9.9') for i in range(7)))
+        after = {(d['module'], d['reason']): d['packets'] for d in self.lab.ask('show', 'drops')}
+        self.assertEqual([key for key in after if after[key] != before.get(key, 0)], lost)
+        self.assertEqual(after[lost[0]] - before.get(lost[0], 0), 7)
+        for words, code in ((('capture', '--filter', 'no such'), 2), (('capture', '--gate', '1'), 2),
+                            (('capture', '--module', 'nosuch'), 3), (('trace', 'live', '--in', 'Nosuch1'), 2)):
+            self.assertEqual(self.lab.ctl(*words, check=False).returncode, code, words)
+
     def test_traffic_goes_on_after_the_data_plane_is_killed(self):
         ping = self.left.start('ping', '-D', '-i0.02', '-c400', RIGHT)
         until(lambda: len(self.right.seen(1, quiet=0)) > 0, 'pings arrive')

@@ -1,0 +1,74 @@
+#include "DpIpFragments.h"
+
+#include "DpIpv4.h"
+
+#include <rte_cycles.h>
+#include <rte_ip_frag.h>
+#include <rte_mbuf.h>
+
+#include <algorithm>
+
+namespace Vexdp {
+
+namespace {
+
+constexpr unsigned kBucketEntries = 4;
+
+// The bytes of all segments, unless they are of several VRFs.
+bool copyOut( const rte_mbuf * first, Packet & whole ) {
+   auto * at = whole.data();
+   for ( const auto * segment = first; segment != nullptr; segment = segment->next ) {
+      if ( segment->hash.usr != first->hash.usr ) return false;
+      at = std::copy_n( rte_pktmbuf_mtod( segment, const std::uint8_t * ), segment->data_len, at );
+   }
+   return true;
+}
+
+} // namespace
+
+void IpFragments::TableFree::operator()( rte_ip_frag_tbl * table ) const { rte_ip_frag_table_destroy( table ); }
+
+IpFragments::~IpFragments() = default;
+
+bool IpFragments::ready() { return started_ = started_ || !eal_.pools().empty(); }
+
+rte_ip_frag_tbl * IpFragments::tableOf( std::uint8_t proto ) {
+   const auto at = tables_.find( proto );
+   if ( at != tables_.end() ) return at->second.get();
+   if ( tables_.size() >= kMostTables ) return nullptr;
+   auto * const table = rte_ip_frag_table_create( kMostPackets / kBucketEntries, kBucketEntries, kMostPackets,
+                                                  rte_get_tsc_hz() * kLongest, SOCKET_ID_ANY );
+   if ( table != nullptr ) tables_.emplace( proto, table );
+   return table;
+}
+
+std::optional< Packet > IpFragments::add( Packet && fragment ) {
+   const auto header = Ipv4Header::of( fragment );
+   const auto headerLen = header->headerLen();
+   auto * const table = tableOf( header->proto() );
+   const auto front = fragment.withFront( 0 );
+   const auto size = unsigned( fragment.size() );
+   auto * const mbuf = Eal::mbufOf( std::move( fragment ), eal_.poolFor( size ) );
+   if ( mbuf == nullptr ) return std::nullopt;
+   if ( table == nullptr ) {
+      rte_pktmbuf_free( mbuf );
+      return std::nullopt;
+   }
+   mbuf->l2_len = 0;
+   mbuf->l3_len = std::uint8_t( headerLen ) & 0x1ff;
+   mbuf->hash.usr = front.meta.vrf;
+   rte_ip_frag_death_row gone{};
+   auto * const whole =
+        rte_ipv4_frag_reassemble_packet( table, &gone, mbuf, rte_rdtsc(), rte_pktmbuf_mtod( mbuf, rte_ipv4_hdr * ) );
+   rte_ip_frag_free_death_row( &gone, 0 );
+   if ( whole == nullptr ) return std::nullopt;
+   std::optional< Packet > made( front.withFront( whole->pkt_len ) );
+   const bool copied = copyOut( whole, *made );
+   rte_pktmbuf_free( whole );
+   auto joined = copied ? Ipv4Header::of( *made ) : std::nullopt;
+   if ( !joined ) return std::nullopt;
+   joined->checksumRenew();
+   return made;
+}
+
+} // namespace Vexdp

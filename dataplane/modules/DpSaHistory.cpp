@@ -1,0 +1,61 @@
+#include "DpSaHistory.h"
+
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+#include <openssl/rand.h>
+
+#include <stdexcept>
+
+namespace Vexdp {
+
+namespace {
+
+void randomBytes( void * at, std::size_t size ) {
+   if ( RAND_bytes( static_cast< unsigned char * >( at ), int( size ) ) != 1 )
+      throw std::runtime_error( "the crypto library has no random numbers" );
+}
+
+} // namespace
+
+SaHistory::SaHistory() { randomBytes( key_.data(), key_.size() ); }
+
+SaHistory::Code SaHistory::codeOf( SaDirection direction,
+                                   const vex::pb::IpsecUpdateSAArg::IpsecSAEntry & entry ) const {
+   std::vector< std::uint8_t > bytes;
+   for ( const std::uint32_t word : { std::uint32_t( direction ), entry.sa_spi(), entry.dst_addr(),
+                                      entry.cipher_algorithm(), entry.auth_algorithm(), entry.crypto_info_len() } )
+      for ( unsigned shift = 0; shift < 32; shift += 8 ) bytes.push_back( std::uint8_t( word >> shift ) );
+   // In one piece: what grows leaves copies behind.
+   bytes.reserve( bytes.size() + entry.crypto_info().size() + entry.auth_info().size() );
+   bytes.insert( bytes.end(), entry.crypto_info().begin(), entry.crypto_info().end() );
+   bytes.insert( bytes.end(), entry.auth_info().begin(), entry.auth_info().end() );
+   Code code{};
+   HMAC( EVP_sha256(), key_.data(), int( key_.size() ), bytes.data(), bytes.size(), code.data(), nullptr );
+   OPENSSL_cleanse( bytes.data(), bytes.size() );
+   return code;
+}
+
+std::shared_ptr< SaUse > SaHistory::of( SaDirection direction, const vex::pb::IpsecUpdateSAArg::IpsecSAEntry & entry ) {
+   const auto code = codeOf( direction, entry );
+   auto & use = uses_[ code ];
+   if ( use ) return use;
+   use = std::make_shared< SaUse >();
+   randomBytes( &use->ivStart, sizeof use->ivStart );
+   oldest_.push_back( code );
+   auto made = use;
+   if ( oldest_.size() > kMost ) forgetOne();
+   return made;
+}
+
+void SaHistory::forgetOne() {
+   for ( auto at = oldest_.begin(); at != oldest_.end(); ++at ) {
+      const auto use = uses_.find( *at );
+      if ( use->second.use_count() > 1 ) continue;
+      uses_.erase( use );
+      oldest_.erase( at );
+      return;
+   }
+}
+
+} // namespace Vexdp

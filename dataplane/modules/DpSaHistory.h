@@ -1,0 +1,46 @@
+// What the keys of security associations have been used for, beyond the life of the associations: no sequence number is
+// sent twice under a key, and what has come once doesn't come again, though an association is taken away and told anew.
+//
+// A key is known by a code of it under a random key of this process: none is kept here.
+#pragma once
+
+#include "DpReplayWindow.h"
+
+#include "vex/ipsec.pb.h"
+
+#include <array>
+#include <deque>
+#include <map>
+#include <memory>
+
+namespace Vexdp {
+
+// Values of `sa_direction`.
+enum class SaDirection : std::uint8_t { outbound = 0, inbound = 1 };
+
+struct SaUse {
+   std::uint32_t sequence = 0; // of the last packet that was sent
+   ReplayWindow replay{};
+   std::uint64_t ivStart = 0; // where the numbers begin that packets are encrypted under; random
+};
+
+class SaHistory {
+ public:
+   // Of so many keys that no association has any more it knows; then the oldest is forgotten.
+   static constexpr std::size_t kMost = 8192;
+
+   SaHistory();
+   // By direction, SPI, destination, algorithms and keys.
+   std::shared_ptr< SaUse > of( SaDirection direction, const vex::pb::IpsecUpdateSAArg::IpsecSAEntry & entry );
+
+ private:
+   using Code = std::array< std::uint8_t, 32 >;
+   Code codeOf( SaDirection direction, const vex::pb::IpsecUpdateSAArg::IpsecSAEntry & entry ) const;
+   void forgetOne();
+
+   Code key_;
+   std::map< Code, std::shared_ptr< SaUse > > uses_;
+   std::deque< Code > oldest_;
+};
+
+} // namespace Vexdp

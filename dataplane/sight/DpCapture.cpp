@@ -1,0 +1,97 @@
+#include "DpCapture.h"
+
+#include "DpModuleClass.h"
+#include "DpPorts.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace Vexdp {
+
+using vex::pb::CaptureReply;
+using vex::pb::CaptureRequest;
+using vex::pb::TracePacketReply;
+
+namespace {
+
+// The name of the interface whose port the module is; empty: it is none's.
+std::string_view intfnameOf( const Module & module ) {
+   const auto * const port = dynamic_cast< const Port * >( &module );
+   return port == nullptr ? std::string_view() : port->intfname();
+}
+
+} // namespace
+
+Outcome Capture::make( const CaptureRequest & request, double now, std::unique_ptr< Capture > & capture ) {
+   if ( request.has_gate() && request.module().empty() ) return refuse( EINVAL, "a gate without its module" );
+   if ( request.trace() && !request.module().empty() )
+      return refuse( EINVAL, "a way begins where a packet comes in, not at a module" );
+   auto made = std::unique_ptr< Capture >( new Capture( request, now ) );
+   if ( auto out = made->filter_.textIs( request.filter() ); !out.ok() ) return out;
+   capture = std::move( made );
+   return {};
+}
+
+Capture::Capture( const CaptureRequest & request, double now ) : request_( request ), slots_( kRoom ), asked_( now ) {}
+
+CaptureReply::Packet * Capture::slot() {
+   const auto at = written_.load( std::memory_order_relaxed );
+   if ( at - read_.load( std::memory_order_acquire ) >= kRoom ) {
+      lost_.fetch_add( 1, std::memory_order_relaxed );
+      return nullptr;
+   }
+   return &slots_[ at % kRoom ];
+}
+
+void Capture::take( const Module & module, const Packet & packet, double now ) {
+   if ( over( now ) || !filter_.matches( packet ) ) return;
+   auto * const taken = slot();
+   if ( taken == nullptr ) return;
+   taken->set_time( std::uint64_t( now * 1e9 ) );
+   taken->set_module( module.name() );
+   taken->set_mclass( module.mclass().name );
+   taken->set_intfname( std::string( intfnameOf( module ) ) );
+   taken->set_length( std::uint32_t( packet.size() ) );
+   taken->set_ethernet( packet.meta.ethernet );
+   taken->mutable_data()->assign( reinterpret_cast< const char * >( packet.data() ),
+                                  std::min( packet.size(), kMostBytes ) );
+   put();
+}
+
+void Capture::enters( const Module & module, const Packet & packet, double now ) {
+   if ( request_.trace() || request_.has_gate() ) return;
+   if ( request_.module().empty() ? intfnameOf( module ).empty() : module.name() != request_.module() ) return;
+   take( module, packet, now );
+}
+
+void Capture::leaves( const Module & module, GateId ogate, const Packet & packet, double now ) {
+   if ( request_.has_gate() && ogate == request_.gate() && module.name() == request_.module() )
+      take( module, packet, now );
+}
+
+bool Capture::traces( const Module & source, const Packet & packet, double now ) const {
+   if ( !tracing( now ) ) return false;
+   if ( !request_.intfname().empty() && intfnameOf( source ) != request_.intfname() ) return false;
+   return filter_.matches( packet );
+}
+
+void Capture::traced( const TracePacketReply & trace, const std::string & intfname, double now ) {
+   if ( request_.drops() && trace.end() != TracePacketReply::END_DROPPED ) return;
+   auto * const taken = slot();
+   if ( taken == nullptr ) return;
+   taken->set_time( std::uint64_t( now * 1e9 ) );
+   taken->set_intfname( intfname );
+   *taken->mutable_trace() = trace;
+   put();
+}
+
+void Capture::tell( double now, CaptureReply & reply ) {
+   asked_.store( now, std::memory_order_relaxed );
+   const auto end = written_.load( std::memory_order_acquire );
+   auto at = read_.load( std::memory_order_relaxed );
+   for ( ; at < end; ++at ) *reply.add_packet() = slots_[ at % kRoom ];
+   read_.store( at, std::memory_order_release );
+   reply.set_lost( lost_.load( std::memory_order_relaxed ) );
+}
+
+} // namespace Vexdp

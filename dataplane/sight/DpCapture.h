@@ -1,0 +1,50 @@
+// One capture: what it takes, and the room between the worker, who puts packets in, and whoever asks for them.
+#pragma once
+
+#include "DpPcapFilter.h"
+#include "DpWalk.h"
+
+#include <atomic>
+#include <vector>
+
+namespace Vexdp {
+
+// One thread writes, the worker's; one at a time reads. No lock is between them, and the worker never waits: what finds
+// no room is counted as lost.
+class Capture {
+ public:
+   static constexpr std::size_t kRoom = 1024;      // packets
+   static constexpr std::size_t kMostBytes = 2048; // of a packet
+   static constexpr double kPatience = 10;         // seconds without being asked, after which it is over
+
+   // EINVAL: the filter is none, or fields that mean nothing together.
+   static Outcome make( const vex::pb::CaptureRequest & request, double now, std::unique_ptr< Capture > & capture );
+
+   // On the worker's thread.
+   void enters( const Module & module, const Packet & packet, double now );
+   void leaves( const Module & module, GateId ogate, const Packet & packet, double now );
+   bool traces( const Module & source, const Packet & packet, double now ) const;
+   void traced( const vex::pb::TracePacketReply & trace, const std::string & intfname, double now );
+   bool tracing( double now ) const { return request_.trace() && !over( now ); }
+
+   // What has come since the last call.
+   void tell( double now, vex::pb::CaptureReply & reply );
+   bool over( double now ) const { return now - asked_.load( std::memory_order_relaxed ) > kPatience; }
+
+ private:
+   explicit Capture( const vex::pb::CaptureRequest & request, double now );
+   // Null: there is none.
+   vex::pb::CaptureReply::Packet * slot();
+   void put() { written_.store( written_.load( std::memory_order_relaxed ) + 1, std::memory_order_release ); }
+   void take( const Module & module, const Packet & packet, double now );
+
+   const vex::pb::CaptureRequest request_;
+   PcapFilter filter_;
+   std::vector< vex::pb::CaptureReply::Packet > slots_; // keep their memory
+   std::atomic< std::uint64_t > written_ = 0;
+   std::atomic< std::uint64_t > read_ = 0;
+   std::atomic< std::uint64_t > lost_ = 0;
+   std::atomic< double > asked_;
+};
+
+} // namespace Vexdp

@@ -1,0 +1,55 @@
+#include "DpCaptures.h"
+
+#include "DpPorts.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace Vexdp {
+
+Outcome Captures::begin( const vex::pb::CaptureRequest & request, double now, std::uint64_t & id ) {
+   if ( captures_.size() >= kMost ) return refuse( ENOSPC, "{} captures are under way already", kMost );
+   std::unique_ptr< Capture > capture;
+   if ( auto out = Capture::make( request, now, capture ); !out.ok() ) return out;
+   id = ++lastId_;
+   captures_.emplace( id, std::move( capture ) );
+   return {};
+}
+
+void Captures::expire( double now ) {
+   std::erase_if( captures_, [ now ]( const auto & entry ) { return entry.second->over( now ); } );
+}
+
+std::shared_ptr< Capture > Captures::find( std::uint64_t id ) const {
+   const auto at = captures_.find( id );
+   return at == captures_.end() ? nullptr : at->second;
+}
+
+void Captures::enters( const Module & module, const Packet & packet, double now ) {
+   for ( const auto & [ id, capture ] : captures_ ) capture->enters( module, packet, now );
+}
+
+void Captures::leaves( const Module & module, GateId ogate, const Packet & packet, double now ) {
+   for ( const auto & [ id, capture ] : captures_ ) capture->leaves( module, ogate, packet, now );
+}
+
+vex::pb::TracePacketReply * Captures::trace( const Module & source, const Packet & packet, double now ) {
+   tracers_.clear();
+   for ( const auto & [ id, capture ] : captures_ )
+      if ( capture->traces( source, packet, now ) ) tracers_.push_back( capture.get() );
+   if ( tracers_.empty() ) return nullptr;
+   const auto * const port = dynamic_cast< const Port * >( &source );
+   intfname_ = port == nullptr ? std::string() : std::string( port->intfname() );
+   trace_.Clear();
+   return &trace_;
+}
+
+void Captures::traced( double now ) {
+   for ( auto * const capture : tracers_ ) capture->traced( trace_, intfname_, now );
+}
+
+bool Captures::tracing( double now ) const {
+   return std::ranges::any_of( captures_, [ now ]( const auto & entry ) { return entry.second->tracing( now ); } );
+}
+
+} // namespace Vexdp
