@@ -49,12 +49,11 @@ TEST_F( Vexl3d, servesMetricsOfItsSessionAndSaysWhenItCannot ) {
    for ( const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( 30 );
          text.find( settled ) == text.npos && std::chrono::steady_clock::now() < end; text = scraped( port ) )
       std::this_thread::yield();
-   for ( const char * line :
-         { settled, "vexl3_routes{vrf=\"default\",family=\"ipv6\",state=\"programmed\"} 0\n",
-           "vexl3_source_routes{source=\"description\"} 1\n", "vexl3_session_up 1\n",
-           "vexl3_phase{phase=\"running\"} 1\n", "vexl3_queue_depth{stage=\"waiting\"} 0\n",
-           "# TYPE vexl3_queue_bytes gauge\n",
-           "vexl3_convergence_seconds_bucket{le=\"+Inf\"} ", "# TYPE vexl3_loop_turn_seconds histogram\n" } )
+   for ( const char * line : { settled, "vexl3_routes{vrf=\"default\",family=\"ipv6\",state=\"programmed\"} 0\n",
+                               "vexl3_source_routes{source=\"description\"} 1\n", "vexl3_session_up 1\n",
+                               "vexl3_phase{phase=\"running\"} 1\n", "vexl3_queue_depth{stage=\"waiting\"} 0\n",
+                               "# TYPE vexl3_queue_bytes gauge\n", "vexl3_convergence_seconds_bucket{le=\"+Inf\"} ",
+                               "# TYPE vexl3_loop_turn_seconds histogram\n" } )
       EXPECT_NE( text.find( line ), text.npos ) << line << text;
    Process other( VEXL3D_PROGRAM, { "--socket", path( "other.sock" ), metrics[ 0 ], metrics[ 1 ] }, runtime() );
    EXPECT_NE( other.all().find( metrics[ 0 ] + " " + metrics[ 1 ] + ": cannot be listened at" ), std::string::npos );
