@@ -29,6 +29,17 @@ router bgp 6500{n}
  address-family ipv4 unicast
   network 10.0.{n}.0/24
 '''
+OSPF = '''
+router ospf
+ ospf router-id 10.0.{n}.1
+interface Ethernet1
+ ip ospf area 0
+interface Ethernet2
+ ip ospf area 0
+ ip ospf hello-interval 1
+ ip ospf dead-interval 3
+ ip ospf network point-to-point
+'''
 STATIC = 'ip route 192.0.2.0/24 10.0.1.9\nip route 198.51.100.0/24 blackhole\n'
 
 
@@ -47,6 +58,19 @@ class Frr(unittest.TestCase):
                              ('bgp', 20, [{'address': '10.0.12.2', 'interface': 'Ethernet2'}]))
             lab.until(lambda: router.routes('fpm')['10.0.2.0/24']['state'] == 'programmed', 'it is programmed')
 
+            # OSPF knows the network, too; BGP's route holds until its daemon goes.
+            for n, each in net.routers.items():
+                each.frr('ospfd', OSPF.format(n=n))
+            lab.until(lambda: 'Full' in router.vtysh('show ip ospf neighbor'), 'OSPF comes up')
+            self.assertEqual(router.routes('fpm')['10.0.2.0/24']['protocol'], 'bgp')
+            router.end('bgpd')
+            lab.until(lambda: router.routes('fpm').get('10.0.2.0/24', {}).get('protocol') == 'ospf', "OSPF's takes over")
+            net.reaches()
+            for each in net.routers.values():
+                each.end('ospfd')
+            router.frr('bgpd', BGP.format(n=1, o=2))
+            lab.until(lambda: router.routes('fpm').get('10.0.2.0/24', {}).get('protocol') == 'bgp', 'BGP is back')
+
             # Static routes beside them; zebra is killed and comes back without one of them.
             router.frr('staticd', STATIC)
             lab.until(lambda: len(router.routes('fpm')) == 3, 'the static routes')
@@ -54,13 +78,13 @@ class Frr(unittest.TestCase):
             for daemon in ('zebra', 'staticd', 'bgpd'):
                 router.end(daemon, kill=True)
             lab.until(lambda: router.source('fpm')['stale'] == 3, 'they are stale')
-            net.reaches(seconds=5)
+            self.assertEqual({row['state'] for row in router.routes('fpm').values()}, {'programmed'})
             router.zebra()
             router.frr('bgpd', BGP.format(n=1, o=2))
             router.frr('staticd', STATIC.splitlines()[0] + '\n')
             lab.until(lambda: router.source('fpm')['stale'] == 0 and
                       sorted(router.routes('fpm')) == ['10.0.2.0/24', '192.0.2.0/24'], 'the rest is swept')
-            net.reaches(seconds=5)
+            net.reaches()
 
     def test_a_route_is_answered_once_and_what_is_malformed_ends_the_connection(self):
         with lab.Lab() as net:
