@@ -5,6 +5,8 @@ are the kernels of the hosts, and scapy.
 """
 
 import ctypes
+import fcntl
+import functools
 import json
 import os
 import pathlib
@@ -32,6 +34,14 @@ def missing():
     probe = subprocess.run(['unshare', '-n', 'ip', 'link', 'add', 'name', 'a', 'type', 'veth', 'peer', 'name', 'b'],
                            capture_output=True, text=True)
     return '' if probe.returncode == 0 else f'no veth pair in a namespace of its own: {probe.stderr.strip()}'
+
+
+@functools.cache
+def claim():
+    """Namespaces have names of the whole machine: a second run of these suites waits for the first one's end."""
+    lock = open('/run/lock/vexl3-lab', 'w')  # held until the process ends
+    fcntl.flock(lock, fcntl.LOCK_EX)
+    return lock
 
 
 def until(condition, what):
@@ -120,6 +130,7 @@ class Lab:
     """A router with a wire to each of its hosts: {'left': ('10.0.1.2/24', '10.0.1.1'), ...}."""
 
     def __init__(self, name, hosts, description):
+        claim()
         self.name = name
         self.folder = tempfile.TemporaryDirectory(prefix='vexl3-packets-')
         self.socket = f'{self.folder.name}/vexl3d.sock'
