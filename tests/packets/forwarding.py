@@ -161,6 +161,14 @@ s.sendall(bytes(300000)); s.shutdown(1); s.recv(1); print("done")''').stdout
             self.assertEqual({(p.id, len(p) <= 1400, p.ttl) for p in pieces}, {(77, True, 63)})
             self.assertTrue(all(len(p.payload) % 8 == 0 for p in pieces if p.flags.MF))
 
+    def test_fragments_are_forwarded_as_they_are_sent(self):
+        sent = fragment(IP(src=RIGHT, dst=LEFT, id=78) / UDP(sport=1, dport=5000) / Raw(bytes(range(250)) * 20), 1200)
+        self.right.send(*(self.right.to_router(piece) for piece in sent))
+        got = self.left.seen_ip(len(sent))
+        for piece in sent:
+            piece.ttl -= 1
+        self.assertEqual([bytes(p) for p in got], [bytes(p) for p in sent])
+
     def test_the_kernel_answers_arp_and_ping_for_the_router(self):
         self.left.send(Ether(dst='ff:ff:ff:ff:ff:ff', src=self.left.mac) /
                        ARP(hwsrc=self.left.mac, psrc=LEFT, pdst='10.0.1.1'))
