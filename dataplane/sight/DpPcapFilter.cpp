@@ -7,32 +7,29 @@
 namespace Vexdp {
 
 namespace {
-
 constexpr int kSnapLength = 65535;
-
-class Program {
- public:
-   ~Program() { pcap_freecode( &program_ ); }
-   Outcome compile( int linkType, const std::string & text ) {
-      const std::unique_ptr< pcap_t, decltype( &pcap_close ) > pcap( pcap_open_dead( linkType, kSnapLength ),
-                                                                     &pcap_close );
-      if ( !pcap ) return refuse( ENOMEM, "no memory for a filter" );
-      if ( pcap_compile( pcap.get(), &program_, text.c_str(), 1, PCAP_NETMASK_UNKNOWN ) == 0 ) return {};
-      return refuse( EINVAL, "\"{}\" is no filter: {}", text, pcap_geterr( pcap.get() ) );
-   }
-   bool matches( const Packet & packet ) const {
-      pcap_pkthdr header{};
-      header.len = header.caplen = bpf_u_int32( packet.size() );
-      return pcap_offline_filter( &program_, &header, packet.data() ) != 0;
-   }
-
- private:
-   bpf_program program_{};
-};
-
-} // namespace
+}
 
 struct PcapFilter::Programs {
+   class Program {
+    public:
+      ~Program() { pcap_freecode( &program_ ); }
+      Outcome compile( int linkType, const std::string & text ) {
+         const std::unique_ptr< pcap_t, decltype( &pcap_close ) > pcap( pcap_open_dead( linkType, kSnapLength ),
+                                                                        &pcap_close );
+         if ( !pcap ) return refuse( ENOMEM, "no memory for a filter" );
+         if ( pcap_compile( pcap.get(), &program_, text.c_str(), 1, PCAP_NETMASK_UNKNOWN ) == 0 ) return {};
+         return refuse( EINVAL, "\"{}\" is no filter: {}", text, pcap_geterr( pcap.get() ) );
+      }
+      bool matches( const Packet & packet ) const {
+         pcap_pkthdr header{};
+         header.len = header.caplen = bpf_u_int32( packet.size() );
+         return pcap_offline_filter( &program_, &header, packet.data() ) != 0;
+      }
+
+    private:
+      bpf_program program_{};
+   };
    Program framed;
    Program bare;
 };

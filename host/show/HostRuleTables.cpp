@@ -90,7 +90,7 @@ void forEachSubrule( const Gant::Ptr< Acl::AclConfig > & list, const Each & each
    }
 }
 
-std::string placeOf( U32 sequence ) { return "sequence " + std::to_string( sequence ); }
+std::string inSequence( U32 sequence ) { return "sequence " + std::to_string( sequence ); }
 
 MeantTable meant( const AgentView & view, const Vex::VexAclData & data ) {
    const auto & key = data.aclTypeAndName();
@@ -99,7 +99,7 @@ MeantTable meant( const AgentView & view, const Vex::VexAclData & data ) {
    forEachSubrule( list, [ & ]( U32 sequence, const Acl::Entry & entry, const Hul::SubruleMatch & match ) {
       const auto record = recordOf( entry.rule.filter(), match, data.counterId( entry.uniqueId ) );
       table.rules.push_back(
-           { placeOf( sequence ), verdict( record, entry.rule.action() == Acl::permit, entry.rule.log() ) } );
+           { inSequence( sequence ), verdict( record, entry.rule.action() == Acl::permit, entry.rule.log() ) } );
    } );
    const auto last = recordOf( {}, {}, data.counterId( Acl::UniqueId::allOnes() ) );
    table.rules.push_back( { "the deny that ends it", verdict( last, false, false ) } );
@@ -120,7 +120,7 @@ void addClass( const AgentView & view, const Qos::PolicyClass & policyClass, con
    forEachSubrule( list, [ & ]( U32 sequence, const Acl::Entry & entry, const Hul::SubruleMatch & match ) {
       if ( entry.rule.action() != Acl::permit ) return;
       const auto record = recordOf( entry.rule.filter(), match, data.counterId( entry.uniqueId ) );
-      table.rules.push_back( { place + placeOf( sequence ), classified( record, policyClass.actions ) } );
+      table.rules.push_back( { place + inSequence( sequence ), classified( record, policyClass.actions ) } );
    } );
 }
 

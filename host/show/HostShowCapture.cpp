@@ -29,7 +29,7 @@ std::string inHex( const std::string & bytes ) {
    return hex;
 }
 
-Json rowOf( const CaptureReply::Packet & packet ) {
+Json packetOf( const CaptureReply::Packet & packet ) {
    Json row{ { "time", packet.time() }, { "module", packet.module() }, { "class", packet.mclass() } };
    if ( !packet.intfname().empty() ) row[ "interface" ] = packet.intfname();
    row[ "length" ] = packet.length();
@@ -38,7 +38,7 @@ Json rowOf( const CaptureReply::Packet & packet ) {
    return row;
 }
 
-const char * textOf( TracePacketReply::End end ) {
+const char * fateOf( TracePacketReply::End end ) {
    switch ( end ) {
    case TracePacketReply::END_SENT: return "sent";
    case TracePacketReply::END_LOCAL: return "local";
@@ -56,7 +56,7 @@ Json wayOf( const CaptureReply::Packet & packet ) {
       steps.push_back( std::move( row ) );
    }
    Json row{ { "time", packet.time() }, { "interface", packet.intfname() }, { "steps", std::move( steps ) } };
-   row[ "end" ] = textOf( trace.end() );
+   row[ "end" ] = fateOf( trace.end() );
    row[ "module" ] = trace.module();
    if ( !trace.reason().empty() ) row[ "reason" ] = trace.reason();
    if ( !trace.intfname().empty() ) row[ "out" ] = trace.intfname();
@@ -80,7 +80,7 @@ class Packets : public Answer, Gant::StateMachine {
       for ( const auto & packet : reply_.packet() ) {
          if ( most_ != 0 && told_ == most_ ) break;
          ++told_;
-         out.row( request_.trace() ? wayOf( packet ) : rowOf( packet ) );
+         out.row( request_.trace() ? wayOf( packet ) : packetOf( packet ) );
       }
       if ( most_ != 0 && told_ == most_ && !request_.end() ) request_.set_end( true );
       if ( ended_ ) {
@@ -144,21 +144,21 @@ class Packets : public Answer, Gant::StateMachine {
    std::unique_ptr< Vex::EngineCall > call_; // gone first: it calls back
 };
 
-CaptureRequest requestOf( const Question & question ) {
+CaptureRequest filteredBy( const Question & question ) {
    CaptureRequest request;
    request.set_filter( question.text( "filter" ) );
    return request;
 }
 
 std::unique_ptr< Answer > capture( const Asked & asked ) {
-   auto request = requestOf( asked.question );
+   auto request = filteredBy( asked.question );
    request.set_module( asked.question.text( "module" ) );
    if ( asked.question.has( "gate" ) ) request.set_gate( asked.question.number( "gate", 0 ) );
    return std::make_unique< Packets >( asked, std::move( request ) );
 }
 
 std::unique_ptr< Answer > traceLive( const Asked & asked ) {
-   auto request = requestOf( asked.question );
+   auto request = filteredBy( asked.question );
    request.set_trace( true );
    request.set_drops( asked.question.flag( "drops" ) );
    if ( const auto name = asked.question.text( "interface" ); !name.empty() )

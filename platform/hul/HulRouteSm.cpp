@@ -259,21 +259,14 @@ void RouteMachine< F >::askedIs( Told & told, U64 before, U32 slot ) {
    if ( !underWay_.add( before, last, { slot, gone } ) || gone ) return;
    told.asked = static_cast< U32 >( last );
    told.underWay = true;
-   ++underWayRoutes_;
-   ++vrf( told.vrfId ).underWay;
+   underWayInc( told, 1 );
 }
 
 // What the data plane said of the route before concerns it no more.
 template < typename F >
 void RouteMachine< F >::unask( Told & told ) {
-   if ( told.underWay ) {
-      --underWayRoutes_;
-      --vrf( told.vrfId ).underWay;
-   }
-   if ( told.error != 0 ) {
-      --refusedRoutes_;
-      --vrf( told.vrfId ).refused;
-   }
+   if ( told.underWay ) underWayInc( told, -1 );
+   if ( told.error != 0 ) refusedInc( told, -1 );
    if ( noRoom( told ) ) --noRoomRoutes_;
    told.underWay = false;
    told.error = 0;
@@ -308,16 +301,14 @@ void RouteMachine< F >::answered( const typename UnderWay< Asked >::Entry & entr
    auto & told = told_[ entry.object.slot ];
    if ( !told.underWay || told.asked != entry.last ) return; // it was told again since
    told.underWay = false;
-   --underWayRoutes_;
-   --vrf( told.vrfId ).underWay;
+   underWayInc( told, -1 );
    if ( entry.code == 0 ) {
       args_.adjSm->takenInc( told.adj );
       return;
    }
    told.asked = entry.refused;
    told.error = static_cast< U8 >( std::clamp( entry.code, 1, 0xff ) );
-   ++refusedRoutes_;
-   ++vrf( told.vrfId ).refused;
+   refusedInc( told, 1 );
    if ( !noRoom( told ) ) return;
    ++noRoomRoutes_;
    waiting_.push_back( entry.object.slot );

@@ -169,6 +169,15 @@ class RouteMachine : public Gant::StateMachine {
    // `before` is the number of the last command before those of the route.
    void askedIs( Told & told, U64 before, U32 slot );
    void unask( Told & told );
+   // Of all routes, and of those of its VRF.
+   void underWayInc( const Told & told, int by ) {
+      underWayRoutes_ += static_cast< U32 >( by );
+      vrf( told.vrfId ).underWay += static_cast< U32 >( by );
+   }
+   void refusedInc( const Told & told, int by ) {
+      refusedRoutes_ += static_cast< U32 >( by );
+      vrf( told.vrfId ).refused += static_cast< U32 >( by );
+   }
    void answered( const typename UnderWay< Asked >::Entry & entry );
    // Whether the data plane has the route as it was told last.
    static bool taken( const Told & told ) { return told.routeType != 0 && !told.underWay && told.error == 0; }
