@@ -12,9 +12,7 @@
 
 namespace Host {
 
-namespace {
-
-constexpr double publishEvery = 1; // seconds
+static constexpr double publishEvery = 1; // seconds
 
 // What both threads have.
 class Published : public prometheus::Collectable {
@@ -37,8 +35,6 @@ class Published : public prometheus::Collectable {
    mutable std::mutex mutex_;
    std::shared_ptr< const Families > families_;
 };
-
-} // namespace
 
 struct Metrics::Impl : Gant::StateMachine {
    explicit Impl( DaemonControl & daemon ) :
