@@ -72,12 +72,12 @@ interfaces:
     def test_hosts_ping_and_trace_each_other_through_the_router(self):
         for a, b, target, gate in ((self.left, self.right, RIGHT, '10.0.1.1'),
                                    (self.right, self.third, THIRD, '10.0.2.1')):
-            self.assertIn(' 0% packet loss', a.run('ping', '-c5', '-i0.05', '-W2', target).stdout)
-            self.assertIn(' 0% packet loss', a.run('ping', '-c2', '-i0.05', '-W2', gate).stdout)
+            self.assertEqual(*a.pings(target, '-c5', '-i0.05'))
+            self.assertEqual(*a.pings(gate, '-c2', '-i0.05'))
             first = a.run('ping', '-c1', '-t1', '-W2', target, check=False).stdout
             self.assertIn(f'From {gate}', first)
             self.assertIn('Time to live exceeded', first)
-        self.assertIn(' 0% packet loss', self.left.run('ping', '-c2', '-i0.05', '-s8972', '-Mdo', THIRD).stdout)
+        self.assertEqual(*self.left.pings(THIRD, '-c2', '-i0.05', '-s8972', '-Mdo'))
         # TCP, with the path's MTU found out by the kernels.
         server = self.right.start('timeout', '10', '/usr/bin/python3', '-c', '''
 import socket
@@ -243,7 +243,7 @@ s.sendall(bytes(300000)); s.shutdown(1); s.recv(1); print("done")''').stdout
                 self.left.send(bytes(frame[:cut]))
         for host in self.lab.hosts.values():
             host.forget()
-        self.assertIn(' 0% packet loss', self.left.run('ping', '-c5', '-i0.05', '-W2', RIGHT).stdout)
+        self.assertEqual(*self.left.pings(RIGHT, '-c5', '-i0.05'))
         self.assertEqual(self.lab.ask('verify'), [])
 
 
@@ -366,7 +366,7 @@ interfaces:
             until(lambda: lab.hosts[a].run('ping', '-c1', '-W1', RIGHT, check=False).returncode == 0, 'a first ping')
             for host in lab.hosts.values():
                 host.forget()
-            self.assertIn(' 0% packet loss', lab.hosts[a].run('ping', '-c5', '-i0.05', '-W2', RIGHT).stdout)
+            self.assertEqual(*lab.hosts[a].pings(RIGHT, '-c5', '-i0.05'))
             others = [host for name, host in lab.hosts.items() if name not in (a, b)]
             self.assertEqual([p.summary() for host in others for p in host.seen_ip()], [])
 

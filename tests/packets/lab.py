@@ -10,12 +10,14 @@ import functools
 import json
 import os
 import pathlib
+import re
 import select
 import socket
 import subprocess
 import tempfile
 import time
 
+from scapy.layers.inet import ICMP  # noqa: F401  what is in a packet is known by what is imported
 from scapy.layers.l2 import Ether
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -105,6 +107,20 @@ class Host:
                 break
             frames.append(self.wire.recv(65536))
         return frames
+
+    def pings(self, target, *options):
+        """How many were sent, and how many answers came. ping itself waits for the last ones only as long as two of the
+        others took."""
+        self.forget()
+        said = self.run('ping', *options, target, check=False).stdout
+        sent = re.search(r'(\d+) packets transmitted', said)
+        if sent is None:
+            raise AssertionError(f'{self.space}: ping {target}: {said}')
+        return int(sent.group(1)), self.answers(target)
+
+    def answers(self, target):
+        """Echo replies that came since the last forget()."""
+        return len(self.seen_ip(keep=lambda p: p.src == target and p.proto == 1 and p.frag == 0 and p['ICMP'].type == 0))
 
     def indexes_until(self, mark):
         """The first four bytes of each UDP packet to port 5000, until one has the mark."""
