@@ -136,6 +136,14 @@ class Router(Space):
     def vtysh(self, command):
         return self.run('vtysh', '--vty_socket', self.directory, '-c', command, check=False).stdout
 
+    def tell(self):
+        """What a failed test leaves behind, for whoever reads its output."""
+        print(f'--- {self.name}')
+        for words in (('show', 'sources'), ('show', 'routes'), ('show', 'interfaces')):
+            print(run(BIN / 'vexctl', '--socket', self.socket, *words, check=False).stdout)
+        for log in sorted(self.directory.glob('*.log')) + sorted(self.directory.glob('*.out')):
+            print(f'--- {log.name}', *log.read_text(errors='replace').splitlines()[-30:], sep='\n')
+
     def bird(self, config):
         file = self.directory / 'bird.conf'
         file.write_text(config)
@@ -169,7 +177,10 @@ class Lab:
         until(lambda: self.hosts[one].run('ping', '-c1', '-W1', f'10.0.{other}.2', check=False).returncode == 0,
               f'h{one} reaches h{other}', seconds)
 
-    def __exit__(self, *_):
+    def __exit__(self, kind, *_):
+        if kind:
+            for router in self.routers.values():
+                router.tell()
         for space in [*self.routers.values(), *self.hosts.values()]:
             space.close()
         if not os.environ.get('VEXL3_KEEP'):
