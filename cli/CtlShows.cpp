@@ -377,6 +377,8 @@ std::vector< Show > daemonShows() {
                        number( "Data plane process id", "dataPlanePid" ), text( "Belongs to", "owner" ),
                        shown( "Has it for", "ownedSeconds", secondsInWords ),
                        text( "Data plane version", "dataPlaneVersion" ), text( "Transport", "transport" ),
+                       text( "Forwarding", "forwarding" ),
+                       shown( "Changed over in", "changeOverSeconds", shortTimeInWords ),
                        number( "Data plane losses", "restarts" ), text( "Last loss", "lastLoss" ),
                        text( "Paused", "paused" ), shown( "Last fed in", "lastFedSeconds", secondsInWords ),
                        text( "Description", "description" ), text( "Route file", "routeFile" ),

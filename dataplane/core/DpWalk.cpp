@@ -22,7 +22,7 @@ void countBatch( GateCounters & gate, std::uint64_t packets, std::uint64_t bytes
 
 } // namespace
 
-Context::Context( CounterTable & counters, Purpose purpose ) : counters_( counters ), purpose_( purpose ) {
+Context::Context( CounterTable & counters, Purpose purpose ) : counters_( &counters ), purpose_( purpose ) {
    readClock();
 }
 
