@@ -47,7 +47,7 @@ void Context::also( Packet && packet, GateId ogate ) {
 }
 
 void Context::reasonIs( std::string reason ) {
-   noteIs( reason );
+   if ( step_ != nullptr ) noteIs( reason );
    trace_->set_reason( std::move( reason ) );
 }
 
@@ -129,7 +129,10 @@ Fate Walk::process( Module & module, const Traveller & traveller ) {
    context_.igate_ = traveller.igate;
    if ( watcher_ != nullptr ) watcher_->enters( module, packet, context_.now_ );
    if ( trace_ != nullptr ) traceIs( packet );
-   if ( context_.trace_ == nullptr ) return module.process( packet, context_ );
+   if ( context_.trace_ == nullptr || !steps_ ) {
+      context_.step_ = nullptr;
+      return module.process( packet, context_ );
+   }
    context_.step_ = context_.trace_->add_step();
    context_.step_->set_module( module.name() );
    context_.step_->set_mclass( module.mclass().name );
