@@ -436,11 +436,24 @@ std::vector< Show > daemonShows() {
    };
 }
 
+// With a line each.
+std::string notMetInWords( const Json & end ) {
+   std::string lines;
+   const auto kept = end.value( "notMet", Json::array() );
+   for ( const auto & object : kept )
+      lines += fmt::format( "\nMet by no packet: {}: {}", member( object, "object" ), member( object, "reason" ) );
+   if ( const auto all = numberOf( end, "notMetCount" ); all > kept.size() )
+      lines += fmt::format( "\nMet by no packet: {} in all", grouped( all ) );
+   return lines;
+}
+
 std::string differencesInWords( const Json & end ) {
    const auto differences = numberOf( end, "differences" );
    if ( differences > numberOf( end, "rows" ) )
-      return fmt::format( "{} differences, of which the first are listed", grouped( differences ) );
-   if ( differences > 0 ) return fmt::format( "{} difference{}", differences, differences == 1 ? "" : "s" );
+      return fmt::format( "{} differences, of which the first are listed", grouped( differences ) ) +
+             notMetInWords( end );
+   if ( differences > 0 )
+      return fmt::format( "{} difference{}", differences, differences == 1 ? "" : "s" ) + notMetInWords( end );
    const auto compared = end.value( "compared", Json::object() );
    std::string line;
    for ( const auto & [ what, number ] : compared.items() )
@@ -449,7 +462,8 @@ std::string differencesInWords( const Json & end ) {
    std::string unknown;
    for ( const auto & what : end.value( "notCompared", Json::array() ) )
       unknown += ( unknown.empty() ? "" : ", " ) + inWords( what );
-   return unknown.empty() ? line : line + "\nNot compared: " + unknown;
+   if ( !unknown.empty() ) line += "\nNot compared: " + unknown;
+   return line + notMetInWords( end );
 }
 
 std::vector< Show > checks() {
@@ -468,7 +482,8 @@ std::vector< Show > checks() {
    return {
         { .command = "verify",
           .help = "compare what the agent means with what the data plane holds",
-          .options = { number( "--most", "most", "differences to list" ) },
+          .options = { number( "--most", "most", "differences to list" ),
+                       { "--packets", "packets", "and walk a packet for each route, rule, class and tunnel" } },
           .columns = { text( "Difference", "difference" ), text( "Module", "module" ), text( "Object", "object" ),
                        text( "Agent", "agent" ), text( "Data plane", "dataPlane" ) },
           .footer = differencesInWords,

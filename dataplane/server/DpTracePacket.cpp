@@ -47,6 +47,7 @@ Outcome requireFitting( const TracePacketRequest & request ) {
 }
 
 std::size_t l4HeaderLen( const TracePacketRequest & request ) {
+   if ( !request.payload().empty() ) return request.payload().size();
    switch ( request.proto() ) {
    case kProtoTcp: {
       const bool room = request.length() == 0 || request.length() >= Ipv4Header::kMinLen + kTcpLen + kMssOptionLen;
@@ -89,6 +90,10 @@ void writeIcmp( std::span< std::uint8_t > l4, const TracePacketRequest & request
 }
 
 void writeL4( std::span< std::uint8_t > l4, std::size_t headerLen, const TracePacketRequest & request ) {
+   if ( const auto & payload = request.payload(); !payload.empty() ) {
+      std::ranges::copy( payload, l4.begin() );
+      return;
+   }
    switch ( request.proto() ) {
    case kProtoTcp: return writeTcp( l4, headerLen, request );
    case kProtoUdp: return writeUdp( l4, request );
