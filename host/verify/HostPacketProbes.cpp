@@ -35,7 +35,7 @@ void Destinations::note( U32 vrf, U32 dst, const std::vector< PacketFate > & fat
    keep( intfs_[ fates.front().intfId ], dst );
 }
 
-Kynet::IntfId ProbeScope::ingress( U32 vrf, const FatePacket & packet ) {
+const std::vector< Kynet::IntfId > & ProbeScope::ingresses( U32 vrf ) {
    if ( ingresses_.empty() ) {
       const auto rank = []( const IntfFact & fact ) {
          return fact.tunnel ? 2 : fact.filters.aclIn.empty() && fact.filters.policyIn.empty() ? 0 : 1;
@@ -45,14 +45,39 @@ Kynet::IntfId ProbeScope::ingress( U32 vrf, const FatePacket & packet ) {
             if ( told.fact.enabled && intfId.type() != Kynet::IntfType::loopback_ && rank( told.fact ) == wanted )
                ingresses_[ model.vrfOf( told.fact ) ].push_back( intfId );
    }
-   for ( const auto intfId : ingresses_[ vrf ] ) {
-      const auto * const fact = model.intf( intfId );
-      const auto * const list = fact == nullptr ? nullptr : model.list( fact->filters.aclIn );
-      if ( fact == nullptr || !fact->enabled ) continue;
-      if ( list == nullptr ) return intfId;
-      const auto rule = FateModel::ruleOf( *list, packet );
-      if ( rule != 0 && list->entries.at( rule ).rule.action() == Acl::permit ) return intfId;
+   return ingresses_[ vrf ];
+}
+
+bool ProbeScope::takes( Kynet::IntfId in, const FatePacket & packet ) const {
+   const auto * const fact = model.intf( in );
+   if ( fact == nullptr || !fact->enabled ) return false;
+   const auto * const list = model.list( fact->filters.aclIn );
+   if ( list == nullptr ) return true;
+   const auto rule = FateModel::ruleOf( *list, packet );
+   return rule != 0 && list->entries.at( rule ).rule.action() == Acl::permit;
+}
+
+Kynet::IntfId ProbeScope::ingress( U32 vrf, const FatePacket & packet ) {
+   const auto & all = ingresses( vrf );
+   const auto at = std::ranges::find_if( all, [ & ]( auto intfId ) { return takes( intfId, packet ); } );
+   return at == all.end() ? Kynet::IntfId() : *at;
+}
+
+Kynet::IntfId ProbeScope::admit( U32 vrf, FatePacket & packet ) {
+   if ( const auto in = ingress( vrf, packet ); !!in ) return in;
+   if ( const auto at = admitted_.find( vrf ); at != admitted_.end() ) {
+      auto like = at->second;
+      like.dst = packet.dst;
+      if ( const auto in = ingress( vrf, like ); !!in ) {
+         packet = like;
+         return in;
+      }
    }
+   for ( const auto intfId : ingresses( vrf ) )
+      if ( permitted( intfId, packet ) ) {
+         admitted_[ vrf ] = packet;
+         return intfId;
+      }
    return {};
 }
 
@@ -155,7 +180,7 @@ class RouteProbes : public ProbeSource {
    bool make( const Key & key, U32 address, PacketProbe & probe ) {
       probe = { nameOf( key ) };
       probe.packet = { .src = benchmarkSource, .dst = address, .sport = 49152, .dport = 7 };
-      probe.in = scope_.ingress( key.vrf, probe.packet );
+      probe.in = scope_.admit( key.vrf, probe.packet );
       if ( !!probe.in ) return true;
       scope_.notMet.add( probe.object, "no interface of its VRF takes a packet in" );
       return false;

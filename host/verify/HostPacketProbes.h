@@ -63,10 +63,17 @@ struct ProbeScope {
    NotMet notMet;
    Destinations destinations;
 
-   // An interface of the VRF that takes the packet in; none: no packet like it can come in there.
+   // An interface of the VRF that takes the packet in; none: there is none.
    Kynet::IntfId ingress( U32 vrf, const FatePacket & packet );
+   // The same for any packet with that destination: it may become one that the interface's list permits.
+   Kynet::IntfId admit( U32 vrf, FatePacket & packet );
 
  private:
+   bool takes( Kynet::IntfId in, const FatePacket & packet ) const;
+   bool permitted( Kynet::IntfId in, FatePacket & packet ) const;
+   const std::vector< Kynet::IntfId > & ingresses( U32 vrf );
+
+   std::map< U32, FatePacket > admitted_;                    // the last one, by VRF
    std::map< U32, std::vector< Kynet::IntfId > > ingresses_; // the best first
 };
 

@@ -289,6 +289,25 @@ class ClassProbes : public ProbeSource {
 
 } // namespace
 
+bool ProbeScope::permitted( Kynet::IntfId in, FatePacket & packet ) const {
+   constexpr int tries = 16;
+   const auto * const fact = model.intf( in );
+   const auto * const list = fact == nullptr ? nullptr : model.list( fact->filters.aclIn );
+   if ( list == nullptr ) return false;
+   for ( const auto & [ sequence, entry ] : list->entries ) {
+      if ( entry.isRemark || entry.rule.action() != Acl::permit ) continue;
+      Candidates candidates( entry.rule.filter(), {}, { packet.dst } );
+      for ( int n = 0; n < tries; ++n ) {
+         auto like = candidates.packet( n == 0 );
+         like.dst = packet.dst;
+         if ( !takes( in, like ) ) continue;
+         packet = like;
+         return true;
+      }
+   }
+   return false;
+}
+
 std::unique_ptr< ProbeSource > ruleProbes( ProbeScope & scope ) { return std::make_unique< RuleProbes >( scope ); }
 std::unique_ptr< ProbeSource > classProbes( ProbeScope & scope ) { return std::make_unique< ClassProbes >( scope ); }
 
