@@ -218,7 +218,13 @@ void FateModel::routed( U32 vrf, Way & way ) const {
    if ( route.routeType() == Type::drop_ || vias == nullptr || vias->empty() ||
         unforwardable( way.packet.src, way.packet.dst ) )
       return way.end( {} );
+   const auto disabled = [ this ]( const auto & via ) {
+      const auto * const fact = intf( via.intfId() );
+      return fact != nullptr && !fact->enabled;
+   };
+   if ( std::ranges::all_of( *vias, disabled ) ) return way.end( {} );
    for ( const auto & via : *vias ) {
+      if ( disabled( via ) ) continue;
       switch ( route.routeType() ) {
       case Type::attached_: toNeighbor( via.intfId(), Kynet::IpAddr( way.packet.dst ), way, way ); break;
       case Type::forward_: forwarded( via, way ); break;
@@ -270,7 +276,7 @@ void FateModel::tunnelled( const IntfFact & tunnel, Way & way ) const {
    bool any = false;
    for ( const auto & via : *vias ) {
       const auto * const by = intf( via.intfId() );
-      if ( by == nullptr || by->tunnel || via.kind() == Type::drop_ ) continue;
+      if ( by == nullptr || by->tunnel || !by->enabled || via.kind() == Type::drop_ ) continue;
       any = true;
       way.meet( { FateMet::Kind::tunnel, tunnel.intfId } );
       if ( !permits( tunnel.filters.aclOut, { FateMet::Kind::listOut, tunnel.intfId }, way.packet, way ) ) continue;
