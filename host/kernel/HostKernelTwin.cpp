@@ -119,6 +119,13 @@ void KernelTwin::routesWrittenIs( bool written ) {
    if ( std::exchange( routesWritten_, written ) != written ) reviewVrfs();
 }
 
+void KernelTwin::outcomesAre( OutcomeOf outcomeOf ) {
+   if ( !outcomeOf == !outcomeOf_ ) return;
+   outcomeOf_ = std::move( outcomeOf );
+   for ( auto & [ netns, place ] : places_ ) place->reader = nullptr;
+   reviewVrfs();
+}
+
 std::optional< Kynet::IntfId > KernelTwin::intfAt( const std::string & netns, U32 index ) const {
    const auto place = places_.find( netns );
    return place == places_.end() ? std::nullopt : place->second->devices.intfAt( index );
@@ -232,8 +239,9 @@ void KernelTwin::readRoutes( Place & place ) {
    auto & devices = place.devices;
    try {
       place.reader = std::make_unique< KernelRouteReader >(
-           source_, KernelRouteReader::Args{ state_, place.space.netns(), *place.vrfId,
-                                             [ &devices ]( U32 index ) { return devices.intfAt( index ); } } );
+           source_,
+           KernelRouteReader::Args{ state_, place.space.netns(), *place.vrfId,
+                                    [ &devices ]( U32 index ) { return devices.intfAt( index ); }, outcomeOf_ } );
    } catch ( const std::system_error & error ) {
       tell_( place.space.text() + ": its routes are not read: " + error.what() );
    }

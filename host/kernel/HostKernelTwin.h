@@ -39,6 +39,10 @@ class KernelTwin : public Gant::StateMachine {
    // Whether the kernel gets the router's routes (its local addresses it gets always). From the start: yes.
    void routesWrittenIs( bool written );
 
+   // What becomes of the kernel's routes is said back to it, from the next reading on. Null: nothing is, as at the
+   // start.
+   void outcomesAre( OutcomeOf outcomeOf );
+
    // The interface whose device in the namespace has the index.
    std::optional< Kynet::IntfId > intfAt( const std::string & netns, U32 index ) const;
    // The index of an interface's device; nothing while it carries nothing.
@@ -83,6 +87,7 @@ class KernelTwin : public Gant::StateMachine {
    const KernelTell tell_;
    KernelSource source_;
    bool routesWritten_ = true;
+   OutcomeOf outcomeOf_;
    std::function< void() > indexWatcher_;
    std::map< Kynet::IntfId, KernelDeviceAt > devices_;
    NeighborWants wants_;

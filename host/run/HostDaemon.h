@@ -54,6 +54,7 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    // What the data plane has made of a route.
    RouteOutcome outcomeOf( U32 vrfId, const Kynet::IpGenPrefix & prefix ) const;
    void tellFed();
+   void tellKernel();
    void handleClock();
 
    const Options options_;
