@@ -19,7 +19,8 @@ struct KernelTwin::Place : KernelNamespace::Watcher {
                    [ this, &twin ] {
                       readAgain();
                       if ( twin.indexWatcher_ ) twin.indexWatcher_();
-                   } },
+                   },
+                   [ &twin ]( auto intfId, auto & facts ) { twin.said( intfId, facts ); } },
                  twin.tell_ ) {}
    void onStands() override {
       twin.readRoutes( *this );
@@ -189,7 +190,7 @@ void KernelTwin::reviewDevice( Kynet::IntfId intfId ) {
    const auto & fact = intf->second.fact;
    const bool added = !wanted->devices.deviceHas( intfId );
    wanted->devices.deviceIs( intfId, { devices_.at( intfId ).name, state_.tree().portDir->port( intfId ).macAddr(),
-                                       state_.intfBook().mtu( fact ), fact.addresses, fact.enabled } );
+                                       state_.intfBook().mtu( fact ), fact.addresses, fact.enabled, fact.open } );
    if ( added && wanted->routes ) wanted->routes->handleDevices();
 }
 
@@ -244,6 +245,17 @@ void KernelTwin::readRoutes( Place & place ) {
                                     [ &devices ]( U32 index ) { return devices.intfAt( index ); }, outcomeOf_ } );
    } catch ( const std::system_error & error ) {
       tell_( place.space.text() + ": its routes are not read: " + error.what() );
+   }
+}
+
+// An address that the router cannot have stays the kernel's own; anything else is put right.
+void KernelTwin::said( Kynet::IntfId intfId, const KernelFacts & facts ) {
+   const auto result = state_.kernelFactsAre( intfId, facts );
+   if ( isDone( result ) ) {
+      refusedFacts_.erase( intfId );
+   } else if ( std::exchange( refusedFacts_[ intfId ], facts ) != facts ) {
+      tell_( std::string( result.message ) + ", as the kernel has it" );
+      reviewLater( intfId );
    }
 }
 

@@ -16,7 +16,7 @@ struct KernelDeviceAt {
 };
 
 //   watches  PortDir::port, Ip::Status::intfStatus and intfAddr, Arp::Table::Status::neighbor, both FIBs
-//   writes   RouterState: neighbours and routes of Teller::kernel
+//   writes   RouterState: neighbours and routes of Teller::kernel, and what of an interface only the kernel says
 //   owns     a KernelNamespace for each namespace that has a device, its KernelDevices and its KernelRoutes
 //
 // Whoever makes the devices tells of them here, and of nothing else: MAC, MTU, addresses and whether an interface is
@@ -79,6 +79,7 @@ class KernelTwin : public Gant::StateMachine {
    template < typename P >
    void reviewFec( const Mirel::RouteTable< P > & fib, Uses & uses, U64 fecId );
    void usersAre( const NeighborWants::key_type & key, int more );
+   void said( Kynet::IntfId intfId, const KernelFacts & facts );
    void neighborIs( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr, const Kynet::EthAddr & mac );
    void neighborGone( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr );
    const Told< NeighborFact > * toldNeighbor( const NeighborWants::key_type & key ) const;
@@ -93,6 +94,7 @@ class KernelTwin : public Gant::StateMachine {
    NeighborWants wants_;
    Uses uses4_, uses6_;
    std::map< std::string, std::unique_ptr< Place > > places_;
+   std::map< Kynet::IntfId, KernelFacts > refusedFacts_; // that the kernel has said
    std::set< Kynet::IntfId > pending_;
    std::set< NeighborWants::key_type > pendingNeighbors_;
    bool posted_ = false;
