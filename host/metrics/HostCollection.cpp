@@ -180,6 +180,9 @@ void Collection::routes() {
       samples_.gauge( "vexl3_routes_over_refused_adjacencies",
                       "Routes that the data plane took, and whose next hops it refused.", counts.overRefused,
                       { { "family", family } } );
+      samples_.gauge( "vexl3_routes_over_disabled_interfaces",
+                      "Routes that the data plane took, and whose interfaces are all disabled.", counts.overDisabled,
+                      { { "family", family } } );
    }
 }
 

@@ -109,7 +109,7 @@ Json tableRow( const char * table, const std::string & feature, U64 used, U64 mo
 // IPv4 routes, with those that the agent gives every VRF.
 Json routeCapacity( const AgentView & session ) {
    const auto counts = session.agent()->hulVrfRootSm()->routeCounts( Kynet::AddressFamily::ipv4_ );
-   U64 used = counts.programmed + counts.overRefused;
+   U64 used = counts.taken();
    for ( const auto & [ vrfId, name ] : vrfsOf( session, "all" ) )
       used += builtInRoutes( session, Hul::VrfId( vrfId ) ).size();
    return tableRow( "Route", "ipv4", used, session.channel()->routesMost(), used + counts.underWay + counts.noRoom );

@@ -45,6 +45,7 @@ std::unique_ptr< Answer > summary( const Asked & asked ) {
       const auto ip4 = agent->hulVrfRootSm()->routeCounts( Kynet::AddressFamily::ipv4_ );
       const auto ip6 = agent->hulVrfRootSm()->routeCounts( Kynet::AddressFamily::ipv6_ );
       row[ "routesProgrammed" ] = ip4.programmed + ip6.programmed;
+      row[ "routesOverDisabled" ] = ip4.overDisabled + ip6.overDisabled;
       row[ "routesUnderWay" ] = { { "ipv4", ip4.underWay }, { "ipv6", ip6.underWay } };
       row[ "routesRefused" ] = { { "ipv4", ip4.refused }, { "ipv6", ip6.refused } };
       row[ "fecs" ] = db.fecs();

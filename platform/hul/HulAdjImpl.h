@@ -39,7 +39,8 @@ struct Adj {
    WalkState walk;
    U32 asked = 0; // the lower bits of the number of its last command, or of its refused one
    bool underWay = false;
-   S32 error = 0; // what the data plane refused one of its last commands with
+   S32 error = 0;         // what the data plane refused one of its last commands with
+   bool disabled = false; // nothing goes its ways: see AdjSm::disabled()
 };
 
 struct ViasKey {
@@ -110,7 +111,12 @@ struct AdjSm::Impl {
    auto asked( Number number, const Call & call );
    void settled( const UnderWay< Number >::Entry & entry );
    void errorIs( Adj & adj, S32 error );
-   U32 & overRefused( const Adj & adj ) { return takenOverRefused[ adj.af == Kynet::AddressFamily::ipv4_ ? 0 : 1 ]; }
+   void disabledIs( Adj & adj, bool disabled );
+   // Where its taken routes are counted, null when packets go by them.
+   U32 * over( const Adj & adj );
+   AdjSm::TakenOver & takenOver( Kynet::AddressFamily af ) {
+      return takenOverBy[ af == Kynet::AddressFamily::ipv4_ ? 0 : 1 ];
+   }
    void update( Number number );
    bool created( Number number ) const;
    // The first time, or after a refusal. True: the helper has it from now on.
@@ -148,7 +154,7 @@ struct AdjSm::Impl {
    std::vector< std::vector< Number > > spare;
 
    UnderWay< Number > underWay;
-   std::array< U32, 2 > takenOverRefused{}; // by family
+   std::array< AdjSm::TakenOver, 2 > takenOverBy{}; // by family
 
    std::vector< Number > queue; // walks, in order
    Posted walks{ [ this ] { walk(); } };

@@ -44,9 +44,20 @@ void AdjSm::Impl::settled( const UnderWay< Number >::Entry & entry ) {
 }
 
 void AdjSm::Impl::errorIs( Adj & adj, S32 error ) {
-   if ( adj.error != 0 ) overRefused( adj ) -= adj.taken;
+   if ( auto * const count = over( adj ) ) *count -= adj.taken;
    adj.error = error;
-   if ( adj.error != 0 ) overRefused( adj ) += adj.taken;
+   if ( auto * const count = over( adj ) ) *count += adj.taken;
+}
+
+void AdjSm::Impl::disabledIs( Adj & adj, bool disabled ) {
+   if ( auto * const count = over( adj ) ) *count -= adj.taken;
+   adj.disabled = disabled;
+   if ( auto * const count = over( adj ) ) *count += adj.taken;
+}
+
+U32 * AdjSm::Impl::over( const Adj & adj ) {
+   auto & counts = takenOver( adj.af );
+   return adj.error != 0 ? &counts.refused : adj.disabled ? &counts.disabled : nullptr;
 }
 
 void AdjSm::Impl::update( Number number ) {
@@ -294,19 +305,17 @@ U32 AdjSm::routes( Number number ) const { return impl_->adjs[ number ].routes; 
 void AdjSm::takenInc( Number number ) {
    auto & adj = impl_->adjs[ number ];
    ++adj.taken;
-   if ( adj.error != 0 ) ++impl_->overRefused( adj );
+   if ( auto * const count = impl_->over( adj ) ) ++*count;
 }
 
 void AdjSm::takenDec( Number number ) {
    auto & adj = impl_->adjs[ number ];
    GANT_ASSERT( adj.taken != 0, " adjacency ", adj.l2Adj->key().index() );
    --adj.taken;
-   if ( adj.error != 0 ) --impl_->overRefused( adj );
+   if ( auto * const count = impl_->over( adj ) ) --*count;
 }
 
-U32 AdjSm::takenOverRefused( Kynet::AddressFamily af ) const {
-   return impl_->takenOverRefused[ af == Kynet::AddressFamily::ipv4_ ? 0 : 1 ];
-}
+const AdjSm::TakenOver & AdjSm::takenOver( Kynet::AddressFamily af ) const { return impl_->takenOver( af ); }
 
 bool AdjSm::Impl::created( Number number ) const { return adjs[ number ].created && !adjs[ number ].lacking; }
 

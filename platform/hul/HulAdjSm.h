@@ -113,8 +113,12 @@ class AdjSm : public Gant::StateMachine {
    // Of those, the ones that the data plane took.
    void takenInc( Number number );
    void takenDec( Number number );
-   // Taken routes over adjacencies that the data plane refused.
-   U32 takenOverRefused( Kynet::AddressFamily af ) const;
+   // Taken routes over adjacencies by which no packet goes.
+   struct TakenOver {
+      U32 refused = 0;  // by the data plane
+      U32 disabled = 0; // of the others
+   };
+   const TakenOver & takenOver( Kynet::AddressFamily af ) const;
    // False: the helper refused it, or it waits for room, and no route may name it.
    bool created( Number number ) const;
    bool waitsForRoom( Number number ) const;

@@ -287,8 +287,7 @@ void RouteMachine< F >::handleAcknowledged() {
    underWay_.acknowledged( args_.common->progress()->acknowledged(),
                            [ this ]( const auto & entry ) { answered( entry ); } );
    const auto counts = this->counts();
-   fill_.update(
-        { counts.programmed + counts.overRefused, args_.common->routesMost(), counts.noRoom, counts.underWay } );
+   fill_.update( { counts.taken(), args_.common->routesMost(), counts.noRoom, counts.underWay } );
    if ( busy() || ( room_ != 0 && !waiting_.empty() ) ) turns_.post();
 }
 
@@ -331,10 +330,13 @@ size_t RouteMachine< F >::tellAgain( size_t routes ) {
 
 template < typename F >
 RouteCounts RouteMachine< F >::counts() const {
-   const U32 overRefused = args_.adjSm->takenOverRefused( F::af );
-   return { underWayRoutes_, toldRoutes_ - underWayRoutes_ - refusedRoutes_ - overRefused,
-            refusedRoutes_ + overRefused + static_cast< U32 >( args_.unprogrammed->routes() ), noRoomRoutes_,
-            overRefused };
+   const auto & over = args_.adjSm->takenOver( F::af );
+   return { underWayRoutes_,
+            toldRoutes_ - underWayRoutes_ - refusedRoutes_ - over.refused - over.disabled,
+            refusedRoutes_ + over.refused + static_cast< U32 >( args_.unprogrammed->routes() ),
+            noRoomRoutes_,
+            over.refused,
+            over.disabled };
 }
 
 template < typename F >

@@ -20,8 +20,10 @@ struct RouteCounts {
    U32 underWay = 0; // told, and not answered
    U32 programmed = 0;
    U32 refused = 0;
-   U32 noRoom = 0;      // of the refused, for want of room
-   U32 overRefused = 0; // of the refused, which the data plane took, but not their next hops
+   U32 noRoom = 0;       // of the refused, for want of room
+   U32 overRefused = 0;  // of the refused, which the data plane took, but not their next hops
+   U32 overDisabled = 0; // taken, and they wait for their interfaces
+   U32 taken() const { return programmed + overRefused + overDisabled; }
 };
 
 } // namespace Hul

@@ -66,4 +66,10 @@ EnginePorts::Call EnginePorts::listWorkers( Done< bess::pb::ListWorkersResponse 
    return askUnary( stub_, bess::pb::EmptyRequest(), std::move( done ), &Service::ListWorkers );
 }
 
+EnginePorts::Call EnginePorts::dumpMempool( Done< bess::pb::DumpMempoolResponse > done ) {
+   bess::pb::DumpMempoolRequest request;
+   request.set_socket( -1 );
+   return askUnary( stub_, request, std::move( done ), &Service::DumpMempool );
+}
+
 } // namespace Vex

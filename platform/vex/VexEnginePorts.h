@@ -7,6 +7,7 @@ namespace bess::pb {
 class CreatePortRequest;
 class CreatePortResponse;
 class CommandResponse;
+class DumpMempoolResponse;
 class EmptyResponse;
 class GetLinkStatusResponse;
 class GetPortConfResponse;
@@ -40,6 +41,8 @@ class EnginePorts {
    Call portStats( const Gant::String & name, Done< bess::pb::GetPortStatsResponse > done );
    Call linkStatus( const Gant::String & name, Done< bess::pb::GetLinkStatusResponse > done );
    Call listWorkers( Done< bess::pb::ListWorkersResponse > done );
+   // Of all sockets.
+   Call dumpMempool( Done< bess::pb::DumpMempoolResponse > done );
 
  private:
    struct Stub;

@@ -228,8 +228,15 @@ TEST_F( SlowDataPlane, aRouteOverADisabledInterfaceIsPending ) {
    state.route( "10.0.0.0/8", 2 );
    progress.acknowledgedIs( 1 );
    EXPECT_EQ( of( "10.0.0.0/8" ), done );
+   const auto counts = [ this ] {
+      const auto said = layer.root->routeCounts( Kynet::AddressFamily::ipv4_ );
+      return std::pair( said.programmed, said.overDisabled );
+   };
    state.intfs->intfStatusIs( intfId( "Et1" ), Interface::IntfStatus( false, false ) );
    EXPECT_EQ( of( "10.0.0.0/8" ), "pending: interface Ethernet1 is disabled" );
+   EXPECT_EQ( counts(), std::pair( 0u, 1u ) );
+   state.intfs->intfStatusIs( intfId( "Et1" ), Interface::IntfStatus( true, true ) );
+   EXPECT_EQ( counts(), std::pair( 1u, 0u ) );
 }
 
 TEST_F( SlowDataPlane, aRouteOverARefusedAdjacencyIsRefusedAndCounted ) {

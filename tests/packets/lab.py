@@ -10,6 +10,7 @@ import functools
 import json
 import os
 import pathlib
+import random
 import re
 import select
 import socket
@@ -25,6 +26,17 @@ BIN = pathlib.Path(os.environ.get('VEXL3_BIN', ROOT / 'build/release/bin'))
 LIBC = ctypes.CDLL(None, use_errno=True)
 ROUTER_MAC = '02:00:00:aa:00:01'
 DEADLINE = 20  # seconds: for what happens at some time
+
+
+class IoVec(ctypes.Structure):
+    _fields_ = [('base', ctypes.c_void_p), ('size', ctypes.c_size_t)]
+
+
+class MMsgHdr(ctypes.Structure):
+    """struct mmsghdr, see sendmmsg(2)."""
+    _fields_ = [('name', ctypes.c_void_p), ('nameSize', ctypes.c_uint32), ('parts', ctypes.POINTER(IoVec)),
+                ('count', ctypes.c_size_t), ('control', ctypes.c_void_p), ('controlSize', ctypes.c_size_t),
+                ('flags', ctypes.c_int), ('sent', ctypes.c_uint)]
 
 
 def missing():
@@ -89,6 +101,35 @@ class Host:
     def send(self, *packets):
         for packet in packets:
             self.wire.send(bytes(packet))
+
+    def flood(self, count, seeds, seed):
+        """So many frames, each one of the seeds with some bytes changed, and of each seventh the end cut off. Gives how
+        many the wire had room for."""
+        chance, batch, sent = random.Random(seed), 512, 0
+        room = ctypes.create_string_buffer(batch * 2048)
+        frames = memoryview(room).cast('B')
+        parts, messages, size_each = (IoVec * batch)(), (MMsgHdr * batch)(), ctypes.sizeof(MMsgHdr)
+        start = ctypes.addressof(room)
+        for n in range(batch):
+            parts[n].base = start + 2048 * n
+            messages[n].parts, messages[n].count = ctypes.pointer(parts[n]), 1
+        for _ in range(0, count, batch):
+            bits = chance.randbytes(16 * batch)
+            for n in range(batch):
+                frame, dice = seeds[bits[16 * n] % len(seeds)], bits[16 * n + 1:16 * n + 16]
+                at, size = 2048 * n, len(frame)
+                frames[at:at + size] = frame
+                for k in range(1 + dice[0] % 5):
+                    # Most faults are made in the headers.
+                    place = dice[3 * k // 2 + 1] * (1 if dice[14] & 1 << k else 8)
+                    frames[at + place % size] = dice[k + 9]
+                parts[n].size = 15 + (dice[13] * 8) % (size - 15) if dice[12] % 7 == 0 else size
+            at = 0
+            while at < batch:
+                done = LIBC.sendmmsg(self.wire.fileno(), ctypes.byref(messages, at * size_each), batch - at, 0)
+                sent += max(0, done)
+                at += done if done > 0 else 1  # one for which the wire has no room
+        return sent
 
     def to_router(self, packet):
         return Ether(dst=ROUTER_MAC, src=self.mac) / packet

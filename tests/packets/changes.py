@@ -1,0 +1,153 @@
+#!/usr/bin/python3
+"""What changes while packets flow: each packet is treated by the state before or the one after.
+
+  changes.py [what unittest takes]     ends with 77 where no packets can be tried, and says why
+"""
+
+import collections
+import contextlib
+import logging
+import os
+import sys
+import threading
+import unittest
+
+logging.getLogger('scapy').setLevel(logging.ERROR)
+sys.path.insert(0, os.path.dirname(__file__))
+
+from scapy.layers.inet import IP, UDP  # noqa: E402
+from scapy.packet import Raw  # noqa: E402
+
+from lab import ROUTER_MAC, Lab, missing, until  # noqa: E402
+
+LEFT, RIGHT, THIRD = '10.0.1.2', '10.0.2.2', '10.0.3.2'
+BOTH_DENY, BOTH_PERMIT, ONLY_A, ONLY_B = 4001, 4002, 4003, 4004  # source ports
+SWAPS = 15
+
+
+def rules(permitted):
+    return [f'{10 * n} {"permit" if port in permitted else "deny"} udp any eq {port} any'
+            for n, port in enumerate((BOTH_DENY, BOTH_PERMIT, ONLY_A, ONLY_B), 1)] + ['100 permit ip any any']
+
+
+A, B = rules({BOTH_PERMIT, ONLY_A}), rules({BOTH_PERMIT, ONLY_B})
+LEFT_INTERFACE = 'address 10.0.1.1/24 device wire-left'.split()
+
+
+class Changes(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.lab = Lab('vexl3chg', {'left': (LEFT + '/24', '10.0.1.1'), 'right': (RIGHT + '/24', '10.0.2.1'),
+                                   'third': (THIRD + '/24', '10.0.3.1')}, f'''
+router: {{mac: '{ROUTER_MAC}'}}
+interfaces:
+  - {{name: Ethernet1, addresses: 10.0.1.1/24, device: wire-left}}
+  - {{name: Ethernet2, addresses: 10.0.2.1/24, device: wire-right}}
+  - {{name: Ethernet3, addresses: 10.0.3.1/24, device: wire-third}}
+access-lists:
+  - {{name: A, rules: {A}}}
+  - {{name: B, rules: {B}}}
+policy-maps:
+  - {{name: low, classes: [{{class: class-default, set: {{dscp: 10}}}}]}}
+  - {{name: high, classes: [{{class: class-default, set: {{dscp: 20}}}}]}}
+routes:
+  - {{prefix: 50.0.0.0/8, via: [10.0.2.2, 10.0.3.2]}}
+''')
+        cls.addClassCleanup(cls.lab.end)
+        cls.lab.start()
+        cls.left, cls.right, cls.third = (cls.lab.hosts[name] for name in ('left', 'right', 'third'))
+        for host in (cls.right, cls.third):
+            until(lambda host=host: host.run('ping', '-c1', '-W1', LEFT, check=False).returncode == 0, 'a first ping')
+
+    def setUp(self):
+        for host in self.lab.hosts.values():
+            host.forget()
+
+    @contextlib.contextmanager
+    def traffic(self, dst=RIGHT, ports=(BOTH_DENY, BOTH_PERMIT, ONLY_A, ONLY_B)):
+        """Packets all the while, from each port in turn; gives how many of each were sent, once it is over."""
+        frames = {port: bytes(self.left.to_router(IP(src=LEFT, dst=dst) / UDP(sport=port, dport=5000, chksum=0) /
+                                                  Raw(bytes(18)))) for port in ports}
+        sent = collections.Counter()
+        over = threading.Event()
+
+        def send():
+            while not over.is_set():
+                for port, frame in frames.items():
+                    self.left.wire.send(frame)
+                    sent[port] += 1
+                over.wait(0.001)
+
+        thread = threading.Thread(target=send)
+        thread.start()
+        try:
+            until(lambda: min((sent[port] for port in ports), default=0) > 0, 'traffic')
+            yield sent
+        finally:
+            over.set()
+            thread.join()
+
+    def arrived(self, *hosts):
+        packets = [p for host in hosts for p in host.seen_ip(keep=lambda p: p.proto == 17 and p['UDP'].dport == 5000)]
+        return packets, collections.Counter(p['UDP'].sport for p in packets)
+
+    def check_lists(self, swap):
+        with self.traffic() as sent:
+            for n in range(SWAPS):
+                swap(n)
+        got = self.arrived(self.right)[1]
+        self.assertEqual((got[BOTH_DENY], got[BOTH_PERMIT]), (0, sent[BOTH_PERMIT]))
+        for port in (ONLY_A, ONLY_B):
+            self.assertTrue(0 < got[port] < sent[port], f'{got[port]} of {sent[port]} from {port}')
+
+    def test_an_interfaces_list_is_exchanged_for_another(self):
+        self.lab.ctl('interface', 'replace', 'Ethernet1', *LEFT_INTERFACE, 'access-group', 'A', 'in')
+        self.addCleanup(self.lab.ctl, 'interface', 'replace', 'Ethernet1', *LEFT_INTERFACE)
+        self.check_lists(lambda n: self.lab.ctl('interface', 'replace', 'Ethernet1', *LEFT_INTERFACE, 'access-group',
+                                                'AB'[(n + 1) % 2], 'in'))
+
+    def test_a_list_gets_other_rules(self):
+        self.lab.ctl('access-list', 'replace', 'changing', *A)
+        self.lab.ctl('interface', 'replace', 'Ethernet1', *LEFT_INTERFACE, 'access-group', 'changing', 'in')
+        self.addCleanup(self.lab.ctl, 'interface', 'replace', 'Ethernet1', *LEFT_INTERFACE)
+        self.check_lists(lambda n: self.lab.ctl('access-list', 'replace', 'changing', *(A, B)[(n + 1) % 2]))
+
+    def test_an_interfaces_policy_is_exchanged_for_another(self):
+        def policy(name):
+            self.lab.ctl('interface', 'replace', 'Ethernet1', *LEFT_INTERFACE, 'service-policy', 'input', name)
+
+        policy('low')
+        self.addCleanup(self.lab.ctl, 'interface', 'replace', 'Ethernet1', *LEFT_INTERFACE)
+        with self.traffic(ports=[BOTH_PERMIT]) as sent:
+            for n in range(SWAPS):
+                policy(('high', 'low')[n % 2])
+        packets, got = self.arrived(self.right)
+        self.assertEqual(got, sent)
+        self.assertEqual({p.tos >> 2 for p in packets}, {10, 20})
+
+    def test_an_mtu_changes(self):
+        with self.traffic(ports=[BOTH_PERMIT]) as sent:
+            for n in range(SWAPS):
+                self.lab.ctl('interface', 'replace', 'Ethernet2', 'address', '10.0.2.1/24', 'device', 'wire-right',
+                             'mtu', ('1300', '1500')[n % 2])
+        self.assertEqual(self.arrived(self.right)[1], sent)
+
+    def test_flows_leave_a_next_hop_that_dies(self):
+        flows = range(5000, 5064)
+        self.third.run('ip', 'link', 'set', 'eth0', 'down')
+        self.addCleanup(self.third.run, 'ip', 'link', 'set', 'eth0', 'up')
+
+        def alive():
+            self.right.forget()
+            with self.traffic('50.1.1.1', flows) as sent:
+                pass
+            return self.arrived(self.right)[1] == sent
+
+        until(alive, 'every flow takes the way that is left')
+
+
+if __name__ == '__main__':
+    if why := missing():
+        print(f'skipped: {why}')
+        sys.exit(77)
+    unittest.main(verbosity=2)
