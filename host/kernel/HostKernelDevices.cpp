@@ -11,7 +11,7 @@ namespace Host {
 
 namespace {
 
-constexpr double upkeepEvery = 2, firstPause = 0.2, mostPause = 30; // seconds
+constexpr double upkeepEvery = 2, firstPause = 0.2, mostPause = 30, quietFor = 0.3; // seconds
 constexpr size_t asksPerBatch = 128;
 constexpr U32 looseCheck = 2; // of source addresses: rp_filter, RFC 3704
 
@@ -102,12 +102,20 @@ void KernelDevices::handleLink( U32 index ) {
    const auto link = space_.links().find( index );
    for ( auto & [ intfId, device ] : devices_ )
       if ( device.index == index || ( link != space_.links().end() && link->second.name == device.facts.name ) )
-         review( intfId, device );
+         notified( intfId, device );
+}
+
+void KernelDevices::notified( Kynet::IntfId intfId, Device & device ) {
+   if ( device.inLine ) {
+      device.quietAt = clock_->now() + quietFor;
+      clock_->timeMinIs( std::min( clock_->timeMin(), device.quietAt ) );
+   }
+   review( intfId, device );
 }
 
 void KernelDevices::reviewIndex( U32 index ) {
    const auto at = byIndex_.find( index );
-   if ( at != byIndex_.end() ) review( at->second, devices_.at( at->second ) );
+   if ( at != byIndex_.end() ) notified( at->second, devices_.at( at->second ) );
 }
 
 void KernelDevices::handleClock() {
@@ -115,6 +123,7 @@ void KernelDevices::handleClock() {
    if ( !space_.stands() ) return;
    for ( auto & [ intfId, device ] : devices_ ) {
       review( intfId, device );
+      if ( device.quietAt > clock_->now() ) clock_->timeMinIs( std::min( clock_->timeMin(), device.quietAt ) );
       if ( !device.carrying ) continue;
       for ( auto at = wants_.lower_bound( { intfId, {} } ); at != wants_.end() && at->first.first == intfId; ++at )
          if ( !asRefreshed( at->first, device.index, at->second ) ) ask( at->first );
@@ -154,7 +163,7 @@ void KernelDevices::appeared( Kynet::IntfId intfId, Device & device, U32 index )
 }
 
 void KernelDevices::bringInLine( Kynet::IntfId intfId, Device & device, const KernelLink & link ) {
-   if ( device.busy || clock_->now() < device.tryAt ) return;
+   if ( device.busy || clock_->now() < device.tryAt || ( device.inLine && clock_->now() < device.quietAt ) ) return;
    if ( device.inLine ) adopt( intfId, device, link );
    std::vector< std::string > texts;
    auto batch = changes( device, link, texts );

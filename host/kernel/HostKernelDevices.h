@@ -33,8 +33,9 @@ using NeighborWants = std::map< std::pair< Kynet::IntfId, Kynet::IpGenAddr >, Ne
 // Another process makes the devices, and takes them away. One that is there is brought in line with its facts, whenever
 // it comes and whoever changed it, which is told; what the kernel refuses is an error that names it, and is tried
 // again, at most every 30 seconds. What of it is open is the kernel's to say once the device has been in line: said()
-// tells it. A device that is made anew gets what the one before had, and of open addresses keeps those that it has. It
-// forwards IPv4 (so that the kernel makes the ICMP errors), with a loose check of source addresses.
+// tells it, a moment after the last change, for one that goes is taken down first. A device that is made anew gets what
+// the one before had, and of open addresses keeps those that it has. It forwards IPv4 (so that the kernel makes the
+// ICMP errors), with a loose check of source addresses.
 //
 // An address with users is asked for as soon as its device carries, and kept fresh by the kernel (NTF_EXT_MANAGED, from
 // Linux 5.16); where it is not, it is asked for again every 2 seconds, which costs a probe once the entry is stale. A
@@ -90,6 +91,7 @@ class KernelDevices : public Gant::StateMachine {
       bool configured = false; // forwards
       bool busy = false;       // a request is under way
       bool inLine = false;     // has been, as it is to be
+      double quietAt = 0;      // not before is it looked at what somebody has changed
       std::string righted{};   // what of it somebody else has changed
       double tryAt = 0;        // not before
       double backOff = 0;      // seconds
@@ -101,6 +103,7 @@ class KernelDevices : public Gant::StateMachine {
    void handleClock();
    std::string textOf( Kynet::IntfId intfId, const Device & device ) const;
    void reviewIndex( U32 index );
+   void notified( Kynet::IntfId intfId, Device & device );
    void review( Kynet::IntfId intfId, Device & device );
    void appeared( Kynet::IntfId intfId, Device & device, U32 index );
    void adopt( Kynet::IntfId intfId, Device & device, const KernelLink & link );
