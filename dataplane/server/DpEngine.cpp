@@ -3,6 +3,7 @@
 #include "DpBatch.h"
 #include "DpFibIpv4.h"
 #include "DpListing.h"
+#include "DpProbe.h"
 #include "DpTracePacket.h"
 #include "RuntimeMemory.h"
 
@@ -368,6 +369,26 @@ void Engine::drops( DropsReply & reply ) const {
    const Hold hold( *this );
    listDrops( graphs_.told(), reply );
    reply.set_timestamp( secondsNow() );
+}
+
+void Engine::gates( GatesReply & reply ) const {
+   const Hold hold( *this );
+   listGates( graph_, reply );
+   reply.set_timestamp( secondsNow() );
+}
+
+void Engine::probe( const ProbeRequest & request, ProbeReply & reply ) {
+   Probe probe( request, reply );
+   if ( auto out = probe.check(); !out.ok() ) return report( { {}, {}, "Probe" }, out, reply );
+   bool shared = true;
+   while ( !probe.done() ) {
+      {
+         const Hold hold( *this );
+         probe.some( graph_, counters_ );
+         shared = worker_ != nullptr;
+      }
+      if ( shared ) probe.rest();
+   }
 }
 
 Outcome Engine::dump( const DumpRequest & request, std::unique_ptr< Dump > & dump ) const {

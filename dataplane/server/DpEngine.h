@@ -72,7 +72,10 @@ class Engine {
 
    void lookup( const vex::pb::LookupRequest & request, vex::pb::LookupReply & reply ) const;
    void trace( const vex::pb::TracePacketRequest & request, vex::pb::TracePacketReply & reply );
+   // The worker is held for a few packets at a time, and carries its own for many times as long between them.
+   void probe( const vex::pb::ProbeRequest & request, vex::pb::ProbeReply & reply );
    void drops( vex::pb::DropsReply & reply ) const;
+   void gates( vex::pb::GatesReply & reply ) const;
    void capture( const vex::pb::CaptureRequest & request, vex::pb::CaptureReply & reply );
 
    // ENOENT: a module that is named is not there.

@@ -19,7 +19,8 @@ struct KernelTwin::Place : KernelNamespace::Watcher {
                    [ this, &twin ] {
                       readAgain();
                       if ( twin.indexWatcher_ ) twin.indexWatcher_();
-                   } },
+                   },
+                   [ &twin ]( auto intfId, auto & facts ) { twin.said( intfId, facts ); } },
                  twin.tell_ ) {}
    void onStands() override {
       twin.readRoutes( *this );
@@ -119,6 +120,13 @@ void KernelTwin::routesWrittenIs( bool written ) {
    if ( std::exchange( routesWritten_, written ) != written ) reviewVrfs();
 }
 
+void KernelTwin::outcomesAre( OutcomeOf outcomeOf ) {
+   if ( !outcomeOf == !outcomeOf_ ) return;
+   outcomeOf_ = std::move( outcomeOf );
+   for ( auto & [ netns, place ] : places_ ) place->reader = nullptr;
+   reviewVrfs();
+}
+
 std::optional< Kynet::IntfId > KernelTwin::intfAt( const std::string & netns, U32 index ) const {
    const auto place = places_.find( netns );
    return place == places_.end() ? std::nullopt : place->second->devices.intfAt( index );
@@ -193,7 +201,7 @@ void KernelTwin::reviewDevice( Kynet::IntfId intfId ) {
    const auto & fact = intf->second.fact;
    const bool added = !wanted->devices.deviceHas( intfId );
    wanted->devices.deviceIs( intfId, { devices_.at( intfId ).name, state_.tree().portDir->port( intfId ).macAddr(),
-                                       state_.intfBook().mtu( fact ), fact.addresses, fact.enabled } );
+                                       state_.intfBook().mtu( fact ), fact.addresses, fact.enabled, fact.open } );
    if ( added && wanted->routes ) wanted->routes->handleDevices();
 }
 
@@ -243,10 +251,22 @@ void KernelTwin::readRoutes( Place & place ) {
    auto & devices = place.devices;
    try {
       place.reader = std::make_unique< KernelRouteReader >(
-           source_, KernelRouteReader::Args{ state_, place.space.netns(), *place.vrfId,
-                                             [ &devices ]( U32 index ) { return devices.intfAt( index ); } } );
+           source_,
+           KernelRouteReader::Args{ state_, place.space.netns(), *place.vrfId,
+                                    [ &devices ]( U32 index ) { return devices.intfAt( index ); }, outcomeOf_ } );
    } catch ( const std::system_error & error ) {
       tell_( place.space.text() + ": its routes are not read: " + error.what() );
+   }
+}
+
+// An address that the router cannot have stays the kernel's own; anything else is put right.
+void KernelTwin::said( Kynet::IntfId intfId, const KernelFacts & facts ) {
+   const auto result = state_.kernelFactsAre( intfId, facts );
+   if ( isDone( result ) ) {
+      refusedFacts_.erase( intfId );
+   } else if ( std::exchange( refusedFacts_[ intfId ], facts ) != facts ) {
+      tell_( std::string( result.message ) + ", as the kernel has it" );
+      reviewLater( intfId );
    }
 }
 

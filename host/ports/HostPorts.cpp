@@ -264,9 +264,10 @@ PortWish Ports::kernelWish( Kynet::IntfId intfId, const Device & device ) {
    if ( !device.netns.empty() ) arg.set_netns( device.netns );
    arg.set_tun( device.tunnel );
    wish.create.mutable_arg()->PackFrom( arg );
-   if ( !device.tunnel ) wish.conf.set_mac_addr( device.mac.stringValue() );
-   wish.conf.set_mtu( device.mtu );
-   wish.conf.set_admin_up( device.enabled );
+   // What the kernel may say of it is not to be set behind its back: the kernel's side does that.
+   if ( !device.tunnel && !device.open.mac ) wish.conf.set_mac_addr( device.mac.stringValue() );
+   if ( !device.open.mtu ) wish.conf.set_mtu( device.mtu );
+   wish.conf.set_admin_up( device.open.enabled || device.enabled );
    return wish;
 }
 

@@ -114,7 +114,7 @@ bool Daemon::run() {
       return false;
    }
    if ( !sources_.load() ) return false;
-   kernel_.routesWrittenIs( sources_.kernelRoutes() );
+   tellKernel();
    signals_ = std::make_unique< Signals >( *this );
    if ( options_.sources.description.empty() )
       spdlog::info( "no --config: the router is empty, until vexctl or a route file tells it something" );
@@ -125,6 +125,7 @@ bool Daemon::run() {
       }
    supervisor_.start();
    // Until the routing suite has told everything by FPM, what it has put into the kernel holds.
+   fpm_.beginWatcherIs( [ this ] { kernel_.source().suiteStarted(); } );
    fpm_.completeWatcherIs( [ this ] { kernel_.source().suiteIs( true ); } );
    fpm_.start( state_.vrfBook().netns( L3::VrfName::defaultVrf() ) );
    postFeed();
@@ -136,6 +137,15 @@ bool Daemon::run() {
    fpm_.stop();
    signals_ = nullptr;
    return true;
+}
+
+// What the description says of the kernel as a whole.
+void Daemon::tellKernel() {
+   kernel_.routesWrittenIs( sources_.kernelRoutes() );
+   kernel_.outcomesAre( !sources_.kernelOffload() ? OutcomeOf()
+                                                  : [ this ]( U32 vrfId, const Kynet::IpGenPrefix & prefix ) {
+                                                       return outcomeOf( vrfId, prefix );
+                                                    } );
 }
 
 std::string Daemon::openSocket() {
@@ -281,7 +291,7 @@ ChangeResult Daemon::reload() {
    notifyReloading();
    ++reloads_;
    const bool read = sources_.load();
-   kernel_.routesWrittenIs( sources_.kernelRoutes() );
+   tellKernel();
    const auto errors = sources_.errors().count();
    postFeed();
    notifyReady( "reloaded" );

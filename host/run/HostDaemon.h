@@ -56,6 +56,7 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    void tellFed();
    // Whether the kernel and a routing suite have told what they have.
    bool sourcesTold( double seconds );
+   void tellKernel();
    void handleClock();
 
    const Options options_;

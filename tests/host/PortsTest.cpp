@@ -158,9 +158,9 @@ tunnels: [{name: Tunnel1, source: 10.0.1.1, destination: 10.9.9.9}]
                                   "set Ethernet2/1 mac_addr: \"02:00:00:00:00:02\" mtu: 1500 admin_up: true",
                                   "set Ethernet3 mac_addr: \"02:00:00:00:00:03\" mtu: 1500 admin_up: true",
                                   "set Ethernet4 mac_addr: \"02:00:00:00:00:04\" mtu: 9000 admin_up: true",
-                                  "set kernel:Ethernet1 mac_addr: \"02:00:00:00:00:01\" mtu: 1500 admin_up: true",
-                                  "set kernel:Ethernet2/1 mac_addr: \"02:00:00:00:00:02\" mtu: 1500 admin_up: true",
-                                  "set kernel:Tunnel1 mtu: 1476 admin_up: true",
+                                  "set kernel:Ethernet1 mac_addr: \"02:00:00:00:00:01\" admin_up: true",
+                                  "set kernel:Ethernet2/1 mac_addr: \"02:00:00:00:00:02\" admin_up: true",
+                                  "set kernel:Tunnel1 admin_up: true",
                              } ) );
    runUntil( [ & ] { return Gant::activityManager()->poll() == 0 && kernel.calls.size() >= 3; } );
    kernel.calls.clear();

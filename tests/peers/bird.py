@@ -48,7 +48,7 @@ class Bird(unittest.TestCase):
         with lab.Lab() as net:
             for n, router in net.routers.items():
                 router.begin('--fpm', 'off')
-                router.bird(CONFIG.format(n=n, o=3 - n))
+                router.bird(router.directory, CONFIG.format(n=n, o=3 - n))
             router = net.routers[1]
             net.reaches()
             lab.until(lambda: '10.0.2.0/24' in router.routes('kernel'), "BIRD's route is the router's")
