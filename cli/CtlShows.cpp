@@ -187,6 +187,7 @@ std::vector< Show > interfaceShows() {
                        count( "Available", "available" ), count( "In use", "inUse" ) } },
         { .command = "show drops",
           .help = "packets that the data plane lost, by module and reason",
+          .options = { { "--once", "once", "at once, without rates" } },
           .columns = { text( "Module", "module" ), text( "Reason", "reason" ), count( "Packets", "packets" ),
                        rate( "Per second", "packetsPerSecond" ) },
           .footer = counted( "reason", "reasons" ) },
@@ -337,6 +338,11 @@ std::vector< Show > graphShows() {
              return std::make_unique< GraphView >( out );
           },
           .viewOptions = { { "--dot", "", "as a Graphviz picture" } } },
+        { .command = "show gates",
+          .help = "packets that went from module to module",
+          .columns = { text( "Module", "module" ), text( "Class", "class" ), number( "Gate", "gate" ),
+                       text( "To", "to" ), count( "Packets", "packets" ), count( "Bytes", "bytes" ) },
+          .footer = counted( "gate", "gates" ) },
         { .command = "show counters",
           .help = "what the modules of the data plane count",
           .words = { { "", "module", "MODULE" } },
@@ -378,6 +384,8 @@ std::vector< Show > daemonShows() {
                        number( "Data plane process id", "dataPlanePid" ), text( "Belongs to", "owner" ),
                        shown( "Has it for", "ownedSeconds", secondsInWords ),
                        text( "Data plane version", "dataPlaneVersion" ), text( "Transport", "transport" ),
+                       text( "Forwarding", "forwarding" ),
+                       shown( "Changed over in", "changeOverSeconds", shortTimeInWords ),
                        number( "Data plane losses", "restarts" ), text( "Last loss", "lastLoss" ),
                        text( "Paused", "paused" ), shown( "Last fed in", "lastFedSeconds", secondsInWords ),
                        text( "Description", "description" ), text( "Route file", "routeFile" ),
@@ -436,11 +444,24 @@ std::vector< Show > daemonShows() {
    };
 }
 
+// With a line each.
+std::string notMetInWords( const Json & end ) {
+   std::string lines;
+   const auto kept = end.value( "notMet", Json::array() );
+   for ( const auto & object : kept )
+      lines += fmt::format( "\nMet by no packet: {}: {}", member( object, "object" ), member( object, "reason" ) );
+   if ( const auto all = numberOf( end, "notMetCount" ); all > kept.size() )
+      lines += fmt::format( "\nMet by no packet: {} in all", grouped( all ) );
+   return lines;
+}
+
 std::string differencesInWords( const Json & end ) {
    const auto differences = numberOf( end, "differences" );
    if ( differences > numberOf( end, "rows" ) )
-      return fmt::format( "{} differences, of which the first are listed", grouped( differences ) );
-   if ( differences > 0 ) return fmt::format( "{} difference{}", differences, differences == 1 ? "" : "s" );
+      return fmt::format( "{} differences, of which the first are listed", grouped( differences ) ) +
+             notMetInWords( end );
+   if ( differences > 0 )
+      return fmt::format( "{} difference{}", differences, differences == 1 ? "" : "s" ) + notMetInWords( end );
    const auto compared = end.value( "compared", Json::object() );
    std::string line;
    for ( const auto & [ what, number ] : compared.items() )
@@ -449,7 +470,8 @@ std::string differencesInWords( const Json & end ) {
    std::string unknown;
    for ( const auto & what : end.value( "notCompared", Json::array() ) )
       unknown += ( unknown.empty() ? "" : ", " ) + inWords( what );
-   return unknown.empty() ? line : line + "\nNot compared: " + unknown;
+   if ( !unknown.empty() ) line += "\nNot compared: " + unknown;
+   return line + notMetInWords( end );
 }
 
 std::vector< Show > checks() {
@@ -468,7 +490,8 @@ std::vector< Show > checks() {
    return {
         { .command = "verify",
           .help = "compare what the agent means with what the data plane holds",
-          .options = { number( "--most", "most", "differences to list" ) },
+          .options = { number( "--most", "most", "differences to list" ),
+                       { "--packets", "packets", "and walk a packet for each route, rule, class and tunnel" } },
           .columns = { text( "Difference", "difference" ), text( "Module", "module" ), text( "Object", "object" ),
                        text( "Agent", "agent" ), text( "Data plane", "dataPlane" ) },
           .footer = differencesInWords,

@@ -2,6 +2,7 @@
 
 #include "CtlAgentText.h"
 #include "CtlChanges.h"
+#include "CtlMonitor.h"
 #include "CtlShows.h"
 #include "NearestWord.h"
 #include "RuntimeDirectory.h"
@@ -235,6 +236,34 @@ class EntryCommand {
    std::string kind_, entry_;
 };
 
+// vexctl monitor [ports|modules|drops]
+class MonitorCommand {
+ public:
+   explicit MonitorCommand( CLI::App & app ) :
+        app_( *app.add_subcommand( "monitor", "a screen once a second, until ^C: ports, unless another is named" ) ),
+        all_( monitored() ) {
+      app_.require_subcommand( 0, 1 );
+      app_.add_option( "--count", options_.count, "end after so many" )->type_name( "N" );
+      app_.add_option( "--every", options_.every, "between two screens, at least 0.1" )
+           ->type_name( "SECONDS" )
+           ->check( CLI::Range( 0.1, 3600.0 ) );
+      for ( const auto & what : all_ ) app_.add_subcommand( what.name, what.help );
+   }
+   bool given() const { return app_.parsed(); }
+   int run( const Options & options ) const {
+      auto how = options_;
+      how.json = options.json;
+      const auto given = app_.get_subcommands();
+      const auto name = given.empty() ? all_.front().name : given.front()->get_name();
+      return monitor( *std::ranges::find( all_, name, &Monitored::name ), options.server, how );
+   }
+
+ private:
+   CLI::App & app_;
+   const std::vector< Monitored > all_;
+   MonitorOptions options_;
+};
+
 class Program {
  public:
    Program() : app_( "Asks and changes a running vexl3d.", "vexctl" ) {
@@ -254,6 +283,7 @@ class Program {
       for ( const auto & show : shows() ) addShow( show );
       for ( const auto & kind : kinds() ) changes_.push_back( std::make_unique< ChangeCommand >( kind, app_ ) );
       entry_ = std::make_unique< EntryCommand >( app_ );
+      monitor_ = std::make_unique< MonitorCommand >( app_ );
       reload_ = app_.add_subcommand( "reload", "have the daemon read its sources again" );
    }
 
@@ -268,6 +298,7 @@ class Program {
       for ( const auto & change : changes_ )
          if ( change->given() ) return change->run( options_ );
       if ( entry_->given() ) return entry_->run( options_ );
+      if ( monitor_->given() ) return monitor_->run( options_ );
       return ChangeCommand::changed( options_, { { "command", "reload" } } );
    }
 
@@ -318,6 +349,7 @@ class Program {
    std::vector< std::unique_ptr< ShowCommand > > shows_;
    std::vector< std::unique_ptr< ChangeCommand > > changes_;
    std::unique_ptr< EntryCommand > entry_;
+   std::unique_ptr< MonitorCommand > monitor_;
    CLI::App * reload_ = nullptr;
 };
 

@@ -1,5 +1,6 @@
 #include "DpWalk.h"
 
+#include "DpEthernet.h"
 #include "DpGraph.h"
 #include "DpModuleClass.h"
 
@@ -20,9 +21,17 @@ void countBatch( GateCounters & gate, std::uint64_t packets, std::uint64_t bytes
    gate.timestamp = now;
 }
 
+// Nothing: it is no IPv4 packet.
+std::optional< std::uint32_t > dscpOf( const Packet & packet ) {
+   const auto bytes = packet.span();
+   const std::size_t at = packet.meta.ethernet ? kEthernetLen : 0;
+   if ( bytes.size() < at + 2 || bytes[ at ] >> 4 != 4 ) return std::nullopt;
+   return bytes[ at + 1 ] >> 2;
+}
+
 } // namespace
 
-Context::Context( CounterTable & counters, Purpose purpose ) : counters_( counters ), purpose_( purpose ) {
+Context::Context( CounterTable & counters, Purpose purpose ) : counters_( &counters ), purpose_( purpose ) {
    readClock();
 }
 
@@ -47,7 +56,7 @@ void Context::also( Packet && packet, GateId ogate ) {
 }
 
 void Context::reasonIs( std::string reason ) {
-   noteIs( reason );
+   if ( step_ != nullptr ) noteIs( reason );
    trace_->set_reason( std::move( reason ) );
 }
 
@@ -129,7 +138,10 @@ Fate Walk::process( Module & module, const Traveller & traveller ) {
    context_.igate_ = traveller.igate;
    if ( watcher_ != nullptr ) watcher_->enters( module, packet, context_.now_ );
    if ( trace_ != nullptr ) traceIs( packet );
-   if ( context_.trace_ == nullptr ) return module.process( packet, context_ );
+   if ( context_.trace_ == nullptr || !steps_ ) {
+      context_.step_ = nullptr;
+      return module.process( packet, context_ );
+   }
    context_.step_ = context_.trace_->add_step();
    context_.step_->set_module( module.name() );
    context_.step_->set_mclass( module.mclass().name );
@@ -201,8 +213,13 @@ void Walk::end( Module & module, Fate fate, const Packet & packet ) {
    context_.trace_->set_end( fate.kind_ == sent    ? Reply::END_SENT
                              : fate.kind_ == local ? Reply::END_LOCAL
                                                    : Reply::END_DROPPED );
-   context_.trace_->set_module( module.name() );
-   context_.trace_->set_length( std::uint32_t( packet.size() ) );
+   auto & trace = *context_.trace_;
+   trace.set_module( module.name() );
+   trace.set_mclass( module.mclass().name );
+   trace.set_length( std::uint32_t( packet.size() ) );
+   if ( fate.kind_ != sent ) return;
+   trace.set_traffic_class( packet.meta.trafficClass );
+   if ( const auto dscp = dscpOf( packet ) ) trace.set_dscp( *dscp );
 }
 
 } // namespace Vexdp

@@ -78,11 +78,11 @@ class Context {
    // Says what the module is doing; several notes make one sentence.
    template < typename... Args >
    void note( fmt::format_string< Args... > text, Args &&... args ) {
-      if ( trace_ != nullptr ) noteIs( fmt::format( text, std::forward< Args >( args )... ) );
+      if ( trace_ != nullptr && step_ != nullptr ) noteIs( fmt::format( text, std::forward< Args >( args )... ) );
    }
 
    void count( CounterId counter ) {
-      if ( counting() ) counters_.add( counter );
+      if ( counting() ) counters_->add( counter );
    }
 
    // True when what happens to the packet is to stay: counts, sequence numbers.
@@ -103,7 +103,7 @@ class Context {
    void reasonIs( std::string reason );
    void noteIs( std::string_view text );
 
-   CounterTable & counters_;
+   CounterTable * counters_;
    Purpose purpose_;
    double now_ = 0;
    vex::pb::TracePacketReply * trace_ = nullptr;
@@ -145,8 +145,12 @@ class Walk {
    Walk( CounterTable & counters, Purpose purpose );
 
    void run( Module & source, std::span< Packet > burst );
+   // Where it counts from here on.
+   void countersAre( CounterTable & counters ) { context_.counters_ = &counters; }
    // Null: nobody looks. It outlives the walk, or is taken back.
    void watcherIs( PacketWatcher * watcher ) { watcher_ = watcher; }
+   // Whether a trace of a single packet has steps, as it does at first, or its end alone.
+   void stepsAre( bool steps ) { steps_ = steps; }
    // The trace, when there is one, gets the steps and the end of the packet itself; what is made of it beside goes its
    // way untraced.
    void run( Module & source, Packet packet, vex::pb::TracePacketReply * trace = nullptr );
@@ -187,6 +191,7 @@ class Walk {
    PacketWatcher * watcher_ = nullptr;
    vex::pb::TracePacketReply * trace_ = nullptr;
    const Packet * traced_ = nullptr;
+   bool steps_ = true;
 };
 
 } // namespace Vexdp

@@ -31,6 +31,17 @@ Status EngineService::Capture( grpc::ServerContext *, const vex::pb::CaptureRequ
    return Status::OK;
 }
 
+Status EngineService::Probe( grpc::ServerContext *, const vex::pb::ProbeRequest * request,
+                             vex::pb::ProbeReply * reply ) {
+   engine_.probe( *request, *reply );
+   return Status::OK;
+}
+
+Status EngineService::Gates( grpc::ServerContext *, const vex::pb::GatesRequest *, vex::pb::GatesReply * reply ) {
+   engine_.gates( *reply );
+   return Status::OK;
+}
+
 Status EngineService::Drops( grpc::ServerContext *, const vex::pb::DropsRequest *, vex::pb::DropsReply * reply ) {
    engine_.drops( *reply );
    return Status::OK;

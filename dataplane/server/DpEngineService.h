@@ -23,6 +23,10 @@ class EngineService final : public vex::pb::Engine::WithRawMethod_Session< vex::
                              vex::pb::TracePacketReply * reply ) override;
    grpc::Status Capture( grpc::ServerContext *, const vex::pb::CaptureRequest * request,
                          vex::pb::CaptureReply * reply ) override;
+   grpc::Status Probe( grpc::ServerContext *, const vex::pb::ProbeRequest * request,
+                       vex::pb::ProbeReply * reply ) override;
+   grpc::Status Gates( grpc::ServerContext *, const vex::pb::GatesRequest * request,
+                       vex::pb::GatesReply * reply ) override;
    grpc::Status Drops( grpc::ServerContext *, const vex::pb::DropsRequest * request,
                        vex::pb::DropsReply * reply ) override;
 

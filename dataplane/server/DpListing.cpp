@@ -129,4 +129,20 @@ void listDrops( const Graph & graph, vex::pb::DropsReply & reply ) {
    }
 }
 
+void listGates( const Graph & graph, vex::pb::GatesReply & reply ) {
+   for ( const auto & [ name, module ] : graph.modules() )
+      for ( GateId id = 0; id < module->ogates().size(); ++id ) {
+         const auto & from = module->ogates()[ id ];
+         if ( from.peer == nullptr ) continue;
+         auto & gate = *reply.add_gate();
+         gate.set_module( name );
+         gate.set_mclass( module->mclass().name );
+         gate.set_ogate( id );
+         gate.set_to( from.peer->name() );
+         gate.set_igate( from.igate );
+         gate.set_packets( from.counters.packets );
+         gate.set_bytes( from.counters.bytes );
+      }
+}
+
 } // namespace Vexdp

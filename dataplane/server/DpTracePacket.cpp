@@ -47,6 +47,7 @@ Outcome requireFitting( const TracePacketRequest & request ) {
 }
 
 std::size_t l4HeaderLen( const TracePacketRequest & request ) {
+   if ( !request.payload().empty() ) return request.payload().size();
    switch ( request.proto() ) {
    case kProtoTcp: {
       const bool room = request.length() == 0 || request.length() >= Ipv4Header::kMinLen + kTcpLen + kMssOptionLen;
@@ -89,19 +90,16 @@ void writeIcmp( std::span< std::uint8_t > l4, const TracePacketRequest & request
 }
 
 void writeL4( std::span< std::uint8_t > l4, std::size_t headerLen, const TracePacketRequest & request ) {
+   if ( const auto & payload = request.payload(); !payload.empty() ) {
+      std::ranges::copy( payload, l4.begin() );
+      return;
+   }
    switch ( request.proto() ) {
    case kProtoTcp: return writeTcp( l4, headerLen, request );
    case kProtoUdp: return writeUdp( l4, request );
    case kProtoIcmp: return writeIcmp( l4, request );
    default: return;
    }
-}
-
-const PortRx * sourceOf( const Graph & graph, const std::string & intfname ) {
-   for ( const auto & [ name, module ] : graph.modules() )
-      if ( const auto * port = dynamic_cast< const PortRx * >( module.get() ); port && port->intfname() == intfname )
-         return port;
-   return nullptr;
 }
 
 // The address that a neighbour would send the packet to. Nothing when the interface has no frames.
@@ -137,17 +135,29 @@ Outcome describedPacket( const TracePacketRequest & request, Packet & packet ) {
    return {};
 }
 
+const PortRx * sourceOf( const Graph & graph, const std::string & intfname ) {
+   for ( const auto & [ name, module ] : graph.modules() )
+      if ( const auto * port = dynamic_cast< const PortRx * >( module.get() ); port && port->intfname() == intfname )
+         return port;
+   return nullptr;
+}
+
+Outcome tracePacket( const Graph & graph, const PortRx & source, Walk & walk, const TracePacketRequest & request,
+                     TracePacketReply & reply ) {
+   Packet packet( 0 );
+   if ( auto out = describedPacket( request, packet ); !out.ok() ) return out;
+   if ( const auto dst = frameDestination( source, { request.dst() } ) )
+      prependEthernet( packet, *dst, kSender, kEtherTypeIpv4 );
+   walk.run( *graph.find( source.name() ), std::move( packet ), &reply );
+   return {};
+}
+
 Outcome tracePacket( const Graph & graph, CounterTable & counters, const TracePacketRequest & request,
                      TracePacketReply & reply ) {
    const auto * source = sourceOf( graph, request.intfname() );
    if ( source == nullptr ) return refuse( ENOENT, "no PortRx has the interface \"{}\"", request.intfname() );
-   Packet packet( 0 );
-   if ( auto out = describedPacket( request, packet ); !out.ok() ) return out;
-   if ( const auto dst = frameDestination( *source, { request.dst() } ) )
-      prependEthernet( packet, *dst, kSender, kEtherTypeIpv4 );
-   auto * start = graph.find( source->name() );
-   Walk( counters, request.count() ? Purpose::counted : Purpose::described ).run( *start, std::move( packet ), &reply );
-   return {};
+   Walk walk( counters, request.count() ? Purpose::counted : Purpose::described );
+   return tracePacket( graph, *source, walk, request, reply );
 }
 
 } // namespace Vexdp

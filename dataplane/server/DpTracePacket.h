@@ -14,6 +14,15 @@ namespace Vexdp {
 // length leaves room. ERANGE: a field doesn't hold its value. EINVAL: the length is less than that of the headers.
 Outcome describedPacket( const vex::pb::TracePacketRequest & request, Packet & packet );
 
+class PortRx;
+class Walk;
+
+// The PortRx of the interface; null: there is none.
+const PortRx * sourceOf( const Graph & graph, const std::string & intfname );
+// Walks it from there, in a frame to the router where the interface has frames. As describedPacket.
+Outcome tracePacket( const Graph & graph, const PortRx & source, Walk & walk,
+                     const vex::pb::TracePacketRequest & request, vex::pb::TracePacketReply & reply );
+
 // Walks it from the PortRx of the interface, in a frame to the router where the interface has frames. ENOENT: no PortRx
 // has the interface's name.
 Outcome tracePacket( const Graph & graph, CounterTable & counters, const vex::pb::TracePacketRequest & request,

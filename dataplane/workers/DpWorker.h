@@ -25,8 +25,13 @@ namespace Vexdp {
 
 class Worker {
  public:
-   // Nobody but it counts in the table while it isn't held. Both outlive it. When `busy` it never sleeps.
-   Worker( PortTable & ports, CounterTable & counters, bool busy );
+   // What packets go through, and where they are counted: nobody else counts there while it isn't held.
+   struct Way {
+      Side side; // of the graph
+      CounterTable * counters;
+   };
+   // All outlive it. When `busy` it never sleeps.
+   Worker( PortTable & ports, const Way & way, bool busy );
    // REQUIRES: it isn't held
    ~Worker();
 
@@ -36,8 +41,10 @@ class Worker {
    // In the midst of a hold: it carries what waits, one burst, and is held again.
    void breathe();
 
-   // Both while it is held.
+   // These while it is held.
    void portsChanged();
+   // The next packet goes another way.
+   void wayIs( const Way & way );
    void watcherIs( PacketWatcher * watcher ) { walk_.watcherIs( watcher ); }
 
  private:
@@ -59,6 +66,7 @@ class Worker {
 
    PortTable & ports_;
    const bool busy_;
+   Side side_;
    Walk walk_;
    std::vector< Lane > lanes_;
    std::vector< Packet > burst_;

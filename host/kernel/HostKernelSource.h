@@ -115,6 +115,8 @@ class KernelSource : public Source, public Gant::StateMachine {
    // most every three.
    void readSoon();
    void lost( const std::string & why );
+   // Everything is read, and nothing has changed since that is to be read again.
+   bool read() const { return reading_ == 0 && clock_->timeMin() == Gant::Clock::never; }
    // A reader is through; `whole`: nothing changed under it.
    void readIs( bool whole );
 

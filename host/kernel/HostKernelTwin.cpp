@@ -142,6 +142,17 @@ std::string KernelTwin::error( Kynet::IntfId intfId ) const {
    return place == nullptr ? std::string() : place->devices.error( intfId );
 }
 
+bool KernelTwin::read() const {
+   const auto stands = []( const auto & entry ) { return entry.second->space.stands(); };
+   return !posted_ && source_.read() && std::ranges::all_of( places_, stands );
+}
+
+void KernelTwin::leftoversHeldIs( bool held ) {
+   leftoversHeld_ = held;
+   for ( const auto & [ netns, place ] : places_ )
+      if ( place->routes ) place->routes->leftoversHeldIs( held );
+}
+
 bool KernelTwin::settled() const {
    for ( const auto & [ netns, place ] : places_ )
       if ( !place->space.stands() || ( place->routes && !place->routes->settled() ) ) return false;
@@ -227,7 +238,7 @@ void KernelTwin::reviewVrf( Place & place ) {
    auto & devices = place.devices;
    place.routes = std::make_unique< KernelRoutes >(
         place.space,
-        KernelRoutes::Args{ state_.tree().fib, state_.tree().fib6, *vrfId, routesWritten_,
+        KernelRoutes::Args{ state_.tree().fib, state_.tree().fib6, *vrfId, routesWritten_, leftoversHeld_,
                             [ &devices ]( Kynet::IntfId intfId ) { return devices.carrying( intfId ); },
                             [ &devices ]( Kynet::IntfId intfId ) { return devices.deviceHas( intfId ); } },
         tell_ );

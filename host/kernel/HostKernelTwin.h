@@ -55,6 +55,10 @@ class KernelTwin : public Gant::StateMachine {
 
    // Why the interface's device is not as it should be; empty: it is, or there is none to be.
    std::string error( Kynet::IntfId intfId ) const;
+   // What is in the kernel is known: every namespace stands, and its routes are read.
+   bool read() const;
+   // What a former process has written and this one has not stays for as long. From the start: no.
+   void leftoversHeldIs( bool held );
    // Every namespace stands, and nothing is under way but for what was refused.
    bool settled() const;
 
@@ -88,6 +92,7 @@ class KernelTwin : public Gant::StateMachine {
    const KernelTell tell_;
    KernelSource source_;
    bool routesWritten_ = true;
+   bool leftoversHeld_ = false;
    OutcomeOf outcomeOf_;
    std::function< void() > indexWatcher_;
    std::map< Kynet::IntfId, KernelDeviceAt > devices_;

@@ -1,4 +1,4 @@
-// show drops: what the data plane lost, where and why.
+// show drops: what the data plane lost, where and why. show gates: what went from module to module.
 
 #include "GantActivity.h"
 #include "HostAgentView.h"
@@ -13,12 +13,12 @@ namespace Host {
 
 namespace {
 
-// Asks twice, a second apart: the rates are those of this second.
+// Asks twice, a second apart: the rates are those of this second. Or once, without them.
 class Drops : public Answer, Gant::StateMachine {
  public:
    explicit Drops( const Asked & asked ) :
         view_( asked.daemon ), engine_( view_.channel()->peer() ), wake_( asked.wake ),
-        clock_( Gant::activityManager()->newClock() ), clockReactor_( this ) {
+        once_( asked.question.flag( "once" ) ), clock_( Gant::activityManager()->newClock() ), clockReactor_( this ) {
       ask();
    }
 
@@ -26,6 +26,7 @@ class Drops : public Answer, Gant::StateMachine {
       if ( !done_ ) return Step::wait;
       if ( !error_.empty() ) throw CommandError( ErrorCode::refused, "the data plane: " + error_ );
       for ( const auto & drop : second_.drop() ) tell( drop, out );
+      out.endMember( "timestamp", second_.timestamp() );
       return Step::done;
    }
 
@@ -39,7 +40,7 @@ class Drops : public Answer, Gant::StateMachine {
    void ask() {
       call_ = engine_.drops( [ this ]( const auto & error, const auto & reply ) {
          error_ = error.empty() ? reply.error().errmsg() : error;
-         if ( error_.empty() && !asked_ ) return begin( reply );
+         if ( error_.empty() && !asked_ && !once_ ) return begin( reply );
          second_ = reply;
          done_ = true;
          wake_();
@@ -54,18 +55,18 @@ class Drops : public Answer, Gant::StateMachine {
    }
 
    void tell( const vex::pb::DropsReply::Drop & drop, Output & out ) const {
+      Json row{ { "module", drop.module() }, { "reason", drop.reason() }, { "packets", drop.packets() } };
       const auto at = first_.find( { drop.module(), drop.reason() } );
       const auto before = at == first_.end() ? 0 : std::min< std::uint64_t >( at->second, drop.packets() );
       const auto seconds = second_.timestamp() - start_;
-      out.row( { { "module", drop.module() },
-                 { "reason", drop.reason() },
-                 { "packets", drop.packets() },
-                 { "packetsPerSecond", seconds > 0 ? double( drop.packets() - before ) / seconds : 0 } } );
+      if ( !once_ ) row[ "packetsPerSecond" ] = seconds > 0 ? double( drop.packets() - before ) / seconds : 0;
+      out.row( row );
    }
 
    const AgentView view_;
    Vex::EngineQuery engine_;
    const std::function< void() > wake_;
+   const bool once_;
    std::map< std::pair< std::string, std::string >, std::uint64_t > first_;
    vex::pb::DropsReply second_;
    double start_ = 0;
@@ -77,10 +78,52 @@ class Drops : public Answer, Gant::StateMachine {
    std::unique_ptr< Vex::EngineCall > call_; // gone first: it calls back
 };
 
+class Gates : public Answer {
+ public:
+   explicit Gates( const Asked & asked ) :
+        view_( asked.daemon ), engine_( view_.channel()->peer() ),
+        call_( engine_.gates( [ this, wake = asked.wake ]( const auto & error, const auto & reply ) {
+           error_ = error.empty() ? reply.error().errmsg() : error;
+           reply_ = reply;
+           done_ = true;
+           wake();
+        } ) ) {}
+
+   Step step( Output & out ) override {
+      if ( !done_ ) return Step::wait;
+      if ( !error_.empty() ) throw CommandError( ErrorCode::refused, "the data plane: " + error_ );
+      for ( ; next_ < reply_.gate_size() && !out.full(); ++next_ ) {
+         const auto & gate = reply_.gate( next_ );
+         out.row( { { "module", gate.module() },
+                    { "class", gate.mclass() },
+                    { "gate", gate.ogate() },
+                    { "to", gate.to() },
+                    { "inputGate", gate.igate() },
+                    { "packets", gate.packets() },
+                    { "bytes", gate.bytes() } } );
+      }
+      if ( next_ < reply_.gate_size() ) return Step::more;
+      out.endMember( "timestamp", reply_.timestamp() );
+      return Step::done;
+   }
+
+ private:
+   const AgentView view_;
+   Vex::EngineQuery engine_;
+   vex::pb::GatesReply reply_;
+   int next_ = 0;
+   std::string error_;
+   bool done_ = false;
+   std::unique_ptr< Vex::EngineCall > call_; // gone first: it calls back
+};
+
 } // namespace
 
 Commands dropShows() {
-   return { { "show drops", {}, []( const Asked & asked ) { return std::make_unique< Drops >( asked ); } } };
+   return { { "show drops",
+              { { "once", Parameter::Kind::flag } },
+              []( const Asked & asked ) { return std::make_unique< Drops >( asked ); } },
+            { "show gates", {}, []( const Asked & asked ) { return std::make_unique< Gates >( asked ); } } };
 }
 
 } // namespace Host

@@ -13,7 +13,7 @@ Commands sourceShows();     // sources, and source
 Commands adjacencyShows();  // nexthops, adjacencies
 Commands interfaceShows();  // interfaces, neighbors, tunnels, vrfs
 Commands portShows();       // ports, workers
-Commands dropShows();       // drops
+Commands dropShows();       // drops, gates
 Commands ipsecShows();      // ipsec connections, ipsec sas, ipsec flows
 Commands aclShows();        // access-lists, policy-map, control-plane
 Commands bridgingShows();   // vrrp, vlans, nat

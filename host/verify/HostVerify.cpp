@@ -3,6 +3,7 @@
 #include "GantActivity.h"
 #include "HostComparePorts.h"
 #include "HostComparer.h"
+#include "HostPacketCheck.h"
 #include "vex/engine.pb.h"
 #include "VexDescribe.h"
 #include "VexEngineQuery.h"
@@ -116,22 +117,23 @@ class Run {
    std::map< std::string, std::unique_ptr< Comparer > >::iterator finishing_;
 };
 
-// States: settling (requests are on their way), comparing, finishing. A change of what the agent means sends it back to
-// settling, and what was found is forgotten.
+// Phases: settling (requests are on their way), comparing, finishing, and the packets' walk. A change before that of
+// what the agent means sends it back to settling, and what was found is forgotten.
 class Verify : public Answer, private Gant::StateMachine {
  public:
    Verify( const Asked & asked ) :
-        session_( asked.daemon ), most_( asked.question.number( "most", 1000 ) ), wake_( asked.wake ),
-        query_( session_.channel()->peer() ), clock_( Gant::activityManager()->newClock() ), gantClock_( *this ),
-        begun_( clock_->now() ) {}
+        session_( asked.daemon ), state_( asked.daemon.state() ), packets_( asked.question.flag( "packets" ) ),
+        most_( asked.question.number( "most", 1000 ) ), wake_( asked.wake ), query_( session_.channel()->peer() ),
+        clock_( Gant::activityManager()->newClock() ), gantClock_( *this ), begun_( clock_->now() ) {}
 
    Step step( Output & out ) override {
       const auto channel = session_.channel();
-      if ( state_ != State::settling && channel->forwardingGeneration() != generation_ ) settleAgain();
-      switch ( state_ ) {
-      case State::settling: return settle( *channel );
-      case State::comparing: return compare();
-      case State::finishing: break;
+      if ( check_ ) return walk( out );
+      if ( phase_ != Phase::settling && channel->forwardingGeneration() != generation_ ) settleAgain();
+      switch ( phase_ ) {
+      case Phase::settling: return settle( *channel );
+      case Phase::comparing: return compare();
+      case Phase::finishing: break;
       }
       if ( !run_->finish() ) return Step::more;
       if ( const auto * const ports = session_.ports(); ports_ && ports != nullptr ) {
@@ -142,13 +144,16 @@ class Verify : public Answer, private Gant::StateMachine {
          }
          ports_->write( run_->findings() );
       }
-      run_->findings().write( out );
-      out.endMember( "seconds", clock_->now() - begun_ );
-      return Step::done;
+      findings_.emplace( std::move( run_->findings() ) );
+      // What it points at is looked at no more.
+      run_ = nullptr;
+      if ( !packets_ ) return end( out );
+      check_ = std::make_unique< PacketCheck >( session_, state_, most_, wake_, [ this ] { lookAgain(); } );
+      return Step::more;
    }
 
  private:
-   enum class State { settling, comparing, finishing };
+   enum class Phase { settling, comparing, finishing };
    static constexpr double settleSeconds = 30;
    static constexpr double lookAgainSeconds = 0.01;
    static constexpr int attemptsMax = 20;
@@ -170,7 +175,7 @@ class Verify : public Answer, private Gant::StateMachine {
          generation_ = channel.forwardingGeneration();
          run_ = std::make_unique< Run >( session_, most_ );
          dump_ = query_.dump( {}, wake_ );
-         state_ = State::comparing;
+         phase_ = Phase::comparing;
          return Step::wait;
       }
       if ( clock_->now() > begun_ + settleSeconds )
@@ -178,15 +183,16 @@ class Verify : public Answer, private Gant::StateMachine {
               ErrorCode::refused,
               "the data plane does not catch up: " +
                    ( ahead == 0 ? "its ports change" : std::to_string( ahead ) + " requests are not answered" ) );
-      clock_->timeMinIs( clock_->now() + lookAgainSeconds );
+      lookAgain();
       return Step::wait;
    }
+   void lookAgain() { clock_->timeMinIs( clock_->now() + lookAgainSeconds ); }
 
    void settleAgain() {
       dump_ = nullptr;
       ports_ = nullptr;
       run_ = nullptr;
-      state_ = State::settling;
+      phase_ = Phase::settling;
       if ( ++attempts_ == attemptsMax )
          throw CommandError( ErrorCode::refused, "the routes change faster than they can be compared" );
    }
@@ -200,20 +206,35 @@ class Verify : public Answer, private Gant::StateMachine {
       if ( !dump_->ended() ) return Step::wait;
       if ( const auto error = dump_->error(); !error.empty() )
          throw CommandError( ErrorCode::refused, "no dump of the data plane: " + error );
-      state_ = State::finishing;
+      phase_ = Phase::finishing;
       return Step::more;
    }
 
+   Step walk( Output & out ) {
+      const auto step = check_->step( *findings_ );
+      return step == Step::done ? end( out ) : step;
+   }
+   Step end( Output & out ) {
+      findings_->write( out );
+      if ( check_ ) check_->write( out );
+      out.endMember( "seconds", clock_->now() - begun_ );
+      return Step::done;
+   }
+
    const AgentView session_;
+   const RouterState & state_;
+   const bool packets_;
    const size_t most_;
    const std::function< void() > wake_;
    Vex::EngineQuery query_;
-   State state_ = State::settling;
+   Phase phase_ = Phase::settling;
    U64 generation_ = 0;
    int attempts_ = 0;
    std::unique_ptr< Run > run_;
    std::unique_ptr< Vex::EngineDump > dump_;
    std::unique_ptr< PortComparison > ports_;
+   std::optional< Findings > findings_;
+   std::unique_ptr< PacketCheck > check_;
    Gant::Ptr< Gant::Clock > clock_;
    GantClock gantClock_;
    const double begun_;
@@ -222,9 +243,9 @@ class Verify : public Answer, private Gant::StateMachine {
 } // namespace
 
 Commands verifyCommands() {
-   return { { "verify", { { "most", Parameter::Kind::number } }, []( const Asked & asked ) {
-                return std::make_unique< Verify >( asked );
-             } } };
+   return { { "verify",
+              { { "most", Parameter::Kind::number }, { "packets", Parameter::Kind::flag } },
+              []( const Asked & asked ) { return std::make_unique< Verify >( asked ); } } };
 }
 
 } // namespace Host

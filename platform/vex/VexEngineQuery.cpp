@@ -153,6 +153,16 @@ std::unique_ptr< EngineCall > EngineQuery::drops( Done< vex::pb::DropsReply > do
                     &vex::pb::Engine::StubInterface::async_interface::Drops );
 }
 
+std::unique_ptr< EngineCall > EngineQuery::gates( Done< vex::pb::GatesReply > done ) {
+   return askUnary( stub_, vex::pb::GatesRequest(), std::move( done ),
+                    &vex::pb::Engine::StubInterface::async_interface::Gates );
+}
+
+std::unique_ptr< EngineCall > EngineQuery::probe( const vex::pb::ProbeRequest & request,
+                                                  Done< vex::pb::ProbeReply > done ) {
+   return askUnary( stub_, request, std::move( done ), &vex::pb::Engine::StubInterface::async_interface::Probe );
+}
+
 std::unique_ptr< EngineDump > EngineQuery::dump( const vex::pb::DumpRequest & request, std::function< void() > ready ) {
    const auto reader = std::make_shared< DumpReader >( request, std::move( ready ) );
    reader->begin( stub_->service, reader );

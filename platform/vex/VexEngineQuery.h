@@ -13,8 +13,11 @@ class CaptureReply;
 class CaptureRequest;
 class DropsReply;
 class DumpRequest;
+class GatesReply;
 class LookupReply;
 class LookupRequest;
+class ProbeReply;
+class ProbeRequest;
 class TracePacketReply;
 class TracePacketRequest;
 } // namespace vex::pb
@@ -57,6 +60,10 @@ class EngineQuery {
    std::unique_ptr< EngineCall > capture( const vex::pb::CaptureRequest & request, Done< vex::pb::CaptureReply > done );
    // What was lost in the graph.
    std::unique_ptr< EngineCall > drops( Done< vex::pb::DropsReply > done );
+   // What went from module to module.
+   std::unique_ptr< EngineCall > gates( Done< vex::pb::GatesReply > done );
+   // What would become of described packets.
+   std::unique_ptr< EngineCall > probe( const vex::pb::ProbeRequest & request, Done< vex::pb::ProbeReply > done );
    // `ready` is called on the loop, any number of times: next() or ended() may have changed.
    std::unique_ptr< EngineDump > dump( const vex::pb::DumpRequest & request, std::function< void() > ready );
 

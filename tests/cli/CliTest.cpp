@@ -1,6 +1,7 @@
 // What vexctl does by itself: words, tables, the agent's text.
 
 #include "CtlAgentText.h"
+#include "CtlMonitor.h"
 #include "CtlShows.h"
 #include "NearestWord.h"
 #include "RuntimeDirectory.h"
@@ -107,6 +108,21 @@ TEST( CliAgentText, isReadAsTheAgentWritesIt ) {
                     "\n" );
    for ( const char * broken : { "'a'", "'a': (", "'a: 1", "'a': { 1 }", "nothing" } )
       EXPECT_THROW( parseAgentText( broken ), Error ) << broken;
+}
+
+TEST( CliMonitor, ratesAreTheGrowthOfEachRowAndTheBusiestIsFirst ) {
+   Rates rates( { "module", "reason" }, { { "packets", "perSecond" }, { "bytes", "bits", 8 } } );
+   const auto row = []( const char * reason, int packets ) {
+      return Json{ { "module", "fib" }, { "reason", reason }, { "packets", packets }, { "bytes", 10 * packets } };
+   };
+   std::vector< Json > first{ row( "old", 100 ), row( "began anew", 50 ) };
+   EXPECT_FALSE( rates.add( first, 1000 ) );
+   std::vector< Json > second{ row( "old", 104 ), row( "began anew", 10 ), row( "new", 6 ) };
+   EXPECT_TRUE( rates.add( second, 1002 ) );
+   std::string told;
+   for ( const auto & each : second )
+      told += member( each, "reason" ) + ' ' + each[ "perSecond" ].dump() + ' ' + each[ "bits" ].dump() + '\n';
+   EXPECT_EQ( told, "began anew 5.0 400.0\nnew 3.0 240.0\nold 2.0 160.0\n" );
 }
 
 class Places : public testing::Test {

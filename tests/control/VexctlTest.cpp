@@ -4,6 +4,7 @@
 #include "HostControlServer.h"
 #include "TestRouter.h"
 
+#include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -30,8 +31,8 @@ class Vexctl : public testing::Test {
       EXPECT_EQ( server_.open( socket_ ), "" );
    }
 
-   // Runs it, and the loop meanwhile.
-   Result run( std::vector< const char * > words ) {
+   // Runs it, and the loop meanwhile. Once it has written something it gets the signal.
+   Result run( std::vector< const char * > words, int signal = 0 ) {
       words.insert( words.begin(), { VEXCTL_PROGRAM, "--socket", socket_.c_str() } );
       words.push_back( nullptr );
       int out[ 2 ], error[ 2 ];
@@ -50,11 +51,12 @@ class Vexctl : public testing::Test {
       ::Test::runUntil( [ & ] {
          outOpen = outOpen && take( out[ 0 ], result.out );
          errorOpen = errorOpen && take( error[ 0 ], result.error );
+         if ( signal != 0 && !result.out.empty() ) kill( pid, std::exchange( signal, 0 ) );
          return !outOpen && !errorOpen;
       } );
       int status = 0;
       waitpid( pid, &status, 0 );
-      result.exitCode = WEXITSTATUS( status );
+      result.exitCode = WIFSIGNALED( status ) ? 128 + WTERMSIG( status ) : WEXITSTATUS( status );
       close( out[ 0 ] );
       close( error[ 0 ] );
       return result;
@@ -84,11 +86,12 @@ TEST_F( Vexctl, printsATableForPeople ) {
 }
 
 TEST_F( Vexctl, everyShowGivesOneJsonDocumentAndATable ) {
-   for ( const char * show : { "fib",          "routes",       "nexthops",   "adjacencies",   "pending", "interfaces",
-                               "tunnels",      "neighbors",    "vrfs",       "modules",       "graph",   "counters",
-                               "capabilities", "capacity",     "walks",      "vlans",         "nat",     "vrrp",
-                               "summary",      "status",       "version",    "errors",        "queue",   "trace",
-                               "trace-units",  "access-lists", "policy-map", "control-plane", "ports",   "sources" } ) {
+   for ( const char * show :
+         { "fib",       "routes",  "nexthops", "adjacencies", "pending",      "interfaces",   "tunnels",
+           "neighbors", "vrfs",    "modules",  "graph",       "counters",     "capabilities", "capacity",
+           "walks",     "vlans",   "nat",      "vrrp",        "summary",      "status",       "version",
+           "errors",    "queue",   "trace",    "trace-units", "access-lists", "policy-map",   "control-plane",
+           "ports",     "sources", "gates" } ) {
       const auto json = run( { "show", show, "--json" } );
       EXPECT_EQ( json.exitCode, 0 ) << show << json.error;
       const auto document = Json::parse( json.out, nullptr, false );
@@ -204,6 +207,24 @@ TEST_F( Vexctl, verifyEndsWithOneWhenThereAreDifferences ) {
    const auto damaged = run( { "verify" } );
    EXPECT_EQ( damaged.exitCode, 1 );
    EXPECT_NE( damaged.out.find( "missing     IpInput_et1" ), std::string::npos ) << damaged.out;
+}
+
+TEST_F( Vexctl, monitorWritesALineOrAScreenEachUntilItIsInterrupted ) {
+   for ( const std::string what : { "ports", "modules", "drops" } ) {
+      const auto result = run( { "monitor", what.c_str(), "--count", "2", "--every", "0.1", "--json" } );
+      EXPECT_EQ( result.exitCode, 0 ) << result.error;
+      std::istringstream lines( result.out );
+      std::string first, second, third;
+      EXPECT_TRUE( std::getline( lines, first ) && std::getline( lines, second ) && !std::getline( lines, third ) );
+      const auto line = Json::parse( second, nullptr, false );
+      ASSERT_TRUE( line.is_object() ) << second;
+      EXPECT_EQ( line[ "monitor" ], what );
+      EXPECT_EQ( line[ "rows" ].empty(), what != "modules" ) << second;
+   }
+   const auto screens = run( { "monitor", "modules", "--every", "0.1" }, SIGINT );
+   EXPECT_EQ( screens.exitCode, 0 ) << screens.error;
+   EXPECT_NE( screens.out.find( "IpInput_et1" ), std::string::npos ) << screens.out;
+   EXPECT_EQ( run( { "--socket", "/nowhere", "monitor" } ).exitCode, 4 );
 }
 
 TEST_F( Vexctl, drawsAPacketsWayAndTheGraph ) {

@@ -48,6 +48,9 @@ class KernelTwinTest : public testing::Test {
       router.describe( "interfaces: [{name: Ethernet1, addresses: 10.66.1.1/24, mtu: 1400, mac: 02:00:00:00:66:01}, "
                        "{name: Loopback0, addresses: 192.0.2.1}]\n" +
                        more );
+      begin();
+   }
+   void begin() {
       twin = std::make_unique< Host::KernelTwin >(
            router.state, [ this ]( const std::string & error ) { errors.push_back( error ); } );
       twin->deviceIs( intf( "Ethernet1" ), { "one", near } );
@@ -242,6 +245,24 @@ TEST_F( KernelTwinTest, theKernelHasTheRoutesThatItCanUse ) {
    twin->routesWrittenIs( false );
    expectPrinted( routes, {} );
    expectPrinted( ip + "route show table local proto 86", { "local 192.0.2.1 dev lo scope host metric 86" } );
+   EXPECT_EQ( errors, Lines{} );
+}
+
+TEST_F( KernelTwinTest, whatAFormerOneWroteIsTakenOverAndWhatIsNotWantedStaysWhileItIsHeld ) {
+   plug();
+   start( "routes: [{prefix: 10.99.0.0/16, via: 10.66.1.2}, {prefix: 10.98.0.0/16, blackhole: true}]\n" );
+   const Lines both = { "blackhole 10.98.0.0/16 dev lo metric 86",
+                        "10.99.0.0/16 via 10.66.1.2 dev one metric 86 onlink" };
+   expectPrinted( routes, both );
+   twin = nullptr;
+   router.change( "del route {prefix: 10.98.0.0/16}" );
+   begin();
+   twin->leftoversHeldIs( true );
+   EXPECT_TRUE( comes( [ & ] { return twin->read() && twin->settled(); } ) );
+   EXPECT_EQ( printed( routes ), both );
+   twin->leftoversHeldIs( false );
+   expectPrinted( routes, { both[ 1 ] } );
+   expectPrinted( ip + "nexthop show proto 86 | grep -c .", { "2" } );
    EXPECT_EQ( errors, Lines{} );
 }
 

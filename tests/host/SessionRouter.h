@@ -108,10 +108,11 @@ class SessionRouter : public Host::DaemonControl {
       return lines;
    }
    // What the data plane holds and the agent does not mean, and the other way round, whatever is there.
-   Lines wrong() {
+   Lines wrong( bool packets = false ) {
       settle();
       Lines lines;
-      for ( const auto & row : ask( { { "command", "verify" } } ).rows ) lines.push_back( row.dump() );
+      for ( const auto & row : ask( { { "command", "verify" }, { "packets", packets } } ).rows )
+         lines.push_back( row.dump() );
       return lines;
    }
    Lines refusedByDataPlane() {

@@ -1,0 +1,125 @@
+// verify --packets: every packet goes where the state says, and a fault behind the agent's back is named.
+#include "HostRuleTables.h"
+#include "SessionRouter.h"
+#include "vex/fib_ipv4.pb.h"
+#include "vex/ip.pb.h"
+#include "vex/next_hop.pb.h"
+#include "VexKyAclDb.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace Test;
+
+class Packets : public testing::Test {
+ protected:
+   static void tell( SessionRouter & router ) {
+      const std::pair< const char *, const char * > entries[] = {
+           { "vrf", "{name: red}" },
+           { "access-list", "{name: web, rules: [10 permit tcp any 50.1.0.0/16 eq 80, 20 deny ip any 50.2.0.0/16, "
+                            "30 permit udp any 50.2.0.0/16, 40 permit ip any any]}" },
+           { "access-list", "{name: voice, rules: [permit udp any any range 5000 6000]}" },
+           { "class-map", "{name: rt, match: {access-list: voice}}" },
+           { "policy-map", "{name: edge, classes: [{class: rt, set: {dscp: ef, traffic-class: 5}}]}" },
+           { "interface", "{name: Ethernet1, addresses: 10.0.1.1/24, service-policy: {input: edge}}" },
+           { "interface", "{name: Ethernet2, addresses: 10.0.2.1/24, access-group: {out: web}}" },
+           { "interface", "{name: Ethernet3, vrf: red, addresses: 10.0.3.1/24}" },
+           { "neighbor", "{interface: Ethernet2, address: 10.0.2.2, mac: '02:00:00:00:02:02'}" },
+           { "neighbor", "{interface: Ethernet2, address: 10.0.2.3, mac: '02:00:00:00:02:03'}" },
+           { "tunnel",
+             "{name: Tunnel1, addresses: 10.255.1.1/30, source: 10.0.1.1, destination: 203.0.113.1, key: 7}" },
+           { "route", "{prefix: 203.0.113.0/24, via: 10.0.2.2}" },
+           { "route", "{prefix: 50.0.0.0/8, via: 10.0.2.2}" },
+           { "route", "{prefix: 50.1.0.0/16, via: 10.0.2.3}" },
+           { "route", "{prefix: 60.0.0.0/31, via: 10.0.2.2}" },
+           { "route", "{prefix: 60.0.0.0/32, via: 10.0.2.3}" },
+           { "route", "{prefix: 60.0.0.1/32, blackhole: true}" },
+           { "route", "{prefix: 70.0.0.0/8, vrf: red, receive: Ethernet3}" } };
+      for ( const auto & [ kind, entry ] : entries )
+         ASSERT_EQ( router.change( Host::ChangeOp::add, kind, entry ).message, "" ) << entry;
+   }
+
+   // What differs of packets, as "object: expected | found".
+   Lines differences() {
+      router_.settle();
+      answer_ = router_.ask( { { "command", "verify" }, { "packets", true } } );
+      Lines lines;
+      for ( const auto & row : answer_.rows )
+         if ( row[ "object" ].get< std::string >().starts_with( "packet " ) )
+            lines.push_back( row[ "module" ].get< std::string >() + ": " + row[ "agent" ].get< std::string >() + " | " +
+                             row[ "dataPlane" ].get< std::string >() );
+      return lines;
+   }
+   void command( const char * module, const char * action, const google::protobuf::Message & message ) {
+      router_.channel()->command( 60000, module, action, message, true );
+   }
+
+   SessionRouter router_{ tell };
+   Rows answer_;
+};
+
+TEST_F( Packets, goWhereTheStateSaysAndWhatNoneMeetsIsListed ) {
+   EXPECT_EQ( differences(), Lines() );
+   EXPECT_EQ( answer_.end[ "differences" ], 0 );
+   EXPECT_EQ( answer_.end[ "compared" ][ "packets of list rules" ], 3 );
+   EXPECT_EQ( answer_.end[ "compared" ][ "packets of classes" ], 1 );
+   EXPECT_EQ( answer_.end[ "compared" ][ "packets of tunnels" ], 2 );
+   Lines notMet;
+   for ( const auto & each : answer_.end[ "notMet" ] )
+      notMet.push_back( each[ "object" ].get< std::string >() + ": " + each[ "reason" ].get< std::string >() );
+   EXPECT_EQ(
+        notMet,
+        ( Lines{ "route 60.0.0.0/31: longer prefixes cover it", "access-list voice: no interface that is up has it",
+                 "access-list web, sequence 30, out on Ethernet2: sequence 20 matches all that it would" } ) );
+}
+
+TEST_F( Packets, nameARouteAndANeighborThatLeadElsewhere ) {
+   const auto fecOf = [ & ]( const char * text ) {
+      const auto prefix = Kynet::Prefix::fromString( text ).value();
+      return router_.agent()->routeDb()->route( Hul::VrfAndIpGenPrefix( Hul::VrfId( 0 ), prefix ) )->fecKey();
+   };
+   vex::pb::FibIpv4RouteArg route;
+   route.set_vrf( 0 );
+   route.set_prefix( 50u << 24 | 1 << 16 );
+   route.set_prefix_len( 16 );
+   route.set_fec_id( fecOf( "50.0.0.0/8" ).value() );
+   command( "fibIpv4", "addRoute", route );
+   EXPECT_EQ( differences(), ( Lines{ "route 50.1.0.0/16: out of Ethernet2 to 02:00:00:00:02:03 | out of Ethernet2 to "
+                                      "02:00:00:00:02:02" } ) );
+   const auto & hop = router_.agent()->routeDb()->fec( fecOf( "10.0.2.2/32" ) )->info().nextHop( 0 );
+   vex::pb::NextHopWriteNHArg entry;
+   entry.add_nexthopinfo()->set_nh_index( hop.nhLocalIndex() );
+   entry.mutable_nexthopinfo( 0 )->set_pkt_cmd( 1 );
+   entry.mutable_nexthopinfo( 0 )->set_mac_da( "\2\0\0\0\0\x66", 6 );
+   command( "NextHop_et2", "writeNH", entry );
+   const auto lines = differences();
+   EXPECT_NE( std::ranges::find( lines, "route 203.0.113.0/24: out of Ethernet2 to 02:00:00:00:02:02 | out of "
+                                        "Ethernet2 to 02:00:00:00:00:66" ),
+              lines.end() );
+}
+
+TEST_F( Packets, nameARuleAClassAndATunnelThatAreNotWhatTheyWere ) {
+   router_.settle();
+   for ( const auto & table : Host::meantTables( Host::AgentView( router_ ) ) ) {
+      const bool list = table.object == "access-list web";
+      if ( !list && table.object != "policy-map edge" ) continue;
+      vex::pb::KyIpAclArg emptied;
+      emptied.set_acl_id( table.id );
+      emptied.set_acl_target( static_cast< U32 >( table.target ) );
+      if ( list ) emptied.add_rule()->set_permit( true );
+      command( "kyAclDb", list ? "createAcl" : "createPolicy", emptied );
+   }
+   vex::pb::TunnelEndArg shut;
+   shut.set_ogate( 1 );
+   command( "tunnelIngress", "delTunnel", shut );
+   EXPECT_EQ( differences(),
+              ( Lines{ "access-list web, sequence 20, out on Ethernet2: denied by an access list | out of Ethernet2 to "
+                       "02:00:00:00:02:02",
+                       "policy-map edge, class rt, on Ethernet1: out of Ethernet2 to 02:00:00:00:02:02, dscp ef, "
+                       "traffic class 5 | out of Ethernet2 to 02:00:00:00:02:02",
+                       "tunnel Tunnel1, in: out of Ethernet2 to 02:00:00:00:02:02 | to the router: it is for no "
+                       "tunnel" } ) );
+}
+
+} // namespace
