@@ -325,7 +325,7 @@ void KernelTwin::usersAre( const NeighborWants::key_type & key, int more ) {
    if ( auto * const place = placeOf( key.first ) ) place->devices.wantChanged( key.first, key.second );
 }
 
-// What the router cannot have as a neighbour (it is on no subnet of the interface, say) is the kernel's own.
+// What the router cannot have as a neighbour (a tunnel's, say) is the kernel's own.
 void KernelTwin::neighborIs( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr, const Kynet::EthAddr & mac ) {
    const auto * const told = toldNeighbor( { intfId, addr } );
    if ( told != nullptr && ( told->teller != Teller::kernel_ || told->fact.mac == mac ) ) return;

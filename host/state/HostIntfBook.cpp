@@ -375,7 +375,8 @@ ChangeResult IntfBook::neighborIs( const NeighborFact & fact, Teller teller ) {
    if ( !fact.mac ) return invalid( name + ": the MAC is zero" );
    if ( fact.mac.multicast() ) return invalid( name + ": MAC " + fact.mac.stringValue() + " is a multicast address" );
    if ( fact.addr.af() == Kynet::AddressFamily::ipv4_ ) {
-      if ( !onSubnet( intf->second.fact, fact.addr.v4Addr() ) )
+      // The kernel knows those that are on a link, or will be on a subnet of it.
+      if ( teller != Teller::kernel_ && !onSubnet( intf->second.fact, fact.addr.v4Addr() ) )
          return refused( name + ": the address is on no subnet of the interface" );
       for ( const auto & address : intf->second.fact.addresses )
          if ( address.address() == fact.addr.v4Addr() ) return refused( name + ": the address is the router's own" );

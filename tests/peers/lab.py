@@ -6,6 +6,7 @@ A router is a namespace with vexl3d, its embedded vexdp, and the suite's daemons
 the kernel. The judges are the hosts' ping, and what the daemons say.
 """
 
+import ctypes
 import fcntl
 import json
 import os
@@ -48,6 +49,12 @@ def run(*words, check=True):
     if check and done.returncode != 0:
         raise AssertionError(f'{words}: {done.stdout}{done.stderr}')
     return done
+
+
+def enter(space):
+    """The calling thread, a network namespace that is open."""
+    if ctypes.CDLL(None, use_errno=True).setns(space.fileno(), 0) != 0:
+        raise OSError(ctypes.get_errno(), 'setns')
 
 
 def main():
