@@ -118,8 +118,8 @@ TEST_F( Packets, nameARuleAClassAndATunnelThatAreNotWhatTheyWere ) {
                        "02:00:00:00:02:02",
                        "policy-map edge, class rt, on Ethernet1: out of Ethernet2 to 02:00:00:00:02:02, dscp ef, "
                        "traffic class 5 | out of Ethernet2 to 02:00:00:00:02:02",
-                       "tunnel Tunnel1, in: out of Ethernet2 to 02:00:00:00:02:02 | to the router: it is for no "
-                       "tunnel" } ) );
+                       "tunnel Tunnel1, in: out of Ethernet2 to 02:00:00:00:02:02 | to the router: next hop 2 "
+                       "is to be punted" } ) );
 }
 
 } // namespace
