@@ -34,6 +34,7 @@ struct Options {
    std::string counters;
    Vexdp::EngineOptions engine;
    std::string ealWords;
+   unsigned mostMegabytes = 0;
    std::string logLevel = "info";
    std::optional< pid_t > parent; // 0: whoever it is
 };
@@ -74,6 +75,12 @@ std::optional< Options > parsed( int argc, char ** argv, int & exitCode ) {
         ->type_name( "N" )
         ->capture_default_str()
         ->check( CLI::Range( std::uint32_t( 1 ), Vexdp::Limits::kMostRoutes ) );
+   app.add_option( "--max-memory", options.mostMegabytes,
+                   "megabytes of this process: when the graphs of a lost session and of the one that follows it take "
+                   "more together, the former goes at once; 0: whatever they take" )
+        ->type_name( "MB" )
+        ->capture_default_str()
+        ->check( CLI::Range( 0u, 1u << 24 ) );
    app.add_flag( "--busy", options.engine.busy, "the worker polls its ports without end, and sleeps never" );
    app.add_flag( "--huge", options.engine.eal.hugePages, "packet buffers in huge pages, and devices of the PCI bus" );
    app.add_option( "--memory", options.engine.eal.memory, "megabytes for packet buffers, when there is a port" )
@@ -93,6 +100,7 @@ std::optional< Options > parsed( int argc, char ** argv, int & exitCode ) {
    try {
       app.parse( argc, argv );
       if ( const auto wrong = wrongTogether( options ); !wrong.empty() ) throw CLI::ValidationError( wrong );
+      options.engine.memoryMost = std::size_t( options.mostMegabytes ) << 20;
       options.engine.eal.words = CLI::detail::split_up( options.ealWords );
       return options;
    } catch ( const CLI::ParseError & error ) {

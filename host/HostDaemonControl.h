@@ -4,6 +4,7 @@
 
 #include "GantPtr.h"
 
+#include <optional>
 #include <string>
 
 namespace Vex {
@@ -44,8 +45,13 @@ struct DaemonStatus {
    std::string owner;     // the agent that has it, in words, on standby; otherwise empty
    double ownedSince = 0; // seconds of the system clock of the data plane
    double ownedSeconds = 0;
-   unsigned restarts = 0;     // how often the data plane was lost
-   std::string lastLoss;      // why, the last time
+   unsigned restarts = 0; // how often the data plane was lost
+   std::string lastLoss;  // why, the last time
+   // Of a session that began while another one's graph forwarded: it goes on until this one is in step, after which
+   // packets have waited so many seconds.
+   bool beside = false;
+   bool inStep = false;
+   std::optional< double > changeOverSeconds{};
    double lastFedSeconds = 0; // from the last session's begin until everything fed at start was acknowledged
    std::string description;   // the file, empty when there is none
    std::string routeFile;     // the same

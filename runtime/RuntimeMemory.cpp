@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <fstream>
 #include <malloc.h>
 #include <new>
 #include <unistd.h>
@@ -40,6 +41,12 @@ void endWithoutMemory( const char * program ) {
    nameOfProgram = program;
    std::set_new_handler( endOfMemory );
    otherEnd = std::set_terminate( endOfException );
+}
+
+std::size_t resident() {
+   std::ifstream file( "/proc/self/statm" );
+   std::size_t all = 0, pages = 0;
+   return file >> all >> pages ? pages * std::size_t( sysconf( _SC_PAGESIZE ) ) : 0;
 }
 
 void Trimmer::look() {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "DpModule.h"
-#include "DpWire.h"
+#include "DpSurroundings.h"
 
 #include <absl/container/flat_hash_map.h>
 
@@ -10,7 +10,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <typeindex>
 
 namespace Vexdp {
 
@@ -23,7 +22,11 @@ struct Limits {
 
 class Graph {
  public:
-   explicit Graph( const Limits & limits = {} ) : limits_( limits ) {}
+   // In surroundings of its own.
+   explicit Graph( const Limits & limits = {} ) : Graph( limits, std::make_shared< Surroundings >(), 0 ) {}
+   // No other graph in the surroundings has the side.
+   Graph( const Limits & limits, std::shared_ptr< Surroundings > surroundings, Side side ) :
+        limits_( limits ), surroundings_( std::move( surroundings ) ), side_( side ) {}
 
    const Limits & limits() const { return limits_; }
    using Modules = std::map< std::string, std::unique_ptr< Module >, std::less<> >;
@@ -40,14 +43,14 @@ class Graph {
    }
 
    // Where its ports meet what is outside.
-   Wires & wires() const { return wires_; }
+   Wires & wires() const { return surroundings_->wires(); }
+   // Its side of each wire.
+   Side side() const { return side_; }
 
-   // What modules of a class remember beyond their own life: the one T of this data plane.
+   // See Surroundings::kept(). Not while a packet is processed.
    template < class T >
    T & kept() const {
-      auto & held = kept_[ std::type_index( typeid( T ) ) ];
-      if ( !held ) held = std::make_shared< T >();
-      return *static_cast< T * >( held.get() );
+      return surroundings_->kept< T >();
    }
 
    // Where packets are handed to the router itself; null when there is no such module.
@@ -69,8 +72,8 @@ class Graph {
    static void cut( Module & from, GateId ogate );
 
    const Limits limits_;
-   mutable Wires wires_;
-   mutable std::map< std::type_index, std::shared_ptr< void > > kept_;
+   const std::shared_ptr< Surroundings > surroundings_;
+   const Side side_;
    Modules modules_;
    absl::flat_hash_map< const ModuleClass *, Module * > shared_;
    Module * trap_ = nullptr;

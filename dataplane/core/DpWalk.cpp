@@ -31,7 +31,7 @@ std::optional< std::uint32_t > dscpOf( const Packet & packet ) {
 
 } // namespace
 
-Context::Context( CounterTable & counters, Purpose purpose ) : counters_( counters ), purpose_( purpose ) {
+Context::Context( CounterTable & counters, Purpose purpose ) : counters_( &counters ), purpose_( purpose ) {
    readClock();
 }
 

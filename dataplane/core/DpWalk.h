@@ -82,7 +82,7 @@ class Context {
    }
 
    void count( CounterId counter ) {
-      if ( counting() ) counters_.add( counter );
+      if ( counting() ) counters_->add( counter );
    }
 
    // True when what happens to the packet is to stay: counts, sequence numbers.
@@ -103,7 +103,7 @@ class Context {
    void reasonIs( std::string reason );
    void noteIs( std::string_view text );
 
-   CounterTable & counters_;
+   CounterTable * counters_;
    Purpose purpose_;
    double now_ = 0;
    vex::pb::TracePacketReply * trace_ = nullptr;
@@ -145,6 +145,8 @@ class Walk {
    Walk( CounterTable & counters, Purpose purpose );
 
    void run( Module & source, std::span< Packet > burst );
+   // Where it counts from here on.
+   void countersAre( CounterTable & counters ) { context_.counters_ = &counters; }
    // Null: nobody looks. It outlives the walk, or is taken back.
    void watcherIs( PacketWatcher * watcher ) { watcher_ = watcher; }
    // Whether a trace of a single packet has steps, as it does at first, or its end alone.

@@ -2,6 +2,8 @@
 // and so do the ports, whichever come first; neither knows the other.
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -20,11 +22,18 @@ class Outlet {
    virtual void send( Packet && packet ) = 0;
 };
 
+// Two graphs may be there at a time: the one that forwards, and one that is to follow it.
+using Side = std::uint8_t;
+inline constexpr Side kSides = 2;
+
 struct Wire {
-   Outlet * device = nullptr;    // the interface's device
-   Outlet * kernel = nullptr;    // its device in the host's kernel
-   Module * source = nullptr;    // packets from the device begin here
-   Module * ownSource = nullptr; // bare packets that the kernel sends begin here
+   Outlet * device = nullptr; // the interface's device
+   Outlet * kernel = nullptr; // its device in the host's kernel
+   struct Ends {
+      Module * source = nullptr;    // packets from the device begin here
+      Module * ownSource = nullptr; // bare packets that the kernel sends begin here
+   };
+   std::array< Ends, kSides > ends{}; // in the graph of each side
 };
 
 class Wires {

@@ -200,7 +200,7 @@ EspFailure espOpen( IpsecSa & sa, Packet & packet, bool advance ) {
    const auto block = espBlockLen( sa.cipher() );
    if ( espLen < overhead + block || ( espLen - overhead ) % block != 0 ) return "its length is wrong";
    const auto sequence = get32( packet.data() + at + 4 );
-   auto & replay = sa.use().replay;
+   auto & replay = sa.replay();
    if ( !replay.admits( sequence ) ) return "its sequence number has come before, or is too old";
 
    const auto pieces = piecesOf( sa, ByteSpan( packet.data() + at, espLen ) );

@@ -168,10 +168,13 @@ IpsecSa::IpsecSa( const Entry & entry, std::uint32_t encapId, SaDirection direct
      encapId_( encapId ), icvLen_( icvLenOf( entry ) ), cipherKey_( entry.crypto_info() ),
      authKey_( entry.auth_info() ), use_( history.of( direction, entry ) ),
      ids_( ids.of( src(), dst(), udp() ? kProtoUdp : kProtoEsp ) ),
-     session_( { cipher(), auth(), cipherKey_.span(), authKey_.span() } ) {
-   // What nobody has authenticated moves no window: a forged packet would shut it.
+     session_( { cipher(), auth(), cipherKey_.span(), authKey_.span() } ) {}
+
+// What nobody has authenticated moves no window: a forged packet would shut it.
+ReplayWindow & IpsecSa::replay() {
    const bool authenticates = cipher() == IpsecCipher::aesGcm || auth() != IpsecAuth::none;
-   use_->replay.sizeIs( authenticates ? entry.replay_window() : 0 );
+   use_->replay.sizeIs( authenticates ? entry_.replay_window() : 0 );
+   return use_->replay;
 }
 
 bool IpsecSa::is( const Entry & entry ) const {

@@ -45,8 +45,10 @@ class IpsecSa {
    IpsecAuth auth() const { return IpsecAuth( entry_.auth_algorithm() ); }
    std::size_t icvLen() const { return icvLen_; }
 
-   // What its key has been used for.
+   // What its key has been used for: with whoever has the key, too, of which one at a time has packets.
    SaUse & use() { return *use_; }
+   // That of its use, of its own size from here on.
+   ReplayWindow & replay();
    EspSession & session() { return session_; }
    // Of its outer headers.
    std::uint16_t & nextId() { return *ids_; }

@@ -18,22 +18,22 @@ Outcome Port::check( const PortArg & init ) { return requireFields( { { !init.in
 
 Port::Port( Identity identity, const PortArg & init ) :
      Module( std::move( identity ) ), intfname_( init.intfname() ), intfId_( init.intf_id() ),
-     wire_( graph().wires().of( intfname_ ) ) {}
+     wire_( graph().wires().of( intfname_ ) ), side_( graph().side() ) {}
 
 PortRx::PortRx( Identity identity, const PortArg & init ) : Port( std::move( identity ), init ) {
-   if ( wire().source == nullptr ) wire().source = this;
+   if ( ends().source == nullptr ) ends().source = this;
 }
 
 PortRx::~PortRx() {
-   if ( wire().source == this ) wire().source = nullptr;
+   if ( ends().source == this ) ends().source = nullptr;
 }
 
 PortRxCp::PortRxCp( Identity identity, const PortArg & init ) : Port( std::move( identity ), init ) {
-   if ( wire().ownSource == nullptr ) wire().ownSource = this;
+   if ( ends().ownSource == nullptr ) ends().ownSource = this;
 }
 
 PortRxCp::~PortRxCp() {
-   if ( wire().ownSource == this ) wire().ownSource = nullptr;
+   if ( ends().ownSource == this ) ends().ownSource = nullptr;
 }
 
 const ModuleClass & PortRx::moduleClass() {

@@ -23,11 +23,13 @@ class Port : public Module {
 
  protected:
    Wire & wire() const { return *wire_; }
+   Wire::Ends & ends() const { return wire_->ends[ side_ ]; }
 
  private:
    const std::string intfname_;
    const std::uint64_t intfId_;
    const std::shared_ptr< Wire > wire_;
+   const Side side_;
 };
 
 // Frames from the interface leave by gate 0, and so do the bare IP packets that come to a tunnel interface by any input

@@ -29,6 +29,10 @@ const ModuleClass & Trap::moduleClass() {
    return self;
 }
 
+Trap::Trap( Identity identity, const bess::pb::EmptyArg & ) :
+     Module( std::move( identity ) ), used_( graph().kept< UsedReassembly >() ),
+     up_( kClasses + 2, TokenBucket( kRate, kMostAtOnce ) ) {}
+
 Outcome Trap::applyPolicy( const PolicyApplyArg & arg ) { return policy_.bind( graph(), RuleTarget::cpu, arg ); }
 
 std::optional< GateId > Trap::tunnelGate( const Ipv4Header & header, Packet & packet ) const {
@@ -55,7 +59,7 @@ std::optional< GateId > Trap::tunnelGate( const Ipv4Header & header, Packet & pa
 }
 
 Reassembly * Trap::reassembly() const {
-   auto * const used = graph().kept< UsedReassembly >().reassembly;
+   auto * const used = used_.reassembly;
    return used != nullptr && used->ready() ? used : nullptr;
 }
 

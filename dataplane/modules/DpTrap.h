@@ -26,6 +26,7 @@
 namespace Vexdp {
 
 class Reassembly;
+struct UsedReassembly;
 
 class Trap : public Module {
  public:
@@ -35,8 +36,7 @@ class Trap : public Module {
 
    static const ModuleClass & moduleClass();
    static Outcome check( const bess::pb::EmptyArg & ) { return {}; }
-   Trap( Identity identity, const bess::pb::EmptyArg & ) :
-        Module( std::move( identity ) ), up_( kClasses + 2, TokenBucket( kRate, kMostAtOnce ) ) {}
+   Trap( Identity identity, const bess::pb::EmptyArg & );
 
    // Points it at a policy. ENOENT: there is no such policy.
    Outcome applyPolicy( const vex::pb::PolicyApplyArg & arg );
@@ -54,6 +54,7 @@ class Trap : public Module {
    Reassembly * reassembly() const;
    TokenBucket & upTo( const Packet & packet );
 
+   const UsedReassembly & used_;
    RuleBinding policy_;
    std::vector< TokenBucket > up_; // by class, then ARP, then the rest
 };

@@ -5,6 +5,9 @@
 #include "DpListing.h"
 #include "DpProbe.h"
 #include "DpTracePacket.h"
+#include "RuntimeMemory.h"
+
+#include <spdlog/spdlog.h>
 
 #include <cerrno>
 #include <chrono>
@@ -64,9 +67,66 @@ void Engine::reset() {
    hooks_.clear( captures_ );
    watch();
    if ( worker_ ) worker_->pausedIs( false );
-   graph_.clear();
+   graphs_.clear();
+   counters_.clear();
+   counting_ = true;
+   tellWay();
+   lastBatch_ = 0;
+   early_.clear();
+}
+
+void Engine::tellWay() {
+   if ( worker_ ) worker_->wayIs( way() );
+}
+
+bool Engine::beginBeside() {
+   const std::lock_guard< std::mutex > lock( mutex_ );
+   graphs_.drop();
+   const bool another = !graphs_.live().modules().empty();
+   if ( another ) graphs_.begin();
+   const Pause pause( *this );
+   counting_ = !another;
+   tellWay();
    counters_.clear();
    lastBatch_ = 0;
+   early_.clear();
+   return another;
+}
+
+void Engine::endBeside() {
+   const std::lock_guard< std::mutex > lock( mutex_ );
+   graphs_.drop();
+}
+
+std::chrono::nanoseconds Engine::changeOver() {
+   const auto began = std::chrono::steady_clock::now();
+   std::unique_ptr< Graphs::Told > gone;
+   {
+      const Pause pause( *this );
+      gone = graphs_.follow();
+      counting_ = true;
+      tellWay();
+   }
+   const auto held = std::chrono::steady_clock::now() - began;
+   graphs_.free( std::move( gone ) );
+   return held;
+}
+
+InStep Engine::inStep() {
+   InStep done;
+   done.set_early( early_ );
+   if ( !graphs_.beside() ) return done;
+   done.set_changed( true );
+   done.set_held( std::uint64_t( changeOver().count() ) );
+   return done;
+}
+
+void Engine::keepMemory() {
+   if ( memoryMost_ == 0 || Runtime::resident() <= memoryMost_ ) return;
+   constexpr std::size_t kMega = 1u << 20;
+   early_ = fmt::format( "both graphs took more than {} MB", memoryMost_ / kMega );
+   spdlog::warn( "{}: packets go through the one that is not complete", early_ );
+   changeOver();
 }
 
 std::string Engine::shareCounters() {
@@ -76,58 +136,69 @@ std::string Engine::shareCounters() {
 
 void Engine::resetModules() {
    const Hold hold( *this );
-   graph_.clear();
+   graphs_.clear();
+   counting_ = true;
+   tellWay();
 }
 
+// No packet goes through a graph beside the one that forwards: there is nothing to hold.
 void Engine::apply( const Batch & batch, BatchReply & reply ) {
-   const Hold hold( *this );
-   applyBatch( requests_, batch, reply, [ this, count = 0u ]() mutable {
-      if ( worker_ && ++count % kCommandsAtOnce == 0 ) worker_->breathe();
-   } );
+   const std::lock_guard< std::mutex > lock( mutex_ );
+   if ( graphs_.beside() ) {
+      applyBatch( graphs_.requests(), batch, reply );
+      keepMemory();
+   } else {
+      const Pause pause( *this );
+      applyBatch( graphs_.requests(), batch, reply, [ this, count = 0u ]() mutable {
+         if ( worker_ && ++count % kCommandsAtOnce == 0 ) worker_->breathe();
+      } );
+   }
    lastBatch_ = batch.number();
+   if ( batch.in_step() ) *reply.mutable_in_step() = inStep();
 }
 
 void Engine::apply( const bess::pb::CreateModuleRequest & request, bess::pb::CreateModuleResponse & response ) {
    const Hold hold( *this );
-   const auto out = requests_.create( request, *response.mutable_name() );
+   const auto out = graphs_.requests().create( request, *response.mutable_name() );
    report( subjectOf( request ), out, response );
    if ( !out.ok() ) response.clear_name();
 }
 
 void Engine::apply( const bess::pb::DestroyModuleRequest & request, bess::pb::EmptyResponse & response ) {
    const Hold hold( *this );
-   const auto subject = requests_.subject( request.name(), kDestroy );
-   report( subject, requests_.destroy( request ), response );
+   const auto subject = graphs_.requests().subject( request.name(), kDestroy );
+   report( subject, graphs_.requests().destroy( request ), response );
 }
 
 void Engine::apply( const bess::pb::ConnectModulesRequest & request, bess::pb::EmptyResponse & response ) {
    const Hold hold( *this );
-   report( requests_.subject( request.m1(), kConnect ), requests_.connect( request ), response );
+   report( graphs_.requests().subject( request.m1(), kConnect ), graphs_.requests().connect( request ), response );
 }
 
 void Engine::apply( const bess::pb::DisconnectModulesRequest & request, bess::pb::EmptyResponse & response ) {
    const Hold hold( *this );
-   report( requests_.subject( request.name(), kDisconnect ), requests_.disconnect( request ), response );
+   report( graphs_.requests().subject( request.name(), kDisconnect ), graphs_.requests().disconnect( request ),
+           response );
 }
 
 void Engine::apply( const bess::pb::CommandRequest & request, bess::pb::CommandResponse & response ) {
    const Hold hold( *this );
    Requests::Target target;
    Answer answer;
-   auto out = requests_.find( request.name(), request.cmd(), typeName( request.arg() ), target );
+   auto out = graphs_.requests().find( request.name(), request.cmd(), typeName( request.arg() ), target );
    if ( out.ok() ) out = target.run( request.arg().value(), answer );
-   report( requests_.subject( request.name(), request.cmd() ), out, response );
+   report( graphs_.requests().subject( request.name(), request.cmd() ), out, response );
    if ( answer ) response.mutable_data()->Swap( answer.get() );
 }
 
 void Engine::list( bess::pb::ListModulesResponse & response ) const {
    const Hold hold( *this );
-   listModules( graph_, response );
+   listModules( graphs_.told(), response );
 }
 
 void Engine::describe( const std::string & module, bess::pb::GetModuleInfoResponse & response ) const {
    const Hold hold( *this );
-   report( { module, {}, "GetModuleInfo" }, describeModule( graph_, module, response ), response );
+   report( { module, {}, "GetModuleInfo" }, describeModule( graphs_.told(), module, response ), response );
    hooks_.addTo( response );
 }
 
@@ -230,7 +301,7 @@ void Engine::list( bess::pb::ListWorkersResponse & response ) const {
 }
 
 void Engine::makeWorker() {
-   if ( !worker_ ) worker_ = std::make_unique< Worker >( ports_, counters_, busy_ );
+   if ( !worker_ ) worker_ = std::make_unique< Worker >( ports_, way(), busy_ );
 }
 
 Outcome Engine::requireWorker( std::int64_t wid ) const {
@@ -282,8 +353,8 @@ void Engine::list( const bess::pb::ListTcsRequest & request, bess::pb::ListTcsRe
       mclass.set_name( name );
       mclass.set_policy( "leaf" );
       mclass.set_blocked( worker_->paused() );
-      const auto & wire = *port.wire;
-      if ( const auto * const source = port.kernel ? wire.ownSource : wire.source )
+      const auto & ends = port.wire->ends[ graphs_.told().side() ];
+      if ( const auto * const source = port.kernel ? ends.ownSource : ends.source )
          mclass.set_leaf_module_name( source->name() );
    }
 }
@@ -303,7 +374,7 @@ void Engine::describe( const bess::pb::GetTcStatsRequest & request, bess::pb::Ge
 void Engine::apply( const bess::pb::ConfigureGateHookRequest & request,
                     bess::pb::ConfigureGateHookResponse & response ) {
    const Hold hold( *this );
-   const auto out = hooks_.configure( request, graph_, captures_, secondsNow(), *response.mutable_name() );
+   const auto out = hooks_.configure( request, graphs_.live(), captures_, secondsNow(), *response.mutable_name() );
    report( { request.hook().module_name(), {}, "ConfigureGateHook" }, out, response );
    if ( !out.ok() ) response.clear_name();
    watch();
@@ -311,13 +382,13 @@ void Engine::apply( const bess::pb::ConfigureGateHookRequest & request,
 
 void Engine::list( bess::pb::ListGateHooksResponse & response ) const {
    const Hold hold( *this );
-   hooks_.list( graph_, response );
+   hooks_.list( graphs_.told(), response );
 }
 
 void Engine::apply( const bess::pb::GateHookCommandRequest & request, bess::pb::CommandResponse & response ) {
    const Hold hold( *this );
    report( { request.hook().module_name(), {}, "GateHookCommand" },
-           GateHooks::command( request.hook(), request.cmd(), graph_ ), response );
+           GateHooks::command( request.hook(), request.cmd(), graphs_.told() ), response );
 }
 
 void Engine::dump( const bess::pb::DumpMempoolRequest &, bess::pb::DumpMempoolResponse & response ) const {
@@ -335,8 +406,8 @@ void Engine::dump( const bess::pb::DumpMempoolRequest &, bess::pb::DumpMempoolRe
 
 void Engine::lookup( const LookupRequest & request, LookupReply & reply ) const {
    const Hold hold( *this );
-   const auto subject = requests_.subject( request.module(), "Lookup" );
-   const auto * module = graph_.find( request.module() );
+   const auto subject = graphs_.requests().subject( request.module(), "Lookup" );
+   const auto * module = graphs_.told().find( request.module() );
    if ( module == nullptr ) return report( subject, refuse( ENOENT, "no such module" ), reply );
    const auto * fib = dynamic_cast< const FibIpv4 * >( module );
    if ( fib == nullptr )
@@ -346,7 +417,7 @@ void Engine::lookup( const LookupRequest & request, LookupReply & reply ) const 
 
 void Engine::trace( const TracePacketRequest & request, TracePacketReply & reply ) {
    const Hold hold( *this );
-   report( { request.intfname(), {}, "TracePacket" }, tracePacket( graph_, counters_, request, reply ), reply );
+   report( { request.intfname(), {}, "TracePacket" }, tracePacket( graphs_.told(), counters_, request, reply ), reply );
 }
 
 namespace {
@@ -372,7 +443,8 @@ Outcome Engine::captureIs( const CaptureRequest & request, double now, CaptureRe
       captures_.end( id );
    else if ( request.end() )
       out = refuse( ENOENT, "the capture is over" );
-   else if ( !request.module().empty() && graph_.find( request.module() ) == nullptr )
+   else if ( !request.module().empty() && graphs_.live().find( request.module() ) == nullptr &&
+             graphs_.told().find( request.module() ) == nullptr )
       out = refuse( ENOENT, "there is no module {}", request.module() );
    else
       out = captures_.begin( request, now, id );
@@ -393,13 +465,13 @@ void Engine::capture( const CaptureRequest & request, CaptureReply & reply ) {
 
 void Engine::drops( DropsReply & reply ) const {
    const Hold hold( *this );
-   listDrops( graph_, reply );
+   listDrops( graphs_.told(), reply );
    reply.set_timestamp( secondsNow() );
 }
 
 void Engine::gates( GatesReply & reply ) const {
    const Hold hold( *this );
-   listGates( graph_, reply );
+   listGates( graphs_.told(), reply );
    reply.set_timestamp( secondsNow() );
 }
 
@@ -410,7 +482,7 @@ void Engine::probe( const ProbeRequest & request, ProbeReply & reply ) {
    while ( !probe.done() ) {
       {
          const Hold hold( *this );
-         probe.some( graph_, counters_ );
+         probe.some( graphs_.told(), counters_ );
          shared = worker_ != nullptr;
       }
       if ( shared ) probe.rest();
@@ -420,8 +492,8 @@ void Engine::probe( const ProbeRequest & request, ProbeReply & reply ) {
 Outcome Engine::dump( const DumpRequest & request, std::unique_ptr< Dump > & dump ) const {
    const Hold hold( *this );
    for ( const auto & name : request.module() )
-      if ( graph_.find( name ) == nullptr ) return refuse( ENOENT, "there is no module {}", name );
-   dump = std::make_unique< Dump >( graph_, lastBatch_, request.module() );
+      if ( graphs_.told().find( name ) == nullptr ) return refuse( ENOENT, "there is no module {}", name );
+   dump = std::make_unique< Dump >( graphs_.told(), lastBatch_, request.module() );
    return {};
 }
 

@@ -1,18 +1,20 @@
 // The data plane: the graph, its counters, its ports, and everything that can be asked of them. Each operation takes
 // the engine's lock, holds it and the worker to its end, and may be called from any thread. A batch lets the worker
-// carry packets now and then; while a device is made or ended the worker works.
+// carry packets now and then; while a device is made or ended, and while a session makes a graph beside the one that
+// forwards, the worker works.
 #pragma once
 
 #include "DpCaptures.h"
 #include "DpCounterTable.h"
 #include "DpDump.h"
 #include "DpGateHooks.h"
-#include "DpGraph.h"
+#include "DpGraphs.h"
 #include "DpIpFragments.h"
 #include "DpPortTable.h"
 #include "DpRequests.h"
 #include "DpWorker.h"
 
+#include <chrono>
 #include <functional>
 #include <mutex>
 
@@ -21,24 +23,31 @@ namespace Vexdp {
 struct EngineOptions {
    Limits limits{};
    EalOptions eal{};
-   bool busy = false; // the worker never sleeps
+   bool busy = false;          // the worker never sleeps
+   std::size_t memoryMost = 0; // bytes of this process with two graphs; 0: whatever they take
 };
 
 class Engine {
  public:
    // The counter table outlives the engine, and nobody else writes it.
    explicit Engine( CounterTable & counters, const EngineOptions & options = {} ) :
-        counters_( counters ), graph_( options.limits ), requests_( graph_ ), eal_( options.eal ), fragments_( eal_ ),
-        ports_( eal_, graph_.wires() ), busy_( options.busy ) {
-      graph_.kept< UsedReassembly >().reassembly = &fragments_;
+        counters_( counters ), limits_( options.limits ), memoryMost_( options.memoryMost ), graphs_( options.limits ),
+        eal_( options.eal ), fragments_( eal_ ), ports_( eal_, graphs_.surroundings().wires() ), busy_( options.busy ) {
+      graphs_.surroundings().kept< UsedReassembly >().reassembly = &fragments_;
    }
 
    // Back to the state of a fresh data plane: no modules, no ports, counters at zero, no batch applied.
    void reset();
+   // A session that is to disturb nothing: ports stay, and so does the graph, if it has modules, beside an empty one,
+   // which is what all requests are about from here on. The counters are the session's, from zero; what still goes
+   // through the other graph is counted nowhere. False: there was none, and the session's is the only one.
+   bool beginBeside();
+   // The session is over. What it made beside another graph goes.
+   void endBeside();
    // No modules.
    void resetModules();
 
-   // See applyBatch().
+   // See applyBatch(). With `in_step`, packets go through the session's graph afterwards.
    void apply( const vex::pb::Batch & batch, vex::pb::BatchReply & reply );
 
    // The same requests one by one.
@@ -87,7 +96,7 @@ class Engine {
    const CounterTable & counters() const { return counters_; }
    // See CounterTable::share().
    std::string shareCounters();
-   const Limits & limits() const { return graph_.limits(); }
+   const Limits & limits() const { return limits_; }
 
  private:
    // The worker between two bursts.
@@ -96,6 +105,14 @@ class Engine {
    class Hold;
    // Both with the worker at a pause.
    void portsChanged();
+   // Packets go through the session's graph from here on, after they have waited so long. REQUIRES: another one is live
+   std::chrono::nanoseconds changeOver();
+   vex::pb::InStep inStep();
+   // Ends the other graph when both take too much.
+   void keepMemory();
+   // With the worker at a pause.
+   void tellWay();
+   Worker::Way way() { return { graphs_.live().side(), counting_ ? &counters_ : &unread_ }; }
    PortTable::Ports takePorts();
    void watch();
    void makeWorker();
@@ -107,10 +124,14 @@ class Engine {
 
    mutable std::mutex mutex_;
    CounterTable & counters_;
-   Graph graph_;
-   Requests requests_;
+   CounterTable unread_;  // of a graph whose session is gone
+   bool counting_ = true; // the live graph does so in counters_
+   const Limits limits_;
+   const std::size_t memoryMost_;
+   Graphs graphs_;
    Eal eal_;
    IpFragments fragments_;
+   std::string early_; // why packets went through the session's graph before it was in step
    PortTable ports_;
    const bool busy_;
    Captures captures_;

@@ -31,6 +31,7 @@ class Session {
    // Of the call.
    std::string agent() const { return metadata( "vex-agent" ).value_or( context_.peer() ); }
    bool takesOver() const { return metadata( "vex-takeover" ).has_value(); }
+   bool beside() const { return metadata( "vex-beside" ).has_value(); }
 
    // Another session took the data plane.
    void takenOver( const std::string & by ) { endSoon( { grpc::StatusCode::ABORTED, "taken over by " + by } ); }
@@ -48,9 +49,11 @@ class Session {
       if ( !writing_ ) tell();
    }
 
-   // The data plane is this session's, and empty.
-   void own() {
-      spdlog::info( "session {} begins, for {}, from {}", id_, agent(), context_.peer() );
+   // The data plane is this session's, and empty, or what forwards is beside what this session makes.
+   void own( bool beside ) {
+      spdlog::info( "session {} begins{}, for {}, from {}", id_, beside ? " beside what forwards" : "", agent(),
+                    context_.peer() );
+      forwarded_ = beside;
       since_ = std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
       state_ = State::greeting;
       if ( !writing_ ) tell();
@@ -111,6 +114,7 @@ class Session {
          reply_.mutable_hello()->set_version( kVersion );
          reply_.mutable_hello()->set_counter_path( server_.engine_.counters().path() );
          reply_.mutable_hello()->set_max_routes( server_.engine_.limits().routes );
+         reply_.mutable_hello()->set_beside( forwarded_ );
       }
       write();
    }
@@ -142,8 +146,17 @@ class Session {
       reply_.Clear();
       server_.engine_.apply( batch, reply_ );
       cleanse( batch );
+      if ( reply_.has_in_step() ) tellInStep();
       state_ = State::replying;
       write();
+   }
+
+   void tellInStep() const {
+      if ( reply_.in_step().changed() )
+         spdlog::info( "session {} is in step: its graph forwards, packets waited {} us for it", id_,
+                       ( reply_.in_step().held() + 500 ) / 1000 );
+      else
+         spdlog::info( "session {} is in step", id_ );
    }
 
    void haveWritten( bool ok ) {
@@ -197,6 +210,7 @@ class Session {
    State state_ = State::waiting;
    std::optional< grpc::Status > endWith_; // after the write under way
    double since_ = 0;                      // seconds since 1970, of an owner
+   bool forwarded_ = false;                // another graph did when it began
    vex::pb::Owner owner_;                  // while on standby
    bool told_ = false;                     // that
    bool helloSent_ = false;
@@ -264,8 +278,12 @@ void SessionServer::came( Session & session ) {
 
 void SessionServer::ownerIs( Session & session ) {
    owner_ = &session;
-   engine_.reset();
-   session.own();
+   bool forwards = false;
+   if ( session.beside() )
+      forwards = engine_.beginBeside();
+   else
+      engine_.reset();
+   session.own( forwards );
    const auto message = ownerMessage();
    for ( auto * waiting : standby_ ) waiting->ownerIs( message );
 }
@@ -281,6 +299,7 @@ void SessionServer::ended( const Session & session ) {
    std::erase( standby_, &session );
    if ( owner_ != &session ) return;
    owner_ = nullptr;
+   engine_.endBeside();
    if ( standby_.empty() ) return;
    auto & next = *standby_.front();
    standby_.pop_front();

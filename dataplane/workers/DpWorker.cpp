@@ -21,8 +21,8 @@ void relax() { __builtin_ia32_pause(); }
 
 } // namespace
 
-Worker::Worker( PortTable & ports, CounterTable & counters, bool busy ) :
-     ports_( ports ), busy_( busy ), walk_( counters, Purpose::live ),
+Worker::Worker( PortTable & ports, const Way & way, bool busy ) :
+     ports_( ports ), busy_( busy ), side_( way.side ), walk_( *way.counters, Purpose::live ),
      wake_( eventfd( 0, EFD_NONBLOCK | EFD_CLOEXEC ) ) {
    burst_.reserve( 2 * Device::kBurst );
    thread_ = std::thread( [ this ] { run(); } );
@@ -90,6 +90,11 @@ void Worker::wake() const {
    } // It is awake.
 }
 
+void Worker::wayIs( const Way & way ) {
+   side_ = way.side;
+   walk_.countersAre( *way.counters );
+}
+
 void Worker::run() {
    pthread_setname_np( pthread_self(), "worker" );
    prctl( PR_SET_TIMERSLACK, 1 );
@@ -124,9 +129,10 @@ std::size_t Worker::carry( Lane & lane ) {
    lane.device->receive( burst_ );
    const auto count = burst_.size();
    if ( count == 0 ) return 0;
+   const auto & ends = lane.wire->ends[ side_ ];
    if ( lane.kernel && !lane.device->bare() ) {
       handOut( lane );
-   } else if ( auto * const source = lane.kernel ? lane.wire->ownSource : lane.wire->source ) {
+   } else if ( auto * const source = lane.kernel ? ends.ownSource : ends.source ) {
       for ( auto & packet : burst_ ) packet.meta.ethernet = !lane.device->bare();
       walk_.run( *source, burst_ );
    }

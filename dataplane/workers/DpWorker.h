@@ -25,8 +25,13 @@ namespace Vexdp {
 
 class Worker {
  public:
-   // Nobody but it counts in the table while it isn't held. Both outlive it. When `busy` it never sleeps.
-   Worker( PortTable & ports, CounterTable & counters, bool busy );
+   // What packets go through, and where they are counted: nobody else counts there while it isn't held.
+   struct Way {
+      Side side; // of the graph
+      CounterTable * counters;
+   };
+   // All outlive it. When `busy` it never sleeps.
+   Worker( PortTable & ports, const Way & way, bool busy );
    // REQUIRES: it isn't held
    ~Worker();
 
@@ -38,6 +43,8 @@ class Worker {
 
    // All while it is held.
    void portsChanged();
+   // The next packet goes another way.
+   void wayIs( const Way & way );
    // Paused, it carries nothing: what comes in waits with the devices, as far as they have room.
    void pausedIs( bool paused );
    bool paused() const { return paused_; }
@@ -63,6 +70,7 @@ class Worker {
 
    PortTable & ports_;
    const bool busy_;
+   Side side_;
    Walk walk_;
    std::vector< Lane > lanes_;
    std::vector< Packet > burst_;

@@ -1,13 +1,12 @@
 // What has become of routes, for the routing suite that told them by FPM.
 #pragma once
 
+#include "HostRouteOutcome.h"
 #include "HostRouterState.h"
 
 #include <deque>
 
 namespace Host {
-
-enum class RouteOutcome { pending, programmed, refused };
 
 //   watches  a clock, while somebody waits for an answer
 //   asks     the data plane's side what has become of a route, and the kernel which index an interface has
@@ -19,7 +18,7 @@ enum class RouteOutcome { pending, programmed, refused };
 class FpmAnswers : public Gant::StateMachine {
  public:
    struct Surroundings {
-      std::function< RouteOutcome( U32 vrfId, const Kynet::IpGenPrefix & prefix ) > outcomeOf;
+      OutcomeOf outcomeOf;
       std::function< std::optional< U32 >( Kynet::IntfId intfId ) > indexOf;
    };
    FpmAnswers( const RouterState & state, Surroundings around );

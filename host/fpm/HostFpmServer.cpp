@@ -153,6 +153,7 @@ void FpmServer::accept() {
          facts_.peer = textOf( peer );
          around_.tell( "FPM: " + facts_.peer + " is connected", false );
          state_.sources().begun( Teller::fpm() );
+         if ( begun_ ) begun_();
          read();
       }
       accept();
@@ -236,6 +237,7 @@ SourceFacts FpmServer::facts() const {
    auto facts = facts_;
    facts.messages = routes_.messages();
    facts.nextHops = routes_.nextHops();
+   facts.answered = answers_.answered();
    facts.pausedSeconds = pausedSince_ == 0 ? 0 : clock_->now() - pausedSince_;
    return facts;
 }

@@ -34,6 +34,8 @@ class FpmServer : public Source, public Gant::StateMachine {
    // Listens in the namespace, as openNetlink() takes it.
    void start( const std::string & netns );
    void stop();
+   // Called when a client has come.
+   void beginWatcherIs( std::function< void() > watcher ) { begun_ = std::move( watcher ); }
    // Called when a client has told everything, and what it did not tell is swept.
    void completeWatcherIs( std::function< void() > watcher ) { complete_ = std::move( watcher ); }
    // The data plane has caught up.
@@ -65,7 +67,7 @@ class FpmServer : public Source, public Gant::StateMachine {
    const Surroundings around_;
    FpmAnswers answers_;
    FpmRoutes routes_;
-   std::function< void() > complete_;
+   std::function< void() > begun_, complete_;
    std::string netns_;
    std::shared_ptr< Sockets > sockets_;
    SourceFacts facts_;

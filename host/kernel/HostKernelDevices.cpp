@@ -11,7 +11,7 @@ namespace Host {
 
 namespace {
 
-constexpr double upkeepEvery = 2, firstPause = 0.2, mostPause = 30; // seconds
+constexpr double upkeepEvery = 2, firstPause = 0.2, mostPause = 30, quietFor = 0.3; // seconds
 constexpr size_t asksPerBatch = 128;
 constexpr U32 looseCheck = 2; // of source addresses: rp_filter, RFC 3704
 
@@ -54,6 +54,7 @@ void KernelDevices::deviceIs( Kynet::IntfId intfId, const KernelDeviceFacts & fa
    auto & device = devices_[ intfId ];
    if ( device.facts == facts ) return;
    device.facts = facts;
+   device.inLine = false;
    device.tryAt = device.backOff = 0;
    review( intfId, device );
 }
@@ -68,6 +69,13 @@ void KernelDevices::deviceDel( Kynet::IntfId intfId ) {
 std::optional< U32 > KernelDevices::carrying( Kynet::IntfId intfId ) const {
    const auto at = devices_.find( intfId );
    return at == devices_.end() || !at->second.carrying ? std::nullopt : std::optional( at->second.index );
+}
+
+bool KernelDevices::inLine() const {
+   return std::ranges::all_of( devices_, []( const auto & entry ) {
+      const auto & device = entry.second;
+      return device.index == 0 || device.inLine || !device.error.empty();
+   } );
 }
 
 std::string KernelDevices::error( Kynet::IntfId intfId ) const {
@@ -101,12 +109,20 @@ void KernelDevices::handleLink( U32 index ) {
    const auto link = space_.links().find( index );
    for ( auto & [ intfId, device ] : devices_ )
       if ( device.index == index || ( link != space_.links().end() && link->second.name == device.facts.name ) )
-         review( intfId, device );
+         notified( intfId, device );
+}
+
+void KernelDevices::notified( Kynet::IntfId intfId, Device & device ) {
+   if ( device.inLine ) {
+      device.quietAt = clock_->now() + quietFor;
+      clock_->timeMinIs( std::min( clock_->timeMin(), device.quietAt ) );
+   }
+   review( intfId, device );
 }
 
 void KernelDevices::reviewIndex( U32 index ) {
    const auto at = byIndex_.find( index );
-   if ( at != byIndex_.end() ) review( at->second, devices_.at( at->second ) );
+   if ( at != byIndex_.end() ) notified( at->second, devices_.at( at->second ) );
 }
 
 void KernelDevices::handleClock() {
@@ -114,6 +130,7 @@ void KernelDevices::handleClock() {
    if ( !space_.stands() ) return;
    for ( auto & [ intfId, device ] : devices_ ) {
       review( intfId, device );
+      if ( device.quietAt > clock_->now() ) clock_->timeMinIs( std::min( clock_->timeMin(), device.quietAt ) );
       if ( !device.carrying ) continue;
       for ( auto at = wants_.lower_bound( { intfId, {} } ); at != wants_.end() && at->first.first == intfId; ++at )
          if ( !asRefreshed( at->first, device.index, at->second ) ) ask( at->first );
@@ -143,7 +160,7 @@ void KernelDevices::appeared( Kynet::IntfId intfId, Device & device, U32 index )
       if ( std::exchange( device.carrying, false ) ) events_.carryingChanged( former );
       tellNeighbors( intfId, former );
    }
-   device.configured = false;
+   device.configured = device.inLine = false;
    device.tryAt = device.backOff = 0;
    device.error.clear();
    if ( index != 0 ) byIndex_[ index ] = intfId;
@@ -153,20 +170,49 @@ void KernelDevices::appeared( Kynet::IntfId intfId, Device & device, U32 index )
 }
 
 void KernelDevices::bringInLine( Kynet::IntfId intfId, Device & device, const KernelLink & link ) {
-   if ( device.busy || clock_->now() < device.tryAt ) return;
+   if ( device.busy || clock_->now() < device.tryAt || ( device.inLine && clock_->now() < device.quietAt ) ) return;
+   if ( device.inLine ) adopt( intfId, device, link );
    std::vector< std::string > texts;
    auto batch = changes( device, link, texts );
    if ( batch.empty() ) {
       device.backOff = 0;
       device.error.clear();
+      device.righted.clear();
+      if ( !std::exchange( device.inLine, true ) ) adopt( intfId, device, link );
       return;
    }
+   std::string text;
+   for ( const auto & one : texts ) text += ( text.empty() ? "" : ", " ) + one;
+   if ( device.inLine && std::exchange( device.righted, text ) != text )
+      tell_( textOf( intfId, device ) + " is put right, as described: " + text );
    device.busy = true;
    device.configured = true;
    space_.requests().send( std::move( batch ), [ this, alive = alive_, intfId,
                                                  texts = std::move( texts ) ]( const NetlinkRefusals & refusals ) {
       if ( *alive ) handleAnswer( intfId, texts, refusals );
    } );
+}
+
+// What somebody says of it by way of the kernel.
+void KernelDevices::adopt( Kynet::IntfId intfId, Device & device, const KernelLink & link ) {
+   const auto open = device.facts.open;
+   auto facts = device.facts;
+   KernelFacts said;
+   if ( open.mtu ) said.mtu = facts.mtu = link.mtu;
+   if ( open.mac && !!link.mac ) said.mac = facts.mac = link.mac;
+   if ( open.enabled ) said.enabled = facts.up = link.up;
+   const auto & present = space_.addresses();
+   for ( auto at = present.lower_bound( { link.index, {} } );
+         open.addresses && at != present.end() && at->first == link.index; ++at )
+      said.addresses.push_back( at->second );
+   if ( open.addresses ) facts.addresses = said.addresses;
+   if ( facts == device.facts ) return;
+   device.facts = std::move( facts );
+   events_.said( intfId, said );
+}
+
+std::string KernelDevices::textOf( Kynet::IntfId intfId, const Device & device ) const {
+   return "interface " + intfId.stringValue() + ": kernel device " + device.facts.name + " in " + space_.text();
 }
 
 // `texts`: what each message is about.
@@ -205,7 +251,7 @@ NetlinkBatch KernelDevices::changes( const Device & device, const KernelLink & l
    }
    const auto & present = space_.addresses();
    for ( auto at = present.lower_bound( { link.index, {} } ); at != present.end() && at->first == link.index; ++at )
-      if ( std::ranges::count( facts.addresses, at->second ) == 0 ) {
+      if ( !facts.open.addresses && std::ranges::count( facts.addresses, at->second ) == 0 ) {
          addAddress( batch, RTM_DELADDR, 0, link.index, at->second );
          texts.push_back( "removing address " + at->second.stringValue() );
       }
@@ -232,9 +278,7 @@ void KernelDevices::handleAnswer( Kynet::IntfId intfId, const std::vector< std::
       if ( refusal.error != ENODEV )
          error += ( error.empty() ? "" : "; " ) + texts[ refusal.message ] + ": " + refusal.reason;
    const auto known = std::exchange( device.error, error );
-   if ( !error.empty() && error != known )
-      tell_( "interface " + intfId.stringValue() + ": kernel device " + device.facts.name + " in " + space_.text() +
-             ": " + error );
+   if ( !error.empty() && error != known ) tell_( textOf( intfId, device ) + ": " + error );
    if ( !error.empty() ) device.tryAt = clock_->now() + device.backOff;
    review( intfId, device );
    if ( device.busy ) device.tryAt = clock_->now() + device.backOff;

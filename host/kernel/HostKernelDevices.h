@@ -1,6 +1,7 @@
 // The kernel devices of the router's interfaces in one namespace, and the neighbours on them.
 #pragma once
 
+#include "HostFacts.h"
 #include "HostKernelNamespace.h"
 #include "KynetIntfId.h"
 
@@ -15,6 +16,7 @@ struct KernelDeviceFacts {
    U32 mtu = 1500;
    std::vector< Kynet::Prefix > addresses{}; // with host bits
    bool up = true;
+   KernelOpen open{};
    friend bool operator==( const KernelDeviceFacts &, const KernelDeviceFacts & ) = default;
 };
 
@@ -29,8 +31,11 @@ using NeighborWants = std::map< std::pair< Kynet::IntfId, Kynet::IpGenAddr >, Ne
 //   writes   the links, their IPv4 addresses, neighbours
 //
 // Another process makes the devices, and takes them away. One that is there is brought in line with its facts, whenever
-// it comes and whoever changed it; what the kernel refuses is an error that names it, and is tried again, at most every
-// 30 seconds. It forwards IPv4 (so that the kernel makes the ICMP errors), with a loose check of source addresses.
+// it comes and whoever changed it, which is told; what the kernel refuses is an error that names it, and is tried
+// again, at most every 30 seconds. What of it is open is the kernel's to say once the device has been in line: said()
+// tells it, a moment after the last change, for one that goes is taken down first. A device that is made anew gets what
+// the one before had, and of open addresses keeps those that it has. It forwards IPv4 (so that the kernel makes the
+// ICMP errors), with a loose check of source addresses.
 //
 // An address with users is asked for as soon as its device carries, and kept fresh by the kernel (NTF_EXT_MANAGED, from
 // Linux 5.16); where it is not, it is asked for again every 2 seconds, which costs a probe once the entry is stale. A
@@ -46,6 +51,8 @@ class KernelDevices : public Gant::StateMachine {
       std::function< void( U32 lost ) > carryingChanged;
       // A device is there, or not any more: intfAt() tells.
       std::function< void() > indexChanged;
+      // The kernel says something else of what is open.
+      std::function< void( Kynet::IntfId, const KernelFacts & ) > said;
    };
    KernelDevices( KernelNamespace & space, const NeighborWants & wants, Events events, KernelTell tell );
    ~KernelDevices() override;
@@ -65,6 +72,8 @@ class KernelDevices : public Gant::StateMachine {
       const auto at = byIndex_.find( index );
       return at == byIndex_.end() ? std::nullopt : std::optional( at->second );
    }
+   // Each device that is there has been brought in line, and what is open is told, or the kernel refuses something.
+   bool inLine() const;
    // Why the device is not as it should be; empty: it is.
    std::string error( Kynet::IntfId intfId ) const;
 
@@ -83,6 +92,9 @@ class KernelDevices : public Gant::StateMachine {
       bool carrying = false;
       bool configured = false; // forwards
       bool busy = false;       // a request is under way
+      bool inLine = false;     // has been, as it is to be
+      double quietAt = 0;      // not before is it looked at what somebody has changed
+      std::string righted{};   // what of it somebody else has changed
       double tryAt = 0;        // not before
       double backOff = 0;      // seconds
       std::string error{};
@@ -91,9 +103,12 @@ class KernelDevices : public Gant::StateMachine {
    struct GantClock;
 
    void handleClock();
+   std::string textOf( Kynet::IntfId intfId, const Device & device ) const;
    void reviewIndex( U32 index );
+   void notified( Kynet::IntfId intfId, Device & device );
    void review( Kynet::IntfId intfId, Device & device );
    void appeared( Kynet::IntfId intfId, Device & device, U32 index );
+   void adopt( Kynet::IntfId intfId, Device & device, const KernelLink & link );
    void bringInLine( Kynet::IntfId intfId, Device & device, const KernelLink & link );
    NetlinkBatch changes( const Device & device, const KernelLink & link, std::vector< std::string > & texts ) const;
    void handleAnswer( Kynet::IntfId intfId, const std::vector< std::string > & texts,

@@ -133,6 +133,10 @@ void KernelNextHops::refused( U64 key ) {
    release( std::exchange( at->second.hops, {} ) );
 }
 
+void KernelNextHops::isTaken( U32 id ) {
+   if ( id > firstNextHopId ) lastId_ = std::max( lastId_, id - firstNextHopId );
+}
+
 std::string KernelNextHops::textOfHop( U32 id ) const {
    const auto at = hops_.find( id );
    return at == hops_.end() ? std::string() : at->second.key.gateway.stringValue();

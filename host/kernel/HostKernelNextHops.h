@@ -49,6 +49,8 @@ class KernelNextHops {
    void del( U64 key );
    // The kernel has refused it: it is told anew when it is needed.
    void refused( U64 key );
+   // Something of the kernel has the id already: ours begin behind it.
+   void isTaken( U32 id );
    // "10.0.1.2" of a next hop's id.
    std::string textOfHop( U32 id ) const;
    // The kernel has taken it away, or refused it. Gives the FEC whose group it was, and so its routes; nothing: of

@@ -93,7 +93,7 @@ struct KernelRoutes::GantClock : Gant::Clock::Notifiee {
 
 KernelRoutes::KernelRoutes( KernelNamespace & space, Args args, KernelTell tell ) :
      space_( space ), args_( std::move( args ) ), tell_( std::move( tell ) ),
-     nextHops_( args_.carrying ), family4_{ args_.fib }, family6_{ args_.fib6 },
+     nextHops_( args_.carrying ), family4_{ args_.fib }, family6_{ args_.fib6 }, leftoversHeld_( args_.leftoversHeld ),
      clock_( Gant::activityManager()->newClock() ), clockReactor_( std::make_unique< GantClock >( this ) ),
      fibReactor_( std::make_unique< GantFib< Kynet::Prefix > >( this, family4_ ) ),
      fib6Reactor_( std::make_unique< GantFib< Kynet::Ip6Prefix > >( this, family6_ ) ) {
@@ -181,9 +181,16 @@ void KernelRoutes::handleRoute( Family< P > & family, const Mirel::RouteRef< P >
 
 // -- What was there before
 
+void KernelRoutes::leftoversHeldIs( bool held ) {
+   leftoversHeld_ = held;
+   schedule();
+}
+
 void KernelRoutes::clean() {
    state_ = State::cleaning;
    settled_ = false;
+   leftovers_ = {};
+   leftoverNextHops_ = {};
    readLeftovers( AF_INET );
 }
 
@@ -227,15 +234,36 @@ void KernelRoutes::readLeftoverNextHops() {
       } );
    };
    space_.requests().dump( std::move( batch ), each, [ this, alive = alive_ ]( const NetlinkRefusals & ) {
-      if ( *alive ) removeLeftovers();
+      if ( *alive ) begin();
    } );
 }
 
+template < typename P >
+bool KernelRoutes::isWritten( const Family< P > & family, const P & prefix, const Leftover & leftover ) const {
+   const auto slot = family.fib->slot( args_.vrfId, prefix );
+   if ( !slot || !family.written.has( *slot ) || leftover.metric != kernelRouteProtocol ) return false;
+   const bool local = isLocal( family, family.fib->routeAt( *slot ) );
+   return leftover.table == U32( local ? RT_TABLE_LOCAL : RT_TABLE_MAIN );
+}
+
+bool KernelRoutes::isWritten( const Leftover & leftover ) const {
+   if ( leftover.family == AF_INET6 )
+      return isWritten( family6_, Kynet::Ip6Prefix( Kynet::Ip6Addr( leftover.address ), leftover.len ), leftover );
+   U32 address = 0;
+   std::memcpy( &address, leftover.address.data(), sizeof( address ) );
+   return isWritten( family4_, Kynet::Prefix( Kynet::IpAddr( ntohl( address ) ), leftover.len ), leftover );
+}
+
 // Routes first: the kernel looks through its whole table for those of a next hop that goes.
-void KernelRoutes::removeLeftovers() {
-   NetlinkBatch batch;
-   while ( batch.messages() < messagesPerSlice && !leftovers_.empty() ) {
+void KernelRoutes::fillLeftovers( KernelWrites & writes ) {
+   auto & batch = writes.batch;
+   for ( U32 looked = 0; looked < slotsPerSlice && batch.messages() < messagesPerSlice && !leftovers_.empty();
+         ++looked ) {
       const auto & route = leftovers_.back();
+      if ( isWritten( route ) ) {
+         leftovers_.pop_back();
+         continue;
+      }
       rtmsg body = bodyOf( RT_TABLE_UNSPEC, RTN_UNSPEC, RT_SCOPE_NOWHERE );
       body.rtm_family = route.family;
       body.rtm_dst_len = route.len;
@@ -244,24 +272,20 @@ void KernelRoutes::removeLeftovers() {
       batch.attr( RTA_TABLE, route.table );
       batch.attrBytes( RTA_DST, route.address.data(), route.family == AF_INET ? 4 : 16 );
       if ( route.metric != 0 ) batch.attr( RTA_PRIORITY, route.metric );
+      writes.add( KernelWrite::removal, 0 );
       leftovers_.pop_back();
    }
-   while ( batch.messages() < messagesPerSlice && leftovers_.empty() && !leftoverNextHops_.empty() ) {
+   while ( batch.messages() < objectsPerSlice && leftovers_.empty() && !leftoverNextHops_.empty() ) {
       batch.message( RTM_DELNEXTHOP, 0, nhmsg{} );
       batch.attr( NHA_ID, leftoverNextHops_.back() );
+      writes.add( KernelWrite::removal, 0 );
       leftoverNextHops_.pop_back();
    }
-   if ( batch.empty() ) {
-      begin();
-      return;
-   }
-   space_.requests().send( std::move( batch ), [ this, alive = alive_ ]( const NetlinkRefusals & ) {
-      if ( *alive ) removeLeftovers();
-   } );
+   if ( leftovers_.empty() ) leftovers_.shrink_to_fit();
 }
 
 void KernelRoutes::begin() {
-   leftovers_ = {};
+   for ( const auto id : leftoverNextHops_ ) nextHops_.isTaken( id );
    state_ = State::writing;
    family4_ = { family4_.fib };
    family6_ = { family6_.fib };
@@ -299,6 +323,10 @@ void KernelRoutes::slice() {
    if ( !more && writes.batch.empty() ) {
       lostGroups_.clear();
       nextHops_.sweep( writes, objectsPerSlice );
+      if ( writes.batch.empty() && !leftoversHeld_ ) {
+         fillLeftovers( writes );
+         more = !leftovers_.empty();
+      }
    }
    if ( writes.batch.empty() ) {
       settled_ = !more;

@@ -16,7 +16,8 @@ namespace Host {
 // An address of the router on an interface without a kernel device (a loopback) is a local one all the same, also while
 // routes are not to be written.
 //
-// What a former process left under the protocol number is removed when the namespace stands. Work is done in slices of
+// What a former process left under the protocol number is written over where the router has the same, and the rest is
+// removed when that is done, unless leftovers are held. Work is done in slices of
 // one batch each, one under way at a time. What changes meanwhile changes what a later slice sends: a prefix is brought
 // in line with the FIB as it is then. What the kernel refuses is told, once per reason, and tried again after a second,
 // then after twice the time of the one before, at most every minute.
@@ -27,6 +28,7 @@ class KernelRoutes : public Gant::StateMachine {
       Gant::Ptr< const Mirel::Fib6::RouteStatus > fib6;
       U32 vrfId;
       bool wanted; // also routes, not only local addresses
+      bool leftoversHeld;
       KernelNextHops::Carrying carrying;
       std::function< bool( Kynet::IntfId ) > deviceHas;
    };
@@ -41,6 +43,8 @@ class KernelRoutes : public Gant::StateMachine {
    // An interface has got a device, or has none any more.
    void handleDevices();
 
+   // What a former process left stays for as long.
+   void leftoversHeldIs( bool held );
    // Nothing is left to do, but for what the kernel refuses.
    bool settled() const { return settled_; }
    U32 vrfId() const { return args_.vrfId; }
@@ -92,7 +96,10 @@ class KernelRoutes : public Gant::StateMachine {
    void clean();
    void readLeftovers( U8 family );
    void readLeftoverNextHops();
-   void removeLeftovers();
+   void fillLeftovers( KernelWrites & writes );
+   template < typename P >
+   bool isWritten( const Family< P > & family, const P & prefix, const Leftover & leftover ) const;
+   bool isWritten( const Leftover & leftover ) const;
    void begin();
    void schedule();
    void slice();
@@ -126,6 +133,7 @@ class KernelRoutes : public Gant::StateMachine {
    Gant::HashSet< U64 > brokenGroups_; // that it refused
    std::vector< Leftover > leftovers_;
    std::vector< U32 > leftoverNextHops_;
+   bool leftoversHeld_;
    bool regroup_ = false;
    bool posted_ = false;
    bool busy_ = false;

@@ -56,6 +56,11 @@ KernelRouteReader::KernelRouteReader( KernelSource & source, Args args ) :
         watching, [ this ]( const nlmsghdr & header ) { handle( header, false ); },
         [ this ]( int error ) { source_.lost( std::strerror( error ) ); } );
    requests_ = std::make_unique< NetlinkSocket >( openNetlink( args_.netns, {} ), [] {} );
+   if ( args_.outcomeOf )
+      answers_ = std::make_unique< KernelAnswers >(
+           args_.netns,
+           KernelAnswers::Surroundings{ [ this ]( const RouteMessage & message ) { return outcomeOf( message ); },
+                                        [ this ] { notifications_->read( ~0u ); } } );
    suiteElsewhere_ = source.suiteElsewhere();
    source_.add( *this );
 }
@@ -67,6 +72,12 @@ KernelRouteReader::~KernelRouteReader() {
 
 // What is notified meanwhile is read afterwards: it is newer.
 void KernelRouteReader::read() {
+   if ( answers_ ) {
+      // What is notified of answers under way.
+      notifications_->read( ~0u );
+      answers_->clear();
+      answers_->heldIs( true );
+   }
    reading_ = true;
    interrupted_ = false;
    notifications_->heldIs( true );
@@ -99,6 +110,7 @@ void KernelRouteReader::handleRead( Table table, const NetlinkRefusals & refusal
    if ( table != Table::routes6 ) return readTable( Table( int( table ) + 1 ) );
    reading_ = false;
    notifications_->heldIs( false );
+   if ( answers_ ) answers_->heldIs( false );
    source_.readIs( !interrupted_ );
 }
 
@@ -127,17 +139,19 @@ void KernelRouteReader::handleNextHop( const nlmsghdr & header, bool dumped ) {
 bool KernelRouteReader::ofInterest( const RouteMessage & message ) const {
    if ( message.protocol == kernelRouteProtocol || message.protocol == RTPROT_KERNEL ) return false;
    if ( message.table == RT_TABLE_LOCAL || ( message.flags & RTM_F_CLONED ) != 0 ) return false;
-   if ( message.type != RTN_UNICAST && !dropsPackets( message.type ) ) return false;
-   return !suiteElsewhere_ || !ofSuite( message.protocol );
+   return message.type == RTN_UNICAST || dropsPackets( message.type );
 }
 
 void KernelRouteReader::route( const nlmsghdr & header, bool dumped ) {
    if ( readRoute( header, route_ ) != nullptr || !ofInterest( route_ ) ) return;
+   if ( answers_ && answers_->isEcho( header ) ) return answers_->handleEcho( route_ );
+   if ( suiteElsewhere_ && ofSuite( route_.protocol ) ) return answer( header, dumped );
    const Key key{ route_.prefix, route_.metric };
    if ( route_.del ) {
       // Another one of the prefix takes its place, which is not said.
       if ( several_.contains( key ) ) return source_.readSoon();
       if ( !refused_.empty() ) refused_.erase( key );
+      answer( header, dumped );
       drop( route_ );
       return;
    }
@@ -153,7 +167,42 @@ void KernelRouteReader::route( const nlmsghdr & header, bool dumped ) {
    if ( const auto * const why = tell( route_ ) ) {
       refused_[ key ] = why;
       drop( route_ );
+   } else {
+      answer( header, dumped );
    }
+}
+
+void KernelRouteReader::answer( const nlmsghdr & header, bool dumped ) {
+   if ( !answers_ || route_.table != RT_TABLE_MAIN || route_.tos != 0 || route_.strange != nullptr ) return;
+   if ( route_.del )
+      answers_->gone( route_ );
+   else
+      answers_->told( header, route_, dumped ? KernelAnswers::How::read : KernelAnswers::How::notified,
+                      ofSuite( route_.protocol ) );
+}
+
+std::optional< RouteOutcome > KernelRouteReader::outcomeOf( const RouteMessage & message ) {
+   const auto & book = args_.state.routes4();
+   const auto slot = book.table().slot( args_.vrfId, message.prefix.v4Prefix() );
+   if ( !slot ) return std::nullopt;
+   const auto & origin = book.originAt( *slot );
+   if ( origin.protocol != message.protocol ) return std::nullopt;
+   if ( origin.teller == Teller::fpm_ ) {
+      if ( !leadsAlike( message, book.fecs().ways( book.table().routeAt( *slot ).fecId() ) ) ) return std::nullopt;
+   } else if ( origin.teller != Teller::kernel_ || origin.metric != message.metric ) {
+      return std::nullopt;
+   }
+   return args_.outcomeOf( args_.vrfId, message.prefix );
+}
+
+// FPM may be behind the kernel, or before it.
+bool KernelRouteReader::leadsAlike( const RouteMessage & message, const Ways & ways ) {
+   if ( dropsPackets( message.type ) ) return ways.kind == Mirel::RouteType::drop_;
+   const auto found = waysOf( args_.state, args_.intfAt, hopsOf( message ), message.prefix.af() );
+   if ( found.wrong != nullptr || found.ways.kind != ways.kind ) return false;
+   return std::ranges::is_permutation( found.ways.hops, ways.hops, []( const Hop & a, const Hop & b ) {
+      return a.addr() == b.addr() && a.intfId() == b.intfId();
+   } );
 }
 
 // Told since the last reading began.
@@ -264,6 +313,11 @@ void KernelSource::suiteIs( bool elsewhere ) {
    readSoon();
 }
 
+void KernelSource::suiteStarted() {
+   for ( auto * const reader : readers_ ) reader->suiteStarted();
+   readSoon();
+}
+
 void KernelSource::readSoon() {
    if ( reading_ != 0 ) {
       again_ = true;
@@ -311,6 +365,7 @@ SourceFacts KernelSource::facts() const {
       facts.messages += reader->messages();
       facts.bytes += reader->bytes();
       facts.nextHops += reader->nextHops();
+      facts.answered += reader->answered();
    }
    facts.losses = losses_;
    facts.lastLoss = lastLoss_;

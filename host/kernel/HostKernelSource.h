@@ -1,6 +1,7 @@
 // The kernel's routes as routes of the router.
 #pragma once
 
+#include "HostKernelAnswers.h"
 #include "HostKernelNamespace.h"
 #include "HostRouteWays.h"
 
@@ -8,7 +9,8 @@ namespace Host {
 
 class KernelSource;
 
-//   owns     a socket of notifications of routes and next-hop objects, and one for dumps, in one namespace
+//   owns     a socket of notifications of routes and next-hop objects, one for dumps and one for answers, in one
+//            namespace
 //   writes   RouterState: routes of Teller::kernel in one VRF
 //
 // Of the main table it takes what somebody else has put there: not what follows from addresses, and not what this
@@ -17,6 +19,9 @@ class KernelSource;
 //
 // The kernel takes routes away with a link, its carrier or a next-hop object, and does not say so: after such a change
 // the tables are read again, and what is not there any more is swept. So they are after notifications were lost.
+//
+// Where FPM is connected, a routing suite's routes in the kernel are answered here all the same, once those that it
+// told by FPM lead by the same next hops and are programmed.
 class KernelRouteReader : public Gant::StateMachine {
  public:
    struct Args {
@@ -24,6 +29,7 @@ class KernelRouteReader : public Gant::StateMachine {
       std::string netns;
       U32 vrfId;
       IntfAtIndex intfAt;
+      OutcomeOf outcomeOf{}; // null: nothing is said back
    };
    // Throws std::system_error.
    KernelRouteReader( KernelSource & source, Args args );
@@ -33,8 +39,12 @@ class KernelRouteReader : public Gant::StateMachine {
    void read();
    // Routes of routing suites are not taken.
    void suiteIs( bool elsewhere ) { suiteElsewhere_ = elsewhere; }
+   void suiteStarted() {
+      if ( answers_ ) answers_->forget();
+   }
    U32 vrfId() const { return args_.vrfId; }
 
+   U64 answered() const { return answers_ ? answers_->answered() : 0; }
    U64 messages() const { return messages_; }
    U64 bytes() const { return bytes_; }
    size_t nextHops() const { return nextHops_.size(); }
@@ -55,6 +65,9 @@ class KernelRouteReader : public Gant::StateMachine {
    void handleNextHop( const nlmsghdr & header, bool dumped );
    void route( const nlmsghdr & header, bool dumped );
    bool ofInterest( const RouteMessage & message ) const;
+   void answer( const nlmsghdr & header, bool dumped );
+   std::optional< RouteOutcome > outcomeOf( const RouteMessage & message );
+   bool leadsAlike( const RouteMessage & message, const Ways & ways );
    const char * tell( const RouteMessage & message );
    template < typename Book, typename P >
    const char * tell( Book & book, const RouteMessage & message, const P & prefix );
@@ -66,6 +79,7 @@ class KernelRouteReader : public Gant::StateMachine {
    const Args args_;
    std::unique_ptr< NetlinkReader > notifications_;
    std::unique_ptr< NetlinkSocket > requests_;
+   std::unique_ptr< KernelAnswers > answers_;
    bool reading_ = false;
    bool interrupted_ = false;
    bool suiteElsewhere_ = false;
@@ -94,11 +108,15 @@ class KernelSource : public Source, public Gant::StateMachine {
    // Routes of routing suites come by FPM.
    void suiteIs( bool elsewhere );
    bool suiteElsewhere() const { return suiteElsewhere_; }
+   // It knows of no answer: each of its routes is answered again.
+   void suiteStarted();
 
    // Something may have been taken away unsaid: everything is read again, at most once a second, and after a loss at
    // most every three.
    void readSoon();
    void lost( const std::string & why );
+   // Everything is read, and nothing has changed since that is to be read again.
+   bool read() const { return reading_ == 0 && clock_->timeMin() == Gant::Clock::never; }
    // A reader is through; `whole`: nothing changed under it.
    void readIs( bool whole );
 

@@ -19,7 +19,8 @@ struct KernelTwin::Place : KernelNamespace::Watcher {
                    [ this, &twin ] {
                       readAgain();
                       if ( twin.indexWatcher_ ) twin.indexWatcher_();
-                   } },
+                   },
+                   [ &twin ]( auto intfId, auto & facts ) { twin.said( intfId, facts ); } },
                  twin.tell_ ) {}
    void onStands() override {
       twin.readRoutes( *this );
@@ -119,6 +120,13 @@ void KernelTwin::routesWrittenIs( bool written ) {
    if ( std::exchange( routesWritten_, written ) != written ) reviewVrfs();
 }
 
+void KernelTwin::outcomesAre( OutcomeOf outcomeOf ) {
+   if ( !outcomeOf == !outcomeOf_ ) return;
+   outcomeOf_ = std::move( outcomeOf );
+   for ( auto & [ netns, place ] : places_ ) place->reader = nullptr;
+   reviewVrfs();
+}
+
 std::optional< Kynet::IntfId > KernelTwin::intfAt( const std::string & netns, U32 index ) const {
    const auto place = places_.find( netns );
    return place == places_.end() ? std::nullopt : place->second->devices.intfAt( index );
@@ -132,6 +140,19 @@ std::optional< U32 > KernelTwin::indexOf( Kynet::IntfId intfId ) const {
 std::string KernelTwin::error( Kynet::IntfId intfId ) const {
    const auto * const place = placeOf( intfId );
    return place == nullptr ? std::string() : place->devices.error( intfId );
+}
+
+bool KernelTwin::read() const {
+   const auto stands = []( const auto & entry ) {
+      return entry.second->space.stands() && entry.second->devices.inLine();
+   };
+   return !posted_ && source_.read() && std::ranges::all_of( places_, stands );
+}
+
+void KernelTwin::leftoversHeldIs( bool held ) {
+   leftoversHeld_ = held;
+   for ( const auto & [ netns, place ] : places_ )
+      if ( place->routes ) place->routes->leftoversHeldIs( held );
 }
 
 bool KernelTwin::settled() const {
@@ -182,7 +203,7 @@ void KernelTwin::reviewDevice( Kynet::IntfId intfId ) {
    const auto & fact = intf->second.fact;
    const bool added = !wanted->devices.deviceHas( intfId );
    wanted->devices.deviceIs( intfId, { devices_.at( intfId ).name, state_.tree().portDir->port( intfId ).macAddr(),
-                                       state_.intfBook().mtu( fact ), fact.addresses, fact.enabled } );
+                                       state_.intfBook().mtu( fact ), fact.addresses, fact.enabled, fact.open } );
    if ( added && wanted->routes ) wanted->routes->handleDevices();
 }
 
@@ -219,7 +240,7 @@ void KernelTwin::reviewVrf( Place & place ) {
    auto & devices = place.devices;
    place.routes = std::make_unique< KernelRoutes >(
         place.space,
-        KernelRoutes::Args{ state_.tree().fib, state_.tree().fib6, *vrfId, routesWritten_,
+        KernelRoutes::Args{ state_.tree().fib, state_.tree().fib6, *vrfId, routesWritten_, leftoversHeld_,
                             [ &devices ]( Kynet::IntfId intfId ) { return devices.carrying( intfId ); },
                             [ &devices ]( Kynet::IntfId intfId ) { return devices.deviceHas( intfId ); } },
         tell_ );
@@ -232,10 +253,22 @@ void KernelTwin::readRoutes( Place & place ) {
    auto & devices = place.devices;
    try {
       place.reader = std::make_unique< KernelRouteReader >(
-           source_, KernelRouteReader::Args{ state_, place.space.netns(), *place.vrfId,
-                                             [ &devices ]( U32 index ) { return devices.intfAt( index ); } } );
+           source_,
+           KernelRouteReader::Args{ state_, place.space.netns(), *place.vrfId,
+                                    [ &devices ]( U32 index ) { return devices.intfAt( index ); }, outcomeOf_ } );
    } catch ( const std::system_error & error ) {
       tell_( place.space.text() + ": its routes are not read: " + error.what() );
+   }
+}
+
+// An address that the router cannot have stays the kernel's own; anything else is put right.
+void KernelTwin::said( Kynet::IntfId intfId, const KernelFacts & facts ) {
+   const auto result = state_.kernelFactsAre( intfId, facts );
+   if ( isDone( result ) ) {
+      refusedFacts_.erase( intfId );
+   } else if ( std::exchange( refusedFacts_[ intfId ], facts ) != facts ) {
+      tell_( std::string( result.message ) + ", as the kernel has it" );
+      reviewLater( intfId );
    }
 }
 
@@ -292,7 +325,7 @@ void KernelTwin::usersAre( const NeighborWants::key_type & key, int more ) {
    if ( auto * const place = placeOf( key.first ) ) place->devices.wantChanged( key.first, key.second );
 }
 
-// What the router cannot have as a neighbour (it is on no subnet of the interface, say) is the kernel's own.
+// What the router cannot have as a neighbour (a tunnel's, say) is the kernel's own.
 void KernelTwin::neighborIs( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr, const Kynet::EthAddr & mac ) {
    const auto * const told = toldNeighbor( { intfId, addr } );
    if ( told != nullptr && ( told->teller != Teller::kernel_ || told->fact.mac == mac ) ) return;

@@ -16,7 +16,7 @@ struct KernelDeviceAt {
 };
 
 //   watches  PortDir::port, Ip::Status::intfStatus and intfAddr, Arp::Table::Status::neighbor, both FIBs
-//   writes   RouterState: neighbours and routes of Teller::kernel
+//   writes   RouterState: neighbours and routes of Teller::kernel, and what of an interface only the kernel says
 //   owns     a KernelNamespace for each namespace that has a device, its KernelDevices and its KernelRoutes
 //
 // Whoever makes the devices tells of them here, and of nothing else: MAC, MTU, addresses and whether an interface is
@@ -39,6 +39,10 @@ class KernelTwin : public Gant::StateMachine {
    // Whether the kernel gets the router's routes (its local addresses it gets always). From the start: yes.
    void routesWrittenIs( bool written );
 
+   // What becomes of the kernel's routes is said back to it, from the next reading on. Null: nothing is, as at the
+   // start.
+   void outcomesAre( OutcomeOf outcomeOf );
+
    // The interface whose device in the namespace has the index.
    std::optional< Kynet::IntfId > intfAt( const std::string & netns, U32 index ) const;
    // The index of an interface's device; nothing while it carries nothing.
@@ -51,6 +55,11 @@ class KernelTwin : public Gant::StateMachine {
 
    // Why the interface's device is not as it should be; empty: it is, or there is none to be.
    std::string error( Kynet::IntfId intfId ) const;
+   // What is in the kernel is known: every namespace stands, its devices are in line and
+   // its routes are read.
+   bool read() const;
+   // What a former process has written and this one has not stays for as long. From the start: no.
+   void leftoversHeldIs( bool held );
    // Every namespace stands, and nothing is under way but for what was refused.
    bool settled() const;
 
@@ -75,6 +84,7 @@ class KernelTwin : public Gant::StateMachine {
    template < typename P >
    void reviewFec( const Mirel::RouteTable< P > & fib, Uses & uses, U64 fecId );
    void usersAre( const NeighborWants::key_type & key, int more );
+   void said( Kynet::IntfId intfId, const KernelFacts & facts );
    void neighborIs( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr, const Kynet::EthAddr & mac );
    void neighborGone( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr );
    const Told< NeighborFact > * toldNeighbor( const NeighborWants::key_type & key ) const;
@@ -83,11 +93,14 @@ class KernelTwin : public Gant::StateMachine {
    const KernelTell tell_;
    KernelSource source_;
    bool routesWritten_ = true;
+   bool leftoversHeld_ = false;
+   OutcomeOf outcomeOf_;
    std::function< void() > indexWatcher_;
    std::map< Kynet::IntfId, KernelDeviceAt > devices_;
    NeighborWants wants_;
    Uses uses4_, uses6_;
    std::map< std::string, std::unique_ptr< Place > > places_;
+   std::map< Kynet::IntfId, KernelFacts > refusedFacts_; // that the kernel has said
    std::set< Kynet::IntfId > pending_;
    std::set< NeighborWants::key_type > pendingNeighbors_;
    bool posted_ = false;

@@ -65,6 +65,16 @@ void NetlinkBatch::begin( U16 type, U16 flags, const void * body, size_t size ) 
 
 nlmsghdr * NetlinkBatch::last() { return reinterpret_cast< nlmsghdr * >( buffer_.data() + last_ ); }
 
+nlmsghdr & NetlinkBatch::append( const nlmsghdr & message ) {
+   last_ = used_;
+   if ( buffer_.size() < used_ + roomOfMessage ) buffer_.resize( used_ + 2 * roomOfMessage );
+   assert( message.nlmsg_len <= roomOfMessage );
+   std::memcpy( buffer_.data() + used_, &message, message.nlmsg_len );
+   used_ = last_ + MNL_ALIGN( message.nlmsg_len );
+   ++messages_;
+   return *last();
+}
+
 void NetlinkBatch::attrBytes( U16 type, const void * data, size_t size ) {
    assert( used_ - last_ + size + 16 <= roomOfMessage );
    mnl_attr_put( last(), type, size, data );
@@ -165,6 +175,12 @@ void NetlinkSocket::send( NetlinkBatch batch, Done done ) {
    assert( !batch.empty() );
    requests_.push_back( { std::move( batch ), {}, std::move( done ) } );
    start();
+}
+
+U32 NetlinkSocket::port() const {
+   sockaddr_nl own{};
+   socklen_t size = sizeof( own );
+   return ::getsockname( reader_.fd(), reinterpret_cast< sockaddr * >( &own ), &size ) == 0 ? own.nl_pid : 0;
 }
 
 void NetlinkSocket::dump( NetlinkBatch batch, Each each, Done done ) {

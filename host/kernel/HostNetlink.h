@@ -32,6 +32,8 @@ class NetlinkBatch {
    void attrText( U16 type, const std::string & text );
    void nest( U16 type );
    void endNest();
+   // A copy of a whole message with its flags, which are for the caller to set, up to 8 kB.
+   nlmsghdr & append( const nlmsghdr & message );
 
    size_t messages() const { return messages_; }
    bool empty() const { return messages_ == 0; }
@@ -97,6 +99,8 @@ class NetlinkSocket {
    ~NetlinkSocket();
 
    void send( NetlinkBatch batch, Done done );
+   // What the kernel's notifications of its requests name as the sender.
+   U32 port() const;
    // `batch` is one message. A dump that a change has cut across is refused with EINTR.
    void dump( NetlinkBatch batch, Each each, Done done );
 

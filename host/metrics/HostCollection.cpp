@@ -83,6 +83,11 @@ void Collection::daemon() {
    samples_.gauge( "vexl3_last_feed_seconds",
                    "Time from the last session's begin until the data plane had everything; 0: it has not yet.",
                    status.lastFedSeconds );
+   samples_.gauge( "vexl3_building_beside", "1 while the data plane forwards by what a session before told it.",
+                   status.beside && !status.inStep );
+   samples_.gauge( "vexl3_change_over_seconds",
+                   "Time that packets waited when the data plane changed over to this session; 0: it has not.",
+                   status.changeOverSeconds.value_or( 0 ) );
    samples_.counter( "vexl3_reloads_total", "Times that the sources were read again.", status.reloads );
    samples_.gauge( "vexl3_source_errors", "Wrong entries in the present sources.", status.sourceErrors );
    samples_.gauge( "vexl3_paused", "1 while sources and changes wait for the data plane.", !status.paused.empty() );

@@ -144,6 +144,7 @@ bool RouteBook< P >::delAt( U32 slot, Teller teller, const U32 * metric, bool st
    if ( !meant( holder ) ) return gone;
    const auto ref = fib_->refAt( slot );
    fib_->routeDel( ref.vrfId, ref.prefix );
+   marks_.shrink( fib_->slots() );
    went( holder );
    return true;
 }

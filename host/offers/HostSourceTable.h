@@ -17,6 +17,7 @@ struct SourceFacts {
    U64 messages = 0;   // since the daemon's start
    U64 bytes = 0;
    U64 nextHops = 0;         // objects that it has told
+   U64 answered = 0;         // routes of which it was told what became of them
    double pausedSeconds = 0; // for how long its messages wait for the data plane at present; 0: they do not
    unsigned losses = 0;
    std::string lastLoss{};

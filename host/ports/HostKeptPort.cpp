@@ -82,8 +82,18 @@ void KeptPort::wishIs( std::optional< PortWish > wish ) {
    review();
 }
 
-void KeptPort::found() {
-   there_ = true;
+void KeptPort::found( const bess::pb::ListPortsResponse::Port & port ) {
+   bess::pb::CreatePortRequest made;
+   made.set_name( port.name() );
+   made.set_driver( port.driver() );
+   made.set_num_inc_q( port.num_inc_q() );
+   made.set_num_out_q( port.num_out_q() );
+   made.set_size_inc_q( port.size_inc_q() );
+   made.set_size_out_q( port.size_out_q() );
+   if ( port.has_driver_arg() ) *made.mutable_arg() = port.driver_arg();
+   made_ = made.SerializeAsString();
+   mac_ = port.mac_addr();
+   there_ = found_ = true;
    review();
 }
 
@@ -91,6 +101,7 @@ bool KeptPort::made() const { return there_ && wish_ && wish_->impossible.empty(
 
 void KeptPort::review() {
    if ( call_ ) return; // its answer comes back here
+   if ( found_ && !broken_ && !made() && !events_.maySweep() ) return;
    if ( there_ && ( broken_ || !made() ) ) {
       if ( due( retryAt_ ) && events_.mayChange() ) destroy();
    } else if ( !wish_ ) {
@@ -119,6 +130,7 @@ void KeptPort::created( const Gant::String & error, const bess::pb::CreatePortRe
    // Whose ever it is, and whatever the call that broke off has done: it is destroyed first.
    if ( !error.empty() || code == EEXIST ) made_.clear();
    there_ = error.empty() && ( code == 0 || code == EEXIST );
+   found_ = false;
    broken_ = false;
    set_ = false;
    conf_.clear();
@@ -156,6 +168,7 @@ void KeptPort::destroyed( const Gant::String & error, const bess::pb::Error & re
 
 void KeptPort::configure() {
    changing_ = true;
+   if ( found_ && hostIndex_ == 0 ) hostIndex_ = if_nametoindex( wish_->hostDevice.c_str() );
    bess::pb::SetPortConfRequest request;
    request.set_name( name_ );
    *request.mutable_conf() = wish_->conf;

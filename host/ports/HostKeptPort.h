@@ -47,6 +47,7 @@ class KeptPort {
    enum class State { making, up, down, failed, leaving };
    struct Events {
       std::function< bool() > mayChange; // whether the data plane may be given another change to make now
+      std::function< bool() > maySweep;  // whether what was found may go
       std::function< void() > done;      // the data plane has changed something of it
       std::function< void() > changed;   // it may be told differently: made, destroyed, set, refused, its link
    };
@@ -58,8 +59,9 @@ class KeptPort {
 
    // Nothing: it is not wanted.
    void wishIs( std::optional< PortWish > wish );
-   // The data plane has a port of this name, from a time that nobody here knows of.
-   void found();
+   // The data plane has this port from another session. It is taken over where it was made as it is wanted; otherwise
+   // it goes, when it may: what still forwards may need it.
+   void found( const bess::pb::ListPortsResponse::Port & port );
    // Does what is due.
    void review();
 
@@ -111,6 +113,7 @@ class KeptPort {
    std::unique_ptr< Vex::EngineCall > call_; // under way
    bool changing_ = false;
    bool there_ = false;
+   bool found_ = false;                     // it is of another session
    bool broken_ = false;                    // it is there, and of no use
    bool set_ = false;                       // conf_ was told, whether taken or not
    Gant::String wishedCreate_, wishedConf_; // of wish_, serialized

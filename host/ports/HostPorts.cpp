@@ -5,6 +5,7 @@
 #include "VexEnginePorts.h"
 
 #include <algorithm>
+#include <charconv>
 #include <spdlog/spdlog.h>
 
 namespace Host {
@@ -24,6 +25,14 @@ Gant::String vdevOf( const Device & device, unsigned number ) {
    // A frame with its ring's header in front has to fit; the driver's own size does for plain ones.
    return Gant::format( "net_af_packet_%u,iface=%s%s", number, port.device.c_str(),
                         device.mtu > plainMtu ? ",framesz=16384,blocksz=16384" : "" );
+}
+
+// Of such a name; 0: it has none.
+unsigned numberOf( std::string_view vdev ) {
+   unsigned number = 0;
+   for ( const std::string_view name : { "net_af_packet_", "net_af_xdp_" } )
+      if ( vdev.starts_with( name ) ) std::from_chars( vdev.data() + name.size(), vdev.data() + vdev.size(), number );
+   return number;
 }
 
 } // namespace
@@ -71,13 +80,14 @@ Gant::String kernelName( Kynet::IntfId intfId ) {
    return name;
 }
 
-Ports::Ports( Gant::Ptr< const DeviceDir > devices, const Vex::Peer & peer, KernelDeviceWatcher * kernelWatcher ) :
-     devices_( std::move( devices ) ), kernelWatcher_( kernelWatcher ),
-     engine_( std::make_unique< Vex::EnginePorts >( peer ) ), told_( std::make_unique< Told >() ),
-     clock_( Gant::activityManager()->newClock() ), deviceReactor_( std::make_unique< GantDevices >( this ) ),
-     clockReactor_( std::make_unique< GantClock >( this ) ) {
+Ports::Ports( Gant::Ptr< const DeviceDir > devices, const Vex::Peer & peer, KernelDeviceWatcher * kernelWatcher,
+              bool sweep ) :
+     devices_( std::move( devices ) ),
+     kernelWatcher_( kernelWatcher ), engine_( std::make_unique< Vex::EnginePorts >( peer ) ),
+     told_( std::make_unique< Told >() ), sweep_( sweep ), clock_( Gant::activityManager()->newClock() ),
+     deviceReactor_( std::make_unique< GantDevices >( this ) ), clockReactor_( std::make_unique< GantClock >( this ) ) {
    listing_ = engine_->listPorts( [ this ]( const auto & error, const auto & reply ) {
-      for ( const auto & port : reply.ports() ) keep( PortKey::ofName( port.name() ) ).found();
+      for ( const auto & port : reply.ports() ) keepFound( port );
       listed( error.empty() ? reply.error().errmsg() : error );
    } );
 }
@@ -109,13 +119,33 @@ void Ports::listed( const Gant::String & error ) {
    review();
 }
 
+// The number in its device's name is whichever it got.
+void Ports::keepFound( const bess::pb::ListPortsResponse::Port & port ) {
+   const auto key = PortKey::ofName( port.name() );
+   bess::pb::PMDPortArg pmd;
+   const unsigned number = port.driver_arg().UnpackTo( &pmd ) ? numberOf( pmd.vdev() ) : 0;
+   if ( number != 0 && key.other.empty() ) numbers_[ key.intfId ] = number;
+   keep( key ).found( port );
+}
+
+unsigned Ports::freeNumber() const {
+   unsigned most = 0;
+   for ( const auto & [ intfId, number ] : numbers_ ) most = std::max( most, number );
+   return most + 1;
+}
+
+void Ports::sweepIs() {
+   if ( std::exchange( sweep_, true ) ) return;
+   postReview();
+}
+
 KeptPort & Ports::keep( const PortKey & key ) {
    auto & kept = kept_[ key ];
    if ( !kept )
-      kept =
-           std::make_unique< KeptPort >( key.name(), *engine_,
-                                         KeptPort::Events{ [ this ] { return mayChange(); },
-                                                           [ this ] { ++generation_; }, [ this ] { postReview(); } } );
+      kept = std::make_unique< KeptPort >( key.name(), *engine_,
+                                           KeptPort::Events{ [ this ] { return mayChange(); },
+                                                             [ this ] { return sweep_; }, [ this ] { ++generation_; },
+                                                             [ this ] { postReview(); } } );
    return *kept;
 }
 
@@ -187,7 +217,7 @@ PortWish Ports::portWish( Kynet::IntfId intfId, const Device & device ) {
    case PortKind::afXdp_: wish.hostDevice = port.device; [[fallthrough]];
    case PortKind::vdev_: {
       auto & number = numbers_[ intfId ];
-      if ( number == 0 ) number = static_cast< unsigned >( numbers_.size() );
+      if ( number == 0 ) number = freeNumber();
       pmd.set_vdev( vdevOf( device, number ) );
       break;
    }
@@ -234,9 +264,10 @@ PortWish Ports::kernelWish( Kynet::IntfId intfId, const Device & device ) {
    if ( !device.netns.empty() ) arg.set_netns( device.netns );
    arg.set_tun( device.tunnel );
    wish.create.mutable_arg()->PackFrom( arg );
-   if ( !device.tunnel ) wish.conf.set_mac_addr( device.mac.stringValue() );
-   wish.conf.set_mtu( device.mtu );
-   wish.conf.set_admin_up( device.enabled );
+   // What the kernel may say of it is not to be set behind its back: the kernel's side does that.
+   if ( !device.tunnel && !device.open.mac ) wish.conf.set_mac_addr( device.mac.stringValue() );
+   if ( !device.open.mtu ) wish.conf.set_mtu( device.mtu );
+   wish.conf.set_admin_up( device.open.enabled || device.enabled );
    return wish;
 }
 

@@ -1,6 +1,7 @@
 // The ports that a data plane is to have for the router's interfaces, made and kept for as long as a session lasts.
 #pragma once
 
+#include "bess/control.pb.h"
 #include "HostStateTree.h"
 
 #include <map>
@@ -32,7 +33,8 @@ struct PortKey {
 //   watches  DeviceDir::device
 //   calls    Vex::EnginePorts, KernelDeviceWatcher
 //
-// What the data plane has at first is from another session, and is destroyed. Of several ports that are wanted a few
+// What the data plane has at first is from another session. What is wanted so is taken over, and the rest destroyed,
+// when sweepIs() says that it may be. Of several ports that are wanted a few
 // are made at a time, and none waits for one that cannot be made. A lost session takes this with it, and the next one
 // makes everything again.
 class Ports : public Gant::StateMachine {
@@ -40,8 +42,9 @@ class Ports : public Gant::StateMachine {
    using Kept = std::map< PortKey, std::unique_ptr< KeptPort > >;
 
    // `peer` as of GrpcChannel. `kernelWatcher`, which may be null, is told of devices until this goes, and is not
-   // owned. Begins in a later turn.
-   Ports( Gant::Ptr< const DeviceDir > devices, const Vex::Peer & peer, KernelDeviceWatcher * kernelWatcher );
+   // owned. Begins in a later turn. `sweep`: what is not wanted goes at once.
+   Ports( Gant::Ptr< const DeviceDir > devices, const Vex::Peer & peer, KernelDeviceWatcher * kernelWatcher,
+          bool sweep = true );
    ~Ports() override;
 
    const Kept & kept() const { return kept_; }
@@ -49,6 +52,8 @@ class Ports : public Gant::StateMachine {
    const KeptPort * port( const PortKey & key ) const;
    // Something is being made, set or destroyed, or is about to be. What waits to be tried again does not count.
    bool changing() const;
+   // What another session has left, and is not wanted, goes from here on.
+   void sweepIs();
    // Goes up with each change at the data plane.
    U64 generation() const { return generation_; }
 
@@ -62,6 +67,8 @@ class Ports : public Gant::StateMachine {
    KeptPort & keep( const PortKey & key );
    bool mayChange() const;
    std::map< PortKey, PortWish > wishes();
+   void keepFound( const bess::pb::ListPortsResponse::Port & port );
+   unsigned freeNumber() const;
    bool kernelWanted( const Device & device, bool anyPort ) const;
    PortWish portWish( Kynet::IntfId intfId, const Device & device );
    static PortWish kernelWish( Kynet::IntfId intfId, const Device & device );
@@ -75,6 +82,7 @@ class Ports : public Gant::StateMachine {
    std::map< Kynet::IntfId, unsigned > numbers_; // in names of virtual devices
    struct Told;
    std::unique_ptr< Told > told_; // to kernelWatcher_
+   bool sweep_;
    bool listed_ = false;
    bool wishesChanged_ = true;
    bool reviewPosted_ = false;

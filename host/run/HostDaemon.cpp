@@ -26,6 +26,9 @@ constexpr size_t linesPerTurn = 1024;
 // How often memory that is not needed is looked for, in seconds.
 constexpr double trimEvery = 20;
 
+// A routing suite connects again within three seconds, and tells its table without a pause.
+constexpr double fpmPatience = 5; // seconds
+
 double systemSeconds() {
    return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
 }
@@ -93,10 +96,12 @@ Daemon::Daemon( Options options ) :
                        if ( feedHeld_ ) postFeed();
                        if ( !backlog() ) fpm_.resume();
                     },
-                    [ this ] { tellFed(); } } ),
+                    [ this ] { tellFed(); }, [ this ]( double seconds ) { return sourcesTold( seconds ); },
+                    [ this ] { kernel_.leftoversHeldIs( false ); } } ),
      clock_( Gant::activityManager()->newClock() ), clockReactor_( std::make_unique< GantClock >( this ) ) {
    state_.keysRefusedIs( options_.keysRefused() );
    state_.sources().quietIs( options_.sourceQuiet );
+   kernel_.leftoversHeldIs( true );
    kernel_.indexWatcherIs( [ this ] { fpm_.devicesChanged(); } );
    clock_->timeMinIs( clock_->now() + trimEvery );
 }
@@ -109,7 +114,7 @@ bool Daemon::run() {
       return false;
    }
    if ( !sources_.load() ) return false;
-   kernel_.routesWrittenIs( sources_.kernelRoutes() );
+   tellKernel();
    signals_ = std::make_unique< Signals >( *this );
    if ( options_.sources.description.empty() )
       spdlog::info( "no --config: the router is empty, until vexctl or a route file tells it something" );
@@ -120,6 +125,7 @@ bool Daemon::run() {
       }
    supervisor_.start();
    // Until the routing suite has told everything by FPM, what it has put into the kernel holds.
+   fpm_.beginWatcherIs( [ this ] { kernel_.source().suiteStarted(); } );
    fpm_.completeWatcherIs( [ this ] { kernel_.source().suiteIs( true ); } );
    fpm_.start( state_.vrfBook().netns( L3::VrfName::defaultVrf() ) );
    postFeed();
@@ -131,6 +137,15 @@ bool Daemon::run() {
    fpm_.stop();
    signals_ = nullptr;
    return true;
+}
+
+// What the description says of the kernel as a whole.
+void Daemon::tellKernel() {
+   kernel_.routesWrittenIs( sources_.kernelRoutes() );
+   kernel_.outcomesAre( !sources_.kernelOffload() ? OutcomeOf()
+                                                  : [ this ]( U32 vrfId, const Kynet::IpGenPrefix & prefix ) {
+                                                       return outcomeOf( vrfId, prefix );
+                                                    } );
 }
 
 std::string Daemon::openSocket() {
@@ -202,6 +217,15 @@ void Daemon::feed() {
 
 void Daemon::tellFed() { notifyStatus( fmt::format( "running, {} routes", state_.tree().fib->routes() ) ); }
 
+bool Daemon::sourcesTold( double seconds ) {
+   if ( !kernel_.read() ) return false;
+   if ( options_.fpm.address.empty() ) return true;
+   const auto now = Gant::activityManager()->now();
+   const auto messages = fpm_.facts().messages;
+   if ( std::exchange( fpmMessages_, messages ) != messages ) fpmQuietAt_ = now;
+   return std::min( seconds, now - fpmQuietAt_ ) >= fpmPatience;
+}
+
 RouteOutcome Daemon::outcomeOf( U32 vrfId, const Kynet::IpGenPrefix & prefix ) const {
    const auto agent = this->agent();
    if ( !agent ) return RouteOutcome::pending;
@@ -246,6 +270,11 @@ DaemonStatus Daemon::status() const {
    status.ownedSeconds = supervisor_.ownedSeconds();
    status.restarts = supervisor_.restarts();
    status.lastLoss = supervisor_.lastLoss();
+   if ( const auto * const session = supervisor_.session() ) {
+      status.beside = session->channel()->beside();
+      status.inStep = session->inStep();
+      status.changeOverSeconds = session->changeOverSeconds();
+   }
    status.lastFedSeconds = supervisor_.lastFedSeconds();
    status.description = sources_.description();
    status.routeFile = sources_.routeFile();
@@ -262,7 +291,7 @@ ChangeResult Daemon::reload() {
    notifyReloading();
    ++reloads_;
    const bool read = sources_.load();
-   kernel_.routesWrittenIs( sources_.kernelRoutes() );
+   tellKernel();
    const auto errors = sources_.errors().count();
    postFeed();
    notifyReady( "reloaded" );

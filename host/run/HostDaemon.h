@@ -54,6 +54,9 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    // What the data plane has made of a route.
    RouteOutcome outcomeOf( U32 vrfId, const Kynet::IpGenPrefix & prefix ) const;
    void tellFed();
+   // Whether the kernel and a routing suite have told what they have.
+   bool sourcesTold( double seconds );
+   void tellKernel();
    void handleClock();
 
    const Options options_;
@@ -72,6 +75,8 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    Runtime::Trimmer trimmer_;
    Gant::Ptr< Gant::Clock > clock_;
    std::unique_ptr< GantClock > clockReactor_;
+   U64 fpmMessages_ = 0;   // when they were looked at last
+   double fpmQuietAt_ = 0; // since then there were no more
    unsigned reloads_ = 0;
    bool feedPosted_ = false;
    bool feedHeld_ = false; // until the data plane has acknowledged

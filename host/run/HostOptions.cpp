@@ -100,6 +100,13 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
            const double seconds = std::atof( text.c_str() );
            return seconds > 0 && seconds < 0.1 ? "under 0.1 s a peer that works looks like one that is gone" : "";
         } );
+   app.add_option(
+           "--in-step-limit", options.dataPlane.inStepMost,
+           "seconds for which a data plane that lives on forwards as before, while the kernel and a routing suite tell "
+           "what they have; 0: until the files are read" )
+        ->type_name( "SECONDS" )
+        ->capture_default_str()
+        ->check( CLI::Range( 0.0, 86400.0 ).description( "" ) );
    app.add_option( "--dataplane-program", options.dataPlane.program,
                    "the program of an embedded data plane, in place of the vexdp beside this one" )
         ->type_name( "FILE" );

@@ -29,6 +29,7 @@ struct Session::GantChannel : Vex::Channel::Notifiee {
    explicit GantChannel( Session * owner ) : Notifiee( owner, owner->channel_ ), owner( owner ) {}
    void onAcknowledged() override { owner->later( &Session::handleAcknowledged ); }
    void onOwner() override { owner->later( &Session::tellStandBy ); }
+   void onInStep() override { owner->later( &Session::handleInStep ); }
    void onLost() override { owner->later( &Session::tellLost ); }
    Session * owner;
 };
@@ -47,7 +48,7 @@ struct Session::GantCounterClock : Gant::Clock::Notifiee {
 
 Session::Session( const StateTree & tree, const Way & way, Events events ) :
      tree_( tree ), state_( tree ), way_( way ), events_( std::move( events ) ),
-     channel_( Gant::make< Vex::GrpcChannel >( way.peer, way.takeOver, way.silenceMost ) ),
+     channel_( Gant::make< Vex::GrpcChannel >( way.peer, way.takeOver, way.silenceMost, true ) ),
      global_( Gant::make< Vex::ModuleGlobalCmdConfig >( channel_ ) ), clock_( Gant::activityManager()->newClock() ),
      counterClock_( Gant::activityManager()->newClock() ), begunAt_( clock_->now() ),
      channelReactor_( std::make_unique< GantChannel >( this ) ), clockReactor_( std::make_unique< GantClock >( this ) ),
@@ -64,6 +65,8 @@ Session::~Session() {
    gantDoZombieReactors( true );
    ports_ = nullptr;
    const TraceSilence silence;
+   // What the agent takes away as it goes is to stay in the data plane.
+   channel_->leave();
    agent_ = nullptr;
    cpuPolicy_ = nullptr;
    portSm_ = nullptr;
@@ -102,7 +105,7 @@ void Session::mapCounters() {
 
 void Session::start() {
    if ( stoodBy_ ) begunAt_ = clock_->now();
-   ports_ = Gant::make< Ports >( tree_.deviceDir, way_.peer, way_.kernelWatcher );
+   ports_ = Gant::make< Ports >( tree_.deviceDir, way_.peer, way_.kernelWatcher, !channel_->beside() );
    startRuleTables();
    vexcsd_->routesMostIs( channel_->routesMost() );
    portSm_ = Gant::make< PortSm >( tree_.portDir, vexcsd_, global_->moduleConfigStatusPairIs( "engine" ) );
@@ -110,6 +113,7 @@ void Session::start() {
    agent_->initializedIs( true );
    agent_->maybeStartProcessing();
    clock_->timeMinIs( clock_->now() + fedLookEvery );
+   inStep_ = !channel_->beside();
    events_.begun();
 }
 
@@ -119,14 +123,43 @@ bool Session::settled() const {
 }
 
 void Session::handleClock() {
-   if ( !settled() ) {
-      clock_->timeMinIs( clock_->now() + fedLookEvery );
-      return;
+   const bool settled = this->settled();
+   if ( settled && !fed_ ) handleFed();
+   if ( !inStep_ && !inStepTold_ ) {
+      const auto seconds = clock_->now() - begunAt_;
+      const bool told = settled && !ports_->changing() && events_.sourcesTold( seconds );
+      if ( told || ( seconds >= way_.inStepMost && events_.sourcesRead() ) ) tellInStep();
    }
+   if ( !fed_ || ( !inStep_ && !inStepTold_ ) ) clock_->timeMinIs( clock_->now() + fedLookEvery );
+}
+
+void Session::handleFed() {
+   fed_ = true;
    fedSeconds_ = clock_->now() - begunAt_;
    // The queue was as long as the table; its memory is not needed again.
    malloc_trim( 0 );
    events_.fed();
+   if ( inStep_ ) events_.inStep();
+}
+
+void Session::tellInStep() {
+   inStepTold_ = true;
+   channel_->inStepIs();
+}
+
+void Session::handleInStep() {
+   const auto & done = *channel_->inStep();
+   inStep_ = true;
+   if ( done.changed ) {
+      changeOverSeconds_ = done.held;
+      spdlog::info( "in step after {:.3f} s: the data plane forwards by what it was told; packets waited {:.0f} us",
+                    clock_->now() - begunAt_, done.held * 1e6 );
+   } else {
+      spdlog::warn( "in step after {:.3f} s; what forwarded before has gone early: {}", clock_->now() - begunAt_,
+                    done.early.empty() ? "somebody has emptied the data plane" : done.early );
+   }
+   ports_->sweepIs();
+   events_.inStep();
 }
 
 void Session::tellStandBy() {

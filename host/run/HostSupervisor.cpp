@@ -85,10 +85,13 @@ void Supervisor::connect() {
       spdlog::info( "the data plane has everything, after {:.3f} s", lastFedSeconds_ );
       events_.fed();
    };
+   events.sourcesTold = events_.sourcesTold;
+   events.inStep = events_.inStep;
    events.lost = [ this ]( const std::string & reason ) { lost( reason ); };
    const Vex::Peer peer = dataPlane_ ? Vex::Peer( dataPlane_->address() ) : Vex::Peer( config_.dataPlane, config_.tls );
-   session_ = Gant::make< Session >( tree_, Session::Way{ peer, takeOver_, config_.silenceMost, config_.kernelWatcher },
-                                     std::move( events ) );
+   session_ = Gant::make< Session >(
+        tree_, Session::Way{ peer, takeOver_, config_.silenceMost, config_.kernelWatcher, config_.inStepMost },
+        std::move( events ) );
 }
 
 std::string Supervisor::owner() const { return phase_ == Phase::standby ? session_->channel()->owner() : ""; }

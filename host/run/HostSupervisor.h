@@ -37,11 +37,14 @@ class Supervisor : public Gant::StateMachine {
       bool takeOver = false;                         // also from another agent that has it
       unsigned maxRoutes = 1u << 22;                 // that an embedded one holds
       KernelDeviceWatcher * kernelWatcher = nullptr; // told of the router's devices in the kernel; not owned
+      double inStepMost = 60; // seconds for which a former session's graph forwards at most beside a new one
    };
    struct Events {
       std::function< bool() > sourcesRead;
       std::function< void() > acknowledged; // the data plane has taken some of what it was told
       std::function< void() > fed;
+      std::function< bool( double seconds ) > sourcesTold = []( double ) { return true; }; // as of Session
+      std::function< void() > inStep = [] {};                                              // the same
    };
    Supervisor( const StateTree & tree, Config config, Events events );
    // Ends the session, and an embedded data plane.

@@ -20,6 +20,7 @@ Json rowOf( const SourceTable & sources, Teller teller ) {
       row[ "messages" ] = facts.messages;
       row[ "bytes" ] = facts.bytes;
       row[ "nextHops" ] = facts.nextHops;
+      row[ "answered" ] = facts.answered;
       row[ "pausedSeconds" ] = facts.pausedSeconds;
       row[ "losses" ] = facts.losses;
       if ( !facts.lastLoss.empty() ) row[ "lastLoss" ] = facts.lastLoss;

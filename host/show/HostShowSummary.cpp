@@ -91,6 +91,8 @@ std::unique_ptr< Answer > status( const Asked & asked ) {
       }
       row[ "dataPlaneVersion" ] = channel ? channel->dataPlaneVersion() : "";
       row[ "transport" ] = !channel ? "" : channel->streaming() ? "batch stream" : "unary calls";
+      if ( status.beside ) row[ "forwarding" ] = status.inStep ? "in step" : "building beside";
+      if ( status.changeOverSeconds ) row[ "changeOverSeconds" ] = *status.changeOverSeconds;
       row[ "restarts" ] = status.restarts;
       row[ "lastLoss" ] = status.lastLoss;
       row[ "lastFedSeconds" ] = status.lastFedSeconds;

@@ -137,6 +137,8 @@ std::optional< Description > Description::read( const std::string & path, Source
             description.readRouteFile( Entry( pair.second ) );
          else if ( name == "kernel-routes" )
             description.kernelRoutes_ = Entry( pair.second ).flag( "kernel-routes" );
+         else if ( name == "kernel-offload" )
+            description.kernelOffload_ = Entry( pair.second ).flag( "kernel-offload" );
          else if ( !known )
             Entry( pair.first ).fail( "there is no section " + quoted( name ) );
       } catch ( const EntryError & error ) {

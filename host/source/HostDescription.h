@@ -25,6 +25,8 @@ class Description {
    const RouteFileConfig & routeFile() const { return routeFile_; }
    // Whether the kernel beside the router gets its routes.
    bool kernelRoutes() const { return kernelRoutes_; }
+   // Whether the kernel is told what has become of its own.
+   bool kernelOffload() const { return kernelOffload_; }
 
  private:
    struct Told {
@@ -45,6 +47,7 @@ class Description {
    Keys keys_;
    RouteFileConfig routeFile_;
    bool kernelRoutes_ = true;
+   bool kernelOffload_ = true;
 };
 
 } // namespace Host

@@ -43,6 +43,7 @@ class IntfSection : public Section {
       auto fact = common( entry );
       fact.port = port( entry );
       fact.mac = entry.value< Kynet::EthAddr >( "mac", "a MAC address", {} );
+      fact.open.mac = !entry.has( "mac" );
       return fact;
    }
    virtual bool takes( Kynet::IntfType type ) const {
@@ -64,7 +65,13 @@ class IntfSection : public Section {
    }
    IntfFact common( const Entry & entry ) const {
       IntfFact fact{ intfId( entry ), entry.vrf() };
-      for ( const auto & address : entry.list( "addresses" ) ) fact.addresses.push_back( address.interfaceAddress() );
+      const bool said = entry.has( "addresses" );
+      const bool kernels =
+           said && entry.node()[ "addresses" ].IsScalar() && entry.node()[ "addresses" ].Scalar() == "kernel";
+      if ( said && !kernels )
+         for ( const auto & address : entry.list( "addresses" ) )
+            fact.addresses.push_back( address.interfaceAddress() );
+      fact.open = { !said || kernels, !entry.has( "mtu" ), false, !entry.has( "enabled" ) };
       if ( entry.has( "mtu" ) ) fact.mtu = entry.at( "mtu" ).number( "mtu", 0, ~U32( 0 ) );
       if ( entry.has( "mss" ) ) readMss( entry.at( "mss" ), fact );
       fact.enabled = entry.flag( "enabled", true );

@@ -17,6 +17,7 @@ bool Sources::load() {
    errors_ = std::move( errors );
    description->apply( state_, *errors_ );
    kernelRoutes_ = description->kernelRoutes();
+   kernelOffload_ = description->kernelOffload();
    auto config = description->routeFile();
    if ( !files_.routes.empty() )
       config.path = files_.routes;

@@ -29,8 +29,9 @@ class Sources {
    const std::string & description() const { return files_.description; }
    // The path of the one in use, empty when there is none.
    const std::string & routeFile() const { return routesPath_; }
-   // As Description::kernelRoutes(), of the last description that could be read.
+   // As those of Description, of the last description that could be read.
    bool kernelRoutes() const { return kernelRoutes_; }
+   bool kernelOffload() const { return kernelOffload_; }
 
  private:
    RouterState & state_;
@@ -41,6 +42,7 @@ class Sources {
    std::unique_ptr< RouteFile > routeFile_;
    std::string routesPath_;
    bool kernelRoutes_ = true;
+   bool kernelOffload_ = true;
 };
 
 } // namespace Host

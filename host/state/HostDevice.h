@@ -21,6 +21,7 @@ struct Device {
    Kynet::EthAddr mac{}; // zero: a tunnel has none
    U32 mtu = 0;          // bytes of an IPv4 packet
    std::vector< Kynet::Prefix > addresses{};
+   KernelOpen open{};
    friend bool operator==( const Device &, const Device & ) = default;
 };
 

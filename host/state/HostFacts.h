@@ -50,6 +50,24 @@ struct PortFact {
    friend bool operator==( const PortFact &, const PortFact & ) = default;
 };
 
+// What of an interface the kernel says by its device there, as nobody else has said it.
+struct KernelOpen {
+   bool addresses = false;
+   bool mtu = false;
+   bool mac = false;
+   bool enabled = false;
+   friend bool operator==( const KernelOpen &, const KernelOpen & ) = default;
+};
+
+// What the kernel has said of it. Nothing, or zero: nothing.
+struct KernelFacts {
+   std::vector< Kynet::Prefix > addresses{};
+   std::optional< U32 > mtu{};
+   Kynet::EthAddr mac{};
+   std::optional< bool > enabled{};
+   friend bool operator==( const KernelFacts &, const KernelFacts & ) = default;
+};
+
 struct IntfFact {
    Kynet::IntfId intfId;
    L3::VrfName vrf = L3::VrfName::defaultVrf();
@@ -63,6 +81,7 @@ struct IntfFact {
    std::optional< Interface::TunnelIntfStatus > tunnel{}; // of a tunnel interface, and only of one
    PortFact port{};                                       // of an interface that is no tunnel and no loopback
    std::optional< bool > kernel{}; // whether it has a device in the kernel; nothing: where there is a port
+   KernelOpen open{};
    friend bool operator==( const IntfFact &, const IntfFact & ) = default;
 };
 

@@ -123,10 +123,49 @@ Gant::String IntfBook::wrongPort( const IntfFact & fact ) const {
    return {};
 }
 
+IntfFact IntfBook::withKernelFacts( IntfFact fact, const KernelFacts & kernel ) {
+   if ( fact.open.addresses ) fact.addresses = kernel.addresses;
+   if ( fact.open.mtu && kernel.mtu ) fact.mtu = kernel.mtu;
+   if ( fact.open.mac && !!kernel.mac ) fact.mac = kernel.mac;
+   if ( fact.open.enabled ) fact.enabled = kernel.enabled.value_or( fact.enabled );
+   return fact;
+}
+
 ChangeResult IntfBook::intfIs( const IntfFact & fact, Teller teller ) {
+   auto result = factIs( withKernelFacts( fact, Gant::valueOf( kernelFacts_, fact.intfId ) ), teller );
+   // What was told goes before what the kernel says.
+   if ( !isDone( result ) && kernelFacts_.erase( fact.intfId ) != 0 ) result = factIs( fact, teller );
+   if ( isDone( result ) ) said_[ fact.intfId ] = fact;
+   return result;
+}
+
+ChangeResult IntfBook::kernelFactsAre( Kynet::IntfId intfId, const KernelFacts & facts ) {
+   const auto & said = said_.at( intfId );
+   auto taken = facts;
+   taken.addresses.clear();
+   if ( auto result = possible( withKernelFacts( said, taken ) ); !isDone( result ) ) return result;
+   auto first = done();
+   for ( const auto & address : facts.addresses ) {
+      taken.addresses.push_back( address );
+      auto result = possible( withKernelFacts( said, taken ) );
+      if ( isDone( result ) ) continue;
+      taken.addresses.pop_back();
+      if ( isDone( first ) ) first = std::move( result );
+   }
+   kernelFacts_[ intfId ] = taken;
+   factIs( withKernelFacts( said, taken ), intfs_.at( intfId ).teller );
+   return first;
+}
+
+ChangeResult IntfBook::possible( const IntfFact & fact ) const {
    const auto name = "interface " + fact.intfId.stringValue();
    if ( auto text = wrongValue( fact ); !text.empty() ) return invalid( name + ": " + text );
    if ( auto text = wrong( fact ); !text.empty() ) return refused( name + ": " + text );
+   return done();
+}
+
+ChangeResult IntfBook::factIs( const IntfFact & fact, Teller teller ) {
+   if ( auto result = possible( fact ); !isDone( result ) ) return result;
    const auto at = intfs_.find( fact.intfId );
    if ( at != intfs_.end() ) {
       at->second.teller = teller;
@@ -147,6 +186,8 @@ ChangeResult IntfBook::intfDel( Kynet::IntfId intfId ) {
    const auto at = intfs_.find( intfId );
    if ( at == intfs_.end() ) return notFound( "interface " + intfId.stringValue() + " does not exist" );
    takeDown( at->second.fact );
+   said_.erase( intfId );
+   kernelFacts_.erase( intfId );
    writeFilters( IntfFact{ intfId } );
    std::vector< NeighborKey > gone;
    for ( auto n = neighbors_.lower_bound( { intfId, {} } ); n != neighbors_.end() && n->first.first == intfId; ++n )
@@ -258,6 +299,7 @@ Device IntfBook::device( const IntfFact & fact ) const {
    device.mac = port( fact ).macAddr();
    device.mtu = mtu( fact );
    device.addresses = fact.addresses;
+   device.open = fact.open;
    return device;
 }
 
@@ -333,7 +375,8 @@ ChangeResult IntfBook::neighborIs( const NeighborFact & fact, Teller teller ) {
    if ( !fact.mac ) return invalid( name + ": the MAC is zero" );
    if ( fact.mac.multicast() ) return invalid( name + ": MAC " + fact.mac.stringValue() + " is a multicast address" );
    if ( fact.addr.af() == Kynet::AddressFamily::ipv4_ ) {
-      if ( !onSubnet( intf->second.fact, fact.addr.v4Addr() ) )
+      // The kernel knows those that are on a link, or will be on a subnet of it.
+      if ( teller != Teller::kernel_ && !onSubnet( intf->second.fact, fact.addr.v4Addr() ) )
          return refused( name + ": the address is on no subnet of the interface" );
       for ( const auto & address : intf->second.fact.addresses )
          if ( address.address() == fact.addr.v4Addr() ) return refused( name + ": the address is the router's own" );

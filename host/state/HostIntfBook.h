@@ -29,6 +29,10 @@ class IntfBook {
    IntfBook( StateTree & tree, const VrfBook & vrfs );
 
    ChangeResult intfIs( const IntfFact & fact, Teller teller );
+   // What the kernel says of an interface takes the place of what its fact leaves open, until the interface goes.
+   // Addresses that it cannot have are left out; of anything else that it cannot have all is refused, and what the
+   // kernel said before holds. Gives the first that was not taken. REQUIRES: the interface is there.
+   ChangeResult kernelFactsAre( Kynet::IntfId intfId, const KernelFacts & facts );
    // Its neighbours go with it.
    ChangeResult intfDel( Kynet::IntfId intfId );
    ChangeResult neighborIs( const NeighborFact & fact, Teller teller );
@@ -69,6 +73,9 @@ class IntfBook {
  private:
    using Derived = std::map< Kynet::Prefix, Mirel::RouteType >;
 
+   static IntfFact withKernelFacts( IntfFact fact, const KernelFacts & kernel );
+   ChangeResult possible( const IntfFact & fact ) const;
+   ChangeResult factIs( const IntfFact & fact, Teller teller );
    Gant::String wrong( const IntfFact & fact ) const;
    Gant::String wrongPort( const IntfFact & fact ) const;
    void bringUp( const IntfFact & fact );
@@ -92,7 +99,9 @@ class IntfBook {
 
    StateTree & tree_;
    const VrfBook & vrfs_;
-   Intfs intfs_;
+   Intfs intfs_;                              // with what the kernel says
+   std::map< Kynet::IntfId, IntfFact > said_; // without it
+   std::map< Kynet::IntfId, KernelFacts > kernelFacts_;
    Neighbors neighbors_;
    Subnets subnets_;
    Kynet::EthAddr routerMac_;

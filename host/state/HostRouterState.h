@@ -42,6 +42,10 @@ class RouterState {
    // Each makes the object, or changes it to what is told.
    ChangeResult vrfIs( const VrfFact & fact, Teller teller );
    ChangeResult intfIs( const IntfFact & fact, Teller teller );
+   // As IntfBook has it.
+   ChangeResult kernelFactsAre( Kynet::IntfId intfId, const KernelFacts & facts ) {
+      return intfs_.kernelFactsAre( intfId, facts );
+   }
    ChangeResult neighborIs( const NeighborFact & fact, Teller teller ) { return intfs_.neighborIs( fact, teller ); }
    ChangeResult routeIs( const RouteFact & fact, Teller teller );
    // Why no IPsec connection is taken; empty: they are.

@@ -75,7 +75,8 @@ class PrefixMap {
    }
    size_t erase( const key_type & key ) {
       last_ = nullptr;
-      return detail::isV4( key ) ? v4_.erase( detail::v4Key( key ) ) : v6_.erase( key );
+      if ( !detail::isV4( key ) ) return eraseFrom( v6_, key );
+      return eraseFrom( v4_, detail::v4Key( key ) );
    }
    size_t size() const { return v4_.size() + v6_.size(); }
    void clear() {
@@ -110,6 +111,13 @@ class PrefixMap {
    const_iterator end() const { return { *this, v4_.end(), v6_.end() }; }
 
  private:
+   // A table that is nearly empty gives its memory back.
+   template < typename Map, typename Key >
+   static size_t eraseFrom( Map & map, const Key & key ) {
+      const auto erased = map.erase( key );
+      if ( map.capacity() > 65536 && map.size() < map.capacity() / 32 ) map.rehash( 0 );
+      return erased;
+   }
    void lastIs( detail::V4Key key, Value * value ) {
       lastKey_ = key;
       last_ = value;

@@ -289,6 +289,22 @@ void RouteMachine< F >::handleAcknowledged() {
    const auto counts = this->counts();
    fill_.update( { counts.taken(), args_.common->routesMost(), counts.noRoom, counts.underWay } );
    if ( busy() || ( room_ != 0 && !waiting_.empty() ) ) turns_.post();
+   giveBack();
+}
+
+template < typename F >
+void RouteMachine< F >::giveBack() {
+   const auto slots = args_.table->slots();
+   if ( told_.size() / 2 < std::max( slots, told_.chunkSize ) ) return;
+   // What is under way, or waits, names slots.
+   if ( missed_ || busy() || !underWay_.empty() || !waiting_.empty() ) return;
+   told_.shrink( slots );
+   for ( const auto & [ fecId, number ] : fecById_ ) {
+      auto & listed = fecs_[ number ].inLine;
+      // Of routes that went.
+      std::erase_if( listed, [ this ]( U32 slot ) { return slot >= told_.size(); } );
+      if ( listed.capacity() > 4 * listed.size() ) listed.shrink_to_fit();
+   }
 }
 
 template < typename F >

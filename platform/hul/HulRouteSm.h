@@ -179,6 +179,8 @@ class RouteMachine : public Gant::StateMachine {
       vrf( told.vrfId ).refused += static_cast< U32 >( by );
    }
    void answered( const typename UnderWay< Asked >::Entry & entry );
+   // Memory, when the table has shrunk.
+   void giveBack();
    // Whether the data plane has the route as it was told last.
    static bool taken( const Told & told ) { return told.routeType != 0 && !told.underWay && told.error == 0; }
    RouteState stateOf( const Told & told, U32 slot ) const;

@@ -74,10 +74,14 @@ void BatchWriter::endRun() {
    Gant::cleanse( run_ );
 }
 
-CleansedString BatchWriter::take( U64 number ) {
+CleansedString BatchWriter::take( U64 number, bool inStep ) {
    endRun();
    batch_ += static_cast< char >( Batch::kNumberFieldNumber << 3 );
    appendVarint( batch_, number );
+   if ( inStep ) {
+      batch_ += static_cast< char >( Batch::kInStepFieldNumber << 3 );
+      appendVarint( batch_, 1 );
+   }
    requests_ = 0;
    return std::exchange( batch_, {} );
 }

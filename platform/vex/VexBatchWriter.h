@@ -26,8 +26,8 @@ class BatchWriter {
    bool empty() const { return requests_ == 0; }
    U32 requests() const { return requests_; }
    size_t bytes() const { return batch_.size() + run_.size(); }
-   // The wire form with this number, and an empty batch again.
-   Gant::CleansedString take( U64 number );
+   // The wire form with this number, and an empty batch again. `inStep`: the data plane is to change over behind it.
+   Gant::CleansedString take( U64 number, bool inStep = false );
 
  private:
    void endRun();

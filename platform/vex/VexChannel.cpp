@@ -47,6 +47,8 @@ void Channel::ownerIs( const Gant::String & owner, double since ) {
    if ( !owner_.empty() ) notifiees_.tell( &Notifiee::onOwner );
 }
 
+void Channel::tellInStep() { notifiees_.tell( &Notifiee::onInStep ); }
+
 void Channel::lostIs( const Gant::String & reason ) {
    if ( lost_ ) return;
    GANT_TRACE( 0, "data plane lost: ", reason );

@@ -60,6 +60,8 @@ class Channel : public Gant::PtrInterface {
       virtual void onRefusal( const Refusal & ) {}
       // Another agent has the data plane: the session waits for it. owner() says who.
       virtual void onOwner() {}
+      // The data plane has answered that the session is in step.
+      virtual void onInStep() {}
       // The session is over. The reason is in lossReason().
       virtual void onLost() {}
    };
@@ -113,6 +115,7 @@ class Channel : public Gant::PtrInterface {
    bool wantsRefusals( OriginId id ) const;
    void acknowledgedIs( U64 requests );
    void ownerIs( const Gant::String & owner, double since );
+   void tellInStep();
    void lostIs( const Gant::String & reason );
 
  private:

@@ -164,9 +164,10 @@ grpc::ByteBuffer byteBuffer( Gant::CleansedString bytes ) {
 
 } // namespace
 
-GrpcChannel::GrpcChannel( Peer peer, bool takeOver, double silenceMost ) :
+GrpcChannel::GrpcChannel( Peer peer, bool takeOver, double silenceMost, bool beside ) :
      peer_( std::move( peer ) ), inbox_( std::make_shared< Inbox >( this ) ),
-     transport_( streamTransport( peer_, inbox_, takeOver ) ), liveness_( silenceMost ), arena_( newArena() ) {
+     transport_( streamTransport( peer_, inbox_, { takeOver, beside } ) ), liveness_( silenceMost ),
+     arena_( newArena() ) {
    if ( silenceMost > 0 ) watch_ = std::make_unique< Watch >( *this, liveness_.period() );
 }
 
@@ -261,11 +262,12 @@ void GrpcChannel::added( bool changesForwarding ) {
    }
 }
 
-void GrpcChannel::closeBatch() {
-   if ( open_.empty() ) return;
+void GrpcChannel::closeBatch( bool inStep ) {
+   if ( open_.empty() && !inStep ) return;
    const auto requests = open_.requests();
    const auto number = nextNumber_++;
-   waiting_.push_back( { number, requests, std::exchange( openOrigins_, {} ), byteBuffer( open_.take( number ) ) } );
+   waiting_.push_back(
+        { number, requests, std::exchange( openOrigins_, {} ), byteBuffer( open_.take( number, inStep ) ) } );
    // The messages of what was written are gone now.
    if ( arena_->SpaceUsed() > arenaMax ) arena_->Reset();
 }
@@ -295,6 +297,7 @@ void GrpcChannel::begun( const vex::pb::Hello & hello ) {
    dataPlaneVersion_ = hello.version();
    counterPath_ = hello.counter_path();
    routesMost_ = hello.max_routes();
+   beside_ = hello.beside();
    sendWaiting();
 }
 
@@ -315,6 +318,20 @@ void GrpcChannel::replied( const vex::pb::BatchReply & reply ) {
    for ( const auto & answer : reply.answer() )
       if ( answer.index() < batch.requests ) responseIs( batch.origin( answer.index() ), answer.data() );
    acknowledgedIs( before + batch.requests );
+   if ( !reply.has_in_step() ) return;
+   const auto & told = reply.in_step();
+   inStep_ = InStep{ told.changed(), static_cast< double >( told.held() ) * 1e-9, told.early() };
+   tellInStep();
+}
+
+void GrpcChannel::inStepIs() {
+   closeBatch( true );
+   sendWaiting();
+}
+
+void GrpcChannel::leave() {
+   inbox_->close();
+   ended( "it was left", false );
 }
 
 // Each refusal is told by its number. In words there are the newest ones, as many as are kept, the first of each run,

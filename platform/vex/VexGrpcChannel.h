@@ -11,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace vex::pb {
@@ -25,6 +26,13 @@ class Heartbeat;
 class Transport;
 struct DescribedRequest;
 
+// How the data plane changed over to what a session has told.
+struct InStep {
+   bool changed = false; // another graph forwarded until then
+   double held = 0;      // seconds that packets waited for it
+   Gant::String early{}; // why the other one went before; empty: it did not
+};
+
 // Requests are encoded into the open batch. It is closed at the end of the loop's turn, or when it is full, and waits
 // until fewer than `outstandingMax` batches are on their way. So a slow data plane holds the queue, and nothing blocks.
 //
@@ -38,8 +46,8 @@ class GrpcChannel : public Channel {
    static constexpr size_t outstandingMax = 8;
 
    // Connects at once. `takeOver`: also from another agent that has the data plane. `silenceMost`: seconds, as Liveness
-   // takes them.
-   explicit GrpcChannel( Peer peer, bool takeOver = false, double silenceMost = 3 );
+   // takes them. `beside`: what the data plane forwards by goes on until inStepIs().
+   explicit GrpcChannel( Peer peer, bool takeOver = false, double silenceMost = 3, bool beside = false );
    ~GrpcChannel() override;
    const char * fwkType() const override { return "Vex::GrpcChannel"; }
 
@@ -65,6 +73,15 @@ class GrpcChannel : public Channel {
    // The routes that its FIB has room for; 0: it has not said.
    U32 routesMost() const { return routesMost_; }
 
+   // Since the session's begin: another graph forwards, until this session is in step.
+   bool beside() const { return beside_; }
+   // What was queued before is all that there is to tell: the data plane changes over behind it, and answers.
+   void inStepIs();
+   // What it has answered; nothing before.
+   const std::optional< InStep > & inStep() const { return inStep_; }
+   // The session is over, and what is queued from here on goes nowhere. Nobody is told.
+   void leave();
+
    // Requests that wait in this process, and those on their way.
    size_t requestsWaiting() const;
    size_t requestsOutstanding() const;
@@ -85,7 +102,7 @@ class GrpcChannel : public Channel {
    void noteOrigin( OriginId origin );
    void added( bool changesForwarding );
    void lookAfterPeer();
-   void closeBatch();
+   void closeBatch( bool inStep = false );
    void sendWaiting();
    void begun( const vex::pb::Hello & hello );
    void replied( const vex::pb::BatchReply & reply );
@@ -114,6 +131,8 @@ class GrpcChannel : public Channel {
    Gant::String dataPlaneVersion_;
    Gant::String counterPath_;
    U32 routesMost_ = 0;
+   bool beside_ = false;
+   std::optional< InStep > inStep_;
 };
 
 } // namespace Vex

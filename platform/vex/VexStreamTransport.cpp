@@ -30,10 +30,11 @@ Gant::String agentText() {
 // so that a lone batch does not wait for a second thread.
 class StreamTransport : public Transport {
  public:
-   StreamTransport( const Peer & peer, std::shared_ptr< TransportSink > sink, bool takeOver ) :
+   StreamTransport( const Peer & peer, std::shared_ptr< TransportSink > sink, SessionWish wish ) :
         sink_( std::move( sink ) ), channel_( transportChannel( peer ) ), stub_( channel_ ) {
       context_.AddMetadata( "vex-agent", agentText() );
-      if ( takeOver ) context_.AddMetadata( "vex-takeover", "1" );
+      if ( wish.beside ) context_.AddMetadata( "vex-beside", "1" );
+      if ( wish.takeOver ) context_.AddMetadata( "vex-takeover", "1" );
       stream_ = stub_.PrepareCall( &context_, "/vex.pb.Engine/Session", &queue_ );
       stream_->StartCall( tag( Event::started ) );
       thread_ = std::thread( [ this ] { run(); } );
@@ -154,8 +155,8 @@ class StreamTransport : public Transport {
 } // namespace
 
 std::unique_ptr< Transport > streamTransport( const Peer & peer, std::shared_ptr< TransportSink > sink,
-                                              bool takeOver ) {
-   return std::make_unique< StreamTransport >( peer, std::move( sink ), takeOver );
+                                              SessionWish wish ) {
+   return std::make_unique< StreamTransport >( peer, std::move( sink ), wish );
 }
 
 } // namespace Vex

@@ -43,7 +43,13 @@ class Transport {
 // False: the bytes are no such message. What is copied on the way is overwritten.
 bool parse( const grpc::ByteBuffer & bytes, google::protobuf::Message & message );
 
-std::unique_ptr< Transport > streamTransport( const Peer & peer, std::shared_ptr< TransportSink > sink, bool takeOver );
+// What a session asks for at its begin, in the call's metadata.
+struct SessionWish {
+   bool takeOver = false; // also from another agent that has the data plane
+   bool beside = false;   // what forwards goes on until this session is in step
+};
+std::unique_ptr< Transport > streamTransport( const Peer & peer, std::shared_ptr< TransportSink > sink,
+                                              SessionWish wish );
 std::unique_ptr< Transport > unaryTransport( const Peer & peer, std::shared_ptr< TransportSink > sink );
 
 } // namespace Vex

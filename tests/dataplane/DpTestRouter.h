@@ -38,7 +38,8 @@ class Tap : public Module {
 // packets are put for real: everything counts.
 class Router {
  public:
-   Router() {
+   explicit Router( std::shared_ptr< Surroundings > shared = std::make_shared< Surroundings >(), Side side = 0 ) :
+        surroundings( std::move( shared ) ), graph( {}, surroundings, side ) {
       set( coreLines() );
       set( ethernetLines( "et1", 1 ) );
       set( ethernetLines( "et2", 2 ) );
@@ -122,6 +123,7 @@ class Router {
    static constexpr MacAddr kEt1{ { 0x02, 0, 0, 0, 0, 0x01 } };
 
    CounterTable counters;
+   std::shared_ptr< Surroundings > surroundings;
    Graph graph;
    Requests requests{ graph };
    RequestReader reader;

@@ -218,9 +218,11 @@ TEST( IpsecManagement, aKeyIsToldByItsLengthAlone ) {
 }
 
 // A tunnel out, and the way back in, of connection 7 in VRF 0 with the same associations in both directions.
-class Ipsec : public testing::Test {
- protected:
-   Ipsec() {
+class IpsecRouter {
+ public:
+   explicit IpsecRouter( const std::shared_ptr< Surroundings > & surroundings = std::make_shared< Surroundings >(),
+                         Side side = 0 ) :
+        router( surroundings, side ) {
       router.set( R"(
          create mgmt IpsecManagement
          mgmt initVirtDevice crypto_dev_name: 'crypto_openssl' max_nb_queue_pairs: 1 max_nb_sessions: 10
@@ -262,6 +264,8 @@ class Ipsec : public testing::Test {
    static constexpr const char * kTransit = "src: @10.9.0.1 dst: @10.3.0.7 proto: 17 sport: 1 dport: 2 dscp: 10";
    Router router;
 };
+
+class Ipsec : public testing::Test, protected IpsecRouter {};
 
 std::string toNat( std::string request ) { return request.replace( request.find( "10.3.0.7" ), 8, "192.0.2.2" ); }
 
@@ -428,6 +432,17 @@ TEST_F( Ipsec, anAssociationAnewOrWithAnotherWindowForgetsNothing ) {
    associate( entry( { { "auth_algorithm", "1" }, { "auth_info", "" }, { "auth_info_len", "0" } } ) );
    const auto plain = sealed();
    EXPECT_TRUE( through( "in", packetOf( plain ) ) && through( "in", packetOf( plain ) ) );
+}
+
+TEST_F( Ipsec, aGraphThatFollowsAnotherGoesOnWhereThatOneEndsWhoeverSendsMeanwhile ) {
+   associate( entry() );
+   const auto first = sealed();
+   IpsecRouter next( router.surroundings, 1 );
+   next.associate( entry() );
+   const auto second = sealed();
+   EXPECT_TRUE( through( "in", packetOf( first ) ) && through( "in", packetOf( second ) ) );
+   EXPECT_FALSE( next.through( "in", packetOf( first ) ) || next.through( "in", packetOf( second ) ) );
+   EXPECT_EQ( sequenceOf( next.sealed() ), 3u );
 }
 
 TEST_F( Ipsec, nothingLeavesInTheClear ) {

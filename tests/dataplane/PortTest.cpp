@@ -22,11 +22,14 @@ namespace {
 // Both ends are ours: nothing on the machine is needed.
 class Wired : public testing::Test {
  protected:
-   Wired() {
+   Wired() { tell( 5 ); }
+
+   // What makes a router by the next hop, of 5 and 6.
+   void tell( unsigned nextHop ) {
       plane.set( coreLines() );
       for ( const auto * intf : { "et1", "et2" } ) plane.set( ethernetLines( intf, intf[ 2 ] - '0' ) );
+      plane.set( fmt::format( "fibIpv4 addFec fec_id: 2 nh_info {{ gate: 2 nh_index: {} }}", nextHop ) );
       plane.set( R"(
-         fibIpv4 addFec fec_id: 2 nh_info { gate: 2 nh_index: 5 }
          fibIpv4 addRoute vrf: 0 prefix: @10.2.0.0 prefix_len: 16 fec_id: 2
          NextHop_et2 writeNH nexthopinfo { nh_index: 5 pkt_cmd: 1 mac_da: @02:aa:00:00:00:05 }
          NextHop_et2 writeNH nexthopinfo { nh_index: 6 pkt_cmd: 1 mac_da: @02:aa:00:00:00:06 }
@@ -165,6 +168,65 @@ TEST_F( Wired, eachPacketSeesWhatWasBeforeAChangeOrWhatIsAfterIt ) {
    changer.join();
    EXPECT_EQ( seen.count( "02:aa:00:00:00:05" ) + seen.count( "02:aa:00:00:00:06" ), 2000u );
    EXPECT_GT( seen.count( "02:aa:00:00:00:06" ), 0u );
+}
+
+TEST_F( Wired, aGraphForwardsUntilTheOneBesideItIsInStepAndNoPacketIsLost ) {
+   ASSERT_EQ( make( "et1" ).errmsg(), "" );
+   ASSERT_EQ( make( "et2" ).errmsg(), "" );
+   const auto in = client( "et1" ), out = client( "et2" );
+   const auto packet = transit();
+   const auto way = [ & ] {
+      send( in, packet );
+      return received( out ).back();
+   };
+   plane.counters.add( 7 );
+
+   EXPECT_TRUE( plane.engine.beginBeside() );
+   EXPECT_EQ( plane.counters.value( 7 ), 0u );
+   EXPECT_EQ( plane.dump(), Lines() ) << "requests are about the session's own";
+   tell( 6 );
+   EXPECT_EQ( way(), '5' );
+   plane.engine.endBeside();
+   EXPECT_EQ( way(), '5' );
+
+   std::atomic< bool > ending = false;
+   std::thread changer( [ & ] {
+      for ( unsigned i = 0; !ending; ++i ) {
+         EXPECT_TRUE( plane.engine.beginBeside() );
+         tell( 5 + i % 2 );
+         vex::pb::Batch batch;
+         vex::pb::BatchReply reply;
+         batch.set_in_step( true );
+         plane.engine.apply( batch, reply );
+         EXPECT_TRUE( reply.in_step().changed() && reply.in_step().held() > 0 );
+      }
+   } );
+   std::multiset< char > seen;
+   for ( unsigned i = 0; i < 2000; ++i ) seen.insert( way() );
+   ending = true;
+   changer.join();
+   EXPECT_EQ( seen.count( '5' ) + seen.count( '6' ), 2000u );
+   EXPECT_GT( seen.count( '6' ), 0u );
+}
+
+TEST( Beside, theOlderGraphGoesAtOnceWhereBothTakeTooMuch ) {
+   CounterTable counters;
+   Engine engine( counters, { .memoryMost = 1u << 20 } );
+   RequestReader reader;
+   vex::pb::BatchReply reply;
+   engine.apply( reader.batch( "create one FibIpv4" ), reply );
+   EXPECT_TRUE( engine.beginBeside() );
+   engine.apply( reader.batch( "create other FibIpv4" ), reply );
+   EXPECT_FALSE( reply.has_in_step() );
+   vex::pb::Batch batch;
+   batch.set_in_step( true );
+   engine.apply( batch, reply );
+   EXPECT_EQ( reply.in_step().ShortDebugString(), "early: \"both graphs took more than 1 MB\"" );
+   engine.endBeside();
+   bess::pb::ListModulesResponse modules;
+   engine.list( modules );
+   ASSERT_EQ( modules.modules_size(), 1 );
+   EXPECT_EQ( modules.modules( 0 ).name(), "other" );
 }
 
 } // namespace

@@ -25,7 +25,9 @@ using grpc::StatusCode;
 class Client {
  public:
    // `agent` empty: one that says nothing of itself.
-   explicit Client( vex::pb::Engine::Stub & stub, const std::string & agent = "", bool takeOver = false ) {
+   explicit Client( vex::pb::Engine::Stub & stub, const std::string & agent = "", bool takeOver = false,
+                    bool beside = false ) {
+      if ( beside ) context_.AddMetadata( "vex-beside", "1" );
       if ( !agent.empty() ) context_.AddMetadata( "vex-agent", agent );
       if ( takeOver ) context_.AddMetadata( "vex-takeover", "1" );
       // A reply that never comes is a failure, not a test without an end.
@@ -186,6 +188,31 @@ TEST_F( Services, aFurtherSessionStandsByUntilThoseBeforeItHaveEnded ) {
    EXPECT_EQ( second.apply( "destroy fib" ), Lines() );
    EXPECT_TRUE( second.end().ok() );
    EXPECT_TRUE( last.read()->has_hello() );
+}
+
+TEST_F( Services, aSessionBesideWhatForwardsTakesItsPlaceWhenItIsInStepAndAnyOtherEmptiesAll ) {
+   auto first = begin();
+   EXPECT_EQ( first->apply( "create fib FibIpv4" ), Lines() );
+   const auto beside = [ this ] {
+      auto client = std::make_unique< Client >( *engineStub_, "", true, true );
+      const auto hello = client->read();
+      EXPECT_TRUE( hello && hello->hello().beside() );
+      EXPECT_EQ( moduleNames(), Lines() );
+      return client;
+   };
+   // It ends before it is in step: the older one is still there.
+   EXPECT_EQ( beside()->apply( "create other FibIpv4" ), Lines() );
+   auto second = beside();
+   EXPECT_EQ( second->apply( "create newer FibIpv4" ), Lines() );
+   vex::pb::Batch batch = second->reader.batch( "newer addVrf vrf: 0", 2 );
+   batch.set_in_step( true );
+   EXPECT_TRUE( second->send( batch ) );
+   EXPECT_TRUE( second->read()->in_step().changed() );
+   EXPECT_TRUE( second->end().ok() );
+   EXPECT_EQ( moduleNames(), Lines{ "newer" } );
+   begin();
+   EXPECT_EQ( moduleNames(), Lines() );
+   EXPECT_FALSE( Client( *engineStub_, "", true, true ).read()->hello().beside() ) << "nothing forwards";
 }
 
 TEST_F( Services, aSessionIsTakenOver ) {

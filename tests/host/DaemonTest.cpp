@@ -169,6 +169,26 @@ TEST_F( Vexl3d, reachesADataPlaneOverTcpWhereEachShowsACertificateOfTheOthersAut
    }
 }
 
+TEST_F( Vexl3d, tellsADataPlaneThatLivesOnEverythingBesideWhatForwards ) {
+   const auto address = "unix:" + path( "dataplane.sock" );
+   Process dataPlane( VEXDP_PROGRAM, { "--listen", address } );
+   const auto words = arguments( { "--dataplane", address, "--fpm", "off" } );
+   {
+      Process daemon( VEXL3D_PROGRAM, words, runtime() );
+      ASSERT_TRUE( daemon.says( fed ) );
+      EXPECT_FALSE( vexctl( { "show", "status" } )[ "result" ].contains( "forwarding" ) );
+      daemon.signal( SIGKILL );
+      daemon.wait();
+   }
+   EXPECT_EQ( nextHops( address, 0xc0000201 ), 2 ) << "it lives on";
+   write( "router.yaml", "interfaces:\n  - {name: Ethernet1, addresses: 10.0.1.1/24}\n" );
+   Process daemon( VEXL3D_PROGRAM, words, runtime() );
+   ASSERT_TRUE( daemon.says( "in step after " ) );
+   EXPECT_EQ( nextHops( address, 0xc0000201 ), -1 );
+   EXPECT_EQ( vexctl( { "show", "status" } )[ "result" ][ "forwarding" ], "in step" );
+   EXPECT_EQ( rows( { "verify" } ), Json::array() );
+}
+
 TEST_F( Vexl3d, oneDaemonOwnsADataPlaneAndTheOthersStandBy ) {
    const auto address = "unix:" + path( "dataplane.sock" );
    Process dataPlane( VEXDP_PROGRAM, { "--listen", address } );

@@ -48,6 +48,9 @@ class KernelTwinTest : public testing::Test {
       router.describe( "interfaces: [{name: Ethernet1, addresses: 10.66.1.1/24, mtu: 1400, mac: 02:00:00:00:66:01}, "
                        "{name: Loopback0, addresses: 192.0.2.1}]\n" +
                        more );
+      begin();
+   }
+   void begin() {
       twin = std::make_unique< Host::KernelTwin >(
            router.state, [ this ]( const std::string & error ) { errors.push_back( error ); } );
       twin->deviceIs( intf( "Ethernet1" ), { "one", near } );
@@ -105,7 +108,46 @@ TEST_F( KernelTwinTest, aDeviceIsBroughtInLineWheneverItComesAndWhoeverChangesIt
    expectPrinted( device, { "mtu 1300", "state UP", "ether 02:00:00:00:66:09" } );
    router.change( "replace interface {name: Ethernet1, addresses: 10.66.1.1/24, enabled: false}" );
    expectPrinted( ip + "-o link show one up", {} );
-   EXPECT_EQ( errors, Lines{} );
+   EXPECT_FALSE( errors.empty() );
+   for ( const auto & error : errors )
+      EXPECT_TRUE( error.starts_with( "interface Ethernet1: kernel device one in namespace " + near +
+                                      " is put right, as described: " ) )
+           << error;
+}
+
+TEST_F( KernelTwinTest, whatTheDescriptionLeavesOpenIsTheKernelsToSay ) {
+   plug();
+   start();
+   expectPrinted( device, inLine );
+   router.change( "replace interface {name: Ethernet1, addresses: kernel}" );
+   const auto fact = [ & ] { return router.state.intfBook().intfs().at( intf( "Ethernet1" ) ).fact; };
+   const auto has = [ & ]( const Lines & texts ) {
+      Lines present;
+      for ( const auto & address : fact().addresses ) present.push_back( address.stringValue() );
+      return present == texts;
+   };
+   EXPECT_TRUE( comes( [ & ] { return has( { "10.66.1.1/24" } ); } ) );
+   run( ip + "link set one address 02:00:00:00:66:07 && " + ip + "link set one mtu 1450 && " + ip +
+        "addr add 10.77.0.1/24 dev one && " + ip + "addr add 192.0.2.1/24 dev one" );
+   // The last one is the loopback's own.
+   EXPECT_TRUE( comes( [ & ] { return has( { "10.66.1.1/24", "10.77.0.1/24" } ) && fact().mtu == 1450; } ) );
+   EXPECT_EQ( fact().mac.stringValue(), "02:00:00:00:66:07" );
+   EXPECT_EQ( errors,
+              Lines{ "interface Ethernet1: address 192.0.2.1/24 overlaps with 192.0.2.1/32 of Loopback0, as the "
+                     "kernel has it" } );
+   run( ip + "addr del 192.0.2.1/24 dev one && " + ip + "link set one down" );
+   EXPECT_TRUE( comes( [ & ] { return !fact().enabled; } ) );
+   run( ip + "link set one up" );
+   EXPECT_TRUE( comes( [ & ] { return fact().enabled; } ) );
+   // One that is made anew has what the one before had; what is described in the end holds.
+   run( ip + "link del one" );
+   plug();
+   expectPrinted( device, { "mtu 1450", "state UP", "ether 02:00:00:00:66:07" } );
+   expectPrinted( addresses, { "inet 10.66.1.1/24", "inet 10.77.0.1/24" } );
+   router.change( "replace interface {name: Ethernet1, addresses: 10.66.1.1/24, mtu: 1400, mac: '02:00:00:00:66:01'}" );
+   expectPrinted( device, inLine );
+   expectPrinted( addresses, { "inet 10.66.1.1/24" } );
+   EXPECT_EQ( errors.size(), 1 );
 }
 
 TEST_F( KernelTwinTest, whatIsMissingOrRefusedIsNamedAndDoneOnceItCanBe ) {
@@ -203,6 +245,24 @@ TEST_F( KernelTwinTest, theKernelHasTheRoutesThatItCanUse ) {
    twin->routesWrittenIs( false );
    expectPrinted( routes, {} );
    expectPrinted( ip + "route show table local proto 86", { "local 192.0.2.1 dev lo scope host metric 86" } );
+   EXPECT_EQ( errors, Lines{} );
+}
+
+TEST_F( KernelTwinTest, whatAFormerOneWroteIsTakenOverAndWhatIsNotWantedStaysWhileItIsHeld ) {
+   plug();
+   start( "routes: [{prefix: 10.99.0.0/16, via: 10.66.1.2}, {prefix: 10.98.0.0/16, blackhole: true}]\n" );
+   const Lines both = { "blackhole 10.98.0.0/16 dev lo metric 86",
+                        "10.99.0.0/16 via 10.66.1.2 dev one metric 86 onlink" };
+   expectPrinted( routes, both );
+   twin = nullptr;
+   router.change( "del route {prefix: 10.98.0.0/16}" );
+   begin();
+   twin->leftoversHeldIs( true );
+   EXPECT_TRUE( comes( [ & ] { return twin->read() && twin->settled(); } ) );
+   EXPECT_EQ( printed( routes ), both );
+   twin->leftoversHeldIs( false );
+   expectPrinted( routes, { both[ 1 ] } );
+   expectPrinted( ip + "nexthop show proto 86 | grep -c .", { "2" } );
    EXPECT_EQ( errors, Lines{} );
 }
 

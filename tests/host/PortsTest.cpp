@@ -42,7 +42,14 @@ class FakePorts : public BESSControl::Service {
    }
    grpc::Status ListPorts( Context *, const EmptyRequest *, ListPortsResponse * response ) override {
       const std::lock_guard lock( mutex );
-      for ( const auto & [ name, port ] : ports ) response->add_ports()->set_name( name );
+      for ( const auto & [ name, port ] : ports ) {
+         auto & listed = *response->add_ports();
+         listed.set_name( name );
+         listed.set_driver( port.driver() );
+         listed.set_num_inc_q( port.num_inc_q() );
+         listed.set_num_out_q( port.num_out_q() );
+         if ( port.has_arg() ) *listed.mutable_driver_arg() = port.arg();
+      }
       return grpc::Status::OK;
    }
    grpc::Status SetPortConf( Context *, const SetPortConfRequest * request, CommandResponse * ) override {
@@ -98,7 +105,9 @@ class HostPorts : public testing::Test {
       ports = nullptr;
       server->Shutdown();
    }
-   void begin() { ports = Gant::make< Host::Ports >( router.state.tree().deviceDir, address, &kernel ); }
+   void begin( bool sweep = true ) {
+      ports = Gant::make< Host::Ports >( router.state.tree().deviceDir, address, &kernel, sweep );
+   }
    std::string seen( const char * name ) const {
       const auto * const port = ports->port( Host::PortKey::ofName( name ) );
       return port == nullptr ? "none" : std::string( textOf( port->state() ) ) + " " + port->reason();
@@ -149,9 +158,9 @@ tunnels: [{name: Tunnel1, source: 10.0.1.1, destination: 10.9.9.9}]
                                   "set Ethernet2/1 mac_addr: \"02:00:00:00:00:02\" mtu: 1500 admin_up: true",
                                   "set Ethernet3 mac_addr: \"02:00:00:00:00:03\" mtu: 1500 admin_up: true",
                                   "set Ethernet4 mac_addr: \"02:00:00:00:00:04\" mtu: 9000 admin_up: true",
-                                  "set kernel:Ethernet1 mac_addr: \"02:00:00:00:00:01\" mtu: 1500 admin_up: true",
-                                  "set kernel:Ethernet2/1 mac_addr: \"02:00:00:00:00:02\" mtu: 1500 admin_up: true",
-                                  "set kernel:Tunnel1 mtu: 1476 admin_up: true",
+                                  "set kernel:Ethernet1 mac_addr: \"02:00:00:00:00:01\" admin_up: true",
+                                  "set kernel:Ethernet2/1 mac_addr: \"02:00:00:00:00:02\" admin_up: true",
+                                  "set kernel:Tunnel1 admin_up: true",
                              } ) );
    runUntil( [ & ] { return Gant::activityManager()->poll() == 0 && kernel.calls.size() >= 3; } );
    kernel.calls.clear();
@@ -172,6 +181,32 @@ interfaces: [{name: Ethernet1, device: veth1, mac: 02:00:00:00:00:01, mtu: 1400}
    std::ranges::sort( kernel.calls );
    EXPECT_EQ( kernel.calls, ( Lines{ "Ethernet1 Ethernet1@r2 02:00:00:00:00:01 1400 link", "Ethernet1 gone",
                                      "Ethernet1 gone", "Ethernet2/1 gone", "Tunnel1 gone" } ) );
+}
+
+TEST_F( HostPorts, ofAnotherSessionTheEqualOnesStayAndTheOthersGoWhenTheyMay ) {
+   const auto describe = [ & ]( const std::string & more ) {
+      router.describe( "router: {kernel: false}\ninterfaces: [{name: Ethernet2, device: veth2}, " + more + "]\n" );
+   };
+   describe( "{name: Ethernet1, device: veth1}, {name: Ethernet4, device: veth4}" );
+   begin();
+   for ( const char * name : { "Ethernet1", "Ethernet2", "Ethernet4" } ) until( name, "up " );
+   ports = nullptr;
+   engine.take();
+
+   describe( "{name: Ethernet3, device: veth3}, {name: Ethernet4, device: veth9}" );
+   begin( false );
+   for ( const char * name : { "Ethernet2", "Ethernet3" } ) until( name, "up " );
+   const auto changes = [ & ] {
+      auto lines = engine.take();
+      std::erase_if( lines, []( const auto & line ) { return line.starts_with( "set " ); } );
+      return lines;
+   };
+   EXPECT_EQ( changes(), Lines{ "create Ethernet3 PMDPort 1 { vdev: \"net_af_packet_4,iface=veth3\" }" } );
+   EXPECT_EQ( seen( "Ethernet1" ), "leaving " );
+   ports->sweepIs();
+   runUntil( [ & ] { return ports->kept().size() == 3 && seen( "Ethernet4" ) == "up "; } );
+   EXPECT_EQ( changes(), ( Lines{ "create Ethernet4 PMDPort 1 { vdev: \"net_af_packet_3,iface=veth9\" }",
+                                  "destroy Ethernet1", "destroy Ethernet4" } ) );
 }
 
 TEST_F( HostPorts, oneThatCannotBeMadeOrIsLostIsTriedAgainAndNoOtherIsTouched ) {

@@ -42,13 +42,35 @@ VERBS = [
     ('route add 192.0.2.0/24 dev lo', {}),
 ]
 
+# Routes of each kind by two links, and what is left of them after what the kernel does not say, or says of one message.
+KINDS = '''route add 192.0.2.0/24 via 10.0.12.2
+nexthop add id 7 via 10.0.12.2 dev Ethernet2
+nexthop add id 8 via 10.0.1.2 dev Ethernet1
+nexthop add id 9 group 7/8
+route add 192.0.3.0/24 nhid 7
+route add 192.0.4.0/24 nhid 9
+route add 192.0.5.0/24 nexthop via 10.0.1.2 nexthop via 10.0.12.2
+route add 192.0.6.0/24 via 10.0.1.2 src 10.0.12.1
+route add blackhole 192.0.7.0/24'''
+ONE, TWO = '10.0.1.2', '10.0.12.2'
+UNSAID = [
+    ('ip link set Ethernet2 down', 1, {4: [ONE], 5: [ONE], 6: [ONE], 7: []}),
+    ('ip link set wire2 down', 1, {2: [TWO], 4: [ONE], 5: [ONE, TWO], 6: [ONE], 7: []}),
+    ('ip addr del 10.0.12.1/24 dev Ethernet2', 1, {3: [TWO], 4: [ONE, TWO], 5: [ONE], 7: []}),
+    ('ip nexthop del id 7', 1, {2: [TWO], 4: [ONE], 5: [ONE, TWO], 6: [ONE], 7: []}),
+    *[('ip nexthop replace id 7 via 10.0.12.3 dev Ethernet2', compatible,
+       {2: [TWO], 3: ['10.0.12.3'], 4: [ONE, '10.0.12.3'], 5: [ONE, TWO], 6: [ONE], 7: []}) for compatible in (0, 1)],
+    ('ip nexthop replace id 7 blackhole', 0, {2: [TWO], 3: [], 4: [ONE], 5: [ONE, TWO], 6: [ONE], 7: []}),
+    ('ip route flush proto boot', 1, {}),
+]
+
 
 class Bird(unittest.TestCase):
     def test_bgp_comes_up_over_the_ports_and_what_the_kernel_drops_goes(self):
         with lab.Lab() as net:
             for n, router in net.routers.items():
                 router.begin('--fpm', 'off')
-                router.bird(CONFIG.format(n=n, o=3 - n))
+                router.bird(router.directory, CONFIG.format(n=n, o=3 - n))
             router = net.routers[1]
             net.reaches()
             lab.until(lambda: '10.0.2.0/24' in router.routes('kernel'), "BIRD's route is the router's")
@@ -59,6 +81,29 @@ class Bird(unittest.TestCase):
             router.end('bird', kill=True)
             router.run('ip', 'link', 'set', 'Ethernet2', 'down')
             lab.until(lambda: router.routes('kernel') == {}, 'what the kernel dropped is gone')
+
+    def test_what_the_kernel_takes_away_unsaid_goes(self):
+        with lab.Lab() as net:
+            router = net.routers[1]
+            router.begin('--fpm', 'off')
+
+            def of_kernel():
+                return {int(prefix.split('.')[2]): sorted(via['address'] for via in row['via'] if 'kind' not in via)
+                        for prefix, row in router.routes('kernel').items()}
+
+            def told():
+                for words in (('route', 'flush', 'proto', 'boot'), ('nexthop', 'flush')):
+                    router.run('ip', *words)
+                return router.run('ip', '-batch', router.directory / 'kinds', check=False).returncode == 0
+            (router.directory / 'kinds').write_text(KINDS)
+            for what, compatible, left in UNSAID:
+                router.run('sysctl', '-qw', f'net.ipv4.nexthop_compat_mode={compatible}')
+                lab.until(told, f'before {what}: the kernel takes them', 10)
+                lab.until(lambda: len(of_kernel()) == 6, f'before {what}', 10)
+                (net.routers[2] if 'wire2' in what else router).run(*what.split())
+                lab.until(lambda: of_kernel() == left, f'{what}: {left}, not {of_kernel()}', 10)
+                net.routers[2].run('ip', 'link', 'set', 'wire2', 'up')
+                router.run('ip', 'link', 'set', 'Ethernet2', 'up')
 
     def test_each_verb_of_ip_route_is_followed(self):
         with lab.Lab() as net:

@@ -1,5 +1,6 @@
 """A router with FRR: routes come by FPM."""
 
+import json
 import struct
 import unittest
 
@@ -41,6 +42,16 @@ interface Ethernet2
  ip ospf network point-to-point
 '''
 STATIC = 'ip route 192.0.2.0/24 10.0.1.9\nip route 198.51.100.0/24 blackhole\n'
+
+
+SUPPRESS = 'router bgp 65001\n bgp suppress-fib-pending\n neighbor 10.0.1.2 remote-as 65003\n'
+LISTENER = '''
+router id 10.0.1.2;
+protocol device {}
+protocol bgp {
+  local 10.0.1.2 as 65003; neighbor 10.0.1.1 as 65001; connect retry time 1;
+  ipv4 { import all; export none; }; }
+'''
 
 
 class Frr(unittest.TestCase):
@@ -87,6 +98,43 @@ class Frr(unittest.TestCase):
             lab.until(lambda: router.source('fpm')['stale'] == 0 and
                       sorted(router.routes('fpm')) == ['10.0.2.0/24', '192.0.2.0/24'], 'the rest is swept')
             net.reaches()
+
+    def test_an_announcement_is_held_back_until_the_route_is_programmed(self):
+        with lab.Lab() as net:
+            router, listener = net.routers[1], net.hosts[1]
+            # Without it the kernel keeps no answer on a route of a single next-hop object.
+            for each in net.routers.values():
+                each.run('sysctl', '-qw', 'net.ipv4.nexthop_compat_mode=0')
+            router.begin(more='kernel-offload: false\n')
+            net.routers[2].begin()
+            router.zebra('--asic-offload=notify_on_offload')
+            net.routers[2].zebra()
+            for n, each in net.routers.items():
+                each.frr('bgpd', BGP.format(n=n, o=3 - n) + (SUPPRESS if n == 1 else ''))
+            listener.bird(router.directory, LISTENER)
+
+            def heard():
+                return '10.0.2.0/24' in listener.run('birdc', '-s', router.directory / 'bird.ctl', 'show', 'route',
+                                                   check=False).stdout
+
+            def queued():
+                shown = json.loads(router.vtysh('show ip route 10.0.2.0/24 json') or '{}').get('10.0.2.0/24', [{}])[0]
+                return shown.get('queued', False), shown.get('offloaded', False)
+            lab.until(lambda: router.routes('fpm').get('10.0.2.0/24', {}).get('state') == 'programmed', 'by FPM')
+            lab.until(lambda: 'Established' in router.vtysh('show bgp neighbors 10.0.1.2'), 'the listener is there')
+            self.assertEqual((queued(), heard()), ((True, False), False))
+            router.describe()
+            router.ctl('reload')
+            lab.until(heard, 'it is announced')
+            lab.until(lambda: queued() == (False, True), 'zebra has heard of it')
+            # This zebra writes its route anew when it hears an answer, the other one lets it be.
+            lab.until(lambda: 'rt_offload' in net.routers[2].run('ip', 'route', 'show', '10.0.1.0/24').stdout,
+                      'the kernel shows it')
+            # No answer to an answer: what zebra tells of it is no change.
+            answered = router.source('kernel')['answered']
+            router.run('ip', 'route', 'add', '198.51.100.0/24', 'via', '10.0.1.2')
+            lab.until(lambda: 'offload' in router.run('ip', 'route', 'show', '198.51.100.0/24').stdout, 'it is answered')
+            self.assertEqual(router.source('kernel')['answered'], answered + 1)
 
     def test_a_route_is_answered_once_and_what_is_malformed_ends_the_connection(self):
         with lab.Lab() as net:

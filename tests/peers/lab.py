@@ -6,6 +6,8 @@ A router is a namespace with vexl3d, its embedded vexdp, and the suite's daemons
 the kernel. The judges are the hosts' ping, and what the daemons say.
 """
 
+import ctypes
+import fcntl
 import json
 import os
 import pathlib
@@ -49,6 +51,12 @@ def run(*words, check=True):
     return done
 
 
+def enter(space):
+    """The calling thread, a network namespace that is open."""
+    if ctypes.CDLL(None, use_errno=True).setns(space.fileno(), 0) != 0:
+        raise OSError(ctypes.get_errno(), 'setns')
+
+
 def main():
     """Runs the caller's tests; what cannot be tried here ends with 77 and the reason."""
     if why := missing():
@@ -84,6 +92,11 @@ class Space:
             process.kill()
             process.wait()
 
+    def bird(self, directory, config):
+        file = directory / 'bird.conf'
+        file.write_text(config)
+        self.start('bird', 'bird', '-f', '-c', file, '-s', directory / 'bird.ctl', log=directory / 'bird.log')
+
     def close(self):
         for key in reversed(list(self.processes)):
             self.end(key)
@@ -100,12 +113,16 @@ class Router(Space):
         self.directory.mkdir()
         self.socket = self.directory / 'vexl3d.sock'
 
-    def begin(self, *options):
+    def describe(self, more=''):
         description = self.directory / 'router.yaml'
-        description.write_text(f'router: {{mac: "02:00:00:aa:00:0{self.number}"}}\n'
+        description.write_text(f'router: {{mac: "02:00:00:aa:00:0{self.number}"}}\n{more}'
                                'interfaces:\n'
                                f'  - {{name: Ethernet1, addresses: 10.0.{self.number}.1/24, device: wire1}}\n'
                                f'  - {{name: Ethernet2, addresses: 10.0.12.{self.number}/24, device: wire2}}\n')
+        return description
+
+    def begin(self, *options, more=''):
+        description = self.describe(more)
         self.start('vexl3d', BIN / 'vexl3d', '--config', description, '--socket', self.socket, *options,
                    log=self.directory / 'vexl3d.log')
         until(lambda: self.run('ip', '-o', 'addr', 'show', 'dev', 'Ethernet2', check=False).returncode == 0 and
@@ -129,8 +146,8 @@ class Router(Space):
                    self.directory / 'zserv', '--vty_socket', self.directory,
                    '--log', f'file:{self.directory}/{daemon}.log', *options, log=self.directory / f'{daemon}.out')
 
-    def zebra(self):
-        self.frr('zebra', 'fpm address 127.0.0.1 port 2620\n', '-M', 'dplane_fpm_nl', '-P', '0')
+    def zebra(self, *options):
+        self.frr('zebra', 'fpm address 127.0.0.1 port 2620\n', '-M', 'dplane_fpm_nl', '-P', '0', *options)
         until(lambda: (self.directory / 'zserv').exists(), 'zebra listens')
 
     def vtysh(self, command):
@@ -144,14 +161,11 @@ class Router(Space):
         for log in sorted(self.directory.glob('*.log')) + sorted(self.directory.glob('*.out')):
             print(f'--- {log.name}', *log.read_text(errors='replace').splitlines()[-30:], sep='\n')
 
-    def bird(self, config):
-        file = self.directory / 'bird.conf'
-        file.write_text(config)
-        self.start('bird', 'bird', '-f', '-c', file, '-s', self.directory / 'bird.ctl', log=self.directory / 'bird.log')
-
 
 class Lab:
     def __enter__(self):
+        self.claim = open('/run/lock/vexl3-peers', 'w')  # the namespaces have names of the whole machine
+        fcntl.flock(self.claim, fcntl.LOCK_EX)
         for space in run('ip', 'netns', 'list').stdout.split():
             if space.startswith(f'{NAME}-'):
                 run('ip', 'netns', 'del', space)
@@ -185,3 +199,4 @@ class Lab:
             space.close()
         if not os.environ.get('VEXL3_KEEP'):
             self.directory.cleanup()
+        self.claim.close()

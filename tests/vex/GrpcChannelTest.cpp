@@ -257,7 +257,7 @@ TEST_F( GrpcChannel, whatIsSentAfterTheEndOfTheStreamIsForgotten ) {
    // Many times, since the two threads have to meet.
    for ( int round = 0; round < 50; ++round ) {
       const auto sink = std::make_shared< Sink >();
-      const auto transport = Vex::streamTransport( address, sink, false );
+      const auto transport = Vex::streamTransport( address, sink, {} );
       transport->send( batch );
       EXPECT_EQ( sink->ended.get_future().get(), "told to end" );
       for ( int n = 0; n < 1000; ++n ) transport->send( batch );

@@ -1,0 +1,136 @@
+"""Sources that are lost at the worst moment: a flood that the kernel's buffer does not hold, a routing suite that goes in
+the middle of its table, a daemon that is killed, both, and a data plane that stands still.
+
+Each time nothing is stale after the sweep, and nothing that was told again was taken away: the witness are the removals
+that the data plane was asked for.
+
+    abuse.py [--routes 20000]
+"""
+
+import argparse
+import pathlib
+import signal
+import socket
+import struct
+import sys
+import unittest
+
+import lab
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / 'bench'))
+import sources  # noqa: E402
+
+ROUTES = 20000
+CONFIG = 'kernel-offload: false\n'
+
+
+class Client:
+    """A routing suite's end of FPM, in the router's namespace."""
+
+    def __init__(self, router):
+        here = open('/proc/self/ns/net')
+        with open(f'/run/netns/{router.name}') as there:
+            lab.enter(there)
+            self.wire = socket.socket()
+            lab.enter(here)
+        here.close()
+        lab.until(lambda: self.wire.connect_ex(('127.0.0.1', 2620)) == 0, 'it takes us')
+        self.index = int(router.run('cat', '/sys/class/net/Ethernet1/ifindex').stdout)
+
+    def tell(self, first, last):
+        self.wire.sendall(sources.stream(last, self.index, first))
+
+    def close(self):
+        self.wire.close()
+
+
+class Abuse(unittest.TestCase):
+    def setUp(self):
+        self.lab = lab.Lab()
+        self.router = self.lab.__enter__().routers[1]
+        self.addCleanup(self.lab.__exit__, None, None, None)
+        self.begin()
+
+    def begin(self):
+        self.router.begin('--source-quiet', '1', more=CONFIG)
+
+    def counted(self, source, routes, stale=0):
+        def there():
+            row = self.router.source(source)
+            return (row['routes'], row['stale']) == (routes, stale)
+        lab.until(there, f'{routes} routes of {source}, {stale} of them stale: {self.router.source(source)}')
+
+    def verified(self):
+        lab.until(lambda: self.router.ctl('verify').get('differences') == 0, 'the data plane has what is meant')
+
+    def test_a_flood_that_no_buffer_holds_is_read_again(self):
+        self.router.ctl('show', 'status')
+        for verb, left in (('add', ROUTES), ('del', 0), ('add', ROUTES)):
+            file = self.router.directory / 'flood'
+            file.write_text(''.join(f'route {verb} {dotted(n)}/24 via 10.0.1.2\n' for n in range(ROUTES)))
+            self.router.processes['vexl3d'].send_signal(signal.SIGSTOP)
+            self.router.run('ip', '-batch', file)
+            self.router.processes['vexl3d'].send_signal(signal.SIGCONT)
+            self.counted('kernel', left)
+        self.assertGreater(self.router.source('kernel')['losses'], 0)
+        self.verified()
+
+    def test_a_suite_that_goes_in_the_middle_of_its_table_and_comes_back(self):
+        client = Client(self.router)
+        client.tell(0, ROUTES)
+        self.counted('fpm', ROUTES)
+        client.close()
+        self.counted('fpm', ROUTES, ROUTES)
+        # Half of them, lost again, then three quarters: the last quarter is what was not told again.
+        client = Client(self.router)
+        client.tell(0, ROUTES // 2)
+        client.close()
+        self.counted('fpm', ROUTES, ROUTES)
+        client = Client(self.router)
+        client.tell(0, ROUTES * 3 // 4)
+        self.counted('fpm', ROUTES * 3 // 4)
+        self.verified()
+        client.close()
+
+    def test_the_daemon_is_killed_and_both_are(self):
+        client = Client(self.router)
+        client.tell(0, ROUTES)
+        for last in (ROUTES, ROUTES // 2):
+            self.router.end('vexl3d', kill=True)
+            client.close()
+            self.begin()
+            client = Client(self.router)
+            client.tell(0, last)
+            self.counted('fpm', last)
+        self.verified()
+        client.close()
+
+    def test_a_data_plane_that_stands_still_stops_the_reading(self):
+        client = Client(self.router)
+        plane = self.router.ctl('show', 'status')['result']['dataPlanePid']
+        lab.run('kill', '-STOP', plane)
+        client.wire.settimeout(1)
+        try:
+            for first in range(0, 100 * ROUTES, ROUTES):
+                client.tell(first, first + ROUTES)
+        except TimeoutError:
+            pass
+        source = self.router.source('fpm')
+        self.assertGreater(source['pausedSeconds'], 0)
+        self.assertLess(source['routes'], 40 * ROUTES)
+        lab.run('kill', '-CONT', plane)
+        lab.until(lambda: self.router.source('fpm')['pausedSeconds'] == 0, 'it reads on')
+        client.close()
+
+
+def dotted(number):
+    return socket.inet_ntoa(struct.pack('>I', sources.prefix(number)))
+
+
+if __name__ == '__main__':
+    options = argparse.ArgumentParser()
+    options.add_argument('--routes', type=int, default=ROUTES)
+    known, rest = options.parse_known_args()
+    ROUTES = known.routes
+    sys.argv[1:] = rest
+    lab.main()
