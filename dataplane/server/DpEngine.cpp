@@ -373,7 +373,7 @@ void Engine::drops( DropsReply & reply ) const {
 
 void Engine::gates( GatesReply & reply ) const {
    const Hold hold( *this );
-   listGates( graph_, reply );
+   listGates( graphs_.told(), reply );
    reply.set_timestamp( secondsNow() );
 }
 
@@ -384,7 +384,7 @@ void Engine::probe( const ProbeRequest & request, ProbeReply & reply ) {
    while ( !probe.done() ) {
       {
          const Hold hold( *this );
-         probe.some( graph_, counters_ );
+         probe.some( graphs_.told(), counters_ );
          shared = worker_ != nullptr;
       }
       if ( shared ) probe.rest();

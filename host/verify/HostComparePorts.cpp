@@ -76,7 +76,8 @@ void PortComparison::compare( const Wanted & wanted, const bess::pb::ListPortsRe
    // What a driver does not have, it leaves empty.
    if ( const auto mac = Kynet::EthAddr::fromString( conf.mac_addr() ); mac && !!*mac && !meant.mac_addr().empty() )
       findings.compare( wanted.name, "MAC", meant.mac_addr(), mac->stringValue() );
-   if ( conf.mtu() != 0 )
+   // What is not told is the kernel's to say.
+   if ( conf.mtu() != 0 && meant.mtu() != 0 )
       findings.compare( wanted.name, "MTU", std::to_string( meant.mtu() ), std::to_string( conf.mtu() ) );
    findings.compare( wanted.name, "enabled", meant.admin_up() ? "yes" : "no", conf.admin_up() ? "yes" : "no" );
 }
