@@ -45,14 +45,15 @@ void FpmAnswers::clear() {
 }
 
 void FpmAnswers::handleClock() {
+   frames_.clear();
    // Whoever takes nothing is asked again.
    if ( sender_ && sender_( {} ) ) {
-      frames_.clear();
       look( state_.routes4(), waiting4_ );
       look( state_.routes6(), waiting6_ );
       if ( !frames_.empty() ) sender_( frames_ );
    }
-   if ( waiting() != 0 ) clock_->timeMinIs( clock_->now() + every );
+   // The turns between are for those that come.
+   if ( waiting() != 0 ) clock_->timeMinIs( clock_->now() + ( frames_.empty() ? every : leastPause ) );
 }
 
 template < typename Book, typename P >

@@ -55,7 +55,7 @@ class FpmAnswers : public Gant::StateMachine {
    template < typename Book, typename P >
    void answer( const Book & book, const Waiting< P > & one, bool programmed );
 
-   static constexpr double every = 0.05; // seconds
+   static constexpr double every = 0.05, leastPause = 0.005; // seconds
    const RouterState & state_;
    const Surroundings around_;
    std::function< bool( const std::string & ) > sender_;

@@ -300,6 +300,13 @@ std::vector< SourceRefusal > FpmRoutes::refusals() const {
    return refusals;
 }
 
+void FpmRoutes::eachRefused( size_t most, const Source::EachRefused & each ) const {
+   for ( const auto & [ key, pending ] : pending_ ) {
+      if ( most-- == 0 ) return;
+      each( "FPM's route " + key.prefix.stringValue() + " of table " + std::to_string( key.table ), pending.why );
+   }
+}
+
 // -- Connections
 
 void FpmRoutes::forgetLast() {

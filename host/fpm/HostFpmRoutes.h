@@ -48,6 +48,7 @@ class FpmRoutes {
    U64 messages() const { return messages_; }
    size_t nextHops() const { return nextHops_.size(); }
    std::vector< SourceRefusal > refusals() const;
+   void eachRefused( size_t most, const Source::EachRefused & each ) const;
 
  private:
    struct Fec {

@@ -49,6 +49,7 @@ class FpmServer : public Source, public Gant::StateMachine {
    // Source.
    SourceFacts facts() const override;
    std::vector< SourceRefusal > refusals() const override { return routes_.refusals(); }
+   void eachRefused( size_t most, const EachRefused & each ) const override { routes_.eachRefused( most, each ); }
    std::string resync() override;
 
  private:

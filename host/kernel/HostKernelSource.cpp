@@ -279,6 +279,16 @@ void KernelRouteReader::addRefusals( std::map< std::string, SourceRefusal > & by
    }
 }
 
+size_t KernelRouteReader::eachRefused( size_t most, const Source::EachRefused & each ) const {
+   const auto place = args_.netns.empty() ? std::string() : " of namespace " + args_.netns;
+   for ( const auto & [ key, why ] : refused_ ) {
+      if ( most == 0 ) return 0;
+      --most;
+      each( "kernel's route " + key.prefix.stringValue() + " metric " + std::to_string( key.metric ) + place, why );
+   }
+   return most;
+}
+
 // -- All of them
 
 struct KernelSource::GantClock : Gant::Clock::Notifiee {
@@ -378,6 +388,10 @@ std::vector< SourceRefusal > KernelSource::refusals() const {
    std::vector< SourceRefusal > refusals;
    for ( auto & [ reason, refusal ] : byReason ) refusals.push_back( std::move( refusal ) );
    return refusals;
+}
+
+void KernelSource::eachRefused( size_t most, const EachRefused & each ) const {
+   for ( const auto * const reader : readers_ ) most = reader->eachRefused( most, each );
 }
 
 std::string KernelSource::resync() {

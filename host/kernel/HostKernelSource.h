@@ -49,6 +49,8 @@ class KernelRouteReader : public Gant::StateMachine {
    U64 bytes() const { return bytes_; }
    size_t nextHops() const { return nextHops_.size(); }
    void addRefusals( std::map< std::string, SourceRefusal > & byReason ) const;
+   // Gives how many more may come.
+   size_t eachRefused( size_t most, const Source::EachRefused & each ) const;
 
  private:
    enum class Table { nextHops, routes4, routes6 };
@@ -123,6 +125,7 @@ class KernelSource : public Source, public Gant::StateMachine {
    // Source.
    SourceFacts facts() const override;
    std::vector< SourceRefusal > refusals() const override;
+   void eachRefused( size_t most, const EachRefused & each ) const override;
    std::string resync() override;
 
  private:

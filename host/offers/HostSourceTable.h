@@ -36,6 +36,9 @@ class Source {
    virtual ~Source() = default;
    virtual SourceFacts facts() const = 0;
    virtual std::vector< SourceRefusal > refusals() const = 0;
+   // Up to so many of them, one after the other.
+   using EachRefused = std::function< void( const std::string & route, const char * reason ) >;
+   virtual void eachRefused( size_t most, const EachRefused & each ) const = 0;
    // Has everything told anew. Gives why not, empty when it was begun.
    virtual std::string resync() = 0;
 };

@@ -267,7 +267,7 @@ PortWish Ports::kernelWish( Kynet::IntfId intfId, const Device & device ) {
    // What the kernel may say of it is not to be set behind its back: the kernel's side does that.
    if ( !device.tunnel && !device.open.mac ) wish.conf.set_mac_addr( device.mac.stringValue() );
    if ( !device.open.mtu ) wish.conf.set_mtu( device.mtu );
-   wish.conf.set_admin_up( device.open.enabled || device.enabled );
+   wish.conf.set_admin_up( device.enabled );
    return wish;
 }
 

@@ -186,7 +186,8 @@ std::unique_ptr< Answer > routes( const Asked & asked ) {
 std::unique_ptr< Answer > pending( const Asked & asked ) {
    const AgentView session( asked.daemon );
    const auto most = std::min< U64 >( asked.question.number( "most", 1000 ), 1000000 );
-   return atOnce( [ session, most ]( Output & out ) {
+   const auto & sources = asked.daemon.state().sources();
+   return atOnce( [ session, most, &sources ]( Output & out ) {
       size_t count = 0;
       const auto rows = [ & ]( const Hul::Pendings & pendings ) {
          for ( const auto & pending : pendings )
@@ -197,6 +198,11 @@ std::unique_ptr< Answer > pending( const Asked & asked ) {
       rows( session.agent()->aclSm()->pending() );
       rows( session.agent()->qosAclSm()->pending() );
       rows( session.agent()->ipsecConnectionTableSm()->pending() );
+      for ( const auto teller : { Teller::kernel(), Teller::fpm() } )
+         if ( const auto * const source = sources.source( teller ); source != nullptr && count <= most )
+            source->eachRefused( most + 1 - count, [ & ]( const std::string & route, const char * reason ) {
+               if ( ++count <= most ) out.row( { { "object", route }, { "reason", reason } } );
+            } );
       out.endMember( "more", count > most );
       out.endMember( "busy", session.agent()->hulVrfRootSm()->busy() );
    } );

@@ -52,19 +52,22 @@ class Abuse(unittest.TestCase):
         self.begin()
 
     def begin(self):
-        self.router.begin('--source-quiet', '1', more=CONFIG)
+        self.router.begin('--source-quiet', '1', '--dataplane-timeout', '0', more=CONFIG)
+        lab.until(lambda: self.router.ctl('show', 'status').get('result', {}).get('phase') == 'running', 'it runs')
 
     def counted(self, source, routes, stale=0):
         def there():
             row = self.router.source(source)
             return (row['routes'], row['stale']) == (routes, stale)
-        lab.until(there, f'{routes} routes of {source}, {stale} of them stale: {self.router.source(source)}')
+        try:
+            lab.until(there, f'{routes} routes of {source}, {stale} of them stale', 30)
+        except AssertionError as error:
+            raise AssertionError(f'{error}, but {self.router.source(source)}') from None
 
     def verified(self):
         lab.until(lambda: self.router.ctl('verify').get('differences') == 0, 'the data plane has what is meant')
 
     def test_a_flood_that_no_buffer_holds_is_read_again(self):
-        self.router.ctl('show', 'status')
         for verb, left in (('add', ROUTES), ('del', 0), ('add', ROUTES)):
             file = self.router.directory / 'flood'
             file.write_text(''.join(f'route {verb} {dotted(n)}/24 via 10.0.1.2\n' for n in range(ROUTES)))

@@ -125,8 +125,8 @@ class Router(Space):
         description = self.describe(more)
         self.start('vexl3d', BIN / 'vexl3d', '--config', description, '--socket', self.socket, *options,
                    log=self.directory / 'vexl3d.log')
-        until(lambda: self.run('ip', '-o', 'addr', 'show', 'dev', 'Ethernet2', check=False).returncode == 0 and
-              '10.0.12' in self.run('ip', '-o', 'addr', 'show', 'dev', 'Ethernet2').stdout, 'the kernel has the devices')
+        until(lambda: '10.0.12' in self.run('ip', '-o', 'addr', 'show', 'dev', 'Ethernet2', check=False).stdout,
+              'the kernel has the devices')
 
     def ctl(self, *words):
         done = run(BIN / 'vexctl', '--json', '--socket', self.socket, *words, check=False)
