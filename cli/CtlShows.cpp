@@ -491,7 +491,7 @@ std::vector< Show > checks() {
         { .command = "verify",
           .help = "compare what the agent means with what the data plane holds",
           .options = { number( "--most", "most", "differences to list" ),
-                       { "--packets", "packets", "and walk a packet for each route, rule, class and tunnel" } },
+                       { "--packets", "packets", "walk a packet for each route, rule, class and tunnel instead" } },
           .columns = { text( "Difference", "difference" ), text( "Module", "module" ), text( "Object", "object" ),
                        text( "Agent", "agent" ), text( "Data plane", "dataPlane" ) },
           .footer = differencesInWords,

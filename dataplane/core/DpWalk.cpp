@@ -118,6 +118,7 @@ void Walk::takeGroup() {
 }
 
 void Walk::visit( Module & module ) {
+   watched_ = watcher_ != nullptr && watcher_->watches( module );
    if ( group_.size() > 1 ) {
       packets_.clear();
       for ( const auto & traveller : group_ ) packets_.push_back( traveller.packet );
@@ -136,7 +137,7 @@ void Walk::traceIs( const Packet & packet ) { context_.trace_ = &packet == trace
 Fate Walk::process( Module & module, const Traveller & traveller ) {
    auto & packet = *traveller.packet;
    context_.igate_ = traveller.igate;
-   if ( watcher_ != nullptr ) watcher_->enters( module, traveller.igate, packet, context_.now_ );
+   if ( watched_ ) watcher_->enters( module, traveller.igate, packet, context_.now_ );
    if ( trace_ != nullptr ) traceIs( packet );
    if ( context_.trace_ == nullptr || !steps_ ) {
       context_.step_ = nullptr;
@@ -153,7 +154,7 @@ Fate Walk::process( Module & module, const Traveller & traveller ) {
 void Walk::goOn( Module & module, Fate fate, const Traveller & traveller ) {
    const auto & packet = *traveller.packet;
    if ( !fate.goesOn() ) return end( module, fate, packet );
-   if ( watcher_ != nullptr ) watcher_->leaves( module, fate.ogate_, packet, context_.now_ );
+   if ( watched_ ) watcher_->leaves( module, fate.ogate_, packet, context_.now_ );
    if ( traveller.hops + 1 >= kMaxHops ) return lose( module, packet, "loop" );
    auto * const next = cross( module, fate, packet );
    if ( next == nullptr ) return lose( module, packet, "gate {} is not connected", fate.ogate_ );

@@ -118,6 +118,8 @@ class Context {
 class PacketWatcher {
  public:
    virtual ~PacketWatcher() = default;
+   // Whether enters() or leaves() do anything there: asked once for all that is at the module together.
+   virtual bool watches( const Module & module ) const = 0;
    virtual void enters( const Module & module, GateId igate, const Packet & packet, double now ) = 0;
    virtual void leaves( const Module & module, GateId ogate, const Packet & packet, double now ) = 0;
    // Where the way of a packet that begins there is to be written; null: nowhere.
@@ -189,6 +191,7 @@ class Walk {
    std::uint64_t crossed_ = 0;       // packets there that aren't counted yet
    std::uint64_t bytes_ = 0;
    PacketWatcher * watcher_ = nullptr;
+   bool watched_ = false; // the module at hand is
    vex::pb::TracePacketReply * trace_ = nullptr;
    const Packet * traced_ = nullptr;
    bool steps_ = true;

@@ -63,6 +63,11 @@ void Capture::take( const Module & module, const Packet & packet, double now ) {
    put();
 }
 
+bool Capture::watches( const Module & module ) const {
+   if ( request_.trace() ) return false;
+   return place_.module.empty() ? !intfnameOf( module ).empty() : module.name() == place_.module;
+}
+
 void Capture::enters( const Module & module, GateId igate, const Packet & packet, double now ) {
    if ( request_.trace() || place_.out || ( place_.gate && *place_.gate != igate ) ) return;
    if ( place_.module.empty() ? intfnameOf( module ).empty() : module.name() != place_.module ) return;

@@ -32,6 +32,7 @@ class Capture {
    Capture( Place place, double now );
 
    // On the worker's thread.
+   bool watches( const Module & module ) const;
    void enters( const Module & module, GateId igate, const Packet & packet, double now );
    void leaves( const Module & module, GateId ogate, const Packet & packet, double now );
    bool traces( const Module & source, const Packet & packet, double now ) const;

@@ -33,6 +33,10 @@ std::shared_ptr< Capture > Captures::find( std::uint64_t id ) const {
    return at == captures_.end() ? nullptr : at->second;
 }
 
+bool Captures::watches( const Module & module ) const {
+   return std::ranges::any_of( captures_, [ & ]( const auto & entry ) { return entry.second->watches( module ); } );
+}
+
 void Captures::enters( const Module & module, GateId igate, const Packet & packet, double now ) {
    for ( const auto & [ id, capture ] : captures_ ) capture->enters( module, igate, packet, now );
 }

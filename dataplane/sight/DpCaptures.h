@@ -26,6 +26,7 @@ class Captures : public PacketWatcher {
    std::shared_ptr< Capture > find( std::uint64_t id ) const;
    bool empty() const { return captures_.empty(); }
 
+   bool watches( const Module & module ) const override;
    void enters( const Module & module, GateId igate, const Packet & packet, double now ) override;
    void leaves( const Module & module, GateId ogate, const Packet & packet, double now ) override;
    vex::pb::TracePacketReply * trace( const Module & source, const Packet & packet, double now ) override;

@@ -117,8 +117,8 @@ class Run {
    std::map< std::string, std::unique_ptr< Comparer > >::iterator finishing_;
 };
 
-// Phases: settling (requests are on their way), comparing, finishing, and the packets' walk. A change before that of
-// what the agent means sends it back to settling, and what was found is forgotten.
+// Phases: settling (requests are on their way), comparing, finishing. A change of what the agent means sends it back
+// to settling, and what was found is forgotten. Packets are walked once it has settled.
 class Verify : public Answer, private Gant::StateMachine {
  public:
    Verify( const Asked & asked ) :
@@ -144,12 +144,7 @@ class Verify : public Answer, private Gant::StateMachine {
          }
          ports_->write( run_->findings() );
       }
-      findings_.emplace( std::move( run_->findings() ) );
-      // What it points at is looked at no more.
-      run_ = nullptr;
-      if ( !packets_ ) return end( out );
-      check_ = std::make_unique< PacketCheck >( session_, state_, most_, wake_, [ this ] { lookAgain(); } );
-      return Step::more;
+      return end( run_->findings(), out );
    }
 
  private:
@@ -171,6 +166,11 @@ class Verify : public Answer, private Gant::StateMachine {
       const auto ahead = channel.requestsQueued() - channel.requestsAcknowledged();
       const auto * const ports = session_.ports();
       if ( ahead == 0 && ( ports == nullptr || !ports->changing() ) ) {
+         if ( packets_ ) {
+            findings_.emplace( most_ );
+            check_ = std::make_unique< PacketCheck >( session_, state_, most_, wake_, [ this ] { lookAgain(); } );
+            return Step::more;
+         }
          if ( ports != nullptr ) ports_ = std::make_unique< PortComparison >( *ports, channel.peer(), wake_ );
          generation_ = channel.forwardingGeneration();
          run_ = std::make_unique< Run >( session_, most_ );
@@ -212,10 +212,10 @@ class Verify : public Answer, private Gant::StateMachine {
 
    Step walk( Output & out ) {
       const auto step = check_->step( *findings_ );
-      return step == Step::done ? end( out ) : step;
+      return step == Step::done ? end( *findings_, out ) : step;
    }
-   Step end( Output & out ) {
-      findings_->write( out );
+   Step end( const Findings & findings, Output & out ) {
+      findings.write( out );
       if ( check_ ) check_->write( out );
       out.endMember( "seconds", clock_->now() - begun_ );
       return Step::done;
@@ -233,7 +233,7 @@ class Verify : public Answer, private Gant::StateMachine {
    std::unique_ptr< Run > run_;
    std::unique_ptr< Vex::EngineDump > dump_;
    std::unique_ptr< PortComparison > ports_;
-   std::optional< Findings > findings_;
+   std::optional< Findings > findings_; // of packets
    std::unique_ptr< PacketCheck > check_;
    Gant::Ptr< Gant::Clock > clock_;
    GantClock gantClock_;
