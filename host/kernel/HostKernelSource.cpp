@@ -72,9 +72,9 @@ KernelRouteReader::~KernelRouteReader() {
 
 // What is notified meanwhile is read afterwards: it is newer.
 void KernelRouteReader::read() {
+   // What was notified by now is older, what of answers is under way is among it.
+   notifications_->drain();
    if ( answers_ ) {
-      // What is notified of answers under way.
-      notifications_->read( ~0u );
       answers_->clear();
       answers_->heldIs( true );
    }
