@@ -6,11 +6,13 @@
 #include "BenchProcess.h"
 #include "DpPrefixes.h"
 
+#include "bess/control.grpc.pb.h"
 #include "vex/engine.grpc.pb.h"
 #include "vex/fib_ipv4.pb.h"
 
 #include <fmt/format.h>
 #include <grpcpp/grpcpp.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -29,13 +31,28 @@ using vex::pb::BatchReply;
 
 class Session {
  public:
-   explicit Session( const std::shared_ptr< grpc::Channel > & channel ) :
-        stub_( vex::pb::Engine::NewStub( channel ) ), stream_( stub_->Session( &context_ ) ) {
-      read();
+   // `beside` what forwards, of a session that has ended.
+   explicit Session( const std::shared_ptr< grpc::Channel > & channel, bool beside = false ) :
+        stub_( vex::pb::Engine::NewStub( channel ) ) {
+      if ( beside ) context_.AddMetadata( "vex-beside", "1" );
+      stream_ = stub_->Session( &context_ );
+      while ( !read().has_hello() ) {
+      }
    }
    ~Session() {
       stream_->WritesDone();
       stream_->Finish();
+   }
+
+   // Microseconds that packets wait for the change to its graph.
+   double changeOver() {
+      Batch batch;
+      batch.set_number( ++number_ );
+      batch.set_in_step( true );
+      stream_->Write( batch );
+      const auto done = read().in_step();
+      if ( !done.changed() ) throw std::runtime_error( "no other graph forwarded" );
+      return double( done.held() ) / 1e3;
    }
 
    // Sends all batches, reads as they are acknowledged, and returns the seconds that it took.
@@ -73,10 +90,11 @@ class Session {
    }
 
  private:
-   void read() {
+   BatchReply read() {
       BatchReply reply;
       if ( !stream_->Read( &reply ) ) throw std::runtime_error( "the session ended" );
       if ( reply.refusal_size() > 0 ) throw std::runtime_error( reply.refusal( 0 ).error().errmsg() );
+      return reply;
    }
 
    grpc::ClientContext context_;
@@ -161,6 +179,37 @@ void measureRoundTrips( Session & session ) {
                trips[ kTrips / 2 ] * 1e6, trips[ kTrips * 99 / 100 ] * 1e6, trips.back() * 1e6 );
 }
 
+// So that there is a worker to be held.
+void addPort( const std::shared_ptr< grpc::Channel > & channel ) {
+   bess::pb::UnixSocketPortArg arg;
+   arg.set_path( fmt::format( "@dataplane-bench-{}", getpid() ) );
+   bess::pb::CreatePortRequest request;
+   request.set_name( "et1" );
+   request.set_driver( "UnixSocketPort" );
+   request.mutable_arg()->PackFrom( arg );
+   bess::pb::CreatePortResponse response;
+   grpc::ClientContext context;
+   const auto status = bess::pb::BESSControl::NewStub( channel )->CreatePort( &context, request, &response );
+   if ( !status.ok() || response.error().code() != 0 ) throw std::runtime_error( response.error().errmsg() );
+}
+
+// A table is there, and the same is made beside it.
+void measureChangeOver( const std::shared_ptr< grpc::Channel > & channel, const DataPlane & dataPlane,
+                        const std::vector< Vexdp::Ipv4Prefix > & prefixes ) {
+   const auto resident = [ & ] { return double( Bench::residentOf( dataPlane.pid() ) ) / 1e6; };
+   for ( int i = 0; i < 5; ++i ) {
+      Session session( channel, true );
+      const auto before = resident();
+      std::vector< Batch > table{ tableBatch() };
+      session.run( table );
+      auto batches = routeBatches( prefixes, "addRoute", 1, 4096 );
+      session.run( batches );
+      const auto both = resident();
+      fmt::print( "{} routes beside as many: {:.0f} MB, {:.0f} MB before; packets wait {:.1f} us for the change\n",
+                  prefixes.size(), both, before, session.changeOver() );
+   }
+}
+
 } // namespace
 
 int main( int argc, char ** argv ) {
@@ -176,13 +225,17 @@ int main( int argc, char ** argv ) {
       return 1;
    }
    try {
-      Session session( channel );
+      auto first = std::make_unique< Session >( channel );
+      auto & session = *first;
       std::vector< Batch > table{ tableBatch() };
       session.run( table );
       auto prefixes = DpBench::backbonePrefixes( routes );
       for ( const std::size_t batchSize : { 256, 4096 } ) measureRoutes( session, prefixes, "shuffled", batchSize );
       measureDump( session, dataPlane, prefixes );
       measureRoundTrips( session );
+      addPort( channel );
+      first = nullptr;
+      measureChangeOver( channel, dataPlane, prefixes );
       return 0;
    } catch ( const std::exception & error ) {
       fmt::print( stderr, "dataplane_bench: {}\n", error.what() );

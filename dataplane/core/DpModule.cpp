@@ -30,4 +30,12 @@ std::uint64_t Module::deadEnds() const {
    return packets;
 }
 
+bool Module::resetCounters( bool out, std::optional< GateId > gate ) {
+   const auto size = out ? ogates_.size() : igates_.size();
+   if ( gate && *gate >= size ) return false;
+   for ( std::size_t id = gate.value_or( 0 ); id < ( gate ? *gate + 1 : size ); ++id )
+      ( out ? ogates_[ id ].counters : igates_[ id ] ) = {};
+   return true;
+}
+
 } // namespace Vexdp

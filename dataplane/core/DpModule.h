@@ -98,6 +98,8 @@ class Module {
    };
    const std::vector< DropCount > & drops() const { return drops_; }
    std::uint64_t deadEnds() const;
+   // Of a gate of either side; nothing: of all. False: there is no such gate.
+   bool resetCounters( bool out, std::optional< GateId > gate );
 
  protected:
    // Whether a packet that leaves by the gate is handed to the router itself before anything is changed in it.

@@ -136,7 +136,7 @@ void Walk::traceIs( const Packet & packet ) { context_.trace_ = &packet == trace
 Fate Walk::process( Module & module, const Traveller & traveller ) {
    auto & packet = *traveller.packet;
    context_.igate_ = traveller.igate;
-   if ( watcher_ != nullptr ) watcher_->enters( module, packet, context_.now_ );
+   if ( watcher_ != nullptr ) watcher_->enters( module, traveller.igate, packet, context_.now_ );
    if ( trace_ != nullptr ) traceIs( packet );
    if ( context_.trace_ == nullptr || !steps_ ) {
       context_.step_ = nullptr;

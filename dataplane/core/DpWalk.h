@@ -118,7 +118,7 @@ class Context {
 class PacketWatcher {
  public:
    virtual ~PacketWatcher() = default;
-   virtual void enters( const Module & module, const Packet & packet, double now ) = 0;
+   virtual void enters( const Module & module, GateId igate, const Packet & packet, double now ) = 0;
    virtual void leaves( const Module & module, GateId ogate, const Packet & packet, double now ) = 0;
    // Where the way of a packet that begins there is to be written; null: nowhere.
    virtual vex::pb::TracePacketReply * trace( const Module & source, const Packet & packet, double now ) = 0;

@@ -39,6 +39,13 @@ class Device : public Outlet {
       std::string lost;        // why it will never be up again, such as "device veth1 is gone"
    };
 
+   // What the worker did for it, which alone writes it.
+   struct Carried {
+      std::uint64_t bursts = 0;
+      std::uint64_t cycles = 0; // of the processor's clock, in bursts with packets
+   };
+   Carried carried;
+
    // Adds at most kBurst packets.
    virtual void receive( std::vector< Packet > & burst ) = 0;
    // Takes the packet at once, and may keep it until flush().

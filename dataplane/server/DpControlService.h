@@ -57,6 +57,33 @@ class ControlService final : public bess::pb::BESSControl::Service {
                                bess::pb::GetLinkStatusResponse * response ) override;
    grpc::Status ResetPorts( Context *, const EmptyRequest *, EmptyResponse * ) override;
    grpc::Status ListWorkers( Context *, const EmptyRequest *, bess::pb::ListWorkersResponse * response ) override;
+   // DpControlWorkers.cpp
+   grpc::Status AddWorker( Context *, const bess::pb::AddWorkerRequest * request, EmptyResponse * response ) override;
+   grpc::Status DestroyWorker( Context *, const bess::pb::WorkerRequest * request, EmptyResponse * response ) override;
+   grpc::Status PauseWorker( Context *, const bess::pb::WorkerRequest * request, EmptyResponse * response ) override;
+   grpc::Status ResumeWorker( Context *, const bess::pb::WorkerRequest * request, EmptyResponse * response ) override;
+   grpc::Status ResetWorkers( Context *, const EmptyRequest *, EmptyResponse * response ) override;
+   grpc::Status ListTcs( Context *, const bess::pb::ListTcsRequest * request,
+                         bess::pb::ListTcsResponse * response ) override;
+   grpc::Status GetTcStats( Context *, const bess::pb::GetTcStatsRequest * request,
+                            bess::pb::GetTcStatsResponse * response ) override;
+   grpc::Status AddTc( Context *, const bess::pb::TcRequest * request, EmptyResponse * response ) override;
+   grpc::Status UpdateTcParams( Context *, const bess::pb::TcRequest * request, EmptyResponse * response ) override;
+   grpc::Status UpdateTcParent( Context *, const bess::pb::TcRequest * request, EmptyResponse * response ) override;
+   grpc::Status ResetTcs( Context *, const EmptyRequest *, EmptyResponse * ) override;
+   grpc::Status CheckSchedulingConstraints( Context *, const EmptyRequest *,
+                                            bess::pb::CheckSchedulingConstraintsResponse * ) override;
+   grpc::Status ListPlugins( Context *, const EmptyRequest *, bess::pb::ListPluginsResponse * ) override;
+   grpc::Status ListGateHookClass( Context *, const EmptyRequest *,
+                                   bess::pb::ListGateHookClassResponse * response ) override;
+   grpc::Status GetGateHookClassInfo( Context *, const bess::pb::GetGateHookClassInfoRequest * request,
+                                      bess::pb::GetGateHookClassInfoResponse * response ) override;
+   grpc::Status ConfigureGateHook( Context *, const bess::pb::ConfigureGateHookRequest * request,
+                                   bess::pb::ConfigureGateHookResponse * response ) override;
+   grpc::Status ListGateHooks( Context *, const EmptyRequest *, bess::pb::ListGateHooksResponse * response ) override;
+   grpc::Status GateHookCommand( Context *, const bess::pb::GateHookCommandRequest * request,
+                                 bess::pb::CommandResponse * response ) override;
+   grpc::Status KillBess( Context *, const EmptyRequest *, EmptyResponse * ) override;
    grpc::Status DumpMempool( Context *, const bess::pb::DumpMempoolRequest * request,
                              bess::pb::DumpMempoolResponse * response ) override;
 

@@ -19,6 +19,10 @@ using namespace vex::pb;
 namespace {
 // Commands of a batch between which packets are carried.
 constexpr unsigned kCommandsAtOnce = 64;
+
+double secondsNow() {
+   return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
+}
 } // namespace
 
 class Engine::Pause {
@@ -60,6 +64,9 @@ void Engine::reset() {
    PortTable::Ports ended;
    const Pause pause( *this );
    ended = takePorts();
+   hooks_.clear( captures_ );
+   watch();
+   if ( worker_ ) worker_->pausedIs( false );
    graphs_.clear();
    counters_.clear();
    counting_ = true;
@@ -192,6 +199,7 @@ void Engine::list( bess::pb::ListModulesResponse & response ) const {
 void Engine::describe( const std::string & module, bess::pb::GetModuleInfoResponse & response ) const {
    const Hold hold( *this );
    report( { module, {}, "GetModuleInfo" }, describeModule( graphs_.told(), module, response ), response );
+   hooks_.addTo( response );
 }
 
 // The worker begins with the first port: without any there is nothing to carry.
@@ -203,7 +211,7 @@ void Engine::apply( const bess::pb::CreatePortRequest & request, bess::pb::Creat
    if ( !out.ok() ) return;
    response.set_name( port.listed.name() );
    response.set_mac_addr( port.listed.mac_addr() );
-   if ( !worker_ ) worker_ = std::make_unique< Worker >( ports_, way(), busy_ );
+   makeWorker();
    const Pause pause( *this );
    watch();
    ports_.add( std::move( port ) );
@@ -267,8 +275,7 @@ void Engine::describe( const bess::pb::GetPortStatsRequest & request,
    };
    tell( stats.in, *response.mutable_inc() );
    tell( stats.out, *response.mutable_out() );
-   response.set_timestamp(
-        std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count() );
+   response.set_timestamp( secondsNow() );
 }
 
 void Engine::describe( const bess::pb::GetLinkStatusRequest & request,
@@ -289,7 +296,99 @@ void Engine::list( bess::pb::ListWorkersResponse & response ) const {
    if ( !worker_ ) return;
    auto & status = *response.add_workers_status();
    status.set_core( -1 );
-   status.set_running( true );
+   status.set_running( !worker_->paused() );
+   status.set_num_tcs( std::int64_t( ports_.ports().size() ) );
+}
+
+void Engine::makeWorker() {
+   if ( !worker_ ) worker_ = std::make_unique< Worker >( ports_, way(), busy_ );
+}
+
+Outcome Engine::requireWorker( std::int64_t wid ) const {
+   return worker_ && wid == 0 ? Outcome() : refuse( ENOENT, "there is no worker {}", wid );
+}
+
+Outcome Engine::addWorker( const bess::pb::AddWorkerRequest & request ) {
+   const std::lock_guard< std::mutex > lock( mutex_ );
+   if ( request.wid() != 0 ) return refuse( ENOSPC, "one worker carries all packets, number 0" );
+   if ( worker_ ) return refuse( EEXIST, "worker 0 is there" );
+   makeWorker();
+   const Pause pause( *this );
+   portsChanged();
+   watch();
+   return {};
+}
+
+Outcome Engine::destroyWorker( std::int64_t wid ) {
+   const std::lock_guard< std::mutex > lock( mutex_ );
+   if ( auto out = requireWorker( wid ); !out.ok() ) return out;
+   if ( !ports_.ports().empty() ) return refuse( EBUSY, "worker {} has {} ports", wid, ports_.ports().size() );
+   worker_ = nullptr;
+   return {};
+}
+
+Outcome Engine::resetWorkers() {
+   {
+      const std::lock_guard< std::mutex > lock( mutex_ );
+      if ( !worker_ ) return {};
+   }
+   return destroyWorker( 0 );
+}
+
+Outcome Engine::pauseWorker( std::int64_t wid, bool paused ) {
+   const Hold hold( *this );
+   if ( auto out = requireWorker( wid ); !out.ok() ) return out;
+   worker_->pausedIs( paused );
+   return {};
+}
+
+void Engine::list( const bess::pb::ListTcsRequest & request, bess::pb::ListTcsResponse & response ) const {
+   const Hold hold( *this );
+   if ( request.wid() > 0 || !worker_ ) {
+      const auto known = request.wid() < 0 ? Outcome() : requireWorker( request.wid() );
+      return report( { {}, {}, "ListTcs" }, known, response );
+   }
+   for ( const auto & [ name, port ] : ports_.ports() ) {
+      auto & mclass = *response.add_classes_status()->mutable_class_();
+      mclass.set_name( name );
+      mclass.set_policy( "leaf" );
+      mclass.set_blocked( worker_->paused() );
+      const auto & ends = port.wire->ends[ graphs_.told().side() ];
+      if ( const auto * const source = port.kernel ? ends.ownSource : ends.source )
+         mclass.set_leaf_module_name( source->name() );
+   }
+}
+
+void Engine::describe( const bess::pb::GetTcStatsRequest & request, bess::pb::GetTcStatsResponse & response ) const {
+   const Hold hold( *this );
+   const auto * device = portOf( request.name(), "GetTcStats", response );
+   if ( device == nullptr ) return;
+   const auto in = device->stats().in;
+   response.set_timestamp( secondsNow() );
+   response.set_count( device->carried.bursts );
+   response.set_cycles( device->carried.cycles );
+   response.set_packets( in.packets );
+   response.set_bits( in.bytes * 8 );
+}
+
+void Engine::apply( const bess::pb::ConfigureGateHookRequest & request,
+                    bess::pb::ConfigureGateHookResponse & response ) {
+   const Hold hold( *this );
+   const auto out = hooks_.configure( request, graphs_.live(), captures_, secondsNow(), *response.mutable_name() );
+   report( { request.hook().module_name(), {}, "ConfigureGateHook" }, out, response );
+   if ( !out.ok() ) response.clear_name();
+   watch();
+}
+
+void Engine::list( bess::pb::ListGateHooksResponse & response ) const {
+   const Hold hold( *this );
+   hooks_.list( graphs_.told(), response );
+}
+
+void Engine::apply( const bess::pb::GateHookCommandRequest & request, bess::pb::CommandResponse & response ) {
+   const Hold hold( *this );
+   report( { request.hook().module_name(), {}, "GateHookCommand" },
+           GateHooks::command( request.hook(), request.cmd(), graphs_.told() ), response );
 }
 
 void Engine::dump( const bess::pb::DumpMempoolRequest &, bess::pb::DumpMempoolResponse & response ) const {
@@ -328,9 +427,6 @@ void refuseIn( CaptureReply & reply, const Outcome & out ) {
    reply.mutable_error()->set_errmsg( out.refusal().reason );
 }
 
-double secondsNow() {
-   return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
-}
 } // namespace
 
 // With the worker at a pause. Packets that nobody looks at pay nothing for it.
@@ -343,8 +439,10 @@ Outcome Engine::captureIs( const CaptureRequest & request, double now, CaptureRe
    captures_.expire( now );
    std::uint64_t id = request.id();
    Outcome out;
-   if ( request.end() )
+   if ( request.end() && !Captures::ofHook( id ) )
       captures_.end( id );
+   else if ( request.end() )
+      out = refuse( ENOENT, "the capture is over" );
    else if ( !request.module().empty() && graphs_.live().find( request.module() ) == nullptr &&
              graphs_.told().find( request.module() ) == nullptr )
       out = refuse( ENOENT, "there is no module {}", request.module() );
@@ -359,7 +457,7 @@ void Engine::capture( const CaptureRequest & request, CaptureReply & reply ) {
    const std::lock_guard< std::mutex > lock( mutex_ );
    const auto now = secondsNow();
    if ( request.id() == 0 || request.end() ) return refuseIn( reply, captureIs( request, now, reply ) );
-   const auto capture = captures_.find( request.id() );
+   const auto capture = Captures::ofHook( request.id() ) ? nullptr : captures_.find( request.id() );
    if ( !capture ) return refuseIn( reply, refuse( ENOENT, "the capture is over" ) );
    reply.set_id( request.id() );
    capture->tell( now, reply );

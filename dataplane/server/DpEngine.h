@@ -7,6 +7,7 @@
 #include "DpCaptures.h"
 #include "DpCounterTable.h"
 #include "DpDump.h"
+#include "DpGateHooks.h"
 #include "DpGraphs.h"
 #include "DpIpFragments.h"
 #include "DpPortTable.h"
@@ -68,6 +69,17 @@ class Engine {
    void describe( const bess::pb::GetPortStatsRequest & request, bess::pb::GetPortStatsResponse & response ) const;
    void describe( const bess::pb::GetLinkStatusRequest & request, bess::pb::GetLinkStatusResponse & response ) const;
    void list( bess::pb::ListWorkersResponse & response ) const;
+   // EEXIST: it is there. ENOSPC: there is but one.
+   Outcome addWorker( const bess::pb::AddWorkerRequest & request );
+   // EBUSY: it has ports. ENOENT: there is no such worker.
+   Outcome destroyWorker( std::int64_t wid );
+   Outcome pauseWorker( std::int64_t wid, bool paused );
+   Outcome resetWorkers();
+   void list( const bess::pb::ListTcsRequest & request, bess::pb::ListTcsResponse & response ) const;
+   void describe( const bess::pb::GetTcStatsRequest & request, bess::pb::GetTcStatsResponse & response ) const;
+   void apply( const bess::pb::ConfigureGateHookRequest & request, bess::pb::ConfigureGateHookResponse & response );
+   void list( bess::pb::ListGateHooksResponse & response ) const;
+   void apply( const bess::pb::GateHookCommandRequest & request, bess::pb::CommandResponse & response );
    void dump( const bess::pb::DumpMempoolRequest & request, bess::pb::DumpMempoolResponse & response ) const;
 
    void lookup( const vex::pb::LookupRequest & request, vex::pb::LookupReply & reply ) const;
@@ -103,6 +115,8 @@ class Engine {
    Worker::Way way() { return { graphs_.live().side(), counting_ ? &counters_ : &unread_ }; }
    PortTable::Ports takePorts();
    void watch();
+   void makeWorker();
+   Outcome requireWorker( std::int64_t wid ) const;
    Outcome captureIs( const vex::pb::CaptureRequest & request, double now, vex::pb::CaptureReply & reply );
    // The device of the name, or the refusal in the response.
    template < class Response >
@@ -121,6 +135,7 @@ class Engine {
    PortTable ports_;
    const bool busy_;
    Captures captures_;
+   GateHooks hooks_;
    std::unique_ptr< Worker > worker_; // null before there is a port
    std::uint64_t lastBatch_ = 0;
 };

@@ -32,7 +32,12 @@ Outcome Capture::make( const CaptureRequest & request, double now, std::unique_p
    return {};
 }
 
-Capture::Capture( const CaptureRequest & request, double now ) : request_( request ), slots_( kRoom ), asked_( now ) {}
+Capture::Capture( const CaptureRequest & request, double now ) :
+     request_( request ), place_{ request.module(), request.has_gate(),
+                                  request.has_gate() ? std::optional( GateId( request.gate() ) ) : std::nullopt },
+     slots_( kRoom ), asked_( now ) {}
+
+Capture::Capture( Place place, double now ) : place_( std::move( place ) ), slots_( kRoom ), asked_( now ) {}
 
 CaptureReply::Packet * Capture::slot() {
    const auto at = written_.load( std::memory_order_relaxed );
@@ -58,14 +63,14 @@ void Capture::take( const Module & module, const Packet & packet, double now ) {
    put();
 }
 
-void Capture::enters( const Module & module, const Packet & packet, double now ) {
-   if ( request_.trace() || request_.has_gate() ) return;
-   if ( request_.module().empty() ? intfnameOf( module ).empty() : module.name() != request_.module() ) return;
+void Capture::enters( const Module & module, GateId igate, const Packet & packet, double now ) {
+   if ( request_.trace() || place_.out || ( place_.gate && *place_.gate != igate ) ) return;
+   if ( place_.module.empty() ? intfnameOf( module ).empty() : module.name() != place_.module ) return;
    take( module, packet, now );
 }
 
 void Capture::leaves( const Module & module, GateId ogate, const Packet & packet, double now ) {
-   if ( request_.has_gate() && ogate == request_.gate() && module.name() == request_.module() )
+   if ( place_.out && ( !place_.gate || *place_.gate == ogate ) && module.name() == place_.module )
       take( module, packet, now );
 }
 

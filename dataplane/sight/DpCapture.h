@@ -5,6 +5,8 @@
 #include "DpWalk.h"
 
 #include <atomic>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace Vexdp {
@@ -20,8 +22,17 @@ class Capture {
    // EINVAL: the filter is none, or fields that mean nothing together.
    static Outcome make( const vex::pb::CaptureRequest & request, double now, std::unique_ptr< Capture > & capture );
 
+   // What it takes without a trace: packets as they come to the module, or as they leave it, by the gate or by any.
+   struct Place {
+      std::string module; // empty: as they come in by an interface and leave by one
+      bool out = false;
+      std::optional< GateId > gate{};
+   };
+   // Everything there.
+   Capture( Place place, double now );
+
    // On the worker's thread.
-   void enters( const Module & module, const Packet & packet, double now );
+   void enters( const Module & module, GateId igate, const Packet & packet, double now );
    void leaves( const Module & module, GateId ogate, const Packet & packet, double now );
    bool traces( const Module & source, const Packet & packet, double now ) const;
    void traced( const vex::pb::TracePacketReply & trace, const std::string & intfname, double now );
@@ -39,6 +50,7 @@ class Capture {
    void take( const Module & module, const Packet & packet, double now );
 
    const vex::pb::CaptureRequest request_;
+   const Place place_;
    PcapFilter filter_;
    std::vector< vex::pb::CaptureReply::Packet > slots_; // keep their memory
    std::atomic< std::uint64_t > written_ = 0;

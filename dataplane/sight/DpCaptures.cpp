@@ -16,6 +16,14 @@ Outcome Captures::begin( const vex::pb::CaptureRequest & request, double now, st
    return {};
 }
 
+Outcome Captures::begin( Capture::Place place, double now, std::uint64_t & id ) {
+   expire( now );
+   if ( captures_.size() >= kMost ) return refuse( ENOSPC, "{} captures are under way already", kMost );
+   id = ++lastId_ | kOfHook;
+   captures_.emplace( id, std::make_shared< Capture >( std::move( place ), now ) );
+   return {};
+}
+
 void Captures::expire( double now ) {
    std::erase_if( captures_, [ now ]( const auto & entry ) { return entry.second->over( now ); } );
 }
@@ -25,8 +33,8 @@ std::shared_ptr< Capture > Captures::find( std::uint64_t id ) const {
    return at == captures_.end() ? nullptr : at->second;
 }
 
-void Captures::enters( const Module & module, const Packet & packet, double now ) {
-   for ( const auto & [ id, capture ] : captures_ ) capture->enters( module, packet, now );
+void Captures::enters( const Module & module, GateId igate, const Packet & packet, double now ) {
+   for ( const auto & [ id, capture ] : captures_ ) capture->enters( module, igate, packet, now );
 }
 
 void Captures::leaves( const Module & module, GateId ogate, const Packet & packet, double now ) {

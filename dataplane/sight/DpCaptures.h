@@ -16,6 +16,9 @@ class Captures : public PacketWatcher {
 
    // ENOSPC: kMost are under way. Others as Capture::make.
    Outcome begin( const vex::pb::CaptureRequest & request, double now, std::uint64_t & id );
+   // For a gate hook, which alone may ask it. ENOSPC: as before.
+   Outcome begin( Capture::Place place, double now, std::uint64_t & id );
+   static bool ofHook( std::uint64_t id ) { return ( id & kOfHook ) != 0; }
    void end( std::uint64_t id ) { captures_.erase( id ); }
    // Ends those that nobody asks for any more.
    void expire( double now );
@@ -23,13 +26,14 @@ class Captures : public PacketWatcher {
    std::shared_ptr< Capture > find( std::uint64_t id ) const;
    bool empty() const { return captures_.empty(); }
 
-   void enters( const Module & module, const Packet & packet, double now ) override;
+   void enters( const Module & module, GateId igate, const Packet & packet, double now ) override;
    void leaves( const Module & module, GateId ogate, const Packet & packet, double now ) override;
    vex::pb::TracePacketReply * trace( const Module & source, const Packet & packet, double now ) override;
    void traced( double now ) override;
    bool tracing( double now ) const override;
 
  private:
+   static constexpr std::uint64_t kOfHook = std::uint64_t( 1 ) << 63;
    std::map< std::uint64_t, std::shared_ptr< Capture > > captures_;
    std::uint64_t lastId_ = 0;
    // Of the packet that is being traced.

@@ -76,6 +76,15 @@ void Worker::portsChanged() {
       sleepless_ |= port.device->descriptor() < 0;
    }
    ports_.carry();
+   wake();
+}
+
+void Worker::pausedIs( bool paused ) {
+   paused_ = paused;
+   wake();
+}
+
+void Worker::wake() const {
    const std::uint64_t one = 1;
    if ( write( wake_, &one, sizeof one ) < 0 ) {
    } // It is awake.
@@ -108,6 +117,7 @@ void Worker::run() {
 }
 
 std::size_t Worker::turn() {
+   if ( paused_ ) return 0;
    std::size_t count = 0;
    for ( auto & lane : lanes_ ) count += carry( lane );
    for ( auto & lane : lanes_ ) lane.device->flush();
@@ -115,6 +125,7 @@ std::size_t Worker::turn() {
 }
 
 std::size_t Worker::carry( Lane & lane ) {
+   const auto began = __builtin_ia32_rdtsc();
    lane.device->receive( burst_ );
    const auto count = burst_.size();
    if ( count == 0 ) return 0;
@@ -126,6 +137,8 @@ std::size_t Worker::carry( Lane & lane ) {
       walk_.run( *source, burst_ );
    }
    burst_.clear();
+   ++lane.device->carried.bursts;
+   lane.device->carried.cycles += __builtin_ia32_rdtsc() - began;
    return count;
 }
 
@@ -137,13 +150,14 @@ void Worker::handOut( Lane & lane ) {
 
 // Whoever wants to hold it need not wait until it wakes. The list is made before: the lanes may change meanwhile.
 void Worker::sleep() {
-   if ( sleepless_ ) {
+   if ( sleepless_ && !paused_ ) {
       end();
       std::this_thread::sleep_for( kNap );
       return;
    }
    descriptors_.assign( 1, { wake_, POLLIN, 0 } );
-   for ( const auto & lane : lanes_ ) descriptors_.push_back( { lane.device->descriptor(), POLLIN, 0 } );
+   for ( const auto & lane : lanes_ )
+      if ( !paused_ ) descriptors_.push_back( { lane.device->descriptor(), POLLIN, 0 } );
    end();
    poll( descriptors_.data(), descriptors_.size(), kLongestSleep );
    std::uint64_t count = 0;

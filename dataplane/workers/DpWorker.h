@@ -41,10 +41,13 @@ class Worker {
    // In the midst of a hold: it carries what waits, one burst, and is held again.
    void breathe();
 
-   // These while it is held.
+   // All while it is held.
    void portsChanged();
    // The next packet goes another way.
    void wayIs( const Way & way );
+   // Paused, it carries nothing: what comes in waits with the devices, as far as they have room.
+   void pausedIs( bool paused );
+   bool paused() const { return paused_; }
    void watcherIs( PacketWatcher * watcher ) { walk_.watcherIs( watcher ); }
 
  private:
@@ -63,6 +66,7 @@ class Worker {
    std::size_t carry( Lane & lane );
    void handOut( Lane & lane );
    void sleep();
+   void wake() const;
 
    PortTable & ports_;
    const bool busy_;
@@ -72,7 +76,8 @@ class Worker {
    std::vector< Packet > burst_;
    std::vector< pollfd > descriptors_; // while it is asleep
    bool sleepless_ = false;            // a device has no descriptor
-   int wake_ = -1;                     // an eventfd
+   bool paused_ = false;
+   int wake_ = -1; // an eventfd
    std::atomic< bool > held_ = false;
    std::atomic< bool > waiting_ = false;
    std::atomic< bool > working_ = false;

@@ -71,6 +71,13 @@ std::optional< U32 > KernelDevices::carrying( Kynet::IntfId intfId ) const {
    return at == devices_.end() || !at->second.carrying ? std::nullopt : std::optional( at->second.index );
 }
 
+bool KernelDevices::inLine() const {
+   return std::ranges::all_of( devices_, []( const auto & entry ) {
+      const auto & device = entry.second;
+      return device.index == 0 || device.inLine || !device.error.empty();
+   } );
+}
+
 std::string KernelDevices::error( Kynet::IntfId intfId ) const {
    const auto at = devices_.find( intfId );
    if ( at == devices_.end() ) return "no kernel device was told";

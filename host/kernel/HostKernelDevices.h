@@ -72,6 +72,8 @@ class KernelDevices : public Gant::StateMachine {
       const auto at = byIndex_.find( index );
       return at == byIndex_.end() ? std::nullopt : std::optional( at->second );
    }
+   // Each device that is there has been brought in line, and what is open is told, or the kernel refuses something.
+   bool inLine() const;
    // Why the device is not as it should be; empty: it is.
    std::string error( Kynet::IntfId intfId ) const;
 

@@ -143,7 +143,9 @@ std::string KernelTwin::error( Kynet::IntfId intfId ) const {
 }
 
 bool KernelTwin::read() const {
-   const auto stands = []( const auto & entry ) { return entry.second->space.stands(); };
+   const auto stands = []( const auto & entry ) {
+      return entry.second->space.stands() && entry.second->devices.inLine();
+   };
    return !posted_ && source_.read() && std::ranges::all_of( places_, stands );
 }
 

@@ -102,8 +102,8 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
         } );
    app.add_option(
            "--in-step-limit", options.dataPlane.inStepMost,
-           "seconds for which a data plane that lives on forwards at most as before, while this daemon tells it "
-           "everything anew" )
+           "seconds for which a data plane that lives on forwards as before, while the kernel and a routing suite tell "
+           "what they have; 0: until the files are read" )
         ->type_name( "SECONDS" )
         ->capture_default_str()
         ->check( CLI::Range( 0.0, 86400.0 ).description( "" ) );

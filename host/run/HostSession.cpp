@@ -63,10 +63,10 @@ Session::Session( const StateTree & tree, const Way & way, Events events ) :
 Session::~Session() {
    *alive_ = false;
    gantDoZombieReactors( true );
-   // What the agent takes away as it goes is to stay in the data plane.
-   channel_->leave();
    ports_ = nullptr;
    const TraceSilence silence;
+   // What the agent takes away as it goes is to stay in the data plane.
+   channel_->leave();
    agent_ = nullptr;
    cpuPolicy_ = nullptr;
    portSm_ = nullptr;
@@ -128,7 +128,7 @@ void Session::handleClock() {
    if ( !inStep_ && !inStepTold_ ) {
       const auto seconds = clock_->now() - begunAt_;
       const bool told = settled && !ports_->changing() && events_.sourcesTold( seconds );
-      if ( told || seconds >= way_.inStepMost ) tellInStep();
+      if ( told || ( seconds >= way_.inStepMost && events_.sourcesRead() ) ) tellInStep();
    }
    if ( !fed_ || ( !inStep_ && !inStepTold_ ) ) clock_->timeMinIs( clock_->now() + fedLookEvery );
 }
@@ -156,7 +156,7 @@ void Session::handleInStep() {
                     clock_->now() - begunAt_, done.held * 1e6 );
    } else {
       spdlog::warn( "in step after {:.3f} s; what forwarded before has gone early: {}", clock_->now() - begunAt_,
-                    done.early );
+                    done.early.empty() ? "somebody has emptied the data plane" : done.early );
    }
    ports_->sweepIs();
    events_.inStep();

@@ -32,7 +32,8 @@ namespace Host {
 // agent stands, and not all that it made of the state is acknowledged), fed, lost. A lost session stays lost.
 //
 // Where the graph of a session before goes on forwarding, it does so until this one is in step: when all sources have
-// told what they have, the ports are there and all is acknowledged, or when `Way::inStepMost` is over. What the former
+// told what they have, the ports are there and all is acknowledged; when `Way::inStepMost` is over, the files alone are
+// waited for. What the former
 // session has left elsewhere stays for as long.
 class Session : public Gant::StateMachine {
  public:

@@ -73,10 +73,9 @@ void PortComparison::compare( const Wanted & wanted, const bess::pb::ListPortsRe
    if ( !wanted.confError.empty() ) return;
    const auto & meant = wanted.wish.conf;
    const auto & conf = wanted.conf.conf();
-   // What a driver does not have, it leaves empty.
+   // What a driver does not have, it leaves empty, and so is here what is for others to say.
    if ( const auto mac = Kynet::EthAddr::fromString( conf.mac_addr() ); mac && !!*mac && !meant.mac_addr().empty() )
       findings.compare( wanted.name, "MAC", meant.mac_addr(), mac->stringValue() );
-   // What is not told is the kernel's to say.
    if ( conf.mtu() != 0 && meant.mtu() != 0 )
       findings.compare( wanted.name, "MTU", std::to_string( meant.mtu() ), std::to_string( conf.mtu() ) );
    findings.compare( wanted.name, "enabled", meant.admin_up() ? "yes" : "no", conf.admin_up() ? "yes" : "no" );

@@ -276,7 +276,7 @@ class TunnelProbes : public ProbeSource {
       if ( ends.mode() == Interface::TunnelMode::ipsec_ ) return "its packets are protected, by keys that nobody reads";
       const auto underlay = scope_.model.state().vrfBook().id( ends.underlayVrf() );
       auto dsts = scope_.destinations.ofVrf( scope_.model.vrfOf( fact ) );
-      if ( !fact.addresses.empty() ) dsts.insert( dsts.begin(), fact.addresses.front().address().value() );
+      if ( !fact.addresses.empty() ) dsts.push_back( fact.addresses.front().address().value() );
       if ( dsts.empty() ) dsts.push_back( benchmarkSource + 1 );
       probe.inner = { .src = benchmarkSource, .dst = dsts.front(), .sport = 49152, .dport = 7 };
       probe.tunnel = fact.intfId;

@@ -172,6 +172,8 @@ class RuleProbes : public ProbeSource {
             applied.insert( name );
             due_.push_back( { name, intfId, in } );
          }
+      for ( const auto & [ name, told ] : scope.model.state().aclBook().classMaps() )
+         applied.insert( told.fact.config.accessLists.begin(), told.fact.config.accessLists.end() );
       for ( const auto & [ name, told ] : scope.model.state().aclBook().lists() )
          if ( !applied.contains( name ) ) scope.notMet.add( "access-list " + name, "no interface that is up has it" );
    }

@@ -281,21 +281,27 @@ TEST( TcpMss, aSynIsClampedInEitherDirectionAndItsChecksumStaysRight ) {
    }
 }
 
-TEST( TcpMss, findsTheOptionBehindOthersAndAtAnOddPlace ) {
+// What is left of options that make 24 bytes of TCP 28.
+Bytes clamped( const Bytes & given ) {
    Router router;
    router.set( "IpInput_et1 setTcpMssAdjust mss: 1000" );
-   // 24 bytes of TCP become 28: NOP, MSS, NOP, SACK permitted.
    auto packet = Router::described( "dst: @10.2.0.7 proto: 6 sport: 1 dport: 80 tcp_flags: 2 length: 48" );
    auto * tcp = packet.data() + 20;
    tcp[ 12 ] = 7 << 4;
-   const std::uint8_t options[] = { 1, 2, 4, 0x05, 0xb4, 1, 4, 2 };
-   std::ranges::copy( options, tcp + 20 );
+   std::ranges::copy( given, tcp + 20 );
    put16( tcp + 16, 0 );
    put16( tcp + 16, std::uint16_t( ~onesSum( { tcp, 28 },
                                              pseudoHeaderSum( { ip( "10.1.0.9" ) }, { ip( "10.2.0.7" ) }, 6, 28 ) ) ) );
    router.frame( std::move( packet ) );
-   ASSERT_EQ( router.frames().size(), 1u );
-   EXPECT_TRUE( router.frames()[ 0 ].ends_with( "| tcp 1 > 80 mss 1000" ) ) << router.frames()[ 0 ];
+   EXPECT_TRUE( router.frames().at( 0 ).ends_with( "| tcp 1 > 80 mss 1000" ) ) << router.frames()[ 0 ];
+   const auto & frame = router.tapped().at( 0 );
+   return { frame.end() - 8, frame.end() };
+}
+
+TEST( TcpMss, findsEachOptionBehindOthersAndAtAnOddPlace ) {
+   // NOP, MSS, NOP, SACK permitted; and two of MSS.
+   EXPECT_EQ( clamped( { 1, 2, 4, 0x05, 0xb4, 1, 4, 2 } ), ( Bytes{ 1, 2, 4, 0x03, 0xe8, 1, 4, 2 } ) );
+   EXPECT_EQ( clamped( { 2, 4, 0x05, 0xb4, 2, 4, 0x05, 0xdc } ), ( Bytes{ 2, 4, 0x03, 0xe8, 2, 4, 0x03, 0xe8 } ) );
 }
 
 TEST( IpOutput, fragmentsWhatMayBeFragmentedAndPuntsTheRest ) {
@@ -402,6 +408,25 @@ TEST( Fragments, giveThePacketBackWhateverTheSizes ) {
          covered += piece.size() - header.headerLen();
       }
       ASSERT_EQ( joined, payload ) << size << " bytes, MTU " << mtu;
+   }
+}
+
+// Nobody can tell where a broken option ends: all behind it goes as its flag says, and as it was.
+TEST( Fragments, carryABrokenOptionAsItWasOrNotAtAll ) {
+   const std::pair< Bytes, Bytes > cases[] = {
+        { { 0x88, 4, 0xaa, 0xbb, 0x89, 60, 7, 8 }, { 0x88, 4, 0xaa, 0xbb, 0x89, 60, 7, 8 } },
+        { { 0x88, 4, 0xaa, 0xbb, 0x89, 1, 7, 8 }, { 0x88, 4, 0xaa, 0xbb, 0x89, 1, 7, 8 } },
+        { { 0x88, 4, 0xaa, 0xbb, 0x44, 60, 7, 8 }, { 0x88, 4, 0xaa, 0xbb } },
+        { { 1, 1, 1, 1, 1, 1, 1, 0x83 }, { 0x83, 0, 0, 0 } } };
+   for ( const auto & [ options, later ] : cases ) {
+      auto whole = Router::described( "proto: 89 length: 500" );
+      whole.data()[ 0 ] = 0x47;
+      std::ranges::copy( options, whole.data() + 20 );
+      Ipv4Header::of( whole )->checksumRenew();
+      const auto pieces = fragmented( whole, 300 );
+      ASSERT_EQ( pieces.size(), 2u );
+      EXPECT_EQ( Bytes( pieces[ 0 ].data() + 20, pieces[ 0 ].data() + 28 ), options );
+      EXPECT_EQ( Bytes( pieces[ 1 ].data() + 20, pieces[ 1 ].data() + ( pieces[ 1 ].data()[ 0 ] & 15 ) * 4 ), later );
    }
 }
 

@@ -2,8 +2,11 @@
 #include "DpEthernet.h"
 #include "DpTestSupport.h"
 #include "DpTracePacket.h"
+#include "Process.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <atomic>
@@ -102,6 +105,45 @@ TEST_F( Wired, packetsComeInByOnePortAndLeaveByTheOtherWhicheverIsMadeFirst ) {
    bess::pb::ListPortsResponse ports;
    plane.engine.list( ports );
    EXPECT_EQ( ports.ports_size(), 0 );
+}
+
+TEST_F( Wired, aTcpdumpReadsThePacketsOfAGateFromItsFifoUntilItGoes ) {
+   ASSERT_EQ( make( "et1" ).errmsg() + make( "et2" ).errmsg(), "" );
+   ::Test::Directory directory;
+   const auto path = directory.path( "fifo" );
+   ASSERT_EQ( mkfifo( path.c_str(), 0600 ), 0 );
+   bess::pb::TcpdumpArg arg;
+   arg.set_fifo( path );
+   bess::pb::ConfigureGateHookRequest hook;
+   hook.mutable_hook()->set_class_name( "TcpDump" );
+   hook.mutable_hook()->set_module_name( "rx_et1" );
+   hook.mutable_hook()->set_ogate( -1 );
+   hook.mutable_hook()->mutable_arg()->PackFrom( arg );
+   hook.set_enable( true );
+   bess::pb::ConfigureGateHookResponse response;
+   plane.engine.apply( hook, response );
+   ASSERT_EQ( response.error().errmsg(), "" );
+
+   const auto out = client( "et2" );
+   const auto packet = transit();
+   Descriptor reader( open( path.c_str(), O_RDONLY | O_CLOEXEC ) );
+   send( client( "et1" ), packet );
+   EXPECT_EQ( received( out ), "02:aa:00:00:00:05" );
+   constexpr std::size_t fileHeader = 24, packetHeader = 16;
+   std::string bytes( fileHeader + packetHeader + packet.size(), 0 );
+   for ( std::size_t got = 0; got < bytes.size(); ) {
+      const auto n = read( reader.fd(), bytes.data() + got, bytes.size() - got );
+      ASSERT_GT( n, 0 );
+      got += std::size_t( n );
+   }
+   EXPECT_EQ( bytes.substr( 0, 4 ), "\xd4\xc3\xb2\xa1" );
+   EXPECT_EQ( bytes.substr( fileHeader + packetHeader ),
+              std::string( reinterpret_cast< const char * >( packet.data() ), packet.size() ) );
+
+   hook.set_enable( false );
+   plane.engine.apply( hook, response );
+   EXPECT_EQ( response.error().errmsg(), "" );
+   EXPECT_EQ( read( reader.fd(), bytes.data(), bytes.size() ), 0 );
 }
 
 TEST_F( Wired, eachPacketSeesWhatWasBeforeAChangeOrWhatIsAfterIt ) {

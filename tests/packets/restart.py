@@ -142,6 +142,7 @@ class Restart(unittest.TestCase):
         before = self.lab.kernel()
         watch = subprocess.Popen(['ip', '-n', 'vexl3rst-router', 'monitor', 'route', 'address', 'link'],
                                  stdout=subprocess.PIPE, text=True)
+        self.addCleanup(watch.kill)
         with self.stream():
             for number in (signal.SIGKILL, signal.SIGTERM):
                 self.lab.daemon.send_signal(number)

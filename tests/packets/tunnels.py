@@ -89,7 +89,8 @@ class Ends(unittest.TestCase):
             cls.connections[number] = spec
         cls.gre_ipsec = 20, 'gcm128', transport
         tunnels = [f"  - {{name: Tunnel1, source: {END}, destination: {PEER}, addresses: 10.255.1.1/24}}",
-                   f"  - {{name: Tunnel2, source: {END}, destination: {PEER}, key: 7, addresses: 10.255.2.1/24}}",
+                   f"  - {{name: Tunnel2, source: {END}, destination: {PEER}, key: 7, addresses: 10.255.2.1/24, access-group: {{in: inside}}}}",
+                   f"  - {{name: Tunnel4, source: {END}, destination: {PEER}, key: 33, vrf: blue, underlay: default, addresses: 10.255.4.1/24, kernel: false}}",
                    f"  - {{name: Tunnel3, source: {END}, destination: 10.0.2.3, vrf: blue, underlay: default, addresses: 10.255.3.1/24, kernel: false}}"]
         connections, routes = [], []
         for number, (algorithms, more) in cls.connections.items():
@@ -100,6 +101,7 @@ class Ends(unittest.TestCase):
         connections.append(cls.connection(number, algorithms, more, kind='gre'))
         for number in (1, 2, *cls.connections, 20):
             routes.append(f"  - {{prefix: 10.0.{100 + number}.0/24, via: Tunnel{number}}}")
+        routes.append('  - {prefix: 10.9.0.0/16, vrf: blue, via: Tunnel4}')
         nl = '\n'
         cls.lab = Lab('vexl3tun', {'near': (NEAR + '/24', '10.0.1.1'), 'peer': (PEER + '/24', '10.0.2.1')}, f'''
 router: {{mac: '{ROUTER_MAC}'}}
@@ -176,6 +178,17 @@ routes:
         own = self.at_peer(1)[0]
         self.assertEqual((own['GRE']['IP'].src, own['GRE']['IP'].dst), ('10.255.1.1', '10.255.1.9'))
         self.assertEqual(len({own.id, *seen}), 3)
+
+    def test_what_comes_out_of_a_tunnel_meets_its_list_and_its_vrf(self):
+        outer = IP(src=PEER, dst=END) / GRE(proto=0x0800, key_present=1, key=7)
+        self.from_peer(outer / IP(src=FAR, dst=NEAR) / UDP(sport=4000, dport=5555) / Raw(bytes(4)), outer / udp(2))
+        self.assertEqual([index_of(p) for p in self.at_near(1)], [2])
+        # The hosts here are no part of blue; what it knows is behind another tunnel.
+        blue = IP(src='10.0.2.3', dst=END) / GRE(proto=0x0800)
+        self.from_peer(blue / udp(3), blue / udp(4, dst='10.9.0.1'))
+        onward = self.at_peer(1)[0]
+        self.assertEqual((onward.dst, onward['GRE'].key, index_of(onward['GRE'])), (PEER, 33, 4))
+        self.assertEqual(self.at_near(), [])
 
     def test_the_router_answers_through_the_tunnel(self):
         inner = IP(src='10.255.1.9', dst='10.255.1.1') / ICMP(id=5) / Raw(bytes(100))
