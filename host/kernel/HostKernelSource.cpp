@@ -245,6 +245,8 @@ const char * KernelRouteReader::tell( Book & book, const RouteMessage & message,
          found = waysOf( args_.state, args_.intfAt, hops, message.prefix.af() );
    }
    if ( found.wrong != nullptr ) return found.wrong;
+   // The kernel keeps next-hop objects whose subnet has gone, and uses them.
+   for ( auto & hop : found.ways.hops ) hop.onlinkIs( hop.addrHas() );
    if ( found.vrfId != args_.vrfId ) return "a next hop in another VRF";
    const auto origin = args_.state.origins().id(
         { Teller::kernel(), message.protocol, distanceOfProtocol( message.protocol ), message.metric } );
