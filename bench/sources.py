@@ -63,7 +63,7 @@ class Bench:
     def until_all(self, source, since):
         lab.until(lambda: self.router.source(source)['routes'] >= self.routes, 'all routes came', 600)
         told = time.monotonic() - since
-        lab.until(lambda: self.router.ctl('show', 'summary')['rows'][0]['routesProgrammed'] >= self.routes,
+        lab.until(lambda: self.router.ctl('show', 'summary')['result']['routesProgrammed'] >= self.routes,
                   'all are acknowledged', 600)
         return told, time.monotonic() - since
 
