@@ -41,55 +41,54 @@ class ChunkArray {
 };
 
 // An array with places that are taken and given back; the place given back last is taken first. Whether a place is
-// taken is the record's own business. When few are left, the chunks behind the last one that is taken are given back.
+// taken is the record's own business. Chunks at the end in which nothing is taken are given back, but for one.
 template < typename T >
 class Slab {
  public:
    // Beyond the highest place that is taken.
    U32 size() const { return records_.size(); }
-   U32 taken() const { return size() - static_cast< U32 >( free_.size() ); }
+   U32 taken() const { return taken_; }
    // A default-made record.
    U32 take() {
-      if ( free_.empty() ) {
-         records_.grow( size() + 1 );
-         fewAt_ = size() / 4;
-         return size() - 1;
-      }
-      const auto at = free_.back();
-      free_.pop_back();
+      while ( !free_.empty() && free_.back() >= size() ) free_.pop_back();
+      const bool grows = free_.empty();
+      const auto at = grows ? size() : free_.back();
+      if ( grows )
+         records_.grow( at + 1 );
+      else
+         free_.pop_back();
+      if ( takenIn_.size() <= at / chunkSize ) takenIn_.resize( at / chunkSize + 1 );
+      ++takenIn_[ at / chunkSize ];
+      ++taken_;
       return at;
    }
    // `at` is taken.
    void give( U32 at ) {
       records_[ at ] = T{};
       free_.push_back( at );
-      if ( taken() <= fewAt_ && records_.chunks() > 1 ) shrink();
+      --taken_;
+      if ( --takenIn_[ at / chunkSize ] == 0 ) shrink();
    }
    T & operator[]( U32 at ) { return records_[ at ]; }
    const T & operator[]( U32 at ) const { return records_[ at ]; }
 
  private:
-   // Looks at every free place: so it is tried again when only half as many are taken.
    void shrink() {
-      fewAt_ = taken() / 2;
-      std::vector< U32 > freeIn( records_.chunks() );
-      for ( const auto at : free_ ) ++freeIn[ at / chunkSize ];
-      U32 end = size();
-      while ( end != 0 ) {
-         const U32 begin = ( end - 1 ) / chunkSize * chunkSize;
-         if ( freeIn[ begin / chunkSize ] != end - begin ) break;
-         end = begin;
-      }
-      if ( end == size() ) return;
-      std::erase_if( free_, [ end ]( U32 at ) { return at >= end; } );
+      auto kept = takenIn_.size();
+      while ( kept != 0 && takenIn_[ kept - 1 ] == 0 ) --kept;
+      if ( ++kept >= takenIn_.size() ) return;
+      takenIn_.resize( kept );
+      records_.shrink( static_cast< U32 >( kept ) * chunkSize );
+      if ( free_.size() < 2 * size_t( size() ) ) return;
+      std::erase_if( free_, [ this ]( U32 place ) { return place >= size(); } );
       free_.shrink_to_fit();
-      records_.shrink( end );
    }
 
    static constexpr U32 chunkSize = ChunkArray< T >::chunkSize;
    ChunkArray< T > records_;
-   std::vector< U32 > free_;
-   U32 fewAt_ = 0;
+   std::vector< U32 > takenIn_; // each chunk
+   std::vector< U32 > free_;    // and places beyond the end
+   U32 taken_ = 0;
 };
 
 } // namespace Mirel

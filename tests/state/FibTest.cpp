@@ -111,4 +111,19 @@ TEST( Fib, aMillionRoutesTakeAtMost40BytesEach ) {
    EXPECT_LE( fib->bytes(), 40u * 1000000 );
 }
 
+TEST( Fib, aTableThatWasLargeGivesItsMemoryBack ) {
+   const auto fib = Gant::make< Mirel::Fib::RouteStatus >();
+   const auto prefix = []( U32 n ) { return Kynet::Prefix( Kynet::IpAddr( n << 8 ), 24 ); };
+   for ( U32 n = 1; n <= 200000; ++n )
+      fib->routeIs( 0, prefix( n ), Mirel::Route( Mirel::RouteType::forward(), 1, 0 ) );
+   const auto large = fib->bytes();
+   for ( U32 n = 200000; n > 3; --n ) fib->routeDel( 0, prefix( n ) );
+   EXPECT_EQ( fib->routes(), 3u );
+   EXPECT_LT( fib->bytes() * 20, large );
+   // What is left is where it was, and the places that are free are taken again.
+   for ( U32 n = 1; n <= 3; ++n ) EXPECT_EQ( fib->slot( 0, prefix( n ) ), n - 1 );
+   for ( U32 n = 4; n <= 5000; ++n ) fib->routeIs( 0, prefix( n ), Mirel::Route( Mirel::RouteType::forward(), 1, 0 ) );
+   EXPECT_EQ( fib->slots(), 8192u ); // whole chunks of what was
+}
+
 } // namespace
