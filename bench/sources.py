@@ -60,11 +60,11 @@ class Bench:
         status = pathlib.Path(f'/proc/{self.pid()}/status').read_text()
         return int(status.split('VmRSS:')[1].split()[0]) * 1024
 
-
     def until_all(self, source, since):
         lab.until(lambda: self.router.source(source)['routes'] >= self.routes, 'all routes came', 600)
         told = time.monotonic() - since
-        lab.until(lambda: not self.router.ctl('show', 'pending').get('rows'), 'all are acknowledged', 600)
+        lab.until(lambda: self.router.ctl('show', 'summary')['result']['routesProgrammed'] >= self.routes,
+                  'all are acknowledged', 600)
         return told, time.monotonic() - since
 
     def say(self, what, seconds, before):

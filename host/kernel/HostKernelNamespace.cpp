@@ -194,7 +194,11 @@ void KernelNamespace::sweep() {
 
 void KernelNamespace::handleOverflow( int error ) {
    if ( error != ENOBUFS ) tellOnce( text() + ": " + std::strerror( error ) );
-   if ( state_ == State::standing ) readTables();
+   if ( state_ != State::standing ) return;
+   // What was notified by now is older than what is read next.
+   state_ = State::reading;
+   notifications_->drain();
+   readTables();
 }
 
 void KernelNamespace::handle( const nlmsghdr & header ) {

@@ -72,9 +72,9 @@ KernelRouteReader::~KernelRouteReader() {
 
 // What is notified meanwhile is read afterwards: it is newer.
 void KernelRouteReader::read() {
+   // What was notified by now is older, what of answers is under way is among it.
+   notifications_->drain();
    if ( answers_ ) {
-      // What is notified of answers under way.
-      notifications_->read( ~0u );
       answers_->clear();
       answers_->heldIs( true );
    }
@@ -245,6 +245,8 @@ const char * KernelRouteReader::tell( Book & book, const RouteMessage & message,
          found = waysOf( args_.state, args_.intfAt, hops, message.prefix.af() );
    }
    if ( found.wrong != nullptr ) return found.wrong;
+   // The kernel keeps next-hop objects whose subnet has gone, and uses them.
+   for ( auto & hop : found.ways.hops ) hop.onlinkIs( hop.addrHas() );
    if ( found.vrfId != args_.vrfId ) return "a next hop in another VRF";
    const auto origin = args_.state.origins().id(
         { Teller::kernel(), message.protocol, distanceOfProtocol( message.protocol ), message.metric } );

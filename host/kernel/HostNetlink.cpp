@@ -24,7 +24,7 @@ namespace {
 
 constexpr size_t roomOfMessage = 10240;
 constexpr size_t pieceMost = 32768;
-constexpr unsigned piecesPerTurn = 16;
+constexpr unsigned piecesPerTurn = 16, drainMost = 65536;
 constexpr int receiveBuffer = 4 << 20; // bytes
 
 std::string reasonOf( int error, const nlmsghdr & header ) {
@@ -146,18 +146,28 @@ void NetlinkReader::wait() {
 
 void NetlinkReader::read( unsigned most ) {
    const auto own = descriptor_;
-   alignas( NLMSG_ALIGNTO ) std::array< char, pieceMost > piece;
-   while ( most-- != 0 && !own->gone && !own->held ) {
-      const auto length = ::recv( fd(), piece.data(), piece.size(), MSG_DONTWAIT );
-      if ( length < 0 ) {
+   while ( most-- != 0 && !own->gone && !own->held )
+      if ( readPiece( *own ) < 0 ) {
          if ( errno != EAGAIN && errno != EINTR ) own->failed( errno );
          return;
       }
-      auto left = static_cast< int >( length );
-      for ( const auto * header = reinterpret_cast< const nlmsghdr * >( piece.data() );
-            !own->gone && mnl_nlmsg_ok( header, left ); header = mnl_nlmsg_next( header, &left ) )
-         own->each( *header );
-   }
+}
+
+void NetlinkReader::drain() {
+   const auto own = descriptor_;
+   // Who writes faster than this is heard of by the next loss.
+   for ( auto most = drainMost; most != 0 && !own->gone; --most )
+      if ( readPiece( *own ) < 0 && errno != ENOBUFS && errno != EINTR ) return;
+}
+
+ssize_t NetlinkReader::readPiece( Descriptor & own ) {
+   alignas( NLMSG_ALIGNTO ) std::array< char, pieceMost > piece;
+   const auto length = ::recv( own.stream.native_handle(), piece.data(), piece.size(), MSG_DONTWAIT );
+   auto left = static_cast< int >( length );
+   for ( const auto * header = reinterpret_cast< const nlmsghdr * >( piece.data() );
+         left > 0 && !own.gone && mnl_nlmsg_ok( header, left ); header = mnl_nlmsg_next( header, &left ) )
+      own.each( *header );
+   return length;
 }
 
 NetlinkSocket::NetlinkSocket( int fd, std::function< void() > settle ) :

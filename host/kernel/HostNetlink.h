@@ -79,11 +79,16 @@ class NetlinkReader {
    void heldIs( bool held );
    // Reads what is there, so many pieces of up to 32 kB; the loop goes on with the rest.
    void read( unsigned most );
+   // Reads what is there, whatever was dropped. The kernel says that it drops once, and again only after nothing was
+   // left to be read: so before the tables are read, which is newer than all of this.
+   void drain();
    int fd() const;
 
  private:
    struct Descriptor;
    void wait();
+   // What recv() gives, with its messages handed over.
+   ssize_t readPiece( Descriptor & own );
    std::shared_ptr< Descriptor > descriptor_;
 };
 

@@ -112,15 +112,18 @@ class Abuse(unittest.TestCase):
         client = Client(self.router)
         plane = self.router.ctl('show', 'status')['result']['dataPlanePid']
         lab.run('kill', '-STOP', plane)
-        client.wire.settimeout(1)
-        try:
-            for first in range(0, 100 * ROUTES, ROUTES):
-                client.tell(first, first + ROUTES)
-        except TimeoutError:
-            pass
-        source = self.router.source('fpm')
-        self.assertGreater(source['pausedSeconds'], 0)
-        self.assertLess(source['routes'], 40 * ROUTES)
+        client.wire.settimeout(0.2)
+        stream = sources.stream(50 * ROUTES, client.index)
+
+        def paused():
+            nonlocal stream
+            try:
+                stream = stream[client.wire.send(stream[:1 << 22]):]
+            except TimeoutError:
+                pass
+            return self.router.source('fpm')['pausedSeconds'] > 0
+        lab.until(paused, 'it does not read any more')
+        self.assertGreater(len(stream), 0)
         lab.run('kill', '-CONT', plane)
         lab.until(lambda: self.router.source('fpm')['pausedSeconds'] == 0, 'it reads on')
         client.close()

@@ -18,7 +18,7 @@ import lab
 
 LINKS = {1: '10.0.1', 2: '10.0.12'}
 HOSTS = range(2, 6)  # neighbours on each link
-SETTLES = 20  # seconds
+SETTLES = 60  # seconds
 CONNECTIONS = 16
 PREFIXES = [f'192.0.{n}.0/24' for n in range(8)] + [f'192.0.{n}.128/25' for n in range(0, 8, 2)] + \
            ['192.0.0.0/20', '198.51.100.0/24', '198.51.100.7/32', '203.0.113.0/24', '10.0.1.128/25']
