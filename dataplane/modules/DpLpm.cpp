@@ -103,6 +103,8 @@ Lpm::Insert Lpm::insert( Ipv4Prefix prefix, std::uint32_t value, bool room ) {
 
 bool Lpm::remove( Ipv4Prefix prefix ) {
    if ( rules_.erase( keyOf( prefix ) ) == 0 ) return false;
+   // Memory of a table that was large. Packets wait meanwhile: so there is little left to move.
+   if ( rules_.capacity() > 65536 && rules_.size() < rules_.capacity() / 256 ) rules_.rehash( 0 );
    --byLength_[ prefix.len ];
    if ( prefix.len == 0 ) {
       default_.reset();
