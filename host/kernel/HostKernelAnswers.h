@@ -20,8 +20,8 @@ namespace Host {
 //   writes   the kernel's IPv4 routes: the very route again, with RTM_F_OFFLOAD and RTNH_F_OFFLOAD where the data plane
 //            has acknowledged it, with RTM_F_OFFLOAD_FAILED where it has refused it
 //
-// Each telling of a route is answered once. What the kernel notifies of that is known by the socket's number (isEcho()),
-// and is no telling. A route that somebody changed under an answer is put back as he had it.
+// Each telling of a route is answered once. What the kernel notifies of that is known by the socket's number
+// (isEcho()), and is no telling. A route that somebody changed under an answer is put back as he had it.
 //
 // FRR's zebra (8.4.4, --asic-offload) hears an answer and tells the very route again, without it: one such telling for
 // each answer is no new one.

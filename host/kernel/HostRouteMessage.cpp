@@ -66,7 +66,7 @@ bool hopAttr( const nlattr & attr, U16 type, NetlinkHop & hop, const char *& str
 
 void hopFlags( U32 flags, NetlinkHop & hop ) {
    hop.onlink = ( flags & RTNH_F_ONLINK ) != 0;
-   hop.dead = ( flags & ( RTNH_F_DEAD | RTNH_F_LINKDOWN ) ) != 0;
+   hop.dead = ( flags & RTNH_F_DEAD ) != 0;
 }
 
 bool multipathIs( const nlattr & attr, RouteMessage & message ) {

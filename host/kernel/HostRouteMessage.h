@@ -14,7 +14,7 @@ struct NetlinkHop {
    U32 index = 0;              // of a link; 0: none
    U16 weight = 1;
    bool onlink = false;
-   bool dead = false; // the kernel uses it at no price: its link is down
+   bool dead = false; // of several, and the kernel sends nothing by it: its device is down or has no address
    friend bool operator==( const NetlinkHop &, const NetlinkHop & ) = default;
 };
 

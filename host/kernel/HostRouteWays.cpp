@@ -14,7 +14,10 @@ NetlinkWays waysOf( const RouterState & state, const IntfAtIndex & intfAt, const
    if ( hops.size() > Mirel::RouteTable< Kynet::Prefix >::viasMax )
       return { {}, {}, "more next hops than a route can have" };
    NetlinkWays found;
+   bool dead = false;
    for ( const auto & hop : hops ) {
+      dead |= hop.dead;
+      if ( hop.dead ) continue;
       const auto intfId = intfAt( hop.index );
       if ( !intfId ) continue;
       const auto & intfs = state.intfBook().intfs();
@@ -31,7 +34,7 @@ NetlinkWays waysOf( const RouterState & state, const IntfAtIndex & intfAt, const
       }
       found.ways.hops.push_back( Hop( addressed ? hop.gateway : Kynet::IpGenAddr(), *intfId, hop.weight, hop.onlink ) );
    }
-   if ( found.ways.hops.empty() ) found.wrong = "another device";
+   if ( found.ways.hops.empty() ) found.wrong = dead ? "next hops over devices that are down" : "another device";
    return found;
 }
 

@@ -17,7 +17,7 @@ struct NetlinkWays {
    const char * wrong = nullptr; // why no route can have them; null: one can
 };
 
-// Hops over other devices are left out while some of the router's are there.
+// Hops over other devices, and those that the kernel calls dead, are left out while others are there.
 NetlinkWays waysOf( const RouterState & state, const IntfAtIndex & intfAt, const std::vector< NetlinkHop > & hops,
                     Kynet::AddressFamily af );
 // Blackhole, unreachable, prohibit: the router drops.

@@ -45,6 +45,25 @@ class Frame {
       mnl_attr_put( header, NHA_GROUP, entries.size() * sizeof( nexthop_grp ), entries.data() );
       return end( header );
    }
+   struct Hop {
+      const char * gateway;
+      U32 index;
+      U8 flags;
+   };
+   Frame & multipath( const char * prefix, std::initializer_list< Hop > hops ) {
+      route( RTM_NEWROUTE, prefix, 0 );
+      body_.resize( body_.size() - reinterpret_cast< nlmsghdr * >( room_ )->nlmsg_len );
+      auto * const header = reinterpret_cast< nlmsghdr * >( room_ );
+      auto * const all = mnl_attr_nest_start( header, RTA_MULTIPATH );
+      for ( const auto & hop : hops ) {
+         const rtnexthop head{ sizeof( rtnexthop ) + MNL_ATTR_HDRLEN + sizeof( U32 ), hop.flags, 0, int( hop.index ) };
+         std::memcpy( mnl_nlmsg_get_payload_tail( header ), &head, sizeof( head ) );
+         header->nlmsg_len += sizeof( head );
+         mnl_attr_put_u32( header, RTA_GATEWAY, htonl( Kynet::IpAddr::fromString( hop.gateway )->value() ) );
+      }
+      mnl_attr_nest_end( header, all );
+      return end( header );
+   }
    std::string bytes() const {
       const auto length = body_.size() + 4;
       return std::string{ 1, 1, char( length >> 8 ), char( length & 0xff ) } + body_;
@@ -139,6 +158,20 @@ TEST( HostFpm, whatTheRouterCannotHaveIsListedAndComesWithItsDevice ) {
    router.fpm.review();
    EXPECT_EQ( router.routes( "fpm" ), Lines{ "192.0.2.0/24 forward 10.0.2.2%Ethernet2 (fpm)" } );
    EXPECT_TRUE( router.fpm.refusals().empty() );
+}
+
+TEST( HostFpm, aNextHopThatTheKernelCallsDeadCarriesNothing ) {
+   Fpm router;
+   const auto route = [ & ]( U8 first, U8 second ) {
+      return router.take(
+           Frame().multipath( "192.0.2.0/24", { { "10.0.1.2", 1, first }, { "10.0.2.2", 2, second } } ) );
+   };
+   EXPECT_EQ( route( RTNH_F_LINKDOWN, RTNH_F_DEAD | RTNH_F_LINKDOWN ), "" );
+   EXPECT_EQ( router.routes( "fpm" ), Lines{ "192.0.2.0/24 forward 10.0.1.2%Ethernet1 (fpm)" } );
+   EXPECT_EQ( route( RTNH_F_DEAD, RTNH_F_DEAD ), "" );
+   EXPECT_EQ( router.routes( "fpm" ), Lines{} );
+   ASSERT_EQ( router.fpm.refusals().size(), 1u );
+   EXPECT_EQ( router.fpm.refusals()[ 0 ].reason, "next hops over devices that are down" );
 }
 
 TEST( HostFpm, malformedBytesEndTheConnectionWithTheReasonAndLoseNothing ) {
