@@ -28,6 +28,10 @@ def prefix(number):
     return (16 << 24) + (number << 8)
 
 
+def dotted(number):
+    return socket.inet_ntoa(struct.pack('>I', prefix(number)))
+
+
 def attr(kind, value):
     return struct.pack('HH', 4 + len(value), kind) + value + b'\0' * (-len(value) % 4)
 
@@ -37,14 +41,21 @@ def frame(kind, body):
     return struct.pack('>BBH', 1, 1, 4 + len(message)) + message
 
 
-def stream(routes, index, first=0, shift=0):
-    """As zebra words it: next hops, then routes of bgp by their ids, each to the `shift`th after its own."""
-    frames = [frame(104, struct.pack('BBBBI', 2, 0, 11, 0, 0) + attr(1, struct.pack('I', n + 1)) +
-                    attr(6, bytes([10, 0, 1, n + 2])) + attr(5, struct.pack('I', index))) for n in range(HOPS)]
+def next_hops(index):
+    return b''.join(frame(104, struct.pack('BBBBI', 2, 0, 11, 0, 0) + attr(1, struct.pack('I', n + 1)) +
+                          attr(6, bytes([10, 0, 1, n + 2])) + attr(5, struct.pack('I', index))) for n in range(HOPS))
+
+
+def announcements(routes, first=0, shift=0):
+    """Routes of bgp by the ids of their next hops, each to the `shift`th after its own."""
     head = struct.pack('BBBBBBBBI', 2, 24, 0, 0, 254, 186, 0, 1, 0)
-    frames += [frame(24, head + attr(1, struct.pack('>I', prefix(n))) + attr(6, struct.pack('I', 20)) +
-                     attr(30, struct.pack('I', (n + shift) % HOPS + 1))) for n in range(first, routes)]
-    return b''.join(frames)
+    return b''.join(frame(24, head + attr(1, struct.pack('>I', prefix(n))) + attr(6, struct.pack('I', 20)) +
+                          attr(30, struct.pack('I', (n + shift) % HOPS + 1))) for n in range(first, routes))
+
+
+def stream(routes, index, first=0):
+    """As zebra words it."""
+    return next_hops(index) + announcements(routes, first)
 
 
 def withdrawals(routes):
@@ -108,7 +119,7 @@ class Bench:
 
     def kernel(self):
         file = self.router.directory / 'routes'
-        file.write_text(''.join(f'route add {socket.inet_ntoa(struct.pack(">I", prefix(n)))}/24 via 10.0.1.{n % HOPS + 2}\n'
+        file.write_text(''.join(f'route add {dotted(n)}/24 via 10.0.1.{n % HOPS + 2}\n'
                                 for n in range(self.routes)))
         before = self.memory()
         # What it missed it reads when it goes on.
@@ -120,7 +131,7 @@ class Bench:
 
     def file(self):
         file = self.router.directory / 'table'
-        file.write_text(''.join(f'{socket.inet_ntoa(struct.pack(">I", prefix(n)))}/24 10.0.1.{n % HOPS + 2}\n'
+        file.write_text(''.join(f'{dotted(n)}/24 10.0.1.{n % HOPS + 2}\n'
                                 for n in range(self.routes)))
         before, since = self.memory(), time.monotonic()
         self.router.describe(f'kernel-routes: false\nroute-file: {{path: {file}, nexthops: [10.0.1.2]}}\n')
