@@ -225,16 +225,17 @@ double ours( const std::vector< Ipv4Prefix > & prefixes, const std::vector< std:
    Lpm lpm( pool );
    std::uint32_t value = 0;
    for ( const auto & prefix : prefixes ) lpm.insert( prefix, value++ % kNextHops, true );
-   bytes = pool.inUse() * LpmPool::kBlockSize * sizeof( LpmEntry ) + ( 1u << 16 ) * sizeof( LpmEntry );
+   bytes = pool.bytes() + ( 1u << 16 ) * sizeof( LpmEntry );
    std::vector< double > all;
    for ( unsigned run = 0; run < kRuns; ++run ) {
       std::uint64_t sum = 0;
       all.push_back( seconds( [ & ] {
          std::array< Ipv4Addr, kBurst > burst;
+         std::array< Lpm::Match, kBurst > matches;
          for ( std::size_t at = 0; at < addresses.size(); at += kBurst ) {
             for ( std::size_t i = 0; i < kBurst; ++i ) burst[ i ] = { addresses[ at + i ] };
-            lpm.fetch( burst );
-            for ( const auto address : burst ) sum += lpm.lookup( address )->value;
+            lpm.lookup( burst, matches.data() );
+            for ( const auto match : matches ) sum += match.value;
          }
       } ) );
       if ( sum == 0 ) throw std::runtime_error( "nothing was found" );

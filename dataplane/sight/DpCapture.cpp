@@ -48,8 +48,13 @@ CaptureReply::Packet * Capture::slot() {
    return &slots_[ at % kRoom ];
 }
 
+void Capture::takeAll( const Module & module, std::span< Packet * const > packets, double now ) {
+   if ( over( now ) ) return;
+   for ( const auto * const packet : packets )
+      if ( filter_.matches( *packet ) ) take( module, *packet, now );
+}
+
 void Capture::take( const Module & module, const Packet & packet, double now ) {
-   if ( over( now ) || !filter_.matches( packet ) ) return;
    auto * const taken = slot();
    if ( taken == nullptr ) return;
    taken->set_time( std::uint64_t( now * 1e9 ) );
@@ -68,15 +73,15 @@ bool Capture::watches( const Module & module ) const {
    return place_.module.empty() ? !intfnameOf( module ).empty() : module.name() == place_.module;
 }
 
-void Capture::enters( const Module & module, GateId igate, const Packet & packet, double now ) {
+void Capture::enters( const Module & module, GateId igate, std::span< Packet * const > packets, double now ) {
    if ( request_.trace() || place_.out || ( place_.gate && *place_.gate != igate ) ) return;
    if ( place_.module.empty() ? intfnameOf( module ).empty() : module.name() != place_.module ) return;
-   take( module, packet, now );
+   takeAll( module, packets, now );
 }
 
-void Capture::leaves( const Module & module, GateId ogate, const Packet & packet, double now ) {
+void Capture::leaves( const Module & module, GateId ogate, std::span< Packet * const > packets, double now ) {
    if ( place_.out && ( !place_.gate || *place_.gate == ogate ) && module.name() == place_.module )
-      take( module, packet, now );
+      takeAll( module, packets, now );
 }
 
 bool Capture::traces( const Module & source, const Packet & packet, double now ) const {

@@ -37,12 +37,12 @@ bool Captures::watches( const Module & module ) const {
    return std::ranges::any_of( captures_, [ & ]( const auto & entry ) { return entry.second->watches( module ); } );
 }
 
-void Captures::enters( const Module & module, GateId igate, const Packet & packet, double now ) {
-   for ( const auto & [ id, capture ] : captures_ ) capture->enters( module, igate, packet, now );
+void Captures::enters( const Module & module, GateId igate, std::span< Packet * const > packets, double now ) {
+   for ( const auto & [ id, capture ] : captures_ ) capture->enters( module, igate, packets, now );
 }
 
-void Captures::leaves( const Module & module, GateId ogate, const Packet & packet, double now ) {
-   for ( const auto & [ id, capture ] : captures_ ) capture->leaves( module, ogate, packet, now );
+void Captures::leaves( const Module & module, GateId ogate, std::span< Packet * const > packets, double now ) {
+   for ( const auto & [ id, capture ] : captures_ ) capture->leaves( module, ogate, packets, now );
 }
 
 vex::pb::TracePacketReply * Captures::trace( const Module & source, const Packet & packet, double now ) {
