@@ -4,7 +4,7 @@
 
 namespace Vexdp {
 
-void Module::processAll( std::span< Packet * const > packets, Context & context ) {
+void Module::processAll( Packets packets, Context & context ) {
    context.each( packets, [ & ]( Packet & packet ) { return process( packet, context ); } );
 }
 

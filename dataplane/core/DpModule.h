@@ -24,6 +24,9 @@ class Module;
 class Packet;
 struct ModuleClass;
 
+// Packets that are at a module together.
+using Packets = std::span< Packet * const >;
+
 struct GateCounters {
    std::uint64_t batches = 0;
    std::uint64_t packets = 0;
@@ -68,7 +71,7 @@ class Module {
    // The same for packets that are at the module together, in that order, by Context::each(). A module overrides it
    // that most packets pass: so that nothing virtual is called for each of them, or because it can have what all of
    // them need of large tables on its way before the first waits for it.
-   virtual void processAll( std::span< Packet * const > packets, Context & context );
+   virtual void processAll( Packets packets, Context & context );
    // Whether it would hand the packet to the router itself.
    virtual bool punts( const Packet & ) const { return false; }
    // The gate by which packets leave as they came, of a module that does no more than let them pass.

@@ -141,9 +141,10 @@ void Walk::visit( GroupPtr group ) {
 
 bool Walk::shareFate( std::size_t count ) const {
    const auto & fates = context_.fates_;
-   std::size_t alike = 1;
-   while ( alike < count && fates[ alike ] == fates.front() ) ++alike;
-   return alike == count && context_.also_.empty();
+   const auto first = fates.front().word();
+   std::uint64_t unlike = 0;
+   for ( std::size_t i = 1; i < count; ++i ) unlike |= fates[ i ].word() ^ first;
+   return unlike == 0 && context_.also_.empty();
 }
 
 void Walk::goOnTogether( GroupPtr group ) {
@@ -254,7 +255,7 @@ void Walk::lose( Module & module, const Packet & packet, fmt::format_string< Arg
    end( module, Fate( Fate::Kind::dropped ), packet );
 }
 
-void Walk::countOn( OGate * gate, std::span< Packet * const > packets ) {
+void Walk::countOn( OGate * gate, Packets packets ) {
    if ( gate == nullptr || !context_.counting() ) return;
    if ( gate_ != gate ) {
       countCrossed();

@@ -7,6 +7,7 @@
 
 #include "vex/engine.pb.h"
 
+#include <concepts>
 #include <deque>
 #include <memory>
 #include <span>
@@ -21,10 +22,10 @@ class Fate {
  private:
    friend class Context;
    friend class Walk;
-   enum class Kind : std::uint8_t { forwarded, punted, dropped, local, sent };
+   enum class Kind : std::uint32_t { forwarded, punted, dropped, local, sent };
    bool goesOn() const { return kind_ == Kind::forwarded || kind_ == Kind::punted; }
-   friend bool operator==( const Fate &, const Fate & ) = default;
    explicit Fate( Kind kind, GateId ogate = 0 ) : kind_( kind ), ogate_( ogate ) {}
+   std::uint64_t word() const { return std::uint64_t( kind_ ) << 32 | ogate_; }
    Kind kind_;
    GateId ogate_;
 };
@@ -99,8 +100,13 @@ class Context {
 
    // What Module::processAll() does: asks for the fate of each of the packets, in their order.
    template < typename Process >
-   void each( std::span< Packet * const > packets, Process && process ) {
+   void each( Packets packets, Process && process ) {
       for ( at_ = 0; at_ < packets.size(); ++at_ ) fates_[ at_ ] = process( *packets[ at_ ] );
+   }
+   // By the process() of the module's class itself.
+   template < std::derived_from< Module > M >
+   void each( Packets packets, M & module ) {
+      each( packets, [ & ]( Packet & packet ) { return module.M::process( packet, *this ); } );
    }
 
  private:
@@ -135,8 +141,8 @@ class PacketWatcher {
    virtual ~PacketWatcher() = default;
    // Whether enters() or leaves() do anything there: asked once for all that is at the module together.
    virtual bool watches( const Module & module ) const = 0;
-   virtual void enters( const Module & module, GateId igate, std::span< Packet * const > packets, double now ) = 0;
-   virtual void leaves( const Module & module, GateId ogate, std::span< Packet * const > packets, double now ) = 0;
+   virtual void enters( const Module & module, GateId igate, Packets packets, double now ) = 0;
+   virtual void leaves( const Module & module, GateId ogate, Packets packets, double now ) = 0;
    // Where the way of a packet that begins there is to be written; null: nowhere.
    virtual vex::pb::TracePacketReply * trace( const Module & source, const Packet & packet, double now ) = 0;
    // The trace is complete.
@@ -206,7 +212,7 @@ class Walk {
    static Way wayOf( const Group & from, Fate fate );
    // Those who are on the way there, having passed as many modules; null: nobody.
    Group * onWay( const Way & way, unsigned hops ) const;
-   void countOn( OGate * gate, std::span< Packet * const > packets );
+   void countOn( OGate * gate, Packets packets );
    void countCrossed();
    void end( Module & module, Fate fate, const Packet & packet );
    template < typename... Args >

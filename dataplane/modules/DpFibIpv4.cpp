@@ -98,7 +98,7 @@ void FibIpv4::freeUnused( Slot slot ) {
    auto & place = places_[ slot ];
    if ( place.there || place.routes != 0 ) return;
    slots_.erase( place.id );
-   place = {};
+   place.id = 0;
    freeSlots_.push_back( slot );
 }
 
@@ -247,7 +247,7 @@ Fate FibIpv4::process( Packet & packet, Context & context ) {
 }
 
 // They came in by one interface, as a rule, and are of one VRF.
-void FibIpv4::processAll( std::span< Packet * const > packets, Context & context ) {
+void FibIpv4::processAll( Packets packets, Context & context ) {
    const auto vrf = packets.front()->meta.vrf;
    const auto * routes = table( vrf );
    const auto alike = [ vrf ]( Packet * packet ) { return packet->meta.vrf == vrf && Ipv4Header::of( *packet ); };

@@ -64,7 +64,7 @@ class FibIpv4 : public Module {
    Outcome showFib( const vex::pb::FibIpv4ShowArg & arg, vex::pb::FibIpv4ReadFibResp & resp ) const;
 
    Fate process( Packet & packet, Context & context ) override;
-   void processAll( std::span< Packet * const > packets, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    CommandSource commands() const override;
    std::string desc() const override;
 

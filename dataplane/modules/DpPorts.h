@@ -42,6 +42,7 @@ class PortRx : public Port {
    // At first it is enabled.
    Outcome setEnabled( const vex::pb::PortEnabledArg & arg );
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    CommandSource commands() const override;
 
  private:
@@ -67,6 +68,7 @@ class PortTx : public Port {
    static const ModuleClass & moduleClass();
    using Port::Port;
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
 };
 
 class PortTxCp : public Port {

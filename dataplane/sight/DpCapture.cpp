@@ -48,7 +48,7 @@ CaptureReply::Packet * Capture::slot() {
    return &slots_[ at % kRoom ];
 }
 
-void Capture::takeAll( const Module & module, std::span< Packet * const > packets, double now ) {
+void Capture::takeAll( const Module & module, Packets packets, double now ) {
    if ( over( now ) ) return;
    for ( const auto * const packet : packets )
       if ( filter_.matches( *packet ) ) take( module, *packet, now );
@@ -73,13 +73,13 @@ bool Capture::watches( const Module & module ) const {
    return place_.module.empty() ? !intfnameOf( module ).empty() : module.name() == place_.module;
 }
 
-void Capture::enters( const Module & module, GateId igate, std::span< Packet * const > packets, double now ) {
+void Capture::enters( const Module & module, GateId igate, Packets packets, double now ) {
    if ( request_.trace() || place_.out || ( place_.gate && *place_.gate != igate ) ) return;
    if ( place_.module.empty() ? intfnameOf( module ).empty() : module.name() != place_.module ) return;
    takeAll( module, packets, now );
 }
 
-void Capture::leaves( const Module & module, GateId ogate, std::span< Packet * const > packets, double now ) {
+void Capture::leaves( const Module & module, GateId ogate, Packets packets, double now ) {
    if ( place_.out && ( !place_.gate || *place_.gate == ogate ) && module.name() == place_.module )
       takeAll( module, packets, now );
 }

@@ -37,11 +37,11 @@ bool Captures::watches( const Module & module ) const {
    return std::ranges::any_of( captures_, [ & ]( const auto & entry ) { return entry.second->watches( module ); } );
 }
 
-void Captures::enters( const Module & module, GateId igate, std::span< Packet * const > packets, double now ) {
+void Captures::enters( const Module & module, GateId igate, Packets packets, double now ) {
    for ( const auto & [ id, capture ] : captures_ ) capture->enters( module, igate, packets, now );
 }
 
-void Captures::leaves( const Module & module, GateId ogate, std::span< Packet * const > packets, double now ) {
+void Captures::leaves( const Module & module, GateId ogate, Packets packets, double now ) {
    for ( const auto & [ id, capture ] : captures_ ) capture->leaves( module, ogate, packets, now );
 }
 
