@@ -76,6 +76,8 @@ class Module {
    virtual bool punts( const Packet & ) const { return false; }
    // The gate by which packets leave as they came, of a module that does no more than let them pass.
    virtual std::optional< GateId > passGate() const { return std::nullopt; }
+   // The interface whose port it is; empty: it is none's.
+   virtual std::string_view intfname() const { return {}; }
    // The commands in effect, beyond what the init message says. Calling it is quick; what it returns may be slow.
    virtual CommandSource commands() const {
       return []( CommandSink & ) {};

@@ -1,10 +1,9 @@
 #include "DpWalk.h"
 
+#include "DpClock.h"
 #include "DpEthernet.h"
 #include "DpGraph.h"
 #include "DpModuleClass.h"
-
-#include <chrono>
 
 namespace Vexdp {
 
@@ -33,9 +32,7 @@ Context::Context( CounterTable & counters, Purpose purpose ) : counters_( &count
    readClock();
 }
 
-void Context::readClock() {
-   now_ = std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
-}
+void Context::readClock() { now_ = secondsNow(); }
 
 Fate Context::send( std::string_view intfname, const MacAddr & mac ) {
    if ( trace_ != nullptr ) {

@@ -16,7 +16,7 @@ class Port : public Module {
    static Outcome check( const vex::pb::PortArg & init );
    Port( Identity identity, const vex::pb::PortArg & init );
 
-   const std::string & intfname() const { return intfname_; }
+   std::string_view intfname() const final { return intfname_; }
    std::uint64_t intfId() const { return intfId_; }
 
    std::string desc() const override { return intfname_; }

@@ -1,6 +1,7 @@
 #include "DpEngine.h"
 
 #include "DpBatch.h"
+#include "DpClock.h"
 #include "DpFibIpv4.h"
 #include "DpListing.h"
 #include "DpProbe.h"
@@ -19,10 +20,6 @@ using namespace vex::pb;
 namespace {
 // Commands of a batch between which packets are carried.
 constexpr unsigned kCommandsAtOnce = 64;
-
-double secondsNow() {
-   return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
-}
 } // namespace
 
 class Engine::Pause {
@@ -62,9 +59,10 @@ PortTable::Ports Engine::takePorts() {
 void Engine::reset() {
    const std::lock_guard< std::mutex > lock( mutex_ );
    PortTable::Ports ended;
+   GateHooks::Ended writers;
    const Pause pause( *this );
    ended = takePorts();
-   hooks_.clear( captures_ );
+   hooks_.clear( captures_, writers );
    watch();
    if ( worker_ ) worker_->pausedIs( false );
    graphs_.clear();
@@ -373,8 +371,10 @@ void Engine::describe( const bess::pb::GetTcStatsRequest & request, bess::pb::Ge
 
 void Engine::apply( const bess::pb::ConfigureGateHookRequest & request,
                     bess::pb::ConfigureGateHookResponse & response ) {
+   GateHooks::Ended ended;
    const Hold hold( *this );
-   const auto out = hooks_.configure( request, graphs_.live(), captures_, secondsNow(), *response.mutable_name() );
+   const auto out =
+        hooks_.configure( request, graphs_.live(), captures_, secondsNow(), *response.mutable_name(), ended );
    report( { request.hook().module_name(), {}, "ConfigureGateHook" }, out, response );
    if ( !out.ok() ) response.clear_name();
    watch();

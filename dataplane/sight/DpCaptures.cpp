@@ -1,7 +1,5 @@
 #include "DpCaptures.h"
 
-#include "DpPorts.h"
-
 #include <algorithm>
 #include <cerrno>
 
@@ -50,8 +48,7 @@ vex::pb::TracePacketReply * Captures::trace( const Module & source, const Packet
    for ( const auto & [ id, capture ] : captures_ )
       if ( capture->traces( source, packet, now ) ) tracers_.push_back( capture.get() );
    if ( tracers_.empty() ) return nullptr;
-   const auto * const port = dynamic_cast< const Port * >( &source );
-   intfname_ = port == nullptr ? std::string() : std::string( port->intfname() );
+   intfname_ = source.intfname();
    trace_.Clear();
    return &trace_;
 }

@@ -1,14 +1,57 @@
 #include "DpPcapFilter.h"
 
 #include <pcap/pcap.h>
+#include <rte_bpf.h>
+#include <rte_malloc.h>
 
 #include <cerrno>
+#include <limits>
 
 namespace Vexdp {
 
 namespace {
+
 constexpr int kSnapLength = 65535;
-}
+
+// The code of a program. It takes packets as DPDK's buffers.
+class Compiled {
+ public:
+   Compiled() = default;
+   Compiled( const Compiled & ) = delete;
+   Compiled & operator=( const Compiled & ) = delete;
+   ~Compiled() { rte_bpf_destroy( bpf_ ); }
+
+   void programIs( const bpf_program & program ) {
+      // Nothing without DPDK's memory.
+      auto * const converted = rte_bpf_convert( &program );
+      if ( converted == nullptr ) return;
+      bpf_ = rte_bpf_load( converted );
+      rte_free( converted );
+      rte_bpf_jit code{};
+      if ( bpf_ != nullptr && rte_bpf_get_jit( bpf_, &code ) == 0 ) code_ = code.func;
+   }
+   bool takes( const Packet & packet ) const {
+      return code_ != nullptr && packet.size() <= std::numeric_limits< std::uint16_t >::max();
+   }
+   // REQUIRES: takes( packet )
+   bool matches( const Packet & packet ) const {
+      rte_mbuf mbuf; // as much of it as the code looks at
+      mbuf.buf_addr = const_cast< std::uint8_t * >( packet.data() );
+      mbuf.data_off = 0;
+      mbuf.data_len = std::uint16_t( packet.size() );
+      mbuf.pkt_len = std::uint32_t( packet.size() );
+      mbuf.next = nullptr;
+      mbuf.nb_segs = 1;
+      return code_( &mbuf ) != 0;
+   }
+   explicit operator bool() const { return code_ != nullptr; }
+
+ private:
+   rte_bpf * bpf_ = nullptr;
+   std::uint64_t ( *code_ )( void * packet ) = nullptr;
+};
+
+} // namespace
 
 struct PcapFilter::Programs {
    class Program {
@@ -18,20 +61,28 @@ struct PcapFilter::Programs {
          const std::unique_ptr< pcap_t, decltype( &pcap_close ) > pcap( pcap_open_dead( linkType, kSnapLength ),
                                                                         &pcap_close );
          if ( !pcap ) return refuse( ENOMEM, "no memory for a filter" );
-         if ( pcap_compile( pcap.get(), &program_, text.c_str(), 1, PCAP_NETMASK_UNKNOWN ) == 0 ) return {};
-         return refuse( EINVAL, "\"{}\" is no filter: {}", text, pcap_geterr( pcap.get() ) );
+         if ( pcap_compile( pcap.get(), &program_, text.c_str(), 1, PCAP_NETMASK_UNKNOWN ) != 0 )
+            return refuse( EINVAL, "\"{}\" is no filter: {}", text, pcap_geterr( pcap.get() ) );
+         compiled_.programIs( program_ );
+         return {};
       }
       bool matches( const Packet & packet ) const {
+         return compiled_.takes( packet ) ? compiled_.matches( packet ) : matchesSlowly( packet );
+      }
+      bool matchesSlowly( const Packet & packet ) const {
          pcap_pkthdr header{};
          header.len = header.caplen = bpf_u_int32( packet.size() );
          return pcap_offline_filter( &program_, &header, packet.data() ) != 0;
       }
+      bool compiled() const { return bool( compiled_ ); }
 
     private:
       bpf_program program_{};
+      Compiled compiled_;
    };
    Program framed;
    Program bare;
+   const Program & of( const Packet & packet ) const { return packet.meta.ethernet ? framed : bare; }
 };
 
 PcapFilter::PcapFilter() = default;
@@ -48,9 +99,12 @@ Outcome PcapFilter::textIs( const std::string & text ) {
    return {};
 }
 
-bool PcapFilter::matches( const Packet & packet ) const {
-   if ( !programs_ ) return true;
-   return ( packet.meta.ethernet ? programs_->framed : programs_->bare ).matches( packet );
+bool PcapFilter::matches( const Packet & packet ) const { return !programs_ || programs_->of( packet ).matches( packet ); }
+
+bool PcapFilter::matchesSlowly( const Packet & packet ) const {
+   return !programs_ || programs_->of( packet ).matchesSlowly( packet );
 }
+
+bool PcapFilter::compiled() const { return programs_ && programs_->framed.compiled() && programs_->bare.compiled(); }
 
 } // namespace Vexdp

@@ -11,7 +11,6 @@ import argparse
 import pathlib
 import signal
 import socket
-import struct
 import sys
 import unittest
 
@@ -70,7 +69,7 @@ class Abuse(unittest.TestCase):
     def test_a_flood_that_no_buffer_holds_is_read_again(self):
         for verb, left in (('add', ROUTES), ('del', 0), ('add', ROUTES)):
             file = self.router.directory / 'flood'
-            file.write_text(''.join(f'route {verb} {dotted(n)}/24 via 10.0.1.2\n' for n in range(ROUTES)))
+            file.write_text(''.join(f'route {verb} {sources.dotted(n)}/24 via 10.0.1.2\n' for n in range(ROUTES)))
             self.router.processes['vexl3d'].send_signal(signal.SIGSTOP)
             self.router.run('ip', '-batch', file)
             self.router.processes['vexl3d'].send_signal(signal.SIGCONT)
@@ -127,10 +126,6 @@ class Abuse(unittest.TestCase):
         lab.run('kill', '-CONT', plane)
         lab.until(lambda: self.router.source('fpm')['pausedSeconds'] == 0, 'it reads on')
         client.close()
-
-
-def dotted(number):
-    return socket.inet_ntoa(struct.pack('>I', sources.prefix(number)))
 
 
 if __name__ == '__main__':
