@@ -4,6 +4,7 @@
 #include <rte_bpf.h>
 #include <rte_malloc.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <limits>
 
@@ -12,6 +13,23 @@ namespace Vexdp {
 namespace {
 
 constexpr int kSnapLength = 65535;
+
+// DPDK 22.11 makes wrong code of a test of bits that lie in one byte.
+bool compilesRight( const bpf_program & program ) {
+   constexpr bpf_u_int32 kByte = 0x80;
+   return std::none_of( program.bf_insns, program.bf_insns + program.bf_len, []( const bpf_insn & step ) {
+      return step.code == ( BPF_JMP | BPF_JSET | BPF_K ) && step.k + kByte < 2 * kByte;
+   } );
+}
+
+// Nor does DPDK 22.11 say which register a load's index is in.
+void indicesRight( const rte_bpf_prm & program ) {
+   constexpr auto kIndex = EBPF_REG_7; // that it keeps the old language's X in
+   for ( std::uint32_t i = 0; i < program.nb_ins; ++i ) {
+      auto & step = const_cast< ebpf_insn & >( program.ins[ i ] );
+      if ( BPF_CLASS( step.code ) == BPF_LD && BPF_MODE( step.code ) == BPF_IND ) step.src_reg = kIndex;
+   }
+}
 
 // The code of a program. It takes packets as DPDK's buffers.
 class Compiled {
@@ -23,8 +41,9 @@ class Compiled {
 
    void programIs( const bpf_program & program ) {
       // Nothing without DPDK's memory.
-      auto * const converted = rte_bpf_convert( &program );
+      auto * const converted = compilesRight( program ) ? rte_bpf_convert( &program ) : nullptr;
       if ( converted == nullptr ) return;
+      indicesRight( *converted );
       bpf_ = rte_bpf_load( converted );
       rte_free( converted );
       rte_bpf_jit code{};
@@ -99,7 +118,9 @@ Outcome PcapFilter::textIs( const std::string & text ) {
    return {};
 }
 
-bool PcapFilter::matches( const Packet & packet ) const { return !programs_ || programs_->of( packet ).matches( packet ); }
+bool PcapFilter::matches( const Packet & packet ) const {
+   return !programs_ || programs_->of( packet ).matches( packet );
+}
 
 bool PcapFilter::matchesSlowly( const Packet & packet ) const {
    return !programs_ || programs_->of( packet ).matchesSlowly( packet );
