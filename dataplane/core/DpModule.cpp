@@ -1,6 +1,12 @@
 #include "DpModule.h"
 
+#include "DpWalk.h"
+
 namespace Vexdp {
+
+void Module::processAll( Packets packets, Context & context ) {
+   context.each( packets, [ & ]( Packet & packet ) { return process( packet, context ); } );
+}
 
 bool Module::puntedBehind( GateId ogate, const Packet & packet ) const {
    constexpr unsigned kMostPassed = 8; // whoever connects the gates may have made a circle

@@ -101,6 +101,8 @@ Fate Trap::process( Packet & packet, Context & context ) {
    return context.deliver();
 }
 
+void Trap::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+
 TokenBucket & Trap::upTo( const Packet & packet ) {
    if ( packet.meta.etherType == kEtherTypeArp ) return up_[ kClasses ];
    if ( packet.meta.etherType != 0 && packet.meta.etherType != kEtherTypeIpv4 ) return up_[ kClasses + 1 ];
