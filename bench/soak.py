@@ -33,24 +33,17 @@ class Soak:
         self.next_hops()
 
     def next_hops(self):
-        """Over the kernel's device of now: it is another one with each data plane."""
-        index = lab.until(lambda: self.router.run('cat', '/sys/class/net/Ethernet1/ifindex', check=False).stdout,
-                          'the kernel has the device')
-        self.player.play(sources.next_hops(int(index)))
-
-    def ask(self, *words):
-        return self.router.ctl('show', *words)['result']
+        self.player.play(sources.next_hops(self.router.index()))
 
     def pids(self):
-        status = self.ask('status')
-        return {'vexl3d': status['pid'], 'vexdp': status['dataPlanePid']}
+        return {'vexl3d': self.router.fact('status', 'pid'), 'vexdp': self.router.fact('status', 'dataPlanePid')}
 
     def memory(self):
         return {name: sources.resident(pid) for name, pid in self.pids().items()}
 
     def settled(self, routes):
         lab.until(lambda: self.router.source('fpm')['routes'] == routes and
-                  (self.ask('summary') or {}).get('routesProgrammed', 0) >= routes, f'{routes} routes are programmed', LONGEST)
+                  (self.router.fact('summary', 'routesProgrammed') or 0) >= routes, f'{routes} routes are programmed', LONGEST)
 
     def churn(self, number):
         for host in range(2, 2 + sources.HOPS):
@@ -74,8 +67,8 @@ class Soak:
 
     def kill(self):
         os.kill(self.pids()['vexdp'], signal.SIGKILL)
-        restarts = self.ask('status')['restarts']
-        lab.until(lambda: self.ask('status')['restarts'] > restarts, 'the loss is seen')
+        restarts = self.router.fact('status', 'restarts')
+        lab.until(lambda: self.router.fact('status', 'restarts') > restarts, 'the loss is seen')
         self.next_hops()
         lab.until(lambda: all(row.get('via') for row in self.router.ctl('show', 'routes', sources.dotted(0))['rows']),
                   'routes lead out again')
@@ -92,7 +85,7 @@ def main():
         sys.exit(why)
     with lab.Lab() as net:
         net.routers[1].begin(more='kernel-offload: false\nkernel-routes: false\n')
-        lab.until(lambda: net.routers[1].ctl('show', 'status')['result']['phase'] == 'running', 'it runs')
+        lab.until(lambda: net.routers[1].fact('status', 'phase') == 'running', 'it runs')
         soak = Soak(net, options.routes)
         soak.player.play(soak.tables[1])
         soak.settled(options.routes)

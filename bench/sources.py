@@ -100,7 +100,7 @@ class Bench:
     def until_all(self, source, since):
         lab.until(lambda: self.router.source(source)['routes'] >= self.routes, 'all routes came', 600)
         told = time.monotonic() - since
-        lab.until(lambda: self.router.ctl('show', 'summary')['result']['routesProgrammed'] >= self.routes,
+        lab.until(lambda: (self.router.fact('summary', 'routesProgrammed') or 0) >= self.routes,
                   'all are acknowledged', 600)
         return told, time.monotonic() - since
 
@@ -110,8 +110,7 @@ class Bench:
               f'{self.routes / all_:,.0f} routes/s; {(self.memory() - before) / self.routes:.0f} bytes a route', flush=True)
 
     def fpm(self):
-        index = int(self.router.run('cat', '/sys/class/net/Ethernet1/ifindex').stdout)
-        recorded, player = stream(self.routes, index), Player(self.router)
+        recorded, player = stream(self.routes, self.router.index()), Player(self.router)
         before, since = self.memory(), time.monotonic()
         player.play(recorded)
         self.say('fpm', self.until_all('fpm', since), before)
@@ -159,7 +158,7 @@ def main():
     for what in options.what:
         with lab.Lab() as net:
             net.routers[1].begin(more='kernel-offload: false\n')
-            lab.until(lambda: net.routers[1].ctl('show', 'status')['result']['phase'] == 'running', 'it runs')
+            lab.until(lambda: net.routers[1].fact('status', 'phase') == 'running', 'it runs')
             getattr(Bench(net, options.routes), what)()
 
 

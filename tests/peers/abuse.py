@@ -34,7 +34,7 @@ class Client:
             lab.enter(here)
         here.close()
         lab.until(lambda: self.wire.connect_ex(('127.0.0.1', 2620)) == 0, 'it takes us')
-        self.index = int(router.run('cat', '/sys/class/net/Ethernet1/ifindex').stdout)
+        self.index = router.index()
 
     def tell(self, first, last):
         self.wire.sendall(sources.stream(last, self.index, first))
@@ -52,7 +52,7 @@ class Abuse(unittest.TestCase):
 
     def begin(self):
         self.router.begin('--source-quiet', '1', '--dataplane-timeout', '0', more=CONFIG)
-        lab.until(lambda: self.router.ctl('show', 'status').get('result', {}).get('phase') == 'running', 'it runs')
+        lab.until(lambda: self.router.fact('status', 'phase') == 'running', 'it runs')
 
     def counted(self, source, routes, stale=0):
         def there():
@@ -109,7 +109,7 @@ class Abuse(unittest.TestCase):
 
     def test_a_data_plane_that_stands_still_stops_the_reading(self):
         client = Client(self.router)
-        plane = self.router.ctl('show', 'status')['result']['dataPlanePid']
+        plane = self.router.fact('status', 'dataPlanePid')
         lab.run('kill', '-STOP', plane)
         client.wire.settimeout(0.2)
         stream = sources.stream(50 * ROUTES, client.index)
