@@ -31,7 +31,8 @@ std::optional< std::uint32_t > dscpOf( const Packet & packet ) {
 
 } // namespace
 
-Context::Context( CounterTable & counters, Purpose purpose ) : counters_( &counters ), purpose_( purpose ) {
+Context::Context( CounterTable & counters, Purpose purpose, const Seat & seat ) :
+     counters_( &counters.writer( seat.worker ) ), purpose_( purpose ), seat_( seat ) {
    readClock();
 }
 
@@ -66,7 +67,7 @@ void Context::noteIs( std::string_view text ) {
    action += text;
 }
 
-Walk::Walk( CounterTable & counters, Purpose purpose ) : context_( counters, purpose ) {}
+Walk::Walk( CounterTable & counters, Purpose purpose, const Seat & seat ) : context_( counters, purpose, seat ) {}
 
 void Walk::run( Module & source, Packet packet, Reply * trace ) {
    trace_ = trace;
@@ -192,6 +193,7 @@ Module * Walk::cross( Module & from, Fate fate, const Packet & packet ) {
       if ( gate_ != &gate ) {
          countCrossed();
          gate_ = &gate;
+         gateOut_ = &from.tallies_[ context_.worker() ].out[ fate.ogate_ ];
       }
       ++crossed_;
       bytes_ += packet.size();
@@ -201,14 +203,16 @@ Module * Walk::cross( Module & from, Fate fate, const Packet & packet ) {
 
 void Walk::countCrossed() {
    if ( gate_ == nullptr ) return;
-   countBatch( gate_->counters, crossed_, bytes_, context_.now_ );
-   countBatch( gate_->peer->igates_[ gate_->igate ], crossed_, bytes_, context_.now_ );
+   countBatch( *gateOut_, crossed_, bytes_, context_.now_ );
+   auto & gateIn = gate_->peer->tallies_[ context_.worker() ].in[ gate_->igate ];
+   countBatch( gateIn, crossed_, bytes_, context_.now_ );
    gate_ = nullptr;
    crossed_ = bytes_ = 0;
 }
 
 void Walk::end( Module & module, Fate fate, const Packet & packet ) {
-   if ( fate.kind_ == Fate::Kind::dropped && context_.counting() ) module.countDrop( context_.why_ );
+   if ( fate.kind_ == Fate::Kind::dropped && context_.counting() )
+      module.tallies_[ context_.worker() ].countDrop( context_.why_ );
    if ( context_.trace_ == nullptr ) return;
    using enum Fate::Kind;
    context_.trace_->set_end( fate.kind_ == sent    ? Reply::END_SENT

@@ -87,6 +87,10 @@ class Context {
 
    // True when what happens to the packet is to stay: counts, sequence numbers.
    bool counting() const { return purpose_ != Purpose::described; }
+   // Whether another worker may be at the same module.
+   bool shared() const { return seat_.shared(); }
+   // Who walks the packet.
+   unsigned worker() const { return seat_.worker; }
    // True when it is a packet that a device brought, and that is to leave by one.
    bool live() const { return purpose_ == Purpose::live; }
    // Seconds since 1970.
@@ -97,14 +101,15 @@ class Context {
 
  private:
    friend class Walk;
-   Context( CounterTable & counters, Purpose purpose );
+   Context( CounterTable & counters, Purpose purpose, const Seat & seat );
 
    void readClock();
    void reasonIs( std::string reason );
    void noteIs( std::string_view text );
 
-   CounterTable * counters_;
+   CounterTable::Writer * counters_;
    Purpose purpose_;
+   const Seat seat_;
    double now_ = 0;
    vex::pb::TracePacketReply * trace_ = nullptr;
    vex::pb::TracePacketReply::Step * step_ = nullptr;
@@ -144,11 +149,12 @@ class Walk {
    // One packet becomes at most so many more; beyond them they are dropped.
    static constexpr unsigned kMaxMade = 4096;
 
-   Walk( CounterTable & counters, Purpose purpose );
+   // By one thread at a time, and by one of a seat.
+   Walk( CounterTable & counters, Purpose purpose, const Seat & seat = {} );
 
    void run( Module & source, std::span< Packet > burst );
    // Where it counts from here on.
-   void countersAre( CounterTable & counters ) { context_.counters_ = &counters; }
+   void countersAre( CounterTable & counters ) { context_.counters_ = &counters.writer( context_.seat_.worker ); }
    // Null: nobody looks. It outlives the walk, or is taken back.
    void watcherIs( PacketWatcher * watcher ) { watcher_ = watcher; }
    // Whether a trace of a single packet has steps, as it does at first, or its end alone.
@@ -184,11 +190,12 @@ class Walk {
 
    Context context_;
    std::vector< Traveller > waiting_;
-   std::vector< Traveller > group_;  // at one module
-   std::vector< Packet * > packets_; // of the group
-   std::deque< Packet > made_;       // on the way
-   OGate * gate_ = nullptr;          // the last that a packet left by
-   std::uint64_t crossed_ = 0;       // packets there that aren't counted yet
+   std::vector< Traveller > group_;   // at one module
+   std::vector< Packet * > packets_;  // of the group
+   std::deque< Packet > made_;        // on the way
+   const OGate * gate_ = nullptr;     // the last that a packet left by
+   GateCounters * gateOut_ = nullptr; // its own
+   std::uint64_t crossed_ = 0;        // packets there that aren't counted yet
    std::uint64_t bytes_ = 0;
    PacketWatcher * watcher_ = nullptr;
    bool watched_ = false; // the module at hand is
