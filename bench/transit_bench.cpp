@@ -32,7 +32,7 @@ constexpr std::size_t kAddresses = 1u << 20;
 // The port in memory: what leaves comes back for the next burst.
 class Memory : public Outlet {
  public:
-   void send( Packet && packet ) override {
+   void send( Packet && packet, unsigned ) override {
       Packet gone = std::move( packet );
       ++packets;
    }
@@ -185,7 +185,7 @@ class Transit {
    double once() {
       auto & source = *router_.graph.find( "rx_et1" );
       Walk walk( router_.counters, Purpose::live );
-      walk.watcherIs( captures_.empty() ? nullptr : &captures_ );
+      walk.watcherIs( captures_.empty() ? nullptr : &captures_.eye( 0 ) );
       std::vector< Packet > burst;
       burst.reserve( kBurst );
       memory_.packets = 0;

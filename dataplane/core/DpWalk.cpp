@@ -193,7 +193,7 @@ Module * Walk::cross( Module & from, Fate fate, const Packet & packet ) {
       if ( gate_ != &gate ) {
          countCrossed();
          gate_ = &gate;
-         gateOut_ = &from.tallies_[ context_.worker() ].out[ fate.ogate_ ];
+         gateOut_ = &from.tallies_[ context_.seat_.worker ].out[ fate.ogate_ ];
       }
       ++crossed_;
       bytes_ += packet.size();
@@ -204,7 +204,7 @@ Module * Walk::cross( Module & from, Fate fate, const Packet & packet ) {
 void Walk::countCrossed() {
    if ( gate_ == nullptr ) return;
    countBatch( *gateOut_, crossed_, bytes_, context_.now_ );
-   auto & gateIn = gate_->peer->tallies_[ context_.worker() ].in[ gate_->igate ];
+   auto & gateIn = gate_->peer->tallies_[ context_.seat_.worker ].in[ gate_->igate ];
    countBatch( gateIn, crossed_, bytes_, context_.now_ );
    gate_ = nullptr;
    crossed_ = bytes_ = 0;
@@ -212,7 +212,7 @@ void Walk::countCrossed() {
 
 void Walk::end( Module & module, Fate fate, const Packet & packet ) {
    if ( fate.kind_ == Fate::Kind::dropped && context_.counting() )
-      module.tallies_[ context_.worker() ].countDrop( context_.why_ );
+      module.tallies_[ context_.seat_.worker ].countDrop( context_.why_ );
    if ( context_.trace_ == nullptr ) return;
    using enum Fate::Kind;
    context_.trace_->set_end( fate.kind_ == sent    ? Reply::END_SENT

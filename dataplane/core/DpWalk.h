@@ -87,10 +87,8 @@ class Context {
 
    // True when what happens to the packet is to stay: counts, sequence numbers.
    bool counting() const { return purpose_ != Purpose::described; }
-   // Whether another worker may be at the same module.
-   bool shared() const { return seat_.shared(); }
-   // Who walks the packet.
-   unsigned worker() const { return seat_.worker; }
+   // Who walks the packet: where it is shared, another worker may be at the same module.
+   const Seat & seat() const { return seat_; }
    // True when it is a packet that a device brought, and that is to leave by one.
    bool live() const { return purpose_ == Purpose::live; }
    // Seconds since 1970.

@@ -108,7 +108,7 @@ Fate PortTx::process( Packet & packet, Context & context ) {
    const auto mac = destinationOf( packet );
    if ( context.live() ) {
       if ( wire().device == nullptr ) return context.drop( kNoCounter, "{} has no device", intfname() );
-      wire().device->send( std::move( packet ) );
+      wire().device->send( std::move( packet ), context.seat().worker );
    }
    return context.send( intfname(), mac );
 }
@@ -120,7 +120,8 @@ const ModuleClass & PortTxCp::moduleClass() {
 }
 
 Fate PortTxCp::process( Packet & packet, Context & context ) {
-   if ( context.live() && wire().kernel != nullptr && packet.rewind() ) wire().kernel->send( std::move( packet ) );
+   if ( context.live() && wire().kernel != nullptr && packet.rewind() )
+      wire().kernel->send( std::move( packet ), context.seat().worker );
    return context.deliver( "to the kernel by {}", intfname() );
 }
 
