@@ -48,12 +48,6 @@ Column perSecondColumn( std::string title, std::string name ) {
         Column::Align::right );
 }
 
-Column countColumn( std::string title, std::string name ) {
-   return shown(
-        std::move( title ), std::move( name ),
-        []( const Json & value ) { return grouped( value.get< std::uint64_t >() ); }, Column::Align::right );
-}
-
 // One answer, taken whole.
 struct Taken : Answer {
    void row( const Json & row ) override { rows.push_back( row ); }
@@ -130,8 +124,8 @@ std::vector< Monitored > monitored() {
           { { "command", "show ports" } },
           { text( "Port", "port" ), text( "Device", "device" ), text( "State", "state" ),
             perSecondColumn( "Packets/s in", "packetsPerSecondIn" ), perSecondColumn( "Bits/s in", "bitsPerSecondIn" ),
-            countColumn( "Drops in", "dropsIn" ), perSecondColumn( "Packets/s out", "packetsPerSecondOut" ),
-            perSecondColumn( "Bits/s out", "bitsPerSecondOut" ), countColumn( "Drops out", "dropsOut" ),
+            count( "Drops in", "dropsIn" ), perSecondColumn( "Packets/s out", "packetsPerSecondOut" ),
+            perSecondColumn( "Bits/s out", "bitsPerSecondOut" ), count( "Drops out", "dropsOut" ),
             text( "Reason", "reason" ) },
           {} },
         { "modules",
@@ -139,13 +133,13 @@ std::vector< Monitored > monitored() {
           { { "command", "show gates" } },
           { text( "Module", "module" ), text( "Class", "class" ), number( "Gate", "gate" ), text( "To", "to" ),
             perSecondColumn( "Packets/s", "packetsPerSecond" ), perSecondColumn( "Bits/s", "bitsPerSecond" ),
-            countColumn( "Packets", "packets" ) },
+            count( "Packets", "packets" ) },
           Rates( { "module", "gate", "to" }, { { "packets", "packetsPerSecond" }, { "bytes", "bitsPerSecond", 8 } } ) },
         { "drops",
           "packets that are lost, by module and reason, the most frequent first",
           { { "command", "show drops" }, { "once", true } },
           { text( "Module", "module" ), text( "Reason", "reason" ), perSecondColumn( "Packets/s", "packetsPerSecond" ),
-            countColumn( "Packets", "packets" ) },
+            count( "Packets", "packets" ) },
           Rates( { "module", "reason" }, { { "packets", "packetsPerSecond" } } ) } };
 }
 

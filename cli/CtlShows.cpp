@@ -45,24 +45,19 @@ std::string refusalInWords( const Json & refusal ) {
         { member( refusal, "count" ), member( refusal, "reason" ), "(" + member( refusal, "example" ) + ")" } );
 }
 
-std::string groupedNumber( const Json & value ) { return grouped( value.get< std::uint64_t >() ); }
 std::string secondsInWords( const Json & value ) { return seconds( value.get< double >() ); }
 std::string agoInWords( const Json & value ) { return seconds( value.get< double >() ) + " ago"; }
 std::string shortTimeInWords( const Json & value ) {
    return value < 1 ? fmt::format( "{:.3g} ms", value.get< double >() * 1000 ) : secondsInWords( value );
 }
 std::string bucketInWords( const Json & bucket ) {
-   const auto number = groupedNumber( bucket.at( "count" ) );
+   const auto number = groupedInWords( bucket.at( "count" ) );
    return bucket.contains( "upToSeconds" ) ? number + " up to " + shortTimeInWords( bucket.at( "upToSeconds" ) )
                                            : number + " longer";
 }
 std::string mssInWords( const Json & value ) { return value == 0 ? "-" : inWords( value ); }
 std::string keyInWords( const Json & value ) { return value == 0 ? "-" : inWords( value ); }
 std::string megabytes( const Json & value ) { return fmt::format( "{:.1f} MB", value.get< double >() / 1e6 ); }
-
-Column count( std::string title, std::string name ) {
-   return shown( std::move( title ), std::move( name ), groupedNumber, Column::Align::right );
-}
 
 std::string perSecond( const Json & value ) { return fmt::format( "{:.1f}", value.get< double >() ); }
 
@@ -353,7 +348,7 @@ std::vector< Show > graphShows() {
                        { "Value",
                          []( const Json & row ) {
                             const auto & value = row.at( "value" );
-                            return Cell{ value.is_null() ? "not readable" : groupedNumber( value ) };
+                            return Cell{ value.is_null() ? "not readable" : groupedInWords( value ) };
                          },
                          Column::Align::right } },
           .footer = counted( "counter", "counters" ) },
@@ -465,7 +460,7 @@ std::string differencesInWords( const Json & end ) {
    const auto compared = end.value( "compared", Json::object() );
    std::string line;
    for ( const auto & [ what, number ] : compared.items() )
-      line += fmt::format( "{}{} {}", line.empty() ? "" : ", ", what, groupedNumber( number ) );
+      line += fmt::format( "{}{} {}", line.empty() ? "" : ", ", what, groupedInWords( number ) );
    line = "No differences: " + line + " in " + seconds( end.value( "seconds", 0.0 ) );
    std::string unknown;
    for ( const auto & what : end.value( "notCompared", Json::array() ) )

@@ -59,6 +59,10 @@ Column number( std::string title, std::string member ) {
    return column( std::move( title ), std::move( member ), Column::Align::right );
 }
 
+Column count( std::string title, std::string member ) {
+   return shown( std::move( title ), std::move( member ), groupedInWords, Column::Align::right );
+}
+
 Column shown( std::string title, std::string member, std::function< std::string( const Json & ) > words,
               Column::Align align ) {
    return { std::move( title ),
@@ -92,6 +96,8 @@ std::string grouped( std::uint64_t number ) {
       digits.insert( static_cast< size_t >( at ), 1, ',' );
    return digits;
 }
+
+std::string groupedInWords( const Json & value ) { return grouped( value.get< std::uint64_t >() ); }
 
 namespace {
 

@@ -31,6 +31,8 @@ Column number( std::string title, std::string member );
 // `inWords` of the member, by a function of its own.
 Column shown( std::string title, std::string member, std::function< std::string( const Json & ) > words,
               Column::Align align = Column::Align::left );
+// A number of things: "12,345,678".
+Column count( std::string title, std::string member );
 // A list of objects, one to a line.
 Column list( std::string title, std::string member, std::function< std::string( const Json & ) > words );
 
@@ -38,6 +40,7 @@ Column list( std::string title, std::string member, std::function< std::string( 
 std::string seconds( double seconds );
 // "12,345,678"
 std::string grouped( std::uint64_t number );
+std::string groupedInWords( const Json & value );
 
 // Rows with aligned columns. The first rows are held to find the widths; a table longer than that goes on with the
 // widths it has then, so that a million rows are not held. Columns that stay empty are left out of a short table. Where

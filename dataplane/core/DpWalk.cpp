@@ -1,11 +1,11 @@
 #include "DpWalk.h"
 
+#include "DpClock.h"
 #include "DpEthernet.h"
 #include "DpGraph.h"
 #include "DpModuleClass.h"
 
 #include <algorithm>
-#include <chrono>
 #include <iterator>
 
 namespace Vexdp {
@@ -36,9 +36,7 @@ Context::Context( CounterTable & counters, Purpose purpose, const Seat & seat ) 
    readClock();
 }
 
-void Context::readClock() {
-   now_ = std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
-}
+void Context::readClock() { now_ = secondsNow(); }
 
 Fate Context::send( std::string_view intfname, const MacAddr & mac ) {
    if ( trace_ != nullptr ) {

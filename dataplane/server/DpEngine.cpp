@@ -1,6 +1,7 @@
 #include "DpEngine.h"
 
 #include "DpBatch.h"
+#include "DpClock.h"
 #include "DpEngineHold.h"
 #include "DpFibIpv4.h"
 #include "DpListing.h"
@@ -39,9 +40,10 @@ PortTable::Ports Engine::takePorts() {
 void Engine::reset() {
    const std::lock_guard< std::mutex > lock( mutex_ );
    PortTable::Ports ended;
+   GateHooks::Ended writers;
    const Pause pause( *this );
    ended = takePorts();
-   hooks_.clear( captures_ );
+   hooks_.clear( captures_, writers );
    watch();
    workers_.goOn();
    graphs_.clear();
@@ -261,8 +263,10 @@ void Engine::describe( const bess::pb::GetLinkStatusRequest & request,
 
 void Engine::apply( const bess::pb::ConfigureGateHookRequest & request,
                     bess::pb::ConfigureGateHookResponse & response ) {
+   GateHooks::Ended ended;
    const Hold hold( *this );
-   const auto out = hooks_.configure( request, graphs_.live(), captures_, secondsNow(), *response.mutable_name() );
+   const auto out =
+        hooks_.configure( request, graphs_.live(), captures_, secondsNow(), *response.mutable_name(), ended );
    report( { request.hook().module_name(), {}, "ConfigureGateHook" }, out, response );
    if ( !out.ok() ) response.clear_name();
    watch();

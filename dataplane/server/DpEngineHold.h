@@ -5,7 +5,6 @@
 #include "DpReport.h"
 
 #include <cerrno>
-#include <chrono>
 
 namespace Vexdp {
 
@@ -29,11 +28,6 @@ class Engine::Hold {
    const std::lock_guard< std::mutex > lock_;
    const Pause pause_;
 };
-
-// Since 1970.
-inline double secondsNow() {
-   return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
-}
 
 template < class Response >
 const Device * Engine::portOf( const std::string & name, const char * request, Response & response ) const {

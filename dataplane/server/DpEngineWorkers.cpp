@@ -1,5 +1,6 @@
 // Of the engine: workers, and their traffic classes, of which each receive queue has one. It has the name of its port,
 // with the queue's number behind it where the port has several.
+#include "DpClock.h"
 #include "DpEngineHold.h"
 
 #include <charconv>

@@ -1,13 +1,13 @@
 #include "DpSession.h"
 
 #include "DpCleanse.h"
+#include "DpClock.h"
 #include "DpVersion.h"
 
 #include <google/protobuf/arena.h>
 #include <spdlog/spdlog.h>
 
 #include <array>
-#include <chrono>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -54,7 +54,7 @@ class Session {
       spdlog::info( "session {} begins{}, for {}, from {}", id_, beside ? " beside what forwards" : "", agent(),
                     context_.peer() );
       forwarded_ = beside;
-      since_ = std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
+      since_ = secondsNow();
       state_ = State::greeting;
       if ( !writing_ ) tell();
    }

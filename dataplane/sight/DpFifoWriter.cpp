@@ -1,5 +1,7 @@
 #include "DpFifoWriter.h"
 
+#include "DpClock.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -43,10 +45,6 @@ std::string pcapngHeader() {
    return text;
 }
 
-double clockNow() {
-   return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
-}
-
 } // namespace
 
 Outcome FifoWriter::check( const std::string & path ) {
@@ -87,7 +85,7 @@ void FifoWriter::run() {
 
 void FifoWriter::gather() {
    vex::pb::CaptureReply reply;
-   capture_->tell( clockNow(), reply );
+   capture_->tell( secondsNow(), reply );
    if ( fd_ < 0 ) {
       fd_ = open( options_.path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC );
       // The header of pcap says what all its packets are, so that it waits for the first.

@@ -60,8 +60,8 @@ Outcome GateHooks::describeClass( const std::string & name, GetGateHookClassInfo
 }
 
 Outcome GateHooks::configure( const ConfigureGateHookRequest & request, const Graph & graph, Captures & captures,
-                              double now, std::string & name ) {
-   expire( graph, captures );
+                              double now, std::string & name, Ended & ended ) {
+   expire( graph, captures, ended );
    const auto & hook = request.hook();
    const auto * const mclass = hookClassOf( hook.class_name() );
    if ( mclass == nullptr ) return refuse( ENOENT, "there is no class of gate hooks \"{}\"", hook.class_name() );
@@ -82,6 +82,7 @@ Outcome GateHooks::configure( const ConfigureGateHookRequest & request, const Gr
    if ( at == dumps_.end() ) return refuse( ENOENT, "there is no such hook" );
    name = at->first;
    captures.end( at->second.capture );
+   ended.push_back( std::move( at->second.writer ) );
    dumps_.erase( at );
    return {};
 }
@@ -165,18 +166,25 @@ void GateHooks::addTo( GetModuleInfoResponse & response ) const {
    }
 }
 
-void GateHooks::clear( Captures & captures ) {
-   for ( const auto & [ name, dump ] : dumps_ ) captures.end( dump.capture );
+void GateHooks::clear( Captures & captures, Ended & ended ) {
+   for ( auto & [ name, dump ] : dumps_ ) {
+      captures.end( dump.capture );
+      ended.push_back( std::move( dump.writer ) );
+   }
    dumps_.clear();
 }
 
-void GateHooks::expire( const Graph & graph, Captures & captures ) {
-   std::erase_if( dumps_, [ & ]( const auto & entry ) {
-      const auto & dump = entry.second;
-      const bool gone = dump.writer->over() || graph.find( dump.info.module_name() ) == nullptr;
-      if ( gone ) captures.end( dump.capture );
-      return gone;
-   } );
+void GateHooks::expire( const Graph & graph, Captures & captures, Ended & ended ) {
+   for ( auto at = dumps_.begin(); at != dumps_.end(); ) {
+      auto & dump = at->second;
+      if ( !dump.writer->over() && graph.find( dump.info.module_name() ) != nullptr ) {
+         ++at;
+         continue;
+      }
+      captures.end( dump.capture );
+      ended.push_back( std::move( dump.writer ) );
+      at = dumps_.erase( at );
+   }
 }
 
 } // namespace Vexdp

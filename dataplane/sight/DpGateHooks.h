@@ -10,9 +10,11 @@
 
 namespace Vexdp {
 
-// All but the listings of classes are called while the worker is held.
+// All but the listings of classes are called while the worker is held. A writer that ends is handed to the caller, who
+// lets it go when nothing waits for that: its thread is joined.
 class GateHooks {
  public:
+   using Ended = std::vector< std::unique_ptr< FifoWriter > >;
    static void listClasses( bess::pb::ListGateHookClassResponse & response );
    // ENOENT: there is no such class.
    static Outcome describeClass( const std::string & name, bess::pb::GetGateHookClassInfoResponse & response );
@@ -20,16 +22,16 @@ class GateHooks {
    // ENOENT: no such class, module, hook, or fifo. EEXIST: the hook is there. EOPNOTSUPP: Track stays. Others are
    // those of Captures::begin.
    Outcome configure( const bess::pb::ConfigureGateHookRequest & request, const Graph & graph, Captures & captures,
-                      double now, std::string & name );
+                      double now, std::string & name, Ended & ended );
    // Track's "reset": gates count from 0 again. ENOENT: no such module or gate. EOPNOTSUPP: no such command.
    static Outcome command( const bess::pb::GateHookInfo & hook, const std::string & command, const Graph & graph );
    void list( const Graph & graph, bess::pb::ListGateHooksResponse & response ) const;
    // The hooks of one module, on the gates that it is described with.
    void addTo( bess::pb::GetModuleInfoResponse & response ) const;
    // Ends all.
-   void clear( Captures & captures );
+   void clear( Captures & captures, Ended & ended );
    // Those whose reader or module has gone end.
-   void expire( const Graph & graph, Captures & captures );
+   void expire( const Graph & graph, Captures & captures, Ended & ended );
 
  private:
    struct Dump {

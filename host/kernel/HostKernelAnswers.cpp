@@ -183,7 +183,7 @@ void KernelAnswers::handleClock() {
    }
 }
 
-bool KernelAnswers::look( NetlinkBatch & batch ) {
+void KernelAnswers::look( NetlinkBatch & batch ) {
    const auto & front = waiting_.front();
    readRoute( front, route_ );
    const auto key = keyOf( route_ );
@@ -195,7 +195,7 @@ bool KernelAnswers::look( NetlinkBatch & batch ) {
                                        reinterpret_cast< const char * >( &front ) + front.nlmsg_len );
       waiting_.pop();
       waiting_.push( *reinterpret_cast< const nlmsghdr * >( again.data() ) );
-      return false;
+      return;
    }
    if ( !overtaken ) {
       newest_.erase( at );
@@ -214,7 +214,6 @@ bool KernelAnswers::look( NetlinkBatch & batch ) {
       }
    }
    waiting_.pop();
-   return true;
 }
 
 void KernelAnswers::send( NetlinkBatch batch ) {

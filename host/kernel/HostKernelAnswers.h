@@ -81,7 +81,7 @@ class KernelAnswers : public Gant::StateMachine {
 
    void handleClock();
    // Whether the one in front goes into the batch.
-   bool look( NetlinkBatch & batch );
+   void look( NetlinkBatch & batch );
    void send( NetlinkBatch batch );
    void handleAnswer();
    void schedule( double pause );

@@ -17,10 +17,10 @@ namespace Host {
 // routes are not to be written.
 //
 // What a former process left under the protocol number is written over where the router has the same, and the rest is
-// removed when that is done, unless leftovers are held. Work is done in slices of
-// one batch each, one under way at a time. What changes meanwhile changes what a later slice sends: a prefix is brought
-// in line with the FIB as it is then. What the kernel refuses is told, once per reason, and tried again after a second,
-// then after twice the time of the one before, at most every minute.
+// removed when that is done, unless leftovers are held. Work is done in slices of one batch each, one under way at a
+// time. What changes meanwhile changes what a later slice sends: a prefix is brought in line with the FIB as it is
+// then. What the kernel refuses is told, once per reason, and tried again after a second, then after twice the time of
+// the one before, at most every minute.
 class KernelRoutes : public Gant::StateMachine {
  public:
    struct Args {

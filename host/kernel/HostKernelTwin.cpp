@@ -113,6 +113,7 @@ void KernelTwin::deviceIs( Kynet::IntfId intfId, const KernelDeviceAt & device )
 }
 
 void KernelTwin::deviceDel( Kynet::IntfId intfId ) {
+   refusedFacts_.erase( intfId );
    if ( devices_.erase( intfId ) != 0 ) reviewLater( intfId );
 }
 

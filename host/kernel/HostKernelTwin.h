@@ -55,8 +55,8 @@ class KernelTwin : public Gant::StateMachine {
 
    // Why the interface's device is not as it should be; empty: it is, or there is none to be.
    std::string error( Kynet::IntfId intfId ) const;
-   // What is in the kernel is known: every namespace stands, its devices are in line and
-   // its routes are read.
+   // What is in the kernel is known: every namespace stands, its devices are in line and its routes are
+   // read.
    bool read() const;
    // What a former process has written and this one has not stays for as long. From the start: no.
    void leftoversHeldIs( bool held );

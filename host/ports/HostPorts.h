@@ -34,9 +34,8 @@ struct PortKey {
 //   calls    Vex::EnginePorts, KernelDeviceWatcher
 //
 // What the data plane has at first is from another session. What is wanted so is taken over, and the rest destroyed,
-// when sweepIs() says that it may be. Of several ports that are wanted a few
-// are made at a time, and none waits for one that cannot be made. A lost session takes this with it, and the next one
-// makes everything again.
+// when sweepIs() says that it may be. Of several ports that are wanted a few are made at a time, and none waits for one
+// that cannot be made. A lost session takes this with it, and the next one makes everything again.
 class Ports : public Gant::StateMachine {
  public:
    using Kept = std::map< PortKey, std::unique_ptr< KeptPort > >;

@@ -28,13 +28,12 @@ namespace Host {
 //   calls    agentSmFactory, initializedIs, maybeStartProcessing
 //
 // States: connecting (there is no agent: nothing is worked out for a data plane that may never come, or that another
-// agent has), feeding (the
-// agent stands, and not all that it made of the state is acknowledged), fed, lost. A lost session stays lost.
+// agent has), feeding (the agent stands, and not all that it made of the state is acknowledged), fed, lost. A lost
+// session stays lost.
 //
 // Where the graph of a session before goes on forwarding, it does so until this one is in step: when all sources have
 // told what they have, the ports are there and all is acknowledged; when `Way::inStepMost` is over, the files alone are
-// waited for. What the former
-// session has left elsewhere stays for as long.
+// waited for. What the former session has left elsewhere stays for as long.
 class Session : public Gant::StateMachine {
  public:
    // Called in turns of the loop of their own; the session may be let go in them.

@@ -1,9 +1,7 @@
 // show drops: what the data plane lost, where and why. show gates: what went from module to module.
 
 #include "GantActivity.h"
-#include "HostAgentView.h"
-#include "HostShows.h"
-#include "VexEngineQuery.h"
+#include "HostAsking.h"
 
 #include "vex/engine.pb.h"
 
@@ -78,44 +76,17 @@ class Drops : public Answer, Gant::StateMachine {
    std::unique_ptr< Vex::EngineCall > call_; // gone first: it calls back
 };
 
-class Gates : public Answer {
- public:
-   explicit Gates( const Asked & asked ) :
-        view_( asked.daemon ), engine_( view_.channel()->peer() ),
-        call_( engine_.gates( [ this, wake = asked.wake ]( const auto & error, const auto & reply ) {
-           error_ = error.empty() ? reply.error().errmsg() : error;
-           reply_ = reply;
-           done_ = true;
-           wake();
-        } ) ) {}
+void gateRow( const vex::pb::GatesReply::Gate & gate, Output & out ) {
+   out.row( { { "module", gate.module() },
+              { "class", gate.mclass() },
+              { "gate", gate.ogate() },
+              { "to", gate.to() },
+              { "inputGate", gate.igate() },
+              { "packets", gate.packets() },
+              { "bytes", gate.bytes() } } );
+}
 
-   Step step( Output & out ) override {
-      if ( !done_ ) return Step::wait;
-      if ( !error_.empty() ) throw CommandError( ErrorCode::refused, "the data plane: " + error_ );
-      for ( ; next_ < reply_.gate_size() && !out.full(); ++next_ ) {
-         const auto & gate = reply_.gate( next_ );
-         out.row( { { "module", gate.module() },
-                    { "class", gate.mclass() },
-                    { "gate", gate.ogate() },
-                    { "to", gate.to() },
-                    { "inputGate", gate.igate() },
-                    { "packets", gate.packets() },
-                    { "bytes", gate.bytes() } } );
-      }
-      if ( next_ < reply_.gate_size() ) return Step::more;
-      out.endMember( "timestamp", reply_.timestamp() );
-      return Step::done;
-   }
-
- private:
-   const AgentView view_;
-   Vex::EngineQuery engine_;
-   vex::pb::GatesReply reply_;
-   int next_ = 0;
-   std::string error_;
-   bool done_ = false;
-   std::unique_ptr< Vex::EngineCall > call_; // gone first: it calls back
-};
+void gatesEnd( const vex::pb::GatesReply & reply, Output & out ) { out.endMember( "timestamp", reply.timestamp() ); }
 
 } // namespace
 
@@ -123,7 +94,7 @@ Commands dropShows() {
    return { { "show drops",
               { { "once", Parameter::Kind::flag } },
               []( const Asked & asked ) { return std::make_unique< Drops >( asked ); } },
-            { "show gates", {}, []( const Asked & asked ) { return std::make_unique< Gates >( asked ); } } };
+            asking( "show gates", &Vex::EngineQuery::gates, &vex::pb::GatesReply::gate, gateRow, gatesEnd ) };
 }
 
 } // namespace Host

@@ -1,7 +1,7 @@
-// show ports: what stands between the data plane's graph and the outside. show workers,
-// show buffers.
+// show ports, show workers, show buffers: what stands between the data plane's graph and the outside.
 #include "HostShowPorts.h"
 
+#include "HostAsking.h"
 #include "HostKeptPort.h"
 #include "HostPorts.h"
 #include "HostShows.h"
@@ -52,65 +52,22 @@ std::unique_ptr< Answer > ports( const Asked & asked ) {
         } );
 }
 
-void workerRows( const bess::pb::ListWorkersResponse & reply, Output & out ) {
-   for ( const auto & worker : reply.workers_status() ) {
-      Json row{ { "worker", worker.wid() } };
-      row[ "core" ] = worker.core() < 0 ? Json() : Json( worker.core() );
-      row[ "running" ] = worker.running();
-      row[ "trafficClasses" ] = worker.num_tcs();
-      row[ "silentDrops" ] = worker.silent_drops();
-      out.row( row );
-   }
+void workerRow( const bess::pb::ListWorkersResponse::WorkerStatus & worker, Output & out ) {
+   Json row{ { "worker", worker.wid() } };
+   row[ "core" ] = worker.core() < 0 ? Json() : Json( worker.core() );
+   row[ "running" ] = worker.running();
+   row[ "trafficClasses" ] = worker.num_tcs();
+   row[ "silentDrops" ] = worker.silent_drops();
+   out.row( row );
 }
 
-void bufferRows( const bess::pb::DumpMempoolResponse & reply, Output & out ) {
-   for ( const auto & pool : reply.dumps() ) {
-      if ( !pool.initialized() ) continue;
-      out.row( { { "socket", pool.socket() },
-                 { "buffers", pool.mp_size() },
-                 { "bytesEach", pool.mp_element_size() },
-                 { "available", pool.mp_available_count() },
-                 { "inUse", pool.mp_in_use_count() } } );
-   }
-}
-
-// What the data plane answers to one call.
-template < typename Reply >
-class Asking : public Answer {
- public:
-   using Ask = Vex::EnginePorts::Call ( Vex::EnginePorts::* )( Vex::EnginePorts::Done< Reply > );
-   using Rows = void ( * )( const Reply & reply, Output & out );
-   Asking( const Asked & asked, Ask ask, Rows rows ) :
-        view_( asked.daemon ), engine_( view_.channel()->peer() ), rows_( rows ),
-        call_( ( engine_.*ask )( [ this, wake = asked.wake ]( const auto & error, const auto & reply ) {
-           error_ = error.empty() ? reply.error().errmsg() : error;
-           reply_ = reply;
-           done_ = true;
-           wake();
-        } ) ) {}
-
-   Step step( Output & out ) override {
-      if ( !done_ ) return Step::wait;
-      if ( !error_.empty() ) throw CommandError( ErrorCode::refused, "the data plane: " + error_ );
-      rows_( reply_, out );
-      return Step::done;
-   }
-
- private:
-   const AgentView view_;
-   Vex::EnginePorts engine_;
-   const Rows rows_;
-   Reply reply_;
-   std::string error_;
-   bool done_ = false;
-   Vex::EnginePorts::Call call_; // gone first: it calls back
-};
-
-template < typename Reply >
-Command asking( const char * name, typename Asking< Reply >::Ask ask, typename Asking< Reply >::Rows rows ) {
-   return { name, {}, [ ask, rows ]( const Asked & asked ) -> std::unique_ptr< Answer > {
-              return std::make_unique< Asking< Reply > >( asked, ask, rows );
-           } };
+void bufferRow( const bess::pb::DumpMempoolResponse::MempoolDump & pool, Output & out ) {
+   if ( !pool.initialized() ) return;
+   out.row( { { "socket", pool.socket() },
+              { "buffers", pool.mp_size() },
+              { "bytesEach", pool.mp_element_size() },
+              { "available", pool.mp_available_count() },
+              { "inUse", pool.mp_in_use_count() } } );
 }
 
 } // namespace
@@ -131,9 +88,11 @@ void portFacts( const AgentView & session, Kynet::IntfId intfId, Json & row ) {
 }
 
 Commands portShows() {
-   return { { "show ports", {}, ports },
-            asking< bess::pb::ListWorkersResponse >( "show workers", &Vex::EnginePorts::listWorkers, workerRows ),
-            asking< bess::pb::DumpMempoolResponse >( "show buffers", &Vex::EnginePorts::dumpMempool, bufferRows ) };
+   return {
+        { "show ports", {}, ports },
+        asking( "show workers", &Vex::EnginePorts::listWorkers, &bess::pb::ListWorkersResponse::workers_status,
+                workerRow ),
+        asking( "show buffers", &Vex::EnginePorts::dumpMempool, &bess::pb::DumpMempoolResponse::dumps, bufferRow ) };
 }
 
 } // namespace Host

@@ -140,7 +140,9 @@ ChangeResult IntfBook::intfIs( const IntfFact & fact, Teller teller ) {
 }
 
 ChangeResult IntfBook::kernelFactsAre( Kynet::IntfId intfId, const KernelFacts & facts ) {
-   const auto & said = said_.at( intfId );
+   const auto known = said_.find( intfId );
+   if ( known == said_.end() ) return done();
+   const auto & said = known->second;
    auto taken = facts;
    taken.addresses.clear();
    if ( auto result = possible( withKernelFacts( said, taken ) ); !isDone( result ) ) return result;

@@ -31,7 +31,7 @@ class IntfBook {
    ChangeResult intfIs( const IntfFact & fact, Teller teller );
    // What the kernel says of an interface takes the place of what its fact leaves open, until the interface goes.
    // Addresses that it cannot have are left out; of anything else that it cannot have all is refused, and what the
-   // kernel said before holds. Gives the first that was not taken. REQUIRES: the interface is there.
+   // kernel said before holds. Gives the first that was not taken. Of an interface that has gone nothing is taken.
    ChangeResult kernelFactsAre( Kynet::IntfId intfId, const KernelFacts & facts );
    // Its neighbours go with it.
    ChangeResult intfDel( Kynet::IntfId intfId );

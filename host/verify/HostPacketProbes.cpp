@@ -6,7 +6,6 @@ namespace Host {
 
 namespace {
 
-constexpr U32 benchmarkSource = 0xc6120001; // 198.18.0.1 (RFC 2544)
 constexpr size_t hintsMost = 8;
 
 void keep( std::vector< U32 > & hints, U32 dst ) {

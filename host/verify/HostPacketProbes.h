@@ -9,6 +9,8 @@
 
 namespace Host {
 
+constexpr U32 benchmarkSource = 0xc6120001; // 198.18.0.1 (RFC 2544)
+
 // A packet, and the object that it is to meet.
 struct PacketProbe {
    std::string object;

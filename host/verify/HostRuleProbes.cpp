@@ -9,8 +9,6 @@ namespace Host {
 
 namespace {
 
-constexpr U32 someSource = 0xc6120001; // 198.18.0.1 (RFC 2544)
-
 using Filters = std::vector< const Acl::IpFilter * >;
 
 U32 within( const Kynet::IpAddrWithFullMask & wanted, U32 free ) {
@@ -24,7 +22,7 @@ class Candidates {
 
    Candidates( const Acl::IpFilter & filter, const Filters & before, const std::vector< U32 > & dsts ) :
         filter_( filter ) {
-      addresses( src_, filter.source(), { someSource } );
+      addresses( src_, filter.source(), { benchmarkSource } );
       addresses( dst_, filter.destination(), dsts );
       ports( sport_, filter.sourcePort(), 49152 );
       ports( dport_, filter.destinationPort(), 7 );

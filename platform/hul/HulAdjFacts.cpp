@@ -148,7 +148,7 @@ Gant::String AdjSm::Impl::lacks( const Adj & adj ) const {
 
 bool AdjSm::Impl::resolve( Number number ) {
    auto & adj = adjs[ number ];
-   disabledIs( adj, !sm.disabled( number ).empty() );
+   disabledIs( adj, !!sm.disabledIntf( number ) );
    resolved.clear();
    for ( const auto & way : adj.ways ) resolved.nextHopInc( nextHop( way, adj.af ), way.multiplicity, way.via );
    if ( resolved == adj.l2Adj->via() ) return false;

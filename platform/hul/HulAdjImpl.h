@@ -40,7 +40,7 @@ struct Adj {
    U32 asked = 0; // the lower bits of the number of its last command, or of its refused one
    bool underWay = false;
    S32 error = 0;         // what the data plane refused one of its last commands with
-   bool disabled = false; // nothing goes its ways: see AdjSm::disabled()
+   bool disabled = false; // nothing goes its ways: see AdjSm::disabledIntf()
 };
 
 struct ViasKey {

@@ -337,15 +337,20 @@ Gant::String AdjSm::refusal( Number number ) const {
    return adj.error == 0 ? Gant::String() : impl_->args.common->progress()->reason( adj.asked, adj.error );
 }
 
-Gant::String AdjSm::disabled( Number number ) const {
+Kynet::IntfId AdjSm::disabledIntf( Number number ) const {
    const auto & intfs = *impl_->args.allIntfStatusDir;
-   Gant::String reason;
+   Kynet::IntfId first;
    for ( const auto & via : vias( number ) ) {
       if ( !via.intfId() || !intfs.intfStatusHas( via.intfId() ) || intfs.intfStatus( via.intfId() ).adminUp() )
          return {};
-      if ( reason.empty() ) reason = "interface " + via.intfId().stringValue() + " is disabled";
+      if ( !first ) first = via.intfId();
    }
-   return reason;
+   return first;
+}
+
+Gant::String AdjSm::disabled( Number number ) const {
+   const auto intfId = disabledIntf( number );
+   return !intfId ? Gant::String() : "interface " + intfId.stringValue() + " is disabled";
 }
 
 RouteState AdjSm::state( U64 adjIndex ) const {

@@ -129,8 +129,9 @@ class AdjSm : public Gant::StateMachine {
    // Whether the data plane refused one of the last commands of the adjacency, and with what.
    bool refused( Number number ) const;
    Gant::String refusal( Number number ) const;
-   // Why nothing goes its ways, though it is programmed: all of them lead out of interfaces that are disabled. Empty:
-   // something can.
+   // Nothing goes its ways, though it is programmed, where all of them lead out of interfaces that are disabled. The
+   // first of these, and why in words; none, and empty: something can go.
+   Kynet::IntfId disabledIntf( Number number ) const;
    Gant::String disabled( Number number ) const;
    // The refusal, and what is under way, of the one with the index.
    RouteState state( U64 adjIndex ) const;

@@ -14,6 +14,7 @@
 namespace {
 
 using namespace DpTest;
+using namespace Vexdp;
 
 constexpr const char * kFib = "create fib FibIpv4 max_rules: 2\n fib addVrf vrf: 1\n";
 

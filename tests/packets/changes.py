@@ -57,7 +57,7 @@ routes:
         cls.lab.start()
         cls.left, cls.right, cls.third = (cls.lab.hosts[name] for name in ('left', 'right', 'third'))
         for host in (cls.right, cls.third):
-            until(lambda host=host: host.run('ping', '-c1', '-W1', LEFT, check=False).returncode == 0, 'a first ping')
+            host.until_it_reaches(LEFT)
 
     def setUp(self):
         for host in self.lab.hosts.values():
@@ -144,6 +144,10 @@ routes:
 
     def test_flows_leave_a_next_hop_that_dies(self):
         flows = range(5000, 5064)
+        with self.traffic('50.1.1.1', flows):
+            pass
+        for host in (self.right, self.third):
+            self.assertTrue(self.arrived(host)[1], 'each next hop has flows')
         self.third.run('ip', 'link', 'set', 'eth0', 'down')
         self.addCleanup(self.third.run, 'ip', 'link', 'set', 'eth0', 'up')
 

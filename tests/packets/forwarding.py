@@ -56,7 +56,7 @@ interfaces:
             host.run('ip', 'link', 'set', 'eth0', 'mtu', '9000')
         # Every neighbour is known, so that nothing but what is sent is on the wires.
         for host in (cls.right, cls.third):
-            until(lambda host=host: host.run('ping', '-c1', '-W1', LEFT, check=False).returncode == 0, 'a first ping')
+            host.until_it_reaches(LEFT)
 
     def setUp(self):
         for host in self.lab.hosts.values():
@@ -283,8 +283,8 @@ routes:
         cls.lab.start()
         cls.left = cls.lab.hosts['left']
         cls.outs = [cls.lab.hosts[name] for name in cls.names]
-        for i, host in enumerate(cls.outs, 1):
-            until(lambda host=host, i=i: host.run('ping', '-c1', '-W1', LEFT, check=False).returncode == 0, 'a first ping')
+        for host in cls.outs:
+            host.until_it_reaches(LEFT)
 
     def setUp(self):
         for host in self.lab.hosts.values():
@@ -378,7 +378,7 @@ interfaces:
         subprocess.run(['ip', 'netns', 'add', 'vexl3vrf-blue'], check=True)
         lab.start()
         for a, b in (('a1', 'a2'), ('b1', 'b2')):
-            until(lambda: lab.hosts[a].run('ping', '-c1', '-W1', RIGHT, check=False).returncode == 0, 'a first ping')
+            lab.hosts[a].until_it_reaches(RIGHT)
             for host in lab.hosts.values():
                 host.forget()
             self.assertEqual(*lab.hosts[a].pings(RIGHT, '-c5', '-i0.05'))

@@ -58,11 +58,11 @@ def claim():
     return lock
 
 
-def until(condition, what):
-    end = time.monotonic() + DEADLINE
+def until(condition, what, seconds=DEADLINE):
+    end = time.monotonic() + seconds
     while not condition():
         if time.monotonic() > end:
-            raise AssertionError(f'not within {DEADLINE} s: {what}')
+            raise AssertionError(f'not within {seconds} s: {what() if callable(what) else what}')
         time.sleep(0.02)
 
 
@@ -97,6 +97,11 @@ class Host:
 
     def start(self, *command):
         return subprocess.Popen(['ip', 'netns', 'exec', self.space, *command], stdout=subprocess.PIPE, text=True)
+
+    def until_it_reaches(self, address):
+        """Both neighbours are known afterwards."""
+        until(lambda: self.run('ping', '-c1', '-W1', address, check=False).returncode == 0,
+              f'{self.space} has its first answer from {address}')
 
     def send(self, *packets):
         for packet in packets:

@@ -11,7 +11,6 @@ import signal
 import subprocess
 import sys
 import threading
-import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(__file__))
@@ -92,7 +91,7 @@ class Restart(unittest.TestCase):
         self.lab.start()
         self.left, self.right, self.third = (self.lab.hosts[name] for name in ('left', 'right', 'third'))
         for host in (self.right, self.third):
-            until(lambda host=host: host.run('ping', '-c1', '-W1', LEFT, check=False).returncode == 0, 'a first ping')
+            host.until_it_reaches(LEFT)
         for host in (self.left, self.right, self.third):
             host.forget()
 
@@ -138,10 +137,7 @@ class Restart(unittest.TestCase):
         self.assertEqual(len(strangers), 0)
 
     def until_in_step(self):
-        end = time.monotonic() + LONGEST
-        while not self.lab.in_step():
-            self.assertLess(time.monotonic(), end, self.lab.text())
-            time.sleep(0.05)
+        until(self.lab.in_step, self.lab.text, LONGEST)
         self.assertLess(self.lab.status()['changeOverSeconds'], 0.05)  # a thread may lose its core meanwhile
         self.assertEqual(self.lab.ask('verify'), [])
 
@@ -165,10 +161,7 @@ class Restart(unittest.TestCase):
     def test_stopped_beyond_the_limit_and_continued_it_builds_beside(self):
         with self.stream():
             self.lab.daemon.send_signal(signal.SIGSTOP)
-            end = time.monotonic() + LONGEST
-            while 'ends after batch' not in self.lab.text():
-                self.assertLess(time.monotonic(), end, self.lab.text())
-                time.sleep(0.1)
+            until(lambda: 'ends after batch' in self.lab.text(), self.lab.text, LONGEST)
             self.lab.daemon.send_signal(signal.SIGCONT)
             self.until_in_step()
 
