@@ -28,6 +28,10 @@ def prefix(number):
     return (16 << 24) + (number << 8)
 
 
+def dotted(number):
+    return socket.inet_ntoa(struct.pack('>I', prefix(number)))
+
+
 def attr(kind, value):
     return struct.pack('HH', 4 + len(value), kind) + value + b'\0' * (-len(value) % 4)
 
@@ -37,14 +41,48 @@ def frame(kind, body):
     return struct.pack('>BBH', 1, 1, 4 + len(message)) + message
 
 
-def stream(routes, index, first=0):
-    """As zebra words it: next hops, then routes of bgp by their ids."""
-    frames = [frame(104, struct.pack('BBBBI', 2, 0, 11, 0, 0) + attr(1, struct.pack('I', n + 1)) +
-                    attr(6, bytes([10, 0, 1, n + 2])) + attr(5, struct.pack('I', index))) for n in range(HOPS)]
+def next_hops(index):
+    return b''.join(frame(104, struct.pack('BBBBI', 2, 0, 11, 0, 0) + attr(1, struct.pack('I', n + 1)) +
+                          attr(6, bytes([10, 0, 1, n + 2])) + attr(5, struct.pack('I', index))) for n in range(HOPS))
+
+
+def announcements(routes, first=0, shift=0):
+    """Routes of bgp by the ids of their next hops, each to the `shift`th after its own."""
     head = struct.pack('BBBBBBBBI', 2, 24, 0, 0, 254, 186, 0, 1, 0)
-    frames += [frame(24, head + attr(1, struct.pack('>I', prefix(n))) + attr(6, struct.pack('I', 20)) +
-                     attr(30, struct.pack('I', n % HOPS + 1))) for n in range(first, routes)]
-    return b''.join(frames)
+    return b''.join(frame(24, head + attr(1, struct.pack('>I', prefix(n))) + attr(6, struct.pack('I', 20)) +
+                          attr(30, struct.pack('I', (n + shift) % HOPS + 1))) for n in range(first, routes))
+
+
+def stream(routes, index, first=0):
+    """As zebra words it."""
+    return next_hops(index) + announcements(routes, first)
+
+
+def withdrawals(routes):
+    head = struct.pack('BBBBBBBBI', 2, 24, 0, 0, 254, 186, 0, 1, 0)
+    return b''.join(frame(25, head + attr(1, struct.pack('>I', prefix(n))) + attr(6, struct.pack('I', 20)))
+                    for n in range(routes))
+
+
+def resident(pid):
+    """Bytes."""
+    return int(pathlib.Path(f'/proc/{pid}/status').read_text().split('VmRSS:')[1].split()[0]) * 1024
+
+
+class Player:
+    """The client of FPM, in the router's namespace. It takes what is answered, as zebra does."""
+
+    def __init__(self, router):
+        self.process = subprocess.Popen(['ip', 'netns', 'exec', router.name, sys.executable, '-c', PLAYER],
+                                        stdin=subprocess.PIPE)
+
+    def play(self, stream):
+        self.process.stdin.write(stream)
+        self.process.stdin.flush()
+
+    def close(self):
+        self.process.stdin.close()
+        self.process.wait()
 
 
 class Bench:
@@ -57,13 +95,12 @@ class Bench:
         return max(map(int, found.stdout.split()))
 
     def memory(self):
-        status = pathlib.Path(f'/proc/{self.pid()}/status').read_text()
-        return int(status.split('VmRSS:')[1].split()[0]) * 1024
+        return resident(self.pid())
 
     def until_all(self, source, since):
         lab.until(lambda: self.router.source(source)['routes'] >= self.routes, 'all routes came', 600)
         told = time.monotonic() - since
-        lab.until(lambda: self.router.ctl('show', 'summary')['result']['routesProgrammed'] >= self.routes,
+        lab.until(lambda: (self.router.fact('summary', 'routesProgrammed') or 0) >= self.routes,
                   'all are acknowledged', 600)
         return told, time.monotonic() - since
 
@@ -73,18 +110,15 @@ class Bench:
               f'{self.routes / all_:,.0f} routes/s; {(self.memory() - before) / self.routes:.0f} bytes a route', flush=True)
 
     def fpm(self):
-        index = int(self.router.run('cat', '/sys/class/net/Ethernet1/ifindex').stdout)
-        file = self.router.directory / 'stream'
-        file.write_bytes(stream(self.routes, index))
+        recorded, player = stream(self.routes, self.router.index()), Player(self.router)
         before, since = self.memory(), time.monotonic()
-        player = subprocess.Popen(['ip', 'netns', 'exec', self.router.name, sys.executable, '-c', PLAYER, file],
-                                  stdin=subprocess.PIPE)
+        player.play(recorded)
         self.say('fpm', self.until_all('fpm', since), before)
-        player.communicate()
+        player.close()
 
     def kernel(self):
         file = self.router.directory / 'routes'
-        file.write_text(''.join(f'route add {socket.inet_ntoa(struct.pack(">I", prefix(n)))}/24 via 10.0.1.{n % HOPS + 2}\n'
+        file.write_text(''.join(f'route add {dotted(n)}/24 via 10.0.1.{n % HOPS + 2}\n'
                                 for n in range(self.routes)))
         before = self.memory()
         # What it missed it reads when it goes on.
@@ -96,7 +130,7 @@ class Bench:
 
     def file(self):
         file = self.router.directory / 'table'
-        file.write_text(''.join(f'{socket.inet_ntoa(struct.pack(">I", prefix(n)))}/24 10.0.1.{n % HOPS + 2}\n'
+        file.write_text(''.join(f'{dotted(n)}/24 10.0.1.{n % HOPS + 2}\n'
                                 for n in range(self.routes)))
         before, since = self.memory(), time.monotonic()
         self.router.describe(f'kernel-routes: false\nroute-file: {{path: {file}, nexthops: [10.0.1.2]}}\n')
@@ -104,15 +138,13 @@ class Bench:
         self.say('file', self.until_all('route-file', since), before)
 
 
-# Reads its answers, as zebra does, and goes when its input ends.
 PLAYER = '''
 import socket, sys, threading
 wire = socket.create_connection(("127.0.0.1", 2620))
 def read():
     while wire.recv(1 << 20): pass
 threading.Thread(target=read, daemon=True).start()
-wire.sendall(open(sys.argv[1], "rb").read())
-sys.stdin.read()
+while some := sys.stdin.buffer.read1(1 << 20): wire.sendall(some)
 '''
 
 
@@ -126,7 +158,7 @@ def main():
     for what in options.what:
         with lab.Lab() as net:
             net.routers[1].begin(more='kernel-offload: false\n')
-            lab.until(lambda: net.routers[1].ctl('show', 'status')['result']['phase'] == 'running', 'it runs')
+            lab.until(lambda: net.routers[1].fact('status', 'phase') == 'running', 'it runs')
             getattr(Bench(net, options.routes), what)()
 
 

@@ -1,6 +1,7 @@
 #include "DpModule.h"
 
 #include "DpGraph.h"
+#include "DpWalk.h"
 
 #include <algorithm>
 
@@ -9,6 +10,10 @@ namespace Vexdp {
 Module::Module( Identity identity ) :
      name_( std::move( identity.name ) ), mclass_( identity.mclass ), graph_( identity.graph ),
      tallies_( identity.graph.workers() ) {}
+
+void Module::processAll( Packets packets, Context & context ) {
+   context.each( packets, [ & ]( Packet & packet ) { return process( packet, context ); } );
+}
 
 bool Module::puntedBehind( GateId ogate, const Packet & packet ) const {
    constexpr unsigned kMostPassed = 8; // whoever connects the gates may have made a circle

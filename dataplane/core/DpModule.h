@@ -25,6 +25,9 @@ class Module;
 class Packet;
 struct ModuleClass;
 
+// Packets that are at a module together.
+using Packets = std::span< Packet * const >;
+
 struct GateCounters {
    std::uint64_t batches = 0;
    std::uint64_t packets = 0;
@@ -66,13 +69,16 @@ class Module {
 
    // Matches and rewrites the packet, and says what becomes of it. The packet can hold any bytes whatever.
    virtual Fate process( Packet & packet, Context & context ) = 0;
-   // The packets will be processed next, in that order: what they need of large tables can be on its way before the
-   // first of them waits for it.
-   virtual void fetch( std::span< Packet * const > ) {}
+   // The same for packets that are at the module together, in that order, by Context::each(). A module overrides it
+   // that most packets pass: so that nothing virtual is called for each of them, or because it can have what all of
+   // them need of large tables on its way before the first waits for it.
+   virtual void processAll( Packets packets, Context & context );
    // Whether it would hand the packet to the router itself.
    virtual bool punts( const Packet & ) const { return false; }
    // The gate by which packets leave as they came, of a module that does no more than let them pass.
    virtual std::optional< GateId > passGate() const { return std::nullopt; }
+   // The interface whose port it is; empty: it is none's.
+   virtual std::string_view intfname() const { return {}; }
    // The commands in effect, beyond what the init message says. Calling it is quick; what it returns may be slow.
    virtual CommandSource commands() const {
       return []( CommandSink & ) {};
@@ -112,6 +118,7 @@ class Module {
    const Graph & graph() const { return graph_; }
 
  private:
+   friend class Context;
    friend class Graph;
    friend class Walk;
 

@@ -75,6 +75,8 @@ Fate Ip4GreTun::process( Packet & packet, Context & context ) {
    return context.forward( kGreOut );
 }
 
+void Ip4GreTun::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+
 bool Ip4GreTun::punts( const Packet & packet ) const {
    return destinationOf( init_ ).value != 0 && !init_.cp_ingress() && !hasHop( packet );
 }

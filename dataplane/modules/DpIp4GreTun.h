@@ -31,6 +31,7 @@ class Ip4GreTun : public Module {
    Outcome setIp4TunTtl( const vex::pb::TunTtlArg & arg );
 
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    bool punts( const Packet & packet ) const override;
    CommandSource commands() const override;
    std::string desc() const override;

@@ -44,6 +44,8 @@ Fate KyAcl::process( Packet & packet, Context & context ) {
    return context.forward( kPermitted );
 }
 
+void KyAcl::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+
 void KyAcl::log( const Rule & rule, const Ipv4Header & header, const Packet & packet, const Context & context ) {
    if ( !context.counting() || !mayLog( context.now() ) ) return;
    const auto & list = *list_.table();

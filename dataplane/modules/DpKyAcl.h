@@ -28,6 +28,7 @@ class KyAcl : public Module {
    Outcome applyAcl( const vex::pb::KyApplyAclArg & arg );
 
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    std::optional< GateId > passGate() const override;
    CommandSource commands() const override;
    std::string desc() const override;

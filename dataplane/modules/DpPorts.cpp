@@ -67,6 +67,8 @@ Fate PortRx::process( Packet & packet, Context & context ) {
    return context.forward( kPortOut );
 }
 
+void PortRx::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+
 const ModuleClass & PortRxCp::moduleClass() {
    static const ModuleClass self =
         describe< PortRxCp, PortArg >( "PortRxCp", "the router's own packets to an interface",
@@ -112,6 +114,8 @@ Fate PortTx::process( Packet & packet, Context & context ) {
    }
    return context.send( intfname(), mac );
 }
+
+void PortTx::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
 
 const ModuleClass & PortTxCp::moduleClass() {
    static const ModuleClass self = describe< PortTxCp, PortArg >( "PortTxCp", "packets to the router's kernel",

@@ -99,6 +99,8 @@ Fate Trap::process( Packet & packet, Context & context ) {
    return context.deliver();
 }
 
+void Trap::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+
 bool Trap::mayGoUp( const Packet & packet, const Context & context ) {
    const auto type = packet.meta.etherType;
    auto & up = up_[ type == kEtherTypeArp ? kClasses

@@ -43,6 +43,7 @@ class Trap : public Module {
    Outcome applyPolicy( const vex::pb::PolicyApplyArg & arg );
 
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    CommandSource commands() const override { return policy_.policyCommand( "applyPolicy" ); }
    std::string desc() const override;
 

@@ -2,6 +2,7 @@
 
 #include "vex/ipsec.pb.h"
 
+#include <grpcpp/support/slice.h>
 #include <openssl/crypto.h>
 
 namespace Vexdp {
@@ -18,6 +19,10 @@ void cleanse( const vex::pb::Batch & done ) {
 }
 
 void cleanse( const bess::pb::CommandRequest & done ) { overwrite( done.arg().value() ); }
+
+void cleanse( const grpc::Slice & done ) {
+   OPENSSL_cleanse( const_cast< std::uint8_t * >( done.begin() ), done.size() );
+}
 
 void cleanse( const google::protobuf::Message & arg ) {
    const auto * const update = dynamic_cast< const vex::pb::IpsecUpdateSAArg * >( &arg );

@@ -137,6 +137,8 @@ class Session {
    void take( bool ok ) {
       if ( !ok ) return end( grpc::Status::OK );
       arena_.Reset();
+      // gRPC lets go of what was read as it is: the keys in it are overwritten while it is still held.
+      const bool held = bytes_.Dump( &parts_ ).ok();
       auto & batch = *google::protobuf::Arena::CreateMessage< Batch >( &arena_ );
       if ( !grpc::SerializationTraits< Batch >::Deserialize( &bytes_, &batch ).ok() )
          return end( unacceptable( "a message that is no batch, after batch {}", lastNumber_ ) );
@@ -146,6 +148,9 @@ class Session {
       reply_.Clear();
       server_.engine_.apply( batch, reply_ );
       cleanse( batch );
+      if ( held )
+         for ( const auto & part : parts_ ) cleanse( part );
+      parts_.clear();
       if ( reply_.has_in_step() ) tellInStep();
       state_ = State::replying;
       write();
@@ -224,6 +229,7 @@ class Session {
    std::vector< char > block_;
    google::protobuf::Arena arena_;
    grpc::ByteBuffer bytes_;
+   std::vector< grpc::Slice > parts_; // of bytes_, while they are read
    BatchReply reply_;
    grpc::ServerContext context_;
    grpc::ServerAsyncReaderWriter< grpc::ByteBuffer, grpc::ByteBuffer > stream_;

@@ -33,8 +33,8 @@ class Capture {
 
    // On the workers' threads.
    bool watches( const Module & module ) const;
-   void enters( const Module & module, GateId igate, const Packet & packet, double now );
-   void leaves( const Module & module, GateId ogate, const Packet & packet, double now );
+   void enters( const Module & module, GateId igate, Packets packets, double now );
+   void leaves( const Module & module, GateId ogate, Packets packets, double now );
    bool traces( const Module & source, const Packet & packet, double now ) const;
    void traced( const vex::pb::TracePacketReply & trace, const std::string & intfname, double now );
    bool tracing( double now ) const { return request_.trace() && !over( now ); }
@@ -48,6 +48,7 @@ class Capture {
    // Null: there is none. Both under the lock.
    vex::pb::CaptureReply::Packet * slot();
    void put() { written_.store( written_.load( std::memory_order_relaxed ) + 1, std::memory_order_release ); }
+   void takeAll( const Module & module, Packets packets, double now );
    void take( const Module & module, const Packet & packet, double now );
 
    const vex::pb::CaptureRequest request_;

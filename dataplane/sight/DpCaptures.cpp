@@ -1,7 +1,5 @@
 #include "DpCaptures.h"
 
-#include "DpPorts.h"
-
 #include <algorithm>
 #include <cerrno>
 
@@ -37,12 +35,12 @@ bool Captures::Eye::watches( const Module & module ) const {
    return std::ranges::any_of( captures(), [ & ]( const auto & entry ) { return entry.second->watches( module ); } );
 }
 
-void Captures::Eye::enters( const Module & module, GateId igate, const Packet & packet, double now ) {
-   for ( const auto & [ id, capture ] : captures() ) capture->enters( module, igate, packet, now );
+void Captures::Eye::enters( const Module & module, GateId igate, Packets packets, double now ) {
+   for ( const auto & [ id, capture ] : captures() ) capture->enters( module, igate, packets, now );
 }
 
-void Captures::Eye::leaves( const Module & module, GateId ogate, const Packet & packet, double now ) {
-   for ( const auto & [ id, capture ] : captures() ) capture->leaves( module, ogate, packet, now );
+void Captures::Eye::leaves( const Module & module, GateId ogate, Packets packets, double now ) {
+   for ( const auto & [ id, capture ] : captures() ) capture->leaves( module, ogate, packets, now );
 }
 
 vex::pb::TracePacketReply * Captures::Eye::trace( const Module & source, const Packet & packet, double now ) {
@@ -50,8 +48,7 @@ vex::pb::TracePacketReply * Captures::Eye::trace( const Module & source, const P
    for ( const auto & [ id, capture ] : captures() )
       if ( capture->traces( source, packet, now ) ) tracers_.push_back( capture.get() );
    if ( tracers_.empty() ) return nullptr;
-   const auto * const port = dynamic_cast< const Port * >( &source );
-   intfname_ = port == nullptr ? std::string() : std::string( port->intfname() );
+   intfname_ = source.intfname();
    trace_.Clear();
    return &trace_;
 }

@@ -38,8 +38,8 @@ class Captures {
    class Eye : public PacketWatcher {
     public:
       bool watches( const Module & module ) const override;
-      void enters( const Module & module, GateId igate, const Packet & packet, double now ) override;
-      void leaves( const Module & module, GateId ogate, const Packet & packet, double now ) override;
+      void enters( const Module & module, GateId igate, Packets packets, double now ) override;
+      void leaves( const Module & module, GateId ogate, Packets packets, double now ) override;
       vex::pb::TracePacketReply * trace( const Module & source, const Packet & packet, double now ) override;
       void traced( double now ) override;
       bool tracing( double now ) const override;

@@ -48,9 +48,10 @@ void ControlClient::handleInput() {
       return refuse( ErrorCode::usage,
                      Gant::format( "a request is one line of at most %zu bytes", around_.limits.requestBytesMax ) );
    if ( end != std::string::npos ) {
-      // Moving what is behind it to the front would leave some of it where it was.
+      // Moving what is behind it to the front, or assigning what is short enough to be in the string itself, would
+      // leave some of it where it was.
       const auto line = input_.substr( 0, end );
-      input_ = Gant::CleansedString( input_, end + 1 );
+      Gant::CleansedString( input_, end + 1 ).swap( input_ );
       clock_->timeMinIs( Gant::Clock::never );
       return request( line );
    }

@@ -90,10 +90,7 @@ template < typename P >
 void FecBook< P >::indexed( U64 fecId, bool present ) {
    const auto & ways = fec( fecId ).ways;
    for ( const auto & hop : ways.hops ) {
-      // What a tunnel receives is some other interface's.
-      const bool fixed =
-           ways.kind == Mirel::RouteType::forward_ || !Kynet::TunnelIntfId::isTunnelIntfId( hop.intfId() );
-      const auto intfId = fixed ? hop.intfId() : Kynet::IntfId();
+      const auto intfId = hop.intfId();
       if ( present ) {
          byIntf_[ intfId ].insert( fecId );
       } else if ( const auto at = byIntf_.find( intfId ); at != byIntf_.end() ) {

@@ -68,6 +68,7 @@ class WaysOf {
    Json onInterface( RouteType kind, const Mirel::Via & via ) const {
       Json row{ { "kind", kind.stringValue() } };
       intf( row, via.intfId() );
+      if ( Kynet::TunnelIntfId::isTunnelIntfId( via.intfId() ) ) row.erase( "accessList" );
       if ( kind == RouteType::attached_ )
          neighbor( row, via.intfId(), address_ );
       else if ( hasDevice( via.intfId() ) && !inKernel( via.intfId() ) )

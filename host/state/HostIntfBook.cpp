@@ -461,25 +461,11 @@ std::optional< Way > IntfBook::resolve( U32 vrfId, RouteType kind, const Hop & h
    const auto way = [ & ]( const Kynet::IpGenAddr & addr, Kynet::IntfId by ) {
       return Way{ Mirel::Via( kind, addr, by, hop.weight() ), fact.enabled };
    };
-   if ( kind != RouteType::forward_ ) {
-      const auto by = receiver( fact );
-      return !by ? std::nullopt : std::optional( way( {}, by ) );
-   }
+   if ( kind != RouteType::forward_ ) return way( {}, intfId );
    if ( this->vrfId( fact ) != vrfId ) return std::nullopt;
    if ( fact.tunnel ) return way( {}, intfId );
    if ( v4 && !hop.onlink() && !onSubnet( fact, hop.addr().v4Addr() ) ) return std::nullopt;
    return way( hop.addr(), intfId );
-}
-
-Kynet::IntfId IntfBook::receiver( const IntfFact & fact ) const {
-   if ( !fact.tunnel ) return fact.intfId;
-   Kynet::IntfId found;
-   for ( const auto & [ intfId, told ] : intfs_ ) {
-      if ( told.fact.tunnel || !told.fact.enabled ) continue;
-      if ( told.fact.vrf == fact.vrf ) return intfId;
-      if ( !found ) found = intfId;
-   }
-   return found;
 }
 
 Gant::String IntfBook::wrongHop( Kynet::AddressFamily af, const Hop & hop ) const {

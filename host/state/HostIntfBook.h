@@ -93,8 +93,6 @@ class IntfBook {
    bool onSubnet( const IntfFact & fact, Kynet::IpAddr addr ) const;
    U32 vrfId( const IntfFact & fact ) const { return vrfs_.id( fact.vrf ).value_or( 0 ); }
    std::optional< Way > resolve( U32 vrfId, Mirel::RouteType kind, const Hop & hop ) const;
-   // The interface by whose next-hop table the router gets what is for an address of the interface: a tunnel has none.
-   Kynet::IntfId receiver( const IntfFact & fact ) const;
    void reviewFecs( Kynet::IntfId intfId );
 
    StateTree & tree_;

@@ -305,11 +305,11 @@ void FateModel::toNeighbor( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr,
    way.end( fate );
 }
 
-// By the chain of the interface that has the address.
+// By the chain of the interface that has the address; by none when a tunnel has it.
 void FateModel::toRouter( Kynet::IntfId intfId, Way & way ) const {
    const auto * const fact = intf( intfId );
    if ( fact == nullptr ) return way.end( {} );
-   if ( permits( fact->filters.aclOut, { FateMet::Kind::listOut, intfId }, way.packet, way ) )
+   if ( fact->tunnel || permits( fact->filters.aclOut, { FateMet::Kind::listOut, intfId }, way.packet, way ) )
       way.end( { PacketFate::Kind::local } );
 }
 

@@ -171,6 +171,8 @@ size_t AdjSm::Impl::fillSome( const NextHopRoom::Table & table, size_t most ) {
 void AdjSm::Impl::answered( Number number, const AdjUpdateReturnType & answer ) {
    auto & adj = adjs[ number ];
    if ( !answer.prefixWalkRequired() || adj.walk == WalkState::scheduled_ ) return;
+   // What is of no interface has no table to be written to, which no walk changes.
+   if ( std::ranges::none_of( adj.ways, []( const auto & way ) { return !!way.intfId; } ) ) return;
    if ( adj.walkGranted ) {
       GANT_TRACE( 4, "AdjSm: adjacency ", adj.l2Adj->key().index(), " wants a walk after its walk, and waits" );
       adj.walk = WalkState::waiting();

@@ -37,6 +37,8 @@ class Progress : public Gant::PtrInterface {
    U64 acknowledged() const { return acknowledged_; }
    // So many are under way that what can wait does: what was told would only wait in memory.
    bool congested() const { return told_ - acknowledged_ > underWayMost_; }
+   // Even whoever cannot wait at its source is told later.
+   bool full() const { return told_ - acknowledged_ > 2 * underWayMost_; }
    void underWayMostIs( U64 most ) { underWayMost_ = most; }
    // The newest refusals, in ascending order.
    static constexpr size_t refusedKept = 4096;

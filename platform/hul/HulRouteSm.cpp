@@ -41,9 +41,36 @@ void RouteMachine< F >::hasNotificationActiveIs( bool active ) {
 
 template < typename F >
 void RouteMachine< F >::handleRoute( const Ref & ref ) {
-   const U64 sequence = sweeping_ ? 0 : args_.table->sequence( ref.vrfId );
+   // One that goes is told at once: its slot, and its prefix, may soon be others'.
+   if ( ( !late_.empty() || args_.common->progress()->full() ) && args_.table->slotHas( ref.slot ) )
+      return postpone( ref.slot );
+   const U64 sequence = allInLine() ? args_.table->sequence( ref.vrfId ) : 0;
    review( ref.slot, sequence, true );
    acknowledge( vrf( ref.vrfId ), sequence );
+}
+
+template < typename F >
+void RouteMachine< F >::reachAll() {
+   const auto slots = told_.size();
+   told_.grow( args_.table->slots() );
+   // A sweep that is under way goes around all that there is: it would end short of where it began.
+   if ( sweepLeft_ != 0 ) sweepLeft_ += told_.size() - slots;
+}
+
+template < typename F >
+void RouteMachine< F >::postpone( U32 slot ) {
+   reachAll();
+   auto & told = told_[ slot ];
+   if ( told.routeType != 0 && !overtaken( told ) ) {
+      if ( taken( told ) ) args_.adjSm->takenDec( told.adj );
+      unask( told );
+      told.underWay = true;
+      told.asked = 0;
+      underWayInc( told, 1 );
+   }
+   if ( told.late ) return;
+   told.late = true;
+   late_.push_back( slot );
 }
 
 template < typename F >
@@ -81,7 +108,7 @@ void RouteMachine< F >::handleVrf( VrfId vrfId ) {
    if ( std::exchange( vrf.active, active ) == active ) return;
    if ( vrf.told != 0 || args_.table->routes( vrfId ) != 0 )
       sweep();
-   else if ( !sweeping_ )
+   else if ( allInLine() )
       acknowledge( vrf, args_.table->sequence( vrfId ) );
 }
 
@@ -118,10 +145,7 @@ void RouteMachine< F >::handleAll() {
 
 template < typename F >
 void RouteMachine< F >::review( U32 slot, U64 sequence, bool retry ) {
-   const auto slots = told_.size();
-   told_.grow( args_.table->slots() );
-   // A sweep that is under way goes around all that there is: it would end short of where it began.
-   if ( sweepLeft_ != 0 ) sweepLeft_ += told_.size() - slots;
+   reachAll();
    auto & told = told_[ slot ];
    if ( !args_.table->slotHas( slot ) ) {
       if ( told.here ) forget( slot, sequence );
@@ -137,7 +161,7 @@ void RouteMachine< F >::review( U32 slot, U64 sequence, bool retry ) {
    }
    const auto what = wanted( told, route.routeType() );
    if ( told.unprogrammed == Mirel::UnprogrammedReason::refused_ && what.routeType != 0 && !retry ) return;
-   tell( slot, what, sequence );
+   tell( slot, what, sequence, overtaken( told ) );
    if ( what.routeType == 0 ) unprogrammedIs( told, waitsForRoom( told ) ? Mirel::UnprogrammedReason::noRoom_ : 0 );
 }
 
@@ -300,46 +324,6 @@ size_t RouteMachine< F >::tellAgain( size_t routes ) {
    return routes;
 }
 
-template < typename F >
-RouteCounts RouteMachine< F >::counts() const {
-   const auto & over = args_.adjSm->takenOver( F::af );
-   return { underWayRoutes_,
-            toldRoutes_ - underWayRoutes_ - refusedRoutes_ - over.refused - over.disabled,
-            refusedRoutes_ + over.refused + static_cast< U32 >( args_.unprogrammed->routes() ),
-            noRoomRoutes_,
-            over.refused,
-            over.disabled };
-}
-
-template < typename F >
-RouteCounts RouteMachine< F >::counts( U32 vrfId ) const {
-   const auto & vrf = this->vrf( vrfId );
-   return { vrf.underWay, vrf.told - vrf.underWay - vrf.refused, vrf.refused };
-}
-
-template < typename F >
-RouteState RouteMachine< F >::state( U32 vrfId, const Prefix & prefix ) const {
-   const auto slot = args_.table->slot( vrfId, prefix );
-   if ( !slot ) return { RouteProgress::pending(), "there is no such route" };
-   if ( *slot >= told_.size() || !told_[ *slot ].here ) return { RouteProgress::pending(), "its turn has not come" };
-   const auto & told = told_[ *slot ];
-   auto state = stateOf( told, *slot );
-   if ( told.routeType != 0 ) state.command = told.asked;
-   return state;
-}
-
-template < typename F >
-RouteState RouteMachine< F >::stateOf( const Told & told, U32 slot ) const {
-   if ( taken( told ) ) {
-      const auto refusal = args_.adjSm->refusal( told.adj );
-      if ( !refusal.empty() ) return { RouteProgress::refused(), "the data plane refused its next hops: " + refusal };
-      const auto disabled = args_.adjSm->disabled( told.adj );
-      return { disabled.empty() ? RouteProgress::programmed() : RouteProgress::pending(), disabled };
-   }
-   const bool refused = told.error != 0 || told.unprogrammed != 0;
-   return { refused ? RouteProgress::refused() : RouteProgress::pending(), reasonOf( told, slot ) };
-}
-
 // What the helper has of the route from now on, with everything that counts it. The VRF and the former adjacency may go
 // with their last route.
 template < typename F >
@@ -366,7 +350,9 @@ void RouteMachine< F >::forget( U32 slot, U64 sequence ) {
    tell( slot, What(), sequence );
    unprogrammedIs( told, 0 );
    leave( told );
+   const bool late = told.late;
    told = Told();
+   told.late = late;
 }
 
 template < typename F >
@@ -383,6 +369,12 @@ void RouteMachine< F >::unprogrammedIs( Told & told, U8 reason ) {
 template < typename F >
 void RouteMachine< F >::acknowledge( const Vrf & vrf, U64 sequence ) {
    if ( vrf.status && F::sequence( *vrf.status ) < sequence ) F::sequenceIs( *vrf.status, sequence );
+}
+
+template < typename F >
+void RouteMachine< F >::acknowledgeAll() {
+   if ( !allInLine() ) return;
+   for ( const auto & [ vrfId, vrf ] : vrfs_ ) acknowledge( vrf, args_.table->sequence( vrfId ) );
 }
 
 template < typename F >
@@ -478,10 +470,23 @@ template < typename F >
 void RouteMachine< F >::turn() {
    if ( zombie() || !hasNotificationActive() ) return;
    const bool held = args_.common->progress()->congested();
-   if ( !held ) sweepSome( moveSome( tellAgain( routesPerTurn ) ) );
+   if ( !held ) sweepSome( moveSome( tellLate( tellAgain( routesPerTurn ) ) ) );
    if ( sweeping_ && sweepLeft_ == 0 ) swept();
    if ( std::exchange( uncommitted_, false ) ) F::commit( *args_.helper );
    if ( !held && ( busy() || ( room_ != 0 && !waiting_.empty() ) ) ) turns_.post();
+}
+
+template < typename F >
+size_t RouteMachine< F >::tellLate( size_t routes ) {
+   if ( late_.empty() ) return routes;
+   for ( ; routes != 0 && !late_.empty(); --routes ) {
+      const auto slot = late_.front();
+      late_.pop_front();
+      told_[ slot ].late = false;
+      review( slot, 0, true );
+   }
+   acknowledgeAll();
+   return routes;
 }
 
 template < typename F >
@@ -518,52 +523,9 @@ size_t RouteMachine< F >::sweepSome( size_t slots ) {
 template < typename F >
 void RouteMachine< F >::swept() {
    sweeping_ = false;
-   for ( const auto & [ vrfId, vrf ] : vrfs_ ) acknowledge( vrf, args_.table->sequence( vrfId ) );
+   acknowledgeAll();
    if ( std::exchange( sweptOnce_, true ) ) return;
    args_.helper->endOfSyncOnInit();
-}
-
-template < typename F >
-void RouteMachine< F >::verify() {
-   args_.helper->prepareForVerifyRoute();
-   for ( U32 slot = 0; slot < told_.size(); ++slot ) {
-      const auto & told = told_[ slot ];
-      if ( told.routeType == 0 ) continue;
-      args_.helper->verifyRoute( Prefix( told.address, told.len ), VrfId( told.vrfId ),
-                                 info( { told.routeType, told.adj } ) );
-   }
-   args_.helper->verifyNumberOfRouteEntries();
-   args_.helper->cleanupForVerifyRoute();
-}
-
-// Of one that is not programmed.
-template < typename F >
-Gant::String RouteMachine< F >::reasonOf( const Told & told, U32 slot ) const {
-   if ( told.unprogrammed == Mirel::UnprogrammedReason::familyNotSupported_ )
-      return "refused: the data plane takes no routes of this family";
-   if ( told.unprogrammed == Mirel::UnprogrammedReason::refused_ ) return "the data plane refused it";
-   if ( told.unprogrammed == Mirel::UnprogrammedReason::noRoom_ )
-      return args_.adjSm->lacksRoom( fecs_[ told.fec ].adj );
-   if ( told.underWay ) return "the data plane has not answered";
-   if ( told.error != 0 )
-      return "the data plane refused it: " + args_.common->progress()->reason( told.asked, told.error );
-   Gant::String reason;
-   wanted( told, args_.table->routeAt( slot ).routeType(), &reason );
-   return reason.empty() ? "its turn has not come" : reason;
-}
-
-template < typename F >
-void RouteMachine< F >::pending( Pendings & out, size_t most ) const {
-   size_t listed = 0;
-   for ( U32 slot = 0; slot < told_.size() && listed < most; ++slot ) {
-      const auto & told = told_[ slot ];
-      if ( !told.here || !args_.table->slotHas( slot ) ) continue;
-      if ( taken( told ) && !args_.adjSm->refused( told.adj ) ) continue;
-      const Prefix prefix( told.address, told.len );
-      out.push_back( { "route " + prefix.stringValue() + Gant::format( " in VRF %u", told.vrfId ),
-                       stateOf( told, slot ).reason } );
-      ++listed;
-   }
 }
 
 template class RouteMachine< Ip4Routes >;

@@ -63,9 +63,10 @@ struct Ip6Routes {
 // time:
 //   sweep   every route is brought in line: at the start, when a VRF comes or leaves, after a time of silence.
 //   moves   a FEC's routes are brought in line with its adjacency, when that has become another one.
-// Both rest while Progress is congested.
-// Both survive whatever changes between the turns. A sequence is acknowledged when all changes up to it have been
-// brought in line: while a sweep is under way, at its end.
+//   late    a route that came or changed while Progress was full: as it is by then, once, however often it changed.
+// They rest while Progress is congested.
+// They survive whatever changes between the turns. A sequence is acknowledged when all changes up to it have been
+// brought in line: while a sweep is under way, or a route is late, at the end of that.
 template < typename F >
 class RouteMachine : public Gant::StateMachine {
  public:
@@ -86,7 +87,7 @@ class RouteMachine : public Gant::StateMachine {
    void hasNotificationActiveIs( bool active ) override;
 
    // Whether routes are still to be looked at.
-   bool busy() const { return sweeping_ || !moves_.empty(); }
+   bool busy() const { return !allInLine() || !moves_.empty(); }
    U32 toldRoutes() const { return toldRoutes_; }
    RouteCounts counts() const;
    RouteCounts counts( U32 vrfId ) const;
@@ -106,13 +107,14 @@ class RouteMachine : public Gant::StateMachine {
       U32 vrfId = 0;
       U32 fec = noFec;
       AdjSm::Number adj = 0; // with `routeType`
-      U32 asked = 0;         // the lower bits of the number of its last command, or of its refused one
+      U32 asked = 0;         // the lower bits of the number of its last command, or of its refused one; 0: it is late
       U8 len = 0;
       U8 routeType = 0;        // 0: the helper has nothing of the route
       U8 unprogrammed : 4 = 0; // the reason of its entry there; 0: it has none
       U8 here : 1 = 0;
       U8 underWay : 1 = 0;
-      U8 error = 0; // what the data plane refused that command with
+      U8 late : 1 = 0; // in late_
+      U8 error = 0;    // what the data plane refused that command with
    };
    struct Asked {
       U32 slot : 31;
@@ -153,6 +155,8 @@ class RouteMachine : public Gant::StateMachine {
    void handleSuspend();
    void handleAll();
    void handleRefused( const RefusedCommand & command );
+   void reachAll();
+   void postpone( U32 slot );
    void handleAcknowledged();
 
    // One route, from the table to the helper. `sequence` 0: none to acknowledge. `retry`: also one that was refused.
@@ -181,6 +185,8 @@ class RouteMachine : public Gant::StateMachine {
    void answered( const typename UnderWay< Asked >::Entry & entry );
    // Memory, when the table has shrunk.
    void giveBack();
+   // Whether another change came after it was told, which waits.
+   static bool overtaken( const Told & told ) { return told.underWay && told.asked == 0; }
    // Whether the data plane has the route as it was told last.
    static bool taken( const Told & told ) { return told.routeType != 0 && !told.underWay && told.error == 0; }
    RouteState stateOf( const Told & told, U32 slot ) const;
@@ -190,6 +196,8 @@ class RouteMachine : public Gant::StateMachine {
    void forget( U32 slot, U64 sequence );
    void unprogrammedIs( Told & told, U8 reason );
    void acknowledge( const Vrf & vrf, U64 sequence );
+   void acknowledgeAll();
+   bool allInLine() const { return !sweeping_ && late_.empty(); }
    RouteInfo info( const What & what ) const;
 
    // A FEC has a number while it has an adjacency, or routes that name it.
@@ -206,6 +214,7 @@ class RouteMachine : public Gant::StateMachine {
    Vrf & vrf( U32 vrfId );
    void sweep();
    void turn();
+   size_t tellLate( size_t routes );
    size_t moveSome( size_t routes );
    size_t sweepSome( size_t slots );
    void swept();
@@ -227,6 +236,7 @@ class RouteMachine : public Gant::StateMachine {
    U32 room_ = 0; // for so many of them
    TableFill fill_{ Kynet::AddressFamily( F::af ) };
 
+   std::deque< U32 > late_;  // slots, each once
    std::deque< U32 > moves_; // FECs with routes in `moving`
    bool sweeping_ = false;
    bool sweptOnce_ = false;

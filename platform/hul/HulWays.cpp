@@ -25,10 +25,13 @@ NextHopEntryType typeOf( const Mirel::Via & via ) {
 // The way of one via by each of the paths, and its own where there are none.
 void add( Ways & ways, U32 via, const Mirel::Via & from, const Paths * paths ) {
    if ( paths == nullptr ) {
-      // A drop is of no interface, also where its via names what it lacks.
+      // A drop is of no interface, also where its via names what it lacks. What is for the router by an address of a
+      // tunnel is of none either: a tunnel's chain ends at its other end, and what is of no interface leaves the FIB by
+      // the gate for the router itself.
       const auto type = typeOf( from );
-      const bool drop = type == NextHopEntryType::drop_;
-      ways.push_back( { type, drop ? Kynet::IntfId() : from.intfId(), from.hop(), {}, 1, via } );
+      const bool none = type == NextHopEntryType::drop_ ||
+                        ( type == NextHopEntryType::receive_ && Kynet::TunnelIntfId::isTunnelIntfId( from.intfId() ) );
+      ways.push_back( { type, none ? Kynet::IntfId() : from.intfId(), from.hop(), {}, 1, via } );
       return;
    }
    if ( paths->empty() ) ways.push_back( { NextHopEntryType::drop(), from.intfId(), {}, {}, 1, via } );

@@ -1,11 +1,13 @@
 // The command socket: what it takes, what it refuses, and that neither moves the daemon.
 
 #include "ControlSocket.h"
+#include "GantCleanse.h"
 #include "HostChangeCommands.h"
 #include "HostCommands.h"
 #include "HostControlServer.h"
 #include "TestRouter.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -206,6 +208,30 @@ TEST_F( Control, makesRoomForANewClientByClosingTheOneThatIsIdleForLongest ) {
    ControlSocket fifth( path_ );
    EXPECT_EQ( fifth.line()->at( "error" ).at( "message" ), "too many clients" );
    EXPECT_TRUE( fifth.closed() );
+}
+
+// How often the bytes stand in the memory that is allocated, and was.
+size_t copiesInHeap( const std::string & bytes ) {
+   std::ifstream maps( "/proc/self/maps" );
+   size_t copies = 0;
+   for ( std::string line; std::getline( maps, line ); ) {
+      if ( !line.ends_with( "[heap]" ) ) continue;
+      size_t behind = 0;
+      const auto begin = std::stoull( line, &behind, 16 ), end = std::stoull( line.substr( behind + 1 ), nullptr, 16 );
+      const std::string_view heap( reinterpret_cast< const char * >( begin ), end - begin );
+      for ( auto at = heap.find( bytes ); at != heap.npos; at = heap.find( bytes, at + 1 ) ) ++copies;
+   }
+   return copies;
+}
+
+TEST_F( Control, overwritesALineThatItHasAnsweredWhileTheClientStays ) {
+   ControlSocket client( path_ );
+   auto text = R"({"command":"many","secret":")" + std::string( 3000, 'k' ) + "\"}\n";
+   const auto end = text.substr( text.size() - 40 );
+   client.send( text );
+   ASSERT_TRUE( client.line() );
+   Gant::cleanse( text );
+   EXPECT_LE( copiesInHeap( end ), 1u ); // the one here
 }
 
 TEST( ControlRequest, isOverwrittenInPlace ) {

@@ -122,4 +122,32 @@ TEST_F( Packets, nameARuleAClassAndATunnelThatAreNotWhatTheyWere ) {
                        "is to be punted" } ) );
 }
 
+TEST_F( Packets, forATunnelsOwnAddressMeetNoListOfAnotherInterface ) {
+   const std::pair< const char *, const char * > entries[] = {
+        { "access-list", "{name: none, rules: [deny ip any any]}" },
+        { "access-list", "{name: pings, rules: [permit icmp any any]}" },
+        { "interface", "{name: Ethernet1, addresses: 10.0.1.1/24, access-group: {out: none}}" },
+        { "interface", "{name: Ethernet3, vrf: red, addresses: 10.0.3.1/24, access-group: {out: none}}" },
+        { "tunnel", "{name: Tunnel2, vrf: red, underlay: default, addresses: 10.255.2.1/30, source: 10.0.1.1, "
+                    "destination: 203.0.113.2, access-group: {in: pings, out: none}}" } };
+   for ( const auto & [ kind, entry ] : entries )
+      ASSERT_EQ( router_.change( Host::ChangeOp::replace, kind, entry ).message, "" ) << entry;
+   EXPECT_EQ( differences(), Lines() );
+   const auto end = [ this ]( const char * by, const char * protocol, const char * to ) {
+      const auto end = router_
+                            .ask( { { "command", "trace packet" },
+                                    { "interface", by },
+                                    { "source", "198.18.0.1" },
+                                    { "destination", to },
+                                    { "protocol", protocol } } )
+                            .end;
+      return end[ "end" ].get< std::string >() + ": " + end[ "reason" ].get< std::string >();
+   };
+   EXPECT_EQ( end( "Tunnel2", "icmp", "10.255.2.1" ), "local: to the router itself" );
+   EXPECT_EQ( end( "Ethernet3", "udp", "10.255.2.1" ), "local: to the router itself" );
+   EXPECT_EQ( end( "Tunnel1", "udp", "10.255.1.1" ), "local: to the router itself" );
+   for ( const auto & [ by, to ] : { std::pair( "Tunnel2", "10.255.2.1" ), std::pair( "Ethernet3", "10.0.3.1" ) } )
+      EXPECT_EQ( end( by, "udp", to ).substr( 0, 7 ), "dropped" ) << by;
+}
+
 } // namespace

@@ -302,12 +302,9 @@ ModelEnds RouterModel::routed( int vrf, const ModelPacket & packet ) const {
    }
    for ( const auto & [ number, intf ] : tunnels_ ) {
       if ( intf.vrf != vrf || !intf.enabled || !holds( tunnelAddress( number ), 30, packet.dst ) ) continue;
-      if ( packet.dst != tunnelAddress( number ) ) return tunnelled( number, packet );
-      // By the first interface that is up, of its own VRF where there is one.
-      int by = 0;
-      for ( const auto & [ ethernet, other ] : ethernets_ )
-         if ( other.enabled && ( by == 0 || ( other.vrf == vrf && ethernets_.at( by ).vrf != vrf ) ) ) by = ethernet;
-      return one( by == 0 ? ModelEnd() : toRouter( by, packet ) );
+      // For its own address there is no way out, and so no list.
+      if ( packet.dst == tunnelAddress( number ) ) return one( ModelEnd{ ModelEnd::Kind::local } );
+      return tunnelled( number, packet );
    }
    const auto * const route = longest( vrf, packet.dst, 0 );
    if ( route == nullptr || route->kind == ModelRoute::Kind::blackhole ) return one( ModelEnd() );

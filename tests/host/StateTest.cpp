@@ -35,7 +35,7 @@ TEST( HostState, routesFollowFromAddressesAndNeighbors ) {
                                     "red 10.0.1.1/32 receive Ethernet2 (connected)",
                                     "red 10.0.1.255/32 broadcast Ethernet2 (connected)",
                                     "red 10.0.7.0/30 forward Tunnel1 (connected)",
-                                    "red 10.0.7.1/32 receive Ethernet2 (connected)",
+                                    "red 10.0.7.1/32 receive Tunnel1 (connected)",
                                } ) );
    EXPECT_EQ( router.change( "replace interface {name: Ethernet1, addresses: 10.0.3.1/30}" ), "" );
    EXPECT_EQ( router.change( "del interface {name: Ethernet2}" ), "" );
@@ -45,7 +45,7 @@ TEST( HostState, routesFollowFromAddressesAndNeighbors ) {
                                     "10.0.3.1/32 receive Ethernet1 (connected)",
                                     "10.0.3.3/32 broadcast Ethernet1 (connected)",
                                     "red 10.0.7.0/30 forward Tunnel1 (connected)",
-                                    "red 10.0.7.1/32 receive Ethernet1 (connected)",
+                                    "red 10.0.7.1/32 receive Tunnel1 (connected)",
                                } ) );
 }
 

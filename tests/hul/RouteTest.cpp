@@ -303,5 +303,32 @@ TEST_F( SlowDataPlane, routesThatMoveRestWhileVeryManyAreUnderWay ) {
    EXPECT_THAT( taken(), testing::Contains( "10.0.0.0/8 vrf 0 forward/0 -> forward/1" ) );
 }
 
+TEST_F( SlowDataPlane, aChangeThatWaitsTakesThePlaceOfTheOneBeforeIt ) {
+   const auto taken = [ this ] {
+      while ( Gant::activityManager()->poll() != 0 ) continue;
+      return take();
+   };
+   rec.repeats = true; // of one that is again as it was
+   for ( const auto * const text : { "10.0.0.0/8", "11.0.0.0/8", "14.0.0.0/8" } ) state.route( text, 1 );
+   taken();
+   progress.underWayMostIs( 0 );
+   for ( const U32 fec : { 2, 1, 2 } ) state.route( "10.0.0.0/8", fec );
+   for ( const U32 fec : { 2, 1 } ) state.route( "14.0.0.0/8", fec );
+   state.route( "12.0.0.0/8", 1 );
+   state.routeDel( "12.0.0.0/8" );
+   state.routeDel( "11.0.0.0/8" );
+   state.route( "13.0.0.0/8", 1 ); // in the place of the one before
+   EXPECT_THAT( taken(), ElementsAre( testing::StartsWith( "11.0.0.0/8 vrf 0 forward/0 -> none" ) ) );
+   EXPECT_THAT( of( { "10.0.0.0/8", "13.0.0.0/8", "14.0.0.0/8" } ),
+                ElementsAre( underWay, "pending: its turn has not come", underWay ) );
+   progress.acknowledgedIs( progress.told() );
+   EXPECT_THAT( taken(),
+                ElementsAre( "10.0.0.0/8 vrf 0 forward/0 -> forward/1", "14.0.0.0/8 vrf 0 forward/0 -> forward/0",
+                             "13.0.0.0/8 vrf 0 none -> forward/0" ) );
+   progress.acknowledgedIs( progress.told() );
+   EXPECT_THAT( of( { "10.0.0.0/8", "13.0.0.0/8", "14.0.0.0/8" } ), ElementsAre( done, done, done ) );
+   EXPECT_EQ( layer.root->routeCounts( Kynet::AddressFamily::ipv4_ ).programmed, 3u );
+}
+
 } // namespace
 } // namespace HulTest

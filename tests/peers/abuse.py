@@ -11,7 +11,6 @@ import argparse
 import pathlib
 import signal
 import socket
-import struct
 import sys
 import unittest
 
@@ -35,7 +34,7 @@ class Client:
             lab.enter(here)
         here.close()
         lab.until(lambda: self.wire.connect_ex(('127.0.0.1', 2620)) == 0, 'it takes us')
-        self.index = int(router.run('cat', '/sys/class/net/Ethernet1/ifindex').stdout)
+        self.index = router.index()
 
     def tell(self, first, last):
         self.wire.sendall(sources.stream(last, self.index, first))
@@ -53,7 +52,7 @@ class Abuse(unittest.TestCase):
 
     def begin(self):
         self.router.begin('--source-quiet', '1', '--dataplane-timeout', '0', more=CONFIG)
-        lab.until(lambda: self.router.ctl('show', 'status').get('result', {}).get('phase') == 'running', 'it runs')
+        lab.until(lambda: self.router.fact('status', 'phase') == 'running', 'it runs')
 
     def counted(self, source, routes, stale=0):
         def there():
@@ -70,7 +69,7 @@ class Abuse(unittest.TestCase):
     def test_a_flood_that_no_buffer_holds_is_read_again(self):
         for verb, left in (('add', ROUTES), ('del', 0), ('add', ROUTES)):
             file = self.router.directory / 'flood'
-            file.write_text(''.join(f'route {verb} {dotted(n)}/24 via 10.0.1.2\n' for n in range(ROUTES)))
+            file.write_text(''.join(f'route {verb} {sources.dotted(n)}/24 via 10.0.1.2\n' for n in range(ROUTES)))
             self.router.processes['vexl3d'].send_signal(signal.SIGSTOP)
             self.router.run('ip', '-batch', file)
             self.router.processes['vexl3d'].send_signal(signal.SIGCONT)
@@ -110,7 +109,7 @@ class Abuse(unittest.TestCase):
 
     def test_a_data_plane_that_stands_still_stops_the_reading(self):
         client = Client(self.router)
-        plane = self.router.ctl('show', 'status')['result']['dataPlanePid']
+        plane = self.router.fact('status', 'dataPlanePid')
         lab.run('kill', '-STOP', plane)
         client.wire.settimeout(0.2)
         stream = sources.stream(50 * ROUTES, client.index)
@@ -127,10 +126,6 @@ class Abuse(unittest.TestCase):
         lab.run('kill', '-CONT', plane)
         lab.until(lambda: self.router.source('fpm')['pausedSeconds'] == 0, 'it reads on')
         client.close()
-
-
-def dotted(number):
-    return socket.inet_ntoa(struct.pack('>I', sources.prefix(number)))
 
 
 if __name__ == '__main__':

@@ -140,7 +140,7 @@ class Frr(unittest.TestCase):
         with lab.Lab() as net:
             router = net.routers[1]
             router.begin()
-            lab.until(lambda: router.ctl('show', 'status')['result']['phase'] == 'running', 'the data plane is there')
+            lab.until(lambda: router.fact('status', 'phase') == 'running', 'the data plane is there')
             answer = bytes.fromhex(router.run('python3', '-c', CLIENT).stdout.split()[0])
             length, kind, flags = struct.unpack('=IHH', answer[4:12])
             self.assertEqual((answer[:4], kind, flags), (struct.pack('>BBH', 1, 1, 4 + length), 24, 1))

@@ -132,6 +132,15 @@ class Router(Space):
         done = run(BIN / 'vexctl', '--json', '--socket', self.socket, *words, check=False)
         return json.loads(done.stdout) if done.stdout else {}
 
+    def index(self, device='Ethernet1'):
+        """Of the device in the kernel: it is another one with each data plane."""
+        return int(until(lambda: self.run('cat', f'/sys/class/net/{device}/ifindex', check=False).stdout,
+                         f'the kernel has {device}'))
+
+    def fact(self, show, name):
+        """Of a show of one row; nothing while nobody answers."""
+        return (self.ctl('show', show).get('result') or {}).get(name)
+
     def routes(self, source):
         return {row['prefix']: row for row in self.ctl('show', 'routes').get('rows', []) if row.get('source') == source}
 
