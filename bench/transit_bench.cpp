@@ -21,6 +21,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <map>
 
 namespace {
 
@@ -63,6 +64,45 @@ std::vector< std::uint32_t > randomAddresses( const std::vector< Ipv4Prefix > & 
       } while ( address >> 24 == 127 || address >> 16 == 0xa9fe ); // are not forwarded
    return addresses;
 }
+
+// Where the time goes: from one module's turn to the next one's.
+class Stopwatch : public PacketWatcher {
+ public:
+   bool watches( const Module & ) const override { return true; }
+   void enters( const Module & module, GateId, Packets, double ) override {
+      stop();
+      at_ = &module;
+      since_ = std::chrono::steady_clock::now();
+   }
+   void leaves( const Module &, GateId, Packets, double ) override {}
+   vex::pb::TracePacketReply * trace( const Module &, const Packet &, double ) override { return nullptr; }
+   void traced( double ) override {}
+   bool tracing( double ) const override { return false; }
+
+   // The burst is over.
+   void stop() {
+      if ( at_ == nullptr ) return;
+      const std::chrono::duration< double > spent = std::chrono::steady_clock::now() - since_;
+      auto & times = times_[ at_ ];
+      if ( times.empty() ) order_.push_back( at_ );
+      times.push_back( spent.count() );
+      at_ = nullptr;
+   }
+   // Nanoseconds a packet at each, in the median burst, in the order of the way.
+   std::string text() const {
+      std::string text;
+      for ( const auto * const module : order_ )
+         text += fmt::format( "{}{} {:.1f}", text.empty() ? "" : ", ", module->name(),
+                              median( times_.at( module ) ) / kBurst * 1e9 );
+      return text;
+   }
+
+ private:
+   const Module * at_ = nullptr;
+   std::chrono::steady_clock::time_point since_;
+   std::map< const Module *, std::vector< double > > times_;
+   std::vector< const Module * > order_;
+};
 
 class Transit {
  public:
@@ -147,10 +187,13 @@ class Transit {
    }
 
    // Seconds a packet.
-   double run() {
-      std::vector< double > all;
-      for ( unsigned i = 0; i < kRuns; ++i ) all.push_back( once() );
-      return median( all );
+   double run() { return run( captures_.empty() ? nullptr : &captures_.eye( 0 ) ); }
+   std::string byModule() {
+      Stopwatch watch;
+      watch_ = &watch;
+      run( &watch );
+      watch_ = nullptr;
+      return watch.text();
    }
 
  private:
@@ -186,10 +229,10 @@ class Transit {
       put16( at + 36, 5000 );
    }
 
-   double once() {
+   double run( PacketWatcher * watcher ) {
       auto & source = *router_.graph.find( "rx_et1" );
       Walk walk( router_.counters, Purpose::live );
-      walk.watcherIs( captures_.empty() ? nullptr : &captures_.eye( 0 ) );
+      walk.watcherIs( watcher );
       std::vector< Packet > burst;
       burst.reserve( kBurst );
       memory_.packets = 0;
@@ -206,6 +249,7 @@ class Transit {
             walk.run( source, burst );
             burst.clear();
          } ) );
+         if ( watch_ != nullptr ) watch_->stop();
       }
       if ( memory_.packets != kAddresses )
          throw std::runtime_error( fmt::format( "{} of {} packets left", memory_.packets, kAddresses ) );
@@ -218,61 +262,78 @@ class Transit {
    Captures captures_;
    std::uint64_t capture_ = 0;
    bool gre_ = false;
+   Stopwatch * watch_ = nullptr;
    std::shared_ptr< Wire > wire_;
    std::uint8_t frames_[ kBurst ][ 512 ];
 };
 
-// Look-ups a second, in bursts as both take them.
-template < typename Burst >
-double lookUps( Burst burst ) {
-   constexpr std::size_t kAtOnce = 1024;
-   std::vector< double > all;
-   for ( unsigned run = 0; run < kRuns; ++run )
+// Look-ups in two tables over the same prefixes, in turns, in bursts as both take them.
+class LookUps {
+ public:
+   LookUps( const std::vector< Ipv4Prefix > & prefixes, std::vector< std::uint32_t > addresses ) :
+        addresses_( std::move( addresses ) ), found_( addresses_.size() ), fib_( newFib( prefixes.size() ) ) {
+      std::uint32_t value = 0;
+      for ( const auto & prefix : prefixes ) {
+         lpm_.insert( prefix, value % kNextHops, true );
+         if ( rte_fib_add( fib_, prefix.addr.value, prefix.len, value++ % kNextHops ) != 0 )
+            throw std::runtime_error( "DIR24-8 refused a route" );
+      }
+   }
+   ~LookUps() { rte_fib_free( fib_ ); }
+
+   void run() {
+      std::vector< double > own, other, ratios;
+      for ( unsigned run = 0; run < kRuns; ++run ) {
+         own.push_back( rate( [ this ]( std::size_t at ) { ours( at ); } ) );
+         other.push_back( rate(
+              [ this ]( std::size_t at ) { rte_fib_lookup_bulk( fib_, &addresses_[ at ], &found_[ at ], kBurst ); } ) );
+         ratios.push_back( own.back() / other.back() );
+      }
+      const auto bytes = pool_.bytes() + ( 1u << 16 ) * sizeof( LpmEntry );
+      fmt::print( "look-ups: {:.1f} M/s in {} MB; DIR24-8 {:.1f} M/s in {} MB; {:.2f} times\n", median( own ) / 1e6,
+                  bytes >> 20, median( other ) / 1e6, ( 1u << 26 ) >> 20, median( ratios ) );
+      for ( std::size_t at = 0; at < addresses_.size(); ++at )
+         if ( lpm_.lookup( { addresses_[ at ] } )->value != found_[ at ] )
+            throw std::runtime_error( "the tables do not agree" );
+   }
+
+ private:
+   static rte_fib * newFib( std::size_t routes ) {
+      rte_fib_conf conf{};
+      conf.type = RTE_FIB_DIR24_8;
+      conf.max_routes = int( 2 * routes );
+      conf.dir24_8.nh_sz = RTE_FIB_DIR24_8_4B;
+      conf.dir24_8.num_tbl8 = 1u << 15;
+      auto * const fib = rte_fib_create( "bench", SOCKET_ID_ANY, &conf );
+      if ( fib == nullptr ) throw std::runtime_error( "no DIR24-8 table" );
+      return fib;
+   }
+
+   // A second.
+   template < typename Burst >
+   double rate( Burst burst ) {
+      constexpr std::size_t kAtOnce = 1024;
+      std::vector< double > all;
       for ( std::size_t from = 0; from < kAddresses; from += kAtOnce )
          all.push_back( seconds( [ & ] {
             for ( std::size_t at = from; at < from + kAtOnce; at += kBurst ) burst( at );
          } ) );
-   return kAtOnce / median( std::move( all ) );
-}
-
-double ours( const std::vector< Ipv4Prefix > & prefixes, const std::vector< std::uint32_t > & addresses,
-             std::size_t & bytes ) {
-   LpmPool pool;
-   Lpm lpm( pool );
-   std::uint32_t value = 0;
-   for ( const auto & prefix : prefixes ) lpm.insert( prefix, value++ % kNextHops, true );
-   bytes = pool.bytes() + ( 1u << 16 ) * sizeof( LpmEntry );
-   std::uint64_t sum = 0;
-   const auto rate = lookUps( [ & ]( std::size_t at ) {
+      return kAtOnce / median( std::move( all ) );
+   }
+   void ours( std::size_t at ) {
       std::array< Ipv4Addr, kBurst > burst;
       std::array< Lpm::Match, kBurst > matches;
-      for ( std::size_t i = 0; i < kBurst; ++i ) burst[ i ] = { addresses[ at + i ] };
-      lpm.lookup( burst, matches.data() );
-      for ( const auto match : matches ) sum += match.value;
-   } );
-   if ( sum == 0 ) throw std::runtime_error( "nothing was found" );
-   return rate;
-}
+      for ( std::size_t i = 0; i < kBurst; ++i ) burst[ i ] = { addresses_[ at + i ] };
+      lpm_.lookup( burst, matches.data() );
+      for ( std::size_t i = 0; i < kBurst; ++i ) found_[ at + i ] = matches[ i ].value;
+   }
 
-double dir24( const std::vector< Ipv4Prefix > & prefixes, const std::vector< std::uint32_t > & addresses ) {
-   rte_fib_conf conf{};
-   conf.type = RTE_FIB_DIR24_8;
-   conf.max_routes = int( 2 * prefixes.size() );
-   conf.dir24_8.nh_sz = RTE_FIB_DIR24_8_4B;
-   conf.dir24_8.num_tbl8 = 1u << 15;
-   auto * const fib = rte_fib_create( "bench", SOCKET_ID_ANY, &conf );
-   if ( fib == nullptr ) throw std::runtime_error( "no DIR24-8 table" );
-   std::uint32_t value = 0;
-   for ( const auto & prefix : prefixes )
-      if ( rte_fib_add( fib, prefix.addr.value, prefix.len, value++ % kNextHops ) != 0 )
-         throw std::runtime_error( "DIR24-8 refused a route" );
-   auto copy = addresses;
-   std::vector< std::uint64_t > found( copy.size() );
-   const auto rate =
-        lookUps( [ & ]( std::size_t at ) { rte_fib_lookup_bulk( fib, &copy[ at ], &found[ at ], kBurst ); } );
-   rte_fib_free( fib );
-   return rate;
-}
+   std::vector< std::uint32_t > addresses_;
+   std::vector< std::uint64_t > found_;
+   LpmPool pool_;
+   Lpm lpm_{ pool_ };
+   rte_fib * const fib_;
+};
 
 void startEal() {
    std::string words[] = { "transit_bench",  "--no-huge",     "--no-pci", "--no-shconf",
@@ -289,30 +350,38 @@ int main( int argc, char ** argv ) {
       const auto routes = argc > 1 ? std::strtoull( argv[ 1 ], nullptr, 10 ) : 1000000;
       startEal();
       const auto prefixes = DpBench::backbonePrefixes( routes );
-      const auto addresses = randomAddresses( prefixes );
-      std::size_t bytes = 0;
-      const auto own = ours( prefixes, addresses, bytes ), other = dir24( prefixes, addresses );
-      fmt::print( "look-ups, {} routes: {:.1f} M/s in {} MB; DIR24-8 {:.1f} M/s in {} MB; {:.2f} times\n", routes,
-                  own / 1e6, bytes >> 20, other / 1e6, ( 1u << 26 ) >> 20, own / other );
-      Transit transit( prefixes );
-      const auto bare = transit.run();
-      transit.captureIs( true );
-      const auto captured = transit.run();
-      transit.captureIs( false );
-      fmt::print( "transit, 64 bytes, with a capture that matches nothing: {:.2f} Mpps, {:.0f} ns, {:.3f} times\n",
-                  1e-6 / captured, captured * 1e9, bare / captured );
-      transit.filter();
-      const auto filtered = transit.run();
-      fmt::print( "transit, 64 bytes: {:.2f} Mpps, {:.0f} ns; with 1,000 rules and 8 classes {:.2f} Mpps, {:.0f} ns, "
-                  "{:.2f} times\n",
-                  1e-6 / bare, bare * 1e9, 1e-6 / filtered, filtered * 1e9, bare / filtered );
-      Transit tunnelled( prefixes );
-      tunnelled.unwrap();
-      const auto in = tunnelled.run();
-      tunnelled.wrap();
-      const auto out = tunnelled.run();
-      fmt::print( "GRE, 64 bytes inside: in {:.2f} Mpps, {:.0f} ns; out {:.2f} Mpps, {:.0f} ns\n", 1e-6 / in, in * 1e9,
-                  1e-6 / out, out * 1e9 );
+      LookUps( prefixes, randomAddresses( prefixes ) ).run();
+      Transit transit( prefixes ), filtering( prefixes ), unwrapping( prefixes ), wrapping( prefixes );
+      filtering.filter();
+      unwrapping.unwrap();
+      wrapping.wrap();
+      // In turns, so that what else the machine does meets all of them.
+      std::vector< double > bare, captured, filtered, in, out, captureCosts, filterCosts;
+      for ( unsigned run = 0; run < kRuns; ++run ) {
+         bare.push_back( transit.run() );
+         transit.captureIs( true );
+         captured.push_back( transit.run() );
+         transit.captureIs( false );
+         filtered.push_back( filtering.run() );
+         captureCosts.push_back( bare.back() / captured.back() );
+         filterCosts.push_back( bare.back() / filtered.back() );
+         in.push_back( unwrapping.run() );
+         out.push_back( wrapping.run() );
+      }
+      const auto tell = []( const char * what, const std::vector< double > & times, const std::string & than ) {
+         const auto time = median( times );
+         fmt::print( "{}: {:.2f} Mpps, {:.0f} ns{}\n", what, 1e-6 / time, time * 1e9, than );
+      };
+      const auto than = []( const std::vector< double > & ratios ) {
+         return fmt::format( ", {:.2f} times", median( ratios ) );
+      };
+      tell( "transit, 64 bytes", bare, "" );
+      tell( "  with a capture that matches nothing", captured, than( captureCosts ) );
+      tell( "  with 1,000 rules and 8 classes", filtered, than( filterCosts ) );
+      tell( "GRE, 64 bytes inside, in", in, "" );
+      tell( "GRE, 64 bytes inside, out", out, "" );
+      for ( auto * const way : { &transit, &filtering, &unwrapping, &wrapping } )
+         fmt::print( "ns by module: {}\n", way->byModule() );
       return 0;
    } catch ( const std::exception & error ) {
       fmt::print( stderr, "transit_bench: {}\n", error.what() );

@@ -51,8 +51,8 @@ void KyAcl::log( const Rule & rule, const Ipv4Header & header, const Packet & pa
    const auto & list = *list_.table();
    const auto key = RuleKey::of( header, packet );
    spdlog::info( "{}: access list {} rule {} {}: protocol {} {}:{} > {}:{}, {} bytes", name(), list.id(),
-                 list.placeOf( rule ), *rule.permit ? "permits" : "denies", key.proto, key.src, key.sport.value_or( 0 ),
-                 key.dst, key.dport.value_or( 0 ), key.len );
+                 list.placeOf( rule ), *rule.permit ? "permits" : "denies", key.field( RuleKey::proto ), key.src(),
+                 key.ranged[ RuleKey::sport ], key.dst(), key.ranged[ RuleKey::dport ], key.ranged[ RuleKey::len ] );
 }
 
 // Workers share the number. Beyond it nobody writes.

@@ -31,8 +31,10 @@ void indicesRight( const rte_bpf_prm & program ) {
    }
 }
 
+} // namespace
+
 // The code of a program. It takes packets as DPDK's buffers.
-class Compiled {
+class PcapFilter::Compiled {
  public:
    Compiled() = default;
    Compiled( const Compiled & ) = delete;
@@ -69,8 +71,6 @@ class Compiled {
    rte_bpf * bpf_ = nullptr;
    std::uint64_t ( *code_ )( void * packet ) = nullptr;
 };
-
-} // namespace
 
 struct PcapFilter::Programs {
    class Program {

@@ -26,6 +26,7 @@ class PcapFilter {
    bool compiled() const;
 
  private:
+   class Compiled;
    struct Programs;
    std::unique_ptr< Programs > programs_; // null: everything matches
 };
