@@ -83,6 +83,10 @@ class Space:
             self.processes[key] = subprocess.Popen(['ip', 'netns', 'exec', self.name, *[str(w) for w in words]],
                                                    stdout=out, stderr=out, stdin=subprocess.DEVNULL)
 
+    def popen(self, *words):
+        """For what is ended by the caller, who wants its output."""
+        return subprocess.Popen(['ip', 'netns', 'exec', self.name, *words], stdout=subprocess.PIPE, text=True)
+
     def end(self, key, kill=False):
         process = self.processes.pop(key)
         process.kill() if kill else process.terminate()
