@@ -37,13 +37,10 @@ std::vector< RuleKey > keys() {
    std::mt19937 random( 4 );
    std::vector< RuleKey > keys( 1024 );
    for ( auto & key : keys ) {
-      key.src.value = std::uint32_t( random() );
-      key.dst.value = std::uint32_t( random() );
-      key.proto = random() % 2 ? 6 : 17;
-      key.sport = std::uint16_t( random() );
-      key.dport = std::uint16_t( random() );
-      key.len = 64;
-      key.ttl = 64;
+      key.addresses = std::uint64_t( random() ) << 32 | std::uint32_t( random() );
+      key.fields = ( random() % 2 ? 6 : 17 ) | RuleKey::kHasPorts;
+      const auto sport = std::uint16_t( random() ), dport = std::uint16_t( random() );
+      key.ranged = { sport, dport, 64, 64 };
    }
    return keys;
 }

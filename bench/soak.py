@@ -33,10 +33,7 @@ class Soak:
         self.next_hops()
 
     def next_hops(self):
-        """Over the kernel's device of now: it is another one with each data plane."""
-        index = lab.until(lambda: self.router.run('cat', '/sys/class/net/Ethernet1/ifindex', check=False).stdout,
-                          'the kernel has the device')
-        self.player.play(sources.next_hops(int(index)))
+        self.player.play(sources.next_hops(self.router.index()))
 
     def pids(self):
         return {'vexl3d': self.router.fact('status', 'pid'), 'vexdp': self.router.fact('status', 'dataPlanePid')}

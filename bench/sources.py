@@ -110,8 +110,7 @@ class Bench:
               f'{self.routes / all_:,.0f} routes/s; {(self.memory() - before) / self.routes:.0f} bytes a route', flush=True)
 
     def fpm(self):
-        index = int(self.router.run('cat', '/sys/class/net/Ethernet1/ifindex').stdout)
-        recorded, player = stream(self.routes, index), Player(self.router)
+        recorded, player = stream(self.routes, self.router.index()), Player(self.router)
         before, since = self.memory(), time.monotonic()
         player.play(recorded)
         self.say('fpm', self.until_all('fpm', since), before)

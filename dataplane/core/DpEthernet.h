@@ -21,7 +21,7 @@ inline MacAddr destinationOf( const Packet & packet ) {
 
 // False, and no change, when there is no room.
 inline bool prependEthernet( Packet & packet, const MacAddr & dst, const MacAddr & src, std::uint16_t etherType ) {
-   auto * header = packet.prepend( kEthernetLen );
+   auto * header = packet.open( kEthernetLen );
    if ( header == nullptr ) return false;
    std::ranges::copy( dst.bytes, header );
    std::ranges::copy( src.bytes, header + 6 );

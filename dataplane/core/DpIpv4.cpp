@@ -36,11 +36,6 @@ std::uint16_t onesSum( std::span< const std::uint8_t > bytes, std::uint16_t sum 
    return folded( std::uint64_t( ntohs( folded( total + rest ) ) ) + sum );
 }
 
-std::uint16_t checksumChanged( std::uint16_t checksum, std::uint16_t oldWord, std::uint16_t newWord ) {
-   const std::uint64_t sum = std::uint64_t( std::uint16_t( ~checksum ) ) + std::uint16_t( ~oldWord ) + newWord;
-   return std::uint16_t( ~folded( sum ) );
-}
-
 void Ipv4Header::checksumRenew() {
    put16( at_ + 10, 0 );
    put16( at_ + 10, std::uint16_t( ~onesSum( { at_, headerLen() } ) ) );
@@ -56,25 +51,6 @@ void Ipv4Header::ecnIs( std::uint8_t ecn ) {
    const auto before = get16( at_ );
    at_[ 1 ] = std::uint8_t( ( at_[ 1 ] & ~3 ) | ecn );
    put16( at_ + 10, checksumChanged( checksum(), before, get16( at_ ) ) );
-}
-
-void Ipv4Header::ttlDecrement() {
-   const auto before = get16( at_ + 8 );
-   --at_[ 8 ];
-   put16( at_ + 10, checksumChanged( checksum(), before, get16( at_ + 8 ) ) );
-}
-
-bool hasHop( const Packet & packet ) {
-   constexpr std::size_t kTtl = 8; // place in the header
-   return packet.meta.own || packet.meta.ttlDone || packet.size() < Ipv4Header::kMinLen || packet.data()[ kTtl ] > 1;
-}
-
-bool takeHop( Ipv4Header & header, Packet & packet ) {
-   if ( packet.meta.own || packet.meta.ttlDone ) return true;
-   if ( header.ttl() <= 1 ) return false;
-   header.ttlDecrement();
-   packet.meta.ttlDone = true;
-   return true;
 }
 
 bool takeOuterEcn( Ipv4Header & inner, std::uint8_t outerTos ) {
@@ -106,7 +82,7 @@ std::uint16_t pseudoHeaderSum( Ipv4Addr src, Ipv4Addr dst, std::uint8_t proto, s
    return folded( sum );
 }
 
-const char * martian( Ipv4Addr src, Ipv4Addr dst ) {
+const char * whyMartian( Ipv4Addr src, Ipv4Addr dst ) {
    const auto from = src.value >> 24;
    const auto to = dst.value >> 24;
    constexpr std::uint32_t kLinkLocal = 0xa9fe;

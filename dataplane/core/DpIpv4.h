@@ -4,6 +4,8 @@
 #include "DpPacket.h"
 #include "DpTypes.h"
 
+#include <array>
+#include <cstring>
 #include <optional>
 #include <span>
 
@@ -20,11 +22,19 @@ inline void put32( std::uint8_t * at, std::uint32_t value ) {
    put16( at + 2, std::uint16_t( value ) );
 }
 
+// What is done for every packet that passes stands here, to be put in place where it is called.
+
 // One's complement sum of 16-bit words, not yet complemented. `sum` carries over from an earlier piece of even length.
 std::uint16_t onesSum( std::span< const std::uint8_t > bytes, std::uint16_t sum = 0 );
 
 // What becomes of a checksum when one 16-bit word under it changes (RFC 1624, equation 3).
-std::uint16_t checksumChanged( std::uint16_t checksum, std::uint16_t oldWord, std::uint16_t newWord );
+inline std::uint16_t checksumChanged( std::uint16_t checksum, std::uint16_t oldWord, std::uint16_t newWord ) {
+   std::uint32_t sum = std::uint32_t( std::uint16_t( ~checksum ) ) + std::uint16_t( ~oldWord ) + newWord;
+   sum = ( sum & 0xffff ) + ( sum >> 16 );
+   return std::uint16_t( ~( sum + ( sum >> 16 ) ) );
+}
+
+class FoundIpv4Header;
 
 // The header at the front of a packet's bytes. It owns nothing, and holds only until the packet's front moves.
 class Ipv4Header {
@@ -33,12 +43,7 @@ class Ipv4Header {
    static constexpr std::size_t kMaxTotalLen = 65535;
 
    // Nothing when the bytes are too few for a header, the version is not 4, or the header's length is impossible.
-   static std::optional< Ipv4Header > of( Packet & packet ) {
-      if ( packet.size() < kMinLen || packet.data()[ 0 ] >> 4 != 4 ) return std::nullopt;
-      const Ipv4Header header( packet.data() );
-      if ( header.headerLen() < kMinLen || header.headerLen() > packet.size() ) return std::nullopt;
-      return header;
-   }
+   static FoundIpv4Header of( Packet & packet );
 
    std::size_t headerLen() const { return std::size_t( at_[ 0 ] & 15 ) * 4; }
    std::uint8_t tos() const { return at_[ 1 ]; }
@@ -55,25 +60,72 @@ class Ipv4Header {
    Ipv4Addr dst() const { return { get32( at_ + 16 ) }; }
    std::uint8_t * bytes() { return at_; }
 
-   bool checksumGood() const { return onesSum( { at_, headerLen() } ) == 0xffff; }
+   bool checksumGood() const {
+      if ( headerLen() != kMinLen ) return onesSum( { at_, headerLen() } ) == 0xffff;
+      std::array< std::uint32_t, kMinLen / 4 > words;
+      std::memcpy( words.data(), at_, kMinLen );
+      std::uint64_t sum = 0;
+      for ( const auto word : words ) sum += word;
+      sum = ( sum & 0xffffffff ) + ( sum >> 32 );
+      sum = ( sum & 0xffff ) + ( sum >> 16 & 0xffff ) + ( sum >> 32 );
+      return ( sum & 0xffff ) + ( sum >> 16 ) == 0xffff;
+   }
    void checksumRenew();
    // Keeps the lower two bits of the TOS, which are of ECN (RFC 3168), and the checksum right. REQUIRES: dscp < 64
    void dscpIs( std::uint8_t dscp );
    // Sets the lower two bits of the TOS, and keeps the checksum right. REQUIRES: ecn < 4
    void ecnIs( std::uint8_t ecn );
    // Takes one from the TTL and keeps the checksum right. REQUIRES: ttl() > 0
-   void ttlDecrement();
+   void ttlDecrement() {
+      const auto before = get16( at_ + 8 );
+      --at_[ 8 ];
+      put16( at_ + 10, checksumChanged( checksum(), before, std::uint16_t( before - 0x100 ) ) );
+   }
 
  private:
+   friend class FoundIpv4Header;
    explicit Ipv4Header( std::uint8_t * at ) : at_( at ) {}
    std::uint8_t * at_;
 };
 
+// A header or nothing. Used as std::optional is, which compilers keep in memory, and wait for at each step of each
+// packet.
+class FoundIpv4Header {
+ public:
+   FoundIpv4Header( std::nullopt_t ) : header_( nullptr ) {}
+   explicit operator bool() const { return header_.at_ != nullptr; }
+   const Ipv4Header & operator*() const { return header_; }
+   Ipv4Header & operator*() { return header_; }
+   const Ipv4Header * operator->() const { return &header_; }
+   Ipv4Header * operator->() { return &header_; }
+
+ private:
+   friend class Ipv4Header;
+   explicit FoundIpv4Header( Ipv4Header header ) : header_( header ) {}
+   Ipv4Header header_;
+};
+
+[[gnu::always_inline]] inline FoundIpv4Header Ipv4Header::of( Packet & packet ) {
+   if ( packet.size() < kMinLen || packet.data()[ 0 ] >> 4 != 4 ) return std::nullopt;
+   const Ipv4Header header( packet.data() );
+   if ( header.headerLen() < kMinLen || header.headerLen() > packet.size() ) return std::nullopt;
+   return FoundIpv4Header( header );
+}
+
 // Takes this router's hop from the TTL, once on the packet's way, and not from the router's own packets. False: the TTL
 // ends here (RFC 1812, section 5.3.1). REQUIRES: the header is the packet's
-bool takeHop( Ipv4Header & header, Packet & packet );
+inline bool takeHop( Ipv4Header & header, Packet & packet ) {
+   if ( packet.meta.own || packet.meta.ttlDone ) return true;
+   if ( header.ttl() <= 1 ) return false;
+   header.ttlDecrement();
+   packet.meta.ttlDone = true;
+   return true;
+}
 // Whether takeHop() is true of it.
-bool hasHop( const Packet & packet );
+inline bool hasHop( const Packet & packet ) {
+   constexpr std::size_t kTtl = 8; // place in the header
+   return packet.meta.own || packet.meta.ttlDone || packet.size() < Ipv4Header::kMinLen || packet.data()[ kTtl ] > 1;
+}
 
 // What the header of a tunnel says of congestion goes over to the header inside (RFC 6040, figure 4). False: the packet
 // is to be dropped, its sender would not hear of it.
@@ -98,7 +150,15 @@ std::uint16_t pseudoHeaderSum( Ipv4Addr src, Ipv4Addr dst, std::uint8_t proto, s
 
 // Why a router must not forward between these addresses, such as "a source of class E" (RFC 1812, section 5.3.7;
 // RFC 3927, section 7); null when it may.
-const char * martian( Ipv4Addr src, Ipv4Addr dst );
+const char * whyMartian( Ipv4Addr src, Ipv4Addr dst );
+inline const char * martian( Ipv4Addr src, Ipv4Addr dst ) {
+   constexpr std::uint32_t kLinkLocal = 0xa9fe;
+   const auto plain = []( Ipv4Addr addr, std::uint32_t end ) {
+      const auto net = addr.value >> 24;
+      return net - 1 < end - 1 && net != 127 && addr.value >> 16 != kLinkLocal;
+   };
+   return plain( src, 224 ) && plain( dst, 240 ) ? nullptr : whyMartian( src, dst );
+}
 
 // What tells flows apart. Ports are 0 where there are none, and in every fragment, so that the fragments of a packet
 // stay together.

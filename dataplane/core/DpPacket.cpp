@@ -31,35 +31,10 @@ void Packet::swap( Packet & other ) noexcept {
    std::swap( meta, other.meta );
 }
 
-std::uint8_t * Packet::prepend( std::size_t n ) {
-   if ( n > std::size_t( data_ - buffer_.begin ) ) return nullptr;
-   if ( data_ > cameIn_ ) cameIn_ = nullptr;
-   data_ -= n;
-   size_ += n;
-   std::fill_n( data_, n, std::uint8_t( 0 ) );
-   return data_;
-}
-
 bool Packet::append( std::size_t n ) {
    if ( n > std::size_t( buffer_.end - data_ ) - size_ ) return false;
    size_ += n;
    return true;
-}
-
-void Packet::pull( std::size_t n ) {
-   assert( n <= size_ );
-   data_ += n;
-   size_ -= n;
-}
-
-void Packet::trim( std::size_t size ) {
-   assert( size <= size_ );
-   size_ = size;
-}
-
-void Packet::cameIn() {
-   cameIn_ = data_;
-   cameInFramed_ = meta.ethernet;
 }
 
 bool Packet::rewind() {

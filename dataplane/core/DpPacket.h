@@ -2,8 +2,10 @@
 // are the packet's own, or lent by a device whose buffer they lie in.
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <utility>
 
@@ -48,7 +50,10 @@ class Packet {
         buffer_( buffer ), data_( data ), size_( size ) {}
    // A copy has a buffer of its own.
    Packet( const Packet & other );
-   Packet( Packet && other ) noexcept { swap( other ); }
+   Packet( Packet && other ) noexcept :
+        meta( other.meta ), buffer_( other.letGo() ), data_( std::exchange( other.data_, nullptr ) ),
+        size_( std::exchange( other.size_, 0 ) ), cameIn_( std::exchange( other.cameIn_, nullptr ) ),
+        cameInFramed_( other.cameInFramed_ ) {}
    Packet & operator=( Packet other ) noexcept {
       swap( other );
       return *this;
@@ -63,16 +68,38 @@ class Packet {
    std::span< const std::uint8_t > span() const { return { data(), size() }; }
 
    // Opens `n` zero bytes before the first. Null, and no change, when the headroom doesn't hold them.
-   std::uint8_t * prepend( std::size_t n );
+   std::uint8_t * prepend( std::size_t n ) {
+      auto * const front = open( n );
+      if ( front != nullptr ) std::memset( front, 0, n );
+      return front;
+   }
+   // The same, and they hold whatever they held.
+   std::uint8_t * open( std::size_t n ) {
+      if ( n > std::size_t( data_ - buffer_.begin ) ) return nullptr;
+      if ( data_ > cameIn_ ) cameIn_ = nullptr;
+      data_ -= n;
+      size_ += n;
+      return data_;
+   }
    // Opens `n` bytes behind the last, whatever they hold. False, and no change, when the tailroom doesn't hold them.
    bool append( std::size_t n );
    // Cuts `n` bytes off the front. REQUIRES: n <= size()
-   void pull( std::size_t n );
+   void pull( std::size_t n ) {
+      assert( n <= size_ );
+      data_ += n;
+      size_ -= n;
+   }
    // Cuts the end off. REQUIRES: size <= size()
-   void trim( std::size_t size );
+   void trim( std::size_t size ) {
+      assert( size <= size_ );
+      size_ = size;
+   }
 
    // It begins here, for whoever wants it as it came in.
-   void cameIn();
+   void cameIn() {
+      cameIn_ = data_;
+      cameInFramed_ = meta.ethernet;
+   }
    // Gives back what was pulled off its front since it came in. False, and no change, when that was written over.
    bool rewind();
 

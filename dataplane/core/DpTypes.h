@@ -6,6 +6,7 @@
 #include <array>
 #include <compare>
 #include <cstdint>
+#include <cstring>
 
 namespace Vexdp {
 
@@ -34,6 +35,9 @@ struct MacAddr {
    // Broadcast or multicast (IEEE 802, the I/G bit).
    bool isGroup() const { return bytes[ 0 ] & 1; }
    friend auto operator<=>( const MacAddr &, const MacAddr & ) = default;
+   friend bool operator==( const MacAddr & a, const MacAddr & b ) {
+      return std::memcmp( a.bytes.data(), b.bytes.data(), sizeof a.bytes ) == 0;
+   }
 };
 
 // Host byte order.

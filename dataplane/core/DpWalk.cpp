@@ -5,9 +5,6 @@
 #include "DpGraph.h"
 #include "DpModuleClass.h"
 
-#include <algorithm>
-#include <iterator>
-
 namespace Vexdp {
 
 using Reply = vex::pb::TracePacketReply;
@@ -31,7 +28,8 @@ std::optional< std::uint32_t > dscpOf( const Packet & packet ) {
 
 } // namespace
 
-Context::Context( CounterTable & counters, Purpose purpose ) : counters_( &counters ), purpose_( purpose ) {
+Context::Context( CounterTable & counters, Purpose purpose, const Seat & seat ) :
+     counters_( &counters.writer( seat.worker ) ), purpose_( purpose ), seat_( seat ) {
    readClock();
 }
 
@@ -50,7 +48,7 @@ Fate Context::send( std::string_view intfname, const MacAddr & mac ) {
 void Context::also( Packet && packet, GateId ogate ) {
    if ( !counting() || room_ == 0 ) return;
    --room_;
-   also_.emplace_back( std::move( packet ), ogate );
+   also_.push_back( { at_, std::move( packet ), ogate } );
 }
 
 void Context::reasonIs( std::string reason ) {
@@ -64,7 +62,7 @@ void Context::noteIs( std::string_view text ) {
    action += text;
 }
 
-Walk::Walk( CounterTable & counters, Purpose purpose ) : context_( counters, purpose ) {}
+Walk::Walk( CounterTable & counters, Purpose purpose, const Seat & seat ) : context_( counters, purpose, seat ) {}
 
 void Walk::run( Module & source, Packet packet, Reply * trace ) {
    trace_ = trace;
@@ -95,48 +93,101 @@ void Walk::runWatched( Module & source, std::span< Packet > burst ) {
 
 void Walk::walk( Module & source, std::span< Packet > burst ) {
    context_.room_ = burst.size() * kMaxMade;
-   for ( auto & packet : burst ) waiting_.push_back( { &packet, &source, 0, 0 } );
-   while ( !waiting_.empty() ) {
-      takeGroup();
-      visit( *group_.front().to );
-   }
+   context_.trace_ = nullptr;
+   auto group = newGroup();
+   group->to = &source;
+   group->igate = 0;
+   group->hops = 0;
+   for ( auto & packet : burst ) group->packets.push_back( &packet );
+   waiting_.push_back( std::move( group ) );
+   while ( !waiting_.empty() ) visit( takeGroup() );
    made_.clear();
 }
 
-// Those who are on their way to where the first of them goes.
-void Walk::takeGroup() {
-   const auto & first = waiting_.front();
-   const auto together = [ to = first.to, igate = first.igate ]( const Traveller & traveller ) {
-      return traveller.to == to && traveller.igate == igate;
-   };
-   group_.clear();
-   if ( std::ranges::all_of( waiting_, together ) ) return group_.swap( waiting_ );
-   std::ranges::copy_if( waiting_, std::back_inserter( group_ ), together );
-   std::erase_if( waiting_, together );
+Walk::GroupPtr Walk::takeGroup() {
+   auto group = std::move( waiting_.front() );
+   waiting_.erase( waiting_.begin() );
+   return group;
 }
 
-void Walk::visit( Module & module ) {
+Walk::GroupPtr Walk::newGroup() {
+   if ( free_.empty() ) return std::make_unique< Group >();
+   auto group = std::move( free_.back() );
+   free_.pop_back();
+   group->packets.clear();
+   return group;
+}
+
+void Walk::visit( GroupPtr group ) {
+   auto & module = *group->to;
+   const auto count = group->packets.size();
+   context_.module_ = &module;
+   context_.igate_ = group->igate;
    watched_ = watcher_ != nullptr && watcher_->watches( module );
-   if ( group_.size() > 1 ) {
-      packets_.clear();
-      for ( const auto & traveller : group_ ) packets_.push_back( traveller.packet );
-      module.fetch( packets_ );
-   }
-   for ( const auto & traveller : group_ ) {
-      const auto fate = process( module, traveller );
-      goOn( module, fate, traveller );
-      if ( !context_.also_.empty() ) makeGoOn( module, traveller );
+   if ( watched_ ) watcher_->enters( module, group->igate, group->packets, context_.now_ );
+   if ( trace_ != nullptr ) {
+      goOnTraced( *group );
+   } else {
+      if ( context_.fates_.size() < count ) context_.fates_.resize( count, Fate( Fate::Kind::dropped ) );
+      module.processAll( group->packets, context_ );
+      if ( shareFate( count ) ) return goOnTogether( std::move( group ) );
+      goOnApart( *group );
    }
    countCrossed();
+   free_.push_back( std::move( group ) );
+}
+
+bool Walk::shareFate( std::size_t count ) const {
+   const auto & fates = context_.fates_;
+   const auto first = fates.front().word();
+   std::uint64_t unlike = 0;
+   for ( std::size_t i = 1; i < count; ++i ) unlike |= fates[ i ].word() ^ first;
+   return unlike == 0 && context_.also_.empty();
+}
+
+void Walk::goOnTogether( GroupPtr group ) {
+   auto & module = *group->to;
+   const auto fate = context_.fates_.front();
+   const auto way = wayOf( *group, fate );
+   if ( !fate.goesOn() || way.to == nullptr || group->hops + 1 >= kMaxHops ) {
+      if ( fate.goesOn() ) goOnApart( *group );
+      return free_.push_back( std::move( group ) );
+   }
+   if ( watched_ ) watcher_->leaves( module, fate.ogate_, group->packets, context_.now_ );
+   countOn( way, group->packets );
+   countCrossed();
+   ++group->hops;
+   if ( auto * const others = onWay( way, group->hops ) ) {
+      others->packets.insert( others->packets.end(), group->packets.begin(), group->packets.end() );
+      return free_.push_back( std::move( group ) );
+   }
+   group->to = way.to;
+   group->igate = way.igate;
+   waiting_.push_back( std::move( group ) );
+}
+
+void Walk::goOnApart( const Group & group ) {
+   auto made = context_.also_.begin();
+   for ( std::size_t i = 0; i < group.packets.size(); ++i ) {
+      goOn( group, context_.fates_[ i ], *group.packets[ i ] );
+      for ( ; made != context_.also_.end() && made->behind == i; ++made ) makeGoOn( group, *made );
+   }
+   context_.also_.clear();
+}
+
+void Walk::goOnTraced( const Group & group ) {
+   context_.at_ = 0;
+   for ( auto * const packet : group.packets ) {
+      traceIs( *packet );
+      goOn( group, processTraced( *group.to, *packet ), *packet );
+      for ( auto & made : context_.also_ ) makeGoOn( group, made );
+      context_.also_.clear();
+   }
 }
 
 void Walk::traceIs( const Packet & packet ) { context_.trace_ = &packet == traced_ ? trace_ : nullptr; }
 
-Fate Walk::process( Module & module, const Traveller & traveller ) {
-   auto & packet = *traveller.packet;
-   context_.igate_ = traveller.igate;
-   if ( watched_ ) watcher_->enters( module, traveller.igate, packet, context_.now_ );
-   if ( trace_ != nullptr ) traceIs( packet );
+Fate Walk::processTraced( Module & module, Packet & packet ) {
    if ( context_.trace_ == nullptr || !steps_ ) {
       context_.step_ = nullptr;
       return module.process( packet, context_ );
@@ -149,30 +200,51 @@ Fate Walk::process( Module & module, const Traveller & traveller ) {
    return fate;
 }
 
-void Walk::goOn( Module & module, Fate fate, const Traveller & traveller ) {
-   const auto & packet = *traveller.packet;
+void Walk::goOn( const Group & from, Fate fate, Packet & packet ) {
+   auto & module = *from.to;
    if ( !fate.goesOn() ) return end( module, fate, packet );
-   if ( watched_ ) watcher_->leaves( module, fate.ogate_, packet, context_.now_ );
-   if ( traveller.hops + 1 >= kMaxHops ) return lose( module, packet, "loop" );
-   auto * const next = cross( module, fate, packet );
-   if ( next == nullptr ) return lose( module, packet, "gate {} is not connected", fate.ogate_ );
-   waiting_.push_back( { traveller.packet, next, context_.igate_, traveller.hops + 1 } );
+   auto * const alone = &packet;
+   if ( watched_ ) watcher_->leaves( module, fate.ogate_, { &alone, 1 }, context_.now_ );
+   if ( from.hops + 1 >= kMaxHops ) return lose( module, packet, "loop" );
+   const auto way = wayOf( from, fate );
+   if ( way.to == nullptr ) return lose( module, packet, "gate {} is not connected", fate.ogate_ );
+   countOn( way, { &alone, 1 } );
+   auto * group = onWay( way, from.hops + 1 );
+   if ( group == nullptr ) {
+      waiting_.push_back( newGroup() );
+      group = waiting_.back().get();
+      group->to = way.to;
+      group->igate = way.igate;
+      group->hops = from.hops + 1;
+   }
+   group->packets.push_back( &packet );
 }
 
-void Walk::makeGoOn( Module & module, const Traveller & traveller ) {
+void Walk::makeGoOn( const Group & from, Context::Made & made ) {
    context_.trace_ = nullptr;
-   for ( auto & [ packet, ogate ] : context_.also_ ) {
-      made_.push_back( std::move( packet ) );
-      goOn( module, Fate( Fate::Kind::forwarded, ogate ), { &made_.back(), nullptr, 0, traveller.hops } );
-   }
-   context_.also_.clear();
+   made_.push_back( std::move( made.packet ) );
+   goOn( from, Fate( Fate::Kind::forwarded, made.ogate ), made_.back() );
+}
+
+Walk::Way Walk::wayOf( const Group & from, Fate fate ) const {
+   auto & module = *from.to;
+   if ( fate.ogate_ >= module.ogates_.size() || module.ogates_[ fate.ogate_ ].peer == nullptr )
+      return { fate.kind_ == Fate::Kind::punted ? module.graph_.trap() : nullptr, from.igate };
+   auto & gate = module.ogates_[ fate.ogate_ ];
+   return { gate.peer, gate.igate, &gate, &module.tallies_[ context_.seat_.worker ].out[ fate.ogate_ ] };
+}
+
+Walk::Group * Walk::onWay( const Way & way, unsigned hops ) const {
+   for ( const auto & group : waiting_ )
+      if ( group->to == way.to && group->igate == way.igate && group->hops == hops ) return group.get();
+   return nullptr;
 }
 
 // A punted packet keeps its reason beside why it was lost.
 template < typename... Args >
 void Walk::lose( Module & module, const Packet & packet, fmt::format_string< Args... > why, Args &&... args ) {
    const fmt::string_view format = why;
-   context_.why_ = { format.data(), format.size() };
+   if ( context_.counting() ) module.tallies_[ context_.seat_.worker ].countDrop( { format.data(), format.size() } );
    if ( context_.trace_ != nullptr ) {
       auto text = fmt::format( why, std::forward< Args >( args )... );
       auto & reason = *context_.trace_->mutable_reason();
@@ -181,32 +253,27 @@ void Walk::lose( Module & module, const Packet & packet, fmt::format_string< Arg
    end( module, Fate( Fate::Kind::dropped ), packet );
 }
 
-Module * Walk::cross( Module & from, Fate fate, const Packet & packet ) {
-   if ( fate.ogate_ >= from.ogates_.size() || from.ogates_[ fate.ogate_ ].peer == nullptr )
-      return fate.kind_ == Fate::Kind::punted ? from.graph_.trap() : nullptr;
-   auto & gate = from.ogates_[ fate.ogate_ ];
-   context_.igate_ = gate.igate;
-   if ( context_.counting() ) {
-      if ( gate_ != &gate ) {
-         countCrossed();
-         gate_ = &gate;
-      }
-      ++crossed_;
-      bytes_ += packet.size();
+void Walk::countOn( const Way & way, Packets packets ) {
+   if ( way.gate == nullptr || !context_.counting() ) return;
+   if ( gate_ != way.gate ) {
+      countCrossed();
+      gate_ = way.gate;
+      gateOut_ = way.counters;
    }
-   return gate.peer;
+   crossed_ += packets.size();
+   for ( const auto * const packet : packets ) bytes_ += packet->size();
 }
 
 void Walk::countCrossed() {
    if ( gate_ == nullptr ) return;
-   countBatch( gate_->counters, crossed_, bytes_, context_.now_ );
-   countBatch( gate_->peer->igates_[ gate_->igate ], crossed_, bytes_, context_.now_ );
+   countBatch( *gateOut_, crossed_, bytes_, context_.now_ );
+   auto & gateIn = gate_->peer->tallies_[ context_.seat_.worker ].in[ gate_->igate ];
+   countBatch( gateIn, crossed_, bytes_, context_.now_ );
    gate_ = nullptr;
    crossed_ = bytes_ = 0;
 }
 
 void Walk::end( Module & module, Fate fate, const Packet & packet ) {
-   if ( fate.kind_ == Fate::Kind::dropped && context_.counting() ) module.countDrop( context_.why_ );
    if ( context_.trace_ == nullptr ) return;
    using enum Fate::Kind;
    context_.trace_->set_end( fate.kind_ == sent    ? Reply::END_SENT

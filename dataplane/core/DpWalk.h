@@ -7,7 +7,9 @@
 
 #include "vex/engine.pb.h"
 
+#include <concepts>
 #include <deque>
+#include <memory>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -20,9 +22,10 @@ class Fate {
  private:
    friend class Context;
    friend class Walk;
-   enum class Kind : std::uint8_t { forwarded, punted, dropped, local, sent };
+   enum class Kind : std::uint32_t { forwarded, punted, dropped, local, sent };
    bool goesOn() const { return kind_ == Kind::forwarded || kind_ == Kind::punted; }
    explicit Fate( Kind kind, GateId ogate = 0 ) : kind_( kind ), ogate_( ogate ) {}
+   std::uint64_t word() const { return std::uint64_t( kind_ ) << 32 | ogate_; }
    Kind kind_;
    GateId ogate_;
 };
@@ -59,7 +62,7 @@ class Context {
    Fate drop( CounterId counter, fmt::format_string< Args... > reason, Args &&... args ) {
       count( counter );
       const fmt::string_view format = reason;
-      why_ = { format.data(), format.size() };
+      if ( counting() ) module_->tallies_[ seat_.worker ].countDrop( { format.data(), format.size() } );
       if ( trace_ != nullptr ) reasonIs( fmt::format( reason, std::forward< Args >( args )... ) );
       return Fate( Fate::Kind::dropped );
    }
@@ -87,31 +90,52 @@ class Context {
 
    // True when what happens to the packet is to stay: counts, sequence numbers.
    bool counting() const { return purpose_ != Purpose::described; }
+   // Who walks the packet: where it is shared, another worker may be at the same module.
+   const Seat & seat() const { return seat_; }
    // True when it is a packet that a device brought, and that is to leave by one.
    bool live() const { return purpose_ == Purpose::live; }
    // Seconds since 1970.
    double now() const { return now_; }
 
-   // One more packet that the module made of this one. It leaves by the gate, after this one has found its end.
+   // One more packet that the module made of this one. It leaves by the gate, right behind this one.
    void also( Packet && packet, GateId ogate );
+
+   // What Module::processAll() does: asks for the fate of each of the packets, in their order.
+   template < typename Process >
+   void each( Packets packets, Process && process ) {
+      for ( at_ = 0; at_ < packets.size(); ++at_ ) fates_[ at_ ] = process( *packets[ at_ ] );
+   }
+   // By the process() of the module's class itself.
+   template < std::derived_from< Module > M >
+   void each( Packets packets, M & module ) {
+      each( packets, [ & ]( Packet & packet ) { return module.M::process( packet, *this ); } );
+   }
 
  private:
    friend class Walk;
-   Context( CounterTable & counters, Purpose purpose );
+   struct Made {
+      std::size_t behind; // which packet at the module
+      Packet packet;
+      GateId ogate;
+   };
+   Context( CounterTable & counters, Purpose purpose, const Seat & seat );
 
    void readClock();
    void reasonIs( std::string reason );
    void noteIs( std::string_view text );
 
-   CounterTable * counters_;
+   CounterTable::Writer * counters_;
    Purpose purpose_;
+   const Seat seat_;
    double now_ = 0;
    vex::pb::TracePacketReply * trace_ = nullptr;
    vex::pb::TracePacketReply::Step * step_ = nullptr;
+   Module * module_ = nullptr; // at hand
    GateId igate_ = 0;
-   std::string_view why_;                            // the last was dropped
-   std::vector< std::pair< Packet, GateId > > also_; // of the packet at hand
-   std::size_t room_ = 0;                            // for so many more
+   std::size_t at_ = 0;        // which packet at the module
+   std::vector< Fate > fates_; // of the packets at the module, with room for all
+   std::vector< Made > also_;  // of them
+   std::size_t room_ = 0;      // for so many more
 };
 
 // Looks at packets on their way, on the worker's thread, and leaves them as they are.
@@ -120,8 +144,8 @@ class PacketWatcher {
    virtual ~PacketWatcher() = default;
    // Whether enters() or leaves() do anything there: asked once for all that is at the module together.
    virtual bool watches( const Module & module ) const = 0;
-   virtual void enters( const Module & module, GateId igate, const Packet & packet, double now ) = 0;
-   virtual void leaves( const Module & module, GateId ogate, const Packet & packet, double now ) = 0;
+   virtual void enters( const Module & module, GateId igate, Packets packets, double now ) = 0;
+   virtual void leaves( const Module & module, GateId ogate, Packets packets, double now ) = 0;
    // Where the way of a packet that begins there is to be written; null: nowhere.
    virtual vex::pb::TracePacketReply * trace( const Module & source, const Packet & packet, double now ) = 0;
    // The trace is complete.
@@ -131,9 +155,9 @@ class PacketWatcher {
 };
 
 // Runs bursts of packets from a source on. What is at one module goes through it together, in the order of the burst,
-// so that a module can have fetched what it needs for all before it looks at the first; packets that part go on in
-// groups of their own, and those of one flow, which go the same way, keep their order. What a module makes of a packet
-// goes right behind it.
+// so that a module can have fetched what it needs for all before it looks at the first, and what all of them do is done
+// once. Packets that part go on in groups of their own, and those of one flow, which go the same way, keep their order.
+// What a module makes of a packet goes right behind it.
 //
 // Gates and counters move only when the walk counts: for packets that a device brought, and for a described one on
 // demand. The clock is read once for each burst.
@@ -144,11 +168,12 @@ class Walk {
    // One packet becomes at most so many more; beyond them they are dropped.
    static constexpr unsigned kMaxMade = 4096;
 
-   Walk( CounterTable & counters, Purpose purpose );
+   // By one thread at a time, and by one of a seat.
+   Walk( CounterTable & counters, Purpose purpose, const Seat & seat = {} );
 
    void run( Module & source, std::span< Packet > burst );
    // Where it counts from here on.
-   void countersAre( CounterTable & counters ) { context_.counters_ = &counters; }
+   void countersAre( CounterTable & counters ) { context_.counters_ = &counters.writer( context_.seat_.worker ); }
    // Null: nobody looks. It outlives the walk, or is taken back.
    void watcherIs( PacketWatcher * watcher ) { watcher_ = watcher; }
    // Whether a trace of a single packet has steps, as it does at first, or its end alone.
@@ -158,37 +183,53 @@ class Walk {
    void run( Module & source, Packet packet, vex::pb::TracePacketReply * trace = nullptr );
 
  private:
-   // A packet on its way to a module.
-   struct Traveller {
-      Packet * packet;
-      Module * to;
-      GateId igate;
-      unsigned hops;
+   // Packets on their way to a module, which have passed as many.
+   struct Group {
+      Module * to = nullptr;
+      GateId igate = 0;
+      unsigned hops = 0;
+      std::vector< Packet * > packets;
    };
+   using GroupPtr = std::unique_ptr< Group >;
 
    void walk( Module & source, std::span< Packet > burst );
    void runWatched( Module & source, std::span< Packet > burst );
-   void takeGroup();
-   void visit( Module & module );
-   Fate process( Module & module, const Traveller & traveller );
+   GroupPtr takeGroup();
+   GroupPtr newGroup();
+   void visit( GroupPtr group );
+   // Whether one fate is that of all, and none made others.
+   bool shareFate( std::size_t count ) const;
+   void goOnTogether( GroupPtr group );
+   void goOnApart( const Group & group );
+   void goOnTraced( const Group & group );
+   Fate processTraced( Module & module, Packet & packet );
    // From the module that it was at.
-   void goOn( Module & module, Fate fate, const Traveller & traveller );
-   void makeGoOn( Module & module, const Traveller & traveller );
+   void goOn( const Group & from, Fate fate, Packet & packet );
+   void makeGoOn( const Group & from, Context::Made & made );
    void traceIs( const Packet & packet );
-   // The next module, or null when the gate leads nowhere.
-   Module * cross( Module & from, Fate fate, const Packet & packet );
+   // Where a fate leads.
+   struct Way {
+      Module * to; // null: nowhere
+      GateId igate;
+      const OGate * gate = nullptr;      // null: by none
+      GateCounters * counters = nullptr; // of the gate
+   };
+   Way wayOf( const Group & from, Fate fate ) const;
+   // Those who are on the way there, having passed as many modules; null: nobody.
+   Group * onWay( const Way & way, unsigned hops ) const;
+   void countOn( const Way & way, Packets packets );
    void countCrossed();
    void end( Module & module, Fate fate, const Packet & packet );
    template < typename... Args >
    void lose( Module & module, const Packet & packet, fmt::format_string< Args... > why, Args &&... args );
 
    Context context_;
-   std::vector< Traveller > waiting_;
-   std::vector< Traveller > group_;  // at one module
-   std::vector< Packet * > packets_; // of the group
-   std::deque< Packet > made_;       // on the way
-   OGate * gate_ = nullptr;          // the last that a packet left by
-   std::uint64_t crossed_ = 0;       // packets there that aren't counted yet
+   std::vector< GroupPtr > waiting_; // in the order in which they go on
+   std::vector< GroupPtr > free_;
+   std::deque< Packet > made_;        // on the way
+   const OGate * gate_ = nullptr;     // the last that a packet left by
+   GateCounters * gateOut_ = nullptr; // its own
+   std::uint64_t crossed_ = 0;        // packets there that aren't counted yet
    std::uint64_t bytes_ = 0;
    PacketWatcher * watcher_ = nullptr;
    bool watched_ = false; // the module at hand is

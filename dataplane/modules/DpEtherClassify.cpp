@@ -89,6 +89,7 @@ Outcome EtherClassify::setEtherTypeGate( const EtherTypeGateArg & arg ) {
    if ( auto out = requireAtMost( "ether_type", arg.ether_type(), 0xffff ); !out.ok() ) return out;
    if ( auto out = requireAtMost( "ogate", arg.ogate(), mclass().gates.ogates - 1 ); !out.ok() ) return out;
    state_.gates[ std::uint16_t( arg.ether_type() ) ] = arg.ogate();
+   if ( arg.ether_type() == kEtherTypeIpv4 ) ipv4Gate_ = arg.ogate();
    return {};
 }
 
@@ -96,11 +97,18 @@ Outcome EtherClassify::clearEtherTypeGate( const EtherTypeGateArg & arg ) {
    if ( auto out = requireFields( { { arg.has_ether_type(), "ether_type" } } ); !out.ok() ) return out;
    if ( arg.ether_type() > 0xffff || state_.gates.erase( std::uint16_t( arg.ether_type() ) ) == 0 )
       return refuse( ENOENT, "EtherType {:#06x} has no gate", arg.ether_type() );
+   if ( arg.ether_type() == kEtherTypeIpv4 ) ipv4Gate_.reset();
    return {};
 }
 
 bool EtherClassify::isForRouter( const MacAddr & dst ) const {
-   return dst.isGroup() || ( state_.mac && *state_.mac == dst ) || state_.virtualMacs.contains( dst );
+   return ( state_.mac && *state_.mac == dst ) || dst.isGroup() || state_.virtualMacs.contains( dst );
+}
+
+const GateId * EtherClassify::gateOf( std::uint16_t type ) const {
+   if ( type == kEtherTypeIpv4 ) return ipv4Gate_ ? &*ipv4Gate_ : nullptr;
+   const auto gate = state_.gates.find( type );
+   return gate == state_.gates.end() ? nullptr : &gate->second;
 }
 
 Fate EtherClassify::process( Packet & packet, Context & context ) {
@@ -117,11 +125,13 @@ Fate EtherClassify::process( Packet & packet, Context & context ) {
    }
    packet.meta.etherType = type;
    if ( state_.vrf ) packet.meta.vrf = *state_.vrf;
-   const auto gate = state_.gates.find( type );
-   if ( gate == state_.gates.end() ) return context.punt( "EtherType {:#06x} has no gate", type );
+   const auto * const gate = gateOf( type );
+   if ( gate == nullptr ) return context.punt( "EtherType {:#06x} has no gate", type );
    context.note( "EtherType {:#06x}, VRF {}", type, packet.meta.vrf );
-   return context.forward( gate->second );
+   return context.forward( *gate );
 }
+
+void EtherClassify::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
 
 CommandSource EtherClassify::commands() const {
    return [ state = state_, initMac = initMac_ ]( CommandSink & sink ) {

@@ -37,6 +37,7 @@ class EtherClassify : public Module {
    Outcome clearEtherTypeGate( const vex::pb::EtherTypeGateArg & arg );
 
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    CommandSource commands() const override;
    std::string desc() const override;
 
@@ -53,9 +54,13 @@ class EtherClassify : public Module {
 
    bool isForRouter( const MacAddr & dst ) const;
 
+   // Null: it has none.
+   const GateId * gateOf( std::uint16_t type ) const;
+
    const std::string intfname_;
    std::optional< MacAddr > initMac_;
    State state_;
+   std::optional< GateId > ipv4Gate_; // what state_.gates says of the commonest type
 };
 
 } // namespace Vexdp

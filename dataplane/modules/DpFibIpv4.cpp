@@ -27,6 +27,10 @@ Outcome prefixFrom( std::uint32_t addr, Length len, Ipv4Prefix & prefix ) {
    return {};
 }
 
+Outcome noRoomForFec( std::uint32_t id ) {
+   return refuse( ENOSPC, "no room for FEC {}, {} are there", id, Lpm::kMostValues );
+}
+
 Outcome noVrf( std::uint32_t vrf ) { return refuse( ENOENT, "there is no VRF {}", vrf ); }
 
 // A capacity that the init message gives, from 1 to the most that is possible.
@@ -64,8 +68,38 @@ Lpm * FibIpv4::table( std::uint32_t vrf ) const {
 }
 
 const FibIpv4::Fec * FibIpv4::fec( std::uint32_t id ) const {
-   const auto at = fecs_.find( id );
-   return at == fecs_.end() ? nullptr : &at->second;
+   const auto at = slots_.find( id );
+   return at == slots_.end() || !places_[ at->second ].there ? nullptr : &places_[ at->second ].fec;
+}
+
+std::optional< FibIpv4::Slot > FibIpv4::slotOf( std::uint32_t id ) {
+   const auto [ at, added ] = slots_.try_emplace( id );
+   if ( !added ) return at->second;
+   if ( freeSlots_.empty() && places_.size() >= Lpm::kMostValues ) {
+      slots_.erase( at );
+      return std::nullopt;
+   }
+   if ( freeSlots_.empty() ) {
+      freeSlots_.push_back( Slot( places_.size() ) );
+      places_.emplace_back();
+   }
+   at->second = freeSlots_.back();
+   freeSlots_.pop_back();
+   places_[ at->second ].id = id;
+   return at->second;
+}
+
+void FibIpv4::routeGone( Slot slot ) {
+   --places_[ slot ].routes;
+   freeUnused( slot );
+}
+
+void FibIpv4::freeUnused( Slot slot ) {
+   auto & place = places_[ slot ];
+   if ( place.there || place.routes != 0 ) return;
+   slots_.erase( place.id );
+   place.id = 0;
+   freeSlots_.push_back( slot );
 }
 
 Outcome FibIpv4::addVrf( const FibIpv4VrfArg & arg ) {
@@ -81,6 +115,7 @@ Outcome FibIpv4::delVrf( const FibIpv4VrfArg & arg ) {
    const auto at = vrfs_.find( arg.vrf() );
    if ( at == vrfs_.end() ) return noVrf( arg.vrf() );
    routes_ -= at->second->size();
+   for ( const auto & route : at->second->routes() ) routeGone( route.value );
    vrfs_.erase( at );
    return {};
 }
@@ -97,12 +132,22 @@ Outcome FibIpv4::addRoute( const FibIpv4RouteArg & arg ) {
    auto * routes = table( arg.vrf() );
    if ( routes == nullptr ) return noVrf( arg.vrf() );
 
-   switch ( routes->insert( prefix, arg.fec_id(), routes_ < maxRoutes_ ) ) {
+   const auto slot = slotOf( arg.fec_id() );
+   if ( !slot ) return noRoomForFec( arg.fec_id() );
+   Slot was = 0;
+   switch ( routes->insert( prefix, *slot, routes_ < maxRoutes_, &was ) ) {
    case Lpm::Insert::full:
+      freeUnused( *slot );
       return refuse( ENOSPC, "no room for prefix {} of VRF {}, the table is full with {} routes", prefix, arg.vrf(),
                      routes_ );
-   case Lpm::Insert::added: ++routes_; break;
-   case Lpm::Insert::replaced: break;
+   case Lpm::Insert::added:
+      ++routes_;
+      ++places_[ *slot ].routes;
+      break;
+   case Lpm::Insert::replaced:
+      ++places_[ *slot ].routes;
+      routeGone( was );
+      break;
    }
    return {};
 }
@@ -116,8 +161,10 @@ Outcome FibIpv4::delRoute( const FibIpv4RouteArg & arg ) {
    if ( auto out = prefixFrom( arg.prefix(), arg.prefix_len(), prefix ); !out.ok() ) return out;
    auto * routes = table( arg.vrf() );
    if ( routes == nullptr ) return noVrf( arg.vrf() );
-   if ( !routes->remove( prefix ) ) return refuse( ENOENT, "there is no prefix {} in VRF {}", prefix, arg.vrf() );
+   Slot was = 0;
+   if ( !routes->remove( prefix, &was ) ) return refuse( ENOENT, "there is no prefix {} in VRF {}", prefix, arg.vrf() );
    --routes_;
+   routeGone( was );
    return {};
 }
 
@@ -131,13 +178,25 @@ Outcome FibIpv4::addFec( const FibIpv4FecArg & arg ) {
       fec.push_back( { info.gate(), {} } );
       if ( info.has_nh_index() ) fec.back().nhIndex = info.nh_index();
    }
-   fecs_.insert_or_assign( arg.fec_id(), std::move( fec ) );
+   const auto slot = slotOf( arg.fec_id() );
+   if ( !slot ) return noRoomForFec( arg.fec_id() );
+   auto & place = places_[ *slot ];
+   fecs_ += !place.there;
+   place.fec = std::move( fec );
+   place.there = true;
    return {};
 }
 
 Outcome FibIpv4::delFec( const FibIpv4FecArg & arg ) {
    if ( auto out = requireFields( { { arg.has_fec_id(), "fec_id" } } ); !out.ok() ) return out;
-   if ( fecs_.erase( arg.fec_id() ) == 0 ) return refuse( ENOENT, "there is no FEC {}", arg.fec_id() );
+   const auto at = slots_.find( arg.fec_id() );
+   if ( at == slots_.end() || !places_[ at->second ].there )
+      return refuse( ENOENT, "there is no FEC {}", arg.fec_id() );
+   const auto slot = at->second;
+   places_[ slot ].there = false;
+   places_[ slot ].fec = {};
+   --fecs_;
+   freeUnused( slot );
    return {};
 }
 
@@ -156,8 +215,8 @@ Outcome FibIpv4::showFib( const FibIpv4ShowArg & arg, FibIpv4ReadFibResp & resp 
       auto & info = *resp.add_fibinfo();
       info.set_prefix( fmt::format( "{}", route.prefix.addr ) );
       info.set_prefix_len( route.prefix.len );
-      info.set_fec_id( route.value );
-      named.push_back( route.value );
+      info.set_fec_id( places_[ route.value ].id );
+      named.push_back( places_[ route.value ].id );
    }
    std::ranges::sort( named );
    named.erase( std::unique( named.begin(), named.end() ), named.end() );
@@ -175,43 +234,59 @@ Outcome FibIpv4::showFib( const FibIpv4ShowArg & arg, FibIpv4ReadFibResp & resp 
    return {};
 }
 
-// Of the first packet's VRF: they came in by one interface, as a rule.
-void FibIpv4::fetch( std::span< Packet * const > packets ) {
-   const auto vrf = packets.front()->meta.vrf;
-   const auto * routes = table( vrf );
-   if ( routes == nullptr ) return;
-   std::array< Ipv4Addr, Lpm::kMostFetched > addrs;
-   std::size_t count = 0;
-   for ( auto * const packet : packets ) {
-      const auto header = Ipv4Header::of( *packet );
-      if ( header && packet->meta.vrf == vrf && count < addrs.size() ) addrs[ count++ ] = header->dst();
-   }
-   routes->fetch( { addrs.data(), count } );
-}
-
 Fate FibIpv4::process( Packet & packet, Context & context ) {
    const auto header = Ipv4Header::of( packet );
    if ( !header ) return context.drop( kNoCounter, "not an IPv4 packet" );
-   const auto vrf = packet.meta.vrf;
-   const auto * routes = table( vrf );
+   const auto * routes = table( packet.meta.vrf );
    if ( routes == nullptr )
-      return context.drop( counters_[ FibCounter::kNoRouteCounterFieldNumber ], "there is no VRF {}", vrf );
-   const auto route = routes->lookup( header->dst() );
-   if ( !route )
+      return context.drop( counters_[ FibCounter::kNoRouteCounterFieldNumber ], "there is no VRF {}", packet.meta.vrf );
+   const auto dst = header->dst();
+   Lpm::Match match;
+   routes->lookup( { &dst, 1 }, &match );
+   return processMatch( match, *header, packet, context );
+}
+
+// They came in by one interface, as a rule, and are of one VRF.
+void FibIpv4::processAll( Packets packets, Context & context ) {
+   const auto vrf = packets.front()->meta.vrf;
+   const auto * routes = table( vrf );
+   const auto alike = [ vrf ]( Packet * packet ) { return packet->meta.vrf == vrf && Ipv4Header::of( *packet ); };
+   if ( routes == nullptr || !std::ranges::all_of( packets, alike ) ) return Module::processAll( packets, context );
+   std::array< Ipv4Addr, Lpm::kMostAtOnce > addrs;
+   std::array< Lpm::Match, Lpm::kMostAtOnce > matches;
+   std::size_t done = 0;
+   context.each( packets, [ & ]( Packet & packet ) {
+      const auto at = done % matches.size();
+      if ( at == 0 ) {
+         const auto some = packets.subspan( done, std::min( packets.size() - done, matches.size() ) );
+         for ( std::size_t i = 0; i < some.size(); ++i ) addrs[ i ] = Ipv4Header::of( *some[ i ] )->dst();
+         routes->lookup( { addrs.data(), some.size() }, matches.data() );
+         for ( std::size_t i = 0; i < some.size(); ++i )
+            if ( matches[ i ].value != Lpm::kNoMatch ) __builtin_prefetch( &places_[ matches[ i ].value ] );
+      }
+      ++done;
+      return processMatch( matches[ at ], *Ipv4Header::of( packet ), packet, context );
+   } );
+}
+
+Fate FibIpv4::processMatch( Lpm::Match match, const Ipv4Header & header, Packet & packet, Context & context ) const {
+   if ( match.value == Lpm::kNoMatch )
       return context.drop( counters_[ FibCounter::kNoRouteCounterFieldNumber ], "no route to {} in VRF {}",
-                           header->dst(), vrf );
-   context.note( "longest match {} -> FEC {}", route->prefix, route->value );
-   const auto * members = fec( route->value );
-   if ( members == nullptr )
-      return context.drop( counters_[ FibCounter::kNoFecCounterFieldNumber ], "there is no FEC {}", route->value );
-   return forwardBy( *members, route->value, *header, packet, context );
+                           header.dst(), packet.meta.vrf );
+   const auto & place = places_[ match.value ];
+   context.note( "longest match {} -> FEC {}", Ipv4Prefix{ { header.dst().value & maskOf( match.len ) }, match.len },
+                 place.id );
+   if ( !place.there )
+      return context.drop( counters_[ FibCounter::kNoFecCounterFieldNumber ], "there is no FEC {}", place.id );
+   return forwardBy( place.fec, place.id, header, packet, context );
 }
 
 Fate FibIpv4::forwardBy( const Fec & fec, std::uint32_t id, const Ipv4Header & header, Packet & packet,
                          Context & context ) {
    if ( fec.empty() ) return context.drop( kNoCounter, "FEC {} has no members", id );
    // The upper bits of the product spread a 32-bit hash over any number of members.
-   const auto chosen = std::size_t( std::uint64_t( Flow::of( header, packet ).hash() ) * fec.size() >> 32 );
+   const auto chosen =
+        fec.size() == 1 ? 0 : std::size_t( std::uint64_t( Flow::of( header, packet ).hash() ) * fec.size() >> 32 );
    const auto & member = fec[ chosen ];
    packet.meta.nhIndex = member.nhIndex.value_or( 0 );
    if ( member.gate == kNoGate )
@@ -228,6 +303,7 @@ Fate FibIpv4::forwardBy( const Fec & fec, std::uint32_t id, const Ipv4Header & h
 // Copied as they lie under the engine's lock, put in order when they are told.
 struct FibIpv4::Snapshot {
    std::vector< std::pair< std::uint32_t, std::vector< Lpm::Route > > > vrfs;
+   std::vector< std::uint32_t > ids; // of the FECs that routes name, by slot
    std::vector< std::pair< std::uint32_t, Fec > > fecs;
    CommandSource counters;
 
@@ -244,17 +320,18 @@ struct FibIpv4::Snapshot {
          arg.set_vrf( vrf );
          sink.command( "addVrf", arg );
       }
-      for ( const auto & [ vrf, routes ] : vrfs ) tellRoutes( vrf, routes, sink );
+      for ( const auto & [ vrf, routes ] : vrfs ) tellRoutes( vrf, routes, ids, sink );
       for ( const auto & [ id, fec ] : fecs ) tellFec( id, fec, sink );
    }
 
-   static void tellRoutes( std::uint32_t vrf, const std::vector< Lpm::Route > & routes, CommandSink & sink ) {
+   static void tellRoutes( std::uint32_t vrf, const std::vector< Lpm::Route > & routes,
+                           const std::vector< std::uint32_t > & ids, CommandSink & sink ) {
       FibIpv4RouteArg arg;
       arg.set_vrf( vrf );
       for ( const auto & route : routes ) {
          arg.set_prefix( route.prefix.addr.value );
          arg.set_prefix_len( route.prefix.len );
-         arg.set_fec_id( route.value );
+         arg.set_fec_id( ids[ route.value ] );
          sink.command( "addRoute", arg );
       }
    }
@@ -274,7 +351,10 @@ struct FibIpv4::Snapshot {
 CommandSource FibIpv4::commands() const {
    auto snapshot = std::make_shared< Snapshot >();
    for ( const auto & [ vrf, routes ] : vrfs_ ) snapshot->vrfs.emplace_back( vrf, routes->routes() );
-   snapshot->fecs.assign( fecs_.begin(), fecs_.end() );
+   for ( const auto & place : places_ ) {
+      snapshot->ids.push_back( place.id );
+      if ( place.there ) snapshot->fecs.emplace_back( place.id, place.fec );
+   }
    snapshot->counters = counters_.command();
    return [ snapshot ]( CommandSink & sink ) {
       snapshot->sort();
@@ -283,7 +363,7 @@ CommandSource FibIpv4::commands() const {
 }
 
 std::string FibIpv4::desc() const {
-   return fmt::format( "{} of {} routes, {} VRFs, {} FECs", routes_, maxRoutes_, vrfs_.size(), fecs_.size() );
+   return fmt::format( "{} of {} routes, {} VRFs, {} FECs", routes_, maxRoutes_, vrfs_.size(), fecs_ );
 }
 
 Outcome FibIpv4::lookup( const LookupRequest & request, LookupReply & reply ) const {
@@ -293,7 +373,7 @@ Outcome FibIpv4::lookup( const LookupRequest & request, LookupReply & reply ) co
    if ( request.has_prefix_len() ) {
       Ipv4Prefix prefix;
       if ( auto out = prefixFrom( request.address(), request.prefix_len(), prefix ); !out.ok() ) return out;
-      if ( const auto value = routes->exact( prefix ) ) route = { prefix, *value };
+      if ( const auto slot = routes->exact( prefix ) ) route = { prefix, *slot };
    } else {
       route = routes->lookup( { request.address() } );
    }
@@ -301,8 +381,9 @@ Outcome FibIpv4::lookup( const LookupRequest & request, LookupReply & reply ) co
    if ( !route ) return {};
    reply.set_prefix( route->prefix.addr.value );
    reply.set_prefix_len( route->prefix.len );
-   reply.set_fec_id( route->value );
-   const auto * members = fec( route->value );
+   const auto id = places_[ route->value ].id;
+   reply.set_fec_id( id );
+   const auto * members = fec( id );
    reply.set_fec_found( members != nullptr );
    if ( members == nullptr ) return {};
    for ( const auto & member : *members ) {

@@ -28,13 +28,14 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace Vexdp {
 
 class FibIpv4 : public Module {
  public:
-   static_assert( std::size_t( 2 ) * Limits::kMostRoutes <= LpmPool::kMaxBlocks );
-   // Every VRF costs half a megabyte of address space.
+   static_assert( std::size_t( 2 ) * Limits::kMostRoutes <= LpmPool::kMaxLines );
+   // Every VRF costs a quarter of a megabyte of address space.
    static constexpr std::size_t kMaxVrfs = 4096;
 
    struct Member {
@@ -52,10 +53,10 @@ class FibIpv4 : public Module {
    // EEXIST: the VRF is there. ENOSPC: kMaxVrfs of them are.
    Outcome addVrf( const vex::pb::FibIpv4VrfArg & arg );
    Outcome delVrf( const vex::pb::FibIpv4VrfArg & arg );
-   // Adds or replaces. ENOENT: no such VRF. ENOSPC: as many routes as it holds are there.
+   // Adds or replaces. ENOENT: no such VRF. ENOSPC: as many routes as it holds are there, or FECs.
    Outcome addRoute( const vex::pb::FibIpv4RouteArg & arg );
    Outcome delRoute( const vex::pb::FibIpv4RouteArg & arg );
-   // Adds or replaces.
+   // Adds or replaces. ENOSPC: as many FECs as it holds are there.
    Outcome addFec( const vex::pb::FibIpv4FecArg & arg );
    Outcome delFec( const vex::pb::FibIpv4FecArg & arg );
    Outcome setCounterIds( const vex::pb::FibIpv4CounterIdArg & arg ) { return counters_.set( arg ); }
@@ -63,7 +64,7 @@ class FibIpv4 : public Module {
    Outcome showFib( const vex::pb::FibIpv4ShowArg & arg, vex::pb::FibIpv4ReadFibResp & resp ) const;
 
    Fate process( Packet & packet, Context & context ) override;
-   void fetch( std::span< Packet * const > packets ) override;
+   void processAll( Packets packets, Context & context ) override;
    CommandSource commands() const override;
    std::string desc() const override;
 
@@ -74,16 +75,32 @@ class FibIpv4 : public Module {
 
  private:
    struct Snapshot;
+   using Slot = std::uint32_t;
+   // Where a FEC has its place as long as it is there or a route names it: routes have the number of the place.
+   struct Place {
+      Fec fec;
+      std::uint32_t id = 0;
+      std::uint32_t routes : 31 = 0; // that name it
+      std::uint32_t there : 1 = 0;
+   };
 
    Lpm * table( std::uint32_t vrf ) const;
+   // Of the FEC; a new one if it has none. Nothing: as many as it holds are there.
+   std::optional< Slot > slotOf( std::uint32_t id );
+   void routeGone( Slot slot );
+   void freeUnused( Slot slot );
+   Fate processMatch( Lpm::Match match, const Ipv4Header & header, Packet & packet, Context & context ) const;
    static Fate forwardBy( const Fec & fec, std::uint32_t id, const Ipv4Header & header, Packet & packet,
                           Context & context );
 
    const std::uint32_t maxRoutes_;
    LpmPool pool_;
    absl::flat_hash_map< std::uint32_t, std::unique_ptr< Lpm > > vrfs_;
-   absl::flat_hash_map< std::uint32_t, Fec > fecs_;
+   std::vector< Place > places_;
+   std::vector< Slot > freeSlots_;
+   absl::flat_hash_map< std::uint32_t, Slot > slots_;
    std::size_t routes_ = 0; // of all VRFs
+   std::size_t fecs_ = 0;
    CounterIds counters_;
 };
 

@@ -31,13 +31,14 @@ class Ip4GreTun : public Module {
    Outcome setIp4TunTtl( const vex::pb::TunTtlArg & arg );
 
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    bool punts( const Packet & packet ) const override;
    CommandSource commands() const override;
    std::string desc() const override;
 
  private:
    std::uint8_t outerTtl( std::uint8_t inner ) const;
-   bool encapsulate( Packet & packet, std::uint8_t ttl );
+   bool encapsulate( Packet & packet, std::uint8_t ttl, const Context & context );
 
    const vex::pb::Ip4GreTunArg init_;
    std::optional< bool > copyTos_;

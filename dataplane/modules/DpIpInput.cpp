@@ -42,6 +42,8 @@ Fate IpInput::process( Packet & packet, Context & context ) {
    return context.forward( kInputOut );
 }
 
+void IpInput::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+
 CommandSource IpInput::commands() const {
    return [ counters = counters_.command(), change = clamp_.changeFrom( initClamp_ ) ]( CommandSink & sink ) {
       counters( sink );

@@ -23,6 +23,7 @@ class IpInput : public Module {
    Outcome setCounterIds( const vex::pb::IpInputCounterIdArg & arg ) { return counters_.set( arg ); }
 
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    CommandSource commands() const override;
 
  private:

@@ -85,6 +85,8 @@ Fate IpOutput::process( Packet & packet, Context & context ) {
    return context.forward( kOutputOut );
 }
 
+void IpOutput::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+
 CommandSource IpOutput::commands() const {
    return [ counters = counters_.command(), mtu = mtu_, mtuChanged = mtu_ != initMtu_,
             clamp = clamp_.changeFrom( initClamp_ ), hwOffload = hwOffload_ ]( CommandSink & sink ) {

@@ -32,6 +32,7 @@ class IpOutput : public Module {
    Outcome setCounterIds( const vex::pb::IpOutputCounterIdArg & arg ) { return counters_.set( arg ); }
 
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    CommandSource commands() const override;
    std::string desc() const override;
 

@@ -44,21 +44,31 @@ Fate KyAcl::process( Packet & packet, Context & context ) {
    return context.forward( kPermitted );
 }
 
+void KyAcl::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+
 void KyAcl::log( const Rule & rule, const Ipv4Header & header, const Packet & packet, const Context & context ) {
    if ( !context.counting() || !mayLog( context.now() ) ) return;
    const auto & list = *list_.table();
    const auto key = RuleKey::of( header, packet );
    spdlog::info( "{}: access list {} rule {} {}: protocol {} {}:{} > {}:{}, {} bytes", name(), list.id(),
-                 list.placeOf( rule ), *rule.permit ? "permits" : "denies", key.proto, key.src, key.sport.value_or( 0 ),
-                 key.dst, key.dport.value_or( 0 ), key.len );
+                 list.placeOf( rule ), *rule.permit ? "permits" : "denies", key.field( RuleKey::proto ), key.src(),
+                 key.ranged[ RuleKey::sport ], key.dst(), key.ranged[ RuleKey::dport ], key.ranged[ RuleKey::len ] );
 }
 
+// Workers share the number. Beyond it nobody writes.
 bool KyAcl::mayLog( double now ) {
-   if ( std::floor( now ) != loggedSecond_ ) {
-      loggedSecond_ = std::floor( now );
-      logged_ = 0;
-   }
-   return logged_++ < kMaxLogged;
+   constexpr std::uint64_t kPlaces = 16;
+   static_assert( kMaxLogged < kPlaces - 1 );
+   const auto second = std::uint64_t( now );
+   auto logged = logged_.load( std::memory_order_relaxed );
+   std::uint64_t next = 0;
+   do {
+      // One of them may be ahead by a burst.
+      const auto ahead = logged / kPlaces - second;
+      next = ahead <= 1 ? logged + 1 : second * kPlaces + 1;
+      if ( next % kPlaces > kMaxLogged ) return false;
+   } while ( !logged_.compare_exchange_weak( logged, next, std::memory_order_relaxed ) );
+   return true;
 }
 
 CommandSource KyAcl::commands() const {

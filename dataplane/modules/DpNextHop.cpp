@@ -118,6 +118,8 @@ Fate NextHop::process( Packet & packet, Context & context ) {
    }
 }
 
+void NextHop::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+
 bool NextHop::punts( const Packet & packet ) const {
    const auto * nh = entry( packet.meta.nhIndex );
    if ( nh == nullptr ) return false;

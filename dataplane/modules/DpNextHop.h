@@ -41,6 +41,7 @@ class NextHop : public Module {
    Outcome showNh( const vex::pb::NextHopShowArg & arg, vex::pb::NextHopReadNHResp & resp ) const;
 
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    bool punts( const Packet & packet ) const override;
    CommandSource commands() const override;
    std::string desc() const override;

@@ -64,6 +64,8 @@ Fate NhResolve::process( Packet & packet, Context & context ) {
    return context.forward( found->ogate );
 }
 
+void NhResolve::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+
 CommandSource NhResolve::commands() const {
    return [ entries = entries_ ]( CommandSink & sink ) {
       for ( std::uint32_t index = 0; index < entries.size(); ++index ) {

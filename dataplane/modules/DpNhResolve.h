@@ -31,6 +31,7 @@ class NhResolve : public Module {
    Outcome deleteEntry( const vex::pb::NhResolveEntryInfoArg & arg );
 
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    CommandSource commands() const override;
    std::string desc() const override;
 

@@ -41,6 +41,8 @@ Fate PolicyQos::process( Packet & packet, Context & context ) {
    return context.forward( kMarked );
 }
 
+void PolicyQos::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+
 std::string PolicyQos::desc() const {
    return fmt::format( "{}, version {}", policy_.desc( RuleTarget::qos ), version_ );
 }

@@ -22,6 +22,7 @@ class PolicyQos : public Module {
    Outcome applyServicePolicy( const vex::pb::PolicyApplyArg & arg );
 
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    CommandSource commands() const override { return policy_.policyCommand( "applyServicePolicy" ); }
    std::string desc() const override;
 

@@ -67,6 +67,8 @@ Fate PortRx::process( Packet & packet, Context & context ) {
    return context.forward( kPortOut );
 }
 
+void PortRx::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+
 const ModuleClass & PortRxCp::moduleClass() {
    static const ModuleClass self =
         describe< PortRxCp, PortArg >( "PortRxCp", "the router's own packets to an interface",
@@ -108,10 +110,12 @@ Fate PortTx::process( Packet & packet, Context & context ) {
    const auto mac = destinationOf( packet );
    if ( context.live() ) {
       if ( wire().device == nullptr ) return context.drop( kNoCounter, "{} has no device", intfname() );
-      wire().device->send( std::move( packet ) );
+      wire().device->send( std::move( packet ), context.seat().worker );
    }
    return context.send( intfname(), mac );
 }
+
+void PortTx::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
 
 const ModuleClass & PortTxCp::moduleClass() {
    static const ModuleClass self = describe< PortTxCp, PortArg >( "PortTxCp", "packets to the router's kernel",
@@ -120,7 +124,8 @@ const ModuleClass & PortTxCp::moduleClass() {
 }
 
 Fate PortTxCp::process( Packet & packet, Context & context ) {
-   if ( context.live() && wire().kernel != nullptr && packet.rewind() ) wire().kernel->send( std::move( packet ) );
+   if ( context.live() && wire().kernel != nullptr && packet.rewind() )
+      wire().kernel->send( std::move( packet ), context.seat().worker );
    return context.deliver( "to the kernel by {}", intfname() );
 }
 

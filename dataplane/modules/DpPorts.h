@@ -16,7 +16,7 @@ class Port : public Module {
    static Outcome check( const vex::pb::PortArg & init );
    Port( Identity identity, const vex::pb::PortArg & init );
 
-   const std::string & intfname() const { return intfname_; }
+   std::string_view intfname() const final { return intfname_; }
    std::uint64_t intfId() const { return intfId_; }
 
    std::string desc() const override { return intfname_; }
@@ -42,6 +42,7 @@ class PortRx : public Port {
    // At first it is enabled.
    Outcome setEnabled( const vex::pb::PortEnabledArg & arg );
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    CommandSource commands() const override;
 
  private:
@@ -67,6 +68,7 @@ class PortTx : public Port {
    static const ModuleClass & moduleClass();
    using Port::Port;
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
 };
 
 class PortTxCp : public Port {

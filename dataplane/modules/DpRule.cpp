@@ -68,25 +68,24 @@ RuleRange rangeOf( bool hasLower, std::uint32_t lower, bool hasUpper, std::uint3
 
 RuleKey RuleKey::of( const Ipv4Header & header, const Packet & packet ) {
    RuleKey key;
-   key.src = header.src();
-   key.dst = header.dst();
-   key.len = header.totalLen();
-   key.ttl = header.ttl();
-   key.dscp = std::uint8_t( header.tos() >> 2 );
-   key.proto = header.proto();
+   const auto protocol = header.proto();
+   key.addresses = std::uint64_t( header.src().value ) << 32 | header.dst().value;
+   key.fields = std::uint64_t( protocol ) << proto | std::uint64_t( header.tos() >> 2 ) << dscp;
+   key.ranged[ len ] = header.totalLen();
+   key.ranged[ ttl ] = header.ttl();
    if ( header.fragmentOffset() != 0 ) return key;
    // What is behind the packet's length is padding of the link layer.
    const auto end = std::clamp< std::size_t >( header.totalLen(), header.headerLen(), packet.size() );
-   const auto l4 = packet.span().first( end ).subspan( header.headerLen() );
-   if ( hasPorts( key.proto ) && l4.size() >= 4 ) {
-      key.sport = get16( l4.data() );
-      key.dport = get16( l4.data() + 2 );
+   const auto * const l4 = packet.data() + header.headerLen();
+   const auto size = end - header.headerLen();
+   if ( hasPorts( protocol ) && size >= 4 ) {
+      key.ranged[ sport ] = get16( l4 );
+      key.ranged[ dport ] = get16( l4 + 2 );
+      key.fields |= kHasPorts;
    }
-   if ( key.proto == kProtoTcp && l4.size() > kTcpFlagsAt ) key.tcpFlags = l4[ kTcpFlagsAt ];
-   if ( key.proto == kProtoIcmp && l4.size() >= 2 ) {
-      key.icmpType = l4[ 0 ];
-      key.icmpCode = l4[ 1 ];
-   }
+   if ( protocol == kProtoTcp && size > kTcpFlagsAt ) key.fields |= std::uint64_t( l4[ kTcpFlagsAt ] ) << tcpFlags;
+   if ( protocol == kProtoIcmp && size >= 2 )
+      key.fields |= kHasIcmp | std::uint64_t( l4[ 0 ] ) << icmpType | std::uint64_t( l4[ 1 ] ) << icmpCode;
    return key;
 }
 
@@ -129,14 +128,14 @@ unsigned valuesWith( std::uint32_t field, std::uint32_t mask, unsigned bits, uns
 } // namespace
 
 void RuleKey::bytes( std::uint8_t * at ) const {
-   put32( at + srcDigits / 2, src.value );
-   put32( at + dstDigits / 2, dst.value );
-   at[ protoDigits / 2 ] = proto;
-   put16( at + sportDigits / 2, sport.value_or( 0 ) );
-   put16( at + dportDigits / 2, dport.value_or( 0 ) );
-   at[ dscpDigits / 2 ] = dscp;
-   at[ flagDigits / 2 ] = tcpFlags.value_or( 0 );
-   at[ icmpDigits / 2 ] = icmpType.value_or( 0 );
+   put32( at + srcDigits / 2, src().value );
+   put32( at + dstDigits / 2, dst().value );
+   at[ protoDigits / 2 ] = field( proto );
+   put16( at + sportDigits / 2, ranged[ sport ] );
+   put16( at + dportDigits / 2, ranged[ dport ] );
+   at[ dscpDigits / 2 ] = field( dscp );
+   at[ flagDigits / 2 ] = field( tcpFlags );
+   at[ icmpDigits / 2 ] = field( icmpType );
 }
 
 std::uint32_t Rule::digits() const {
@@ -207,19 +206,29 @@ Rule::Rule( const Record & record ) :
    if ( record.has_permit() ) permit = record.permit();
    if ( record.action_dscp() ) setDscp = std::uint8_t( record.dscp_data() );
    if ( record.action_tc() ) setTrafficClass = std::uint8_t( record.tc_data() );
-}
 
-bool Rule::matches( const RuleKey & key ) const {
-   return ( key.src.value & srcMask_ ) == src_ && ( key.dst.value & dstMask_ ) == dst_ &&
-          ( proto_ == 0 || proto_ == key.proto ) && ttl_.has( key.ttl ) && len_.has( key.len ) &&
-          ( dscp_ == kAnyDscp || dscp_ == key.dscp ) && matchesTransport( key );
-}
-
-bool Rule::matchesTransport( const RuleKey & key ) const {
-   if ( !sport_.has( key.sport ) || !dport_.has( key.dport ) ) return false;
-   if ( tcpFlags_ != 0 && ( !key.tcpFlags || ( *key.tcpFlags & tcpFlags_ ) != tcpFlags_ ) ) return false;
-   if ( icmpType_ != kAnyIcmp && key.icmpType != icmpType_ ) return false;
-   return icmpCode_ == kAnyIcmp || key.icmpCode == icmpCode_;
+   addressMask_ = std::uint64_t( srcMask_ ) << 32 | dstMask_;
+   addresses_ = std::uint64_t( src_ ) << 32 | dst_;
+   const auto want = [ this ]( bool any, RuleKey::Field field, std::uint64_t value, std::uint64_t mask = 0xff ) {
+      if ( any ) return;
+      fieldMask_ |= mask << field;
+      fields_ |= ( value & mask ) << field;
+   };
+   want( proto_ == 0, RuleKey::proto, proto_ );
+   want( dscp_ == kAnyDscp, RuleKey::dscp, dscp_ );
+   want( false, RuleKey::tcpFlags, tcpFlags_, tcpFlags_ );
+   want( icmpType_ == kAnyIcmp, RuleKey::icmpType, icmpType_ );
+   want( icmpCode_ == kAnyIcmp, RuleKey::icmpCode, icmpCode_ );
+   // What is asked for must be there, be it zero.
+   const auto there = ( sport_.any() && dport_.any() ? 0 : RuleKey::kHasPorts ) |
+                      ( icmpType_ == kAnyIcmp && icmpCode_ == kAnyIcmp ? 0 : RuleKey::kHasIcmp );
+   fieldMask_ |= there;
+   fields_ |= there;
+   const std::array ranges{ sport_, dport_, len_, ttl_ };
+   for ( std::size_t i = 0; i < ranges.size(); ++i ) {
+      lowest_[ i ] = ranges[ i ].lower;
+      width_[ i ] = std::uint16_t( ranges[ i ].upper - ranges[ i ].lower );
+   }
 }
 
 } // namespace Vexdp

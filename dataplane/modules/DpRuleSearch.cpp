@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 #include <functional>
 
 namespace Vexdp {
@@ -31,7 +32,7 @@ RuleSearch::RuleSearch( const std::vector< Rule > & rules ) {
 void RuleSearch::fill( Bits * bits, const std::vector< Rule > & rules, const std::vector< std::uint32_t > & cares,
                        std::size_t at, unsigned digit ) {
    const auto end = std::min( at + kRulesAtOnce, rules.size() );
-   Bits always{};
+   std::uint64_t always[ kWords ] = {}, of[ kValues ][ kWords ] = {};
    for ( auto i = at; i < end; ++i ) {
       const auto word = ( i - at ) / 64;
       const auto bit = std::uint64_t( 1 ) << i % 64;
@@ -40,9 +41,27 @@ void RuleSearch::fill( Bits * bits, const std::vector< Rule > & rules, const std
          continue;
       }
       for ( auto values = rules[ i ].valuesOf( digit ); values != 0; values &= values - 1 )
-         bits[ std::countr_zero( values ) ][ word ] |= bit;
+         of[ std::countr_zero( values ) ][ word ] |= bit;
    }
-   for ( unsigned value = 0; value < kValues; ++value ) bits[ value ] |= always;
+   for ( unsigned value = 0; value < kValues; ++value ) {
+      for ( std::size_t word = 0; word < kWords; ++word ) of[ value ][ word ] |= always[ word ];
+      std::memcpy( &bits[ value ], of[ value ], sizeof( Bits ) );
+   }
+}
+
+// Looks after every few digits whether any are left.
+inline RuleSearch::Bits RuleSearch::candidates( const Bits * bits, const std::uint8_t * bytes ) const {
+   constexpr std::size_t kDigitsAtOnce = 4;
+   Bits left{ ~Half{}, ~Half{} };
+   for ( std::size_t i = 0; i < digits_.size(); ++i, bits += kValues ) {
+      const auto digit = digits_[ i ];
+      const auto & possible = bits[ bytes[ digit / 2 ] >> ( digit % 2 ? 0 : 4 ) & 15 ];
+      left.low &= possible.low;
+      left.high &= possible.high;
+      const auto any = left.low | left.high;
+      if ( i % kDigitsAtOnce == kDigitsAtOnce - 1 && ( any[ 0 ] | any[ 1 ] ) == 0 ) break;
+   }
+   return left;
 }
 
 std::size_t RuleSearch::first( const std::vector< Rule > & rules, const RuleKey & key ) const {
@@ -57,24 +76,13 @@ std::size_t RuleSearch::first( const std::vector< Rule > & rules, const RuleKey 
    for ( std::size_t at = 0; at < rules.size(); at += kRulesAtOnce, bits += digits_.size() * kValues ) {
       const auto left = candidates( bits, bytes );
       for ( std::size_t word = 0; word < kWords; ++word )
-         for ( auto some = left[ word ]; some != 0; some &= some - 1 ) {
+         for ( auto some = ( word < kWords / 2 ? left.low : left.high )[ word % ( kWords / 2 ) ]; some != 0;
+               some &= some - 1 ) {
             const auto i = at + word * 64 + std::size_t( std::countr_zero( some ) );
             if ( rules[ i ].matches( key ) ) return i;
          }
    }
    return rules.size();
-}
-
-// Looks after every few digits whether any are left.
-RuleSearch::Words RuleSearch::candidates( const Bits * bits, const std::uint8_t * bytes ) const {
-   constexpr std::size_t kDigitsAtOnce = 4;
-   Bits left = ~Bits{};
-   for ( std::size_t i = 0; i < digits_.size(); ++i, bits += kValues ) {
-      const auto digit = digits_[ i ];
-      left &= bits[ bytes[ digit / 2 ] >> ( digit % 2 ? 0 : 4 ) & 15 ];
-      if ( i % kDigitsAtOnce == kDigitsAtOnce - 1 && ( left[ 0 ] | left[ 1 ] | left[ 2 ] | left[ 3 ] ) == 0 ) break;
-   }
-   return { left[ 0 ], left[ 1 ], left[ 2 ], left[ 3 ] };
 }
 
 } // namespace Vexdp

@@ -25,9 +25,12 @@ class RuleSearch {
 
  private:
    static constexpr std::size_t kRulesAtOnce = 256;
-   using Bits = std::uint64_t __attribute__( ( vector_size( kRulesAtOnce / 8 ) ) );
+   // In halves that each fit a register of every processor: a compiler keeps what does not in memory.
+   using Half = std::uint64_t __attribute__( ( vector_size( kRulesAtOnce / 16 ) ) );
+   struct Bits {
+      Half low, high;
+   };
    static constexpr std::size_t kWords = sizeof( Bits ) / sizeof( std::uint64_t );
-   using Words = std::array< std::uint64_t, kWords >;
    static constexpr std::size_t kValues = 16; // of a digit
 
    // What the rules from `at` leave possible of the digit's values.
@@ -35,7 +38,7 @@ class RuleSearch {
                      std::size_t at, unsigned digit );
 
    // Of 256 rules, a bit for each that is possible for the key.
-   Words candidates( const Bits * bits, const std::uint8_t * bytes ) const;
+   Bits candidates( const Bits * bits, const std::uint8_t * bytes ) const;
 
    std::vector< std::uint8_t > digits_; // those that any rule cares about, first what most do
    std::vector< Bits > possible_;       // by 256 rules, digit and value

@@ -108,6 +108,8 @@ Fate TunnelIngress::process( Packet & packet, Context & context ) {
    return openGre( *header, packet, context );
 }
 
+void TunnelIngress::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+
 Fate TunnelIngress::openGre( const Ipv4Header & outer, Packet & packet, Context & context ) {
    const auto bytes = packet.span().subspan( outer.headerLen() );
    const auto gre = Gre::of( bytes );

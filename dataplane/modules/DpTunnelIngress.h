@@ -40,6 +40,7 @@ class TunnelIngress : public Module {
    }
 
    Fate process( Packet & packet, Context & context ) override;
+   void processAll( Packets packets, Context & context ) override;
    CommandSource commands() const override;
    std::string desc() const override;
 

@@ -1,7 +1,6 @@
 #include "DpCapture.h"
 
 #include "DpModuleClass.h"
-#include "DpPorts.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,16 +10,6 @@ namespace Vexdp {
 using vex::pb::CaptureReply;
 using vex::pb::CaptureRequest;
 using vex::pb::TracePacketReply;
-
-namespace {
-
-// The name of the interface whose port the module is; empty: it is none's.
-std::string_view intfnameOf( const Module & module ) {
-   const auto * const port = dynamic_cast< const Port * >( &module );
-   return port == nullptr ? std::string_view() : port->intfname();
-}
-
-} // namespace
 
 Outcome Capture::make( const CaptureRequest & request, double now, std::unique_ptr< Capture > & capture ) {
    if ( request.has_gate() && request.module().empty() ) return refuse( EINVAL, "a gate without its module" );
@@ -48,14 +37,20 @@ CaptureReply::Packet * Capture::slot() {
    return &slots_[ at % kRoom ];
 }
 
+void Capture::takeAll( const Module & module, Packets packets, double now ) {
+   if ( over( now ) ) return;
+   for ( const auto * const packet : packets )
+      if ( filter_.matches( *packet ) ) take( module, *packet, now );
+}
+
 void Capture::take( const Module & module, const Packet & packet, double now ) {
-   if ( over( now ) || !filter_.matches( packet ) ) return;
+   const OneAtATime one( writing_, true );
    auto * const taken = slot();
    if ( taken == nullptr ) return;
    taken->set_time( std::uint64_t( now * 1e9 ) );
    taken->set_module( module.name() );
    taken->set_mclass( module.mclass().name );
-   taken->set_intfname( std::string( intfnameOf( module ) ) );
+   taken->set_intfname( std::string( module.intfname() ) );
    taken->set_length( std::uint32_t( packet.size() ) );
    taken->set_ethernet( packet.meta.ethernet );
    taken->mutable_data()->assign( reinterpret_cast< const char * >( packet.data() ),
@@ -65,28 +60,29 @@ void Capture::take( const Module & module, const Packet & packet, double now ) {
 
 bool Capture::watches( const Module & module ) const {
    if ( request_.trace() ) return false;
-   return place_.module.empty() ? !intfnameOf( module ).empty() : module.name() == place_.module;
+   return place_.module.empty() ? !module.intfname().empty() : module.name() == place_.module;
 }
 
-void Capture::enters( const Module & module, GateId igate, const Packet & packet, double now ) {
+void Capture::enters( const Module & module, GateId igate, Packets packets, double now ) {
    if ( request_.trace() || place_.out || ( place_.gate && *place_.gate != igate ) ) return;
-   if ( place_.module.empty() ? intfnameOf( module ).empty() : module.name() != place_.module ) return;
-   take( module, packet, now );
+   if ( place_.module.empty() ? module.intfname().empty() : module.name() != place_.module ) return;
+   takeAll( module, packets, now );
 }
 
-void Capture::leaves( const Module & module, GateId ogate, const Packet & packet, double now ) {
+void Capture::leaves( const Module & module, GateId ogate, Packets packets, double now ) {
    if ( place_.out && ( !place_.gate || *place_.gate == ogate ) && module.name() == place_.module )
-      take( module, packet, now );
+      takeAll( module, packets, now );
 }
 
 bool Capture::traces( const Module & source, const Packet & packet, double now ) const {
    if ( !tracing( now ) ) return false;
-   if ( !request_.intfname().empty() && intfnameOf( source ) != request_.intfname() ) return false;
+   if ( !request_.intfname().empty() && source.intfname() != request_.intfname() ) return false;
    return filter_.matches( packet );
 }
 
 void Capture::traced( const TracePacketReply & trace, const std::string & intfname, double now ) {
    if ( request_.drops() && trace.end() != TracePacketReply::END_DROPPED ) return;
+   const OneAtATime one( writing_, true );
    auto * const taken = slot();
    if ( taken == nullptr ) return;
    taken->set_time( std::uint64_t( now * 1e9 ) );

@@ -62,6 +62,17 @@ interfaces:
         for host in self.lab.hosts.values():
             host.forget()
 
+    def test_the_kernel_speaks_ipv6_by_its_devices(self):
+        ends = (('router', 'Ethernet1', '2001:db8::1/64'), ('left', 'eth0', '2001:db8::2/64'))
+        for space, device, address in ends:
+            inside = ('ip', 'netns', 'exec', f'vexl3fwd-{space}')
+            for words in (('sysctl', '-qw', f'net.ipv6.conf.{device}.disable_ipv6=0'),
+                          ('ip', 'addr', 'add', address, 'dev', device, 'nodad')):
+                subprocess.run([*inside, *words], check=True)
+            self.addCleanup(subprocess.run, [*inside, 'sysctl', '-qw', f'net.ipv6.conf.{device}.disable_ipv6=1'])
+        self.left.until_it_reaches('2001:db8::1')
+        self.assertIn('5 received', self.left.run('ping', '-c5', '-i0.05', '-s1200', '2001:db8::1', check=False).stdout)
+
     def from_left(self, *packets):
         self.left.send(*(self.left.to_router(packet) for packet in packets))
 

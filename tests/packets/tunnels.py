@@ -38,6 +38,8 @@ ALGORITHMS = {  # name: description's, scapy's
     'gcm256': ({'encryption': 'rfc4106(gcm(aes))', 'encryption-key': 288}, ('AES-GCM', 'NULL')),
 }
 
+REKEY_SECONDS = float(os.environ.get('VEXL3_REKEY_SECONDS', 6))  # of traffic, by each mode
+
 
 def sa_text(spi, source, destination, algorithms, **more):
     """An association as the description takes it."""
@@ -462,7 +464,7 @@ s.sendall(bytes(300000)); s.shutdown(1); s.recv(1)''')
             self.tell(mode, key)
             a.until_it_reaches('10.2.1.2')
             a.forget()
-            ping = a.start('ping', '-q', '-i0.004', '-c1500', '10.2.1.2')
+            ping = a.start('ping', '-q', '-i0.004', f'-c{int(REKEY_SECONDS / 0.004)}', '10.2.1.2')
             rekeys = 0
             while ping.poll() is None:
                 self.tell(mode, key, (rekeys, rekeys + 1), rekeys)      # both take the new one

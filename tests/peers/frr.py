@@ -1,6 +1,7 @@
 """A router with FRR: routes come by FPM."""
 
 import json
+import re
 import struct
 import unittest
 
@@ -98,6 +99,30 @@ class Frr(unittest.TestCase):
             lab.until(lambda: router.source('fpm')['stale'] == 0 and
                       sorted(router.routes('fpm')) == ['10.0.2.0/24', '192.0.2.0/24'], 'the rest is swept')
             net.reaches()
+
+    def test_a_restart_beside_a_data_plane_of_its_own_is_noticed_by_nobody(self):
+        with lab.Lab() as net:
+            one, other = net.routers.values()
+            plane = f'unix:{one.directory}/dataplane.sock'
+            one.start('vexdp', lab.BIN / 'vexdp', '--listen', plane, log=one.directory / 'vexdp.log')
+            one.begin('--dataplane', plane)
+            other.begin()
+            for n, router in net.routers.items():
+                router.zebra()
+                router.frr('bgpd', BGP.format(n=n, o=3 - n))
+            lab.until(lambda: one.routes('fpm').get('10.0.2.0/24', {}).get('state') == 'programmed', 'it is programmed')
+            net.reaches()
+            up = json.loads(one.vtysh('show bgp neighbors 10.0.12.2 json'))['10.0.12.2']['connectionsEstablished']
+            ping = net.hosts[1].popen('ping', '-q', '-i0.01', '-c1500', '10.0.2.2')
+            one.end('vexl3d', kill=True)
+            one.begin('--dataplane', plane)
+            lab.until(lambda: one.fact('status', 'forwarding') == 'in step', 'it has everything', 90)
+            self.assertEqual(one.routes('fpm')['10.0.2.0/24']['state'], 'programmed')
+            self.assertEqual(one.ctl('verify')['differences'], 0)
+            sent, got = re.search(r'(\d+) packets transmitted, (\d+) received', ping.communicate()[0]).groups()
+            self.assertEqual(got, sent)
+            said = json.loads(one.vtysh('show bgp neighbors 10.0.12.2 json'))['10.0.12.2']
+            self.assertEqual((said['bgpState'], said['connectionsEstablished']), ('Established', up))
 
     def test_an_announcement_is_held_back_until_the_route_is_programmed(self):
         with lab.Lab() as net:

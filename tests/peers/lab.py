@@ -83,6 +83,10 @@ class Space:
             self.processes[key] = subprocess.Popen(['ip', 'netns', 'exec', self.name, *[str(w) for w in words]],
                                                    stdout=out, stderr=out, stdin=subprocess.DEVNULL)
 
+    def popen(self, *words):
+        """For what is ended by the caller, who wants its output."""
+        return subprocess.Popen(['ip', 'netns', 'exec', self.name, *words], stdout=subprocess.PIPE, text=True)
+
     def end(self, key, kill=False):
         process = self.processes.pop(key)
         process.kill() if kill else process.terminate()
@@ -131,6 +135,11 @@ class Router(Space):
     def ctl(self, *words):
         done = run(BIN / 'vexctl', '--json', '--socket', self.socket, *words, check=False)
         return json.loads(done.stdout) if done.stdout else {}
+
+    def index(self, device='Ethernet1'):
+        """Of the device in the kernel: it is another one with each data plane."""
+        return int(until(lambda: self.run('cat', f'/sys/class/net/{device}/ifindex', check=False).stdout,
+                         f'the kernel has {device}'))
 
     def fact(self, show, name):
         """Of a show of one row; nothing while nobody answers."""
