@@ -32,12 +32,26 @@ LpmEntry withoutBlock( LpmPool & pool, LpmEntry owner ) {
    return above;
 }
 
+// Where the range is a run, and stays one: most changes of a route, and the end of many. False, and no change: it is
+// not so.
+template < typename Change >
+bool replaceRun( LpmBlock & block, unsigned from, unsigned end, Change & change ) {
+   auto & run = block.at( from );
+   if ( run.isBlock ) return false;
+   const auto fresh = change( run );
+   if ( fresh.isBlock || ( from != 0 && block.at( from - 1 ) == fresh ) ) return false;
+   if ( end < LpmBlock::kPlaces && block.at( end ) == fresh ) return false;
+   run = fresh;
+   return true;
+}
+
 // Of the owner's block: what it has in the range becomes what `change` makes of it, and the block as large as it must
 // be. A block that is twice as large as that keeps its place: it may grow again.
 template < typename Change >
 void replaceRange( LpmPool & pool, LpmEntry & owner, unsigned from, unsigned count, Change change ) {
-   const auto & block = pool.at( owner.number );
+   auto & block = pool.at( owner.number );
    const auto end = from + count;
+   if ( block.isRun( from, end ) && replaceRun( block, from, end, change ) ) return;
    LpmBlock::Runs fresh( from, std::min( end + 1, LpmBlock::kPlaces ) );
    if ( from != 0 ) fresh.behind( block.at( from - 1 ) );
    for ( auto place = from; place < end; place = block.endOf( place ) ) fresh.add( place, change( block.at( place ) ) );
@@ -80,8 +94,15 @@ void Lpm::giveBackBelow( const LpmEntry & owner ) {
    pool_.giveBack( owner.number );
 }
 
+// It is on its way while the hash table is waited for.
+void Lpm::fetchBlock( Ipv4Prefix prefix ) const {
+   const auto root = root_[ rootAt( prefix.addr ) ];
+   if ( root.isBlock ) __builtin_prefetch( &pool_.at( root.number ), 1 );
+}
+
 Lpm::Insert Lpm::insert( Ipv4Prefix prefix, std::uint32_t value, bool room, std::uint32_t * was ) {
    assert( value < kMostValues );
+   fetchBlock( prefix );
    const auto [ rule, added ] = rules_.try_emplace( keyOf( prefix ), value );
    if ( added && !room ) {
       rules_.erase( rule );
@@ -101,6 +122,7 @@ Lpm::Insert Lpm::insert( Ipv4Prefix prefix, std::uint32_t value, bool room, std:
 }
 
 bool Lpm::remove( Ipv4Prefix prefix, std::uint32_t * was ) {
+   fetchBlock( prefix );
    const auto rule = rules_.find( keyOf( prefix ) );
    if ( rule == rules_.end() ) return false;
    if ( was != nullptr ) *was = rule->second;

@@ -70,6 +70,7 @@ class Lpm {
    static Key keyOf( Ipv4Prefix prefix ) { return Key( prefix.addr.value ) << 8 | prefix.len; }
    static Ipv4Prefix prefixOf( Key key ) { return { { std::uint32_t( key >> 8 ) }, std::uint8_t( key & 255 ) }; }
 
+   void fetchBlock( Ipv4Prefix prefix ) const;
    // Changes what the prefix, of length 1 to 32, covers at its level: `change` makes of each entry what it is to be.
    // `users` more prefixes stand there then.
    template < typename Change >

@@ -35,14 +35,10 @@ class LpmBlock {
    std::uint16_t users = 0; // the prefixes of its level and the blocks below it
    std::uint8_t order = 0;  // its size, see LpmPool
 
-   static constexpr unsigned room( unsigned order ) {
-      return unsigned( ( ( std::size_t( 64 ) << order ) - sizeof( LpmBlock ) ) / sizeof( LpmEntry ) );
-   }
    // The smallest size with room for so many entries.
    static constexpr unsigned orderFor( unsigned entries ) {
-      unsigned order = 0;
-      while ( room( order ) < entries ) ++order;
-      return order;
+      const auto lines = ( sizeof( LpmBlock ) + entries * sizeof( LpmEntry ) + 63 ) / 64;
+      return unsigned( std::bit_width( lines - 1 ) );
    }
 
    // One run without a prefix.
@@ -54,6 +50,9 @@ class LpmBlock {
    }
    LpmEntry & at( unsigned place ) { return const_cast< LpmEntry & >( std::as_const( *this ).at( place ) ); }
    unsigned runs() const { return before( kPlaces ); }
+   bool isRun( unsigned from, unsigned end ) const {
+      return ( starts_[ from / 64 ] >> from % 64 & 1 ) != 0 && endOf( from ) == end;
+   }
    // The first place behind the run that the place is in.
    unsigned endOf( unsigned place ) const;
    LpmEntry * entries() { return reinterpret_cast< LpmEntry * >( this + 1 ); }
