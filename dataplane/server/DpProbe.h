@@ -20,9 +20,9 @@ class Probe {
    Outcome check() const;
 
    bool done() const { return next_ == request_.packet_size(); }
-   // The next few. REQUIRES: the worker is held, and check() was good.
+   // The next few. REQUIRES: the workers are held, and check() was good.
    void some( const Graph & graph, CounterTable & counters );
-   // Leaves the graph to others. REQUIRES: the worker isn't held.
+   // Leaves the graph to others. REQUIRES: the workers aren't held.
    void rest() const;
 
  private:

@@ -10,8 +10,8 @@
 
 namespace Vexdp {
 
-// All but the listings of classes are called while the worker is held. A writer that ends is handed to the caller, who
-// lets it go when nothing waits for that: its thread is joined.
+// All but the listings of classes are called while the workers are held. A writer that ends is handed to the caller,
+// who lets it go when nothing waits for that: its thread is joined.
 class GateHooks {
  public:
    using Ended = std::vector< std::unique_ptr< FifoWriter > >;

@@ -38,7 +38,7 @@ class RandomPackets {
 };
 
 TEST( PcapFilter, compiledCodeSaysWhatTheInterpreterSays ) {
-   Eal eal( { .memory = 64, .buffers = 512 } );
+   Eal eal( { .memory = 64, .words = {}, .buffers = 512 } );
    const auto started = eal.start();
    ASSERT_TRUE( started.ok() ) << started.refusal().reason;
    std::size_t compiled = 0;

@@ -114,9 +114,11 @@ class Wired : public testing::TestWithParam< unsigned > {
          EXPECT_TRUE( plane.engine.destroyWorker( last ).ok() && plane.engine.addWorker( worker ).ok() );
       }
       EXPECT_TRUE( plane.engine.pauseWorker( 0, true ).ok() && plane.engine.pauseWorker( 0, false ).ok() );
-      EXPECT_EQ( make( "et9" ).errmsg(), "" );
+      // A worker that sleeps on the socket keeps its address for a moment: each has one of its own.
+      const auto another = fmt::format( "et9-{}", turn );
+      EXPECT_EQ( make( another ).errmsg(), "" );
       bess::pb::DestroyPortRequest port;
-      port.set_name( "et9" );
+      port.set_name( another );
       bess::pb::EmptyResponse gone;
       plane.engine.apply( port, gone );
       vex::pb::CaptureRequest capture;

@@ -1,6 +1,7 @@
 // Several workers: what they carry, count and share.
 #include "DpTestRouter.h"
 
+#include "DpTokenBucket.h"
 #include "DpWorkers.h"
 
 #include <deque>
