@@ -36,7 +36,7 @@ constexpr std::size_t kAddresses = 1u << 20;
 // The port in memory: what leaves comes back for the next burst.
 class Memory : public Outlet {
  public:
-   void send( Packet && packet ) override {
+   void send( Packet && packet, unsigned ) override {
       Packet gone = std::move( packet );
       ++packets;
    }
@@ -187,7 +187,7 @@ class Transit {
    }
 
    // Seconds a packet.
-   double run() { return run( captures_.empty() ? nullptr : &captures_ ); }
+   double run() { return run( captures_.empty() ? nullptr : &captures_.eye( 0 ) ); }
    std::string byModule() {
       Stopwatch watch;
       watch_ = &watch;

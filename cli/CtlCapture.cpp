@@ -40,7 +40,7 @@ std::string ipInWords( const std::string & bytes ) {
                                                           { 47, "GRE" }, { 50, "ESP" }, { 89, "OSPF" } };
    const auto proto = at8( bytes, 9 );
    const auto name = names.find( proto );
-   const size_t behind = ( at8( bytes, 0 ) & 15 ) * 4;
+   const size_t behind = size_t( at8( bytes, 0 ) & 15 ) * 4;
    const bool ports = ( proto == 6 || proto == 17 ) && ( at16( bytes, 6 ) & 0x1fff ) == 0 && bytes.size() >= behind + 4;
    return fmt::format( "{}{} > {}{} {} ttl {}", addressAt( bytes, 12 ),
                        ports ? fmt::format( ":{}", at16( bytes, behind ) ) : "", addressAt( bytes, 16 ),

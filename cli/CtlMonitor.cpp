@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <fmt/chrono.h>
@@ -44,7 +45,7 @@ namespace {
 Column perSecondColumn( std::string title, std::string name ) {
    return shown(
         std::move( title ), std::move( name ),
-        []( const Json & value ) { return grouped( std::uint64_t( value.get< double >() + 0.5 ) ); },
+        []( const Json & value ) { return grouped( std::uint64_t( std::llround( value.get< double >() ) ) ); },
         Column::Align::right );
 }
 

@@ -129,7 +129,7 @@ Cell wrapped( std::string_view text, size_t width ) {
    Cell lines;
    while ( text.size() > width ) {
       const auto blank = text.rfind( ' ', width );
-      const bool breaks = blank != text.npos && blank != 0;
+      const bool breaks = blank != std::string_view::npos && blank != 0;
       lines.emplace_back( text.substr( 0, breaks ? blank : width ) );
       text.remove_prefix( breaks ? blank + 1 : width );
    }
@@ -139,7 +139,7 @@ Cell wrapped( std::string_view text, size_t width ) {
 
 size_t longestWord( std::string_view text ) {
    size_t longest = 0;
-   for ( size_t end = 0; end != text.npos; text.remove_prefix( std::min( end + 1, text.size() ) ) ) {
+   for ( size_t end = 0; end != std::string_view::npos; text.remove_prefix( std::min( end + 1, text.size() ) ) ) {
       end = text.find( ' ' );
       longest = std::max( longest, std::min( end, text.size() ) );
    }

@@ -81,7 +81,12 @@ std::optional< Options > parsed( int argc, char ** argv, int & exitCode ) {
         ->type_name( "MB" )
         ->capture_default_str()
         ->check( CLI::Range( 0u, 1u << 24 ) );
-   app.add_flag( "--busy", options.engine.busy, "the worker polls its ports without end, and sleeps never" );
+   app.add_option( "--workers", options.engine.workers,
+                   "threads that move packets: the receive queues of the ports are spread over them" )
+        ->type_name( "N" )
+        ->capture_default_str()
+        ->check( CLI::Range( 1u, Vexdp::kMostWorkers ) );
+   app.add_flag( "--busy", options.engine.busy, "workers poll their ports without end, and sleep never" );
    app.add_flag( "--huge", options.engine.eal.hugePages, "packet buffers in huge pages, and devices of the PCI bus" );
    app.add_option( "--memory", options.engine.eal.memory, "megabytes for packet buffers, when there is a port" )
         ->type_name( "MB" )
@@ -162,8 +167,10 @@ std::vector< std::string > defaultAddresses() {
 
 int serve( const Options & options, const sigset_t & signals ) {
    try {
-      const auto counters = options.counters.empty() ? std::make_unique< Vexdp::CounterTable >()
-                                                     : std::make_unique< Vexdp::CounterTable >( options.counters );
+      const auto workers = options.engine.workers;
+      const auto counters = options.counters.empty()
+                                 ? std::make_unique< Vexdp::CounterTable >( workers )
+                                 : std::make_unique< Vexdp::CounterTable >( options.counters, workers );
       Vexdp::Engine engine( *counters, options.engine );
       const Vexdp::Server server( engine, options.listen.empty() ? defaultAddresses() : options.listen, options.tls );
       for ( const auto & address : server.addresses() ) spdlog::info( "listening on {}", address );

@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 namespace Vexdp {
 
@@ -25,7 +26,11 @@ using namespace vex::counters;
 
 namespace {
 
-constexpr std::size_t kSize = kOffset + std::size_t( kSlots ) * sizeof( std::uint64_t );
+static_assert( CounterTable::slots() == kSlots );
+
+constexpr std::size_t sizeFor( unsigned writers ) {
+   return kOffset + std::size_t( writers ) * kSlots * sizeof( std::uint64_t );
+}
 
 [[noreturn]] void fail( const std::string & path, const std::string & why ) {
    throw std::runtime_error( fmt::format( "counter file {}: {}", path, why ) );
@@ -59,7 +64,8 @@ bool isCounterTable( int fd ) {
    std::array< char, sizeof( Header ) > bytes{};
    const auto length = pread( fd, bytes.data(), bytes.size(), 0 );
    if ( length == ssize_t( bytes.size() ) && std::memcmp( bytes.data(), &kMagic, sizeof( kMagic ) ) == 0 ) return true;
-   return length >= 0 && std::size_t( status.st_size ) <= kSize && bytes == std::array< char, sizeof( Header ) >{};
+   return length >= 0 && std::size_t( status.st_size ) <= sizeFor( kMostWorkers ) &&
+          bytes == std::array< char, sizeof( Header ) >{};
 }
 
 // REQUIRES: nobody else makes the file meanwhile
@@ -87,22 +93,22 @@ File heldDraft( const std::string & path, const std::string & draft ) {
 }
 
 // Its pages are there afterwards: a store to a page that the file system has no room for ends the process.
-int written( int fd ) {
-   const Header header{ kMagic, 1, kSlots, kOffset };
+int written( int fd, unsigned writers ) {
+   const Header header{ kMagic, writers, kSlots, kOffset };
    if ( ftruncate( fd, 0 ) != 0 ) return errno;
-   if ( const int error = posix_fallocate( fd, 0, off_t( kSize ) ) ) return error;
+   if ( const int error = posix_fallocate( fd, 0, off_t( sizeFor( writers ) ) ) ) return error;
    return pwrite( fd, &header, sizeof( header ), 0 ) == ssize_t( sizeof( header ) ) ? 0 : errno;
 }
 
 // The file appears whole: it is written aside and renamed, so that a process that is killed on the way leaves nothing
 // that another one stumbles over.
-int makeFile( const std::string & path ) {
+int makeFile( const std::string & path, unsigned writers ) {
    const auto draft = path + ".new";
    auto file = heldDraft( path, draft );
    try {
       // Before the pages are reserved: it may be what takes the room.
       removeLeftOver( path );
-      const int error = written( file.fd() );
+      const int error = written( file.fd(), writers );
       if ( isForWantOfRoom( error ) ) throw NoRoom( std::strerror( error ) );
       if ( error != 0 ) fail( path, std::strerror( error ) );
       if ( rename( draft.c_str(), path.c_str() ) != 0 ) fail( path, std::strerror( errno ) );
@@ -113,17 +119,17 @@ int makeFile( const std::string & path ) {
    return file.release();
 }
 
-void * mapped( int fd ) {
+void * mapped( int fd, std::size_t size ) {
    const int flags = fd < 0 ? MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE : MAP_SHARED;
-   void * map = mmap( nullptr, kSize, PROT_READ | PROT_WRITE, flags, fd, 0 );
+   void * map = mmap( nullptr, size, PROT_READ | PROT_WRITE, flags, fd, 0 );
    return map == MAP_FAILED ? nullptr : map;
 }
 
 } // namespace
 
-CounterTable::CounterTable() { mapIs( mapped( -1 ) ); }
+CounterTable::CounterTable( unsigned writers ) : writers_( writers ) { mapIs( mapped( -1, size() ) ); }
 
-CounterTable::CounterTable( const std::string & path ) : CounterTable() {
+CounterTable::CounterTable( const std::string & path, unsigned writers ) : CounterTable( writers ) {
    path_ = std::filesystem::absolute( path );
    share();
 }
@@ -131,18 +137,22 @@ CounterTable::CounterTable( const std::string & path ) : CounterTable() {
 void CounterTable::mapIs( void * map ) {
    if ( map == nullptr ) throw std::bad_alloc();
    map_ = map;
-   counts_ = reinterpret_cast< std::uint64_t * >( static_cast< char * >( map_ ) + kOffset );
+   auto * const counts = reinterpret_cast< std::uint64_t * >( static_cast< char * >( map_ ) + kOffset );
+   for ( unsigned worker = 0; worker < writers(); ++worker )
+      writers_[ worker ].counts_ = counts + std::size_t( worker ) * kSlots;
 }
+
+std::size_t CounterTable::size() const { return sizeFor( writers() ); }
 
 std::string CounterTable::share() {
    if ( path_.empty() || shared() ) return {};
    int fd = -1;
    try {
-      fd = makeFile( path_ );
+      fd = makeFile( path_, writers() );
    } catch ( const NoRoom & error ) {
       return fmt::format( "counter file {}: {}", path_, error.what() );
    }
-   void * const map = mapped( fd );
+   void * const map = mapped( fd, size() );
    if ( map == nullptr ) {
       const std::string why = std::strerror( errno );
       unlink( path_.c_str() );
@@ -150,40 +160,38 @@ std::string CounterTable::share() {
       fail( path_, why );
    }
    auto * const before = map_;
-   const auto * const counts = counts_;
+   std::vector< const std::uint64_t * > counts;
+   for ( unsigned worker = 0; worker < writers(); ++worker ) counts.push_back( writers_[ worker ].counts_ );
    mapIs( map );
-   std::copy_n( counts, used_, counts_ );
-   munmap( before, kSize );
+   for ( unsigned worker = 0; worker < writers(); ++worker )
+      std::copy_n( counts[ worker ], writers_[ worker ].used_, writers_[ worker ].counts_ );
+   munmap( before, size() );
    fd_ = fd;
    return {};
 }
 
 CounterTable::~CounterTable() {
-   munmap( map_, kSize );
+   munmap( map_, size() );
    if ( fd_ < 0 ) return;
    unlink( path_.c_str() );
    close( fd_ );
 }
 
-// A plain load and store would do for one writer; the atomic store is for the readers.
-void CounterTable::add( CounterId id, std::uint64_t n ) {
-   if ( id >= kSlots ) return;
-   used_ = std::max( used_, id + 1 );
-   std::atomic_ref< std::uint64_t > count( counts_[ id ] );
-   count.store( count.load( std::memory_order_relaxed ) + n, std::memory_order_relaxed );
-}
-
 std::uint64_t CounterTable::value( CounterId id ) const {
    if ( id >= kSlots ) return 0;
-   return std::atomic_ref< std::uint64_t >( counts_[ id ] ).load( std::memory_order_relaxed );
+   std::uint64_t sum = 0;
+   for ( unsigned worker = 0; worker < writers(); ++worker )
+      sum += std::atomic_ref< std::uint64_t >( writers_[ worker ].counts_[ id ] ).load( std::memory_order_relaxed );
+   return sum;
 }
 
 void CounterTable::clear() {
-   for ( CounterId id = 0; id < used_; ++id )
-      std::atomic_ref< std::uint64_t >( counts_[ id ] ).store( 0, std::memory_order_relaxed );
-   used_ = 0;
+   for ( unsigned worker = 0; worker < writers(); ++worker ) {
+      auto & writer = writers_[ worker ];
+      for ( CounterId id = 0; id < writer.used_; ++id )
+         std::atomic_ref< std::uint64_t >( writer.counts_[ id ] ).store( 0, std::memory_order_relaxed );
+      writer.used_ = 0;
+   }
 }
-
-CounterId CounterTable::slots() { return kSlots; }
 
 } // namespace Vexdp

@@ -14,11 +14,6 @@ Outcome requireGateOf( const Module & module, const char * side, std::uint64_t g
                   module.mclass().name, limit );
 }
 
-template < class Gate >
-void growTo( std::vector< Gate > & gates, GateId gate ) {
-   if ( gates.size() <= gate ) gates.resize( gate + 1 );
-}
-
 } // namespace
 
 Module * Graph::find( std::string_view name ) const {
@@ -71,9 +66,9 @@ Outcome Graph::connect( std::string_view from, std::uint64_t ogate, std::string_
    if ( out < source->ogates_.size() && source->ogates_[ out ].peer != nullptr )
       return refuse( EBUSY, "output gate {} is in use, it leads to {}:{}", out, source->ogates_[ out ].peer->name(),
                      source->ogates_[ out ].igate );
-   growTo( source->ogates_, out );
-   growTo( target->igates_, GateId( igate ) );
-   source->ogates_[ out ] = { target, GateId( igate ), {} };
+   source->growTo( true, out );
+   target->growTo( false, GateId( igate ) );
+   source->ogates_[ out ] = { target, GateId( igate ) };
    target->upstream_.emplace( source, out );
    return {};
 }
@@ -91,6 +86,7 @@ void Graph::cut( Module & from, GateId ogate ) {
    auto & gate = from.ogates_[ ogate ];
    gate.peer->upstream_.erase( { &from, ogate } );
    gate = {};
+   from.resetCounters( true, ogate );
 }
 
 } // namespace Vexdp

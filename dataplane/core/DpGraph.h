@@ -42,6 +42,8 @@ class Graph {
       return at == shared_.end() ? nullptr : static_cast< T * >( at->second );
    }
 
+   // See Surroundings.
+   unsigned workers() const { return surroundings_->workers(); }
    // Where its ports meet what is outside.
    Wires & wires() const { return surroundings_->wires(); }
    // Its side of each wire.

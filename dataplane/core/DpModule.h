@@ -1,6 +1,7 @@
 // A module of the graph: a packet processor with numbered gates, driven by commands. What stands behind is not its own.
 #pragma once
 
+#include "DpPerWorker.h"
 #include "DpRefusal.h"
 #include "DpTypes.h"
 
@@ -32,13 +33,14 @@ struct GateCounters {
    std::uint64_t packets = 0;
    std::uint64_t bytes = 0;
    double timestamp = 0; // of the last packet, seconds since 1970
+
+   GateCounters & operator+=( const GateCounters & other );
 };
 
 // An output gate feeds one input gate.
 struct OGate {
    Module * peer = nullptr; // null: not connected
    GateId igate = 0;        // of the peer
-   GateCounters counters;
 };
 
 // Takes the commands that would bring a new module to the state of another, in order.
@@ -60,8 +62,7 @@ class Module {
       const Graph & graph; // that it will be in
    };
 
-   explicit Module( Identity identity ) :
-        name_( std::move( identity.name ) ), mclass_( identity.mclass ), graph_( identity.graph ) {}
+   explicit Module( Identity identity );
    virtual ~Module() = default;
    Module( const Module & ) = delete;
    Module & operator=( const Module & ) = delete;
@@ -94,7 +95,7 @@ class Module {
 
    // Gates up to the highest that was ever used. Connections are made by the graph.
    const std::vector< OGate > & ogates() const { return ogates_; }
-   const std::vector< GateCounters > & igates() const { return igates_; }
+   std::size_t igates() const { return igates_; }
    // Output gates of other modules that lead here.
    const absl::flat_hash_set< std::pair< Module *, GateId > > & upstream() const { return upstream_; }
    // Packets that were dropped here, or left by a gate that leads nowhere, by the format of the reason.
@@ -102,8 +103,11 @@ class Module {
       std::string_view reason;
       std::uint64_t packets;
    };
-   const std::vector< DropCount > & drops() const { return drops_; }
+   // What all workers have counted. REQUIRES: they are held, as for resetCounters()
+   std::vector< DropCount > drops() const;
    std::uint64_t deadEnds() const;
+   // Of a gate that there is.
+   GateCounters counters( bool out, GateId gate ) const;
    // Of a gate of either side; nothing: of all. False: there is no such gate.
    bool resetCounters( bool out, std::optional< GateId > gate );
 
@@ -118,17 +122,27 @@ class Module {
    friend class Graph;
    friend class Walk;
 
-   // `reason` is a literal.
-   void countDrop( std::string_view reason );
+   // What one worker has counted here.
+   struct Tally {
+      // As many as there are gates.
+      OwnVector< GateCounters > out;
+      OwnVector< GateCounters > in;
+      OwnVector< DropCount > drops; // one for each place that drops
+
+      // `reason` is a literal.
+      void countDrop( std::string_view reason );
+   };
+
+   void growTo( bool out, GateId gate );
 
    std::string name_;
    const ModuleClass & mclass_;
    const Graph & graph_;
    std::optional< google::protobuf::Any > initArg_;
    std::vector< OGate > ogates_;
-   std::vector< GateCounters > igates_;
+   std::size_t igates_ = 0;
    absl::flat_hash_set< std::pair< Module *, GateId > > upstream_;
-   std::vector< DropCount > drops_; // one for each place that drops
+   PerWorker< Tally > tallies_;
 };
 
 } // namespace Vexdp

@@ -2,6 +2,7 @@
 // beyond their own life.
 #pragma once
 
+#include "DpPerWorker.h"
 #include "DpWire.h"
 
 #include <map>
@@ -10,9 +11,14 @@
 
 namespace Vexdp {
 
-// Changed by one thread at a time; the worker does not use it, but what it has got from it.
+// Changed by one thread at a time; workers do not use it, but what they have got from it.
 class Surroundings {
  public:
+   // REQUIRES: workers is from 1 to kMostWorkers
+   explicit Surroundings( unsigned workers = 1 ) : workers_( workers ) {}
+
+   // The most that there may be, which is how many of each count a module has.
+   unsigned workers() const { return workers_; }
    Wires & wires() { return wires_; }
 
    // What modules of a class remember: the one T of this data plane.
@@ -24,6 +30,7 @@ class Surroundings {
    }
 
  private:
+   const unsigned workers_;
    Wires wires_;
    std::map< std::type_index, std::shared_ptr< void > > kept_;
 };

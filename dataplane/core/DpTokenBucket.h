@@ -11,10 +11,10 @@ class TokenBucket {
    TokenBucket( double rate, double burst ) : rate_( rate ), burst_( burst ), tokens_( burst ) {}
 
    // One token, at that time in seconds. False: there is none. A clock that is set back costs no more than what is
-   // kept.
+   // kept. Those who take from it by turns may be late: no time fills it twice.
    bool take( double now ) {
       if ( now > filled_ ) tokens_ = std::min( burst_, tokens_ + ( now - filled_ ) * rate_ );
-      filled_ = now;
+      if ( now > filled_ || ( filled_ - now ) * rate_ > burst_ ) filled_ = now;
       if ( tokens_ < 1 ) return false;
       tokens_ -= 1;
       return true;

@@ -28,7 +28,8 @@ std::optional< std::uint32_t > dscpOf( const Packet & packet ) {
 
 } // namespace
 
-Context::Context( CounterTable & counters, Purpose purpose ) : counters_( &counters ), purpose_( purpose ) {
+Context::Context( CounterTable & counters, Purpose purpose, const Seat & seat ) :
+     counters_( &counters.writer( seat.worker ) ), purpose_( purpose ), seat_( seat ) {
    readClock();
 }
 
@@ -61,7 +62,7 @@ void Context::noteIs( std::string_view text ) {
    action += text;
 }
 
-Walk::Walk( CounterTable & counters, Purpose purpose ) : context_( counters, purpose ) {}
+Walk::Walk( CounterTable & counters, Purpose purpose, const Seat & seat ) : context_( counters, purpose, seat ) {}
 
 void Walk::run( Module & source, Packet packet, Reply * trace ) {
    trace_ = trace;
@@ -153,7 +154,7 @@ void Walk::goOnTogether( GroupPtr group ) {
       return free_.push_back( std::move( group ) );
    }
    if ( watched_ ) watcher_->leaves( module, fate.ogate_, group->packets, context_.now_ );
-   countOn( way.gate, group->packets );
+   countOn( way, group->packets );
    countCrossed();
    ++group->hops;
    if ( auto * const others = onWay( way, group->hops ) ) {
@@ -207,7 +208,7 @@ void Walk::goOn( const Group & from, Fate fate, Packet & packet ) {
    if ( from.hops + 1 >= kMaxHops ) return lose( module, packet, "loop" );
    const auto way = wayOf( from, fate );
    if ( way.to == nullptr ) return lose( module, packet, "gate {} is not connected", fate.ogate_ );
-   countOn( way.gate, { &alone, 1 } );
+   countOn( way, { &alone, 1 } );
    auto * group = onWay( way, from.hops + 1 );
    if ( group == nullptr ) {
       waiting_.push_back( newGroup() );
@@ -225,12 +226,12 @@ void Walk::makeGoOn( const Group & from, Context::Made & made ) {
    goOn( from, Fate( Fate::Kind::forwarded, made.ogate ), made_.back() );
 }
 
-Walk::Way Walk::wayOf( const Group & from, Fate fate ) {
+Walk::Way Walk::wayOf( const Group & from, Fate fate ) const {
    auto & module = *from.to;
    if ( fate.ogate_ >= module.ogates_.size() || module.ogates_[ fate.ogate_ ].peer == nullptr )
-      return { fate.kind_ == Fate::Kind::punted ? module.graph_.trap() : nullptr, from.igate, nullptr };
+      return { fate.kind_ == Fate::Kind::punted ? module.graph_.trap() : nullptr, from.igate };
    auto & gate = module.ogates_[ fate.ogate_ ];
-   return { gate.peer, gate.igate, &gate };
+   return { gate.peer, gate.igate, &gate, &module.tallies_[ context_.seat_.worker ].out[ fate.ogate_ ] };
 }
 
 Walk::Group * Walk::onWay( const Way & way, unsigned hops ) const {
@@ -243,7 +244,7 @@ Walk::Group * Walk::onWay( const Way & way, unsigned hops ) const {
 template < typename... Args >
 void Walk::lose( Module & module, const Packet & packet, fmt::format_string< Args... > why, Args &&... args ) {
    const fmt::string_view format = why;
-   if ( context_.counting() ) module.countDrop( { format.data(), format.size() } );
+   if ( context_.counting() ) module.tallies_[ context_.seat_.worker ].countDrop( { format.data(), format.size() } );
    if ( context_.trace_ != nullptr ) {
       auto text = fmt::format( why, std::forward< Args >( args )... );
       auto & reason = *context_.trace_->mutable_reason();
@@ -252,11 +253,12 @@ void Walk::lose( Module & module, const Packet & packet, fmt::format_string< Arg
    end( module, Fate( Fate::Kind::dropped ), packet );
 }
 
-void Walk::countOn( OGate * gate, Packets packets ) {
-   if ( gate == nullptr || !context_.counting() ) return;
-   if ( gate_ != gate ) {
+void Walk::countOn( const Way & way, Packets packets ) {
+   if ( way.gate == nullptr || !context_.counting() ) return;
+   if ( gate_ != way.gate ) {
       countCrossed();
-      gate_ = gate;
+      gate_ = way.gate;
+      gateOut_ = way.counters;
    }
    crossed_ += packets.size();
    for ( const auto * const packet : packets ) bytes_ += packet->size();
@@ -264,8 +266,9 @@ void Walk::countOn( OGate * gate, Packets packets ) {
 
 void Walk::countCrossed() {
    if ( gate_ == nullptr ) return;
-   countBatch( gate_->counters, crossed_, bytes_, context_.now_ );
-   countBatch( gate_->peer->igates_[ gate_->igate ], crossed_, bytes_, context_.now_ );
+   countBatch( *gateOut_, crossed_, bytes_, context_.now_ );
+   auto & gateIn = gate_->peer->tallies_[ context_.seat_.worker ].in[ gate_->igate ];
+   countBatch( gateIn, crossed_, bytes_, context_.now_ );
    gate_ = nullptr;
    crossed_ = bytes_ = 0;
 }

@@ -62,7 +62,7 @@ class Context {
    Fate drop( CounterId counter, fmt::format_string< Args... > reason, Args &&... args ) {
       count( counter );
       const fmt::string_view format = reason;
-      if ( counting() ) module_->countDrop( { format.data(), format.size() } );
+      if ( counting() ) module_->tallies_[ seat_.worker ].countDrop( { format.data(), format.size() } );
       if ( trace_ != nullptr ) reasonIs( fmt::format( reason, std::forward< Args >( args )... ) );
       return Fate( Fate::Kind::dropped );
    }
@@ -90,6 +90,8 @@ class Context {
 
    // True when what happens to the packet is to stay: counts, sequence numbers.
    bool counting() const { return purpose_ != Purpose::described; }
+   // Who walks the packet: where it is shared, another worker may be at the same module.
+   const Seat & seat() const { return seat_; }
    // True when it is a packet that a device brought, and that is to leave by one.
    bool live() const { return purpose_ == Purpose::live; }
    // Seconds since 1970.
@@ -116,14 +118,15 @@ class Context {
       Packet packet;
       GateId ogate;
    };
-   Context( CounterTable & counters, Purpose purpose );
+   Context( CounterTable & counters, Purpose purpose, const Seat & seat );
 
    void readClock();
    void reasonIs( std::string reason );
    void noteIs( std::string_view text );
 
-   CounterTable * counters_;
+   CounterTable::Writer * counters_;
    Purpose purpose_;
+   const Seat seat_;
    double now_ = 0;
    vex::pb::TracePacketReply * trace_ = nullptr;
    vex::pb::TracePacketReply::Step * step_ = nullptr;
@@ -165,11 +168,12 @@ class Walk {
    // One packet becomes at most so many more; beyond them they are dropped.
    static constexpr unsigned kMaxMade = 4096;
 
-   Walk( CounterTable & counters, Purpose purpose );
+   // By one thread at a time, and by one of a seat.
+   Walk( CounterTable & counters, Purpose purpose, const Seat & seat = {} );
 
    void run( Module & source, std::span< Packet > burst );
    // Where it counts from here on.
-   void countersAre( CounterTable & counters ) { context_.counters_ = &counters; }
+   void countersAre( CounterTable & counters ) { context_.counters_ = &counters.writer( context_.seat_.worker ); }
    // Null: nobody looks. It outlives the walk, or is taken back.
    void watcherIs( PacketWatcher * watcher ) { watcher_ = watcher; }
    // Whether a trace of a single packet has steps, as it does at first, or its end alone.
@@ -207,12 +211,13 @@ class Walk {
    struct Way {
       Module * to; // null: nowhere
       GateId igate;
-      OGate * gate; // null: by none
+      const OGate * gate = nullptr;      // null: by none
+      GateCounters * counters = nullptr; // of the gate
    };
-   static Way wayOf( const Group & from, Fate fate );
+   Way wayOf( const Group & from, Fate fate ) const;
    // Those who are on the way there, having passed as many modules; null: nobody.
    Group * onWay( const Way & way, unsigned hops ) const;
-   void countOn( OGate * gate, Packets packets );
+   void countOn( const Way & way, Packets packets );
    void countCrossed();
    void end( Module & module, Fate fate, const Packet & packet );
    template < typename... Args >
@@ -221,9 +226,10 @@ class Walk {
    Context context_;
    std::vector< GroupPtr > waiting_; // in the order in which they go on
    std::vector< GroupPtr > free_;
-   std::deque< Packet > made_; // on the way
-   OGate * gate_ = nullptr;    // the last that a packet left by
-   std::uint64_t crossed_ = 0; // packets there that aren't counted yet
+   std::deque< Packet > made_;        // on the way
+   const OGate * gate_ = nullptr;     // the last that a packet left by
+   GateCounters * gateOut_ = nullptr; // its own
+   std::uint64_t crossed_ = 0;        // packets there that aren't counted yet
    std::uint64_t bytes_ = 0;
    PacketWatcher * watcher_ = nullptr;
    bool watched_ = false; // the module at hand is

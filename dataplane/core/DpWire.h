@@ -18,8 +18,8 @@ class Packet;
 class Outlet {
  public:
    virtual ~Outlet() = default;
-   // On the worker's thread.
-   virtual void send( Packet && packet ) = 0;
+   // On the thread of the worker of that number.
+   virtual void send( Packet && packet, unsigned worker ) = 0;
 };
 
 // Two graphs may be there at a time: the one that forwards, and one that is to follow it.

@@ -30,7 +30,7 @@ void IpFragments::TableFree::operator()( rte_ip_frag_tbl * table ) const { rte_i
 
 IpFragments::~IpFragments() = default;
 
-bool IpFragments::ready() { return started_ = started_ || !eal_.pools().empty(); }
+bool IpFragments::ready() { return eal_.started(); }
 
 rte_ip_frag_tbl * IpFragments::tableOf( std::uint8_t proto ) {
    const auto at = tables_.find( proto );
@@ -42,32 +42,41 @@ rte_ip_frag_tbl * IpFragments::tableOf( std::uint8_t proto ) {
    return table;
 }
 
-std::optional< Packet > IpFragments::add( Packet && fragment ) {
-   const auto header = Ipv4Header::of( fragment );
-   const auto headerLen = header->headerLen();
-   auto * const table = tableOf( header->proto() );
-   const auto front = fragment.withFront( 0 );
+rte_mbuf * IpFragments::joined( Packet && fragment, std::uint8_t proto, std::size_t headerLen ) {
+   auto * const table = tableOf( proto );
+   const auto vrf = fragment.meta.vrf;
    const auto size = unsigned( fragment.size() );
    auto * const mbuf = Eal::mbufOf( std::move( fragment ), eal_.poolFor( size ) );
-   if ( mbuf == nullptr ) return std::nullopt;
+   if ( mbuf == nullptr ) return nullptr;
    if ( table == nullptr ) {
       rte_pktmbuf_free( mbuf );
-      return std::nullopt;
+      return nullptr;
    }
    mbuf->l2_len = 0;
    mbuf->l3_len = std::uint8_t( headerLen ) & 0x1ff;
-   mbuf->hash.usr = front.meta.vrf;
+   mbuf->hash.usr = vrf;
    rte_ip_frag_death_row gone{};
    auto * const whole =
         rte_ipv4_frag_reassemble_packet( table, &gone, mbuf, rte_rdtsc(), rte_pktmbuf_mtod( mbuf, rte_ipv4_hdr * ) );
    rte_ip_frag_free_death_row( &gone, 0 );
+   return whole;
+}
+
+std::optional< Packet > IpFragments::add( Packet && fragment, const Seat & seat ) {
+   const auto header = Ipv4Header::of( fragment );
+   const auto front = fragment.withFront( 0 );
+   rte_mbuf * whole = nullptr;
+   {
+      const OneAtATime one( lock_, seat.shared() );
+      whole = joined( std::move( fragment ), header->proto(), header->headerLen() );
+   }
    if ( whole == nullptr ) return std::nullopt;
    std::optional< Packet > made( front.withFront( whole->pkt_len ) );
    const bool copied = copyOut( whole, *made );
    rte_pktmbuf_free( whole );
-   auto joined = copied ? Ipv4Header::of( *made ) : std::nullopt;
-   if ( !joined ) return std::nullopt;
-   joined->checksumRenew();
+   auto joinedHeader = copied ? Ipv4Header::of( *made ) : std::nullopt;
+   if ( !joinedHeader ) return std::nullopt;
+   joinedHeader->checksumRenew();
    return made;
 }
 

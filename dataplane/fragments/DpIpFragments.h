@@ -2,7 +2,7 @@
 //
 // Fragments wait in the buffers that they came in, of each protocol in a table of its own: at most kMostPackets packets
 // of up to 8 fragments each, kLongest seconds long. When a table is full, what is new is dropped. Fragments of two VRFs
-// are never put together.
+// are never put together. Those of one packet may come by several workers: they are one at a time here.
 #pragma once
 
 #include "DpEal.h"
@@ -12,6 +12,7 @@
 #include <memory>
 
 struct rte_ip_frag_tbl;
+struct rte_mbuf;
 
 namespace Vexdp {
 
@@ -27,7 +28,7 @@ class IpFragments : public Reassembly {
 
    // False while the environment has not been started: then there are no buffers.
    bool ready() override;
-   std::optional< Packet > add( Packet && fragment ) override;
+   std::optional< Packet > add( Packet && fragment, const Seat & seat ) override;
 
  private:
    struct TableFree {
@@ -35,9 +36,11 @@ class IpFragments : public Reassembly {
    };
    // Null when there is no memory, or there are kMostTables.
    rte_ip_frag_tbl * tableOf( std::uint8_t proto );
+   // Null: it waits for the others, or is lost.
+   rte_mbuf * joined( Packet && fragment, std::uint8_t proto, std::size_t headerLen );
 
    Eal & eal_;
-   bool started_ = false;
+   SpinLock lock_;
    std::map< std::uint8_t, std::unique_ptr< rte_ip_frag_tbl, TableFree > > tables_;
 };
 

@@ -57,10 +57,8 @@ struct Inner {
 };
 
 // The header in front of ESP, and UDP's where there is one. In transport mode the packet's own header is there.
-void writeFront( IpsecSa & sa, const Inner & inner, Packet & packet, std::size_t headerLen, bool advance ) {
+void writeFront( const IpsecSa & sa, const Inner & inner, Packet & packet, std::size_t headerLen, std::uint16_t id ) {
    const auto proto = sa.udp() ? kProtoUdp : kProtoEsp;
-   const auto id = inner.dontFragment ? std::uint16_t( 0 ) : sa.nextId();
-   if ( advance && !inner.dontFragment ) ++sa.nextId();
    auto * at = packet.data();
    if ( sa.tunnelMode() ) {
       writeIpv4Header( at, { .tos = inner.tos,
@@ -105,6 +103,16 @@ std::optional< std::pair< std::size_t, std::size_t > > espWithin( const Ipv4Head
    return std::pair( begin, end - begin );
 }
 
+// With `comes` it has, and doesn't come again. Two workers may have the same packet: what the first look let in is
+// looked at once more when it is noted.
+bool mayCome( IpsecSa & sa, std::uint32_t sequence, bool comes, const Seat & seat ) {
+   const OneAtATime one( sa.use().lock, seat.shared() );
+   auto & replay = sa.replay();
+   if ( ( !comes || seat.shared() ) && !replay.admits( sequence ) ) return false;
+   if ( comes ) replay.note( sequence );
+   return true;
+}
+
 // Anew, over the addresses that the packet has.
 void renewL4Checksum( Ipv4Header & header, Packet & packet ) {
    const bool tcp = header.proto() == kProtoTcp;
@@ -135,11 +143,10 @@ void finishTransport( const IpsecSa & sa, Packet & packet, std::uint8_t next ) {
 
 } // namespace
 
-EspFailure espSeal( IpsecSa & sa, Packet & packet, bool advance ) {
+EspFailure espSeal( IpsecSa & sa, Packet & packet, bool advance, const Seat & seat ) {
    const auto header = Ipv4Header::of( packet );
    if ( !header || !isWhole( *header, packet ) ) return "not an IPv4 packet";
    if ( !sa.tunnelMode() && header->isFragment() ) return "a fragment in transport mode";
-   if ( sa.use().sequence == std::numeric_limits< std::uint32_t >::max() ) return "its sequence numbers are used up";
    const Inner inner( *header );
 
    const auto headerLen = sa.tunnelMode() ? Ipv4Header::kMinLen : inner.headerLen;
@@ -150,6 +157,8 @@ EspFailure espSeal( IpsecSa & sa, Packet & packet, bool advance ) {
    const auto before = front + kHeaderLen + espIvLen( sa.cipher() ); // of the payload
    const auto size = before + payloadLen + sa.icvLen();
    if ( size > Ipv4Header::kMaxTotalLen ) return "it would be too long";
+   const auto sequence = sa.use().nextSequence( advance, seat.shared() );
+   if ( sequence == 0 ) return "its sequence numbers are used up";
 
    packet.trim( inner.totalLen );
    const auto opened = sa.tunnelMode() ? before : before - headerLen;
@@ -163,14 +172,15 @@ EspFailure espSeal( IpsecSa & sa, Packet & packet, bool advance ) {
    }
    if ( !sa.tunnelMode() ) std::memmove( packet.data(), packet.data() + opened, headerLen );
 
-   const auto sequence = sa.use().sequence + 1;
-   writeFront( sa, inner, packet, headerLen, advance );
+   const auto id = inner.dontFragment ? std::uint16_t( 0 )
+                   : advance          ? countUp( sa.nextId(), seat.shared() )
+                                      : sa.nextId().load( std::memory_order_relaxed );
+   writeFront( sa, inner, packet, headerLen, id );
    const auto pieces = piecesOf( sa, ByteSpan( packet.data(), size ).subspan( front ) );
    put32( pieces.header.data(), sa.spi() );
    put32( pieces.header.data() + 4, sequence );
    writeTrailer( pieces.payload, len, sa.tunnelMode() ? kProtoIpv4 : inner.proto );
-   if ( !sa.session().encrypt( sa.use().ivStart + sequence, pieces ) ) return "the crypto device failed";
-   if ( advance ) sa.use().sequence = sequence;
+   if ( !sa.session().encrypt( sa.use().ivStart + sequence, pieces, seat.worker ) ) return "the crypto device failed";
    return nullptr;
 }
 
@@ -189,7 +199,7 @@ std::optional< EspId > EspId::of( Packet & packet ) {
    return id;
 }
 
-EspFailure espOpen( IpsecSa & sa, Packet & packet, bool advance ) {
+EspFailure espOpen( IpsecSa & sa, Packet & packet, bool advance, const Seat & seat ) {
    const auto outer = Ipv4Header::of( packet );
    const auto outerLen = outer->headerLen();
    const auto outerTos = outer->tos();
@@ -200,12 +210,12 @@ EspFailure espOpen( IpsecSa & sa, Packet & packet, bool advance ) {
    const auto block = espBlockLen( sa.cipher() );
    if ( espLen < overhead + block || ( espLen - overhead ) % block != 0 ) return "its length is wrong";
    const auto sequence = get32( packet.data() + at + 4 );
-   auto & replay = sa.replay();
-   if ( !replay.admits( sequence ) ) return "its sequence number has come before, or is too old";
+   constexpr EspFailure kReplayed = "its sequence number has come before, or is too old";
+   if ( !mayCome( sa, sequence, false, seat ) ) return kReplayed;
 
    const auto pieces = piecesOf( sa, ByteSpan( packet.data() + at, espLen ) );
-   if ( !sa.session().decrypt( pieces ) ) return "it is not authentic";
-   if ( advance ) replay.note( sequence );
+   if ( !sa.session().decrypt( pieces, seat.worker ) ) return "it is not authentic";
+   if ( advance && !mayCome( sa, sequence, true, seat ) ) return kReplayed;
    const auto bytes = withoutPadding( pieces.payload );
    if ( !bytes ) return "its padding is wrong";
    const auto next = pieces.payload.back();

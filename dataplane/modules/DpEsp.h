@@ -16,7 +16,7 @@ using EspFailure = const char *;
 //
 // In tunnel mode the outer header has TOS and DF of the inner one (RFC 4301, sections 5.1.2.1 and 8.1; RFC 6040) and a
 // TTL of its own. Without DF its identification is of the pair of ends; with it nobody looks at one.
-EspFailure espSeal( IpsecSa & sa, Packet & packet, bool advance );
+EspFailure espSeal( IpsecSa & sa, Packet & packet, bool advance, const Seat & seat = {} );
 
 // What names the association of an ESP packet.
 struct EspId {
@@ -34,6 +34,6 @@ struct EspId {
 //
 // In tunnel mode the inner header hears of congestion from the outer one (RFC 6040). In transport mode behind NAT the
 // checksums of TCP and UDP, which covered other addresses, are made anew (RFC 3948, section 3.1.2).
-EspFailure espOpen( IpsecSa & sa, Packet & packet, bool advance );
+EspFailure espOpen( IpsecSa & sa, Packet & packet, bool advance, const Seat & seat = {} );
 
 } // namespace Vexdp

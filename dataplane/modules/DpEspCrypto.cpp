@@ -99,8 +99,8 @@ class EspSession::Hmac {
 
 void EspSession::CipherFree::operator()( evp_cipher_ctx_st * context ) const { EVP_CIPHER_CTX_free( context ); }
 
-EspSession::EspSession( const Keys & keys ) :
-     keys_( keys ),
+EspSession::EspSession( const Keys & keys, unsigned workers ) :
+     keys_( keys ), contexts_( workers ),
      hmac_( keys.auth == IpsecAuth::none ? nullptr
                                          : std::make_unique< Hmac >( keys.auth == IpsecAuth::sha256, keys.authKey ) ) {}
 
@@ -175,26 +175,27 @@ std::size_t espIvLen( IpsecCipher cipher ) {
 
 std::size_t espBlockLen( IpsecCipher cipher ) { return cipher == IpsecCipher::aesCbc ? kCbcBlockLen : kAlignment; }
 
-bool EspSession::encrypt( std::uint64_t number, const EspPieces & pieces ) {
+bool EspSession::encrypt( std::uint64_t number, const EspPieces & pieces, unsigned worker ) {
+   auto & context = contexts_[ worker ].encrypt;
    switch ( keys_.cipher ) {
    case IpsecCipher::null: break;
    case IpsecCipher::aesGcm:
       put32( pieces.iv.data(), std::uint32_t( number >> 32 ) );
       put32( pieces.iv.data() + 4, std::uint32_t( number ) );
-      return gcm( encrypt_, pieces, true );
+      return gcm( context, pieces, true );
    case IpsecCipher::aesCbc:
-      if ( RAND_bytes( pieces.iv.data(), int( pieces.iv.size() ) ) != 1 || !cbc( encrypt_, pieces, true ) )
-         return false;
+      if ( RAND_bytes( pieces.iv.data(), int( pieces.iv.size() ) ) != 1 || !cbc( context, pieces, true ) ) return false;
       break;
    }
    if ( hmac_ ) hmac_->of( covered( pieces ), pieces.icv );
    return true;
 }
 
-bool EspSession::decrypt( const EspPieces & pieces ) {
-   if ( keys_.cipher == IpsecCipher::aesGcm ) return gcm( decrypt_, pieces, false );
+bool EspSession::decrypt( const EspPieces & pieces, unsigned worker ) {
+   auto & context = contexts_[ worker ].decrypt;
+   if ( keys_.cipher == IpsecCipher::aesGcm ) return gcm( context, pieces, false );
    if ( hmac_ && !isAuthentic( pieces ) ) return false;
-   return keys_.cipher == IpsecCipher::null || cbc( decrypt_, pieces, false );
+   return keys_.cipher == IpsecCipher::null || cbc( context, pieces, false );
 }
 
 } // namespace Vexdp

@@ -1,6 +1,8 @@
 // What the algorithms of an association do to the bytes of its packets.
 #pragma once
 
+#include "DpPerWorker.h"
+
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -30,7 +32,8 @@ struct EspPieces {
    ByteSpan icv;
 };
 
-// The keys of an association, made ready for its packets: nothing is allocated for a packet but for the first one.
+// The keys of an association, made ready for its packets by each worker: nothing is allocated for a packet but for its
+// first one.
 class EspSession {
  public:
    struct Keys {
@@ -40,15 +43,15 @@ class EspSession {
       ConstByteSpan authKey;
    };
    // The keys stay where they are while this is there.
-   explicit EspSession( const Keys & keys );
+   explicit EspSession( const Keys & keys, unsigned workers = 1 );
    ~EspSession();
    EspSession( const EspSession & ) = delete;
    EspSession & operator=( const EspSession & ) = delete;
 
    // Fills the IV, encrypts and authenticates. `number` never comes twice under a key. False: the library refused.
-   bool encrypt( std::uint64_t number, const EspPieces & pieces );
+   bool encrypt( std::uint64_t number, const EspPieces & pieces, unsigned worker );
    // Authenticates and decrypts. False: not authentic; the payload is then of no use.
-   bool decrypt( const EspPieces & pieces );
+   bool decrypt( const EspPieces & pieces, unsigned worker );
 
  private:
    struct CipherFree {
@@ -63,8 +66,11 @@ class EspSession {
    bool isAuthentic( const EspPieces & pieces ) const;
 
    const Keys keys_;
-   Context encrypt_;
-   Context decrypt_;
+   struct Contexts {
+      Context encrypt;
+      Context decrypt;
+   };
+   PerWorker< Contexts > contexts_;
    std::unique_ptr< Hmac > hmac_;
 };
 

@@ -68,7 +68,8 @@ Fate Ip4GreTun::process( Packet & packet, Context & context ) {
    if ( !takeHop( *inner, packet ) ) return context.punt( "the TTL expired" );
    const auto within = inner->ttl();
    const auto without = outerTtl( within );
-   if ( !encapsulate( packet, without ) ) return context.drop( kNoCounter, "no room for the tunnel's headers" );
+   if ( !encapsulate( packet, without, context ) )
+      return context.drop( kNoCounter, "no room for the tunnel's headers" );
    context.note( "TTL {}, GRE from {} to {}, key {}, outer TTL {}", within, sourceOf( init_ ), destinationOf( init_ ),
                  init_.gre_key(), without );
    return context.forward( kGreOut );
@@ -85,7 +86,7 @@ std::uint8_t Ip4GreTun::outerTtl( std::uint8_t inner ) const {
    return innerTtl_.value_or( false ) || configured == 0 ? inner : configured;
 }
 
-bool Ip4GreTun::encapsulate( Packet & packet, std::uint8_t ttl ) {
+bool Ip4GreTun::encapsulate( Packet & packet, std::uint8_t ttl, const Context & context ) {
    const bool key = init_.gre_key() != 0;
    const std::size_t greLen = key ? 8 : 4;
    const auto totalLen = Ipv4Header::kMinLen + greLen + packet.size();
@@ -96,7 +97,7 @@ bool Ip4GreTun::encapsulate( Packet & packet, std::uint8_t ttl ) {
    const auto & encap = init_.ip_encap_arg();
    writeIpv4Header( outer, { .tos = copyTos_.value_or( true ) ? std::uint8_t( encap.tun_tos() ) : std::uint8_t( 0 ),
                              .totalLen = std::uint16_t( totalLen ),
-                             .id = ( *nextId_ )++,
+                             .id = countUp( *nextId_, context.seat().shared() ),
                              .ttl = ttl,
                              .proto = outerProto( init_ ),
                              .src = sourceOf( init_ ),

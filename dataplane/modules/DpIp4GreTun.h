@@ -38,7 +38,7 @@ class Ip4GreTun : public Module {
 
  private:
    std::uint8_t outerTtl( std::uint8_t inner ) const;
-   bool encapsulate( Packet & packet, std::uint8_t ttl );
+   bool encapsulate( Packet & packet, std::uint8_t ttl, const Context & context );
 
    const vex::pb::Ip4GreTunArg init_;
    std::optional< bool > copyTos_;

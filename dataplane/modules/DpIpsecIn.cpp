@@ -29,7 +29,7 @@ bool isOfPeer( const Graph & graph, const EspId & id, Packet & packet ) {
 
 Fate open( IpsecSa * sa, const EspId & id, Packet & packet, Context & context ) {
    if ( sa == nullptr ) return context.drop( kNoCounter, "there is no inbound SA {:#010x} to {}", id.spi, id.dst );
-   if ( const auto * why = espOpen( *sa, packet, context.counting() ) )
+   if ( const auto * why = espOpen( *sa, packet, context.counting(), context.seat() ) )
       return context.drop( kNoCounter, "SA {:#010x}: {}", id.spi, why );
    // A packet of its own: this router's hop is still to be taken from it.
    packet.meta.ttlDone = false;

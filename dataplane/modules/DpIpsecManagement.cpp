@@ -98,7 +98,7 @@ Outcome IpsecManagement::updateIpsecSas( const IpsecUpdateSAArg & arg ) {
       const auto same = std::ranges::find_if( before, [ &entry ]( const auto & sa ) { return sa->is( entry ); } );
       sas.push_back( same == before.end()
                           ? std::make_shared< IpsecSa >( entry, key.encapId, key.direction, graph().kept< SaHistory >(),
-                                                         graph().kept< OuterIds >() )
+                                                         graph().kept< OuterIds >(), graph().workers() )
                           : *same );
    }
    replace( key, std::move( sas ) );

@@ -14,12 +14,13 @@ namespace {
 constexpr GateId kEncrypted = 0;
 
 Fate seal( IpsecSa & sa, Packet & packet, Context & context ) {
-   const auto sequence = sa.use().sequence + 1;
-   if ( const auto * why = espSeal( sa, packet, context.counting() ) )
+   if ( const auto * why = espSeal( sa, packet, context.counting(), context.seat() ) )
       return context.drop( kNoCounter, "SA {:#010x}: {}", sa.spi(), why );
    context.note( "SA {:#010x}, {} mode, {}", sa.spi(), sa.tunnelMode() ? "tunnel" : "transport", sa.desc() );
-   context.note( "{} from {} to {}, sequence {}", sa.udp() ? "ESP in UDP" : "ESP", Ipv4Header::of( packet )->src(),
-                 Ipv4Header::of( packet )->dst(), sequence );
+   const auto header = Ipv4Header::of( packet );
+   const auto sequenceAt = header->headerLen() + ( sa.udp() ? 8 : 0 ) + 4;
+   context.note( "{} from {} to {}, sequence {}", sa.udp() ? "ESP in UDP" : "ESP", header->src(), header->dst(),
+                 get32( packet.data() + sequenceAt ) );
    return context.forward( kEncrypted );
 }
 

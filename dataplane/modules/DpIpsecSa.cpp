@@ -163,12 +163,12 @@ Outcome IpsecSa::check( const Entry & entry ) {
 }
 
 IpsecSa::IpsecSa( const Entry & entry, std::uint32_t encapId, SaDirection direction, SaHistory & history,
-                  OuterIds & ids ) :
+                  OuterIds & ids, unsigned workers ) :
      entry_( withoutKeys( entry ) ),
      encapId_( encapId ), icvLen_( icvLenOf( entry ) ), cipherKey_( entry.crypto_info() ),
      authKey_( entry.auth_info() ), use_( history.of( direction, entry ) ),
      ids_( ids.of( src(), dst(), udp() ? kProtoUdp : kProtoEsp ) ),
-     session_( { cipher(), auth(), cipherKey_.span(), authKey_.span() } ) {}
+     session_( { cipher(), auth(), cipherKey_.span(), authKey_.span() }, workers ) {}
 
 // What nobody has authenticated moves no window: a forged packet would shut it.
 ReplayWindow & IpsecSa::replay() {

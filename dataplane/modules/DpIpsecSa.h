@@ -25,7 +25,8 @@ class IpsecSa {
    // take.
    static Outcome check( const Entry & entry );
    // Goes on where the history has left its key. REQUIRES: check( entry ) is ok
-   IpsecSa( const Entry & entry, std::uint32_t encapId, SaDirection direction, SaHistory & history, OuterIds & ids );
+   IpsecSa( const Entry & entry, std::uint32_t encapId, SaDirection direction, SaHistory & history, OuterIds & ids,
+            unsigned workers = 1 );
 
    // It is the same in every field and key.
    bool is( const Entry & entry ) const;
@@ -47,11 +48,11 @@ class IpsecSa {
 
    // What its key has been used for: with whoever has the key, too, of which one at a time has packets.
    SaUse & use() { return *use_; }
-   // That of its use, of its own size from here on.
+   // That of its use, of its own size from here on. Under the lock of its use.
    ReplayWindow & replay();
    EspSession & session() { return session_; }
    // Of its outer headers.
-   std::uint16_t & nextId() { return *ids_; }
+   std::atomic< std::uint16_t > & nextId() { return *ids_; }
 
  private:
    const Entry entry_;

@@ -55,12 +55,20 @@ void KyAcl::log( const Rule & rule, const Ipv4Header & header, const Packet & pa
                  key.ranged[ RuleKey::sport ], key.dst(), key.ranged[ RuleKey::dport ], key.ranged[ RuleKey::len ] );
 }
 
+// Workers share the number. Beyond it nobody writes.
 bool KyAcl::mayLog( double now ) {
-   if ( std::floor( now ) != loggedSecond_ ) {
-      loggedSecond_ = std::floor( now );
-      logged_ = 0;
-   }
-   return logged_++ < kMaxLogged;
+   constexpr std::uint64_t kPlaces = 16;
+   static_assert( kMaxLogged < kPlaces - 1 );
+   const auto second = std::uint64_t( now );
+   auto logged = logged_.load( std::memory_order_relaxed );
+   std::uint64_t next = 0;
+   do {
+      // One of them may be ahead by a burst.
+      const auto ahead = logged / kPlaces - second;
+      next = ahead <= 1 ? logged + 1 : second * kPlaces + 1;
+      if ( next % kPlaces > kMaxLogged ) return false;
+   } while ( !logged_.compare_exchange_weak( logged, next, std::memory_order_relaxed ) );
+   return true;
 }
 
 CommandSource KyAcl::commands() const {

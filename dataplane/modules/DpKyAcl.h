@@ -12,6 +12,8 @@
 #include "DpModule.h"
 #include "DpRuleBinding.h"
 
+#include <atomic>
+
 namespace Vexdp {
 
 class KyAcl : public Module {
@@ -37,8 +39,7 @@ class KyAcl : public Module {
 
    const bool ingress_;
    RuleBinding list_;
-   double loggedSecond_ = 0;
-   unsigned logged_ = 0; // in that second
+   std::atomic< std::uint64_t > logged_ = 0; // the second, and how many in it: see mayLog()
 };
 
 } // namespace Vexdp

@@ -4,6 +4,7 @@
 
 #include "DpIpv4.h"
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <tuple>
@@ -12,14 +13,14 @@ namespace Vexdp {
 
 class OuterIds {
  public:
-   using Counter = std::shared_ptr< std::uint16_t >;
+   using Counter = std::shared_ptr< std::atomic< std::uint16_t > >;
 
    // Kept beyond its users, of which there may be kMost: a tunnel that is built again goes on.
    Counter of( Ipv4Addr src, Ipv4Addr dst, std::uint8_t proto ) {
       if ( counters_.size() >= kMost )
          std::erase_if( counters_, []( const auto & entry ) { return entry.second.use_count() == 1; } );
       auto & counter = counters_[ { src, dst, proto } ];
-      if ( !counter ) counter = std::make_shared< std::uint16_t >();
+      if ( !counter ) counter = std::make_shared< std::atomic< std::uint16_t > >();
       return counter;
    }
 

@@ -110,7 +110,7 @@ Fate PortTx::process( Packet & packet, Context & context ) {
    const auto mac = destinationOf( packet );
    if ( context.live() ) {
       if ( wire().device == nullptr ) return context.drop( kNoCounter, "{} has no device", intfname() );
-      wire().device->send( std::move( packet ) );
+      wire().device->send( std::move( packet ), context.seat().worker );
    }
    return context.send( intfname(), mac );
 }
@@ -124,7 +124,8 @@ const ModuleClass & PortTxCp::moduleClass() {
 }
 
 Fate PortTxCp::process( Packet & packet, Context & context ) {
-   if ( context.live() && wire().kernel != nullptr && packet.rewind() ) wire().kernel->send( std::move( packet ) );
+   if ( context.live() && wire().kernel != nullptr && packet.rewind() )
+      wire().kernel->send( std::move( packet ), context.seat().worker );
    return context.deliver( "to the kernel by {}", intfname() );
 }
 

@@ -18,6 +18,15 @@ void randomBytes( void * at, std::size_t size ) {
 
 } // namespace
 
+std::uint32_t SaUse::nextSequence( bool advance, bool shared ) {
+   auto last = sequence.load( std::memory_order_relaxed );
+   do {
+      if ( last == std::numeric_limits< std::uint32_t >::max() ) return 0;
+   } while ( advance && shared && !sequence.compare_exchange_weak( last, last + 1, std::memory_order_relaxed ) );
+   if ( advance && !shared ) sequence.store( last + 1, std::memory_order_relaxed );
+   return last + 1;
+}
+
 SaHistory::SaHistory() { randomBytes( key_.data(), key_.size() ); }
 
 SaHistory::Code SaHistory::codeOf( SaDirection direction,

@@ -4,6 +4,7 @@
 // A key is known by a code of it under a random key of this process: none is kept here.
 #pragma once
 
+#include "DpPerWorker.h"
 #include "DpReplayWindow.h"
 
 #include "vex/ipsec.pb.h"
@@ -19,9 +20,13 @@ namespace Vexdp {
 enum class SaDirection : std::uint8_t { outbound = 0, inbound = 1 };
 
 struct SaUse {
-   std::uint32_t sequence = 0; // of the last packet that was sent
+   std::atomic< std::uint32_t > sequence = 0; // of the last packet that was sent
+   SpinLock lock;                             // of the window, where workers share it
    ReplayWindow replay{};
    std::uint64_t ivStart = 0; // where the numbers begin that packets are encrypted under; random
+
+   // Of the next packet, which has it alone with `advance`; 0: they are used up.
+   std::uint32_t nextSequence( bool advance, bool shared );
 };
 
 class SaHistory {

@@ -30,8 +30,7 @@ const ModuleClass & Trap::moduleClass() {
 }
 
 Trap::Trap( Identity identity, const bess::pb::EmptyArg & ) :
-     Module( std::move( identity ) ), used_( graph().kept< UsedReassembly >() ),
-     up_( kClasses + 2, TokenBucket( kRate, kMostAtOnce ) ) {}
+     Module( std::move( identity ) ), used_( graph().kept< UsedReassembly >() ) {}
 
 Outcome Trap::applyPolicy( const PolicyApplyArg & arg ) { return policy_.bind( graph(), RuleTarget::cpu, arg ); }
 
@@ -65,7 +64,7 @@ Reassembly * Trap::reassembly() const {
 
 bool Trap::makeWhole( Reassembly & reassembly, Packet & packet, Context & context ) {
    if ( !context.live() ) return false;
-   auto whole = reassembly.add( std::move( packet ) );
+   auto whole = reassembly.add( std::move( packet ), context.seat() );
    if ( whole ) packet = std::move( *whole );
    return whole.has_value();
 }
@@ -93,20 +92,23 @@ Fate Trap::process( Packet & packet, Context & context ) {
       const auto * wire = packet.meta.ingress;
       if ( wire == nullptr || wire->kernel == nullptr )
          return context.drop( kNoCounter, "the router has no device there" );
-      if ( !upTo( packet ).take( context.now() ) )
-         return context.drop( kNoCounter, "more of its class than the router takes" );
+      if ( !mayGoUp( packet, context ) ) return context.drop( kNoCounter, "more of its class than the router takes" );
       if ( !packet.rewind() ) return context.drop( kNoCounter, "not as it came in" );
-      wire->kernel->send( std::move( packet ) );
+      wire->kernel->send( std::move( packet ), context.seat().worker );
    }
    return context.deliver();
 }
 
 void Trap::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
 
-TokenBucket & Trap::upTo( const Packet & packet ) {
-   if ( packet.meta.etherType == kEtherTypeArp ) return up_[ kClasses ];
-   if ( packet.meta.etherType != 0 && packet.meta.etherType != kEtherTypeIpv4 ) return up_[ kClasses + 1 ];
-   return up_[ std::min< std::size_t >( packet.meta.trafficClass, kClasses - 1 ) ];
+bool Trap::mayGoUp( const Packet & packet, const Context & context ) {
+   const auto type = packet.meta.etherType;
+   auto & up = up_[ type == kEtherTypeArp ? kClasses
+                    : type != 0 && type != kEtherTypeIpv4
+                         ? kClasses + 1
+                         : std::min< std::size_t >( packet.meta.trafficClass, kClasses - 1 ) ];
+   const OneAtATime one( up.lock, context.seat().shared() );
+   return up.bucket.take( context.now() );
 }
 
 std::string Trap::desc() const { return policy_.table() == nullptr ? "" : policy_.desc( RuleTarget::cpu ); }

@@ -9,19 +9,20 @@
 // together first (DpReassembly.h); others go up as they are.
 //
 // Of each class, of ARP, and of what is neither IPv4 nor ARP, the router's kernel gets kRate packets a second: what
-// floods one leaves the others alone, and costs packets that are forwarded little of the worker's time. More is
-// dropped.
+// floods one leaves the others alone, and costs packets that are forwarded little of the workers' time. More is
+// dropped, whichever workers it comes by.
 #pragma once
 
 #include "DpIpv4.h"
 #include "DpModule.h"
+#include "DpPerWorker.h"
 #include "DpRuleBinding.h"
 #include "DpTokenBucket.h"
 
 #include "bess/control.pb.h"
 
+#include <array>
 #include <optional>
-#include <vector>
 
 namespace Vexdp {
 
@@ -53,11 +54,15 @@ class Trap : public Module {
    static bool makeWhole( Reassembly & reassembly, Packet & packet, Context & context );
    // Null: fragments go up as they are.
    Reassembly * reassembly() const;
-   TokenBucket & upTo( const Packet & packet );
+   bool mayGoUp( const Packet & packet, const Context & context );
 
    const UsedReassembly & used_;
    RuleBinding policy_;
-   std::vector< TokenBucket > up_; // by class, then ARP, then the rest
+   struct alignas( kCacheLine ) Up {
+      SpinLock lock;
+      TokenBucket bucket{ kRate, kMostAtOnce };
+   };
+   std::array< Up, kClasses + 2 > up_; // by class, then ARP, then the rest
 };
 
 } // namespace Vexdp

@@ -5,6 +5,27 @@
 
 namespace Vexdp {
 
+Device::Stat & Device::Stat::operator+=( const Stat & other ) {
+   packets += other.packets;
+   dropped += other.dropped;
+   bytes += other.bytes;
+   return *this;
+}
+
+Device::Carried & Device::Carried::operator+=( const Carried & other ) {
+   bursts += other.bursts;
+   cycles += other.cycles;
+   packets += other.packets;
+   bytes += other.bytes;
+   return *this;
+}
+
+Device::Stat sumOf( const PerWorker< Device::Stat > & stats ) {
+   Device::Stat sum;
+   for ( unsigned worker = 0; worker < stats.size(); ++worker ) sum += stats[ worker ];
+   return sum;
+}
+
 Outcome stationFrom( const std::string & text, MacAddr & mac ) {
    auto & b = mac.bytes;
    int end = 0;

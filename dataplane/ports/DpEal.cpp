@@ -2,6 +2,7 @@
 
 #include <rte_eal.h>
 #include <rte_errno.h>
+#include <rte_lcore.h>
 #include <rte_log.h>
 #include <rte_mbuf.h>
 #include <spdlog/spdlog.h>
@@ -67,11 +68,18 @@ Outcome Eal::startHere() {
    usual_ = rte_pktmbuf_pool_create( "packets", options_.buffers, kCache, 0, kUsualRoom, SOCKET_ID_ANY );
    if ( usual_ == nullptr )
       return refuse( ENOMEM, "no memory for {} packet buffers: {}", options_.buffers, rte_strerror( rte_errno ) );
+   started_.store( true, std::memory_order_release );
    return {};
 }
 
+bool Eal::join() { return rte_thread_register() == 0; }
+
+void Eal::leave() { rte_thread_unregister(); }
+
 rte_mempool * Eal::poolFor( unsigned frameLen ) {
    if ( frameLen < kLongFrame ) return usual_;
+   if ( auto * const made = jumbo_.load( std::memory_order_acquire ) ) return made;
+   const std::lock_guard< std::mutex > lock( makingJumbo_ );
    if ( jumbo_ == nullptr )
       jumbo_ = rte_pktmbuf_pool_create( "jumbo", kJumboBuffers, kCache / 4, 0, kJumboRoom, SOCKET_ID_ANY );
    return jumbo_;
@@ -79,7 +87,7 @@ rte_mempool * Eal::poolFor( unsigned frameLen ) {
 
 std::vector< Eal::Pool > Eal::pools() const {
    std::vector< Pool > pools;
-   for ( auto * pool : { usual_, jumbo_ } )
+   for ( const auto * pool : { usual_, jumbo_.load() } )
       if ( pool != nullptr )
          pools.push_back( { pool->name, pool->size, rte_mempool_avail_count( pool ), pool->elt_size } );
    return pools;

@@ -7,7 +7,9 @@
 #include "DpPacket.h"
 #include "DpRefusal.h"
 
+#include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -36,11 +38,18 @@ class Eal {
 
    // Starts it, when it isn't. It stays refused for the reason that the first attempt gave.
    Outcome start();
+   // Whether it is. From any thread.
+   bool started() const { return started_.load( std::memory_order_acquire ); }
+
+   // A thread of the caller's that will take and give back many packet buffers has some at hand, until leave().
+   // False: it goes without. REQUIRES: started()
+   static bool join();
+   static void leave();
 
    // Frames of this length and more need buffers of the larger kind.
    static constexpr unsigned kLongFrame = 1920;
    // The pool whose buffers hold frames of this length; null when there is no memory for it.
-   // REQUIRES: start() succeeded
+   // REQUIRES: started()
    rte_mempool * poolFor( unsigned frameLen );
 
    std::vector< Pool > pools() const;
@@ -57,8 +66,10 @@ class Eal {
    const EalOptions options_;
    bool tried_ = false;
    Refusal refusal_;
+   std::atomic< bool > started_ = false;
    rte_mempool * usual_ = nullptr;
-   rte_mempool * jumbo_ = nullptr;
+   std::mutex makingJumbo_;
+   std::atomic< rte_mempool * > jumbo_ = nullptr;
 };
 
 } // namespace Vexdp

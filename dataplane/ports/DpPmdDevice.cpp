@@ -1,6 +1,7 @@
 #include "DpPmdDevice.h"
 
 #include "DpDescriptor.h"
+#include "DpPacketSocket.h"
 
 #include <rte_bus.h>
 #include <rte_dev.h>
@@ -87,6 +88,19 @@ void keepKernelOff( const std::string & kernelDevice ) {
    }
 }
 
+// Drivers on the kernel's devices have as many queues as they are told in words of their own. Fewer are never served:
+// what came by the rest would be lost.
+void tellQueues( bess::pb::PMDPortArg & arg, PmdDevice::Queues & queues ) {
+   constexpr std::pair< std::string_view, std::string_view > kWords[] = { { "net_af_packet", "qpairs" },
+                                                                          { "net_af_xdp", "queue_count" } };
+   for ( const auto & [ driver, word ] : kWords ) {
+      if ( !arg.vdev().starts_with( driver ) ) continue;
+      const auto told = std::strtoul( valueIn( arg.vdev(), word ).c_str(), nullptr, 10 );
+      if ( told == 0 && queues.in > 1 ) arg.set_vdev( fmt::format( "{},{}={}", arg.vdev(), word, queues.in ) );
+      queues.in = std::max( queues.in, std::uint16_t( std::min( told, 256ul ) ) );
+   }
+}
+
 Outcome failed( int code, const std::string & what ) {
    const int error = std::abs( code );
    return refuse( error, "{}: {}", what, rte_strerror( error ) );
@@ -94,14 +108,14 @@ Outcome failed( int code, const std::string & what ) {
 
 } // namespace
 
-Outcome PmdDevice::make( Eal & eal, const bess::pb::PMDPortArg & arg, Sizes sizes,
-                         std::unique_ptr< Device > & device ) {
+Outcome PmdDevice::make( Eal & eal, bess::pb::PMDPortArg arg, Queues queues, std::unique_ptr< Device > & device ) {
    using Arg = bess::pb::PMDPortArg;
    if ( arg.port_case() == Arg::PORT_NOT_SET ) return refuse( EINVAL, "none of vdev, pci and port_id is set" );
    const auto kernelDevice = valueIn( arg.vdev(), "iface" );
    const auto index = kernelDevice.empty() ? 0 : if_nametoindex( kernelDevice.c_str() );
    if ( !kernelDevice.empty() && index == 0 ) return refuse( ENODEV, "there is no device {}", kernelDevice );
    if ( auto out = eal.start(); !out.ok() ) return out;
+   tellQueues( arg, queues );
 
    const auto size = valueIn( arg.vdev(), "framesz" );
    const auto frameLen = size.empty() ? 0u : unsigned( std::strtoul( size.c_str(), nullptr, 10 ) );
@@ -111,6 +125,7 @@ Outcome PmdDevice::make( Eal & eal, const bess::pb::PMDPortArg & arg, Sizes size
    std::uint16_t id = 0;
    const bool ours = arg.port_case() != Arg::kPortId;
    const auto dev = deviceOf( arg );
+   takeFanoutSockets();
    if ( ours ) {
       if ( rte_eth_dev_get_port_by_name( dev.c_str(), &id ) == 0 ) return refuse( EEXIST, "{} is in use", dev );
       const auto & whole = arg.port_case() == Arg::kPci ? arg.pci() : arg.vdev();
@@ -122,16 +137,17 @@ Outcome PmdDevice::make( Eal & eal, const bess::pb::PMDPortArg & arg, Sizes size
          return refuse( ENODEV, "there is no port_id {}", arg.port_id() );
       id = std::uint16_t( arg.port_id() );
    }
-   std::unique_ptr< PmdDevice > made( new PmdDevice( id, dev, ours, pool ) );
+   std::unique_ptr< PmdDevice > made( new PmdDevice( id, dev, ours, pool, queues ) );
    made->kernelDevice_ = kernelDevice;
-   if ( auto out = made->begin( sizes, frameLen ); !out.ok() ) return out;
-   if ( auto out = made->standOn(); !out.ok() ) return out;
+   if ( auto out = made->begin( queues, frameLen ); !out.ok() ) return out;
+   if ( auto out = made->standOn( takeFanoutSockets() ); !out.ok() ) return out;
    device = std::move( made );
    return {};
 }
 
 PmdDevice::~PmdDevice() {
-   for ( std::size_t i = 0; i < outCount_; ++i ) rte_pktmbuf_free( out_[ i ] );
+   for ( unsigned worker = 0; worker < workers(); ++worker )
+      for ( std::size_t i = 0; i < outs_[ worker ].count; ++i ) rte_pktmbuf_free( outs_[ worker ].mbufs[ i ] );
    rte_eth_dev_info info{};
    const bool known = rte_eth_dev_info_get( id_, &info ) == 0;
    rte_eth_dev_stop( id_ );
@@ -140,73 +156,101 @@ PmdDevice::~PmdDevice() {
    rte_dev_remove( info.device );
 }
 
-Outcome PmdDevice::begin( Sizes sizes, unsigned frameLen ) {
+Outcome PmdDevice::begin( const Queues & queues, unsigned frameLen ) {
    rte_eth_dev_info info{};
    if ( const int error = rte_eth_dev_info_get( id_, &info ); error != 0 ) return failed( error, dev_ );
+   if ( queues.in > info.max_rx_queues )
+      return refuse( ERANGE, "num_inc_q {}: {} has {}", queues.in, dev_, info.max_rx_queues );
+   if ( queues.out > info.max_tx_queues )
+      return refuse( ERANGE, "num_out_q {}: {} has {}", queues.out, dev_, info.max_tx_queues );
+   outQueues_ = std::min( std::max( queues.out, std::uint16_t( queues.workers ) ), info.max_tx_queues );
    rte_eth_conf conf{};
    // The drivers on the kernel's devices say 1,500, whatever those take.
    if ( kernelDevice_.empty() && frameLen > RTE_ETHER_MAX_LEN && info.max_mtu > RTE_ETHER_MTU )
       conf.rxmode.mtu = std::min< std::uint32_t >( kMaxMtu, info.max_mtu );
-   if ( const int error = rte_eth_dev_configure( id_, 1, 1, &conf ); error != 0 ) return failed( error, dev_ );
-   auto in = sizes.in == 0 ? kDescriptors : sizes.in;
-   auto out = sizes.out == 0 ? kDescriptors : sizes.out;
-   if ( const int error = rte_eth_dev_adjust_nb_rx_tx_desc( id_, &in, &out ); error != 0 ) return failed( error, dev_ );
-   if ( const int error = rte_eth_rx_queue_setup( id_, 0, in, SOCKET_ID_ANY, nullptr, pool_ ); error != 0 )
+   conf.rx_adv_conf.rss_conf.rss_hf =
+        ( RTE_ETH_RSS_IP | RTE_ETH_RSS_TCP | RTE_ETH_RSS_UDP ) & info.flow_type_rss_offloads;
+   if ( queues.in > 1 && conf.rx_adv_conf.rss_conf.rss_hf != 0 ) conf.rxmode.mq_mode = RTE_ETH_MQ_RX_RSS;
+   if ( const int error = rte_eth_dev_configure( id_, queues.in, outQueues_, &conf ); error != 0 )
       return failed( error, dev_ );
-   if ( const int error = rte_eth_tx_queue_setup( id_, 0, out, SOCKET_ID_ANY, nullptr ); error != 0 )
-      return failed( error, dev_ );
+   if ( auto out = beginQueues( queues ); !out.ok() ) return out;
    if ( const int error = rte_eth_dev_start( id_ ); error != 0 ) return failed( error, dev_ );
    // The interface's address is the router's to choose, and it has others beside.
    rte_eth_promiscuous_enable( id_ );
    return {};
 }
 
+Outcome PmdDevice::beginQueues( const Queues & queues ) {
+   auto in = queues.inSize == 0 ? kDescriptors : queues.inSize;
+   auto out = queues.outSize == 0 ? kDescriptors : queues.outSize;
+   if ( const int error = rte_eth_dev_adjust_nb_rx_tx_desc( id_, &in, &out ); error != 0 ) return failed( error, dev_ );
+   for ( std::uint16_t queue = 0; queue < queues.in; ++queue )
+      if ( const int error = rte_eth_rx_queue_setup( id_, queue, in, SOCKET_ID_ANY, nullptr, pool_ ); error != 0 )
+         return failed( error, dev_ );
+   for ( std::uint16_t queue = 0; queue < outQueues_; ++queue )
+      if ( const int error = rte_eth_tx_queue_setup( id_, queue, out, SOCKET_ID_ANY, nullptr ); error != 0 )
+         return failed( error, dev_ );
+   return {};
+}
+
 // What the kernel itself sends on the device is not for the router.
-Outcome PmdDevice::standOn() {
+Outcome PmdDevice::standOn( std::vector< int > sockets ) {
    if ( kernelDevice_.empty() ) return {};
    kernelIndex_ = if_nametoindex( kernelDevice_.c_str() );
    if ( kernelIndex_ == 0 ) return refuse( ENODEV, "device {} is gone", kernelDevice_ );
    keepKernelOff( kernelDevice_ );
-   socket_ = packetSocketOn( kernelIndex_ );
+   if ( sockets.empty() )
+      if ( const int socket = packetSocketOn( kernelIndex_ ); socket >= 0 ) sockets.push_back( socket );
+   sockets_ = std::move( sockets );
    const int on = 1;
-   if ( socket_ >= 0 ) setsockopt( socket_, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on );
+   for ( const int socket : sockets_ ) setsockopt( socket, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on );
    return {};
 }
 
-void PmdDevice::receive( std::vector< Packet > & burst ) {
+void PmdDevice::receive( unsigned queue, std::vector< Packet > & burst ) {
    std::array< rte_mbuf *, kBurst > mbufs;
-   const auto count = rte_eth_rx_burst( id_, 0, mbufs.data(), kBurst );
+   const auto count = rte_eth_rx_burst( id_, std::uint16_t( queue ), mbufs.data(), kBurst );
    if ( !up_ ) return rte_pktmbuf_free_bulk( mbufs.data(), count );
    for ( unsigned i = 0; i < count; ++i ) burst.push_back( Eal::packetOf( mbufs[ i ] ) );
 }
 
-void PmdDevice::send( Packet && packet ) {
-   if ( outCount_ == out_.size() ) flush();
+void PmdDevice::send( Packet && packet, unsigned worker ) {
+   auto & out = outs_[ worker ];
+   if ( out.count == out.mbufs.size() ) flush( worker );
    auto * const mbuf = up_ ? Eal::mbufOf( std::move( packet ), pool_ ) : nullptr;
    if ( mbuf == nullptr )
-      ++outDropped_;
+      ++out.dropped;
    else
-      out_[ outCount_++ ] = mbuf;
+      out.mbufs[ out.count++ ] = mbuf;
 }
 
-void PmdDevice::flush() {
-   if ( outCount_ == 0 ) return;
-   const auto sent = rte_eth_tx_burst( id_, 0, out_.data(), std::uint16_t( outCount_ ) );
-   outDropped_ += outCount_ - sent;
-   for ( std::size_t i = sent; i < outCount_; ++i ) rte_pktmbuf_free( out_[ i ] );
-   outCount_ = 0;
+void PmdDevice::flush( unsigned worker ) {
+   auto & out = outs_[ worker ];
+   if ( out.count == 0 ) return;
+   const auto queue = std::uint16_t( worker % outQueues_ );
+   std::size_t sent = 0;
+   {
+      const OneAtATime one( outLocks_[ queue ], outQueues_ < workers() );
+      sent = rte_eth_tx_burst( id_, queue, out.mbufs.data(), std::uint16_t( out.count ) );
+   }
+   out.dropped += out.count - sent;
+   for ( auto i = sent; i < out.count; ++i ) rte_pktmbuf_free( out.mbufs[ i ] );
+   out.count = 0;
 }
 
 Device::Stats PmdDevice::stats() const {
    rte_eth_stats stats{};
    rte_eth_stats_get( id_, &stats );
-   // The driver leaves out what its ring had no room for. Asking sets the kernel's count back.
-   tpacket_stats ring{};
-   socklen_t length = sizeof ring;
-   if ( socket_ >= 0 && getsockopt( socket_, SOL_PACKET, PACKET_STATISTICS, &ring, &length ) == 0 )
-      ringDropped_ += ring.tp_drops;
+   // The driver leaves out what its rings had no room for. Asking sets the kernel's count back.
+   for ( const int socket : sockets_ ) {
+      tpacket_stats ring{};
+      socklen_t length = sizeof ring;
+      if ( getsockopt( socket, SOL_PACKET, PACKET_STATISTICS, &ring, &length ) == 0 ) ringDropped_ += ring.tp_drops;
+   }
+   std::uint64_t outDropped = 0;
+   for ( unsigned worker = 0; worker < workers(); ++worker ) outDropped += outs_[ worker ].dropped;
    return { { stats.ipackets, stats.imissed + stats.rx_nombuf + stats.ierrors + ringDropped_, stats.ibytes },
-            { stats.opackets, stats.oerrors + outDropped_, stats.obytes } };
+            { stats.opackets, stats.oerrors + outDropped, stats.obytes } };
 }
 
 Device::Link PmdDevice::link() const {

@@ -9,25 +9,30 @@
 
 #include <array>
 #include <memory>
+#include <mutex>
 
 namespace Vexdp {
 
 class PmdDevice final : public Device {
  public:
-   // The descriptors of a queue; 0: the driver's.
-   struct Sizes {
-      std::uint16_t in = 0;
-      std::uint16_t out = 0;
+   // What it is to have at least. Each worker gets a queue of its own to send by, where the device has so many.
+   struct Queues {
+      std::uint16_t in = 1;
+      std::uint16_t out = 1;
+      // The descriptors of one; 0: the driver's.
+      std::uint16_t inSize = 0;
+      std::uint16_t outSize = 0;
+      unsigned workers = 1;
    };
 
-   // ENODEV and others: there is no such device, or it can't be had.
-   static Outcome make( Eal & eal, const bess::pb::PMDPortArg & arg, Sizes sizes, std::unique_ptr< Device > & device );
+   // ENODEV and others: there is no such device, or it can't be had. ERANGE: it has not so many queues.
+   static Outcome make( Eal & eal, bess::pb::PMDPortArg arg, Queues queues, std::unique_ptr< Device > & device );
    ~PmdDevice() override;
 
-   void receive( std::vector< Packet > & burst ) override;
-   void send( Packet && packet ) override;
-   void flush() override;
-   int descriptor() const override { return socket_; }
+   void receive( unsigned queue, std::vector< Packet > & burst ) override;
+   void send( Packet && packet, unsigned worker ) override;
+   void flush( unsigned worker ) override;
+   int descriptor( unsigned queue ) const override { return queue < sockets_.size() ? sockets_[ queue ] : -1; }
 
    Stats stats() const override;
    Link link() const override;
@@ -35,10 +40,19 @@ class PmdDevice final : public Device {
    Outcome confIs( const bess::pb::PortConf & conf ) override;
 
  private:
-   PmdDevice( std::uint16_t id, std::string dev, bool ours, rte_mempool * pool ) :
-        id_( id ), dev_( std::move( dev ) ), ours_( ours ), pool_( pool ) {}
-   Outcome begin( Sizes sizes, unsigned frameLen );
-   Outcome standOn();
+   // A worker's packets on their way out.
+   struct Out {
+      std::array< rte_mbuf *, kBurst > mbufs{};
+      std::size_t count = 0;
+      std::uint64_t dropped = 0;
+   };
+
+   PmdDevice( std::uint16_t id, std::string dev, bool ours, rte_mempool * pool, const Queues & queues ) :
+        Device( queues.workers, queues.in ), id_( id ), dev_( std::move( dev ) ), ours_( ours ), pool_( pool ),
+        outs_( queues.workers ), outLocks_( queues.workers ) {}
+   Outcome begin( const Queues & queues, unsigned frameLen );
+   Outcome beginQueues( const Queues & queues );
+   Outcome standOn( std::vector< int > sockets );
    std::uint32_t mtu() const;
    Outcome mtuIs( std::uint32_t mtu );
 
@@ -48,10 +62,10 @@ class PmdDevice final : public Device {
    rte_mempool * const pool_;
    std::string kernelDevice_; // it stands on; empty: none
    unsigned kernelIndex_ = 0;
-   int socket_ = -1; // the driver's
-   std::array< rte_mbuf *, kBurst > out_{};
-   std::size_t outCount_ = 0;
-   std::uint64_t outDropped_ = 0;
+   std::vector< int > sockets_; // the driver's, by queue
+   PerWorker< Out > outs_;
+   std::uint16_t outQueues_ = 1;
+   PerWorker< std::mutex > outLocks_;      // by queue, where there are fewer than workers
    mutable std::uint64_t ringDropped_ = 0; // by the kernel, for want of room
    bool up_ = true;
 };

@@ -15,10 +15,17 @@ using namespace bess::pb;
 
 namespace {
 
+struct Making {
+   Eal & eal;
+   const CreatePortRequest & request;
+   unsigned workers;
+};
+
 struct Driver {
    const char * name;
    const char * help;
-   Outcome ( *make )( Eal & eal, const CreatePortRequest & request, std::unique_ptr< Device > & device );
+   std::uint64_t mostQueues; // of any device of the driver, in each direction
+   Outcome ( *make )( const Making & making, std::unique_ptr< Device > & device );
 };
 
 template < class Arg >
@@ -27,41 +34,44 @@ Outcome argOf( const CreatePortRequest & request, Arg & arg ) {
    return refuse( EINVAL, "arg is not a {}", Arg::descriptor()->full_name() );
 }
 
-PmdDevice::Sizes sizesOf( const CreatePortRequest & request ) {
-   return { std::uint16_t( request.size_inc_q() ), std::uint16_t( request.size_out_q() ) };
+PmdDevice::Queues queuesOf( const Making & making ) {
+   const auto number = []( std::uint64_t asked ) { return std::uint16_t( std::max< std::uint64_t >( asked, 1 ) ); };
+   const auto & request = making.request;
+   return { number( request.num_inc_q() ), number( request.num_out_q() ), std::uint16_t( request.size_inc_q() ),
+            std::uint16_t( request.size_out_q() ), making.workers };
 }
 
-Outcome makePmd( Eal & eal, const CreatePortRequest & request, std::unique_ptr< Device > & device ) {
+Outcome makePmd( const Making & making, std::unique_ptr< Device > & device ) {
    PMDPortArg arg;
-   if ( auto out = argOf( request, arg ); !out.ok() ) return out;
-   return PmdDevice::make( eal, arg, sizesOf( request ), device );
+   if ( auto out = argOf( making.request, arg ); !out.ok() ) return out;
+   return PmdDevice::make( making.eal, std::move( arg ), queuesOf( making ), device );
 }
 
-Outcome makePcap( Eal & eal, const CreatePortRequest & request, std::unique_ptr< Device > & device ) {
+Outcome makePcap( const Making & making, std::unique_ptr< Device > & device ) {
    PCAPPortArg arg;
-   if ( auto out = argOf( request, arg ); !out.ok() ) return out;
+   if ( auto out = argOf( making.request, arg ); !out.ok() ) return out;
    PMDPortArg pmd;
-   pmd.set_vdev( fmt::format( "net_pcap_{},iface={}", request.name(), arg.dev() ) );
-   return PmdDevice::make( eal, pmd, sizesOf( request ), device );
+   pmd.set_vdev( fmt::format( "net_pcap_{},iface={}", making.request.name(), arg.dev() ) );
+   return PmdDevice::make( making.eal, std::move( pmd ), queuesOf( making ), device );
 }
 
-Outcome makeTap( Eal &, const CreatePortRequest & request, std::unique_ptr< Device > & device ) {
+Outcome makeTap( const Making & making, std::unique_ptr< Device > & device ) {
    VPortArg arg;
-   if ( auto out = argOf( request, arg ); !out.ok() ) return out;
-   return TapDevice::make( arg, device );
+   if ( auto out = argOf( making.request, arg ); !out.ok() ) return out;
+   return TapDevice::make( arg, making.workers, device );
 }
 
-Outcome makeUnix( Eal &, const CreatePortRequest & request, std::unique_ptr< Device > & device ) {
+Outcome makeUnix( const Making & making, std::unique_ptr< Device > & device ) {
    UnixSocketPortArg arg;
-   if ( auto out = argOf( request, arg ); !out.ok() ) return out;
-   return UnixDevice::make( arg, device );
+   if ( auto out = argOf( making.request, arg ); !out.ok() ) return out;
+   return UnixDevice::make( arg, making.workers, device );
 }
 
 constexpr Driver kDrivers[] = {
-     { "PCAPPort", "a device of the host's kernel, by libpcap", makePcap },
-     { "PMDPort", "any device of DPDK", makePmd },
-     { "UnixSocketPort", "packets over a SOCK_SEQPACKET socket", makeUnix },
-     { "VPort", "a TAP or TUN for the host's kernel", makeTap },
+     { "PCAPPort", "a device of the host's kernel, by libpcap", 1, makePcap },
+     { "PMDPort", "any device of DPDK", 64, makePmd },
+     { "UnixSocketPort", "packets over a SOCK_SEQPACKET socket", 1, makeUnix },
+     { "VPort", "a TAP or TUN for the host's kernel", 1, makeTap },
 };
 
 const Driver * findDriver( const std::string & name ) {
@@ -69,9 +79,9 @@ const Driver * findDriver( const std::string & name ) {
    return at == std::end( kDrivers ) ? nullptr : at;
 }
 
-Outcome checked( const CreatePortRequest & request ) {
-   if ( auto out = requireAtMost( "num_inc_q", request.num_inc_q(), 1 ); !out.ok() ) return out;
-   if ( auto out = requireAtMost( "num_out_q", request.num_out_q(), 1 ); !out.ok() ) return out;
+Outcome checked( const CreatePortRequest & request, std::uint64_t mostQueues ) {
+   if ( auto out = requireAtMost( "num_inc_q", request.num_inc_q(), mostQueues ); !out.ok() ) return out;
+   if ( auto out = requireAtMost( "num_out_q", request.num_out_q(), mostQueues ); !out.ok() ) return out;
    constexpr auto kMost = std::numeric_limits< std::uint16_t >::max();
    if ( auto out = requireAtMost( "size_inc_q", request.size_inc_q(), kMost ); !out.ok() ) return out;
    return requireAtMost( "size_out_q", request.size_out_q(), kMost );
@@ -93,8 +103,8 @@ std::string PortTable::help( const std::string & driver ) {
 Outcome PortTable::makeDevice( const CreatePortRequest & request, std::unique_ptr< Device > & device ) {
    const auto * driver = findDriver( request.driver() );
    if ( driver == nullptr ) return refuse( ENOENT, "there is no driver {}", request.driver() );
-   if ( auto out = checked( request ); !out.ok() ) return out;
-   return driver->make( eal_, request, device );
+   if ( auto out = checked( request, driver->mostQueues ); !out.ok() ) return out;
+   return driver->make( { eal_, request, workers_ }, device );
 }
 
 Outcome PortTable::make( const CreatePortRequest & given, Port & port ) {
@@ -111,8 +121,8 @@ Outcome PortTable::make( const CreatePortRequest & given, Port & port ) {
    listed.set_name( request.name() );
    listed.set_driver( request.driver() );
    listed.set_mac_addr( port.device->conf().mac );
-   listed.set_num_inc_q( 1 );
-   listed.set_num_out_q( 1 );
+   listed.set_num_inc_q( std::max< std::uint64_t >( request.num_inc_q(), 1 ) );
+   listed.set_num_out_q( std::max< std::uint64_t >( request.num_out_q(), 1 ) );
    listed.set_size_inc_q( request.size_inc_q() );
    listed.set_size_out_q( request.size_out_q() );
    *listed.mutable_driver_arg() = request.arg();
@@ -144,6 +154,11 @@ PortTable::Ports PortTable::takeAll() {
 Device * PortTable::find( std::string_view name ) const {
    const auto at = ports_.find( name );
    return at == ports_.end() ? nullptr : at->second.device.get();
+}
+
+const std::string & PortTable::nameOf( const Device & device ) const {
+   return std::ranges::find_if( ports_, [ & ]( const auto & entry ) { return entry.second.device.get() == &device; } )
+        ->first;
 }
 
 void PortTable::carry() {

@@ -1,8 +1,8 @@
-// The ports by name: made by a driver, each on the wire of its interface, driven by the worker.
+// The ports by name: made by a driver, each on the wire of its interface, driven by the workers.
 //
 // A port named "kernel:" and an interface's name is that interface's device in the host's kernel; any other is the
 // device of the interface of its name. What makes or ends a device takes its time, up to a second, and disturbs nobody;
-// the caller holds the worker while it calls anything else.
+// the caller holds the workers while it calls anything else.
 #pragma once
 
 #include "DpDevice.h"
@@ -28,12 +28,12 @@ class PortTable {
    };
    using Ports = std::map< std::string, Port, std::less<> >;
 
-   // Both outlive it.
-   PortTable( Eal & eal, Wires & wires ) : eal_( eal ), wires_( wires ) {}
+   // For so many workers. Both outlive it.
+   PortTable( Eal & eal, Wires & wires, unsigned workers ) : eal_( eal ), wires_( wires ), workers_( workers ) {}
    ~PortTable() { takeAll(); }
 
    // A port that no packet reaches yet, for add(). EEXIST: there is one of the name. ENOENT: no such driver. EINVAL:
-   // not the driver's message. Others are the driver's. The worker need not be held.
+   // not the driver's message. ERANGE: more queues than it has. Others are the driver's. The workers need not be held.
    Outcome make( const bess::pb::CreatePortRequest & request, Port & port );
    // REQUIRES: make() has just said yes to it
    void add( Port && port );
@@ -43,7 +43,9 @@ class PortTable {
 
    const Ports & ports() const { return ports_; }
    Device * find( std::string_view name ) const;
-   // The device in the kernel shows the link of the other.
+   // REQUIRES: it is one of the ports'
+   const std::string & nameOf( const Device & device ) const;
+   // The device in the kernel shows the link of the other. While the workers are held, or by one of them.
    void carry();
 
    // Driver names, and a line on each; empty when there is none of the name.
@@ -56,6 +58,7 @@ class PortTable {
 
    Eal & eal_;
    Wires & wires_;
+   const unsigned workers_;
    Ports ports_;
    unsigned generated_ = 0;
 };

@@ -45,12 +45,12 @@ std::string namespaceOf( const bess::pb::VPortArg & arg ) {
 
 } // namespace
 
-Outcome TapDevice::make( const bess::pb::VPortArg & arg, std::unique_ptr< Device > & device ) {
+Outcome TapDevice::make( const bess::pb::VPortArg & arg, unsigned workers, std::unique_ptr< Device > & device ) {
    if ( arg.ifname().empty() || arg.ifname().size() >= IFNAMSIZ || arg.ifname().find( '/' ) != std::string::npos )
       return refuse( EINVAL, "ifname \"{}\" is not of 1 to {} characters without a slash", arg.ifname(), IFNAMSIZ - 1 );
    if ( arg.cpid_case() == bess::pb::VPortArg::kDocker )
       return refuse( EOPNOTSUPP, "docker \"{}\": name its namespace by container_pid or netns", arg.docker() );
-   std::unique_ptr< TapDevice > made( new TapDevice( arg.ifname(), arg.tun() ) );
+   std::unique_ptr< TapDevice > made( new TapDevice( arg.ifname(), arg.tun(), workers ) );
    Outcome out;
    std::thread( [ & ] { out = made->open( namespaceOf( arg ), arg.ip_addrs() ); } ).join();
    if ( !out.ok() ) return out;
@@ -92,28 +92,31 @@ Outcome TapDevice::addressIs( const std::string & address ) {
    return {};
 }
 
-void TapDevice::receive( std::vector< Packet > & burst ) {
+void TapDevice::receive( unsigned, std::vector< Packet > & burst ) {
    std::array< std::uint8_t, kMostBytes > bytes;
    for ( std::size_t i = 0; i < kBurst; ++i ) {
       const auto length = read( tap_.fd(), bytes.data(), bytes.size() );
       if ( length <= 0 ) return;
-      ++stats_.in.packets;
-      stats_.in.bytes += std::size_t( length );
+      ++in_.packets;
+      in_.bytes += std::size_t( length );
       auto & packet = burst.emplace_back( std::size_t( length ) );
       packet.meta.ethernet = !tun_;
       std::copy_n( bytes.data(), length, packet.data() );
    }
 }
 
-void TapDevice::send( Packet && packet ) {
+// The kernel takes packets from several at once.
+void TapDevice::send( Packet && packet, unsigned worker ) {
+   auto & out = out_[ worker ];
    const Packet gone = std::move( packet );
    const bool fits = gone.meta.ethernet != tun_;
-   if ( !up_ || !fits || write( tap_.fd(), gone.data(), gone.size() ) != ssize_t( gone.size() ) ) {
-      ++stats_.out.dropped;
+   if ( !up_.load( std::memory_order_relaxed ) || !fits ||
+        write( tap_.fd(), gone.data(), gone.size() ) != ssize_t( gone.size() ) ) {
+      ++out.dropped;
       return;
    }
-   ++stats_.out.packets;
-   stats_.out.bytes += gone.size();
+   ++out.packets;
+   out.bytes += gone.size();
 }
 
 Device::Conf TapDevice::conf() const {
@@ -152,7 +155,7 @@ Outcome TapDevice::confIs( const bess::pb::PortConf & conf ) {
 }
 
 void TapDevice::carrierIs( bool up ) {
-   if ( std::exchange( up_, up ) == up ) return;
+   if ( up_.exchange( up ) == up ) return;
    const int carrier = up;
    ioctl( tap_.fd(), TUNSETCARRIER, &carrier );
 }

@@ -11,7 +11,13 @@
 
 namespace Vexdp {
 
-Outcome UnixDevice::make( const bess::pb::UnixSocketPortArg & arg, std::unique_ptr< Device > & device ) {
+UnixDevice::UnixDevice( std::string path, unsigned workers ) :
+     Device( workers ), path_( std::move( path ) ), leaving_( workers ) {
+   for ( unsigned worker = 0; worker < workers; ++worker ) leaving_[ worker ].reserve( kBurst );
+}
+
+Outcome UnixDevice::make( const bess::pb::UnixSocketPortArg & arg, unsigned workers,
+                          std::unique_ptr< Device > & device ) {
    sockaddr_un address{};
    address.sun_family = AF_UNIX;
    const auto & path = arg.path();
@@ -20,7 +26,7 @@ Outcome UnixDevice::make( const bess::pb::UnixSocketPortArg & arg, std::unique_p
    std::ranges::copy( path, address.sun_path );
    if ( path.front() == '@' ) address.sun_path[ 0 ] = 0;
    const auto length = socklen_t( offsetof( sockaddr_un, sun_path ) + path.size() );
-   std::unique_ptr< UnixDevice > made( new UnixDevice( path ) );
+   std::unique_ptr< UnixDevice > made( new UnixDevice( path, workers ) );
    made->listening_ = Descriptor( ::socket( AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0 ) );
    const int fd = made->listening_.fd();
    if ( fd < 0 || bind( fd, reinterpret_cast< sockaddr * >( &address ), length ) != 0 || listen( fd, 1 ) != 0 ) {
@@ -40,7 +46,18 @@ void UnixDevice::welcome() {
    if ( fd >= 0 ) client_ = Descriptor( fd );
 }
 
-void UnixDevice::receive( std::vector< Packet > & burst ) {
+bool UnixDevice::hasClient() const {
+   const OneAtATime one( mutex_, shared() );
+   return client_.fd() >= 0;
+}
+
+int UnixDevice::descriptor( unsigned ) const {
+   const OneAtATime one( mutex_, shared() );
+   return client_.fd() >= 0 ? client_.fd() : listening_.fd();
+}
+
+void UnixDevice::receive( unsigned, std::vector< Packet > & burst ) {
+   const OneAtATime one( mutex_, shared() );
    welcome();
    std::array< std::uint8_t, kMaxMtu + 64 > bytes;
    for ( std::size_t i = 0; i < kBurst && client_.fd() >= 0; ++i ) {
@@ -51,25 +68,38 @@ void UnixDevice::receive( std::vector< Packet > & burst ) {
          return;
       }
       if ( !up_ || std::size_t( length ) > bytes.size() ) {
-         ++stats_.in.dropped;
+         ++in_.dropped;
          continue;
       }
-      ++stats_.in.packets;
-      stats_.in.bytes += std::size_t( length );
+      ++in_.packets;
+      in_.bytes += std::size_t( length );
       std::copy_n( bytes.data(), length, burst.emplace_back( std::size_t( length ) ).data() );
    }
 }
 
-void UnixDevice::send( Packet && packet ) {
-   const Packet gone = std::move( packet );
+void UnixDevice::send( Packet && packet, unsigned worker ) {
+   auto & leaving = leaving_[ worker ];
+   leaving.push_back( std::move( packet ) );
+   if ( leaving.size() == kBurst ) flush( worker );
+}
+
+void UnixDevice::flush( unsigned worker ) {
+   auto & leaving = leaving_[ worker ];
+   if ( leaving.empty() ) return;
+   const OneAtATime one( mutex_, shared() );
    if ( client_.fd() < 0 ) welcome();
+   for ( const auto & packet : leaving ) sendOne( packet );
+   leaving.clear();
+}
+
+void UnixDevice::sendOne( const Packet & packet ) {
    if ( !up_ || client_.fd() < 0 ||
-        ::send( client_.fd(), gone.data(), gone.size(), MSG_NOSIGNAL ) != ssize_t( gone.size() ) ) {
-      ++stats_.out.dropped;
+        ::send( client_.fd(), packet.data(), packet.size(), MSG_NOSIGNAL ) != ssize_t( packet.size() ) ) {
+      ++out_.dropped;
       return;
    }
-   ++stats_.out.packets;
-   stats_.out.bytes += gone.size();
+   ++out_.packets;
+   out_.bytes += packet.size();
 }
 
 Outcome UnixDevice::confIs( const bess::pb::PortConf & conf ) {

@@ -6,35 +6,43 @@
 #include "DpDevice.h"
 
 #include <memory>
+#include <mutex>
 
 namespace Vexdp {
 
 class UnixDevice final : public Device {
  public:
    // EADDRINUSE and others: it can't listen there. EINVAL: no path, or one that is too long.
-   static Outcome make( const bess::pb::UnixSocketPortArg & arg, std::unique_ptr< Device > & device );
+   static Outcome make( const bess::pb::UnixSocketPortArg & arg, unsigned workers, std::unique_ptr< Device > & device );
    ~UnixDevice() override;
 
-   void receive( std::vector< Packet > & burst ) override;
-   void send( Packet && packet ) override;
+   void receive( unsigned queue, std::vector< Packet > & burst ) override;
+   void send( Packet && packet, unsigned worker ) override;
+   void flush( unsigned worker ) override;
    // Without a client there is nothing to sleep on but the next one.
-   int descriptor() const override { return client_.fd() >= 0 ? client_.fd() : listening_.fd(); }
+   int descriptor( unsigned queue ) const override;
 
-   Stats stats() const override { return stats_; }
-   Link link() const override { return { up_ && client_.fd() >= 0, 0, {} }; }
+   Stats stats() const override { return { in_, out_ }; }
+   Link link() const override { return { up_ && hasClient(), 0, {} }; }
    Conf conf() const override { return { {}, mtu_, up_ }; }
    Outcome confIs( const bess::pb::PortConf & conf ) override;
 
  private:
-   explicit UnixDevice( std::string path ) : path_( std::move( path ) ) {}
+   UnixDevice( std::string path, unsigned workers );
    void welcome();
+   bool hasClient() const;
+   void sendOne( const Packet & packet );
 
    const std::string path_; // '@' in front: abstract
    Descriptor listening_;
-   Descriptor client_;
    std::uint32_t mtu_ = 1500;
    bool up_ = true;
-   Stats stats_;
+   PerWorker< std::vector< Packet > > leaving_;
+   // Of all below, where workers share them.
+   mutable std::mutex mutex_;
+   Descriptor client_;
+   Stat in_;
+   Stat out_;
 };
 
 } // namespace Vexdp

@@ -1,6 +1,6 @@
 // The service bess.pb.BESSControl on an engine.
 //
-// PauseAll and ResumeAll always succeed, and do nothing: the engine holds the worker for as long as a change takes.
+// PauseAll and ResumeAll always succeed, and do nothing: the engine holds the workers for as long as a change takes.
 #pragma once
 
 #include "DpEngine.h"

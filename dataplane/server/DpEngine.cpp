@@ -2,6 +2,7 @@
 
 #include "DpBatch.h"
 #include "DpClock.h"
+#include "DpEngineHold.h"
 #include "DpFibIpv4.h"
 #include "DpListing.h"
 #include "DpProbe.h"
@@ -22,37 +23,17 @@ namespace {
 constexpr unsigned kCommandsAtOnce = 64;
 } // namespace
 
-class Engine::Pause {
- public:
-   explicit Pause( const Engine & engine ) : worker_( engine.worker_.get() ) {
-      if ( worker_ != nullptr ) worker_->hold();
-   }
-   ~Pause() {
-      if ( worker_ != nullptr ) worker_->letGo();
-   }
-   Pause( const Pause & ) = delete;
-   Pause & operator=( const Pause & ) = delete;
-
- private:
-   Worker * const worker_;
-};
-
-class Engine::Hold {
- public:
-   explicit Hold( const Engine & engine ) : lock_( engine.mutex_ ), pause_( engine ) {}
-
- private:
-   const std::lock_guard< std::mutex > lock_;
-   const Pause pause_;
-};
-
-void Engine::portsChanged() {
-   if ( worker_ ) worker_->portsChanged();
+Engine::Engine( CounterTable & counters, const EngineOptions & options ) :
+     counters_( counters ), unread_( options.workers ), limits_( options.limits ), memoryMost_( options.memoryMost ),
+     graphs_( options.limits, options.workers ), eal_( options.eal ), fragments_( eal_ ),
+     ports_( eal_, graphs_.surroundings().wires(), options.workers ), captures_( options.workers ),
+     workers_( ports_, eal_, options.workers, options.busy ) {
+   graphs_.surroundings().kept< UsedReassembly >().reassembly = &fragments_;
 }
 
 PortTable::Ports Engine::takePorts() {
    auto ports = ports_.takeAll();
-   portsChanged();
+   workers_.portsChanged();
    return ports;
 }
 
@@ -64,7 +45,7 @@ void Engine::reset() {
    ended = takePorts();
    hooks_.clear( captures_, writers );
    watch();
-   if ( worker_ ) worker_->pausedIs( false );
+   workers_.goOn();
    graphs_.clear();
    counters_.clear();
    counting_ = true;
@@ -73,9 +54,7 @@ void Engine::reset() {
    early_.clear();
 }
 
-void Engine::tellWay() {
-   if ( worker_ ) worker_->wayIs( way() );
-}
+void Engine::tellWay() { workers_.wayIs( way() ); }
 
 bool Engine::beginBeside() {
    const std::lock_guard< std::mutex > lock( mutex_ );
@@ -148,7 +127,7 @@ void Engine::apply( const Batch & batch, BatchReply & reply ) {
    } else {
       const Pause pause( *this );
       applyBatch( graphs_.requests(), batch, reply, [ this, count = 0u ]() mutable {
-         if ( worker_ && ++count % kCommandsAtOnce == 0 ) worker_->breathe();
+         if ( ++count % kCommandsAtOnce == 0 ) workers_.breathe();
       } );
    }
    lastBatch_ = batch.number();
@@ -200,7 +179,7 @@ void Engine::describe( const std::string & module, bess::pb::GetModuleInfoRespon
    hooks_.addTo( response );
 }
 
-// The worker begins with the first port: without any there is nothing to carry.
+// The workers begin with the first port: without any there is nothing to carry.
 void Engine::apply( const bess::pb::CreatePortRequest & request, bess::pb::CreatePortResponse & response ) {
    const std::lock_guard< std::mutex > lock( mutex_ );
    PortTable::Port port;
@@ -209,11 +188,11 @@ void Engine::apply( const bess::pb::CreatePortRequest & request, bess::pb::Creat
    if ( !out.ok() ) return;
    response.set_name( port.listed.name() );
    response.set_mac_addr( port.listed.mac_addr() );
-   makeWorker();
+   makeWorkers();
    const Pause pause( *this );
    watch();
    ports_.add( std::move( port ) );
-   portsChanged();
+   workers_.portsChanged();
 }
 
 void Engine::apply( const bess::pb::DestroyPortRequest & request, bess::pb::EmptyResponse & response ) {
@@ -221,7 +200,7 @@ void Engine::apply( const bess::pb::DestroyPortRequest & request, bess::pb::Empt
    PortTable::Port ended;
    const Pause pause( *this );
    report( { request.name(), {}, "DestroyPort" }, ports_.take( request.name(), ended ), response );
-   portsChanged();
+   workers_.portsChanged();
 }
 
 void Engine::apply( const bess::pb::SetPortConfRequest & request, bess::pb::CommandResponse & response ) {
@@ -241,13 +220,6 @@ void Engine::resetPorts() {
 void Engine::list( bess::pb::ListPortsResponse & response ) const {
    const Hold hold( *this );
    for ( const auto & [ name, port ] : ports_.ports() ) *response.add_ports() = port.listed;
-}
-
-template < class Response >
-const Device * Engine::portOf( const std::string & name, const char * request, Response & response ) const {
-   const auto * device = ports_.find( name );
-   if ( device == nullptr ) report( { name, {}, request }, refuse( ENOENT, "there is no such port" ), response );
-   return device;
 }
 
 void Engine::describe( const bess::pb::GetPortConfRequest & request, bess::pb::GetPortConfResponse & response ) const {
@@ -287,86 +259,6 @@ void Engine::describe( const bess::pb::GetLinkStatusRequest & request,
    response.set_link_up( link.up );
    response.set_speed( link.speed );
    response.set_full_duplex( true );
-}
-
-void Engine::list( bess::pb::ListWorkersResponse & response ) const {
-   const Hold hold( *this );
-   if ( !worker_ ) return;
-   auto & status = *response.add_workers_status();
-   status.set_core( -1 );
-   status.set_running( !worker_->paused() );
-   status.set_num_tcs( std::int64_t( ports_.ports().size() ) );
-}
-
-void Engine::makeWorker() {
-   if ( !worker_ ) worker_ = std::make_unique< Worker >( ports_, way(), busy_ );
-}
-
-Outcome Engine::requireWorker( std::int64_t wid ) const {
-   return worker_ && wid == 0 ? Outcome() : refuse( ENOENT, "there is no worker {}", wid );
-}
-
-Outcome Engine::addWorker( const bess::pb::AddWorkerRequest & request ) {
-   const std::lock_guard< std::mutex > lock( mutex_ );
-   if ( request.wid() != 0 ) return refuse( ENOSPC, "one worker carries all packets, number 0" );
-   if ( worker_ ) return refuse( EEXIST, "worker 0 is there" );
-   makeWorker();
-   const Pause pause( *this );
-   portsChanged();
-   watch();
-   return {};
-}
-
-Outcome Engine::destroyWorker( std::int64_t wid ) {
-   const std::lock_guard< std::mutex > lock( mutex_ );
-   if ( auto out = requireWorker( wid ); !out.ok() ) return out;
-   if ( !ports_.ports().empty() ) return refuse( EBUSY, "worker {} has {} ports", wid, ports_.ports().size() );
-   worker_ = nullptr;
-   return {};
-}
-
-Outcome Engine::resetWorkers() {
-   {
-      const std::lock_guard< std::mutex > lock( mutex_ );
-      if ( !worker_ ) return {};
-   }
-   return destroyWorker( 0 );
-}
-
-Outcome Engine::pauseWorker( std::int64_t wid, bool paused ) {
-   const Hold hold( *this );
-   if ( auto out = requireWorker( wid ); !out.ok() ) return out;
-   worker_->pausedIs( paused );
-   return {};
-}
-
-void Engine::list( const bess::pb::ListTcsRequest & request, bess::pb::ListTcsResponse & response ) const {
-   const Hold hold( *this );
-   if ( request.wid() > 0 || !worker_ ) {
-      const auto known = request.wid() < 0 ? Outcome() : requireWorker( request.wid() );
-      return report( { {}, {}, "ListTcs" }, known, response );
-   }
-   for ( const auto & [ name, port ] : ports_.ports() ) {
-      auto & mclass = *response.add_classes_status()->mutable_class_();
-      mclass.set_name( name );
-      mclass.set_policy( "leaf" );
-      mclass.set_blocked( worker_->paused() );
-      const auto & ends = port.wire->ends[ graphs_.told().side() ];
-      if ( const auto * const source = port.kernel ? ends.ownSource : ends.source )
-         mclass.set_leaf_module_name( source->name() );
-   }
-}
-
-void Engine::describe( const bess::pb::GetTcStatsRequest & request, bess::pb::GetTcStatsResponse & response ) const {
-   const Hold hold( *this );
-   const auto * device = portOf( request.name(), "GetTcStats", response );
-   if ( device == nullptr ) return;
-   const auto in = device->stats().in;
-   response.set_timestamp( secondsNow() );
-   response.set_count( device->carried.bursts );
-   response.set_cycles( device->carried.cycles );
-   response.set_packets( in.packets );
-   response.set_bits( in.bytes * 8 );
 }
 
 void Engine::apply( const bess::pb::ConfigureGateHookRequest & request,
@@ -429,9 +321,10 @@ void refuseIn( CaptureReply & reply, const Outcome & out ) {
 
 } // namespace
 
-// With the worker at a pause. Packets that nobody looks at pay nothing for it.
+// Packets that nobody looks at pay nothing for it.
 void Engine::watch() {
-   if ( worker_ ) worker_->watcherIs( captures_.empty() ? nullptr : &captures_ );
+   workers_.watchersAre(
+        [ this ]( unsigned worker ) { return captures_.empty() ? nullptr : &captures_.eye( worker ); } );
 }
 
 Outcome Engine::captureIs( const CaptureRequest & request, double now, CaptureReply & reply ) {
@@ -483,7 +376,7 @@ void Engine::probe( const ProbeRequest & request, ProbeReply & reply ) {
       {
          const Hold hold( *this );
          probe.some( graphs_.told(), counters_ );
-         shared = worker_ != nullptr;
+         shared = !workers_.empty();
       }
       if ( shared ) probe.rest();
    }

@@ -1,7 +1,7 @@
 // The data plane: the graph, its counters, its ports, and everything that can be asked of them. Each operation takes
-// the engine's lock, holds it and the worker to its end, and may be called from any thread. A batch lets the worker
+// the engine's lock, holds it and all workers to its end, and may be called from any thread. A batch lets the workers
 // carry packets now and then; while a device is made or ended, and while a session makes a graph beside the one that
-// forwards, the worker works.
+// forwards, they work.
 #pragma once
 
 #include "DpCaptures.h"
@@ -12,7 +12,7 @@
 #include "DpIpFragments.h"
 #include "DpPortTable.h"
 #include "DpRequests.h"
-#include "DpWorker.h"
+#include "DpWorkers.h"
 
 #include <chrono>
 #include <functional>
@@ -23,18 +23,15 @@ namespace Vexdp {
 struct EngineOptions {
    Limits limits{};
    EalOptions eal{};
-   bool busy = false;          // the worker never sleeps
+   unsigned workers = 1;       // at most, to kMostWorkers
+   bool busy = false;          // they never sleep
    std::size_t memoryMost = 0; // bytes of this process with two graphs; 0: whatever they take
 };
 
 class Engine {
  public:
-   // The counter table outlives the engine, and nobody else writes it.
-   explicit Engine( CounterTable & counters, const EngineOptions & options = {} ) :
-        counters_( counters ), limits_( options.limits ), memoryMost_( options.memoryMost ), graphs_( options.limits ),
-        eal_( options.eal ), fragments_( eal_ ), ports_( eal_, graphs_.surroundings().wires() ), busy_( options.busy ) {
-      graphs_.surroundings().kept< UsedReassembly >().reassembly = &fragments_;
-   }
+   // The counter table outlives the engine, and nobody else writes it. REQUIRES: it has a writer for each worker
+   explicit Engine( CounterTable & counters, const EngineOptions & options = {} );
 
    // Back to the state of a fresh data plane: no modules, no ports, counters at zero, no batch applied.
    void reset();
@@ -69,11 +66,12 @@ class Engine {
    void describe( const bess::pb::GetPortStatsRequest & request, bess::pb::GetPortStatsResponse & response ) const;
    void describe( const bess::pb::GetLinkStatusRequest & request, bess::pb::GetLinkStatusResponse & response ) const;
    void list( bess::pb::ListWorkersResponse & response ) const;
-   // EEXIST: it is there. ENOSPC: there is but one.
+   // EEXIST: it is there. ENOSPC: it is not one of those that there may be.
    Outcome addWorker( const bess::pb::AddWorkerRequest & request );
-   // EBUSY: it has ports. ENOENT: there is no such worker.
+   // EBUSY: it is the last one, and there are ports. ENOENT: there is no such worker.
    Outcome destroyWorker( std::int64_t wid );
    Outcome pauseWorker( std::int64_t wid, bool paused );
+   // EBUSY: there are ports.
    Outcome resetWorkers();
    void list( const bess::pb::ListTcsRequest & request, bess::pb::ListTcsResponse & response ) const;
    void describe( const bess::pb::GetTcStatsRequest & request, bess::pb::GetTcStatsResponse & response ) const;
@@ -84,7 +82,7 @@ class Engine {
 
    void lookup( const vex::pb::LookupRequest & request, vex::pb::LookupReply & reply ) const;
    void trace( const vex::pb::TracePacketRequest & request, vex::pb::TracePacketReply & reply );
-   // The worker is held for a few packets at a time, and carries its own for many times as long between them.
+   // The workers are held for a few packets at a time, and carry their own for many times as long between them.
    void probe( const vex::pb::ProbeRequest & request, vex::pb::ProbeReply & reply );
    void drops( vex::pb::DropsReply & reply ) const;
    void gates( vex::pb::GatesReply & reply ) const;
@@ -99,24 +97,25 @@ class Engine {
    const Limits & limits() const { return limits_; }
 
  private:
-   // The worker between two bursts.
+   // All workers between two turns.
    class Pause;
    // The lock, and a pause.
    class Hold;
-   // Both with the worker at a pause.
-   void portsChanged();
    // Packets go through the session's graph from here on, after they have waited so long. REQUIRES: another one is live
    std::chrono::nanoseconds changeOver();
    vex::pb::InStep inStep();
    // Ends the other graph when both take too much.
    void keepMemory();
-   // With the worker at a pause.
+   // With the workers at a pause, as takePorts() and watch().
    void tellWay();
    Worker::Way way() { return { graphs_.live().side(), counting_ ? &counters_ : &unread_ }; }
    PortTable::Ports takePorts();
    void watch();
-   void makeWorker();
+   // All that there may be, unless some are there.
+   void makeWorkers();
+   void removeWorker( std::int64_t wid );
    Outcome requireWorker( std::int64_t wid ) const;
+   void listTcsOf( const Worker & worker, std::int64_t wid, bess::pb::ListTcsResponse & response ) const;
    Outcome captureIs( const vex::pb::CaptureRequest & request, double now, vex::pb::CaptureReply & reply );
    // The device of the name, or the refusal in the response.
    template < class Response >
@@ -133,10 +132,9 @@ class Engine {
    IpFragments fragments_;
    std::string early_; // why packets went through the session's graph before it was in step
    PortTable ports_;
-   const bool busy_;
    Captures captures_;
    GateHooks hooks_;
-   std::unique_ptr< Worker > worker_; // null before there is a port
+   Workers workers_; // none before there is a port
    std::uint64_t lastBatch_ = 0;
 };
 

@@ -21,7 +21,8 @@ class Graphs {
       Requests requests{ graph };
    };
 
-   explicit Graphs( const Limits & limits ) : limits_( limits ), live_( made( 0 ) ) {}
+   Graphs( const Limits & limits, unsigned workers ) :
+        limits_( limits ), surroundings_( std::make_shared< Surroundings >( workers ) ), live_( made( 0 ) ) {}
    ~Graphs() { awaitFreed(); }
    Graphs( const Graphs & ) = delete;
    Graphs & operator=( const Graphs & ) = delete;
@@ -40,11 +41,11 @@ class Graphs {
    void begin();
    // The second one goes, if there is one.
    void drop();
-   // The second one is the one from here on; the other one is for free(). REQUIRES: beside(), and the worker is held
+   // The second one is the one from here on; the other one is for free(). REQUIRES: beside(), and the workers are held
    std::unique_ptr< Told > follow();
-   // The worker does not know it any more.
+   // No worker knows it any more.
    void free( std::unique_ptr< Told > gone );
-   // No modules. REQUIRES: the worker is held
+   // No modules. REQUIRES: the workers are held
    void clear();
 
  private:
@@ -55,7 +56,7 @@ class Graphs {
    }
 
    const Limits limits_;
-   const std::shared_ptr< Surroundings > surroundings_ = std::make_shared< Surroundings >();
+   const std::shared_ptr< Surroundings > surroundings_;
    std::unique_ptr< Told > live_;
    std::unique_ptr< Told > second_;
    std::thread freeing_;

@@ -43,7 +43,7 @@ void fillInputGates( const Module & module, GetModuleInfoResponse & response ) {
       if ( gate == nullptr || gate->igate() != from.igate ) {
          gate = response.add_igates();
          gate->set_igate( from.igate );
-         fillCounters( module.igates()[ from.igate ], *gate );
+         fillCounters( module.counters( false, from.igate ), *gate );
       }
       auto & ogate = *gate->add_ogates();
       ogate.set_ogate( from.ogate );
@@ -57,7 +57,7 @@ void fillOutputGates( const Module & module, GetModuleInfoResponse & response ) 
       if ( from.peer == nullptr ) continue;
       auto & gate = *response.add_ogates();
       gate.set_ogate( id );
-      fillCounters( from.counters, gate );
+      fillCounters( module.counters( true, id ), gate );
       gate.set_name( from.peer->name() );
       gate.set_igate( from.igate );
    }
@@ -140,8 +140,9 @@ void listGates( const Graph & graph, vex::pb::GatesReply & reply ) {
          gate.set_ogate( id );
          gate.set_to( from.peer->name() );
          gate.set_igate( from.igate );
-         gate.set_packets( from.counters.packets );
-         gate.set_bytes( from.counters.bytes );
+         const auto counters = module->counters( true, id );
+         gate.set_packets( counters.packets );
+         gate.set_bytes( counters.bytes );
       }
 }
 

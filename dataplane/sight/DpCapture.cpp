@@ -44,6 +44,7 @@ void Capture::takeAll( const Module & module, Packets packets, double now ) {
 }
 
 void Capture::take( const Module & module, const Packet & packet, double now ) {
+   const OneAtATime one( writing_, true );
    auto * const taken = slot();
    if ( taken == nullptr ) return;
    taken->set_time( std::uint64_t( now * 1e9 ) );
@@ -81,6 +82,7 @@ bool Capture::traces( const Module & source, const Packet & packet, double now )
 
 void Capture::traced( const TracePacketReply & trace, const std::string & intfname, double now ) {
    if ( request_.drops() && trace.end() != TracePacketReply::END_DROPPED ) return;
+   const OneAtATime one( writing_, true );
    auto * const taken = slot();
    if ( taken == nullptr ) return;
    taken->set_time( std::uint64_t( now * 1e9 ) );

@@ -1,4 +1,4 @@
-// One capture: what it takes, and the room between the worker, who puts packets in, and whoever asks for them.
+// One capture: what it takes, and the room between the workers, who put packets in, and whoever asks for them.
 #pragma once
 
 #include "DpPcapFilter.h"
@@ -11,8 +11,8 @@
 
 namespace Vexdp {
 
-// One thread writes, the worker's; one at a time reads. No lock is between them, and the worker never waits: what finds
-// no room is counted as lost.
+// Workers write, one at a time for as long as a packet is copied; one thread at a time reads. No lock is between the
+// two sides, and no worker waits for who reads: what finds no room is counted as lost.
 class Capture {
  public:
    static constexpr std::size_t kRoom = 1024;      // packets
@@ -31,7 +31,7 @@ class Capture {
    // Everything there.
    Capture( Place place, double now );
 
-   // On the worker's thread.
+   // On the workers' threads.
    bool watches( const Module & module ) const;
    void enters( const Module & module, GateId igate, Packets packets, double now );
    void leaves( const Module & module, GateId ogate, Packets packets, double now );
@@ -45,7 +45,7 @@ class Capture {
 
  private:
    explicit Capture( const vex::pb::CaptureRequest & request, double now );
-   // Null: there is none.
+   // Null: there is none. Both under the lock.
    vex::pb::CaptureReply::Packet * slot();
    void put() { written_.store( written_.load( std::memory_order_relaxed ) + 1, std::memory_order_release ); }
    void takeAll( const Module & module, Packets packets, double now );
@@ -55,6 +55,7 @@ class Capture {
    const Place place_;
    PcapFilter filter_;
    std::vector< vex::pb::CaptureReply::Packet > slots_; // keep their memory
+   SpinLock writing_;
    std::atomic< std::uint64_t > written_ = 0;
    std::atomic< std::uint64_t > read_ = 0;
    std::atomic< std::uint64_t > lost_ = 0;

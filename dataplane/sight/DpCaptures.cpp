@@ -31,21 +31,21 @@ std::shared_ptr< Capture > Captures::find( std::uint64_t id ) const {
    return at == captures_.end() ? nullptr : at->second;
 }
 
-bool Captures::watches( const Module & module ) const {
-   return std::ranges::any_of( captures_, [ & ]( const auto & entry ) { return entry.second->watches( module ); } );
+bool Captures::Eye::watches( const Module & module ) const {
+   return std::ranges::any_of( captures(), [ & ]( const auto & entry ) { return entry.second->watches( module ); } );
 }
 
-void Captures::enters( const Module & module, GateId igate, Packets packets, double now ) {
-   for ( const auto & [ id, capture ] : captures_ ) capture->enters( module, igate, packets, now );
+void Captures::Eye::enters( const Module & module, GateId igate, Packets packets, double now ) {
+   for ( const auto & [ id, capture ] : captures() ) capture->enters( module, igate, packets, now );
 }
 
-void Captures::leaves( const Module & module, GateId ogate, Packets packets, double now ) {
-   for ( const auto & [ id, capture ] : captures_ ) capture->leaves( module, ogate, packets, now );
+void Captures::Eye::leaves( const Module & module, GateId ogate, Packets packets, double now ) {
+   for ( const auto & [ id, capture ] : captures() ) capture->leaves( module, ogate, packets, now );
 }
 
-vex::pb::TracePacketReply * Captures::trace( const Module & source, const Packet & packet, double now ) {
+vex::pb::TracePacketReply * Captures::Eye::trace( const Module & source, const Packet & packet, double now ) {
    tracers_.clear();
-   for ( const auto & [ id, capture ] : captures_ )
+   for ( const auto & [ id, capture ] : captures() )
       if ( capture->traces( source, packet, now ) ) tracers_.push_back( capture.get() );
    if ( tracers_.empty() ) return nullptr;
    intfname_ = source.intfname();
@@ -53,12 +53,12 @@ vex::pb::TracePacketReply * Captures::trace( const Module & source, const Packet
    return &trace_;
 }
 
-void Captures::traced( double now ) {
+void Captures::Eye::traced( double now ) {
    for ( auto * const capture : tracers_ ) capture->traced( trace_, intfname_, now );
 }
 
-bool Captures::tracing( double now ) const {
-   return std::ranges::any_of( captures_, [ now ]( const auto & entry ) { return entry.second->tracing( now ); } );
+bool Captures::Eye::tracing( double now ) const {
+   return std::ranges::any_of( captures(), [ now ]( const auto & entry ) { return entry.second->tracing( now ); } );
 }
 
 } // namespace Vexdp

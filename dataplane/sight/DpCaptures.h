@@ -1,7 +1,7 @@
 // The captures that are under way.
 //
-// begin(), end() and expire() are called while the worker is held, for they change what it looks at; find() under the
-// lock that those who call them share.
+// begin(), end() and expire() are called while the workers are held, for they change what those look at; find() under
+// the lock that those who call them share.
 #pragma once
 
 #include "DpCapture.h"
@@ -10,9 +10,13 @@
 
 namespace Vexdp {
 
-class Captures : public PacketWatcher {
+class Captures {
  public:
    static constexpr std::size_t kMost = 8; // each costs every packet a look
+
+   explicit Captures( unsigned workers = 1 ) : eyes_( workers ) {
+      for ( unsigned worker = 0; worker < workers; ++worker ) eyes_[ worker ].captures_ = this;
+   }
 
    // ENOSPC: kMost are under way. Others as Capture::make.
    Outcome begin( const vex::pb::CaptureRequest & request, double now, std::uint64_t & id );
@@ -26,21 +30,33 @@ class Captures : public PacketWatcher {
    std::shared_ptr< Capture > find( std::uint64_t id ) const;
    bool empty() const { return captures_.empty(); }
 
-   bool watches( const Module & module ) const override;
-   void enters( const Module & module, GateId igate, Packets packets, double now ) override;
-   void leaves( const Module & module, GateId ogate, Packets packets, double now ) override;
-   vex::pb::TracePacketReply * trace( const Module & source, const Packet & packet, double now ) override;
-   void traced( double now ) override;
-   bool tracing( double now ) const override;
+   // What one worker looks with. It lasts as long as this.
+   PacketWatcher & eye( unsigned worker ) { return eyes_[ worker ]; }
 
  private:
    static constexpr std::uint64_t kOfHook = std::uint64_t( 1 ) << 63;
+   class Eye : public PacketWatcher {
+    public:
+      bool watches( const Module & module ) const override;
+      void enters( const Module & module, GateId igate, Packets packets, double now ) override;
+      void leaves( const Module & module, GateId ogate, Packets packets, double now ) override;
+      vex::pb::TracePacketReply * trace( const Module & source, const Packet & packet, double now ) override;
+      void traced( double now ) override;
+      bool tracing( double now ) const override;
+
+    private:
+      friend class Captures;
+      const auto & captures() const { return captures_->captures_; }
+      const Captures * captures_ = nullptr;
+      // Of the packet that is being traced.
+      vex::pb::TracePacketReply trace_;
+      std::string intfname_;
+      std::vector< Capture * > tracers_;
+   };
+
    std::map< std::uint64_t, std::shared_ptr< Capture > > captures_;
    std::uint64_t lastId_ = 0;
-   // Of the packet that is being traced.
-   vex::pb::TracePacketReply trace_;
-   std::string intfname_;
-   std::vector< Capture * > tracers_;
+   PerWorker< Eye > eyes_;
 };
 
 } // namespace Vexdp

@@ -129,7 +129,7 @@ Outcome GateHooks::command( const GateHookInfo & hook, const std::string & comma
 
 void GateHooks::list( const Graph & graph, ListGateHooksResponse & response ) const {
    for ( const auto & [ name, module ] : graph.modules() ) {
-      for ( GateId id = 0; id < module->igates().size(); ++id ) {
+      for ( GateId id = 0; id < module->igates(); ++id ) {
          auto & hook = *response.add_hooks();
          trackIs( hook, name );
          hook.set_igate( id );

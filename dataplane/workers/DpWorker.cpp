@@ -4,6 +4,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 
@@ -17,12 +18,10 @@ constexpr unsigned kPatience = 64;
 constexpr auto kNap = std::chrono::microseconds( 150 );
 constexpr int kLongestSleep = 100; // ms
 
-void relax() { __builtin_ia32_pause(); }
-
 } // namespace
 
-Worker::Worker( PortTable & ports, const Way & way, bool busy ) :
-     ports_( ports ), busy_( busy ), side_( way.side ), walk_( *way.counters, Purpose::live ),
+Worker::Worker( const Common & common, const Seat & seat, const Way & way ) :
+     common_( common ), number_( seat.worker ), side_( way.side ), walk_( *way.counters, Purpose::live, seat ),
      wake_( eventfd( 0, EFD_NONBLOCK | EFD_CLOEXEC ) ) {
    burst_.reserve( 2 * Device::kBurst );
    thread_ = std::thread( [ this ] { run(); } );
@@ -30,9 +29,7 @@ Worker::Worker( PortTable & ports, const Way & way, bool busy ) :
 
 Worker::~Worker() {
    ending_ = true;
-   const std::uint64_t one = 1;
-   if ( write( wake_, &one, sizeof one ) < 0 ) {
-   } // It wakes by itself, only later.
+   wake();
    thread_.join();
    close( wake_ );
 }
@@ -41,41 +38,22 @@ Worker::~Worker() {
 void Worker::begin() {
    while ( true ) {
       working_ = true;
-      if ( !held_ ) break;
+      if ( !common_.held ) break;
       waiting_ = true;
       working_ = false;
-      held_.wait( true );
+      common_.held.wait( true );
    }
    waiting_ = false;
 }
 
 void Worker::end() { working_ = false; }
 
-void Worker::hold() {
-   held_ = true;
-   while ( working_ ) relax();
-}
-
-void Worker::letGo() {
-   held_ = false;
-   held_.notify_all();
-}
-
-void Worker::breathe() {
-   const bool waited = waiting_;
-   letGo();
-   while ( waited && waiting_ ) std::this_thread::yield();
-   hold();
-}
-
-void Worker::portsChanged() {
-   lanes_.clear();
-   sleepless_ = false;
-   for ( const auto & [ name, port ] : ports_.ports() ) {
-      lanes_.push_back( { port.device.get(), port.wire.get(), port.kernel } );
-      sleepless_ |= port.device->descriptor() < 0;
-   }
-   ports_.carry();
+void Worker::lanesAre( std::vector< Lane > lanes, std::vector< Device * > devices, bool keepsCarriers ) {
+   lanes_ = std::move( lanes );
+   devices_ = std::move( devices );
+   keepsCarriers_ = keepsCarriers;
+   sleepless_ =
+        std::ranges::any_of( lanes_, []( const Lane & lane ) { return lane.device->descriptor( lane.queue ) < 0; } );
    wake();
 }
 
@@ -87,7 +65,7 @@ void Worker::pausedIs( bool paused ) {
 void Worker::wake() const {
    const std::uint64_t one = 1;
    if ( write( wake_, &one, sizeof one ) < 0 ) {
-   } // It is awake.
+   } // It is awake, or wakes by itself, only later.
 }
 
 void Worker::wayIs( const Way & way ) {
@@ -95,40 +73,54 @@ void Worker::wayIs( const Way & way ) {
    walk_.countersAre( *way.counters );
 }
 
+// Its packet buffers come from a store of its own then.
+void Worker::joinEal() {
+   triedEal_ = true;
+   inEal_ = Eal::join();
+}
+
 void Worker::run() {
-   pthread_setname_np( pthread_self(), "worker" );
+   pthread_setname_np( pthread_self(), fmt::format( "worker {}", number_ ).c_str() );
    prctl( PR_SET_TIMERSLACK, 1 );
    unsigned idle = 0;
    auto carried = std::chrono::steady_clock::now();
    while ( !ending_ ) {
       begin();
+      if ( !triedEal_ && common_.eal.started() ) joinEal();
       const auto count = turn();
       const auto now = std::chrono::steady_clock::now();
       if ( now - carried > std::chrono::milliseconds( kLongestSleep ) ) {
          carried = now;
-         ports_.carry();
+         if ( keepsCarriers_ ) common_.ports.carry();
       }
       idle = count == 0 ? idle + 1 : 0;
-      if ( idle > kPatience && !busy_ )
+      if ( idle > kPatience && ( !common_.busy || lanes_.empty() ) )
          sleep();
       else
          end();
    }
+   if ( inEal_ ) Eal::leave();
 }
 
 std::size_t Worker::turn() {
    if ( paused_ ) return 0;
    std::size_t count = 0;
-   for ( auto & lane : lanes_ ) count += carry( lane );
-   for ( auto & lane : lanes_ ) lane.device->flush();
+   for ( const auto & lane : lanes_ ) count += carry( lane );
+   if ( count > 0 )
+      for ( auto * const device : devices_ ) device->flush( number_ );
    return count;
 }
 
-std::size_t Worker::carry( Lane & lane ) {
+std::size_t Worker::carry( const Lane & lane ) {
    const auto began = __builtin_ia32_rdtsc();
-   lane.device->receive( burst_ );
+   lane.device->receive( lane.queue, burst_ );
    const auto count = burst_.size();
    if ( count == 0 ) return 0;
+   auto & carried = lane.device->carried( lane.queue );
+   if ( lane.device->queues() > 1 ) {
+      carried.packets += count;
+      for ( const auto & packet : burst_ ) carried.bytes += packet.size();
+   }
    const auto & ends = lane.wire->ends[ side_ ];
    if ( lane.kernel && !lane.device->bare() ) {
       handOut( lane );
@@ -137,15 +129,14 @@ std::size_t Worker::carry( Lane & lane ) {
       walk_.run( *source, burst_ );
    }
    burst_.clear();
-   ++lane.device->carried.bursts;
-   lane.device->carried.cycles += __builtin_ia32_rdtsc() - began;
+   ++carried.bursts;
+   carried.cycles += __builtin_ia32_rdtsc() - began;
    return count;
 }
 
-// What the kernel sends on an Ethernet interface is finished.
-void Worker::handOut( Lane & lane ) {
+void Worker::handOut( const Lane & lane ) {
    if ( lane.wire->device == nullptr ) return;
-   for ( auto & packet : burst_ ) lane.wire->device->send( std::move( packet ) );
+   for ( auto & packet : burst_ ) lane.wire->device->send( std::move( packet ), number_ );
 }
 
 // Whoever wants to hold it need not wait until it wakes. The list is made before: the lanes may change meanwhile.
@@ -157,7 +148,7 @@ void Worker::sleep() {
    }
    descriptors_.assign( 1, { wake_, POLLIN, 0 } );
    for ( const auto & lane : lanes_ )
-      if ( !paused_ ) descriptors_.push_back( { lane.device->descriptor(), POLLIN, 0 } );
+      if ( !paused_ ) descriptors_.push_back( { lane.device->descriptor( lane.queue ), POLLIN, 0 } );
    end();
    poll( descriptors_.data(), descriptors_.size(), kLongestSleep );
    std::uint64_t count = 0;

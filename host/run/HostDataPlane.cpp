@@ -72,9 +72,9 @@ bool endsWithin( pid_t pid, int milliseconds ) {
 
 } // namespace
 
-DataPlane::DataPlane( std::string program, std::string logLevel, unsigned maxRoutes ) :
+DataPlane::DataPlane( std::string program, std::string logLevel, const Size & size ) :
      program_( program.empty() ? ownProgram() : std::move( program ) ), logLevel_( std::move( logLevel ) ),
-     maxRoutes_( maxRoutes ) {}
+     size_( size ) {}
 
 DataPlane::~DataPlane() {
    stop();
@@ -105,7 +105,9 @@ std::string DataPlane::start() {
                                            "--die-with-parent",
                                            std::to_string( getpid() ),
                                            "--max-routes",
-                                           std::to_string( maxRoutes_ ),
+                                           std::to_string( size_.maxRoutes ),
+                                           "--workers",
+                                           std::to_string( size_.workers ),
                                            "--log-level",
                                            logLevel_ };
    std::vector< char * > argv;

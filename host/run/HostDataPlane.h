@@ -15,8 +15,12 @@ class ErrorStream;
 // it, which stays: the child dies with that thread.
 class DataPlane {
  public:
+   struct Size {
+      unsigned maxRoutes;
+      unsigned workers; // threads that move packets
+   };
    // `program` empty: the vexdp that belongs to this executable.
-   DataPlane( std::string program, std::string logLevel, unsigned maxRoutes );
+   DataPlane( std::string program, std::string logLevel, const Size & size );
    // Ends the child, and removes the directory.
    ~DataPlane();
    DataPlane( const DataPlane & ) = delete;
@@ -43,7 +47,7 @@ class DataPlane {
 
    const std::string program_;
    const std::string logLevel_;
-   const unsigned maxRoutes_;
+   const Size size_;
    std::string directory_;
    pid_t pid_ = 0;
    std::unique_ptr< ErrorStream > errors_; // of the present child, or of the last one

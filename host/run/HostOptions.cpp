@@ -120,6 +120,10 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
         ->type_name( "N" )
         ->capture_default_str()
         ->check( CLI::Range( 1u, ( 1u << 23 ) - 1 ) );
+   app.add_option( "--workers", options.dataPlane.workers, "threads of an embedded data plane that move packets" )
+        ->type_name( "N" )
+        ->capture_default_str()
+        ->check( CLI::Range( 1u, 64u ) );
    app.add_option( "-s,--socket", options.socket, "the command socket" )->type_name( "PATH" )->capture_default_str();
    app.add_option( "--metrics", options.metrics, "serve metrics for Prometheus at this address, under /metrics" )
         ->type_name( "ADDRESS:PORT" )

@@ -31,7 +31,8 @@ Supervisor::Supervisor( const StateTree & tree, Config config, Events events ) :
      tree_( tree ), config_( std::move( config ) ), events_( std::move( events ) ), takeOver_( config_.takeOver ),
      clock_( Gant::activityManager()->newClock() ), clockReactor_( std::make_unique< GantClock >( this ) ) {
    if ( config_.dataPlane == "embedded" )
-      dataPlane_ = std::make_unique< DataPlane >( config_.program, config_.dataPlaneLog, config_.maxRoutes );
+      dataPlane_ = std::make_unique< DataPlane >( config_.program, config_.dataPlaneLog,
+                                                  DataPlane::Size{ config_.maxRoutes, config_.workers } );
 }
 
 Supervisor::~Supervisor() { session_ = nullptr; }

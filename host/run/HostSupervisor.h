@@ -36,6 +36,7 @@ class Supervisor : public Gant::StateMachine {
       double silenceMost = 3;                        // seconds after which it is lost; 0: it never is
       bool takeOver = false;                         // also from another agent that has it
       unsigned maxRoutes = 1u << 22;                 // that an embedded one holds
+      unsigned workers = 1;                          // of an embedded one
       KernelDeviceWatcher * kernelWatcher = nullptr; // told of the router's devices in the kernel; not owned
       double inStepMost = 60; // seconds for which a former session's graph forwards at most beside a new one
    };

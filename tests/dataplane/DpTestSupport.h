@@ -51,7 +51,8 @@ Lines refusals( const vex::pb::BatchReply & reply );
 // An engine that takes lines.
 class Plane {
  public:
-   explicit Plane( const Vexdp::Limits & limits = {} ) : engine( counters, { .limits = limits } ) {}
+   explicit Plane( const Vexdp::Limits & limits = {}, unsigned workers = 1 ) :
+        counters( workers ), engine( counters, { .limits = limits, .workers = workers } ) {}
    Lines apply( std::string_view lines );
    // The same, for what must not be refused.
    void set( std::string_view lines ) { EXPECT_EQ( apply( lines ), Lines() ) << lines; }

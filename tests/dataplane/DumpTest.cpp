@@ -234,16 +234,19 @@ TEST_F( CounterFile, comesWhenThereIsRoomForIt ) {
    auto small = before;
    small.rlim_cur = 1 << 20;
    setrlimit( RLIMIT_FSIZE, &small );
-   Vexdp::CounterTable table( path_ );
+   Vexdp::CounterTable table( path_, 2 );
    table.add( 3, 5 );
+   table.writer( 1 ).add( 3, 7 );
    EXPECT_EQ( table.share(), "counter file " + path_ + ": File too large" );
    EXPECT_TRUE( directory_.empty() );
    setrlimit( RLIMIT_FSIZE, &before );
    EXPECT_EQ( table.share(), "" );
    EXPECT_TRUE( table.shared() && std::filesystem::exists( path_ ) );
-   EXPECT_EQ( table.value( 3 ), 5u );
-   table.add( 3 );
-   EXPECT_EQ( table.value( 3 ), 6u );
+   EXPECT_EQ( table.value( 3 ), 12u );
+   table.writer( 1 ).add( 3 );
+   EXPECT_EQ( table.value( 3 ), 13u );
+   table.clear();
+   EXPECT_EQ( table.value( 3 ), 0u );
 }
 
 TEST_F( CounterFile, takesNothingFromAnybodyElse ) {

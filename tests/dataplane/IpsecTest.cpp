@@ -2,6 +2,8 @@
 
 #include "DpTestRouter.h"
 
+#include "DpEsp.h"
+#include "DpIpsecManagement.h"
 #include "DpListing.h"
 
 #include "vex/ipsec.pb.h"
@@ -9,7 +11,10 @@
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 
+#include <atomic>
+#include <set>
 #include <sstream>
+#include <thread>
 
 namespace {
 
@@ -396,6 +401,42 @@ TEST_F( Ipsec, aPacketMayComeLateButNotTwiceAndNotTooLate ) {
                  { 9, true },  { 11, true }, { 10, true }, { 9, false }, { 5, false } };
    for ( const auto & given : cases )
       EXPECT_EQ( through( "in", packetOf( sent[ given.sequence - 1 ] ) ).has_value(), given.taken ) << given.sequence;
+}
+
+TEST( IpsecWorkers, noNumberIsSentTwiceAndNoPacketIsTakenTwiceWhoeverHasIt ) {
+   constexpr unsigned kWorkers = 4, kEach = 500;
+   for ( const auto & fields :
+         { entry( { { "replay_window", "4096" } } ), entry( gcm( { { "replay_window", "4096" } } ) ) } ) {
+      IpsecRouter router( std::make_shared< Surroundings >( kWorkers ), 0 );
+      router.associate( fields );
+      const auto & management = *router.router.graph.shared< IpsecManagement >();
+      auto & out = *management.outbound( 0, 7 );
+      auto & in = *management.inbound( out.spi(), out.dst() );
+      const auto together = []( const auto & work ) {
+         std::vector< std::thread > threads;
+         for ( unsigned worker = 0; worker < kWorkers; ++worker )
+            threads.emplace_back( work, Seat{ worker, kWorkers } );
+         for ( auto & thread : threads ) thread.join();
+      };
+      std::array< std::vector< Packet >, kWorkers > sent;
+      together( [ & ]( const Seat & seat ) {
+         for ( unsigned i = 0; i < kEach; ++i ) {
+            auto & packet = sent[ seat.worker ].emplace_back( Router::described( IpsecRouter::kTransit ) );
+            EXPECT_EQ( espSeal( out, packet, true, seat ), nullptr );
+         }
+      } );
+      std::set< std::uint32_t > numbers;
+      for ( const auto & packets : sent )
+         for ( const auto & packet : packets ) numbers.insert( get32( packet.data() + 24 ) );
+      EXPECT_EQ( numbers.size(), kWorkers * kEach );
+      EXPECT_EQ( *numbers.rbegin(), kWorkers * kEach );
+      std::atomic< unsigned > taken = 0;
+      together( [ & ]( const Seat & seat ) {
+         for ( const auto & packets : sent )
+            for ( auto packet : packets ) taken += espOpen( in, packet, true, seat ) == nullptr;
+      } );
+      EXPECT_EQ( taken, kWorkers * kEach );
+   }
 }
 
 TEST_F( Ipsec, aRekeyTakesTheNewestOutAndBothIn ) {

@@ -19,8 +19,8 @@ using namespace Vexdp;
 
 namespace {
 
-// Both ends are ours: nothing on the machine is needed.
-class Wired : public testing::Test {
+// Both ends are ours: nothing on the machine is needed. By so many workers.
+class Wired : public testing::TestWithParam< unsigned > {
  protected:
    Wired() { tell( 5 ); }
 
@@ -85,10 +85,60 @@ class Wired : public testing::Test {
       return fmt::format( "{}", mac );
    }
 
-   Plane plane;
+   // Whatever can be, all of it in its turns.
+   void changeAll( unsigned turn ) {
+      plane.set( fmt::format( "fibIpv4 addFec fec_id: 2 nh_info {{ gate: 2 nh_index: {} }}", 5 + turn % 2 ) );
+      plane.set( fmt::format( "IpOutput_et2 setMtu ip_mtu: {}\nIpInput_et1 setTcpMssAdjust mss: {}", 1400 + turn % 100,
+                              1000 + turn % 100 ) );
+      plane.set( R"(
+         fibIpv4 addRoute vrf: 0 prefix: @10.2.0.0 prefix_len: 24 fec_id: 2
+         fibIpv4 delRoute vrf: 0 prefix: @10.2.0.0 prefix_len: 24
+         NextHop_et2 writeNH nexthopinfo { nh_index: 5 pkt_cmd: 1 mac_da: @02:aa:00:00:00:05 }
+         create db KyAclDb
+         db createAcl acl_id: 1 acl_target: 0 rule { permit: true counter_id: 9 log: true }
+         create acl KyAcl ingress: true
+         acl applyAcl acl_id: 1 ipv4: true
+         connect acl:1 fibIpv4:0
+         disconnect IpInput_et1:1
+         connect IpInput_et1:1 acl:0
+         db createAcl acl_id: 1 acl_target: 0 rule { proto: 17 permit: true counter_id: 9 }
+         disconnect IpInput_et1:1
+         connect IpInput_et1:1 fibIpv4:0
+         destroy acl
+         destroy db
+      )" );
+      const auto last = std::int64_t( GetParam() ) - 1;
+      if ( last > 0 ) {
+         bess::pb::AddWorkerRequest worker;
+         worker.set_wid( last );
+         EXPECT_TRUE( plane.engine.destroyWorker( last ).ok() && plane.engine.addWorker( worker ).ok() );
+      }
+      EXPECT_TRUE( plane.engine.pauseWorker( 0, true ).ok() && plane.engine.pauseWorker( 0, false ).ok() );
+      EXPECT_EQ( make( "et9" ).errmsg(), "" );
+      bess::pb::DestroyPortRequest port;
+      port.set_name( "et9" );
+      bess::pb::EmptyResponse gone;
+      plane.engine.apply( port, gone );
+      vex::pb::CaptureRequest capture;
+      capture.set_trace( turn % 2 == 0 );
+      vex::pb::CaptureReply captured;
+      plane.engine.capture( capture, captured );
+      capture.set_id( captured.id() );
+      plane.engine.capture( capture, captured );
+      capture.set_end( true );
+      plane.engine.capture( capture, captured );
+      vex::pb::GatesReply gates;
+      plane.engine.gates( gates );
+      vex::pb::DropsReply drops;
+      plane.engine.drops( drops );
+   }
+
+   Plane plane{ {}, GetParam() };
 };
 
-TEST_F( Wired, packetsComeInByOnePortAndLeaveByTheOtherWhicheverIsMadeFirst ) {
+INSTANTIATE_TEST_SUITE_P( Workers, Wired, testing::Values( 1u, 4u ) );
+
+TEST_P( Wired, packetsComeInByOnePortAndLeaveByTheOtherWhicheverIsMadeFirst ) {
    ASSERT_EQ( make( "et2" ).errmsg(), "" );
    ASSERT_EQ( make( "et1" ).errmsg(), "" );
    EXPECT_EQ( make( "et1" ).errmsg(), "et1: CreatePort: there is a port et1 already" );
@@ -107,7 +157,7 @@ TEST_F( Wired, packetsComeInByOnePortAndLeaveByTheOtherWhicheverIsMadeFirst ) {
    EXPECT_EQ( ports.ports_size(), 0 );
 }
 
-TEST_F( Wired, aTcpdumpReadsThePacketsOfAGateFromItsFifoUntilItGoes ) {
+TEST_P( Wired, aTcpdumpReadsThePacketsOfAGateFromItsFifoUntilItGoes ) {
    ASSERT_EQ( make( "et1" ).errmsg() + make( "et2" ).errmsg(), "" );
    ::Test::Directory directory;
    const auto path = directory.path( "fifo" );
@@ -146,17 +196,13 @@ TEST_F( Wired, aTcpdumpReadsThePacketsOfAGateFromItsFifoUntilItGoes ) {
    EXPECT_EQ( read( reader.fd(), bytes.data(), bytes.size() ), 0 );
 }
 
-TEST_F( Wired, eachPacketSeesWhatWasBeforeAChangeOrWhatIsAfterIt ) {
+TEST_P( Wired, eachPacketSeesWhatWasBeforeAChangeOrWhatIsAfterIt ) {
    ASSERT_EQ( make( "et1" ).errmsg(), "" );
    ASSERT_EQ( make( "et2" ).errmsg(), "" );
    const auto in = client( "et1" ), out = client( "et2" );
    std::atomic< bool > ending = false;
    std::thread changer( [ & ] {
-      for ( unsigned i = 0; !ending; ++i ) {
-         plane.set( fmt::format( "fibIpv4 addFec fec_id: 2 nh_info {{ gate: 2 nh_index: {} }}", 5 + i % 2 ) );
-         plane.set( "fibIpv4 addRoute vrf: 0 prefix: @10.2.0.0 prefix_len: 24 fec_id: 2\n"
-                    "fibIpv4 delRoute vrf: 0 prefix: @10.2.0.0 prefix_len: 24" );
-      }
+      for ( unsigned i = 0; !ending; ++i ) changeAll( i );
    } );
    std::multiset< std::string > seen;
    const auto packet = transit();
@@ -170,7 +216,7 @@ TEST_F( Wired, eachPacketSeesWhatWasBeforeAChangeOrWhatIsAfterIt ) {
    EXPECT_GT( seen.count( "02:aa:00:00:00:06" ), 0u );
 }
 
-TEST_F( Wired, aGraphForwardsUntilTheOneBesideItIsInStepAndNoPacketIsLost ) {
+TEST_P( Wired, aGraphForwardsUntilTheOneBesideItIsInStepAndNoPacketIsLost ) {
    ASSERT_EQ( make( "et1" ).errmsg(), "" );
    ASSERT_EQ( make( "et2" ).errmsg(), "" );
    const auto in = client( "et1" ), out = client( "et2" );
@@ -207,6 +253,53 @@ TEST_F( Wired, aGraphForwardsUntilTheOneBesideItIsInStepAndNoPacketIsLost ) {
    changer.join();
    EXPECT_EQ( seen.count( '5' ) + seen.count( '6' ), 2000u );
    EXPECT_GT( seen.count( '6' ), 0u );
+}
+
+TEST( Workers, eachHasItsQueuesUntilItGoesAndTheLastStaysWithThePorts ) {
+   Plane plane( {}, 2 );
+   const auto workers = [ & ] {
+      bess::pb::ListWorkersResponse response;
+      plane.engine.list( response );
+      std::string text;
+      for ( const auto & each : response.workers_status() )
+         text += fmt::format( "{} {} {};", each.wid(), each.running(), each.num_tcs() );
+      return text;
+   };
+   for ( const auto * name : { "et1", "et2", "kernel:et1" } ) {
+      bess::pb::UnixSocketPortArg arg;
+      arg.set_path( fmt::format( "@vexdp-test-{}-{}", getpid(), name ) );
+      bess::pb::CreatePortRequest request;
+      request.set_name( name );
+      request.set_driver( "UnixSocketPort" );
+      request.mutable_arg()->PackFrom( arg );
+      bess::pb::CreatePortResponse response;
+      plane.engine.apply( request, response );
+      EXPECT_EQ( response.error().errmsg(), "" );
+      request.set_name( "et9" );
+      request.set_num_inc_q( 2 );
+      plane.engine.apply( request, response );
+      EXPECT_EQ( response.error().errmsg(), "et9: CreatePort: num_inc_q 2 is out of range, at most 1" );
+   }
+   EXPECT_EQ( workers(), "0 true 2;1 true 1;" );
+   EXPECT_TRUE( plane.engine.pauseWorker( 1, true ).ok() );
+   EXPECT_EQ( workers(), "0 true 2;1 false 1;" );
+   bess::pb::ListTcsRequest request;
+   request.set_wid( 1 );
+   bess::pb::ListTcsResponse classes;
+   plane.engine.list( request, classes );
+   ASSERT_EQ( classes.classes_status_size(), 1 );
+   EXPECT_EQ( classes.classes_status( 0 ).class_().ShortDebugString(),
+              R"(name: "et2" blocked: true policy: "leaf" wid: 1)" );
+   EXPECT_TRUE( plane.engine.destroyWorker( 0 ).ok() );
+   EXPECT_EQ( workers(), "1 false 3;" );
+   EXPECT_EQ( plane.engine.destroyWorker( 1 ).refusal().code, EBUSY );
+   EXPECT_EQ( plane.engine.resetWorkers().refusal().code, EBUSY );
+   bess::pb::AddWorkerRequest added;
+   added.set_wid( 2 );
+   EXPECT_EQ( plane.engine.addWorker( added ).refusal().code, ENOSPC );
+   added.set_wid( 0 );
+   EXPECT_TRUE( plane.engine.addWorker( added ).ok() );
+   EXPECT_EQ( workers(), "0 true 2;1 false 1;" );
 }
 
 TEST( Beside, theOlderGraphGoesAtOnceWhereBothTakeTooMuch ) {

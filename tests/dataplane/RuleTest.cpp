@@ -257,7 +257,7 @@ TEST( ControlPlanePolicy, classifiesWhatIsForTheRouterItself ) {
 // The device of an interface in the router's kernel.
 class Kernel : public Outlet {
  public:
-   void send( Packet && packet ) override {
+   void send( Packet && packet, unsigned ) override {
       const Packet gone = std::move( packet );
       ++packets;
    }

@@ -22,6 +22,7 @@ TEST_F( Router, aViaResolvesToWhatIsKnownOfItsNeighbour ) {
         { { via( "Et1", nullptr ) }, "unresolved Et1 x1" },    // whoever has the destination
         { { via( Type::attached_, "Et1" ) }, "unresolved Et1 x1" },
         { { via( Type::receive_, "Et1" ) }, "receive Et1 x1" },
+        { { via( Type::receive_, "Tunnel1" ) }, "receive x1" }, // its way out ends elsewhere
         { { via( Type::broadcast_, "Et1" ) }, "slowReceiveBroadcast Et1 x1" },
         { { via( Type::drop_ ) }, "drop x1" },
         { {}, "nothing" },
@@ -216,6 +217,11 @@ TEST_F( Router, aHelperThatAlwaysWantsAnotherWalkGetsOneForEachChange ) {
    EXPECT_THAT( drained(), ElementsAre( "updateAdj 0: unresolved Et1 x1" ) );
    state.neighbor( "Et1", "10.9.0.2", 2 );
    drained();
+   EXPECT_THAT( layer.pending(), IsEmpty() );
+   // What is of no interface has no table that a walk could reach.
+   rec.wantsWalk = [] { return true; };
+   state.fec( 1, { via( Mirel::RouteType::drop_ ) } );
+   EXPECT_THAT( drained(), ElementsAre( "updateAdj 0: drop x1" ) );
    EXPECT_THAT( layer.pending(), IsEmpty() );
 }
 

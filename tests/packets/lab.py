@@ -24,6 +24,7 @@ from scapy.layers.l2 import Ether
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BIN = pathlib.Path(os.environ.get('VEXL3_BIN', ROOT / 'build/release/bin'))
 LIBC = ctypes.CDLL(None, use_errno=True)
+WORKERS = ['--workers', os.environ.get('VEXL3_WORKERS', '1')]  # of the data plane
 ROUTER_MAC = '02:00:00:aa:00:01'
 DEADLINE = 20  # seconds: for what happens at some time
 
@@ -211,7 +212,7 @@ class Lab:
     def start(self):
         self.daemon = subprocess.Popen(
             ['ip', 'netns', 'exec', f'{self.name}-router', BIN / 'vexl3d', '--config', self.description, '--socket',
-             self.socket], stdout=self.log, stderr=self.log)
+             self.socket, *WORKERS], stdout=self.log, stderr=self.log)
         until(self.ready, f'every port is up: {self.text()}')
 
     def ready(self):

@@ -18,20 +18,31 @@ sys.path.insert(0, os.path.dirname(__file__))
 from scapy.layers.inet import IP, UDP  # noqa: E402
 from scapy.packet import Raw  # noqa: E402
 
-from lab import BIN, ROUTER_MAC, Lab, missing, until  # noqa: E402
+from lab import BIN, ROUTER_MAC, WORKERS, Lab, missing, until  # noqa: E402
+from tunnels import sa_text  # noqa: E402
 
 LEFT, RIGHT, THIRD = '10.0.1.2', '10.0.2.2', '10.0.3.2'
-FAR, OLD = '198.51.100.9', '203.0.113.9'
+FAR, OLD, SEALED = '198.51.100.9', '203.0.113.9', '192.0.2.9'
 MARK = (1 << 32) - 1  # no packet's index
+BY_TUNNEL = f'  - {{prefix: {SEALED}/32, via: Tunnel1}}\n'
 DESCRIPTION = f'''
 router: {{mac: '{ROUTER_MAC}'}}
 interfaces:
   - {{name: Ethernet1, addresses: 10.0.1.1/24, device: wire-left}}
   - {{name: Ethernet2, addresses: 10.0.2.1/24, device: wire-right}}
   - {{name: Ethernet3, addresses: 10.0.3.1/24, device: wire-third}}
+tunnels:
+  - {{name: Tunnel1, mode: ipsec, source: 10.0.3.1, destination: {THIRD}, addresses: 10.255.1.1/24}}
+ipsec:
+  - name: c1
+    id: 1
+    type: vti
+    interfaces: Tunnel1
+    inbound: [{sa_text(0x1001, THIRD, '10.0.3.1', 'gcm128')}]
+    outbound: {sa_text(0x2001, '10.0.3.1', THIRD, 'gcm128')}
 routes:
   - {{prefix: 198.51.100.0/24, via: {RIGHT}}}
-'''
+{BY_TUNNEL}'''
 LONGEST = 90  # seconds
 
 
@@ -40,7 +51,8 @@ class TwoUnits(Lab):
 
     def start_plane(self):
         self.plane = subprocess.Popen(
-            ['ip', 'netns', 'exec', f'{self.name}-router', BIN / 'vexdp', '--listen', f'unix:{self.folder.name}/dp'],
+            ['ip', 'netns', 'exec', f'{self.name}-router', BIN / 'vexdp', '--listen', f'unix:{self.folder.name}/dp',
+             *WORKERS],
             stdout=self.log, stderr=self.log)
         until(lambda: os.path.exists(f'{self.folder.name}/dp'), 'vexdp listens')
 
@@ -158,6 +170,23 @@ class Restart(unittest.TestCase):
         self.assertEqual([line for line in gone if ' dev lo ' not in line], [])
         self.assertEqual(self.lab.kernel(), before)
 
+    def test_what_is_sealed_goes_on_under_its_numbers(self):
+        sent = 0
+
+        def send():
+            nonlocal sent
+            self.left.send(self.packet(sent, SEALED))
+            sent += 1
+
+        self.lab.daemon.kill()
+        self.lab.daemon.wait()
+        send()
+        self.lab.launch()
+        until(lambda: send() or self.lab.in_step(), self.lab.text, LONGEST)
+        send()
+        heads = [bytes(p.payload)[:8] for p in self.third.seen_ip(sent, keep=lambda p: p.proto == 50)]
+        self.assertEqual(heads, [(0x2001).to_bytes(4, 'big') + n.to_bytes(4, 'big') for n in range(1, sent + 1)])
+
     def test_stopped_beyond_the_limit_and_continued_it_builds_beside(self):
         with self.stream():
             self.lab.daemon.send_signal(signal.SIGSTOP)
@@ -169,7 +198,7 @@ class Restart(unittest.TestCase):
         self.assertTrue(self.goes(FAR))
         self.lab.daemon.kill()
         self.lab.daemon.wait()
-        without = DESCRIPTION.replace('198.51.100.0/24', '203.0.113.0/24')
+        without = DESCRIPTION.replace('198.51.100.0/24', '203.0.113.0/24').replace(BY_TUNNEL, '')
         self.lab.description.write_text(without[:without.index('  - {name: Ethernet3')] +
                                         without[without.index('routes'):])
         self.assertTrue(self.goes(FAR))
