@@ -31,7 +31,7 @@ class Client {
       if ( !agent.empty() ) context_.AddMetadata( "vex-agent", agent );
       if ( takeOver ) context_.AddMetadata( "vex-takeover", "1" );
       // A reply that never comes is a failure, not a test without an end.
-      context_.set_deadline( std::chrono::system_clock::now() + std::chrono::seconds( 60 ) );
+      context_.set_deadline( std::chrono::system_clock::now() + std::chrono::seconds( 180 ) );
       stream_ = stub.Session( &context_ );
    }
    ~Client() { context_.TryCancel(); }
