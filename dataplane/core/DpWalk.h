@@ -78,10 +78,12 @@ class Context {
    // The end of the way: it left by the interface.
    Fate send( std::string_view intfname, const MacAddr & mac );
 
+   // Whether a note is read: for those whose parts cost something.
+   bool noting() const { return trace_ != nullptr && step_ != nullptr; }
    // Says what the module is doing; several notes make one sentence.
    template < typename... Args >
    void note( fmt::format_string< Args... > text, Args &&... args ) {
-      if ( trace_ != nullptr && step_ != nullptr ) noteIs( fmt::format( text, std::forward< Args >( args )... ) );
+      if ( noting() ) noteIs( fmt::format( text, std::forward< Args >( args )... ) );
    }
 
    void count( CounterId counter ) {

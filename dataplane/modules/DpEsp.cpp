@@ -1,5 +1,7 @@
 #include "DpEsp.h"
 
+#include "DpWalk.h"
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -231,6 +233,11 @@ EspFailure espOpen( IpsecSa & sa, Packet & packet, bool advance, const Seat & se
    if ( sa.tunnelMode() ) return finishTunnel( packet, outerTos );
    finishTransport( sa, packet, next );
    return nullptr;
+}
+
+void noteSa( const IpsecSa & sa, Context & context ) {
+   if ( !context.noting() ) return;
+   context.note( "SA {:#010x}, {} mode, {}", sa.spi(), sa.tunnelMode() ? "tunnel" : "transport", sa.desc() );
 }
 
 } // namespace Vexdp

@@ -8,6 +8,8 @@
 
 namespace Vexdp {
 
+class Context;
+
 // Why a packet couldn't be worked on; null: it was.
 using EspFailure = const char *;
 
@@ -35,5 +37,8 @@ struct EspId {
 // In tunnel mode the inner header hears of congestion from the outer one (RFC 6040). In transport mode behind NAT the
 // checksums of TCP and UDP, which covered other addresses, are made anew (RFC 3948, section 3.1.2).
 EspFailure espOpen( IpsecSa & sa, Packet & packet, bool advance, const Seat & seat = {} );
+
+// What a trace says of the association of a packet.
+void noteSa( const IpsecSa & sa, Context & context );
 
 } // namespace Vexdp

@@ -35,7 +35,7 @@ Fate open( IpsecSa * sa, const EspId & id, Packet & packet, Context & context ) 
    packet.meta.ttlDone = false;
    packet.meta.own = false;
    packet.meta.encapId = sa->encapId();
-   context.note( "SA {:#010x}, {} mode, {}", id.spi, sa->tunnelMode() ? "tunnel" : "transport", sa->desc() );
+   noteSa( *sa, context );
    return context.forward( kDecrypted );
 }
 

@@ -16,7 +16,7 @@ constexpr GateId kEncrypted = 0;
 Fate seal( IpsecSa & sa, Packet & packet, Context & context ) {
    if ( const auto * why = espSeal( sa, packet, context.counting(), context.seat() ) )
       return context.drop( kNoCounter, "SA {:#010x}: {}", sa.spi(), why );
-   context.note( "SA {:#010x}, {} mode, {}", sa.spi(), sa.tunnelMode() ? "tunnel" : "transport", sa.desc() );
+   noteSa( sa, context );
    const auto header = Ipv4Header::of( packet );
    const auto sequenceAt = header->headerLen() + ( sa.udp() ? 8 : 0 ) + 4;
    context.note( "{} from {} to {}, sequence {}", sa.udp() ? "ESP in UDP" : "ESP", header->src(), header->dst(),

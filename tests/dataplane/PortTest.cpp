@@ -19,6 +19,24 @@ using namespace Vexdp;
 
 namespace {
 
+std::string pathOf( const std::string & name ) { return fmt::format( "@vexdp-test-{}-{}", getpid(), name ); }
+
+bess::pb::CreatePortRequest requestFor( const std::string & name ) {
+   bess::pb::UnixSocketPortArg arg;
+   arg.set_path( pathOf( name ) );
+   bess::pb::CreatePortRequest request;
+   request.set_name( name );
+   request.set_driver( "UnixSocketPort" );
+   request.mutable_arg()->PackFrom( arg );
+   return request;
+}
+
+bess::pb::Error created( Engine & engine, const bess::pb::CreatePortRequest & request ) {
+   bess::pb::CreatePortResponse response;
+   engine.apply( request, response );
+   return response.error();
+}
+
 // Both ends are ours: nothing on the machine is needed. By so many workers.
 class Wired : public testing::TestWithParam< unsigned > {
  protected:
@@ -36,18 +54,7 @@ class Wired : public testing::TestWithParam< unsigned > {
       )" );
    }
 
-   bess::pb::Error make( const std::string & name ) {
-      bess::pb::UnixSocketPortArg arg;
-      arg.set_path( pathOf( name ) );
-      bess::pb::CreatePortRequest request;
-      request.set_name( name );
-      request.set_driver( "UnixSocketPort" );
-      request.mutable_arg()->PackFrom( arg );
-      bess::pb::CreatePortResponse response;
-      plane.engine.apply( request, response );
-      return response.error();
-   }
-   static std::string pathOf( const std::string & name ) { return fmt::format( "@vexdp-test-{}-{}", getpid(), name ); }
+   bess::pb::Error make( const std::string & name ) { return created( plane.engine, requestFor( name ) ); }
 
    static Descriptor client( const std::string & name ) {
       Descriptor made( ::socket( AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0 ) );
@@ -267,21 +274,11 @@ TEST( Workers, eachHasItsQueuesUntilItGoesAndTheLastStaysWithThePorts ) {
          text += fmt::format( "{} {} {};", each.wid(), each.running(), each.num_tcs() );
       return text;
    };
-   for ( const auto * name : { "et1", "et2", "kernel:et1" } ) {
-      bess::pb::UnixSocketPortArg arg;
-      arg.set_path( fmt::format( "@vexdp-test-{}-{}", getpid(), name ) );
-      bess::pb::CreatePortRequest request;
-      request.set_name( name );
-      request.set_driver( "UnixSocketPort" );
-      request.mutable_arg()->PackFrom( arg );
-      bess::pb::CreatePortResponse response;
-      plane.engine.apply( request, response );
-      EXPECT_EQ( response.error().errmsg(), "" );
-      request.set_name( "et9" );
-      request.set_num_inc_q( 2 );
-      plane.engine.apply( request, response );
-      EXPECT_EQ( response.error().errmsg(), "et9: CreatePort: num_inc_q 2 is out of range, at most 1" );
-   }
+   for ( const auto * name : { "et1", "et2", "kernel:et1" } )
+      EXPECT_EQ( created( plane.engine, requestFor( name ) ).errmsg(), "" );
+   auto twoQueues = requestFor( "et9" );
+   twoQueues.set_num_inc_q( 2 );
+   EXPECT_EQ( created( plane.engine, twoQueues ).errmsg(), "et9: CreatePort: num_inc_q 2 is out of range, at most 1" );
    EXPECT_EQ( workers(), "0 true 2;1 true 1;" );
    EXPECT_TRUE( plane.engine.pauseWorker( 1, true ).ok() );
    EXPECT_EQ( workers(), "0 true 2;1 false 1;" );

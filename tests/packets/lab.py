@@ -15,6 +15,7 @@ import re
 import select
 import socket
 import subprocess
+import sys
 import tempfile
 import time
 
@@ -22,6 +23,10 @@ from scapy.layers.inet import ICMP  # noqa: F401  what is in a packet is known b
 from scapy.layers.l2 import Ether
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / 'tests/support'))
+
+from waiting import until  # noqa: E402
+
 BIN = pathlib.Path(os.environ.get('VEXL3_BIN', ROOT / 'build/release/bin'))
 LIBC = ctypes.CDLL(None, use_errno=True)
 WORKERS = ['--workers', os.environ.get('VEXL3_WORKERS', '1')]  # of the data plane
@@ -57,14 +62,6 @@ def claim():
     lock = open('/run/lock/vexl3-lab', 'w')  # held until the process ends
     fcntl.flock(lock, fcntl.LOCK_EX)
     return lock
-
-
-def until(condition, what, seconds=DEADLINE):
-    end = time.monotonic() + seconds
-    while not condition():
-        if time.monotonic() > end:
-            raise AssertionError(f'not within {seconds} s: {what() if callable(what) else what}')
-        time.sleep(0.02)
 
 
 class Host:

@@ -15,14 +15,16 @@ import shutil
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / 'tests/support'))
+
+from waiting import until  # noqa: E402
+
 BIN = pathlib.Path(os.environ.get('VEXL3_BIN', ROOT / 'build/release/bin'))
 FRR = pathlib.Path('/usr/lib/frr')
 NAME = 'vexpeers'
-DEADLINE = 60  # seconds: for what happens at some time
 
 
 def missing():
@@ -33,15 +35,6 @@ def missing():
     if not (FRR / 'zebra').exists():
         return 'FRR is not installed: tools/setup --peers'
     return '' if shutil.which('bird') else 'BIRD is not installed: tools/setup --peers'
-
-
-def until(condition, what, seconds=DEADLINE):
-    end = time.monotonic() + seconds
-    while not (got := condition()):
-        if time.monotonic() > end:
-            raise AssertionError(f'not within {seconds} s: {what}')
-        time.sleep(0.1)
-    return got
 
 
 def run(*words, check=True):
@@ -200,7 +193,7 @@ class Lab:
             space.run('ethtool', '-K', end, 'tx', 'off', 'rx', 'off', 'gso', 'off', 'gro', 'off', 'tso', 'off')
             space.run('ip', 'link', 'set', end, 'up')
 
-    def reaches(self, one=1, other=2, seconds=DEADLINE):
+    def reaches(self, one=1, other=2, seconds=60):
         until(lambda: self.hosts[one].run('ping', '-c1', '-W1', f'10.0.{other}.2', check=False).returncode == 0,
               f'h{one} reaches h{other}', seconds)
 
