@@ -39,8 +39,7 @@ FpmAnswers::FpmAnswers( const RouterState & state, Surroundings around ) :
 FpmAnswers::~FpmAnswers() = default;
 
 void FpmAnswers::clear() {
-   waiting4_.clear();
-   waiting6_.clear();
+   waiting4_ = waiting6_ = {};
    clock_->timeMinIs( Gant::Clock::never );
 }
 
@@ -56,25 +55,32 @@ void FpmAnswers::handleClock() {
    if ( waiting() != 0 ) clock_->timeMinIs( clock_->now() + ( frames_.empty() ? every : leastPause ) );
 }
 
-template < typename Book, typename P >
-void FpmAnswers::look( const Book & book, Queue< P > & queue ) {
-   for ( auto most = std::min( queue.size(), looksAtOnce ); most != 0; --most ) {
-      const auto one = queue.front();
-      queue.pop_front();
-      if ( book.teller( one.vrfId, one.prefix ) != Teller::fpm_ ) continue;
-      switch ( around_.outcomeOf( one.vrfId, one.prefix ) ) {
-      case RouteOutcome::pending: queue.push_back( one ); break;
-      case RouteOutcome::programmed: answer( book, one, true ); break;
-      case RouteOutcome::refused: answer( book, one, false ); break;
-      }
+template < typename Book >
+void FpmAnswers::look( const Book & book, Queue & queue ) {
+   for ( auto most = std::min( queue.slots.size(), looksAtOnce ); most != 0; --most ) {
+      const auto slot = queue.slots.front();
+      queue.slots.pop_front();
+      if ( lookAt( book, slot ) )
+         queue.has[ slot ] = false;
+      else
+         queue.slots.push_back( slot );
    }
 }
 
-template < typename Book, typename P >
-void FpmAnswers::answer( const Book & book, const Waiting< P > & one, bool programmed ) {
-   const auto slot = book.table().slot( one.vrfId, one.prefix );
-   if ( !slot ) return;
-   const auto route = book.table().routeAt( *slot );
+template < typename Book >
+bool FpmAnswers::lookAt( const Book & book, U32 slot ) {
+   if ( !book.table().slotHas( slot ) || book.originAt( slot ).teller != Teller::fpm_ ) return true;
+   const auto route = book.table().refAt( slot );
+   const auto outcome = around_.outcomeOf( route.vrfId, route.prefix );
+   if ( outcome == RouteOutcome::pending ) return false;
+   answer( book, route, outcome == RouteOutcome::programmed );
+   return true;
+}
+
+template < typename Book, typename Ref >
+void FpmAnswers::answer( const Book & book, const Ref & told, bool programmed ) {
+   const auto route = book.table().routeAt( told.slot );
+   const auto table = tables_.find( told.vrfId )->second;
    const auto & hops = book.fecs().ways( route.fecId() ).hops;
    if ( hops.size() > hopsAtMost ) return;
    alignas( nlmsghdr ) std::array< char, 8192 > room;
@@ -82,14 +88,14 @@ void FpmAnswers::answer( const Book & book, const Waiting< P > & one, bool progr
    header->nlmsg_type = RTM_NEWROUTE;
    header->nlmsg_flags = NLM_F_REQUEST;
    auto & body = *static_cast< rtmsg * >( mnl_nlmsg_put_extra_header( header, sizeof( rtmsg ) ) );
-   body.rtm_family = std::is_same_v< P, Kynet::Prefix > ? AF_INET : AF_INET6;
-   body.rtm_dst_len = one.prefix.len();
-   body.rtm_protocol = book.originAt( *slot ).protocol;
-   body.rtm_table = static_cast< U8 >( one.table > 255 ? U32( RT_TABLE_UNSPEC ) : one.table );
+   body.rtm_family = std::is_same_v< Ref, Mirel::RouteTable< Kynet::Prefix >::Ref > ? AF_INET : AF_INET6;
+   body.rtm_dst_len = told.prefix.len();
+   body.rtm_protocol = book.originAt( told.slot ).protocol;
+   body.rtm_table = static_cast< U8 >( table > 255 ? U32( RT_TABLE_UNSPEC ) : table );
    body.rtm_type = route.routeType() == Mirel::RouteType::drop_ ? RTN_BLACKHOLE : RTN_UNICAST;
    body.rtm_flags = programmed ? RTM_F_OFFLOAD : RTM_F_OFFLOAD_FAILED;
-   putAddress( header, RTA_DST, one.prefix.address() );
-   mnl_attr_put_u32( header, RTA_TABLE, one.table );
+   putAddress( header, RTA_DST, told.prefix.address() );
+   mnl_attr_put_u32( header, RTA_TABLE, table );
    mnl_attr_put_u32( header, RTA_PRIORITY, 20 );
    if ( hops.size() == 1 ) {
       if ( hops[ 0 ].addrHas() ) putAddress( header, hops[ 0 ].addr() );

@@ -130,8 +130,9 @@ const char * FpmRoutes::put( Book & book, const RouteMessage & message, const P 
    if ( origin == 0 )
       origin = state_.origins().id( { Teller::fpm(), message.protocol, distanceOfProtocol( message.protocol ), 0 } );
    if ( !wrongPrefix( prefix ).empty() ) return noSpace;
-   if ( !book.routeIs( vrfId, prefix, origin, fec.kind, fec.id ) ) return noSpace;
-   if ( answers_ != nullptr ) answers_->told( message.table, vrfId, prefix );
+   const auto slot = book.routeIs( vrfId, prefix, origin, fec.kind, fec.id );
+   if ( !slot ) return noSpace;
+   if ( answers_ != nullptr ) answers_->told< P >( message.table, vrfId, *slot );
    return nullptr;
 }
 

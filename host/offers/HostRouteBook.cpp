@@ -53,8 +53,9 @@ void RouteBook< P >::retold( const Offer & former, const Offer & offer ) {
 }
 
 template < typename P >
-bool RouteBook< P >::routeIs( U32 vrfId, const P & prefix, OriginId origin, Mirel::RouteType kind, U64 fecId ) {
-   if ( origin == 0 ) return false;
+std::optional< U32 > RouteBook< P >::routeIs( U32 vrfId, const P & prefix, OriginId origin, Mirel::RouteType kind,
+                                              U64 fecId ) {
+   if ( origin == 0 ) return std::nullopt;
    const Offer offer{ fecId, origin, generation( origin ), kind };
    // Before a former FEC is released: it may be the same one.
    fecs_.use( fecId );
@@ -64,12 +65,12 @@ bool RouteBook< P >::routeIs( U32 vrfId, const P & prefix, OriginId origin, Mire
            fib_->routePut( vrfId, prefix, Mirel::Route( kind, fecId, origins_.at( origin ).teller.value() ) );
       if ( !put ) {
          fecs_.release( fecId );
-         return false;
+         return std::nullopt;
       }
       marks_.grow( *put + 1 );
       marks_[ *put ] = { origin, offer.generation };
       came( offer );
-      return true;
+      return put;
    }
    const auto holder = holderAt( *slot );
    if ( sameKey( holder.origin, origin ) && ( holder.origin == origin || !waiting_.contains( *slot ) ) ) {
@@ -78,7 +79,7 @@ bool RouteBook< P >::routeIs( U32 vrfId, const P & prefix, OriginId origin, Mire
    } else {
       offerBeside( *slot, holder, offer );
    }
-   return true;
+   return slot;
 }
 
 // Several offers of one prefix, of which any may hold after it.

@@ -40,11 +40,11 @@ class RouteBook {
    Origins & origins() { return origins_; }
    const Table & table() const { return *fib_; }
 
-   // The offer of the origin's source and metric, from now on. The FEC gets a user for it. False: the prefix cannot be
-   // a route's.
-   bool routeIs( U32 vrfId, const P & prefix, OriginId origin, Mirel::RouteType kind, U64 fecId );
+   // The offer of the origin's source and metric, from now on. The FEC gets a user for it. Gives the prefix's slot in
+   // the FIB; nothing: the prefix cannot be a route's.
+   std::optional< U32 > routeIs( U32 vrfId, const P & prefix, OriginId origin, Mirel::RouteType kind, U64 fecId );
    // Of a source without protocols and metrics.
-   bool routeIs( U32 vrfId, const P & prefix, Teller teller, Mirel::RouteType kind, U64 fecId ) {
+   std::optional< U32 > routeIs( U32 vrfId, const P & prefix, Teller teller, Mirel::RouteType kind, U64 fecId ) {
       return routeIs( vrfId, prefix, origins_.own( teller ), kind, fecId );
    }
    // False when the source has none.

@@ -108,7 +108,10 @@ TEST_F( Shows, whatTheDataPlaneShowsReachesWhoAskedWithoutWhatWentMeanwhile ) {
       client.send( request.dump() + "\n" );
       ::Test::runUntil( [ & ] { return router_.channel()->requestsQueued() > queued; } );
    };
-   const auto hold = [ this ]( bool held ) { kill( router_.status().dataPlanePid, held ? SIGSTOP : SIGCONT ); };
+   const auto hold = [ this ]( bool held ) {
+      const auto pid = router_.status().dataPlanePid;
+      held ? ::Test::stop( pid ) : static_cast< void >( kill( pid, SIGCONT ) );
+   };
    // an interface goes while another one is asked: it is left out
    hold( true );
    begin( *client_, "" );

@@ -230,7 +230,7 @@ TEST_F( Verify, namesModulesConnectionsAndCounters ) {
 
 TEST_F( Verify, comparesAStateThatStoodStillAndNotOneThatChangedMeanwhile ) {
    // given a client that verifies, and routes that come while it does, of which none is answered before the last
-   kill( router_.status().dataPlanePid, SIGSTOP );
+   ::Test::stop( router_.status().dataPlanePid );
    ::Test::ControlSocket client( directory_.path( "control" ) );
    client.send( R"({"command":"verify"})"
                 "\n" );

@@ -1,5 +1,7 @@
+#include "HostFpmAnswers.h"
 #include "HostFpmRoutes.h"
 #include "HostTestRouter.h"
+#include "Steps.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -10,6 +12,7 @@
 namespace {
 
 using namespace Test;
+using namespace std::string_literals;
 
 // Messages as zebra puts them into frames.
 class Frame {
@@ -98,12 +101,45 @@ struct Fpm : HostedState {
    std::string take( const Frame & frame ) { return take( frame.bytes() ); }
 
    U32 devices = 2;
-   Host::FpmRoutes fpm{ state, [ this ]( U32 index ) -> std::optional< Kynet::IntfId > {
-                          if ( index == 0 || index > devices ) return std::nullopt;
-                          return Kynet::IntfId::fromString( "Ethernet" + std::to_string( index ) );
-                       } };
+   Host::RouteOutcome outcome = Host::RouteOutcome::pending; // of every route
+   Host::FpmAnswers answers{ state,
+                             { [ this ]( U32, const auto & ) { return outcome; }, []( Kynet::IntfId ) { return 1; } } };
+   Host::FpmRoutes fpm{ state,
+                        [ this ]( U32 index ) -> std::optional< Kynet::IntfId > {
+                           if ( index == 0 || index > devices ) return std::nullopt;
+                           return Kynet::IntfId::fromString( "Ethernet" + std::to_string( index ) );
+                        },
+                        &answers };
    Host::FpmStream stream{ [ this ]( const auto & messages ) { return fpm.frame( messages ); } };
 };
+
+TEST( HostFpm, aRouteIsAnsweredOnceForAllThatWasToldOfItBefore ) {
+   Fpm router;
+   std::string sent;
+   router.answers.senderIs( [ & ]( const std::string & frames ) {
+      sent += frames;
+      return true;
+   } );
+   // given a route that is told a hundred times, one that goes and comes again, and one that goes
+   EXPECT_EQ( router.take( Frame().nextHop( 1, "10.0.1.2", 1 ).nextHop( 2, "10.0.1.3", 1 ) ), "" );
+   for ( U32 n = 0; n < 100; ++n )
+      EXPECT_EQ( router.take( Frame().route( RTM_NEWROUTE, "20.0.0.0/24", 1 + n % 2 ) ), "" );
+   for ( const auto type : { RTM_NEWROUTE, RTM_DELROUTE, RTM_NEWROUTE } )
+      EXPECT_EQ( router.take( Frame().route( type, "20.0.1.0/24", 1 ) ), "" );
+   EXPECT_EQ( router.answers.waiting(), 2u );
+   for ( const auto type : { RTM_NEWROUTE, RTM_DELROUTE } )
+      EXPECT_EQ( router.take( Frame().route( type, "20.0.2.0/24", 1 ) ), "" );
+   // when the data plane has taken them
+   router.outcome = Host::RouteOutcome::programmed;
+   runUntil( [ & ] { return router.answers.waiting() == 0; } );
+   // then two are answered, the first with the next hop of its last telling, and a later telling is answered again
+   EXPECT_EQ( router.answers.answered(), 2u );
+   EXPECT_NE( sent.find( "\x0a\x00\x01\x03"s ), sent.npos );
+   EXPECT_EQ( sent.find( "\x14\x00\x02\x00"s ), sent.npos );
+   EXPECT_EQ( router.take( Frame().route( RTM_NEWROUTE, "20.0.0.0/24", 1 ) ), "" );
+   runUntil( [ & ] { return router.answers.waiting() == 0; } );
+   EXPECT_EQ( router.answers.answered(), 3u );
+}
 
 TEST( HostFpm, groupsComeBeforeTheirMembersAndRoutesAreReplacedWithoutAGap ) {
    Fpm router;

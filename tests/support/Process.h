@@ -1,6 +1,8 @@
 // Programs as their users start them, and a place for their files.
 #pragma once
 
+#include <algorithm>
+#include <chrono>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -9,6 +11,7 @@
 #include <string>
 #include <sys/time.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -30,6 +33,23 @@ class Directory {
  private:
    std::string path_;
 };
+
+// Stops a process, and returns when no thread of it runs any more: what is asked afterwards is not answered before it
+// goes on.
+inline void stop( pid_t pid ) {
+   ASSERT_EQ( kill( pid, SIGSTOP ), 0 );
+   const auto stands = []( const std::filesystem::directory_entry & thread ) {
+      std::ifstream file( thread.path() / "stat" );
+      const std::string text( std::istreambuf_iterator< char >( file ), {} );
+      const auto end = text.rfind( ") " ); // of the name, which may hold anything
+      return end != text.npos && text[ end + 2 ] == 'T';
+   };
+   for ( ;; ) {
+      const std::filesystem::directory_iterator threads( "/proc/" + std::to_string( pid ) + "/task" );
+      if ( std::all_of( begin( threads ), end( threads ), stands ) ) return;
+      std::this_thread::sleep_for( std::chrono::milliseconds( 1 ) );
+   }
+}
 
 // A started program, whose output is read as it comes.
 class Process {
