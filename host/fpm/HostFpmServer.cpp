@@ -168,8 +168,10 @@ void FpmServer::read() {
    }
    pausedSince_ = 0;
    sockets->client.async_read_some( asio::buffer( sockets->stream->room( pieceMost ), pieceMost ),
-                                    [ this, sockets, alive = alive_ ]( const std::error_code & error, size_t size ) {
-                                       if ( !*alive || sockets != sockets_ || !facts_.connected ) return;
+                                    [ this, sockets, alive = alive_,
+                                      losses = facts_.losses ]( const std::error_code & error, size_t size ) {
+                                       // Of a client that was lost: there may be another one.
+                                       if ( !*alive || sockets != sockets_ || losses != facts_.losses ) return;
                                        if ( error )
                                           lose( error == asio::error::eof ? "it closed the connection"
                                                                           : error.message() );
