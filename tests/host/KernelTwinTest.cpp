@@ -269,6 +269,18 @@ TEST_F( KernelTwinTest, routesOfAPrefixInOtherTablesAreNotThoseOfTheMainOne ) {
               << change << ' ' << other;
 }
 
+TEST_F( KernelTwinTest, aDeviceThatTakesAnothersNameIsTheOtherInterfaces ) {
+   plug();
+   run( ip + "link add two type veth peer name three" );
+   start( "vrfs: []\n" );
+   router.change( "add interface {name: Ethernet2, addresses: 10.66.2.1/24}" );
+   twin->deviceIs( intf( "Ethernet2" ), { "two", near } );
+   const U32 index = std::stoul( printed( ip + "-o link show two | cut -d: -f1" ).at( 0 ) );
+   EXPECT_TRUE( comes( [ & ] { return twin->intfAt( near, index ) == intf( "Ethernet2" ); } ) );
+   run( ip + "link set one down name away; " + ip + "link set two down name one" );
+   EXPECT_TRUE( comes( [ & ] { return twin->intfAt( near, index ) == intf( "Ethernet1" ); } ) );
+}
+
 TEST_F( KernelTwinTest, whatAFormerOneWroteIsTakenOverAndWhatIsNotWantedStaysWhileItIsHeld ) {
    plug();
    start( "routes: [{prefix: 10.99.0.0/16, via: 10.66.1.2}, {prefix: 10.98.0.0/16, blackhole: true}]\n" );
