@@ -95,7 +95,7 @@ const char * FpmRoutes::tell( Book & book, const RouteMessage & message, const P
       const auto vrfId = vrfOf( message.table, {} );
       if ( !vrfId ) return "a table of no VRF";
       const auto fecId = book.fecs().acquire( *vrfId, { RouteType::drop(), {} } );
-      const auto * const why = put( book, message, prefix, *vrfId, { fecId, RouteType::drop_ } );
+      const auto * const why = put( book, message, prefix, *vrfId, { fecId, RouteType::drop_, *vrfId } );
       book.fecs().release( fecId );
       return why;
    }
@@ -111,7 +111,7 @@ const char * FpmRoutes::tell( Book & book, const RouteMessage & message, const P
       last_.v6 = isV6< Book >;
       last_.table = message.table;
       last_.vrfId = *vrfId;
-      last_.fec = { book.fecs().acquire( *vrfId, resolved.ways ), resolved.ways.kind.value() };
+      last_.fec = { book.fecs().acquire( *vrfId, resolved.ways ), resolved.ways.kind.value(), *vrfId };
       return put( book, message, prefix, *vrfId, last_.fec );
    }
    const auto at = nextHops_.find( message.nextHopId );
@@ -119,10 +119,9 @@ const char * FpmRoutes::tell( Book & book, const RouteMessage & message, const P
    Fec fec = isV6< Book > ? at->second.fec6 : at->second.fec4;
    if ( fec.id == 0 )
       if ( const auto * const why = fecOf( book, at->second, message.table, fec ) ) return why;
-   const auto inVrf = book.fecs().vrfId( fec.id );
-   const auto vrfId = vrfOf( message.table, fec.kind == RouteType::drop_ ? std::optional< U32 >() : inVrf );
+   const auto vrfId = vrfOf( message.table, fec.kind == RouteType::drop_ ? std::optional< U32 >() : fec.vrfId );
    if ( !vrfId ) return "a table of no VRF";
-   if ( fec.kind == RouteType::forward_ && *vrfId != inVrf ) return "a next hop in another VRF";
+   if ( fec.kind == RouteType::forward_ && *vrfId != fec.vrfId ) return "a next hop in another VRF";
    return put( book, message, prefix, *vrfId, fec );
 }
 
@@ -197,8 +196,8 @@ void FpmRoutes::changed( Book & book, NextHop & nextHop, Fec & fec ) {
    const auto resolved = resolve( nextHop.told, af );
    // What a next hop becomes that leads nowhere any more: its packets are dropped.
    const auto ways = resolved.wrong == nullptr ? resolved.ways : Ways{ RouteType( fec.kind ), {} };
-   const auto vrfId = book.fecs().vrfId( fec.id );
-   if ( fec.kind != RouteType::drop_ && resolved.vrfId.value_or( vrfId ) != vrfId ) {
+   const auto vrfId = resolved.vrfId.value_or( fec.vrfId );
+   if ( fec.kind != RouteType::drop_ && vrfId != fec.vrfId ) {
       // Of its routes, those that are told from here on are in the other VRF. The others keep ways that lead nowhere,
       // until the interfaces are back.
       book.fecs().release( std::exchange( fec, {} ).id );
@@ -209,7 +208,7 @@ void FpmRoutes::changed( Book & book, NextHop & nextHop, Fec & fec ) {
       return;
    }
    // The kind is the routes' own.
-   const Fec other{ book.fecs().own( resolved.vrfId.value_or( vrfId ), ways ), ways.kind.value() };
+   const Fec other{ book.fecs().own( vrfId, ways ), ways.kind.value(), vrfId };
    for ( const auto & [ vrf, prefix ] : book.prefixes( Teller::fpm() ) )
       for ( const auto & offer : book.offers( vrf, prefix ) )
          if ( offer.fecId == fec.id && book.originOf( offer ).teller == Teller::fpm_ )
@@ -225,7 +224,7 @@ const char * FpmRoutes::fecOf( Book & book, NextHop & nextHop, std::optional< U3
    if ( resolved.wrong != nullptr ) return resolved.wrong;
    const auto vrfId = resolved.vrfId ? resolved.vrfId : vrfOf( *table, {} );
    if ( !vrfId ) return "a table of no VRF";
-   fec = { makeFec( book, *vrfId, resolved.ways ), resolved.ways.kind.value() };
+   fec = { makeFec( book, *vrfId, resolved.ways ), resolved.ways.kind.value(), *vrfId };
    ( isV6< Book > ? nextHop.fec6 : nextHop.fec4 ) = fec;
    return nullptr;
 }
@@ -333,10 +332,8 @@ void FpmRoutes::forgetLast() {
 void FpmRoutes::lost() {
    forgetLast();
    for ( const auto & [ id, nextHop ] : nextHops_ ) {
-      if ( nextHop.fec4.id != 0 )
-         former_.push_back( { false, state_.routes4().fecs().vrfId( nextHop.fec4.id ), nextHop.fec4.id } );
-      if ( nextHop.fec6.id != 0 )
-         former_.push_back( { true, state_.routes6().fecs().vrfId( nextHop.fec6.id ), nextHop.fec6.id } );
+      if ( nextHop.fec4.id != 0 ) former_.push_back( { false, nextHop.fec4.vrfId, nextHop.fec4.id } );
+      if ( nextHop.fec6.id != 0 ) former_.push_back( { true, nextHop.fec6.vrfId, nextHop.fec6.id } );
    }
    nextHops_.clear();
    groupsOf_.clear();

@@ -54,6 +54,7 @@ class FpmRoutes {
    struct Fec {
       U64 id = 0; // 0: no route uses it
       Mirel::RouteType::Value kind{};
+      U32 vrfId = 0; // of the interfaces, where it leads to some
    };
    struct NextHop {
       NextHopMessage told{};

@@ -256,6 +256,15 @@ TEST( HostFpm, whatIsToldFollowsAnInterfaceToAnotherVrf ) {
    }
    router.fpm.review();
    EXPECT_EQ( router.routes( "fpm" ), Lines{ "192.0.2.0/24 forward 10.0.2.2%Ethernet2 (fpm)" } );
+   // A table that is met with a route to the interface alone is its VRF's all the same.
+   router.change( "add vrf {name: red, id: 9}" );
+   router.change( "replace interface {name: Ethernet2, addresses: 10.0.2.1/24, vrf: red}" );
+   router.fpm.review();
+   auto attached = Frame().route( RTM_NEWROUTE, "192.0.4.0/24", 4 ).bytes();
+   attached[ 4 + 16 + 4 ] = ofTable[ 4 + 16 + 4 ] = 101;
+   EXPECT_EQ( router.take( Frame().nextHop( 4, "0.0.0.0", 2 ) ), "" );
+   EXPECT_EQ( router.take( attached + ofTable ), "" );
+   EXPECT_TRUE( router.fpm.refusals().empty() );
 }
 
 TEST( HostFpm, malformedBytesEndTheConnectionWithTheReasonAndLoseNothing ) {
