@@ -423,7 +423,13 @@ void KernelRoutes::bringInLine( KernelWrites & writes, Family< P > & family, U32
    const auto prefix = family.fib->refAt( slot ).prefix;
    const auto key = KernelNextHops::keyOf( v6, route.fecId() );
    const auto * const vias = family.fib->fec( route.fecId() );
+   // An address of the router's that has become a prefix of somebody's, or the other way round: of two tables.
+   const auto leave = [ & ]( U8 table ) {
+      if ( prefix.len() == Mirel::PrefixBits< P >::bits && family.written.has( slot ) )
+         addRemoval( writes, prefix, table );
+   };
    if ( isLocal( family, route ) ) {
+      leave( RT_TABLE_MAIN );
       addRoute( writes.batch, RTM_NEWROUTE, NLM_F_CREATE | NLM_F_REPLACE, prefix,
                 bodyOf( RT_TABLE_LOCAL, RTN_LOCAL, RT_SCOPE_HOST ) );
       writes.batch.attr( RTA_OIF, loopbackIndex );
@@ -432,6 +438,7 @@ void KernelRoutes::bringInLine( KernelWrites & writes, Family< P > & family, U32
          family.refused.push_back( slot );
          return;
       }
+      leave( RT_TABLE_LOCAL );
       const auto id = nextHops_.group( writes, key, *vias );
       addRoute( writes.batch, RTM_NEWROUTE, NLM_F_CREATE | NLM_F_REPLACE, prefix,
                 bodyOf( RT_TABLE_MAIN, RTN_UNICAST, RT_SCOPE_UNIVERSE ) );
@@ -447,12 +454,14 @@ void KernelRoutes::bringInLine( KernelWrites & writes, Family< P > & family, U32
 
 template < typename P >
 void KernelRoutes::addRemoval( KernelWrites & writes, const P & prefix ) {
-   constexpr U8 hostLen = Mirel::PrefixBits< P >::bits;
-   addRoute( writes.batch, RTM_DELROUTE, 0, prefix, bodyOf( RT_TABLE_MAIN, RTN_UNSPEC, RT_SCOPE_NOWHERE ) );
-   writes.add( KernelWrite::removal, 0 );
-   if ( prefix.len() != hostLen ) return;
+   addRemoval( writes, prefix, RT_TABLE_MAIN );
    // It may have been an address of the router.
-   addRoute( writes.batch, RTM_DELROUTE, 0, prefix, bodyOf( RT_TABLE_LOCAL, RTN_UNSPEC, RT_SCOPE_NOWHERE ) );
+   if ( prefix.len() == Mirel::PrefixBits< P >::bits ) addRemoval( writes, prefix, RT_TABLE_LOCAL );
+}
+
+template < typename P >
+void KernelRoutes::addRemoval( KernelWrites & writes, const P & prefix, U8 table ) {
+   addRoute( writes.batch, RTM_DELROUTE, 0, prefix, bodyOf( table, RTN_UNSPEC, RT_SCOPE_NOWHERE ) );
    writes.add( KernelWrite::removal, 0 );
 }
 

@@ -113,6 +113,8 @@ class KernelRoutes : public Gant::StateMachine {
    template < typename P >
    void addRemoval( KernelWrites & writes, const P & prefix );
    template < typename P >
+   void addRemoval( KernelWrites & writes, const P & prefix, U8 table );
+   template < typename P >
    bool isLocal( const Family< P > & family, const Mirel::Route & route ) const;
    bool isWanted( const Mirel::Route & route ) const;
    void handleAnswer( const std::vector< KernelWrite > & about, const NetlinkRefusals & refusals );

@@ -243,6 +243,14 @@ TEST_F( KernelTwinTest, theKernelHasTheRoutesThatItCanUse ) {
    // Somebody else's blackhole is the router's route too, and so the blackhole's FEC is still there.
    EXPECT_EQ( router.routes( "kernel" ), Lines{ "10.56.0.0/16 drop (kernel)" } );
    EXPECT_EQ( printed( ip + "nexthop show proto 86 | grep -c -v group" ), Lines{ "4" } );
+   // An address of the router's becomes a route's prefix, and comes back.
+   const std::string local =
+        "{ " + ip + "route show table local proto 86; " + ip + "route show 192.0.2.1 proto 86 | grep -o via; }";
+   router.change( "add route {prefix: 192.0.2.1/32, via: 10.66.1.2}" );
+   router.change( "del interface {name: Loopback0}" );
+   expectPrinted( local, { "via" } );
+   router.change( "add interface {name: Loopback0, addresses: 192.0.2.1}" );
+   expectPrinted( local, { "local 192.0.2.1 dev lo scope host metric 86" } );
    twin->routesWrittenIs( false );
    expectPrinted( routes, {} );
    expectPrinted( ip + "route show table local proto 86", { "local 192.0.2.1 dev lo scope host metric 86" } );
