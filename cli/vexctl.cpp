@@ -340,6 +340,9 @@ class Program {
          words.push_back( known->get_name() );
       const auto rest = app_.remaining( true );
       if ( words.empty() || rest.empty() ) return {};
+      // It is known, and would stand behind another word.
+      if ( std::ranges::count( words, rest.front() ) != 0 )
+         return ": before \"" + rest.front() + "\" comes what it is about";
       return ": \"" + rest.front() + "\"" + Runtime::didYouMean( rest.front(), words );
    }
 

@@ -80,6 +80,12 @@ Gant::String wrongTunnel( const Interface::TunnelIntfStatus & tunnel ) {
    return {};
 }
 
+// What comes in could be either's.
+bool sameGreEnds( const Interface::TunnelIntfStatus & a, const Interface::TunnelIntfStatus & b ) {
+   return a.mode() == b.mode() && a.srcAddr() == b.srcAddr() && a.dstAddr() == b.dstAddr() && a.key() == b.key() &&
+          a.underlayVrf() == b.underlayVrf();
+}
+
 // Of the fact by itself: what is wrong whatever the router holds.
 Gant::String wrongValue( const IntfFact & fact ) {
    if ( fact.mtu && *fact.mtu < mtuMin ) return Gant::format( "MTU %u is under %u", *fact.mtu, mtuMin );
@@ -108,6 +114,10 @@ Gant::String IntfBook::wrong( const IntfFact & fact ) const {
       if ( const auto overlap = subnets_.overlap( vrfId( fact ), subnetOf( address ), fact.intfId ) )
          return "address " + address.stringValue() + " overlaps with " + overlap->subnet.stringValue() + " of " +
                 overlap->intfId.stringValue();
+   if ( fact.tunnel && fact.tunnel->mode() == Interface::TunnelMode::gre_ )
+      for ( const auto & [ intfId, told ] : intfs_ )
+         if ( intfId != fact.intfId && told.fact.tunnel && sameGreEnds( *told.fact.tunnel, *fact.tunnel ) )
+            return "its mode, ends and key are those of " + intfId.stringValue();
    return wrongPort( fact );
 }
 

@@ -272,7 +272,8 @@ void FateModel::tunnelled( const IntfFact & tunnel, Way & way ) const {
    const auto ref = underlay ? fib.match( *underlay, tunnel.tunnel->dstAddr() ) : std::nullopt;
    const auto * const vias = ref ? fib.fec( fib.routeAt( ref->slot ).fecId() ) : nullptr;
    const auto type = ref ? fib.routeAt( ref->slot ).routeType() : Type();
-   if ( vias == nullptr || type != Type::forward_ ) return way.end( {} );
+   // Attached: the other end is on a link, and nobody may know it there.
+   if ( vias == nullptr || ( type != Type::forward_ && type != Type::attached_ ) ) return way.end( {} );
    bool any = false;
    for ( const auto & via : *vias ) {
       const auto * const by = intf( via.intfId() );
@@ -284,7 +285,8 @@ void FateModel::tunnelled( const IntfFact & tunnel, Way & way ) const {
       if ( !outer )
          way.end( {} );
       else
-         toNeighbor( via.intfId(), via.hop(), { *outer, {}, {}, way.met }, way );
+         toNeighbor( via.intfId(), type == Type::forward_ ? via.hop() : tunnel.tunnel->dstAddr(),
+                     { *outer, {}, {}, way.met }, way );
    }
    if ( !any ) way.end( {} );
 }

@@ -49,8 +49,8 @@ std::shared_ptr< grpc::Channel > transportChannel( const Peer & peer ) {
    // A new session must not inherit the connection, or the back-off, of the one that was lost.
    arguments.SetInt( GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1 );
    arguments.SetInt( GRPC_ARG_ENABLE_HTTP_PROXY, 0 );
-   // Of a connection that gRPC 1.51 makes itself, and whose channel is let go before the peer's first words, the socket
-   // is never closed once these come. One that is made here goes with its channel.
+   // gRPC 1.51 forgets a connection of its own making, and never closes it, when the peer's first words come as the
+   // channel is let go. One that is made here goes with its channel.
    if ( const int fd = connectedSocket( peer.address ); fd >= 0 ) {
       arguments.SetString( GRPC_ARG_DEFAULT_AUTHORITY, "localhost" );
       return grpc::CreateCustomInsecureChannelFromFd( peer.address, fd, arguments );

@@ -71,6 +71,11 @@ TEST_F( Packets, goWhereTheStateSaysAndWhatNoneMeetsIsListed ) {
    EXPECT_EQ( notMet,
               ( Lines{ "route 60.0.0.0/31: longer prefixes cover it",
                        "access-list web, sequence 30, out on Ethernet2: sequence 20 matches all that it would" } ) );
+   // One whose other end is on a link, where nobody knows it.
+   router_.change( Host::ChangeOp::add, "tunnel",
+                   "{name: Tunnel3, addresses: 10.255.3.1/30, source: 10.0.2.1, destination: 10.0.2.9}" );
+   EXPECT_EQ( differences(), Lines() );
+   EXPECT_EQ( answer_.end[ "compared" ][ "packets of tunnels" ], 4 );
 }
 
 TEST_F( Packets, nameARouteAndANeighborThatLeadElsewhere ) {

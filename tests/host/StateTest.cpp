@@ -145,6 +145,8 @@ TEST( HostState, everyRefusalNamesItsObjectAndChangesNothing ) {
         { "del interface {name: Ethernet9}", "interface Ethernet9 does not exist" },
         { "add tunnel {name: Tunnel2, source: 10.0.1.1, destination: 10.0.1.1}",
           "interface Tunnel2: source and destination are both 10.0.1.1" },
+        { "add tunnel {name: Tunnel2, source: 10.0.1.1, destination: 198.51.100.1, underlay: red}",
+          "interface Tunnel2: its mode, ends and key are those of Tunnel1" },
         { "add tunnel {name: Tunnel2, source: 10.0.1.1, destination: '2001:db8::1'}",
           "tunnel: destination 2001:db8::1 is IPv6, and has to be IPv4" },
         { "add tunnel {name: Tunnel2, source: 10.0.1.1, destination: 10.9.9.9, underlay: blue}",
