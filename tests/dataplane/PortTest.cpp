@@ -9,7 +9,10 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <set>
 #include <thread>
 
@@ -203,6 +206,41 @@ TEST_P( Wired, aTcpdumpReadsThePacketsOfAGateFromItsFifoUntilItGoes ) {
    plane.engine.apply( hook, response );
    EXPECT_EQ( response.error().errmsg(), "" );
    EXPECT_EQ( read( reader.fd(), bytes.data(), bytes.size() ), 0 );
+
+   // One that goes while nothing flows ends its hook, too.
+   hook.set_enable( true );
+   plane.engine.apply( hook, response );
+   reader = Descriptor( open( path.c_str(), O_RDONLY | O_CLOEXEC ) );
+   reader = Descriptor();
+   const auto hooked = [ & ] {
+      bess::pb::ListGateHooksResponse hooks;
+      plane.engine.list( hooks );
+      return std::ranges::count( hooks.hooks(), "TcpDump", &bess::pb::GateHookInfo::class_name ) != 0;
+   };
+   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( 20 );
+   while ( hooked() && std::chrono::steady_clock::now() < end ) std::this_thread::yield();
+   EXPECT_FALSE( hooked() );
+}
+
+TEST_P( Wired, aFilterThatIsLongInTheMakingHoldsUpNobody ) {
+   vex::pb::CaptureRequest request;
+   for ( unsigned i = 0; i < 150; ++i ) request.mutable_filter()->append( fmt::format( "host 10.0.0.{} or ", i ) );
+   request.mutable_filter()->append( "(port 240 or tcp) and not port 125" );
+   const auto began = std::chrono::steady_clock::now();
+   auto capturing = std::async( std::launch::async, [ & ] {
+      vex::pb::CaptureReply reply;
+      plane.engine.capture( request, reply );
+      return reply.error().errmsg();
+   } );
+   auto longest = std::chrono::steady_clock::duration::zero();
+   while ( capturing.wait_for( std::chrono::seconds( 0 ) ) != std::future_status::ready ) {
+      const auto asked = std::chrono::steady_clock::now();
+      bess::pb::ListModulesResponse modules;
+      plane.engine.list( modules );
+      longest = std::max( longest, std::chrono::steady_clock::now() - asked );
+   }
+   EXPECT_EQ( capturing.get(), "" );
+   EXPECT_LT( longest, ( std::chrono::steady_clock::now() - began ) / 2 );
 }
 
 TEST_P( Wired, eachPacketSeesWhatWasBeforeAChangeOrWhatIsAfterIt ) {
