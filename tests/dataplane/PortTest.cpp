@@ -1,5 +1,6 @@
 #include "DpDescriptor.h"
 #include "DpEthernet.h"
+#include "DpPmdDevice.h"
 #include "DpTestSupport.h"
 #include "DpTracePacket.h"
 #include "Process.h"
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <future>
 #include <set>
 #include <thread>
@@ -337,6 +339,35 @@ TEST( Workers, eachHasItsQueuesUntilItGoesAndTheLastStaysWithThePorts ) {
    added.set_wid( 0 );
    EXPECT_TRUE( plane.engine.addWorker( added ).ok() );
    EXPECT_EQ( workers(), "0 true 2;1 false 1;" );
+}
+
+TEST( Ports, aFrameInSeveralBuffersIsOnePacketAndOneThatIsTooLongIsCounted ) {
+   ::Test::Directory directory;
+   const auto path = directory.path( "in.pcap" );
+   std::ofstream file( path );
+   const auto words = [ &file ]( std::initializer_list< std::uint32_t > all ) {
+      for ( const auto word : all ) file.write( reinterpret_cast< const char * >( &word ), sizeof word );
+   };
+   words( { 0xa1b2c3d4, 2 | 4 << 16, 0, 0, 65535, 1 } );
+   for ( const std::uint32_t size : { 100u, 3000u, 60000u } ) {
+      words( { 0, 0, size, size } );
+      file << std::string( size - 1, 'a' ) << 'z';
+   }
+   file.close();
+   Eal eal( { .memory = 64, .words = {}, .buffers = 512 } );
+   bess::pb::PMDPortArg arg;
+   arg.set_vdev( "net_pcap0,rx_pcap=" + path );
+   std::unique_ptr< Device > device;
+   const auto made = PmdDevice::make( eal, arg, {}, device );
+   ASSERT_TRUE( made.ok() ) << made.refusal().reason;
+   std::vector< Packet > burst;
+   device->receive( 0, burst );
+   ASSERT_EQ( burst.size(), 2u );
+   EXPECT_EQ( burst[ 0 ].size(), 100u );
+   ASSERT_EQ( burst[ 1 ].size(), 3000u );
+   EXPECT_EQ( burst[ 1 ].data()[ 2999 ], 'z' );
+   EXPECT_EQ( device->stats().in.packets, 2u );
+   EXPECT_EQ( device->stats().in.dropped, 1u );
 }
 
 TEST( Beside, theOlderGraphGoesAtOnceWhereBothTakeTooMuch ) {
