@@ -41,15 +41,18 @@ void Engine::reset() {
    const std::lock_guard< std::mutex > lock( mutex_ );
    PortTable::Ports ended;
    GateHooks::Ended writers;
-   const Pause pause( *this );
-   ended = takePorts();
-   hooks_.clear( captures_, writers );
-   watch();
-   workers_.goOn();
-   graphs_.clear();
-   counters_.clear();
-   counting_ = true;
-   tellWay();
+   {
+      const Pause pause( *this );
+      ended = takePorts();
+      hooks_.clear( captures_, writers );
+      watch();
+      workers_.goOn();
+      graphs_.clear();
+      counters_.clear();
+      counting_ = true;
+      tellWay();
+   }
+   workers_.awaitAwake();
    lastBatch_ = 0;
    early_.clear();
 }
@@ -198,9 +201,12 @@ void Engine::apply( const bess::pb::CreatePortRequest & request, bess::pb::Creat
 void Engine::apply( const bess::pb::DestroyPortRequest & request, bess::pb::EmptyResponse & response ) {
    const std::lock_guard< std::mutex > lock( mutex_ );
    PortTable::Port ended;
-   const Pause pause( *this );
-   report( { request.name(), {}, "DestroyPort" }, ports_.take( request.name(), ended ), response );
-   workers_.portsChanged();
+   {
+      const Pause pause( *this );
+      report( { request.name(), {}, "DestroyPort" }, ports_.take( request.name(), ended ), response );
+      workers_.portsChanged();
+   }
+   workers_.awaitAwake();
 }
 
 void Engine::apply( const bess::pb::SetPortConfRequest & request, bess::pb::CommandResponse & response ) {
@@ -213,8 +219,11 @@ void Engine::apply( const bess::pb::SetPortConfRequest & request, bess::pb::Comm
 void Engine::resetPorts() {
    const std::lock_guard< std::mutex > lock( mutex_ );
    PortTable::Ports ended;
-   const Pause pause( *this );
-   ended = takePorts();
+   {
+      const Pause pause( *this );
+      ended = takePorts();
+   }
+   workers_.awaitAwake();
 }
 
 void Engine::list( bess::pb::ListPortsResponse & response ) const {
