@@ -50,6 +50,8 @@ endforeach()
 
 target_include_directories(VexL3Agent INTERFACE $<INSTALL_INTERFACE:${VEXL3_INCLUDEDIR}>)
 target_compile_features(VexL3Agent INTERFACE cxx_std_20)
+# As vexl3agent.pc has it.
+target_compile_options(VexL3Agent INTERFACE $<INSTALL_INTERFACE:-fno-sanitize=vptr>)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/VexL3Agent)
 install(EXPORT VexL3Agent NAMESPACE VexL3Agent:: FILE VexL3AgentTargets.cmake DESTINATION ${package_dir})
 configure_package_config_file(cmake/VexL3AgentConfig.cmake.in ${CMAKE_BINARY_DIR}/VexL3AgentConfig.cmake

@@ -74,10 +74,10 @@ std::size_t RuleSearch::first( const std::vector< Rule > & rules, const RuleKey 
    key.bytes( bytes );
    const auto * bits = possible_.data();
    for ( std::size_t at = 0; at < rules.size(); at += kRulesAtOnce, bits += digits_.size() * kValues ) {
-      const auto left = candidates( bits, bytes );
+      // As words: g++ 12 reads a vector by a variable subscript wrong when it looks for undefined behaviour.
+      const auto left = std::bit_cast< std::array< std::uint64_t, kWords > >( candidates( bits, bytes ) );
       for ( std::size_t word = 0; word < kWords; ++word )
-         for ( auto some = ( word < kWords / 2 ? left.low : left.high )[ word % ( kWords / 2 ) ]; some != 0;
-               some &= some - 1 ) {
+         for ( auto some = left[ word ]; some != 0; some &= some - 1 ) {
             const auto i = at + word * 64 + std::size_t( std::countr_zero( some ) );
             if ( rules[ i ].matches( key ) ) return i;
          }

@@ -34,18 +34,28 @@ Trap::Trap( Identity identity, const bess::pb::EmptyArg & ) :
 
 Outcome Trap::applyPolicy( const PolicyApplyArg & arg ) { return policy_.bind( graph(), RuleTarget::cpu, arg ); }
 
-std::optional< GateId > Trap::tunnelGate( const Ipv4Header & header, Packet & packet ) const {
+Trap::Ends Trap::ends() const { return { graph().shared< TunnelIngress >(), graph().shared< IpsecManagement >() }; }
+
+bool Trap::isGreEnd( const Ipv4Header & header, const Packet & packet, Ends & ends ) {
+   if ( ends.tunnels == nullptr ) return false;
+   const std::array gre{ packet.meta.vrf, header.dst().value, header.src().value };
+   if ( ends.gre == gre ) return true;
+   if ( !ends.tunnels->greEnd( packet.meta.vrf, header.dst(), header.src() ) ) return false;
+   ends.gre = gre;
+   return true;
+}
+
+std::optional< GateId > Trap::tunnelGate( const Ipv4Header & header, Packet & packet, Ends & ends ) const {
    const auto & meta = packet.meta;
    const auto proto = header.proto();
    if ( meta.forKernel || meta.own || ( proto != kProtoGre && proto != kProtoEsp && proto != kProtoUdp ) )
       return std::nullopt;
    GateId gate = kToIpsec;
    if ( proto == kProtoGre ) {
-      const auto * tunnels = graph().shared< TunnelIngress >();
-      if ( tunnels == nullptr || !tunnels->greEnd( meta.vrf, header.dst(), header.src() ) ) return std::nullopt;
+      if ( !isGreEnd( header, packet, ends ) ) return std::nullopt;
       gate = kToTunnels;
    } else {
-      const auto * management = graph().shared< IpsecManagement >();
+      const auto * const management = ends.management;
       if ( management == nullptr ) return std::nullopt;
       const auto id = proto == kProtoUdp && management->hasUdp() ? EspId::of( packet ) : std::nullopt;
       const bool known = proto == kProtoEsp    ? management->bareEnd( header.src(), header.dst() )
@@ -70,13 +80,23 @@ bool Trap::makeWhole( Reassembly & reassembly, Packet & packet, Context & contex
 }
 
 Fate Trap::process( Packet & packet, Context & context ) {
+   auto now = ends();
+   return process( packet, context, now );
+}
+
+void Trap::processAll( Packets packets, Context & context ) {
+   auto now = ends();
+   context.each( packets, [ & ]( Packet & packet ) { return process( packet, context, now ); } );
+}
+
+Fate Trap::process( Packet & packet, Context & context, Ends & ends ) {
    packet.meta.trafficClass = 0;
    if ( auto header = packet.meta.ethernet ? std::nullopt : Ipv4Header::of( packet ) ) {
-      auto gate = tunnelGate( *header, packet );
+      auto gate = tunnelGate( *header, packet, ends );
       if ( auto * const used = gate && header->isFragment() ? reassembly() : nullptr ) {
          if ( !makeWhole( *used, packet, context ) ) return context.deliver( "a fragment, which waits for the others" );
          header = Ipv4Header::of( packet );
-         gate = tunnelGate( *header, packet );
+         gate = tunnelGate( *header, packet, ends );
       }
       if ( gate && !header->isFragment() ) {
          context.note( "to the end of a tunnel" );
@@ -98,8 +118,6 @@ Fate Trap::process( Packet & packet, Context & context ) {
    }
    return context.deliver();
 }
-
-void Trap::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
 
 bool Trap::mayGoUp( const Packet & packet, const Context & context ) {
    const auto type = packet.meta.etherType;

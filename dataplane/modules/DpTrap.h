@@ -26,7 +26,9 @@
 
 namespace Vexdp {
 
+class IpsecManagement;
 class Reassembly;
+class TunnelIngress;
 struct UsedReassembly;
 
 class Trap : public Module {
@@ -48,8 +50,17 @@ class Trap : public Module {
    std::string desc() const override;
 
  private:
+   // The ends of tunnels, found once for the packets of a burst, which mostly have come by one.
+   struct Ends {
+      const TunnelIngress * tunnels;                         // null: there are none
+      const IpsecManagement * management;                    // likewise
+      std::optional< std::array< std::uint32_t, 3 > > gre{}; // VRF, here and there: a tunnel's, as was found
+   };
+   Ends ends() const;
+   Fate process( Packet & packet, Context & context, Ends & ends );
    // The gate to a tunnel's end; nothing for what no tunnel has brought.
-   std::optional< GateId > tunnelGate( const Ipv4Header & header, Packet & packet ) const;
+   std::optional< GateId > tunnelGate( const Ipv4Header & header, Packet & packet, Ends & ends ) const;
+   static bool isGreEnd( const Ipv4Header & header, const Packet & packet, Ends & ends );
    // The packet is whole, or put together; false: it waits for its rest.
    static bool makeWhole( Reassembly & reassembly, Packet & packet, Context & context );
    // Null: fragments go up as they are.

@@ -97,6 +97,16 @@ Outcome TunnelIngress::delTunnel( const TunnelEndArg & arg ) {
 }
 
 Fate TunnelIngress::process( Packet & packet, Context & context ) {
+   Found found;
+   return process( packet, context, found );
+}
+
+void TunnelIngress::processAll( Packets packets, Context & context ) {
+   Found found;
+   context.each( packets, [ & ]( Packet & packet ) { return process( packet, context, found ); } );
+}
+
+Fate TunnelIngress::process( Packet & packet, Context & context, Found & found ) {
    const auto header = Ipv4Header::of( packet );
    if ( !header ) return context.drop( kNoCounter, "not an IPv4 packet" );
    const auto encapId = packet.meta.encapId;
@@ -105,18 +115,25 @@ Fate TunnelIngress::process( Packet & packet, Context & context ) {
       if ( at != bare_.end() ) return enter( at->second, packet, context );
    }
    if ( header->proto() != kProtoGre || header->isFragment() ) return noTunnel( packet, context );
-   return openGre( *header, packet, context );
+   return openGre( *header, packet, context, found );
 }
 
-void TunnelIngress::processAll( Packets packets, Context & context ) { context.each( packets, *this ); }
+const GateId * TunnelIngress::gateOf( const GreEnd & end, Found & found ) const {
+   if ( found.gate != nullptr && found.end == end ) return found.gate;
+   const auto at = gre_.find( end );
+   if ( at == gre_.end() ) return nullptr;
+   found = { end, &at->second };
+   return found.gate;
+}
 
-Fate TunnelIngress::openGre( const Ipv4Header & outer, Packet & packet, Context & context ) {
+Fate TunnelIngress::openGre( const Ipv4Header & outer, Packet & packet, Context & context, Found & found ) {
    const auto bytes = packet.span().subspan( outer.headerLen() );
    const auto gre = Gre::of( bytes );
    if ( !gre ) return context.drop( kNoCounter, "GRE of {} bytes", bytes.size() );
-   const auto at = gre_.find( { packet.meta.vrf, outer.dst(), outer.src(), gre->key, packet.meta.encapId } );
+   const auto * const gate =
+        gateOf( { packet.meta.vrf, outer.dst(), outer.src(), gre->key, packet.meta.encapId }, found );
    const auto flags = get16( bytes.data() );
-   if ( at == gre_.end() || ( flags & kGreVersion ) != 0 ) return noTunnel( packet, context );
+   if ( gate == nullptr || ( flags & kGreVersion ) != 0 ) return noTunnel( packet, context );
    if ( flags & kGreRefused ) return context.drop( kNoCounter, "GRE flags {:#06x}", flags );
    if ( flags & kGreChecksum && onesSum( bytes ) != 0xffff ) return context.drop( kNoCounter, "a bad GRE checksum" );
    const bool ipv4 = get16( bytes.data() + 2 ) == kEtherTypeIpv4;
@@ -126,7 +143,7 @@ Fate TunnelIngress::openGre( const Ipv4Header & outer, Packet & packet, Context 
    packet.pull( outer.headerLen() + gre->len );
    if ( auto inner = ipv4 ? Ipv4Header::of( packet ) : std::nullopt; inner && !takeOuterEcn( *inner, outerTos ) )
       return context.drop( kNoCounter, "congestion on the way of what has no ECN" );
-   return enter( at->second, packet, context );
+   return enter( *gate, packet, context );
 }
 
 Fate TunnelIngress::noTunnel( Packet & packet, Context & context ) {

@@ -55,13 +55,24 @@ class TunnelIngress : public Module {
       friend bool operator==( const GreEnd &, const GreEnd & ) = default;
       template < class H >
       friend H AbslHashValue( H state, const GreEnd & end ) {
-         return H::combine( std::move( state ), end.vrf, end.local.value, end.remote.value, end.key, end.encapId );
+         const auto both = []( std::uint64_t high, std::uint32_t low ) { return high << 32 | low; };
+         return H::combine( std::move( state ), both( end.local.value, end.remote.value ), both( end.vrf, end.encapId ),
+                            end.key );
       }
    };
    using BareEnd = std::pair< std::uint32_t, std::uint32_t >; // VRF, connection
 
+   // The tunnel that was found last: packets of one burst mostly are of one.
+   struct Found {
+      GreEnd end;
+      const GateId * gate = nullptr;
+   };
+
    static GreEnd greEndOf( const vex::pb::TunnelEndArg & arg );
-   Fate openGre( const Ipv4Header & outer, Packet & packet, Context & context );
+   Fate process( Packet & packet, Context & context, Found & found );
+   Fate openGre( const Ipv4Header & outer, Packet & packet, Context & context, Found & found );
+   // Null: there is none.
+   const GateId * gateOf( const GreEnd & end, Found & found ) const;
    // Neither for a tunnel nor for the router when an association has opened it.
    static Fate noTunnel( Packet & packet, Context & context );
    static Fate enter( GateId gate, Packet & packet, Context & context );

@@ -119,6 +119,8 @@ std::string DataPlane::start() {
    posix_spawn_file_actions_t actions;
    posix_spawn_file_actions_init( &actions );
    posix_spawn_file_actions_adddup2( &actions, ends[ 1 ], STDERR_FILENO );
+   // Not every library sets O_CLOEXEC: a client's connection would stay open for as long as the data plane lives.
+   posix_spawn_file_actions_addclosefrom_np( &actions, STDERR_FILENO + 1 );
    const int error = posix_spawnp( &pid_, program_.c_str(), &actions, nullptr, argv.data(), environ );
    posix_spawn_file_actions_destroy( &actions );
    close( ends[ 1 ] );

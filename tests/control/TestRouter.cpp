@@ -10,23 +10,12 @@
 #include "VexCounterDb.h"
 #include "VexManagementSm.h"
 
-#include <chrono>
-#include <thread>
-
 namespace Test {
 
 DataPlane::DataPlane( const Directory & directory ) :
      Process( VEXDP_PROGRAM, { "--die-with-parent", std::to_string( getpid() ), "--log-level", "off", "--listen",
                                "unix:" + directory.path( "dataplane" ), "--counters", directory.path( "counters" ) } ),
      address( "unix:" + directory.path( "dataplane" ) ) {}
-
-void runUntil( const std::function< bool() > & isSo ) {
-   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( 30 );
-   while ( !isSo() ) {
-      if ( std::chrono::steady_clock::now() > end ) throw std::runtime_error( "what was waited for has not come" );
-      if ( Gant::activityManager()->poll() == 0 ) std::this_thread::yield();
-   }
-}
 
 TestRouter::TestRouter() : dataPlane_( std::make_unique< DataPlane >( directory_ ) ) {
    mount();

@@ -6,12 +6,12 @@
 #include "Process.h"
 #include "QuorlEntityManager.h"
 #include "RouterFacts.h"
+#include "Steps.h"
 #include "VexCommonSmData.h"
 #include "VexGrpcChannel.h"
 #include "VexL3AgentSm.h"
 #include "VexL3Mounts.h"
 
-#include <functional>
 #include <memory>
 
 namespace Test {
@@ -20,9 +20,6 @@ struct DataPlane : Process {
    explicit DataPlane( const Directory & directory );
    const std::string address;
 };
-
-// Runs the loop until it is so. A test in which that never comes fails here.
-void runUntil( const std::function< bool() > & isSo );
 
 class TestRouter : public Host::DaemonControl, public RouterFacts {
  public:

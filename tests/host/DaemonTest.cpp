@@ -1,6 +1,7 @@
 // The daemon as its supervisor and its user see it: exit codes, what it says, and what becomes of its data plane.
 #include "DaemonProcess.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -15,6 +16,14 @@ pid_t childOf( const Process & daemon ) {
    pid_t child = 0;
    EXPECT_TRUE( children >> child );
    return child != 0 ? child : std::numeric_limits< pid_t >::max();
+}
+
+int connected( const std::string & path ) {
+   const int client = socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 );
+   sockaddr_un address{ AF_UNIX, {} };
+   path.copy( address.sun_path, sizeof( address.sun_path ) - 1 );
+   EXPECT_EQ( connect( client, reinterpret_cast< sockaddr * >( &address ), sizeof( address ) ), 0 );
+   return client;
 }
 
 TEST_F( Vexl3d, checksItsSourcesAndSaysWhatIsWrong ) {
@@ -97,12 +106,7 @@ TEST_F( Vexl3d, keepsDescriptorsForItselfAndTellsTheClientsThatHaveNone ) {
    Process daemon( "/bin/sh", { "-c", line }, runtime() );
    ASSERT_TRUE( daemon.says( fed ) );
    std::vector< int > clients;
-   sockaddr_un address{ AF_UNIX, {} };
-   path( "vexl3d.sock" ).copy( address.sun_path, sizeof( address.sun_path ) - 1 );
-   for ( int client = 0; client < 63; ++client ) {
-      clients.push_back( socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 ) );
-      ASSERT_EQ( connect( clients.back(), reinterpret_cast< sockaddr * >( &address ), sizeof( address ) ), 0 );
-   }
+   for ( int client = 0; client < 63; ++client ) clients.push_back( connected( path( "vexl3d.sock" ) ) );
    std::string told;
    EXPECT_TRUE( Process::readInto( clients.front(), told ) );
    EXPECT_NE( told.find( "too many clients" ), told.npos );
@@ -111,6 +115,21 @@ TEST_F( Vexl3d, keepsDescriptorsForItselfAndTellsTheClientsThatHaveNone ) {
    ASSERT_TRUE( daemon.says( "clients are turned away" ) );
    ASSERT_TRUE( daemon.says( fed ) );
    for ( const int client : clients ) close( client );
+}
+
+TEST_F( Vexl3d, aDataPlaneThatComesAnewHoldsNoClientsConnectionOpen ) {
+   Process daemon( VEXL3D_PROGRAM, arguments( {} ), runtime() );
+   ASSERT_TRUE( daemon.says( fed ) );
+   const int client = connected( path( "vexl3d.sock" ) );
+   kill( childOf( daemon ), SIGKILL );
+   ASSERT_TRUE( daemon.says( "no data plane: " ) );
+   ASSERT_TRUE( daemon.says( fed ) );
+   shutdown( client, SHUT_WR );
+   pollfd end{ client, POLLIN, 0 };
+   EXPECT_EQ( poll( &end, 1, 30000 ), 1 );
+   char byte;
+   EXPECT_EQ( recv( client, &byte, 1, MSG_DONTWAIT ), 0 );
+   close( client );
 }
 
 TEST_F( Vexl3d, feedsWhateverDataPlaneComesAndAppliesReloads ) {
