@@ -24,6 +24,8 @@ class Device : public Outlet {
    static constexpr std::size_t kBurst = 32;
    static constexpr std::uint32_t kMinMtu = 68; // RFC 791
    static constexpr std::uint32_t kMaxMtu = 9216;
+   // Of what comes in, with all that may be around a packet. Longer ones are dropped, never cut.
+   static constexpr std::size_t kMostBytes = kMaxMtu + 64;
 
    struct Stat {
       std::uint64_t packets = 0;

@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -93,7 +94,20 @@ std::vector< Eal::Pool > Eal::pools() const {
    return pools;
 }
 
+namespace {
+Packet joined( rte_mbuf * mbuf ) {
+   Packet packet( mbuf->pkt_len );
+   auto * at = packet.data();
+   for ( const auto * segment = mbuf; segment != nullptr; segment = segment->next )
+      at = std::copy_n( rte_pktmbuf_mtod( segment, const std::uint8_t * ), segment->data_len, at );
+   rte_pktmbuf_free( mbuf );
+   return packet;
+}
+
+} // namespace
+
 Packet Eal::packetOf( rte_mbuf * mbuf ) {
+   if ( mbuf->nb_segs > 1 ) return joined( mbuf );
    auto * const begin = static_cast< std::uint8_t * >( mbuf->buf_addr );
    return {
         { begin, begin + mbuf->buf_len, mbuf, freeMbuf }, rte_pktmbuf_mtod( mbuf, std::uint8_t * ), mbuf->data_len };

@@ -211,7 +211,14 @@ void PmdDevice::receive( unsigned queue, std::vector< Packet > & burst ) {
    std::array< rte_mbuf *, kBurst > mbufs;
    const auto count = rte_eth_rx_burst( id_, std::uint16_t( queue ), mbufs.data(), kBurst );
    if ( !up_ ) return rte_pktmbuf_free_bulk( mbufs.data(), count );
-   for ( unsigned i = 0; i < count; ++i ) burst.push_back( Eal::packetOf( mbufs[ i ] ) );
+   for ( unsigned i = 0; i < count; ++i ) {
+      if ( mbufs[ i ]->pkt_len <= kMostBytes ) {
+         burst.push_back( Eal::packetOf( mbufs[ i ] ) );
+      } else {
+         ++tooLong_[ queue ];
+         rte_pktmbuf_free( mbufs[ i ] );
+      }
+   }
 }
 
 void PmdDevice::send( Packet && packet, unsigned worker ) {
@@ -247,9 +254,11 @@ Device::Stats PmdDevice::stats() const {
       socklen_t length = sizeof ring;
       if ( getsockopt( socket, SOL_PACKET, PACKET_STATISTICS, &ring, &length ) == 0 ) ringDropped_ += ring.tp_drops;
    }
-   std::uint64_t outDropped = 0;
+   std::uint64_t tooLong = 0, outDropped = 0;
+   for ( unsigned queue = 0; queue < queues(); ++queue ) tooLong += tooLong_[ queue ];
    for ( unsigned worker = 0; worker < workers(); ++worker ) outDropped += outs_[ worker ].dropped;
-   return { { stats.ipackets, stats.imissed + stats.rx_nombuf + stats.ierrors + ringDropped_, stats.ibytes },
+   return { { stats.ipackets - tooLong, stats.imissed + stats.rx_nombuf + stats.ierrors + ringDropped_ + tooLong,
+              stats.ibytes },
             { stats.opackets, stats.oerrors + outDropped, stats.obytes } };
 }
 

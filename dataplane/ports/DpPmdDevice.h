@@ -49,7 +49,7 @@ class PmdDevice final : public Device {
 
    PmdDevice( std::uint16_t id, std::string dev, bool ours, rte_mempool * pool, const Queues & queues ) :
         Device( queues.workers, queues.in ), id_( id ), dev_( std::move( dev ) ), ours_( ours ), pool_( pool ),
-        outs_( queues.workers ), outLocks_( queues.workers ) {}
+        tooLong_( queues.in ), outs_( queues.workers ), outLocks_( queues.workers ) {}
    Outcome begin( const Queues & queues, unsigned frameLen );
    Outcome beginQueues( const Queues & queues );
    Outcome standOn( std::vector< int > sockets );
@@ -62,7 +62,8 @@ class PmdDevice final : public Device {
    rte_mempool * const pool_;
    std::string kernelDevice_; // it stands on; empty: none
    unsigned kernelIndex_ = 0;
-   std::vector< int > sockets_; // the driver's, by queue
+   std::vector< int > sockets_;         // the driver's, by queue
+   PerWorker< std::uint64_t > tooLong_; // frames, by receive queue
    PerWorker< Out > outs_;
    std::uint16_t outQueues_ = 1;
    PerWorker< std::mutex > outLocks_;      // by queue, where there are fewer than workers

@@ -19,8 +19,6 @@ namespace Vexdp {
 
 namespace {
 
-constexpr std::size_t kMostBytes = Device::kMaxMtu + 64;
-
 Outcome failed( const std::string & what ) {
    const int error = errno;
    return refuse( error, "{}: {}", what, std::strerror( error ) );
@@ -93,10 +91,14 @@ Outcome TapDevice::addressIs( const std::string & address ) {
 }
 
 void TapDevice::receive( unsigned, std::vector< Packet > & burst ) {
-   std::array< std::uint8_t, kMostBytes > bytes;
+   std::array< std::uint8_t, kMostBytes + 1 > bytes; // the kernel doesn't tell that it cut
    for ( std::size_t i = 0; i < kBurst; ++i ) {
       const auto length = read( tap_.fd(), bytes.data(), bytes.size() );
       if ( length <= 0 ) return;
+      if ( std::size_t( length ) > kMostBytes ) {
+         ++in_.dropped;
+         continue;
+      }
       ++in_.packets;
       in_.bytes += std::size_t( length );
       auto & packet = burst.emplace_back( std::size_t( length ) );

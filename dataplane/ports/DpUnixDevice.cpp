@@ -59,7 +59,7 @@ int UnixDevice::descriptor( unsigned ) const {
 void UnixDevice::receive( unsigned, std::vector< Packet > & burst ) {
    const OneAtATime one( mutex_, shared() );
    welcome();
-   std::array< std::uint8_t, kMaxMtu + 64 > bytes;
+   std::array< std::uint8_t, kMostBytes > bytes;
    for ( std::size_t i = 0; i < kBurst && client_.fd() >= 0; ++i ) {
       const auto length = recv( client_.fd(), bytes.data(), bytes.size(), MSG_TRUNC );
       if ( length < 0 && ( errno == EAGAIN || errno == EINTR ) ) return;

@@ -41,15 +41,18 @@ void Engine::reset() {
    const std::lock_guard< std::mutex > lock( mutex_ );
    PortTable::Ports ended;
    GateHooks::Ended writers;
-   const Pause pause( *this );
-   ended = takePorts();
-   hooks_.clear( captures_, writers );
-   watch();
-   workers_.goOn();
-   graphs_.clear();
-   counters_.clear();
-   counting_ = true;
-   tellWay();
+   {
+      const Pause pause( *this );
+      ended = takePorts();
+      hooks_.clear( captures_, writers );
+      watch();
+      workers_.goOn();
+      graphs_.clear();
+      counters_.clear();
+      counting_ = true;
+      tellWay();
+   }
+   workers_.awaitAwake();
    lastBatch_ = 0;
    early_.clear();
 }
@@ -198,9 +201,12 @@ void Engine::apply( const bess::pb::CreatePortRequest & request, bess::pb::Creat
 void Engine::apply( const bess::pb::DestroyPortRequest & request, bess::pb::EmptyResponse & response ) {
    const std::lock_guard< std::mutex > lock( mutex_ );
    PortTable::Port ended;
-   const Pause pause( *this );
-   report( { request.name(), {}, "DestroyPort" }, ports_.take( request.name(), ended ), response );
-   workers_.portsChanged();
+   {
+      const Pause pause( *this );
+      report( { request.name(), {}, "DestroyPort" }, ports_.take( request.name(), ended ), response );
+      workers_.portsChanged();
+   }
+   workers_.awaitAwake();
 }
 
 void Engine::apply( const bess::pb::SetPortConfRequest & request, bess::pb::CommandResponse & response ) {
@@ -213,8 +219,11 @@ void Engine::apply( const bess::pb::SetPortConfRequest & request, bess::pb::Comm
 void Engine::resetPorts() {
    const std::lock_guard< std::mutex > lock( mutex_ );
    PortTable::Ports ended;
-   const Pause pause( *this );
-   ended = takePorts();
+   {
+      const Pause pause( *this );
+      ended = takePorts();
+   }
+   workers_.awaitAwake();
 }
 
 void Engine::list( bess::pb::ListPortsResponse & response ) const {
@@ -327,7 +336,8 @@ void Engine::watch() {
         [ this ]( unsigned worker ) { return captures_.empty() ? nullptr : &captures_.eye( worker ); } );
 }
 
-Outcome Engine::captureIs( const CaptureRequest & request, double now, CaptureReply & reply ) {
+Outcome Engine::captureIs( const CaptureRequest & request, std::unique_ptr< Capture > made, double now,
+                           CaptureReply & reply ) {
    const Pause pause( *this );
    captures_.expire( now );
    std::uint64_t id = request.id();
@@ -340,16 +350,20 @@ Outcome Engine::captureIs( const CaptureRequest & request, double now, CaptureRe
              graphs_.told().find( request.module() ) == nullptr )
       out = refuse( ENOENT, "there is no module {}", request.module() );
    else
-      out = captures_.begin( request, now, id );
+      out = captures_.begin( std::move( made ), now, id );
    watch();
    reply.set_id( id );
    return out;
 }
 
 void Engine::capture( const CaptureRequest & request, CaptureReply & reply ) {
+   const bool begins = request.id() == 0 && !request.end();
+   std::unique_ptr< Capture > made;
+   if ( begins )
+      if ( auto out = Capture::make( request, made ); !out.ok() ) return refuseIn( reply, out );
    const std::lock_guard< std::mutex > lock( mutex_ );
    const auto now = secondsNow();
-   if ( request.id() == 0 || request.end() ) return refuseIn( reply, captureIs( request, now, reply ) );
+   if ( begins || request.end() ) return refuseIn( reply, captureIs( request, std::move( made ), now, reply ) );
    const auto capture = Captures::ofHook( request.id() ) ? nullptr : captures_.find( request.id() );
    if ( !capture ) return refuseIn( reply, refuse( ENOENT, "the capture is over" ) );
    reply.set_id( request.id() );

@@ -86,6 +86,7 @@ class Engine {
    void probe( const vex::pb::ProbeRequest & request, vex::pb::ProbeReply & reply );
    void drops( vex::pb::DropsReply & reply ) const;
    void gates( vex::pb::GatesReply & reply ) const;
+   // Its filter is made before anybody is held.
    void capture( const vex::pb::CaptureRequest & request, vex::pb::CaptureReply & reply );
 
    // ENOENT: a module that is named is not there.
@@ -116,7 +117,8 @@ class Engine {
    void removeWorker( std::int64_t wid );
    Outcome requireWorker( std::int64_t wid ) const;
    void listTcsOf( const Worker & worker, std::int64_t wid, bess::pb::ListTcsResponse & response ) const;
-   Outcome captureIs( const vex::pb::CaptureRequest & request, double now, vex::pb::CaptureReply & reply );
+   Outcome captureIs( const vex::pb::CaptureRequest & request, std::unique_ptr< Capture > made, double now,
+                      vex::pb::CaptureReply & reply );
    // The device of the name, or the refusal in the response.
    template < class Response >
    const Device * portOf( const std::string & name, const char * request, Response & response ) const;

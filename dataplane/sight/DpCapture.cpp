@@ -11,22 +11,22 @@ using vex::pb::CaptureReply;
 using vex::pb::CaptureRequest;
 using vex::pb::TracePacketReply;
 
-Outcome Capture::make( const CaptureRequest & request, double now, std::unique_ptr< Capture > & capture ) {
+Outcome Capture::make( const CaptureRequest & request, std::unique_ptr< Capture > & capture ) {
    if ( request.has_gate() && request.module().empty() ) return refuse( EINVAL, "a gate without its module" );
    if ( request.trace() && !request.module().empty() )
       return refuse( EINVAL, "a way begins where a packet comes in, not at a module" );
-   auto made = std::unique_ptr< Capture >( new Capture( request, now ) );
+   auto made = std::unique_ptr< Capture >( new Capture( request ) );
    if ( auto out = made->filter_.textIs( request.filter() ); !out.ok() ) return out;
    capture = std::move( made );
    return {};
 }
 
-Capture::Capture( const CaptureRequest & request, double now ) :
+Capture::Capture( const CaptureRequest & request ) :
      request_( request ), place_{ request.module(), request.has_gate(),
                                   request.has_gate() ? std::optional( GateId( request.gate() ) ) : std::nullopt },
-     slots_( kRoom ), asked_( now ) {}
+     slots_( kRoom ) {}
 
-Capture::Capture( Place place, double now ) : place_( std::move( place ) ), slots_( kRoom ), asked_( now ) {}
+Capture::Capture( Place place ) : place_( std::move( place ) ), slots_( kRoom ) {}
 
 CaptureReply::Packet * Capture::slot() {
    const auto at = written_.load( std::memory_order_relaxed );
@@ -92,7 +92,7 @@ void Capture::traced( const TracePacketReply & trace, const std::string & intfna
 }
 
 void Capture::tell( double now, CaptureReply & reply ) {
-   asked_.store( now, std::memory_order_relaxed );
+   askedAt( now );
    const auto end = written_.load( std::memory_order_acquire );
    auto at = read_.load( std::memory_order_relaxed );
    for ( ; at < end; ++at ) *reply.add_packet() = slots_[ at % kRoom ];

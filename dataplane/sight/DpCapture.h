@@ -19,8 +19,8 @@ class Capture {
    static constexpr std::size_t kMostBytes = 2048; // of a packet
    static constexpr double kPatience = 10;         // seconds without being asked, after which it is over
 
-   // EINVAL: the filter is none, or fields that mean nothing together.
-   static Outcome make( const vex::pb::CaptureRequest & request, double now, std::unique_ptr< Capture > & capture );
+   // EINVAL: the filter is none, or fields that mean nothing together. It takes as long as the filter: nobody is held.
+   static Outcome make( const vex::pb::CaptureRequest & request, std::unique_ptr< Capture > & capture );
 
    // What it takes without a trace: packets as they come to the module, or as they leave it, by the gate or by any.
    struct Place {
@@ -29,7 +29,9 @@ class Capture {
       std::optional< GateId > gate{};
    };
    // Everything there.
-   Capture( Place place, double now );
+   explicit Capture( Place place );
+   // Patience begins.
+   void askedAt( double now ) { asked_.store( now, std::memory_order_relaxed ); }
 
    // On the workers' threads.
    bool watches( const Module & module ) const;
@@ -44,7 +46,7 @@ class Capture {
    bool over( double now ) const { return now - asked_.load( std::memory_order_relaxed ) > kPatience; }
 
  private:
-   explicit Capture( const vex::pb::CaptureRequest & request, double now );
+   explicit Capture( const vex::pb::CaptureRequest & request );
    // Null: there is none. Both under the lock.
    vex::pb::CaptureReply::Packet * slot();
    void put() { written_.store( written_.load( std::memory_order_relaxed ) + 1, std::memory_order_release ); }
@@ -59,7 +61,7 @@ class Capture {
    std::atomic< std::uint64_t > written_ = 0;
    std::atomic< std::uint64_t > read_ = 0;
    std::atomic< std::uint64_t > lost_ = 0;
-   std::atomic< double > asked_;
+   std::atomic< double > asked_ = 0;
 };
 
 } // namespace Vexdp

@@ -5,20 +5,20 @@
 
 namespace Vexdp {
 
-Outcome Captures::begin( const vex::pb::CaptureRequest & request, double now, std::uint64_t & id ) {
-   if ( captures_.size() >= kMost ) return refuse( ENOSPC, "{} captures are under way already", kMost );
-   std::unique_ptr< Capture > capture;
-   if ( auto out = Capture::make( request, now, capture ); !out.ok() ) return out;
-   id = ++lastId_;
-   captures_.emplace( id, std::move( capture ) );
-   return {};
+Outcome Captures::begin( std::unique_ptr< Capture > capture, double now, std::uint64_t & id ) {
+   return add( std::move( capture ), now, 0, id );
 }
 
 Outcome Captures::begin( Capture::Place place, double now, std::uint64_t & id ) {
+   return add( std::make_unique< Capture >( std::move( place ) ), now, kOfHook, id );
+}
+
+Outcome Captures::add( std::unique_ptr< Capture > capture, double now, std::uint64_t kind, std::uint64_t & id ) {
    expire( now );
    if ( captures_.size() >= kMost ) return refuse( ENOSPC, "{} captures are under way already", kMost );
-   id = ++lastId_ | kOfHook;
-   captures_.emplace( id, std::make_shared< Capture >( std::move( place ), now ) );
+   capture->askedAt( now );
+   id = ++lastId_ | kind;
+   captures_.emplace( id, std::move( capture ) );
    return {};
 }
 

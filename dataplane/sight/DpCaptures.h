@@ -18,8 +18,8 @@ class Captures {
       for ( unsigned worker = 0; worker < workers; ++worker ) eyes_[ worker ].captures_ = this;
    }
 
-   // ENOSPC: kMost are under way. Others as Capture::make.
-   Outcome begin( const vex::pb::CaptureRequest & request, double now, std::uint64_t & id );
+   // ENOSPC: kMost are under way.
+   Outcome begin( std::unique_ptr< Capture > capture, double now, std::uint64_t & id );
    // For a gate hook, which alone may ask it. ENOSPC: as before.
    Outcome begin( Capture::Place place, double now, std::uint64_t & id );
    static bool ofHook( std::uint64_t id ) { return ( id & kOfHook ) != 0; }
@@ -35,6 +35,7 @@ class Captures {
 
  private:
    static constexpr std::uint64_t kOfHook = std::uint64_t( 1 ) << 63;
+   Outcome add( std::unique_ptr< Capture > capture, double now, std::uint64_t kind, std::uint64_t & id );
    class Eye : public PacketWatcher {
     public:
       bool watches( const Module & module ) const override;

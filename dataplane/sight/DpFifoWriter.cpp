@@ -3,6 +3,7 @@
 #include "DpClock.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -43,6 +44,15 @@ std::string pcapngHeader() {
    for ( const auto link : { kEthernet, kRawIp } )
       text += pcapngBlock( 1, u16( link ) + u16( 0 ) + u32( 65535 ) + resolution );
    return text;
+}
+
+// For writing, with a reader there; -1 when it can't be. Whoever made it may have put another file in its place.
+int openedFifo( const std::string & path ) {
+   const int fd = open( path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC );
+   struct stat file {};
+   if ( fd < 0 || ( fstat( fd, &file ) == 0 && S_ISFIFO( file.st_mode ) ) ) return fd;
+   close( fd );
+   return -1;
 }
 
 } // namespace
@@ -87,7 +97,7 @@ void FifoWriter::gather() {
    vex::pb::CaptureReply reply;
    capture_->tell( secondsNow(), reply );
    if ( fd_ < 0 ) {
-      fd_ = open( options_.path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC );
+      fd_ = openedFifo( options_.path );
       // The header of pcap says what all its packets are, so that it waits for the first.
       if ( fd_ >= 0 ) waiting_ = options_.format == CaptureFormat::pcapng ? pcapngHeader() : std::string();
       if ( fd_ >= 0 ) headed_ = options_.format == CaptureFormat::pcapng;
@@ -119,9 +129,13 @@ void FifoWriter::write( const vex::pb::CaptureReply::Packet & packet ) {
 
 bool FifoWriter::flush() {
    if ( fd_ < 0 ) return false;
-   const auto written = ::write( fd_, waiting_.data(), waiting_.size() );
-   if ( written >= 0 ) waiting_.erase( 0, std::size_t( written ) );
-   if ( written >= 0 || errno == EAGAIN || errno == EINTR ) return true;
+   // With nothing to write, write() doesn't tell that nobody reads.
+   pollfd reader{ fd_, 0, 0 };
+   if ( poll( &reader, 1, 0 ) <= 0 || ( reader.revents & POLLERR ) == 0 ) {
+      const auto written = ::write( fd_, waiting_.data(), waiting_.size() );
+      if ( written >= 0 ) waiting_.erase( 0, std::size_t( written ) );
+      if ( written >= 0 || errno == EAGAIN || errno == EINTR ) return true;
+   }
    close( fd_ );
    fd_ = -1;
    return false;

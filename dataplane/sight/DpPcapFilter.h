@@ -1,32 +1,29 @@
 // A filter in pcap's language, for frames and for bare IP packets.
 //
-// Where DPDK's memory is there, it is compiled to the processor's code; what that compiler does not take, and the
-// longest packets, go by pcap's interpreter. Both say the same.
+// pcap's own interpreter runs it. DPDK 22.11 can compile it to the processor's code, and must not: that code is wrong
+// for many a filter, jumps anywhere for some, and takes for ever to make of (a or b) and (c or d) and so on.
 #pragma once
 
 #include "DpPacket.h"
 #include "DpRefusal.h"
 
 #include <memory>
-#include <span>
 #include <string>
 
 namespace Vexdp {
 
 class PcapFilter {
  public:
+   // Alternatives in a text of this length take pcap a second or two.
+   static constexpr std::size_t kMostText = 4096;
+
    PcapFilter();
    ~PcapFilter();
-   // EINVAL: it is none, with pcap's words on it.
+   // EINVAL: it is none, with pcap's words on it, or too long. It takes its time.
    Outcome textIs( const std::string & text );
    bool matches( const Packet & packet ) const;
-   // By the interpreter alone.
-   bool matchesSlowly( const Packet & packet ) const;
-   // Whether both kinds of packets have compiled code.
-   bool compiled() const;
 
  private:
-   class Compiled;
    struct Programs;
    std::unique_ptr< Programs > programs_; // null: everything matches
 };

@@ -2,6 +2,7 @@
 
 #include <sys/eventfd.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -54,6 +55,7 @@ void Worker::lanesAre( std::vector< Lane > lanes, std::vector< Device * > device
    keepsCarriers_ = keepsCarriers;
    sleepless_ =
         std::ranges::any_of( lanes_, []( const Lane & lane ) { return lane.device->descriptor( lane.queue ) < 0; } );
+   napThen_ = naps_;
    wake();
 }
 
@@ -139,6 +141,20 @@ void Worker::handOut( const Lane & lane ) {
    for ( auto & packet : burst_ ) lane.wire->device->send( std::move( packet ), number_ );
 }
 
+// The socket of a device that went down says so until it is asked, a TAP that is gone for ever. Neither keeps it awake.
+void Worker::leaveOutWrong() {
+   wrong_ = false;
+   for ( auto & descriptor : descriptors_ ) {
+      int error = 0;
+      socklen_t length = sizeof error;
+      getsockopt( descriptor.fd, SOL_SOCKET, SO_ERROR, &error, &length );
+      pollfd still{ descriptor.fd, 0, 0 };
+      if ( poll( &still, 1, 0 ) <= 0 ) continue;
+      descriptor.fd = -1;
+      wrong_ = true;
+   }
+}
+
 // Whoever wants to hold it need not wait until it wakes. The list is made before: the lanes may change meanwhile.
 void Worker::sleep() {
    if ( sleepless_ && !paused_ ) {
@@ -149,8 +165,12 @@ void Worker::sleep() {
    descriptors_.assign( 1, { wake_, POLLIN, 0 } );
    for ( const auto & lane : lanes_ )
       if ( !paused_ ) descriptors_.push_back( { lane.device->descriptor( lane.queue ), POLLIN, 0 } );
+   if ( wrong_ ) leaveOutWrong();
+   ++naps_;
    end();
    poll( descriptors_.data(), descriptors_.size(), kLongestSleep );
+   ++naps_;
+   for ( const auto & descriptor : descriptors_ ) wrong_ = wrong_ || ( descriptor.revents & POLLERR ) != 0;
    std::uint64_t count = 0;
    if ( read( wake_, &count, sizeof count ) < 0 ) {
    } // Nobody woke it.

@@ -54,6 +54,8 @@ class Worker {
    bool working() const { return working_; }
    // Whether it waits to be let go.
    bool waiting() const { return waiting_; }
+   // Whether it still sleeps on queues that it had before lanesAre(): it has been woken.
+   bool asleepOnOthers() const { return napThen_ % 2 != 0 && naps_ == napThen_; }
 
    // All while it is held.
    // The queues that are its own, and all devices that it may send by. One worker is to keep the carriers right.
@@ -75,6 +77,7 @@ class Worker {
    std::size_t carry( const Lane & lane );
    void handOut( const Lane & lane );
    void sleep();
+   void leaveOutWrong();
    void wake() const;
    void joinEal();
 
@@ -88,6 +91,7 @@ class Worker {
    std::vector< pollfd > descriptors_; // while it is asleep
    bool keepsCarriers_ = false;
    bool sleepless_ = false; // a queue has no descriptor
+   bool wrong_ = false;     // one of them has something else to say than that there are packets
    bool paused_ = false;
    bool triedEal_ = false;
    bool inEal_ = false;
@@ -97,6 +101,8 @@ class Worker {
    // What others look at, on a cache line of its own.
    alignas( kCacheLine ) std::atomic< bool > working_ = false;
    std::atomic< bool > waiting_ = false;
+   std::atomic< unsigned > naps_ = 0; // twice those that are over, and one more while it sleeps on descriptors
+   unsigned napThen_ = 0;             // what they were when the lanes changed
 };
 
 } // namespace Vexdp

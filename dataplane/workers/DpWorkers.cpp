@@ -51,6 +51,12 @@ void Workers::letGo() {
    held_.notify_all();
 }
 
+void Workers::awaitAwake() const {
+   each( []( const Worker & worker ) {
+      while ( worker.asleepOnOthers() ) std::this_thread::yield();
+   } );
+}
+
 void Workers::breathe() {
    static_assert( kMostWorkers <= 64 );
    std::uint64_t waited = 0;

@@ -42,6 +42,9 @@ class Workers {
    // In the midst of a hold: each that waits has its turn, and is held again.
    void breathe();
 
+   // After a hold with portsChanged(): none still sleeps on a queue that it has no more, and so keeps its device open.
+   void awaitAwake() const;
+
    // All while they are held.
    void portsChanged();
    void wayIs( const Worker::Way & way );

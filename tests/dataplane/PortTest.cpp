@@ -1,5 +1,6 @@
 #include "DpDescriptor.h"
 #include "DpEthernet.h"
+#include "DpPmdDevice.h"
 #include "DpTestSupport.h"
 #include "DpTracePacket.h"
 #include "Process.h"
@@ -9,7 +10,11 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <fstream>
+#include <future>
 #include <set>
 #include <thread>
 
@@ -121,8 +126,8 @@ class Wired : public testing::TestWithParam< unsigned > {
          EXPECT_TRUE( plane.engine.destroyWorker( last ).ok() && plane.engine.addWorker( worker ).ok() );
       }
       EXPECT_TRUE( plane.engine.pauseWorker( 0, true ).ok() && plane.engine.pauseWorker( 0, false ).ok() );
-      // A worker that sleeps on the socket keeps its address for a moment: each has one of its own.
-      const auto another = fmt::format( "et9-{}", turn );
+      // Its address is free again, though a worker has slept on it.
+      const auto another = "et9";
       EXPECT_EQ( make( another ).errmsg(), "" );
       bess::pb::DestroyPortRequest port;
       port.set_name( another );
@@ -203,6 +208,41 @@ TEST_P( Wired, aTcpdumpReadsThePacketsOfAGateFromItsFifoUntilItGoes ) {
    plane.engine.apply( hook, response );
    EXPECT_EQ( response.error().errmsg(), "" );
    EXPECT_EQ( read( reader.fd(), bytes.data(), bytes.size() ), 0 );
+
+   // One that goes while nothing flows ends its hook, too.
+   hook.set_enable( true );
+   plane.engine.apply( hook, response );
+   reader = Descriptor( open( path.c_str(), O_RDONLY | O_CLOEXEC ) );
+   reader = Descriptor();
+   const auto hooked = [ & ] {
+      bess::pb::ListGateHooksResponse hooks;
+      plane.engine.list( hooks );
+      return std::ranges::count( hooks.hooks(), "TcpDump", &bess::pb::GateHookInfo::class_name ) != 0;
+   };
+   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( 20 );
+   while ( hooked() && std::chrono::steady_clock::now() < end ) std::this_thread::yield();
+   EXPECT_FALSE( hooked() );
+}
+
+TEST_P( Wired, aFilterThatIsLongInTheMakingHoldsUpNobody ) {
+   vex::pb::CaptureRequest request;
+   for ( unsigned i = 0; i < 150; ++i ) request.mutable_filter()->append( fmt::format( "host 10.0.0.{} or ", i ) );
+   request.mutable_filter()->append( "(port 240 or tcp) and not port 125" );
+   const auto began = std::chrono::steady_clock::now();
+   auto capturing = std::async( std::launch::async, [ & ] {
+      vex::pb::CaptureReply reply;
+      plane.engine.capture( request, reply );
+      return reply.error().errmsg();
+   } );
+   auto longest = std::chrono::steady_clock::duration::zero();
+   while ( capturing.wait_for( std::chrono::seconds( 0 ) ) != std::future_status::ready ) {
+      const auto asked = std::chrono::steady_clock::now();
+      bess::pb::ListModulesResponse modules;
+      plane.engine.list( modules );
+      longest = std::max( longest, std::chrono::steady_clock::now() - asked );
+   }
+   EXPECT_EQ( capturing.get(), "" );
+   EXPECT_LT( longest, ( std::chrono::steady_clock::now() - began ) / 2 );
 }
 
 TEST_P( Wired, eachPacketSeesWhatWasBeforeAChangeOrWhatIsAfterIt ) {
@@ -299,6 +339,35 @@ TEST( Workers, eachHasItsQueuesUntilItGoesAndTheLastStaysWithThePorts ) {
    added.set_wid( 0 );
    EXPECT_TRUE( plane.engine.addWorker( added ).ok() );
    EXPECT_EQ( workers(), "0 true 2;1 false 1;" );
+}
+
+TEST( Ports, aFrameInSeveralBuffersIsOnePacketAndOneThatIsTooLongIsCounted ) {
+   ::Test::Directory directory;
+   const auto path = directory.path( "in.pcap" );
+   std::ofstream file( path );
+   const auto words = [ &file ]( std::initializer_list< std::uint32_t > all ) {
+      for ( const auto word : all ) file.write( reinterpret_cast< const char * >( &word ), sizeof word );
+   };
+   words( { 0xa1b2c3d4, 2 | 4 << 16, 0, 0, 65535, 1 } );
+   for ( const std::uint32_t size : { 100u, 3000u, 60000u } ) {
+      words( { 0, 0, size, size } );
+      file << std::string( size - 1, 'a' ) << 'z';
+   }
+   file.close();
+   Eal eal( { .memory = 64, .words = {}, .buffers = 512 } );
+   bess::pb::PMDPortArg arg;
+   arg.set_vdev( "net_pcap0,rx_pcap=" + path );
+   std::unique_ptr< Device > device;
+   const auto made = PmdDevice::make( eal, arg, {}, device );
+   ASSERT_TRUE( made.ok() ) << made.refusal().reason;
+   std::vector< Packet > burst;
+   device->receive( 0, burst );
+   ASSERT_EQ( burst.size(), 2u );
+   EXPECT_EQ( burst[ 0 ].size(), 100u );
+   ASSERT_EQ( burst[ 1 ].size(), 3000u );
+   EXPECT_EQ( burst[ 1 ].data()[ 2999 ], 'z' );
+   EXPECT_EQ( device->stats().in.packets, 2u );
+   EXPECT_EQ( device->stats().in.dropped, 1u );
 }
 
 TEST( Beside, theOlderGraphGoesAtOnceWhereBothTakeTooMuch ) {

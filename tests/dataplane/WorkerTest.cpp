@@ -1,8 +1,12 @@
 // Several workers: what they carry, count and share.
 #include "DpTestRouter.h"
 
+#include "DpDescriptor.h"
 #include "DpTokenBucket.h"
 #include "DpWorkers.h"
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <deque>
 #include <mutex>
@@ -102,6 +106,53 @@ TEST( Workers, flowsKeepTheirOrderAndEverythingIsCountedOnceWhileQueuesGoFromHan
    EXPECT_EQ( router.graph.find( "fibIpv4" )->deadEnds(), kFlows * kLost );
    workers.letGo();
    for ( unsigned number = 0; number < kWorkers; ++number ) workers.remove( number );
+}
+
+// Its descriptor says that something is wrong, and never that there are packets.
+class Wrong : public Memory {
+ public:
+   Wrong() : Memory( 1 ) {
+      std::array< int, 2 > ends{};
+      EXPECT_EQ( pipe2( ends.data(), O_CLOEXEC ), 0 );
+      close( ends[ 0 ] );
+      unread_ = Descriptor( ends[ 1 ] );
+   }
+   void receive( unsigned, std::vector< Packet > & ) override { ++asked; }
+   int descriptor( unsigned ) const override { return unread_.fd(); }
+   Link link() const override {
+      ++looked;
+      return {};
+   }
+   std::atomic< unsigned > asked = 0;
+   mutable std::atomic< unsigned > looked = 0; // each 100 ms
+
+ private:
+   Descriptor unread_;
+};
+
+TEST( Workers, aDeviceWithSomethingWrongKeepsNobodyAwake ) {
+   Eal eal{ {} };
+   Wires wires;
+   PortTable ports( eal, wires, 1 );
+   std::vector< Wrong * > devices;
+   for ( const bool kernel : { false, true } ) {
+      PortTable::Port port;
+      devices.push_back( new Wrong );
+      port.device.reset( devices.back() );
+      port.listed.set_name( kernel ? "kernel:et1" : "et1" );
+      port.wire = wires.of( "et1" );
+      port.kernel = kernel;
+      ports.add( std::move( port ) );
+   }
+   CounterTable counters;
+   Workers workers( ports, eal, 1, false );
+   workers.add( 0, { 0, &counters } );
+   workers.hold();
+   workers.portsChanged();
+   workers.letGo();
+   while ( devices[ 0 ]->looked < 5 ) std::this_thread::yield();
+   EXPECT_LT( devices[ 0 ]->asked, 500u );
+   workers.remove( 0 );
 }
 
 TEST( Workers, aBucketThatTheyShareIsNotFilledTwiceByOnesThatAreLate ) {
