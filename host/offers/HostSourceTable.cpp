@@ -76,8 +76,8 @@ std::string SourceTable::resync( Teller teller ) {
 }
 
 std::string SourceTable::sweep( Teller teller ) {
-   places_[ teller.value() ].held = false;
-   if ( stale( teller ) == 0 ) return "nothing of it is stale";
+   const bool held = std::exchange( places_[ teller.value() ].held, false );
+   if ( stale( teller ) == 0 ) return held ? "" : "nothing of it is stale";
    startSweep( teller );
    return {};
 }
