@@ -50,8 +50,8 @@ class UnaryCall : public EngineCall {
 
 // `method` is an asynchronous one of the stub. The callback hands over to the loop what the call stands on, connection
 // and all: with the last connection go gRPC's own callback threads, and none of them may be the one to end them.
-template < typename Connected, typename Request, typename Reply, typename Service >
-std::unique_ptr< EngineCall > askUnary( std::shared_ptr< Connected > service, const Request & request,
+template < typename Stub, typename Request, typename Reply, typename Service >
+std::unique_ptr< EngineCall > askUnary( std::shared_ptr< Stub > service, const Request & request,
                                         EngineQuery::Done< Reply > done,
                                         void ( Service::*method )( grpc::ClientContext *, const Request *, Reply *,
                                                                    std::function< void( grpc::Status ) > ) ) {
