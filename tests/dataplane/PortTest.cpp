@@ -341,6 +341,25 @@ TEST( Workers, eachHasItsQueuesUntilItGoesAndTheLastStaysWithThePorts ) {
    EXPECT_EQ( workers(), "0 true 2;1 false 1;" );
 }
 
+// It can be started once.
+Eal & startedEal() {
+   static Eal eal( { .memory = 64, .words = {}, .buffers = 512 } );
+   EXPECT_TRUE( eal.start().ok() );
+   return eal;
+}
+
+TEST( Fragments, thatWaitLeaveBuffersToThePacketsThatComeIn ) {
+   IpFragments fragments( startedEal() );
+   for ( std::uint16_t id = 0; id < 128; ++id )
+      for ( std::uint16_t offset = 0; offset < 7; ++offset ) {
+         Packet packet( 28 );
+         writeIpv4Header( packet.data(), { .totalLen = 28, .id = id, .ttl = 64, .proto = kProtoGre } );
+         put16( packet.data() + 6, 0x2000 | offset );
+         EXPECT_FALSE( fragments.add( std::move( packet ), {} ) );
+      }
+   EXPECT_GE( startedEal().pools()[ 0 ].available, 512u / 4 - 1 );
+}
+
 TEST( Ports, aFrameInSeveralBuffersIsOnePacketAndOneThatIsTooLongIsCounted ) {
    ::Test::Directory directory;
    const auto path = directory.path( "in.pcap" );
@@ -354,11 +373,10 @@ TEST( Ports, aFrameInSeveralBuffersIsOnePacketAndOneThatIsTooLongIsCounted ) {
       file << std::string( size - 1, 'a' ) << 'z';
    }
    file.close();
-   Eal eal( { .memory = 64, .words = {}, .buffers = 512 } );
    bess::pb::PMDPortArg arg;
    arg.set_vdev( "net_pcap0,rx_pcap=" + path );
    std::unique_ptr< Device > device;
-   const auto made = PmdDevice::make( eal, arg, {}, device );
+   const auto made = PmdDevice::make( startedEal(), arg, {}, device );
    ASSERT_TRUE( made.ok() ) << made.refusal().reason;
    std::vector< Packet > burst;
    device->receive( 0, burst );
