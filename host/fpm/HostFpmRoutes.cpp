@@ -36,10 +36,10 @@ std::string FpmRoutes::frame( const FpmStream::Messages & messages ) {
       case RTM_DELROUTE: {
          wrong = readRoute( header, route_ );
          if ( wrong != nullptr ) break;
-         const Key key{ route_.table, route_.prefix };
+         const auto key = keyOf( route_ );
          // Told again behind it: one change.
          if ( at + 1 < messages.size() && messages[ at + 1 ]->nlmsg_type == RTM_NEWROUTE &&
-              readRoute( *messages[ at + 1 ], route_ ) == nullptr && Key{ route_.table, route_.prefix } == key )
+              readRoute( *messages[ at + 1 ], route_ ) == nullptr && keyOf( route_ ) == key )
             break;
          wrong = readRoute( header, route_ );
          if ( wrong == nullptr ) drop( route_ );
@@ -67,15 +67,17 @@ std::string FpmRoutes::frame( const FpmStream::Messages & messages ) {
 // -- Routes
 
 void FpmRoutes::route( const RouteMessage & message ) {
-   if ( message.protocol == RTPROT_KERNEL ) return;
+   if ( message.of == RouteMessage::Of::otherFamily ) return;
+   // In the place of what was told before.
+   if ( message.protocol == RTPROT_KERNEL ) return drop( message );
    const auto * const why = tell( message );
    if ( why == nullptr ) {
-      if ( !pending_.empty() ) pending_.erase( Key{ message.table, message.prefix } );
+      if ( !pending_.empty() ) pending_.erase( keyOf( message ) );
       return;
    }
    drop( message );
-   pending_[ Key{ message.table, message.prefix } ] = { message.protocol, message.type, message.nextHopId, message.hops,
-                                                        why };
+   pending_[ keyOf( message ) ] = { message.protocol, message.type,    message.nextHopId,
+                                    message.hops,     message.strange, why };
 }
 
 const char * FpmRoutes::tell( const RouteMessage & message ) {
@@ -137,7 +139,8 @@ const char * FpmRoutes::put( Book & book, const RouteMessage & message, const P 
 }
 
 void FpmRoutes::drop( const RouteMessage & message ) {
-   if ( !pending_.empty() ) pending_.erase( Key{ message.table, message.prefix } );
+   if ( !pending_.empty() ) pending_.erase( keyOf( message ) );
+   if ( message.of != RouteMessage::Of::prefix ) return;
    const auto vrf = tables_.find( message.table );
    if ( vrf == tables_.end() ) return;
    if ( message.prefix.af() == Kynet::AddressFamily::ipv4_ )
@@ -146,9 +149,11 @@ void FpmRoutes::drop( const RouteMessage & message ) {
       state_.routes6().routeDel( vrf->second, message.prefix.v6Prefix(), Teller::fpm() );
 }
 
-// Of a table that was not met before, the VRF that its next hops are in.
+// Of a table that was not met before, or only with a VRF that is gone, the VRF that its next hops are in.
 std::optional< U32 > FpmRoutes::vrfOf( U32 table, const std::optional< U32 > & vrfId ) {
-   if ( const auto at = tables_.find( table ); at != tables_.end() ) return at->second;
+   if ( const auto at = tables_.find( table );
+        at != tables_.end() && state_.vrfBook().name( at->second ) != L3::VrfName() )
+      return at->second;
    if ( vrfId ) tables_[ table ] = *vrfId;
    return vrfId;
 }
@@ -191,10 +196,14 @@ void FpmRoutes::changed( Book & book, NextHop & nextHop, Fec & fec ) {
    constexpr auto af = isV6< Book > ? Kynet::AddressFamily::ipv6_ : Kynet::AddressFamily::ipv4_;
    const auto resolved = resolve( nextHop.told, af );
    // What a next hop becomes that leads nowhere any more: its packets are dropped.
-   auto ways = resolved.wrong == nullptr ? resolved.ways : Ways{ RouteType( fec.kind ), {} };
+   const auto ways = resolved.wrong == nullptr ? resolved.ways : Ways{ RouteType( fec.kind ), {} };
    const auto vrfId = book.fecs().vrfId( fec.id );
-   if ( resolved.wrong == nullptr && fec.kind == RouteType::forward_ && resolved.vrfId && *resolved.vrfId != vrfId )
-      ways.hops.clear();
+   if ( fec.kind != RouteType::drop_ && resolved.vrfId.value_or( vrfId ) != vrfId ) {
+      // Of its routes, those that are told from here on are in the other VRF. The others keep ways that lead nowhere,
+      // until the interfaces are back.
+      book.fecs().release( std::exchange( fec, {} ).id );
+      return;
+   }
    if ( ways.kind == fec.kind ) {
       book.fecs().change( fec.id, ways );
       return;
@@ -281,6 +290,8 @@ void FpmRoutes::retry( const char * why ) {
       RouteMessage message;
       message.prefix = key.prefix;
       message.table = key.table;
+      message.of = key.of;
+      message.strange = pending.strange;
       message.protocol = pending.protocol;
       message.type = pending.type;
       message.nextHopId = pending.nextHopId;

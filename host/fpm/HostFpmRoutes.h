@@ -67,6 +67,7 @@ class FpmRoutes {
    struct Key {
       U32 table;
       Kynet::IpGenPrefix prefix;
+      RouteMessage::Of of;
       size_t hash() const { return ( Gant::Hash( table ) << prefix ).value(); }
       friend bool operator==( const Key &, const Key & ) = default;
    };
@@ -75,8 +76,10 @@ class FpmRoutes {
       U8 type;
       U32 nextHopId;
       std::vector< NetlinkHop > hops;
+      const char * strange;
       const char * why;
    };
+   static Key keyOf( const RouteMessage & message ) { return { message.table, message.prefix, message.of }; }
 
    void route( const RouteMessage & message );
    const char * tell( const RouteMessage & message );

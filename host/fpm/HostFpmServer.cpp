@@ -106,13 +106,16 @@ U16 FpmServer::port() const {
 bool FpmServer::connected() const { return facts_.connected; }
 
 void FpmServer::handleClock() {
-   const auto why = open();
-   if ( why.empty() ) {
-      facts_.error.clear();
-      accept();
-      return;
-   }
-   sockets_ = nullptr;
+   if ( !sockets_ )
+      if ( const auto why = open(); !why.empty() ) {
+         sockets_ = nullptr;
+         return tryAgain( why );
+      }
+   facts_.error.clear();
+   accept();
+}
+
+void FpmServer::tryAgain( const std::string & why ) {
    const auto error = "FPM at " + config_.address + ":" + std::to_string( config_.port ) + ": " + why;
    if ( std::exchange( facts_.error, error ) != error ) around_.tell( error, true );
    clock_->timeMinIs( clock_->now() + tryAgainSeconds );
@@ -136,7 +139,9 @@ std::string FpmServer::open() {
 void FpmServer::accept() {
    const auto sockets = sockets_;
    sockets->acceptor.async_accept( sockets->next, [ this, sockets, alive = alive_ ]( const std::error_code & error ) {
-      if ( error || !*alive || sockets != sockets_ ) return;
+      if ( !*alive || sockets != sockets_ ) return;
+      // No descriptor, say: the client is still there to be accepted.
+      if ( error ) return tryAgain( error.message() );
       std::error_code ignored;
       const auto peer = sockets->next.remote_endpoint( ignored );
       if ( facts_.connected ) {
@@ -167,15 +172,16 @@ void FpmServer::read() {
       return;
    }
    pausedSince_ = 0;
-   sockets->client.async_read_some( asio::buffer( sockets->stream->room( pieceMost ), pieceMost ),
-                                    [ this, sockets, alive = alive_ ]( const std::error_code & error, size_t size ) {
-                                       if ( !*alive || sockets != sockets_ || !facts_.connected ) return;
-                                       if ( error )
-                                          lose( error == asio::error::eof ? "it closed the connection"
-                                                                          : error.message() );
-                                       else
-                                          handlePiece( size );
-                                    } );
+   sockets->client.async_read_some(
+        asio::buffer( sockets->stream->room( pieceMost ), pieceMost ),
+        [ this, sockets, alive = alive_, losses = facts_.losses ]( const std::error_code & error, size_t size ) {
+           // Of a client that was lost: there may be another one.
+           if ( !*alive || sockets != sockets_ || losses != facts_.losses ) return;
+           if ( error )
+              lose( error == asio::error::eof ? "it closed the connection" : error.message() );
+           else
+              handlePiece( size );
+        } );
 }
 
 void FpmServer::handlePiece( size_t size ) {

@@ -6,7 +6,7 @@
 namespace Host {
 
 //   owns     a listening socket, the connection of one client
-//   watches  a clock, while the address is not to be had
+//   watches  a clock, while the address, or a client, is not to be had
 //   calls    FpmRoutes with what comes, SourceTable when a client comes and goes
 //
 // One client at a time; others are refused, with a message that names both. An address that is taken is tried again
@@ -57,6 +57,7 @@ class FpmServer : public Source, public Gant::StateMachine {
    struct GantClock;
    std::string open();
    void handleClock();
+   void tryAgain( const std::string & why );
    void accept();
    void read();
    void handlePiece( size_t size );

@@ -156,7 +156,8 @@ void KernelDevices::appeared( Kynet::IntfId intfId, Device & device, U32 index )
    if ( former == index ) return;
    std::erase_if( fixed_, [ intfId ]( const auto & key ) { return key.first == intfId; } );
    if ( former != 0 ) {
-      byIndex_.erase( former );
+      // Unless it is another one's by now, whose name it took.
+      if ( const auto at = byIndex_.find( former ); at != byIndex_.end() && at->second == intfId ) byIndex_.erase( at );
       if ( std::exchange( device.carrying, false ) ) events_.carryingChanged( former );
       tellNeighbors( intfId, former );
    }

@@ -78,7 +78,7 @@ void KernelRouteReader::read() {
       answers_->clear();
       answers_->heldIs( true );
    }
-   reading_ = true;
+   ++round_;
    interrupted_ = false;
    notifications_->heldIs( true );
    several_.clear();
@@ -97,10 +97,14 @@ void KernelRouteReader::readTable( Table table ) {
       body.rtm_family = table == Table::routes4 ? AF_INET : AF_INET6;
       batch.message( RTM_GETROUTE, 0, body );
    }
+   // A reading that was begun anew goes no further.
    requests_->dump(
-        std::move( batch ), [ this ]( const nlmsghdr & header ) { handle( header, true ); },
-        [ this, alive = alive_, table ]( const NetlinkRefusals & refusals ) {
-           if ( *alive ) handleRead( table, refusals );
+        std::move( batch ),
+        [ this, round = round_ ]( const nlmsghdr & header ) {
+           if ( round == round_ ) handle( header, true );
+        },
+        [ this, alive = alive_, table, round = round_ ]( const NetlinkRefusals & refusals ) {
+           if ( *alive && round == round_ ) handleRead( table, refusals );
         } );
 }
 
@@ -108,7 +112,6 @@ void KernelRouteReader::handleRead( Table table, const NetlinkRefusals & refusal
    // Another error says that there is no such table.
    interrupted_ |= !refusals.empty() && ( refusals.front().error == EINTR || refusals.front().error == ENOBUFS );
    if ( table != Table::routes6 ) return readTable( Table( int( table ) + 1 ) );
-   reading_ = false;
    notifications_->heldIs( false );
    if ( answers_ ) answers_->heldIs( false );
    source_.readIs( !interrupted_ );
@@ -137,6 +140,7 @@ void KernelRouteReader::handleNextHop( const nlmsghdr & header, bool dumped ) {
 }
 
 bool KernelRouteReader::ofInterest( const RouteMessage & message ) const {
+   if ( message.of == RouteMessage::Of::otherFamily ) return false;
    if ( message.protocol == kernelRouteProtocol || message.protocol == RTPROT_KERNEL ) return false;
    if ( message.table == RT_TABLE_LOCAL || ( message.flags & RTM_F_CLONED ) != 0 ) return false;
    return message.type == RTN_UNICAST || dropsPackets( message.type );
@@ -146,7 +150,14 @@ void KernelRouteReader::route( const nlmsghdr & header, bool dumped ) {
    if ( readRoute( header, route_ ) != nullptr || !ofInterest( route_ ) ) return;
    if ( answers_ && answers_->isEcho( header ) ) return answers_->handleEcho( route_ );
    if ( suiteElsewhere_ && ofSuite( route_.protocol ) ) return answer( header, dumped );
-   const Key key{ route_.prefix, route_.metric };
+   const Key key{ route_.prefix, route_.metric, route_.table, route_.of };
+   if ( route_.table != RT_TABLE_MAIN || route_.of != RouteMessage::Of::prefix ) {
+      if ( route_.del )
+         refused_.erase( key );
+      else
+         refused_[ key ] = tell( route_ );
+      return;
+   }
    if ( route_.del ) {
       // Another one of the prefix takes its place, which is not said.
       if ( several_.contains( key ) ) return source_.readSoon();
@@ -226,7 +237,6 @@ void KernelRouteReader::drop( const RouteMessage & message ) {
 
 const char * KernelRouteReader::tell( const RouteMessage & message ) {
    if ( message.strange != nullptr ) return message.strange;
-   if ( message.tos != 0 ) return "a type of service";
    if ( message.table != RT_TABLE_MAIN ) return "another table";
    return message.prefix.af() == Kynet::AddressFamily::ipv4_
                ? tell( args_.state.routes4(), message, message.prefix.v4Prefix() )

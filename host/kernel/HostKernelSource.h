@@ -57,7 +57,9 @@ class KernelRouteReader : public Gant::StateMachine {
    struct Key {
       Kynet::IpGenPrefix prefix;
       U32 metric;
-      size_t hash() const { return ( Gant::Hash( metric ) << prefix ).value(); }
+      U32 table;
+      RouteMessage::Of of;
+      size_t hash() const { return ( Gant::Hash( metric ) << table << prefix ).value(); }
       friend bool operator==( const Key &, const Key & ) = default;
    };
 
@@ -82,7 +84,7 @@ class KernelRouteReader : public Gant::StateMachine {
    std::unique_ptr< NetlinkReader > notifications_;
    std::unique_ptr< NetlinkSocket > requests_;
    std::unique_ptr< KernelAnswers > answers_;
-   bool reading_ = false;
+   U32 round_ = 0; // of reading
    bool interrupted_ = false;
    bool suiteElsewhere_ = false;
    RouteMessage route_;

@@ -114,6 +114,7 @@ void KernelTwin::deviceIs( Kynet::IntfId intfId, const KernelDeviceAt & device )
 
 void KernelTwin::deviceDel( Kynet::IntfId intfId ) {
    refusedFacts_.erase( intfId );
+   vrfs_.erase( intfId );
    if ( devices_.erase( intfId ) != 0 ) reviewLater( intfId );
 }
 
@@ -206,6 +207,10 @@ void KernelTwin::reviewDevice( Kynet::IntfId intfId ) {
    wanted->devices.deviceIs( intfId, { devices_.at( intfId ).name, state_.tree().portDir->port( intfId ).macAddr(),
                                        state_.intfBook().mtu( fact ), fact.addresses, fact.enabled, fact.open } );
    if ( added && wanted->routes ) wanted->routes->handleDevices();
+   // What leads there leads into another VRF.
+   if ( std::exchange( vrfs_[ intfId ], fact.vrf ) == fact.vrf ) return;
+   wanted->readAgain();
+   if ( indexWatcher_ ) indexWatcher_();
 }
 
 // A namespace without devices is let go. What the kernel has of it goes when it has some again.

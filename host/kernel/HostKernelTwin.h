@@ -47,7 +47,7 @@ class KernelTwin : public Gant::StateMachine {
    std::optional< Kynet::IntfId > intfAt( const std::string & netns, U32 index ) const;
    // The index of an interface's device; nothing while it carries nothing.
    std::optional< U32 > indexOf( Kynet::IntfId intfId ) const;
-   // Called when the answers of intfAt() may have changed.
+   // Called when the answers of intfAt(), or the VRFs of the interfaces, may have changed.
    void indexWatcherIs( std::function< void() > watcher ) { indexWatcher_ = std::move( watcher ); }
 
    // What the kernel tells.
@@ -97,6 +97,7 @@ class KernelTwin : public Gant::StateMachine {
    OutcomeOf outcomeOf_;
    std::function< void() > indexWatcher_;
    std::map< Kynet::IntfId, KernelDeviceAt > devices_;
+   std::map< Kynet::IntfId, L3::VrfName > vrfs_; // of those that have devices
    NeighborWants wants_;
    Uses uses4_, uses6_;
    std::map< std::string, std::unique_ptr< Place > > places_;

@@ -118,11 +118,16 @@ const char * readRoute( const nlmsghdr & header, RouteMessage & message ) {
    message.table = body.rtm_table;
    message.metric = message.nextHopId = 0;
    message.strange = nullptr;
+   message.of = RouteMessage::Of::prefix;
    if ( body.rtm_family != AF_INET && body.rtm_family != AF_INET6 ) {
-      message.strange = "another family";
+      message.of = RouteMessage::Of::otherFamily;
+      message.prefix = {};
       return nullptr;
    }
-   if ( body.rtm_src_len != 0 ) message.strange = "a source address";
+   if ( body.rtm_src_len != 0 || body.rtm_tos != 0 ) {
+      message.of = RouteMessage::Of::somePackets;
+      message.strange = body.rtm_src_len != 0 ? "a source address" : "a type of service";
+   }
    const size_t addressSize = body.rtm_family == AF_INET6 ? 16 : 4;
    Kynet::IpGenAddr addr = body.rtm_family == AF_INET6 ? Kynet::IpGenAddr( Kynet::Ip6Addr() ) : Kynet::IpGenAddr();
    NetlinkHop hop;

@@ -20,10 +20,14 @@ struct NetlinkHop {
 
 // Read one after the other into the same one, so that its room is kept.
 struct RouteMessage {
+   // For a route of some packets only, which have a source prefix or a type of service, there may be one of the prefix
+   // beside it.
+   enum class Of { prefix, somePackets, otherFamily };
+   Of of = Of::prefix;
    bool del = false;
-   bool append = false; // beside those that are there
-   Kynet::IpGenPrefix prefix{};
-   U8 type = 0; // RTN_*
+   bool append = false;         // beside those that are there
+   Kynet::IpGenPrefix prefix{}; // of otherFamily there is none
+   U8 type = 0;                 // RTN_*
    U8 protocol = 0;
    U8 tos = 0;
    U32 flags = 0; // RTM_F_*

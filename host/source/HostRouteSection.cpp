@@ -33,7 +33,7 @@ class RouteSection : public Section {
    const char * kind() const override { return "route"; }
    std::string key( const Entry & entry ) const override { return textOf( entry.vrf(), prefixOf( entry ) ); }
    bool has( const RouterState & state, const Entry & entry ) const override {
-      return told( state.routeTeller( entry.vrf(), prefixOf( entry ) ) );
+      return told( state, entry ) != Teller::none_;
    }
 
    ChangeResult replace( RouterState & state, const Entry & entry, Teller teller ) const override {
@@ -49,9 +49,9 @@ class RouteSection : public Section {
    ChangeResult del( RouterState & state, const Entry & entry ) const override {
       const auto vrf = entry.vrf();
       const auto prefix = prefixOf( entry );
-      const auto teller = state.routeTeller( vrf, prefix );
-      if ( teller == Teller::none_ || told( teller ) ) return state.routeDel( vrf, prefix, teller );
-      return refused( "route " + prefix.stringValue() + ": it follows from " + textOfTeller( teller ) +
+      const auto teller = told( state, entry ), holder = state.routeTeller( vrf, prefix );
+      if ( teller != Teller::none_ || holder == Teller::none_ ) return state.routeDel( vrf, prefix, teller );
+      return refused( "route " + prefix.stringValue() + ": it follows from " + textOfTeller( holder ) +
                       " and goes with it" );
    }
 
@@ -68,9 +68,11 @@ class RouteSection : public Section {
    }
 
  private:
-   // By somebody who can take it back.
-   static bool told( Teller teller ) {
-      return teller == Teller::command_ || teller == Teller::description_ || teller == Teller::routeFile_;
+   // Who told it that can take it back, though it may wait behind another source's; of several the first one.
+   static Teller told( const RouterState & state, const Entry & entry ) {
+      for ( const auto teller : { Teller::command(), Teller::description(), Teller::routeFile() } )
+         if ( state.routeHas( entry.vrf(), prefixOf( entry ), teller ) ) return teller;
+      return {};
    }
    static Kynet::IpGenPrefix prefixOf( const Entry & entry ) { return entry.at( "prefix" ).prefix(); }
    static std::string textOf( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix ) {

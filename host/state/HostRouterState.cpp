@@ -139,6 +139,13 @@ Teller RouterState::routeTeller( const L3::VrfName & vrf, const Kynet::IpGenPref
                     [ & ]( const auto & book, const auto & p ) { return book.teller( *vrfId, p ); } );
 }
 
+bool RouterState::routeHas( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix, Teller teller ) const {
+   const auto vrfId = vrfs_.id( vrf );
+   return vrfId && byFamily( routes4(), routes6(), prefix, [ & ]( const auto & book, const auto & p ) {
+             return book.routeHas( *vrfId, p, teller );
+          } );
+}
+
 size_t RouterState::routes( Teller teller ) const { return routes4().routes( teller ) + routes6().routes( teller ); }
 
 ChangeResult RouterState::vrfDel( const L3::VrfName & name ) {

@@ -76,6 +76,8 @@ class RouterState {
 
    // Whose route of the prefix is in use; `none` also when there is no such VRF.
    Teller routeTeller( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix ) const;
+   // Whether the teller has one there, in use or not.
+   bool routeHas( const L3::VrfName & vrf, const Kynet::IpGenPrefix & prefix, Teller teller ) const;
    size_t routes( Teller teller ) const;
 
    // For those who tell many routes: the same, in steps.

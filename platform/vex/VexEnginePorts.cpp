@@ -6,9 +6,8 @@
 
 namespace Vex {
 
-struct EnginePorts::Stub {
-   explicit Stub( const Peer & peer ) : service( transportChannel( peer ) ) {}
-   bess::pb::BESSControl::Stub service;
+struct EnginePorts::Stub : Connected< bess::pb::BESSControl > {
+   using Connected::Connected;
 };
 
 namespace {

@@ -11,9 +11,8 @@
 
 namespace Vex {
 
-struct EngineQuery::Stub {
-   explicit Stub( const Peer & peer ) : service( transportChannel( peer ) ) {}
-   vex::pb::Engine::Stub service;
+struct EngineQuery::Stub : Connected< vex::pb::Engine > {
+   using Connected::Connected;
 };
 
 namespace {
@@ -165,7 +164,7 @@ std::unique_ptr< EngineCall > EngineQuery::probe( const vex::pb::ProbeRequest & 
 
 std::unique_ptr< EngineDump > EngineQuery::dump( const vex::pb::DumpRequest & request, std::function< void() > ready ) {
    const auto reader = std::make_shared< DumpReader >( request, std::move( ready ) );
-   reader->begin( stub_->service, reader );
+   reader->begin( stub_->stub(), reader );
    return std::make_unique< DumpCall >( reader );
 }
 

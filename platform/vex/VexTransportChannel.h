@@ -9,7 +9,25 @@
 namespace Vex {
 
 // A connection of its own, with no limit on the size of messages. With files of TLS that cannot be read, it is one that
-// every call on it fails.
+// every call on it fails. To "unix:/path" it is made at once, and only once: when it is lost, all calls fail.
 std::shared_ptr< grpc::Channel > transportChannel( const Peer & peer );
+
+// Service::Stub over a connection of its own, which the first call makes, and the first one after it was lost.
+template < typename Service >
+class Connected {
+ public:
+   explicit Connected( Peer peer ) : peer_( std::move( peer ) ) {}
+
+   typename Service::Stub & stub() {
+      if ( !stub_ ) stub_ = std::make_unique< typename Service::Stub >( transportChannel( peer_ ) );
+      return *stub_;
+   }
+   // Calls that are under way keep the connection that they are on.
+   void lost() { stub_ = nullptr; }
+
+ private:
+   const Peer peer_;
+   std::unique_ptr< typename Service::Stub > stub_;
+};
 
 } // namespace Vex

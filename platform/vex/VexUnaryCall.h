@@ -22,6 +22,11 @@ inline Gant::String textOf( const grpc::Status & status ) {
                                          : status.error_message();
 }
 
+inline bool connectionFailed( const grpc::Status & status ) {
+   return status.error_code() == grpc::StatusCode::UNAVAILABLE ||
+          status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED;
+}
+
 template < typename Request, typename Reply >
 struct Unary {
    grpc::ClientContext context;
@@ -43,11 +48,10 @@ class UnaryCall : public EngineCall {
    std::shared_ptr< State > state_;
 };
 
-// `stub` holds the generated stub as `service`, and `method` is one of its asynchronous ones. The callback hands over
-// to the loop what the call stands on, connection and all: with the last connection go gRPC's own callback threads, and
-// none of them may be the one to end them.
-template < typename Stub, typename Request, typename Reply, typename Service >
-std::unique_ptr< EngineCall > askUnary( std::shared_ptr< Stub > stub, const Request & request,
+// `method` is an asynchronous one of the stub. The callback hands over to the loop what the call stands on, connection
+// and all: with the last connection go gRPC's own callback threads, and none of them may be the one to end them.
+template < typename Connected, typename Request, typename Reply, typename Service >
+std::unique_ptr< EngineCall > askUnary( std::shared_ptr< Connected > service, const Request & request,
                                         EngineQuery::Done< Reply > done,
                                         void ( Service::*method )( grpc::ClientContext *, const Request *, Reply *,
                                                                    std::function< void( grpc::Status ) > ) ) {
@@ -56,15 +60,16 @@ std::unique_ptr< EngineCall > askUnary( std::shared_ptr< Stub > stub, const Requ
    state->request = request;
    state->done = std::move( done );
    state->context.set_deadline( std::chrono::system_clock::now() + unaryCallTime );
-   auto & service = *stub->service.async();
-   ( service.*method )( &state->context, &state->request, &state->reply,
-                        [ stub = std::move( stub ), call = state ]( const grpc::Status & status ) mutable {
-                           Gant::activityManager()->post(
-                                [ stub = std::move( stub ), call = std::move( call ), error = textOf( status ) ] {
-                                   if ( const auto told = std::exchange( call->done, nullptr ) )
-                                      told( error, call->reply );
-                                } );
-                        } );
+   auto & asynchronous = *service->stub().async();
+   ( asynchronous.*
+     method )( &state->context, &state->request, &state->reply,
+               [ service = std::move( service ), call = state ]( const grpc::Status & status ) mutable {
+                  Gant::activityManager()->post( [ service = std::move( service ), call = std::move( call ), status ] {
+                     if ( connectionFailed( status ) ) service->lost();
+                     const auto error = textOf( status );
+                     if ( const auto told = std::exchange( call->done, nullptr ) ) told( error, call->reply );
+                  } );
+               } );
    return std::make_unique< UnaryCall< State > >( state );
 }
 

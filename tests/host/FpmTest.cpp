@@ -210,6 +210,54 @@ TEST( HostFpm, aNextHopThatTheKernelCallsDeadCarriesNothing ) {
    EXPECT_EQ( router.fpm.refusals()[ 0 ].reason, "next hops over devices that are down" );
 }
 
+TEST( HostFpm, whatIsAboutNoRouteOfTheRoutersChangesNone ) {
+   Fpm router;
+   const auto take = [ & ]( U16 type, size_t at, char byte ) {
+      auto bytes = Frame().route( type, "192.0.2.0/24", 0, RTN_BLACKHOLE ).bytes();
+      bytes[ at ] = byte;
+      return router.take( bytes );
+   };
+   EXPECT_EQ( take( RTM_NEWROUTE, 0, 1 ), "" );
+   // given a label-switched path, and a route of a source prefix
+   for ( const auto & [ at, byte ] : { std::pair( 4 + 16, AF_MPLS ), std::pair( 4 + 16 + 2, 8 ) } )
+      for ( const auto type : { RTM_NEWROUTE, RTM_DELROUTE } ) {
+         EXPECT_EQ( take( type, at, char( byte ) ), "" );
+         EXPECT_EQ( router.routes( "fpm" ), Lines{ "192.0.2.0/24 drop (fpm)" } ) << at << ' ' << type;
+      }
+   EXPECT_EQ( take( RTM_NEWROUTE, 4 + 16 + 2, 8 ), "" );
+   EXPECT_EQ( router.take( Frame().route( RTM_DELROUTE, "192.0.2.0/24", 0, 0 ) ), "" );
+   router.fpm.review();
+   EXPECT_EQ( router.routes( "fpm" ), Lines{} );
+   EXPECT_EQ( take( RTM_NEWROUTE, 0, 1 ), "" );
+   // given the kernel's own in its place
+   EXPECT_EQ( router.take( Frame()
+                                .route( RTM_DELROUTE, "192.0.2.0/24", 0, 0 )
+                                .route( RTM_NEWROUTE, "192.0.2.0/24", 0, RTN_BLACKHOLE, RTPROT_KERNEL ) ),
+              "" );
+   EXPECT_EQ( router.routes( "fpm" ), Lines{} );
+}
+
+TEST( HostFpm, whatIsToldFollowsAnInterfaceToAnotherVrf ) {
+   Fpm router;
+   EXPECT_EQ( router.take( Frame().nextHop( 2, "10.0.2.2", 2 ).route( RTM_NEWROUTE, "192.0.2.0/24", 2 ) ), "" );
+   auto ofTable = Frame().route( RTM_NEWROUTE, "192.0.3.0/24", 2 ).bytes();
+   ofTable[ 4 + 16 + 4 ] = 100;
+   // when the table's VRF is another one the second time
+   for ( const char * const id : { "7", "8" } ) {
+      router.change( "add vrf {name: red, id: "s + id + "}" );
+      router.change( "replace interface {name: Ethernet2, addresses: 10.0.2.1/24, vrf: red}" );
+      router.fpm.review();
+      EXPECT_EQ( router.take( ofTable ), "" );
+      const Lines moved = { "192.0.2.0/24 forward 10.0.2.2%Ethernet2 (fpm)",
+                            "red 192.0.3.0/24 forward 10.0.2.2%Ethernet2 (fpm)" };
+      EXPECT_EQ( router.routes( "fpm" ), moved ) << id;
+      router.change( "replace interface {name: Ethernet2, addresses: 10.0.2.1/24}" );
+      router.change( "del vrf {name: red}" );
+   }
+   router.fpm.review();
+   EXPECT_EQ( router.routes( "fpm" ), Lines{ "192.0.2.0/24 forward 10.0.2.2%Ethernet2 (fpm)" } );
+}
+
 TEST( HostFpm, malformedBytesEndTheConnectionWithTheReasonAndLoseNothing ) {
    const std::string whole = Frame().route( RTM_NEWROUTE, "192.0.2.0/24", 0, RTN_BLACKHOLE ).bytes();
    const auto changed = [ & ]( size_t at, char byte ) {

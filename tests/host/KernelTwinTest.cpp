@@ -11,6 +11,7 @@
 namespace {
 
 using namespace Test;
+using namespace std::string_literals;
 
 int run( const std::string & command ) { return std::system( ( command + " 2>/dev/null" ).c_str() ); }
 
@@ -246,6 +247,38 @@ TEST_F( KernelTwinTest, theKernelHasTheRoutesThatItCanUse ) {
    expectPrinted( routes, {} );
    expectPrinted( ip + "route show table local proto 86", { "local 192.0.2.1 dev lo scope host metric 86" } );
    EXPECT_EQ( errors, Lines{} );
+}
+
+TEST_F( KernelTwinTest, routesOfAPrefixInOtherTablesAreNotThoseOfTheMainOne ) {
+   plug();
+   start();
+   expectPrinted( addresses, { "inet 10.66.1.1/24" } );
+   int others = 0;
+   // Whether all that was notified has been read.
+   const auto then = [ & ]( const std::string & change ) {
+      const auto mark = "10.50." + std::to_string( ++others ) + ".0/24 drop (kernel)";
+      run( ip + change + "; " + ip + "route add blackhole 10.50." + std::to_string( others ) + ".0/24" );
+      EXPECT_TRUE( comes( [ & ] { return std::ranges::count( router.routes( "kernel" ), mark ) == 1; } ) );
+      return router.routes( "kernel" ).back();
+   };
+   const std::string main = "10.99.0.0/16 forward 10.66.1.2%Ethernet1 (kernel)";
+   EXPECT_EQ( then( "route add 10.99.0.0/16 via 10.66.1.2" ), main );
+   for ( const char * const other : { "table 100", "tos 0x10" } )
+      for ( const char * const change : { "add", "replace", "del" } )
+         EXPECT_EQ( then( "route "s + change + " 10.99.0.0/16 via 10.66.1.3 " + other ), main )
+              << change << ' ' << other;
+}
+
+TEST_F( KernelTwinTest, aDeviceThatTakesAnothersNameIsTheOtherInterfaces ) {
+   plug();
+   run( ip + "link add two type veth peer name three" );
+   start( "vrfs: []\n" );
+   router.change( "add interface {name: Ethernet2, addresses: 10.66.2.1/24}" );
+   twin->deviceIs( intf( "Ethernet2" ), { "two", near } );
+   const U32 index = std::stoul( printed( ip + "-o link show two | cut -d: -f1" ).at( 0 ) );
+   EXPECT_TRUE( comes( [ & ] { return twin->intfAt( near, index ) == intf( "Ethernet2" ); } ) );
+   run( ip + "link set one down name away; " + ip + "link set two down name one" );
+   EXPECT_TRUE( comes( [ & ] { return twin->intfAt( near, index ) == intf( "Ethernet1" ); } ) );
 }
 
 TEST_F( KernelTwinTest, whatAFormerOneWroteIsTakenOverAndWhatIsNotWantedStaysWhileItIsHeld ) {

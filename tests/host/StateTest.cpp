@@ -224,7 +224,13 @@ TEST( HostState, aPrefixOfSeveralSourcesShowsTheFirstAndComesBackToTheOthers ) {
    router.describe( description );
    router.routeFile( "10.0.1.0/24 blackhole\n" );
    EXPECT_EQ( present(), "10.0.1.0/24 attached Ethernet1 (connected)" );
-   router.change( "replace route {prefix: 10.0.1.0/24, via: [10.0.2.2, 10.0.2.3]}" );
+   // One that waits behind another source's is taken back, too.
+   const std::string command = "route {prefix: 10.0.1.0/24, via: [10.0.2.2, 10.0.2.3]}";
+   EXPECT_EQ( router.change( "replace " + command ), "" );
+   EXPECT_NE( router.change( "add " + command ), "" );
+   EXPECT_EQ( router.change( "del route {prefix: 10.0.1.0/24}" ), "" );
+   EXPECT_EQ( router.state.routes( Host::Teller::command() ), 0u );
+   router.change( "replace " + command );
    router.change( "del interface {name: Ethernet1}" );
    EXPECT_EQ( present(), "10.0.1.0/24 forward 10.0.2.2%Ethernet2 10.0.2.3%Ethernet2 (command)" );
    router.change( "del route {prefix: 10.0.1.0/24}" );
