@@ -155,7 +155,9 @@ class Transit {
       if ( !open ) return captures_.end( capture_ );
       vex::pb::CaptureRequest request;
       request.set_filter( "tcp port 1" );
-      if ( !captures_.begin( request, 1e12, capture_ ).ok() ) throw std::runtime_error( "no capture" );
+      std::unique_ptr< Capture > capture;
+      if ( !Capture::make( request, capture ).ok() || !captures_.begin( std::move( capture ), 1e12, capture_ ).ok() )
+         throw std::runtime_error( "no capture" );
    }
 
    // From now on packets come in with GRE around them.

@@ -42,13 +42,25 @@ rte_ip_frag_tbl * IpFragments::tableOf( std::uint8_t proto ) {
    return table;
 }
 
+// DPDK's tables look for what is too old only when something new comes, which takes a buffer.
+bool IpFragments::isScarce( const rte_mempool & pool ) {
+   const auto few = [ &pool ] { return rte_mempool_avail_count( &pool ) < pool.size / 4; };
+   if ( !few() ) return false;
+   for ( const auto & [ proto, table ] : tables_ ) {
+      rte_ip_frag_death_row gone{};
+      rte_ip_frag_table_del_expired_entries( table.get(), &gone, rte_rdtsc() );
+      rte_ip_frag_free_death_row( &gone, 0 );
+   }
+   return few();
+}
+
 rte_mbuf * IpFragments::joined( Packet && fragment, std::uint8_t proto, std::size_t headerLen ) {
    auto * const table = tableOf( proto );
    const auto vrf = fragment.meta.vrf;
    const auto size = unsigned( fragment.size() );
    auto * const mbuf = Eal::mbufOf( std::move( fragment ), eal_.poolFor( size ) );
    if ( mbuf == nullptr ) return nullptr;
-   if ( table == nullptr ) {
+   if ( table == nullptr || isScarce( *mbuf->pool ) ) {
       rte_pktmbuf_free( mbuf );
       return nullptr;
    }

@@ -4,6 +4,7 @@
 
 #include "DpIpv4.h"
 
+#include <algorithm>
 #include <atomic>
 #include <map>
 #include <memory>
@@ -15,10 +16,13 @@ class OuterIds {
  public:
    using Counter = std::shared_ptr< std::atomic< std::uint16_t > >;
 
-   // Kept beyond its users, of which there may be kMost: a tunnel that is built again goes on.
+   // Kept beyond its users, of which there may be kMost, or as many as are in use: a tunnel that is built again goes
+   // on.
    Counter of( Ipv4Addr src, Ipv4Addr dst, std::uint8_t proto ) {
-      if ( counters_.size() >= kMost )
+      if ( counters_.size() >= most_ ) {
          std::erase_if( counters_, []( const auto & entry ) { return entry.second.use_count() == 1; } );
+         most_ = std::max( kMost, 2 * counters_.size() );
+      }
       auto & counter = counters_[ { src, dst, proto } ];
       if ( !counter ) counter = std::make_shared< std::atomic< std::uint16_t > >();
       return counter;
@@ -27,6 +31,7 @@ class OuterIds {
  private:
    static constexpr std::size_t kMost = 8192;
    std::map< std::tuple< Ipv4Addr, Ipv4Addr, std::uint8_t >, Counter > counters_;
+   std::size_t most_ = kMost;
 };
 
 } // namespace Vexdp

@@ -5,6 +5,7 @@
 #include <openssl/hmac.h>
 #include <openssl/rand.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace Vexdp {
@@ -53,18 +54,21 @@ std::shared_ptr< SaUse > SaHistory::of( SaDirection direction, const vex::pb::Ip
    randomBytes( &use->ivStart, sizeof use->ivStart );
    oldest_.push_back( code );
    auto made = use;
-   if ( oldest_.size() > kMost ) forgetOne();
+   if ( oldest_.size() > most_ ) forgetOldest();
    return made;
 }
 
-void SaHistory::forgetOne() {
-   for ( auto at = oldest_.begin(); at != oldest_.end(); ++at ) {
-      const auto use = uses_.find( *at );
-      if ( use->second.use_count() > 1 ) continue;
+void SaHistory::forgetOldest() {
+   const auto isFree = []( const auto & entry ) { return entry.second.use_count() == 1; };
+   auto free = std::size_t( std::ranges::count_if( uses_, isFree ) );
+   std::erase_if( oldest_, [ & ]( const Code & code ) {
+      const auto use = uses_.find( code );
+      if ( free <= kMost || !isFree( *use ) ) return false;
+      --free;
       uses_.erase( use );
-      oldest_.erase( at );
-      return;
-   }
+      return true;
+   } );
+   most_ = oldest_.size() + kMost;
 }
 
 } // namespace Vexdp

@@ -31,7 +31,8 @@ struct SaUse {
 
 class SaHistory {
  public:
-   // Of so many keys that no association has any more it knows; then the oldest is forgotten.
+   // Of so many keys that no association has any more it knows, and of up to twice as many; then the oldest are
+   // forgotten.
    static constexpr std::size_t kMost = 8192;
 
    SaHistory();
@@ -41,11 +42,12 @@ class SaHistory {
  private:
    using Code = std::array< std::uint8_t, 32 >;
    Code codeOf( SaDirection direction, const vex::pb::IpsecUpdateSAArg::IpsecSAEntry & entry ) const;
-   void forgetOne();
+   void forgetOldest();
 
    Code key_;
    std::map< Code, std::shared_ptr< SaUse > > uses_;
    std::deque< Code > oldest_;
+   std::size_t most_ = kMost; // keys, in use or not, until it looks for some to forget
 };
 
 } // namespace Vexdp

@@ -109,7 +109,8 @@ Outcome PortTable::makeDevice( const CreatePortRequest & request, std::unique_pt
 
 Outcome PortTable::make( const CreatePortRequest & given, Port & port ) {
    auto request = given;
-   if ( request.name().empty() ) request.set_name( fmt::format( "port{}", generated_++ ) );
+   while ( request.name().empty() || ( given.name().empty() && ports_.contains( request.name() ) ) )
+      request.set_name( fmt::format( "port{}", generated_++ ) );
    const std::string_view name = request.name();
    if ( ports_.contains( name ) ) return refuse( EEXIST, "there is a port {} already", name );
    if ( auto out = makeDevice( request, port.device ); !out.ok() ) return out;

@@ -1,6 +1,8 @@
 #include "DpUnixDevice.h"
 
+#include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <algorithm>
@@ -10,6 +12,28 @@
 #include <cstring>
 
 namespace Vexdp {
+
+namespace {
+
+// What is received of a client that has gone has no more bytes than its empty message.
+bool hasGone( const Descriptor & client ) {
+   pollfd asked{ client.fd(), POLLRDHUP, 0 };
+   return poll( &asked, 1, 0 ) > 0;
+}
+
+// The socket of a process that was killed, which refuses everybody; one that somebody listens on refuses the kind
+// alone. False, with errno as it was: what is there is another's.
+bool removedLeftOver( const sockaddr_un & address, socklen_t length ) {
+   const Descriptor asked( ::socket( AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0 ) );
+   struct stat file {};
+   const bool left = address.sun_path[ 0 ] != 0 && lstat( address.sun_path, &file ) == 0 && S_ISSOCK( file.st_mode ) &&
+                     connect( asked.fd(), reinterpret_cast< const sockaddr * >( &address ), length ) != 0 &&
+                     errno == ECONNREFUSED && unlink( address.sun_path ) == 0;
+   errno = EADDRINUSE;
+   return left;
+}
+
+} // namespace
 
 UnixDevice::UnixDevice( std::string path, unsigned workers ) :
      Device( workers ), path_( std::move( path ) ), leaving_( workers ) {
@@ -29,7 +53,9 @@ Outcome UnixDevice::make( const bess::pb::UnixSocketPortArg & arg, unsigned work
    std::unique_ptr< UnixDevice > made( new UnixDevice( path, workers ) );
    made->listening_ = Descriptor( ::socket( AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0 ) );
    const int fd = made->listening_.fd();
-   if ( fd < 0 || bind( fd, reinterpret_cast< sockaddr * >( &address ), length ) != 0 || listen( fd, 1 ) != 0 ) {
+   const auto binds = [ & ] { return bind( fd, reinterpret_cast< sockaddr * >( &address ), length ) == 0; };
+   made->bound_ = fd >= 0 && ( binds() || ( errno == EADDRINUSE && removedLeftOver( address, length ) && binds() ) );
+   if ( !made->bound_ || listen( fd, 1 ) != 0 ) {
       const int error = errno;
       return refuse( error, "{}: {}", path, std::strerror( error ) );
    }
@@ -38,7 +64,7 @@ Outcome UnixDevice::make( const bess::pb::UnixSocketPortArg & arg, unsigned work
 }
 
 UnixDevice::~UnixDevice() {
-   if ( listening_.fd() >= 0 && path_.front() != '@' ) unlink( path_.c_str() );
+   if ( bound_ && path_.front() != '@' ) unlink( path_.c_str() );
 }
 
 void UnixDevice::welcome() {
@@ -63,11 +89,11 @@ void UnixDevice::receive( unsigned, std::vector< Packet > & burst ) {
    for ( std::size_t i = 0; i < kBurst && client_.fd() >= 0; ++i ) {
       const auto length = recv( client_.fd(), bytes.data(), bytes.size(), MSG_TRUNC );
       if ( length < 0 && ( errno == EAGAIN || errno == EINTR ) ) return;
-      if ( length <= 0 ) {
+      if ( length < 0 || ( length == 0 && hasGone( client_ ) ) ) {
          client_ = Descriptor();
          return;
       }
-      if ( !up_ || std::size_t( length ) > bytes.size() ) {
+      if ( !up_ || length == 0 || std::size_t( length ) > bytes.size() ) {
          ++in_.dropped;
          continue;
       }

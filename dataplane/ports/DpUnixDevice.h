@@ -12,7 +12,8 @@ namespace Vexdp {
 
 class UnixDevice final : public Device {
  public:
-   // EADDRINUSE and others: it can't listen there. EINVAL: no path, or one that is too long.
+   // What a process that was killed left at the path is taken over. EADDRINUSE and others: it can't listen there.
+   // EINVAL: no path, or one that is too long.
    static Outcome make( const bess::pb::UnixSocketPortArg & arg, unsigned workers, std::unique_ptr< Device > & device );
    ~UnixDevice() override;
 
@@ -34,6 +35,7 @@ class UnixDevice final : public Device {
    void sendOne( const Packet & packet );
 
    const std::string path_; // '@' in front: abstract
+   bool bound_ = false;     // the path is this socket's
    Descriptor listening_;
    std::uint32_t mtu_ = 1500;
    bool up_ = true;

@@ -43,7 +43,11 @@ class Capture {
 
    // What has come since the last call.
    void tell( double now, vex::pb::CaptureReply & reply );
-   bool over( double now ) const { return now - asked_.load( std::memory_order_relaxed ) > kPatience; }
+   // One that was asked for long after now, too: the clock was set back.
+   bool over( double now ) const {
+      const auto since = now - asked_.load( std::memory_order_relaxed );
+      return since > kPatience || since < -kPatience;
+   }
 
  private:
    explicit Capture( const vex::pb::CaptureRequest & request );

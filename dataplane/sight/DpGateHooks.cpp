@@ -31,6 +31,11 @@ void trackIs( GateHookInfo & hook, const std::string & module ) {
    hook.set_module_name( module );
 }
 
+// Nothing: every gate.
+std::optional< GateId > gateOf( std::int64_t gate ) {
+   return gate < 0 ? std::nullopt : std::optional( GateId( std::min< std::int64_t >( gate, kNoGate ) ) );
+}
+
 // Of the fields of either class.
 template < class Arg >
 Outcome optionsFrom( const google::protobuf::Any & any, FifoWriter::Options & options ) {
@@ -100,7 +105,7 @@ Outcome GateHooks::begin( const GateHookInfo & hook, Captures & captures, double
    options.format = hook.class_name() == "PcapNg" ? CaptureFormat::pcapng : CaptureFormat::pcap;
    const bool out = hook.gate_case() == GateHookInfo::kOgate;
    const auto gate = out ? hook.ogate() : hook.igate();
-   Capture::Place place{ hook.module_name(), out, gate < 0 ? std::nullopt : std::optional( GateId( gate ) ) };
+   Capture::Place place{ hook.module_name(), out, gateOf( gate ) };
    Dump dump{ hook, 0, nullptr };
    if ( auto begun = captures.begin( std::move( place ), now, dump.capture ); !begun.ok() ) return begun;
    dump.info.set_hook_name( name );
@@ -114,8 +119,7 @@ Outcome GateHooks::command( const GateHookInfo & hook, const std::string & comma
       return refuse( EOPNOTSUPP, "{} has no command \"{}\"", hook.class_name(), command );
    const bool out = hook.gate_case() == GateHookInfo::kOgate;
    const auto gate = out ? hook.ogate() : hook.igate();
-   const auto one =
-        gate < 0 || hook.gate_case() == GateHookInfo::GATE_NOT_SET ? std::nullopt : std::optional( GateId( gate ) );
+   const auto one = hook.gate_case() == GateHookInfo::GATE_NOT_SET ? std::nullopt : gateOf( gate );
    if ( hook.module_name().empty() ) {
       for ( const auto & [ name, module ] : graph.modules() )
          for ( const bool side : { false, true } ) module->resetCounters( side, std::nullopt );

@@ -486,6 +486,22 @@ TEST_F( Ipsec, aGraphThatFollowsAnotherGoesOnWhereThatOneEndsWhoeverSendsMeanwhi
    EXPECT_EQ( sequenceOf( next.sealed() ), 3u );
 }
 
+TEST( SaHistory, aKeyIsRememberedHoweverManyOthersAreInUse ) {
+   SaHistory history;
+   vex::pb::IpsecUpdateSAArg::IpsecSAEntry entry;
+   std::vector< std::shared_ptr< SaUse > > uses;
+   for ( std::uint32_t spi = 1; spi <= 2 * SaHistory::kMost + 2; ++spi ) {
+      entry.set_sa_spi( spi );
+      uses.push_back( history.of( SaDirection::outbound, entry ) );
+   }
+   uses[ 0 ]->sequence = 77;
+   uses[ 0 ].reset();
+   entry.set_sa_spi( 0 );
+   uses.push_back( history.of( SaDirection::outbound, entry ) );
+   entry.set_sa_spi( 1 );
+   EXPECT_EQ( history.of( SaDirection::outbound, entry )->sequence, 77u );
+}
+
 TEST_F( Ipsec, nothingLeavesInTheClear ) {
    router.set( R"(
       create rx PortRx intfname: 'et8'

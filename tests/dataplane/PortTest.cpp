@@ -157,7 +157,9 @@ TEST_P( Wired, packetsComeInByOnePortAndLeaveByTheOtherWhicheverIsMadeFirst ) {
    ASSERT_EQ( make( "et1" ).errmsg(), "" );
    EXPECT_EQ( make( "et1" ).errmsg(), "et1: CreatePort: there is a port et1 already" );
    auto out = client( "et2" );
-   send( client( "et1" ), transit() );
+   const auto in = client( "et1" );
+   send( in, Packet( 0 ) );
+   send( in, transit() );
    EXPECT_EQ( received( out ), "02:aa:00:00:00:05" );
 
    // The interface's modules go and come again: the port meets the new ones.
@@ -341,6 +343,49 @@ TEST( Workers, eachHasItsQueuesUntilItGoesAndTheLastStaysWithThePorts ) {
    EXPECT_EQ( workers(), "0 true 2;1 false 1;" );
 }
 
+TEST( Ports, aPathIsTakenFromNobodyButTheDead ) {
+   Plane plane;
+   ::Test::Directory directory;
+   const auto path = directory.path( "socket" ), file = directory.path( "file" );
+   std::ofstream{ file } << "another's";
+   {
+      sockaddr_un address{ AF_UNIX, {} };
+      path.copy( address.sun_path, sizeof address.sun_path - 1 );
+      const Descriptor killed( ::socket( AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0 ) );
+      ASSERT_EQ( bind( killed.fd(), reinterpret_cast< sockaddr * >( &address ), sizeof address ), 0 );
+   }
+   const auto madeAt = [ & ]( const std::string & name, const std::string & where ) {
+      auto request = requestFor( name );
+      bess::pb::UnixSocketPortArg arg;
+      arg.set_path( where );
+      request.mutable_arg()->PackFrom( arg );
+      return created( plane.engine, request ).code();
+   };
+   EXPECT_EQ( madeAt( "et1", path ), 0 );
+   EXPECT_EQ( madeAt( "et2", path ), EADDRINUSE );
+   EXPECT_EQ( madeAt( "et2", file ), EADDRINUSE );
+   EXPECT_EQ( access( path.c_str(), F_OK ) + access( file.c_str(), F_OK ), 0 );
+}
+
+// It can be started once.
+Eal & startedEal() {
+   static Eal eal( { .memory = 64, .words = {}, .buffers = 512 } );
+   EXPECT_TRUE( eal.start().ok() );
+   return eal;
+}
+
+TEST( Fragments, thatWaitLeaveBuffersToThePacketsThatComeIn ) {
+   IpFragments fragments( startedEal() );
+   for ( std::uint16_t id = 0; id < 128; ++id )
+      for ( std::uint16_t offset = 0; offset < 7; ++offset ) {
+         Packet packet( 28 );
+         writeIpv4Header( packet.data(), { .totalLen = 28, .id = id, .ttl = 64, .proto = kProtoGre } );
+         put16( packet.data() + 6, 0x2000 | offset );
+         EXPECT_FALSE( fragments.add( std::move( packet ), {} ) );
+      }
+   EXPECT_GE( startedEal().pools()[ 0 ].available, 512u / 4 - 1 );
+}
+
 TEST( Ports, aFrameInSeveralBuffersIsOnePacketAndOneThatIsTooLongIsCounted ) {
    ::Test::Directory directory;
    const auto path = directory.path( "in.pcap" );
@@ -354,11 +399,10 @@ TEST( Ports, aFrameInSeveralBuffersIsOnePacketAndOneThatIsTooLongIsCounted ) {
       file << std::string( size - 1, 'a' ) << 'z';
    }
    file.close();
-   Eal eal( { .memory = 64, .words = {}, .buffers = 512 } );
    bess::pb::PMDPortArg arg;
    arg.set_vdev( "net_pcap0,rx_pcap=" + path );
    std::unique_ptr< Device > device;
-   const auto made = PmdDevice::make( eal, arg, {}, device );
+   const auto made = PmdDevice::make( startedEal(), arg, {}, device );
    ASSERT_TRUE( made.ok() ) << made.refusal().reason;
    std::vector< Packet > burst;
    device->receive( 0, burst );
@@ -368,6 +412,16 @@ TEST( Ports, aFrameInSeveralBuffersIsOnePacketAndOneThatIsTooLongIsCounted ) {
    EXPECT_EQ( burst[ 1 ].data()[ 2999 ], 'z' );
    EXPECT_EQ( device->stats().in.packets, 2u );
    EXPECT_EQ( device->stats().in.dropped, 1u );
+}
+
+TEST( Captures, thatNobodyAsksForEndThoughTheClockIsSetBack ) {
+   Captures captures;
+   std::uint64_t id = 0;
+   ASSERT_TRUE( captures.begin( Capture::Place{}, 1e9, id ).ok() );
+   captures.expire( 1e9 - 5 );
+   EXPECT_TRUE( captures.find( id ) );
+   captures.expire( 1e9 - 3600 );
+   EXPECT_FALSE( captures.find( id ) );
 }
 
 TEST( Beside, theOlderGraphGoesAtOnceWhereBothTakeTooMuch ) {

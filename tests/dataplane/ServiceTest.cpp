@@ -466,6 +466,11 @@ TEST_F( Services, workersClassesAndHooksAreAsTheyAreSaidToBe ) {
    reset.mutable_hook()->set_class_name( "Track" );
    reset.set_cmd( "reset" );
    EXPECT_EQ( call( &Control::GateHookCommand, reset ).error().code(), 0 );
+   reset.mutable_hook()->set_module_name( "rx_et1" );
+   reset.mutable_hook()->set_ogate( 0 );
+   EXPECT_EQ( call( &Control::GateHookCommand, reset ).error().code(), 0 );
+   reset.mutable_hook()->set_ogate( std::int64_t( 1 ) << 32 );
+   EXPECT_EQ( call( &Control::GateHookCommand, reset ).error().code(), ENOENT );
    reset.set_cmd( "forget" );
    EXPECT_EQ( call( &Control::GateHookCommand, reset ).error().code(), EOPNOTSUPP );
 }
