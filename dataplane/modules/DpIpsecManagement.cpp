@@ -159,6 +159,7 @@ const IpsecManagement::Sas & IpsecManagement::sasOf( const Key & key ) const {
 
 void IpsecManagement::replace( const Key & key, Sas sas ) {
    const bool inbound = key.direction == SaDirection::inbound;
+   noteTransport( key, false );
    for ( const auto & sa : sasOf( key ) ) {
       for ( const auto & device : devicesOf( sa->entry() ) ) --devices_.at( device ).sessions;
       if ( inbound ) {
@@ -179,6 +180,20 @@ void IpsecManagement::replace( const Key & key, Sas sas ) {
       sas_.erase( key );
    else
       sas_[ key ] = std::move( sas );
+   noteTransport( key, true );
+}
+
+void IpsecManagement::noteTransport( const Key & key, bool comes ) {
+   const auto & sas = sasOf( key );
+   if ( key.direction != SaDirection::outbound || sas.empty() || sas.back()->tunnelMode() ) return;
+   const auto & sa = *sas.back();
+   const std::pair ends( sa.src().value, sa.dst().value );
+   auto & keys = transports_[ ends ];
+   if ( comes )
+      keys.emplace( key, sas.back().get() );
+   else
+      keys.erase( key );
+   if ( keys.empty() ) transports_.erase( ends );
 }
 
 void IpsecManagement::countEnd( const IpsecSa & sa, bool comes ) {
@@ -198,12 +213,8 @@ IpsecSa * IpsecManagement::outbound( std::uint32_t vrf, std::uint32_t encapId ) 
 }
 
 IpsecSa * IpsecManagement::outboundTransport( Ipv4Addr src, Ipv4Addr dst ) const {
-   for ( const auto & [ key, sas ] : sas_ ) {
-      if ( key.direction != SaDirection::outbound ) continue;
-      const auto & sa = *sas.back();
-      if ( !sa.tunnelMode() && sa.src() == src && sa.dst() == dst ) return sas.back().get();
-   }
-   return nullptr;
+   const auto at = transports_.find( { src.value, dst.value } );
+   return at == transports_.end() ? nullptr : at->second.begin()->second;
 }
 
 IpsecSa * IpsecManagement::inbound( std::uint32_t spi, Ipv4Addr dst ) const {

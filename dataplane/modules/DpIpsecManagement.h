@@ -40,7 +40,8 @@ class IpsecManagement : public Module {
 
    // The newest of the connection; null when there is none.
    IpsecSa * outbound( std::uint32_t vrf, std::uint32_t encapId ) const;
-   // In transport mode, from and to the addresses; null when there is none.
+   // The newest of a connection in transport mode, from and to the addresses; null when there is none. Of several
+   // connections the first by VRF and id has the packets.
    IpsecSa * outboundTransport( Ipv4Addr src, Ipv4Addr dst ) const;
    // By what its packets carry; null when there is none.
    IpsecSa * inbound( std::uint32_t spi, Ipv4Addr dst ) const;
@@ -78,11 +79,15 @@ class IpsecManagement : public Module {
    const Sas & sasOf( const Key & key ) const;
    void replace( const Key & key, Sas sas );
    void countEnd( const IpsecSa & sa, bool comes );
+   // What outboundTransport() finds of the key, as it is now.
+   void noteTransport( const Key & key, bool comes );
 
    const std::uint32_t maxSas_;
    std::map< std::string, Device > devices_;
    std::map< Key, Sas > sas_;
    absl::flat_hash_map< SpiAndDst, std::pair< Key, IpsecSa * > > inbound_;
+   // By source and destination.
+   absl::flat_hash_map< std::pair< std::uint32_t, std::uint32_t >, std::map< Key, IpsecSa * > > transports_;
    // Inbound associations by what they are for: source and destination, or destination and UDP port.
    using Ends = absl::flat_hash_map< std::pair< std::uint32_t, std::uint32_t >, unsigned >;
    Ends ends_;

@@ -66,7 +66,7 @@ const Fields kNullWithSha256 = { { "cipher_algorithm", "1" },
                                  { "auth_info", "'Auth-Key-Of-32-Bytes-0123456789A'" },
                                  { "auth_info_len", "256" } };
 
-std::string update( const std::string & entries, const char * key = "vrf: 0 encap_id: 7 sa_direction: 1" ) {
+std::string update( const std::string & entries, const std::string & key = "vrf: 0 encap_id: 7 sa_direction: 1" ) {
    return fmt::format( "mgmt updateIpsecSAs {} {}\n", key, entries );
 }
 
@@ -273,6 +273,31 @@ class IpsecRouter {
 class Ipsec : public testing::Test, protected IpsecRouter {};
 
 std::string toNat( std::string request ) { return request.replace( request.find( "10.3.0.7" ), 8, "192.0.2.2" ); }
+
+TEST_F( Ipsec, theFirstConnectionBetweenTwoHostsHasTheirPacketsAndTheNextWhenItGoes ) {
+   const auto connection = []( unsigned id ) { return fmt::format( "vrf: 0 encap_id: {} sa_direction: 0", id ); };
+   const auto transport = []( const char * spi ) {
+      return entry( { { "flags", "2" }, { "sa_spi", spi }, { "src_addr", "@10.9.0.1" }, { "dst_addr", "@10.3.0.7" } } );
+   };
+   const auto spi = [ this ] {
+      const auto bytes = through( "encrypt", Router::described( kTransit ) ).value();
+      return bytes[ 9 ] == 50 ? get32( &bytes.at( 20 ) ) : 0;
+   };
+   EXPECT_EQ( spi(), 0u );
+   router.set( update( transport( "600" ), connection( 9 ) ) );
+   EXPECT_EQ( spi(), 600u );
+   // the newest of the first connection, as long as it is between the two
+   router.set( update( transport( "500" ) + transport( "501" ), connection( 8 ) ) );
+   EXPECT_EQ( spi(), 501u );
+   router.set( update( transport( "501" ) + entry( { { "sa_spi", "502" } } ), connection( 8 ) ) );
+   EXPECT_EQ( spi(), 600u );
+   router.set( update( transport( "503" ), connection( 8 ) ) );
+   EXPECT_EQ( spi(), 503u );
+   router.set( "mgmt deleteIpsecSAs " + connection( 8 ) );
+   EXPECT_EQ( spi(), 600u );
+   router.set( "mgmt deleteIpsecSAs " + connection( 9 ) );
+   EXPECT_EQ( spi(), 0u );
+}
 
 TEST_F( Ipsec, whatGoesOutComesBackWithEveryAlgorithmModeAndLength ) {
    const Fields transport = { { "flags", "2" } };
