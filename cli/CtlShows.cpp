@@ -461,7 +461,8 @@ std::string differencesInWords( const Json & end ) {
    std::string line;
    for ( const auto & [ what, number ] : compared.items() )
       line += fmt::format( "{}{} {}", line.empty() ? "" : ", ", what, groupedInWords( number ) );
-   line = "No differences: " + line + " in " + seconds( end.value( "seconds", 0.0 ) );
+   line = "No differences: " + ( line.empty() ? "there was nothing to compare," : line ) + " in " +
+          seconds( end.value( "seconds", 0.0 ) );
    std::string unknown;
    for ( const auto & what : end.value( "notCompared", Json::array() ) )
       unknown += ( unknown.empty() ? "" : ", " ) + inWords( what );
