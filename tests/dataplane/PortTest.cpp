@@ -379,7 +379,8 @@ TEST( Fragments, thatWaitLeaveBuffersToThePacketsThatComeIn ) {
    for ( std::uint16_t id = 0; id < 128; ++id )
       for ( std::uint16_t offset = 0; offset < 7; ++offset ) {
          Packet packet( 28 );
-         writeIpv4Header( packet.data(), { .totalLen = 28, .id = id, .ttl = 64, .proto = kProtoGre } );
+         writeIpv4Header( packet.data(),
+                          { .totalLen = 28, .id = id, .ttl = 64, .proto = kProtoGre, .src = {}, .dst = {} } );
          put16( packet.data() + 6, 0x2000 | offset );
          EXPECT_FALSE( fragments.add( std::move( packet ), {} ) );
       }
