@@ -122,8 +122,13 @@ class Router(Space):
         description = self.describe(more)
         self.start('vexl3d', BIN / 'vexl3d', '--config', description, '--socket', self.socket, *options,
                    log=self.directory / 'vexl3d.log')
-        until(lambda: '10.0.12' in self.run('ip', '-o', 'addr', 'show', 'dev', 'Ethernet2', check=False).stdout,
-              'the kernel has the devices')
+        until(self.ready, 'the kernel has the devices, and their wires are up')
+
+    def ready(self):
+        links = self.run('ip', '-o', 'link', check=False).stdout.splitlines()
+        up = [name for name in ('Ethernet1', 'Ethernet2')
+              if any(f' {name}: ' in link and 'LOWER_UP' in link for link in links)]
+        return len(up) == 2 and '10.0.12' in self.run('ip', '-o', 'addr', 'show', 'dev', 'Ethernet2', check=False).stdout
 
     def ctl(self, *words):
         done = run(BIN / 'vexctl', '--json', '--socket', self.socket, *words, check=False)
