@@ -44,11 +44,13 @@ inline void stop( pid_t pid ) {
       const auto end = text.rfind( ") " ); // of the name, which may hold anything
       return end != text.npos && text[ end + 2 ] == 'T';
    };
-   for ( ;; ) {
+   for ( const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( 60 );
+         std::chrono::steady_clock::now() < end; ) {
       const std::filesystem::directory_iterator threads( "/proc/" + std::to_string( pid ) + "/task" );
-      if ( std::all_of( begin( threads ), end( threads ), stands ) ) return;
+      if ( std::ranges::all_of( threads, stands ) ) return;
       std::this_thread::sleep_for( std::chrono::milliseconds( 1 ) );
    }
+   FAIL() << "process " << pid << " does not stop";
 }
 
 // A started program, whose output is read as it comes.
