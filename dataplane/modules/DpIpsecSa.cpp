@@ -138,7 +138,7 @@ std::size_t icvLenOf( const Entry & entry ) {
 // numbers.
 Entry withoutKeys( const Entry & entry ) {
    Entry told;
-   const auto & reflection = *entry.GetReflection();
+   const auto & reflection = *Entry::GetReflection();
    std::vector< const google::protobuf::FieldDescriptor * > fields;
    reflection.ListFields( entry, &fields );
    for ( const auto * field : fields )

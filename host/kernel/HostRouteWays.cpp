@@ -32,7 +32,7 @@ NetlinkWays waysOf( const RouterState & state, const IntfAtIndex & intfAt, const
          if ( hops.size() > 1 ) return { {}, {}, "several next hops, one of them without an address" };
          found.ways.kind = RouteType::attached();
       }
-      found.ways.hops.push_back( Hop( addressed ? hop.gateway : Kynet::IpGenAddr(), *intfId, hop.weight, hop.onlink ) );
+      found.ways.hops.emplace_back( addressed ? hop.gateway : Kynet::IpGenAddr(), *intfId, hop.weight, hop.onlink );
    }
    if ( found.ways.hops.empty() ) found.wrong = dead ? "next hops over devices that are down" : "another device";
    return found;

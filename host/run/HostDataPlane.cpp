@@ -111,6 +111,7 @@ std::string DataPlane::start() {
                                            "--log-level",
                                            logLevel_ };
    std::vector< char * > argv;
+   argv.reserve( words.size() + 1 );
    for ( const auto & word : words ) argv.push_back( const_cast< char * >( word.c_str() ) );
    argv.push_back( nullptr );
    int ends[ 2 ];

@@ -6,7 +6,7 @@
 namespace Host {
 
 CounterTable counterTable( const AgentView & session ) {
-   if ( const CounterTable agents = session.agent()->counterMirel(); agents && agents->mapped() ) return agents;
+   if ( CounterTable agents = session.agent()->counterMirel(); agents && agents->mapped() ) return agents;
    const auto own = Gant::make< VexModules::MirelCounterDbStatus >();
    const auto & path = session.channel()->counterPath();
    return !path.empty() && own->map( path ).empty() ? CounterTable( own ) : nullptr;

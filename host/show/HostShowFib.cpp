@@ -49,7 +49,8 @@ Json fibRowOf( const AgentView & session, const FibKey & key ) {
 // Gathers the keys of a VRF's routes through the slots of the FIB that the protocols fill: a walk over it may pause.
 class WholeFib : public Answer {
  public:
-   WholeFib( const AgentView & session, std::vector< std::pair< U32, std::string > > vrfs ) : session_( session ) {
+   WholeFib( const AgentView & session, const std::vector< std::pair< U32, std::string > > & vrfs ) :
+        session_( session ) {
       for ( const auto & [ vrfId, name ] : vrfs ) {
          vrfs_.insert( vrfId );
          for ( const auto & route : builtInRoutes( session, Hul::VrfId( vrfId ) ) )
