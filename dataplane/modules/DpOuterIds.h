@@ -16,8 +16,7 @@ class OuterIds {
  public:
    using Counter = std::shared_ptr< std::atomic< std::uint16_t > >;
 
-   // Kept beyond its users, of which there may be kMost, or as many as are in use: a tunnel that is built again goes
-   // on.
+   // Kept beyond its users, up to kMost or as many as are in use: a tunnel that is built again goes on.
    Counter of( Ipv4Addr src, Ipv4Addr dst, std::uint8_t proto ) {
       if ( counters_.size() >= most_ ) {
          std::erase_if( counters_, []( const auto & entry ) { return entry.second.use_count() == 1; } );

@@ -31,8 +31,7 @@ struct SaUse {
 
 class SaHistory {
  public:
-   // Of so many keys that no association has any more it knows, and of up to twice as many; then the oldest are
-   // forgotten.
+   // Keys that no association has any more: so many are known at least, and twice as many at most. The oldest go.
    static constexpr std::size_t kMost = 8192;
 
    SaHistory();

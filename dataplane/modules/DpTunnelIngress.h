@@ -3,9 +3,8 @@
 //   in     any gate     IPv4 packets to the router: GRE, or what an IPsec association has opened
 //   out    0            to the trap: GRE that is for no tunnel, as it came
 //          others       to the tunnel interfaces, what their packets held
-//   drops  GRE that is no good (RFC 2784, RFC 2890); what an association has opened and no tunnel of its connection is
-//   for;
-//          congestion on the way of what has no ECN (RFC 6040)
+//   drops  GRE that is no good (RFC 2784, RFC 2890); what an association has opened and is for no tunnel of its
+//          connection; congestion on the way of what has no ECN (RFC 6040)
 //
 // A tunnel takes what its connection has protected, and nothing else; one without a connection what nobody has.
 #pragma once

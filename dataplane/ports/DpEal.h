@@ -54,8 +54,7 @@ class Eal {
 
    std::vector< Pool > pools() const;
 
-   // The packet has the buffer, and gives it back to its pool. What lies in several buffers is copied into one of its
-   // own.
+   // The packet has the buffer, and gives it back to its pool. What lies in several is copied into one of its own.
    static Packet packetOf( rte_mbuf * mbuf );
    // The packet's buffer with its bytes; a copy in one of the pool's where it is another's. Null, with the packet gone,
    // when the pool is empty or has no room for it.

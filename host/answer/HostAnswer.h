@@ -12,10 +12,6 @@
 #include <string_view>
 #include <vector>
 
-namespace Vex {
-class EngineQuery;
-}
-
 namespace Host {
 
 // Keeps the order in which members were written: that is the order in which people read them.

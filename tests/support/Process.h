@@ -1,8 +1,6 @@
 // Programs as their users start them, and a place for their files.
 #pragma once
 
-#include <algorithm>
-#include <chrono>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -11,7 +9,6 @@
 #include <string>
 #include <sys/time.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -34,23 +31,12 @@ class Directory {
    std::string path_;
 };
 
-// Stops a process, and returns when no thread of it runs any more: what is asked afterwards is not answered before it
-// goes on.
-inline void stop( pid_t pid ) {
-   ASSERT_EQ( kill( pid, SIGSTOP ), 0 );
-   const auto stands = []( const std::filesystem::directory_entry & thread ) {
-      std::ifstream file( thread.path() / "stat" );
-      const std::string text( std::istreambuf_iterator< char >( file ), {} );
-      const auto end = text.rfind( ") " ); // of the name, which may hold anything
-      return end != text.npos && text[ end + 2 ] == 'T';
-   };
-   for ( const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( 60 );
-         std::chrono::steady_clock::now() < end; ) {
-      const std::filesystem::directory_iterator threads( "/proc/" + std::to_string( pid ) + "/task" );
-      if ( std::ranges::all_of( threads, stands ) ) return;
-      std::this_thread::sleep_for( std::chrono::milliseconds( 1 ) );
-   }
-   FAIL() << "process " << pid << " does not stop";
+// Stops a child. No thread of it runs any more on return: what is asked afterwards waits until it goes on.
+inline void stop( pid_t child ) {
+   ASSERT_EQ( kill( child, SIGSTOP ), 0 );
+   siginfo_t told{};
+   ASSERT_EQ( waitid( P_PID, id_t( child ), &told, WSTOPPED | WEXITED | WNOWAIT ), 0 );
+   EXPECT_EQ( told.si_code, CLD_STOPPED );
 }
 
 // A started program, whose output is read as it comes.
