@@ -31,7 +31,7 @@ Gant::String agentText() {
 class StreamTransport : public Transport {
  public:
    StreamTransport( const Peer & peer, std::shared_ptr< TransportSink > sink, SessionWish wish ) :
-        sink_( std::move( sink ) ), channel_( transportChannel( peer ) ), stub_( channel_ ) {
+        sink_( std::move( sink ) ), channel_( transportChannel( peer, wish.silenceMost ) ), stub_( channel_ ) {
       context_.AddMetadata( "vex-agent", agentText() );
       if ( wish.beside ) context_.AddMetadata( "vex-beside", "1" );
       if ( wish.takeOver ) context_.AddMetadata( "vex-takeover", "1" );
