@@ -17,6 +17,8 @@ constexpr double mostBackOff = 2;
 constexpr double listensEvery = 0.005; // whether a child that was started listens
 constexpr double listensWithin = 10;
 
+constexpr double firstWordWithin = 10; // of a peer that is waited for without a limit, until somebody hears of it
+
 constexpr int childPatience = 100; // milliseconds
 
 } // namespace
@@ -46,8 +48,11 @@ void Supervisor::handleClock() {
       begin();
       return;
    }
-   if ( phase_ != Phase::starting || session_ ) return;
-   if ( dataPlane_->listens() ) {
+   if ( phase_ != Phase::starting ) return;
+   if ( session_ ) {
+      spdlog::warn( "the data plane at {} has said nothing for {:g} s; it is waited for without a limit",
+                    dataPlane_ ? dataPlane_->address() : config_.dataPlane, firstWordWithin );
+   } else if ( dataPlane_->listens() ) {
       connect();
    } else if ( clock_->now() - startedAt_ > listensWithin ) {
       lost( "the data plane was started and does not listen" );
@@ -93,6 +98,7 @@ void Supervisor::connect() {
    session_ = Gant::make< Session >(
         tree_, Session::Way{ peer, takeOver_, config_.silenceMost, config_.kernelWatcher, config_.inStepMost },
         std::move( events ) );
+   if ( config_.silenceMost == 0 ) wake( firstWordWithin );
 }
 
 std::string Supervisor::owner() const { return phase_ == Phase::standby ? session_->channel()->owner() : ""; }

@@ -41,7 +41,11 @@ std::string_view pathOf( std::string_view address ) {
 // A socket on its way to the address; -1: nobody listens there.
 int socketTo( const sockaddr * where, socklen_t size ) {
    const int fd = socket( where->sa_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 );
-   if ( fd < 0 || connect( fd, where, size ) == 0 || errno == EINPROGRESS ) return fd;
+   if ( fd < 0 || connect( fd, where, size ) == 0 ) return fd;
+   // One on this machine is refused by now; how another one's ends gRPC sees.
+   int error = errno;
+   socklen_t length = sizeof( error );
+   if ( error == EINPROGRESS && getsockopt( fd, SOL_SOCKET, SO_ERROR, &error, &length ) == 0 && error == 0 ) return fd;
    close( fd );
    return -1;
 }
