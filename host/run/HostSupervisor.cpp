@@ -6,6 +6,7 @@
 #include <chrono>
 #include <fmt/chrono.h>
 #include <spdlog/spdlog.h>
+#include <utility>
 
 namespace Host {
 
@@ -137,11 +138,15 @@ void Supervisor::lost( const std::string & given ) {
    const bool news = phase_ == Phase::running || reason != lastLoss_;
    if ( phase_ == Phase::running ) ++restarts_;
    phase_ = Phase::waiting;
-   session_ = nullptr;
    lastLoss_ = reason;
    if ( news ) spdlog::warn( "no data plane: {}; trying again", reason );
-   wake( backOff_ );
-   backOff_ = std::min( mostBackOff, std::max( firstBackOff, 2 * backOff_ ) );
+   const auto seconds = std::exchange( backOff_, std::min( mostBackOff, std::max( firstBackOff, 2 * backOff_ ) ) );
+   // A large table takes the session as long to let go of as a child takes to start.
+   const auto former = std::exchange( session_, nullptr );
+   if ( dataPlane_ && seconds == 0 )
+      begin();
+   else
+      wake( seconds );
 }
 
 } // namespace Host
