@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <grpc/grpc.h>
 #include <grpcpp/create_channel.h>
 #include <grpcpp/create_channel_posix.h>
 #include <grpcpp/security/credentials.h>
@@ -85,6 +86,9 @@ int socketTo( const Peer & peer ) {
 } // namespace
 
 std::shared_ptr< grpc::Channel > transportChannel( const Peer & peer, double silenceMost ) {
+   // With its last channel gRPC ends its threads, and waits up to ten seconds for one that watches a connection. So it
+   // stays for as long as the process does.
+   [[maybe_unused]] static const bool kept = ( grpc_init(), true );
    grpc::ChannelArguments arguments;
    arguments.SetMaxReceiveMessageSize( -1 );
    arguments.SetMaxSendMessageSize( -1 );

@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <future>
+#include <grpc/grpc.h>
 #include <grpcpp/server_builder.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -427,6 +428,7 @@ TEST_F( GrpcChannel, aListenerThatNeverAnswersIsALoss ) {
       }
       EXPECT_EQ( got, 0 ) << address;
       letGo();
+      EXPECT_NE( grpc_is_initialized(), 0 ); // whoever ends it waits for its threads
       close( peer );
       close( fd );
    }
