@@ -142,22 +142,37 @@ routes:
                              'mtu', ('1300', '1500')[n % 2])
         self.all_arrived(sent[BOTH_PERMIT], self.arrived(self.right)[1][BOTH_PERMIT])
 
-    def test_flows_leave_a_next_hop_that_dies(self):
+    def test_flows_leave_a_next_hop_whose_link_is_cut_and_come_back_with_it(self):
         flows = range(5000, 5064)
         with self.traffic('50.1.1.1', flows):
             pass
         for host in (self.right, self.third):
             self.assertTrue(self.arrived(host)[1], 'each next hop has flows')
+        routes = self.lab.ctl('show', 'routes').stdout
         self.third.run('ip', 'link', 'set', 'eth0', 'down')
         self.addCleanup(self.third.run, 'ip', 'link', 'set', 'eth0', 'up')
 
-        def alive():
-            self.right.forget()
+        def alive(*hosts):
+            for host in hosts:
+                host.forget()
             with self.traffic('50.1.1.1', flows) as sent:
                 pass
-            return self.arrived(self.right)[1] == sent
+            got = [self.arrived(host)[1] for host in hosts]
+            return all(got) and sum(got, collections.Counter()) == sent
 
-        until(alive, 'every flow takes the way that is left')
+        def state():
+            return self.lab.ask('show', 'interfaces', 'Ethernet3')[0]['state']
+
+        until(lambda: state() == 'down', 'the interface goes with its link')
+        until(lambda: alive(self.right), 'every flow takes the way that is left')
+        self.assertNotIn('10.0.3.', self.lab.ctl('show', 'routes', 'connected').stdout)
+        told = self.lab.ctl('why', '50.1.1.1').stdout
+        self.assertIn('the port of Ethernet3 is down: device wire-third: the link is down', told)
+        self.assertIn('whose interface Ethernet3 is down', self.lab.ctl('why', THIRD).stdout)
+        self.third.run('ip', 'link', 'set', 'eth0', 'up')
+        until(lambda: state() == 'up', 'the interface comes with its link')
+        until(lambda: alive(self.right, self.third), 'each next hop has flows again')
+        self.assertEqual(self.lab.ctl('show', 'routes').stdout, routes)
 
 
 if __name__ == '__main__':
