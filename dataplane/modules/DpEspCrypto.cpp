@@ -63,11 +63,10 @@ class EspSession::Hmac {
       SHA_CTX sha1;
       SHA256_CTX sha256;
    };
-   static_assert( SHA_CBLOCK == SHA256_CBLOCK );
 
    // REQUIRES: the key is no longer than a block
    void begin( State & state, ConstByteSpan key, std::uint8_t pad ) const {
-      std::array< std::uint8_t, SHA_CBLOCK > block{};
+      std::array< std::uint8_t, SHA_CBLOCK > block{}; // SHA-256 has the same size (FIPS 180-4)
       std::ranges::copy( key, block.begin() );
       for ( auto & byte : block ) byte ^= pad;
       if ( sha256_ )

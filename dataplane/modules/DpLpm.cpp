@@ -94,8 +94,9 @@ void Lpm::giveBackBelow( const LpmEntry & owner ) {
    pool_.giveBack( owner.number );
 }
 
-// It is on its way while the hash table is waited for.
-void Lpm::fetchBlock( Ipv4Prefix prefix ) const {
+// It is on its way while the hash table is waited for. g++ 12 takes a function that only fetches for one that does
+// nothing, and leaves its calls out.
+[[gnu::always_inline]] inline void Lpm::fetchBlock( Ipv4Prefix prefix ) const {
    const auto root = root_[ rootAt( prefix.addr ) ];
    if ( root.isBlock ) __builtin_prefetch( &pool_.at( root.number ), 1 );
 }

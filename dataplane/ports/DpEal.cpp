@@ -63,6 +63,7 @@ Outcome Eal::startHere() {
    if ( !options_.hugePages ) words.insert( words.end(), { "--no-huge", "--no-pci", "--no-shconf" } );
    words.insert( words.end(), options_.words.begin(), options_.words.end() );
    std::vector< char * > argv;
+   argv.reserve( words.size() );
    for ( auto & word : words ) argv.push_back( word.data() );
    if ( rte_eal_init( int( argv.size() ), argv.data() ) < 0 )
       return refuse( rte_errno == 0 ? EIO : rte_errno, "DPDK doesn't start: {}", rte_strerror( rte_errno ) );

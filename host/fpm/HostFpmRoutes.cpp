@@ -307,6 +307,7 @@ std::vector< SourceRefusal > FpmRoutes::refusals() const {
       if ( refusal.count++ == 0 ) refusal.example = key.prefix.stringValue();
    }
    std::vector< SourceRefusal > refusals;
+   refusals.reserve( byReason.size() );
    for ( auto & [ reason, refusal ] : byReason ) refusals.push_back( std::move( refusal ) );
    return refusals;
 }

@@ -34,7 +34,7 @@ std::string parseFpm( const std::string & text, FpmServer::Config & config ) {
    config = { {}, 0 };
    if ( text == "off" ) return {};
    const auto colon = text.rfind( ':' );
-   const auto wrong = "\"" + text + "\" is not ADDRESS:PORT or off";
+   auto wrong = "\"" + text + "\" is not ADDRESS:PORT or off";
    if ( colon == std::string::npos ) return wrong;
    auto address = text.substr( 0, colon );
    if ( address.size() > 2 && address.front() == '[' && address.back() == ']' )

@@ -398,6 +398,7 @@ std::vector< SourceRefusal > KernelSource::refusals() const {
    std::map< std::string, SourceRefusal > byReason;
    for ( const auto * const reader : readers_ ) reader->addRefusals( byReason );
    std::vector< SourceRefusal > refusals;
+   refusals.reserve( byReason.size() );
    for ( auto & [ reason, refusal ] : byReason ) refusals.push_back( std::move( refusal ) );
    return refusals;
 }

@@ -304,9 +304,9 @@ int openNetlink( const std::string & netns, std::span< const U32 > groups ) {
    for ( const auto group : groups )
       joined = joined && optionIs( SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, static_cast< int >( group ) );
    if ( joined ) return fd;
-   const std::system_error error( errno, std::generic_category(), "rtnetlink" );
+   const int why = errno;
    ::close( fd );
-   throw error;
+   throw std::system_error( why, std::generic_category(), "rtnetlink" );
 }
 
 } // namespace Host

@@ -20,7 +20,7 @@ bool attrsOf( const void * begin, size_t size, const Each & each ) {
       left -= static_cast< int >( MNL_ALIGN( attr->nla_len ) );
       attr = mnl_attr_next( attr );
    }
-   return left <= 0 || left < static_cast< int >( sizeof( nlattr ) );
+   return left < static_cast< int >( sizeof( nlattr ) );
 }
 
 template < typename Each >

@@ -91,7 +91,7 @@ std::string Metrics::open( const std::string & address ) {
 
 std::string wrongMetricsAddress( const std::string & text ) {
    const auto colon = text.rfind( ':' );
-   const auto wrong = "\"" + text + "\" is not ADDRESS:PORT, such as 127.0.0.1:9410 or [::1]:9410";
+   auto wrong = "\"" + text + "\" is not ADDRESS:PORT, such as 127.0.0.1:9410 or [::1]:9410";
    if ( colon == std::string::npos ) return wrong;
    auto address = text.substr( 0, colon );
    const bool v6 = address.size() > 2 && address.front() == '[' && address.back() == ']';

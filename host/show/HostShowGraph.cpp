@@ -9,7 +9,7 @@ namespace {
 
 using Vex::VexModule;
 
-std::unique_ptr< Answer > perModule( const Asked & asked, std::function< Json( const Vex::Module & ) > rowOf ) {
+std::unique_ptr< Answer > perModule( const Asked & asked, const std::function< Json( const Vex::Module & ) > & rowOf ) {
    const AgentView session( asked.daemon );
    return perKey< std::string >(
         [ session ] {

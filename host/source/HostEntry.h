@@ -26,7 +26,7 @@ std::string quoted( std::string_view text );
 // Every reading operation throws an EntryError that names the key.
 class Entry {
  public:
-   explicit Entry( YAML::Node node ) : node_( std::move( node ) ) {}
+   explicit Entry( const YAML::Node & node ) : node_( node ) {}
 
    const YAML::Node & node() const { return node_; }
    int line() const { return node_.Mark().line + 1; }

@@ -3,6 +3,10 @@
 
 #include "HostStateTree.h"
 
+namespace Acl {
+class Config;
+}
+
 namespace Host {
 
 // The entities that only agents write: what their data plane has taken, can do, and has room for. They stand in the

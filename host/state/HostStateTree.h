@@ -17,7 +17,6 @@
 #include "VexL2Intf.h"
 
 namespace Acl {
-class Config;
 class IntfConfig;
 namespace Input {
 class Config;
