@@ -96,9 +96,10 @@ void Supervisor::connect() {
    events.inStep = events_.inStep;
    events.lost = [ this ]( const std::string & reason ) { lost( reason ); };
    const Vex::Peer peer = dataPlane_ ? Vex::Peer( dataPlane_->address() ) : Vex::Peer( config_.dataPlane, config_.tls );
-   session_ = Gant::make< Session >(
-        tree_, Session::Way{ peer, takeOver_, config_.silenceMost, config_.kernelWatcher, config_.inStepMost },
-        std::move( events ) );
+   session_ = Gant::make< Session >( tree_,
+                                     Session::Way{ peer, takeOver_, config_.silenceMost, config_.kernelWatcher,
+                                                   config_.linkWatcher, config_.inStepMost },
+                                     std::move( events ) );
    if ( config_.silenceMost == 0 ) wake( firstWordWithin );
 }
 
