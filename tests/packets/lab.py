@@ -42,7 +42,7 @@ class MMsgHdr(ctypes.Structure):
     """struct mmsghdr, see sendmmsg(2)."""
     _fields_ = [('name', ctypes.c_void_p), ('nameSize', ctypes.c_uint32), ('parts', ctypes.POINTER(IoVec)),
                 ('count', ctypes.c_size_t), ('control', ctypes.c_void_p), ('controlSize', ctypes.c_size_t),
-                ('flags', ctypes.c_int), ('sent', ctypes.c_uint)]
+                ('flags', ctypes.c_size_t), ('sent', ctypes.c_size_t)]  # each an int, and padding
 
 
 def missing():
