@@ -56,24 +56,19 @@ void FpmAnswers::handleClock() {
 }
 
 template < typename Book >
-void FpmAnswers::look( const Book & book, Queue & queue ) {
-   for ( auto most = std::min( queue.slots.size(), looksAtOnce ); most != 0; --most ) {
-      const auto slot = queue.slots.front();
-      queue.slots.pop_front();
-      if ( lookAt( book, slot ) )
-         queue.has[ slot ] = false;
-      else
-         queue.slots.push_back( slot );
+void FpmAnswers::look( const Book & book, SlotRound & waiting ) {
+   for ( auto most = std::min( waiting.size(), looksAtOnce ); most != 0; --most ) {
+      const auto slot = waiting.next();
+      if ( lookAt( book, slot ) ) waiting.remove( slot );
    }
 }
 
 template < typename Book >
 bool FpmAnswers::lookAt( const Book & book, U32 slot ) {
    if ( !book.table().slotHas( slot ) || book.originAt( slot ).teller != Teller::fpm_ ) return true;
-   const auto route = book.table().refAt( slot );
-   const auto outcome = around_.outcomeOf( route.vrfId, route.prefix );
+   const auto outcome = around_.outcomeOf( Book::af, slot );
    if ( outcome == RouteOutcome::pending ) return false;
-   answer( book, route, outcome == RouteOutcome::programmed );
+   answer( book, book.table().refAt( slot ), outcome == RouteOutcome::programmed );
    return true;
 }
 

@@ -4,9 +4,7 @@
 #include "GantFlat.h"
 #include "HostRouteOutcome.h"
 #include "HostRouterState.h"
-
-#include <deque>
-#include <vector>
+#include "HostSlotBits.h"
 
 namespace Host {
 
@@ -33,32 +31,21 @@ class FpmAnswers : public Gant::StateMachine {
          last_ = { table, vrfId };
          tables_[ vrfId ] = table;
       }
-      add( std::is_same_v< P, Kynet::Prefix > ? waiting4_ : waiting6_, slot );
+      ( std::is_same_v< P, Kynet::Prefix > ? waiting4_ : waiting6_ ).add( slot );
+      if ( clock_->timeMin() == Gant::Clock::never ) clock_->timeMinIs( clock_->now() + every );
    }
    // The client is gone, and so is who waits.
    void clear();
    // Called with frames that are to be sent. False: nobody takes more at present.
    void senderIs( std::function< bool( const std::string & frames ) > sender ) { sender_ = std::move( sender ); }
-   size_t waiting() const { return waiting4_.slots.size() + waiting6_.slots.size(); }
+   size_t waiting() const { return waiting4_.size() + waiting6_.size(); }
    U64 answered() const { return answered_; }
 
  private:
-   struct Queue {
-      std::deque< U32 > slots{}; // each once
-      std::vector< bool > has{}; // by slot
-   };
    struct GantClock;
-
-   void add( Queue & queue, U32 slot ) {
-      if ( slot >= queue.has.size() ) queue.has.resize( slot + 1 );
-      if ( queue.has[ slot ] ) return;
-      queue.has[ slot ] = true;
-      queue.slots.push_back( slot );
-      if ( clock_->timeMin() == Gant::Clock::never ) clock_->timeMinIs( clock_->now() + every );
-   }
    void handleClock();
    template < typename Book >
-   void look( const Book & book, Queue & queue );
+   void look( const Book & book, SlotRound & waiting );
    // False: it is to be asked again.
    template < typename Book >
    bool lookAt( const Book & book, U32 slot );
@@ -69,7 +56,7 @@ class FpmAnswers : public Gant::StateMachine {
    const RouterState & state_;
    const Surroundings around_;
    std::function< bool( const std::string & ) > sender_;
-   Queue waiting4_, waiting6_;
+   SlotRound waiting4_, waiting6_;
    Gant::FlatMap< U32, U32 > tables_;   // by VRF
    std::pair< U32, U32 > last_{ 0, 0 }; // table and VRF that were told last; table 0: none
    std::string frames_;

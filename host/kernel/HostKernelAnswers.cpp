@@ -49,18 +49,6 @@ void copyRequest( const nlmsghdr & header, bool object, std::vector< char > & ro
    } );
 }
 
-// A routing suite's own, while the request waits: no flag of the kernel's.
-constexpr U16 ofSuiteMark = 0x8000;
-
-// Of what a route is, whether or not it is answered.
-U32 contentOf( const nlmsghdr & request ) {
-   const auto * const bytes = static_cast< const char * >( mnl_nlmsg_get_payload( &request ) );
-   const auto fixed = offsetof( rtmsg, rtm_flags ), behind = sizeof( rtmsg );
-   const auto size = mnl_nlmsg_get_payload_len( &request );
-   return static_cast< U32 >( std::hash< std::string_view >()( { bytes, fixed } ) * 31 +
-                              std::hash< std::string_view >()( { bytes + behind, size - behind } ) );
-}
-
 rtmsg & routeBody( nlmsghdr & header ) { return *static_cast< rtmsg * >( mnl_nlmsg_get_payload( &header ) ); }
 
 } // namespace
@@ -82,35 +70,80 @@ KernelAnswers::Key KernelAnswers::keyOf( const RouteMessage & message ) {
    return { prefix.address().value(), message.metric, prefix.len() };
 }
 
+U32 KernelAnswers::hashOf( U32 address, U8 len ) {
+   return static_cast< U32 >( ( Gant::Hash( address ) << len ).value() );
+}
+
+U32 KernelAnswers::find( const Key & key ) const {
+   return index_.find( hashOf( key.address, key.len ), [ & ]( U32 place ) {
+      const auto & route = routes_[ place ];
+      return route.address == key.address && route.len == key.len && forms_.metric( route.form ) == key.metric;
+   } );
+}
+
+void KernelAnswers::drop( U32 place ) {
+   if ( place == Mirel::HashIndex::none ) return;
+   const auto & route = routes_[ place ];
+   index_.remove( hashOf( route.address, route.len ), place );
+   forms_.release( route.form );
+   waiting_.remove( place );
+   answered_.remove( place );
+   routes_.give( place );
+}
+
+void KernelAnswers::dropAll( bool waiting ) {
+   if ( waiting_.size() == ( waiting ? routes_.taken() : 0 ) ) {
+      index_ = {};
+      routes_ = {};
+      forms_.clear();
+      waiting_ = answered_ = {};
+      return;
+   }
+   for ( U32 place = 0; place < routes_.size(); ++place )
+      if ( routes_[ place ].form != 0 && waiting_.has( place ) == waiting ) drop( place );
+}
+
 void KernelAnswers::told( const nlmsghdr & header, const RouteMessage & message, How how, bool suite ) {
    if ( message.prefix.af() != Kynet::AddressFamily::ipv4_ ) return;
    const auto key = keyOf( message );
    const bool object = message.nextHopId != 0;
    const auto at = underWay_.empty() ? underWay_.end() : underWay_.find( key );
+   const auto place = find( key );
    // The kernel says what hops the object has where its routes are notified of with them.
    const bool keepsNothing = object && message.hops.size() == 1;
-   if ( at == underWay_.end() && keepsNothing ) return;
+   if ( at == underWay_.end() && keepsNothing ) return drop( place );
    copyRequest( header, object, room_ );
-   auto & request = *reinterpret_cast< nlmsghdr * >( room_.data() );
-   request.nlmsg_seq = ++lastNumber_;
+   const auto & request = *reinterpret_cast< const nlmsghdr * >( room_.data() );
    if ( at != underWay_.end() ) at->second.assign( room_.data(), room_.data() + request.nlmsg_len );
-   if ( keepsNothing || ( suite && isReaction( key, contentOf( request ), how ) ) ) return;
-   if ( suite ) request.nlmsg_flags |= ofSuiteMark;
-   // What it is answered already.
-   routeBody( request ).rtm_flags |= message.flags & allFlags;
-   newest_[ key ] = lastNumber_;
-   waiting_.push( request );
+   if ( keepsNothing ) return drop( place );
+   const auto form = forms_.acquire( request );
+   if ( suite && isReaction( place, form, how ) ) return forms_.release( form );
+   Route route{ key.address, form, key.len };
+   route.suite = suite;
+   route.programmed = ( message.flags & programmedFlags ) != 0;
+   route.refused = ( message.flags & RTM_F_OFFLOAD_FAILED ) != 0;
+   wait( key, place, route );
    pause_ = 0;
    schedule( leastLook );
+}
+
+// In the place of what was told before.
+void KernelAnswers::wait( const Key & key, U32 place, const Route & route ) {
+   if ( place == Mirel::HashIndex::none ) {
+      place = routes_.take();
+      index_.add( hashOf( key.address, key.len ), place );
+   } else {
+      forms_.release( routes_[ place ].form );
+      answered_.remove( place );
+   }
+   routes_[ place ] = route;
+   waiting_.add( place );
 }
 
 void KernelAnswers::gone( const RouteMessage & message ) {
    if ( message.prefix.af() != Kynet::AddressFamily::ipv4_ ) return;
    const auto key = keyOf( message );
-   if ( !newest_.empty() ) newest_.erase( key );
-   if ( !settled_.empty() ) settled_.erase( key );
-   for ( auto & answered : answeredLast_ )
-      if ( !answered.empty() ) answered.erase( key );
+   drop( find( key ) );
    if ( const auto at = underWay_.find( key ); at != underWay_.end() ) at->second.clear();
 }
 
@@ -125,36 +158,34 @@ void KernelAnswers::handleEcho( const RouteMessage & message ) {
    underWay_.erase( at );
 }
 
-void KernelAnswers::clear() {
-   waiting_.clear();
-   newest_.clear();
+void KernelAnswers::clear() { dropAll( true ); }
+
+void KernelAnswers::forget() { dropAll( false ); }
+
+bool KernelAnswers::isReaction( U32 place, U32 form, How how ) {
+   if ( place == Mirel::HashIndex::none || routes_[ place ].form != form ) return false;
+   auto & route = routes_[ place ];
+   if ( route.stage == Stage::settled ) return how == How::read;
+   if ( route.stage != Stage::answered ) return false;
+   if ( how == How::notified ) {
+      route.stage = Stage::settled;
+      answered_.remove( place );
+   }
+   return true;
 }
 
-void KernelAnswers::forget() {
-   settled_ = {};
-   answeredLast_ = {};
-}
-
-bool KernelAnswers::isReaction( const Key & key, U32 content, How how ) {
-   for ( auto & answered : answeredLast_ )
-      if ( const auto at = answered.find( key ); at != answered.end() && at->second == content ) {
-         if ( how == How::notified ) {
-            settled_[ key ] = content;
-            answered.erase( at );
-         }
-         return true;
-      }
-   const auto at = settled_.find( key );
-   if ( at == settled_.end() ) return false;
-   if ( how == How::read && at->second == content ) return true;
-   settled_.erase( at );
-   return false;
-}
-
+// Who did not react by the end of the next round does not.
 void KernelAnswers::expire() {
-   if ( clock_->now() < expireAt_ ) return;
-   expireAt_ = clock_->now() + reactsWithin;
-   answeredLast_[ 1 ] = std::exchange( answeredLast_[ 0 ], {} );
+   if ( clock_->now() >= expireAt_ ) {
+      expireAt_ = clock_->now() + reactsWithin;
+      ++round_;
+      expiring_ = answered_.size();
+   }
+   for ( auto most = looksPerTurn; most != 0 && expiring_ != 0 && answered_.size() != 0; --most, --expiring_ ) {
+      const auto place = answered_.next();
+      if ( U8( round_ - routes_[ place ].round ) > 1 ) drop( place );
+   }
+   if ( answered_.size() == 0 ) expiring_ = 0;
 }
 
 void KernelAnswers::schedule( double pause ) {
@@ -171,49 +202,37 @@ void KernelAnswers::handleClock() {
       batch.append( *reinterpret_cast< const nlmsghdr * >( request.data() ) );
    for ( auto most = std::min( waiting_.size(), looksPerTurn ); most != 0 && batch.messages() < answersPerBatch;
          --most )
-      look( batch );
+      look( batch, waiting_.next() );
    if ( !batch.empty() ) {
       pause_ = 0;
       send( std::move( batch ) );
    } else if ( waiting_.size() != 0 ) {
       pause_ = std::clamp( 2 * pause_, leastLook, mostLook );
       schedule( pause_ );
-   } else if ( !answeredLast_[ 0 ].empty() || !answeredLast_[ 1 ].empty() ) {
-      schedule( reactsWithin );
+   } else {
+      scheduleExpiry();
    }
 }
 
-void KernelAnswers::look( NetlinkBatch & batch ) {
-   const auto & front = waiting_.front();
-   readRoute( front, route_ );
-   const auto key = keyOf( route_ );
-   const auto at = newest_.find( key );
-   const bool overtaken = at == newest_.end() || at->second != front.nlmsg_seq || underWay_.contains( key );
-   const auto outcome = overtaken ? std::nullopt : around_.outcomeOf( route_ );
-   if ( !overtaken && outcome.value_or( RouteOutcome::pending ) == RouteOutcome::pending ) {
-      const std::vector< char > again( reinterpret_cast< const char * >( &front ),
-                                       reinterpret_cast< const char * >( &front ) + front.nlmsg_len );
-      waiting_.pop();
-      waiting_.push( *reinterpret_cast< const nlmsghdr * >( again.data() ) );
-      return;
-   }
-   if ( !overtaken ) {
-      newest_.erase( at );
-      const bool refused = outcome == RouteOutcome::refused;
-      const bool known = ( route_.flags & ( refused ? RTM_F_OFFLOAD_FAILED : programmedFlags ) ) != 0;
-      // The kernel keeps it only there.
-      const bool keeps = !refused || route_.nextHopId != 0 || route_.hops.size() > 1;
-      if ( !known && keeps ) {
-         auto & request = batch.append( front );
-         if ( ( request.nlmsg_flags & ofSuiteMark ) != 0 ) answeredLast_[ 0 ][ key ] = contentOf( request );
-         request.nlmsg_flags &= ~ofSuiteMark;
-         routeBody( request ).rtm_flags &= ~allFlags;
-         routeBody( request ).rtm_flags |= refused ? U32( RTM_F_OFFLOAD_FAILED ) : programmedFlags;
-         underWay_.emplace( key, std::vector< char >() );
-         ++answered_;
-      }
-   }
-   waiting_.pop();
+void KernelAnswers::look( NetlinkBatch & batch, U32 place ) {
+   auto & route = routes_[ place ];
+   const auto & request = forms_.request( route.form, route.address, route.len );
+   readRoute( request, route_ );
+   const auto outcome = around_.outcomeOf( route_ );
+   if ( outcome.value_or( RouteOutcome::pending ) == RouteOutcome::pending ) return;
+   const bool refused = outcome == RouteOutcome::refused;
+   const bool known = refused ? route.refused : route.programmed;
+   // The kernel keeps it only there.
+   const bool keeps = !refused || route_.nextHopId != 0 || route_.hops.size() > 1;
+   if ( known || !keeps ) return drop( place );
+   routeBody( batch.append( request ) ).rtm_flags |= refused ? U32( RTM_F_OFFLOAD_FAILED ) : programmedFlags;
+   underWay_.emplace( keyOf( route_ ), std::vector< char >() );
+   ++answers_;
+   if ( route.suite == 0 ) return drop( place );
+   route.stage = Stage::answered;
+   route.round = round_;
+   waiting_.remove( place );
+   answered_.add( place );
 }
 
 void KernelAnswers::send( NetlinkBatch batch ) {
@@ -227,8 +246,14 @@ void KernelAnswers::send( NetlinkBatch batch ) {
 void KernelAnswers::handleAnswer() {
    busy_ = false;
    underWay_.clear();
-   const bool more = waiting_.size() != 0 || !overtaken_.empty();
-   if ( more || !answeredLast_[ 0 ].empty() || !answeredLast_[ 1 ].empty() ) schedule( more ? 0 : reactsWithin );
+   if ( waiting_.size() != 0 || !overtaken_.empty() )
+      schedule( 0 );
+   else
+      scheduleExpiry();
+}
+
+void KernelAnswers::scheduleExpiry() {
+   if ( answered_.size() != 0 ) schedule( expiring_ != 0 ? leastLook : reactsWithin );
 }
 
 } // namespace Host

@@ -2,13 +2,13 @@
 #pragma once
 
 #include "GantActivity.h"
-#include "GantFlat.h"
-#include "HostMessageQueue.h"
 #include "HostNetlink.h"
+#include "HostRouteForms.h"
 #include "HostRouteMessage.h"
 #include "HostRouteOutcome.h"
+#include "HostSlotBits.h"
+#include "MirelHashIndex.h"
 
-#include <array>
 #include <map>
 #include <optional>
 
@@ -25,6 +25,9 @@ namespace Host {
 //
 // FRR's zebra (8.4.4, --asic-offload) hears an answer and tells the very route again, without it: one such telling for
 // each answer is no new one.
+//
+// Kept are the routes that wait, and of a routing suite's those that were answered: for as long as it may react, and
+// where it did for good. That is 12 bytes a route and its part of the index, which is 11 to 22.
 //
 // The kernel (6.18) keeps RTNH_F_OFFLOAD on every route, and the two others on those of several next hops, of groups,
 // and of an object where net.ipv4.nexthop_compat_mode is 0. With 1 it keeps nothing on the route of a single object:
@@ -59,50 +62,69 @@ class KernelAnswers : public Gant::StateMachine {
    // The routing suite was started anew: it knows of no answer.
    void forget();
 
-   size_t waiting() const { return waiting_.size(); }
-   U64 answered() const { return answered_; }
+   U64 answered() const { return answers_; }
 
  private:
    struct Key {
       U32 address;
       U32 metric;
       U8 len;
-      size_t hash() const { return ( Gant::Hash( address ) << metric << len ).value(); }
-      friend bool operator==( const Key &, const Key & ) = default;
       friend bool operator<( const Key & a, const Key & b ) {
          return std::tie( a.address, a.len, a.metric ) < std::tie( b.address, b.len, b.metric );
       }
    };
+   enum class Stage : U8 {
+      waits,
+      answered, // a routing suite's, which may tell it again
+      settled,  // it has
+   };
+   struct Route {
+      U32 address = 0;
+      U32 form = 0; // 0: the place is empty
+      U8 len = 0;
+      Stage stage : 2 = Stage::waits;
+      U8 suite : 1 = false;
+      // Of one that waits: what the kernel shows of it.
+      U8 programmed : 1 = false;
+      U8 refused : 1 = false;
+      U8 round = 0; // of expire(), of one that was answered
+   };
    struct GantClock;
-   using Contents = Gant::FlatMap< Key, U32 >; // a hash of what was told
    static Key keyOf( const RouteMessage & message );
-   bool isReaction( const Key & key, U32 content, How how );
+   static U32 hashOf( U32 address, U8 len );
+   U32 find( const Key & key ) const;
+   void drop( U32 place );
+   void dropAll( bool waiting );
+   bool isReaction( U32 place, U32 form, How how );
+   void wait( const Key & key, U32 place, const Route & route );
    void expire();
 
    void handleClock();
-   // Whether the one in front goes into the batch.
-   void look( NetlinkBatch & batch );
+   // Puts the answer of one that waits, where there is one by now, into the batch.
+   void look( NetlinkBatch & batch, U32 place );
    void send( NetlinkBatch batch );
    void handleAnswer();
    void schedule( double pause );
+   void scheduleExpiry();
 
    const Surroundings around_;
    NetlinkSocket requests_;
    const U32 port_;
-   MessageQueue waiting_;
-   Gant::FlatMap< Key, U32 > newest_; // of those that wait: the number of the last telling
-   U32 lastNumber_ = 0;
+   RouteForms forms_;
+   Mirel::Slab< Route > routes_;
+   Mirel::HashIndex index_;
+   SlotRound waiting_, answered_;                  // by place
    std::map< Key, std::vector< char > > underWay_; // with what somebody told meanwhile
    std::vector< std::vector< char > > overtaken_;  // to be put back
-   std::array< Contents, 2 > answeredLast_;        // a routing suite's, of this time and of the time before
-   Contents settled_;                              // those that it has told again
    double expireAt_ = 0;
+   U8 round_ = 0;        // of expire()
+   size_t expiring_ = 0; // answered ones, to be looked at in this round
    std::vector< char > room_;
    RouteMessage route_;
    bool busy_ = false;
    bool held_ = false;
    double pause_ = 0; // seconds
-   U64 answered_ = 0;
+   U64 answers_ = 0;
    Gant::Ptr< Gant::Clock > clock_;
    std::unique_ptr< GantClock > clockReactor_;
    std::shared_ptr< bool > alive_ = std::make_shared< bool >( true );

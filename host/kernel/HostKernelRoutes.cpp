@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <bit>
 #include <cstring>
 #include <libmnl/libmnl.h>
 #include <linux/nexthop.h>
@@ -50,28 +49,6 @@ rtmsg bodyOf( U8 table, U8 type, U8 scope ) {
 }
 
 } // namespace
-
-void KernelRoutes::Bits::add( U32 at ) {
-   if ( at / 64 >= words_.size() ) words_.resize( std::max< size_t >( at / 64 + 1, 2 * words_.size() ) );
-   words_[ at / 64 ] |= U64( 1 ) << at % 64;
-}
-
-void KernelRoutes::Bits::remove( U32 at ) {
-   if ( at / 64 < words_.size() ) words_[ at / 64 ] &= ~( U64( 1 ) << at % 64 );
-}
-
-void KernelRoutes::Bits::addAll( const Bits & other ) {
-   if ( words_.size() < other.words_.size() ) words_.resize( other.words_.size() );
-   for ( size_t at = 0; at < other.words_.size(); ++at ) words_[ at ] |= other.words_[ at ];
-}
-
-U32 KernelRoutes::Bits::next( U32 at ) const {
-   for ( size_t word = at / 64; word < words_.size(); ++word ) {
-      const auto rest = word == at / 64 ? words_[ word ] >> at % 64 << at % 64 : words_[ word ];
-      if ( rest != 0 ) return static_cast< U32 >( word * 64 + static_cast< size_t >( std::countr_zero( rest ) ) );
-   }
-   return end();
-}
 
 template < typename P >
 struct KernelRoutes::GantFib : Mirel::RouteTable< P >::Notifiee {
@@ -169,6 +146,7 @@ template < typename P >
 void KernelRoutes::handleRoute( Family< P > & family, const Mirel::RouteRef< P > & ref ) {
    if ( ref.vrfId != args_.vrfId || state_ != State::writing ) return;
    if ( family.fib->slotHas( ref.slot ) ) {
+      if ( !isOfInterest( family, ref.slot ) ) return;
       family.dirty.add( ref.slot );
    } else {
       if ( family.written.has( ref.slot ) ) family.removed.push_back( ref.prefix );
@@ -370,8 +348,9 @@ bool KernelRoutes::fillRoutes( KernelWrites & writes, Family< P > & family ) {
    while ( !family.removed.empty() && writes.batch.messages() < messagesPerSlice ) {
       const auto prefix = family.removed.front();
       family.removed.pop_front();
-      // There again: its slot says what to do.
-      if ( !family.fib->slot( args_.vrfId, prefix ) ) addRemoval( writes, prefix );
+      // There again: it is written over, or its slot says what to do.
+      const auto slot = family.fib->slot( args_.vrfId, prefix );
+      if ( !slot || !isOfInterest( family, *slot ) ) addRemoval( writes, prefix );
    }
    U32 looked = 0;
    for ( U32 slot = family.suspect.next( 0 ); slot < family.suspect.end() && looked < slotsPerSlice;
@@ -396,8 +375,16 @@ template < typename P >
 void KernelRoutes::walk( Family< P > & family ) {
    const auto end = std::min( family.fib->slots(), family.walked + slotsPerSlice );
    for ( ; family.walked < end; ++family.walked )
-      if ( family.fib->slotHas( family.walked ) && family.fib->refAt( family.walked ).vrfId == args_.vrfId )
+      if ( family.fib->slotHas( family.walked ) && family.fib->refAt( family.walked ).vrfId == args_.vrfId &&
+           isOfInterest( family, family.walked ) )
          family.dirty.add( family.walked );
+}
+
+// Whether the kernel has the route in the slot, or may have to: of the routes that come by the million it does not.
+template < typename P >
+bool KernelRoutes::isOfInterest( const Family< P > & family, U32 slot ) const {
+   const auto route = family.fib->routeAt( slot );
+   return family.written.has( slot ) || route.routeType() == Mirel::RouteType::receive_ || isWanted( route );
 }
 
 template < typename P >

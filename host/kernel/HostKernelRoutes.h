@@ -3,6 +3,7 @@
 
 #include "HostKernelNamespace.h"
 #include "HostKernelNextHops.h"
+#include "HostSlotBits.h"
 
 #include <deque>
 
@@ -50,27 +51,12 @@ class KernelRoutes : public Gant::StateMachine {
    U32 vrfId() const { return args_.vrfId; }
 
  private:
-   // By slot.
-   class Bits {
-    public:
-      bool has( U32 at ) const { return at / 64 < words_.size() && ( words_[ at / 64 ] >> at % 64 & 1 ) != 0; }
-      void add( U32 at );
-      void remove( U32 at );
-      void addAll( const Bits & other );
-      // The first one from `at` on; size() * 64 and more: none.
-      U32 next( U32 at ) const;
-      U32 end() const { return static_cast< U32 >( words_.size() * 64 ); }
-      void clear() { words_.clear(); }
-
-    private:
-      std::vector< U64 > words_;
-   };
    template < typename P >
    struct Family {
       Gant::Ptr< const Mirel::RouteTable< P > > fib;
-      Bits dirty{};   // to be brought in line
-      Bits written{}; // sent to the kernel
-      Bits suspect{}; // the kernel may have taken it away with its group
+      SlotBits dirty{};   // to be brought in line
+      SlotBits written{}; // sent to the kernel
+      SlotBits suspect{}; // the kernel may have taken it away with its group
       std::deque< P > removed{};
       std::vector< U32 > refused{}; // slots
       U32 cursor = 0;
@@ -108,6 +94,8 @@ class KernelRoutes : public Gant::StateMachine {
    bool fillRoutes( KernelWrites & writes, Family< P > & family );
    template < typename P >
    void walk( Family< P > & family );
+   template < typename P >
+   bool isOfInterest( const Family< P > & family, U32 slot ) const;
    template < typename P >
    void bringInLine( KernelWrites & writes, Family< P > & family, U32 slot );
    template < typename P >

@@ -203,7 +203,7 @@ std::optional< RouteOutcome > KernelRouteReader::outcomeOf( const RouteMessage &
    } else if ( origin.teller != Teller::kernel_ || origin.metric != message.metric ) {
       return std::nullopt;
    }
-   return args_.outcomeOf( args_.vrfId, message.prefix );
+   return args_.outcomeOf( book.af, *slot );
 }
 
 // FPM may be behind the kernel, or before it.

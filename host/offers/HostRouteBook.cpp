@@ -62,7 +62,7 @@ std::optional< U32 > RouteBook< P >::routeIs( U32 vrfId, const P & prefix, Origi
    const auto slot = fib_->slot( vrfId, prefix );
    if ( !slot ) {
       const auto put =
-           fib_->routePut( vrfId, prefix, Mirel::Route( kind, fecId, origins_.at( origin ).teller.value() ) );
+           fib_->routeAdd( vrfId, prefix, Mirel::Route( kind, fecId, origins_.at( origin ).teller.value() ) );
       if ( !put ) {
          fecs_.release( fecId );
          return std::nullopt;

@@ -31,6 +31,8 @@ template < typename P >
 class RouteBook {
  public:
    using Table = Mirel::RouteTable< P >;
+   static constexpr auto af =
+        std::is_same_v< P, Kynet::Prefix > ? Kynet::AddressFamily::ipv4_ : Kynet::AddressFamily::ipv6_;
 
    RouteBook( Gant::Ptr< Table > fib, Resolve resolve, Origins & origins ) :
         fib_( fib ), origins_( origins ), fecs_( std::move( fib ), std::move( resolve ) ) {}

@@ -9,7 +9,7 @@ namespace Host {
 
 enum class RouteOutcome { pending, programmed, refused };
 
-// Of the route that holds in the FIB.
-using OutcomeOf = std::function< RouteOutcome( U32 vrfId, const Kynet::IpGenPrefix & prefix ) >;
+// Of the route in the slot of the FIB of the family.
+using OutcomeOf = std::function< RouteOutcome( Kynet::AddressFamily::Value af, U32 slot ) >;
 
 } // namespace Host

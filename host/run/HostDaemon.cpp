@@ -88,7 +88,7 @@ Daemon::Daemon( Options options ) :
                return kernel_.intfAt( state_.vrfBook().netns( L3::VrfName::defaultVrf() ), index );
             },
              [ this ] { return backlog(); },
-             { [ this ]( U32 vrfId, const Kynet::IpGenPrefix & prefix ) { return outcomeOf( vrfId, prefix ); },
+             { [ this ]( auto af, U32 slot ) { return outcomeOf( af, slot ); },
                [ this ]( Kynet::IntfId intfId ) { return kernel_.indexOf( intfId ); } },
              tellOfSource } ),
      supervisor_( state_.tree(),
@@ -146,9 +146,7 @@ bool Daemon::run() {
 void Daemon::tellKernel() {
    kernel_.routesWrittenIs( sources_.kernelRoutes() );
    kernel_.outcomesAre( !sources_.kernelOffload() ? OutcomeOf()
-                                                  : [ this ]( U32 vrfId, const Kynet::IpGenPrefix & prefix ) {
-                                                       return outcomeOf( vrfId, prefix );
-                                                    } );
+                                                  : [ this ]( auto af, U32 slot ) { return outcomeOf( af, slot ); } );
 }
 
 std::string Daemon::openSocket() {
@@ -229,10 +227,10 @@ bool Daemon::sourcesTold( double seconds ) {
    return std::min( seconds, now - fpmQuietAt_ ) >= fpmPatience;
 }
 
-RouteOutcome Daemon::outcomeOf( U32 vrfId, const Kynet::IpGenPrefix & prefix ) const {
+RouteOutcome Daemon::outcomeOf( Kynet::AddressFamily::Value af, U32 slot ) const {
    const auto agent = this->agent();
    if ( !agent ) return RouteOutcome::pending;
-   switch ( agent->hulVrfRootSm()->routeState( Hul::VrfId( vrfId ), prefix ).progress.value() ) {
+   switch ( agent->hulVrfRootSm()->routeProgress( af, slot ).value() ) {
    case Hul::RouteProgress::pending_: return RouteOutcome::pending;
    case Hul::RouteProgress::programmed_: return RouteOutcome::programmed;
    case Hul::RouteProgress::refused_: return RouteOutcome::refused;

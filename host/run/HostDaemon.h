@@ -52,7 +52,7 @@ class Daemon : public DaemonControl, private Gant::StateMachine {
    void postFeed();
    bool backlog() const;
    // What the data plane has made of a route.
-   RouteOutcome outcomeOf( U32 vrfId, const Kynet::IpGenPrefix & prefix ) const;
+   RouteOutcome outcomeOf( Kynet::AddressFamily::Value af, U32 slot ) const;
    void tellFed();
    // Whether the kernel and a routing suite have told what they have.
    bool sourcesTold( double seconds );

@@ -92,6 +92,7 @@ class RouteMachine : public Gant::StateMachine {
    RouteCounts counts() const;
    RouteCounts counts( U32 vrfId ) const;
    RouteState state( U32 vrfId, const Prefix & prefix ) const;
+   RouteProgress progress( U32 slot ) const;
    void verify();
    // At most `most` routes.
    void pending( Pendings & out, size_t most ) const;
@@ -189,6 +190,7 @@ class RouteMachine : public Gant::StateMachine {
    static bool overtaken( const Told & told ) { return told.underWay && told.asked == 0; }
    // Whether the data plane has the route as it was told last.
    static bool taken( const Told & told ) { return told.routeType != 0 && !told.underWay && told.error == 0; }
+   RouteProgress progressOf( const Told & told ) const;
    RouteState stateOf( const Told & told, U32 slot ) const;
    bool noRoom( const Told & told ) const;
    size_t tellAgain( size_t routes );

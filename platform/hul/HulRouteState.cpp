@@ -35,15 +35,27 @@ RouteState RouteMachine< F >::state( U32 vrfId, const Prefix & prefix ) const {
 }
 
 template < typename F >
-RouteState RouteMachine< F >::stateOf( const Told & told, U32 slot ) const {
+RouteProgress RouteMachine< F >::progress( U32 slot ) const {
+   if ( slot >= told_.size() || !told_[ slot ].here ) return RouteProgress::pending();
+   return progressOf( told_[ slot ] );
+}
+
+template < typename F >
+RouteProgress RouteMachine< F >::progressOf( const Told & told ) const {
    if ( taken( told ) ) {
-      const auto refusal = args_.adjSm->refusal( told.adj );
-      if ( !refusal.empty() ) return { RouteProgress::refused(), "the data plane refused its next hops: " + refusal };
-      const auto disabled = args_.adjSm->disabled( told.adj );
-      return { disabled.empty() ? RouteProgress::programmed() : RouteProgress::pending(), disabled };
+      if ( !args_.adjSm->refusal( told.adj ).empty() ) return RouteProgress::refused();
+      return args_.adjSm->disabled( told.adj ).empty() ? RouteProgress::programmed() : RouteProgress::pending();
    }
-   const bool refused = told.error != 0 || told.unprogrammed != 0;
-   return { refused ? RouteProgress::refused() : RouteProgress::pending(), reasonOf( told, slot ) };
+   return told.error != 0 || told.unprogrammed != 0 ? RouteProgress::refused() : RouteProgress::pending();
+}
+
+template < typename F >
+RouteState RouteMachine< F >::stateOf( const Told & told, U32 slot ) const {
+   const auto progress = progressOf( told );
+   if ( !taken( told ) ) return { progress, reasonOf( told, slot ) };
+   const auto refusal = args_.adjSm->refusal( told.adj );
+   if ( !refusal.empty() ) return { progress, "the data plane refused its next hops: " + refusal };
+   return { progress, args_.adjSm->disabled( told.adj ) };
 }
 
 template < typename F >
@@ -92,6 +104,8 @@ void RouteMachine< F >::pending( Pendings & out, size_t most ) const {
 template RouteCounts RouteMachine< Ip4Routes >::counts() const;
 template RouteCounts RouteMachine< Ip4Routes >::counts( U32 ) const;
 template RouteState RouteMachine< Ip4Routes >::state( U32, const Prefix & ) const;
+template RouteProgress RouteMachine< Ip4Routes >::progress( U32 ) const;
+template RouteProgress RouteMachine< Ip4Routes >::progressOf( const Told & ) const;
 template RouteState RouteMachine< Ip4Routes >::stateOf( const Told &, U32 ) const;
 template Gant::String RouteMachine< Ip4Routes >::reasonOf( const Told &, U32 ) const;
 template void RouteMachine< Ip4Routes >::verify();
@@ -99,6 +113,8 @@ template void RouteMachine< Ip4Routes >::pending( Pendings &, size_t ) const;
 template RouteCounts RouteMachine< Ip6Routes >::counts() const;
 template RouteCounts RouteMachine< Ip6Routes >::counts( U32 ) const;
 template RouteState RouteMachine< Ip6Routes >::state( U32, const Prefix & ) const;
+template RouteProgress RouteMachine< Ip6Routes >::progress( U32 ) const;
+template RouteProgress RouteMachine< Ip6Routes >::progressOf( const Told & ) const;
 template RouteState RouteMachine< Ip6Routes >::stateOf( const Told &, U32 ) const;
 template Gant::String RouteMachine< Ip6Routes >::reasonOf( const Told &, U32 ) const;
 template void RouteMachine< Ip6Routes >::verify();

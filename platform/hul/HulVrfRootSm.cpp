@@ -160,6 +160,12 @@ RouteState VrfRootSm::routeState( VrfId vrfId, const Kynet::IpGenPrefix & prefix
                                                      : machines_->route6Sm->state( vrfId.value(), prefix.v6Prefix() );
 }
 
+RouteProgress VrfRootSm::routeProgress( Kynet::AddressFamily af, U32 slot ) const {
+   if ( !machines_ ) return RouteProgress::pending();
+   return af == Kynet::AddressFamily::ipv4_ ? machines_->routeSm->progress( slot )
+                                            : machines_->route6Sm->progress( slot );
+}
+
 RouteCounts VrfRootSm::routeCounts( Kynet::AddressFamily af ) const {
    if ( !machines_ ) return {};
    return af == Kynet::AddressFamily::ipv4_ ? machines_->routeSm->counts() : machines_->route6Sm->counts();

@@ -184,6 +184,8 @@ class VrfRootSm : public Gant::StateMachine {
    U32 toldRoutes() const;
    // What has become of a route of the FIB.
    RouteState routeState( VrfId vrfId, const Kynet::IpGenPrefix & prefix ) const;
+   // The same of the one in the slot of its family's FIB, without the reason.
+   RouteProgress routeProgress( Kynet::AddressFamily af, U32 slot ) const;
    RouteCounts routeCounts( Kynet::AddressFamily af ) const;
    // Of one VRF. Of the refused those that the data plane itself refused, and no part of them; routes over refused
    // adjacencies count as programmed.

@@ -57,26 +57,39 @@ void RouteTable< P >::store( Entry & entry, const Route & route ) {
 }
 
 template < typename P >
+bool RouteTable< P >::storable( const P & prefix, const Route & route ) {
+   return prefix.len() <= PrefixBits< P >::bits && prefix.canonical() && route.routeType() != RouteType::none_;
+}
+
+template < typename P >
 std::optional< U32 > RouteTable< P >::routePut( U32 vrfId, const P & prefix, const Route & route ) {
-   GANT_ON_LOOP();
-   if ( prefix.len() > PrefixBits< P >::bits || !prefix.canonical() || route.routeType() == RouteType::none_ )
-      return std::nullopt;
+   if ( !storable( prefix, route ) ) return std::nullopt;
    const auto hash = hashOf( vrfId, prefix );
-   auto slot = find( hash, vrfId, prefix );
+   const auto slot = find( hash, vrfId, prefix );
+   if ( slot == HashIndex::none ) return add( hash, vrfId, prefix, route );
+   routeAtIs( slot, route );
+   return slot;
+}
+
+template < typename P >
+std::optional< U32 > RouteTable< P >::routeAdd( U32 vrfId, const P & prefix, const Route & route ) {
+   if ( !storable( prefix, route ) ) return std::nullopt;
+   return add( hashOf( vrfId, prefix ), vrfId, prefix, route );
+}
+
+template < typename P >
+U32 RouteTable< P >::add( U32 hash, U32 vrfId, const P & prefix, const Route & route ) {
+   GANT_ON_LOOP();
    auto & vrf = this->vrf( vrfId );
-   if ( slot == HashIndex::none ) {
-      slot = slab_.take();
-      auto & entry = slab_[ slot ];
-      entry.address = prefix.address();
-      entry.len = prefix.len();
-      entry.vrfId = vrfId;
-      index_.add( hash, slot );
-      ++vrf.routes;
-      ++vrf.lengths[ prefix.len() ];
-   } else if ( routeAt( slot ) == route ) {
-      return slot;
-   }
-   store( slab_[ slot ], route );
+   const auto slot = slab_.take();
+   auto & entry = slab_[ slot ];
+   entry.address = prefix.address();
+   entry.len = prefix.len();
+   entry.vrfId = vrfId;
+   store( entry, route );
+   index_.add( hash, slot );
+   ++vrf.routes;
+   ++vrf.lengths[ prefix.len() ];
    ++vrf.sequence;
    notifiees_.tell( &Notifiee::onRoute, Ref{ vrfId, prefix, slot } );
    return slot;

@@ -93,6 +93,8 @@ class RouteTable : public Gant::Entity {
    }
    // The same, with the slot of the route.
    std::optional< U32 > routePut( U32 vrfId, const P & prefix, const Route & route );
+   // The same of a prefix that has no route, without a look-up. REQUIRES: slot() gives nothing.
+   std::optional< U32 > routeAdd( U32 vrfId, const P & prefix, const Route & route );
    // The route in the slot, without a look-up. REQUIRES: slotHas( slot )
    void routeAtIs( U32 slot, const Route & route );
    // False when there was no such route.
@@ -144,6 +146,8 @@ class RouteTable : public Gant::Entity {
    U32 find( U32 hash, U32 vrfId, const P & prefix ) const;
    Vrf & vrf( U32 vrfId );
    const Vrf * vrfHas( U32 vrfId ) const;
+   static bool storable( const P & prefix, const Route & route );
+   U32 add( U32 hash, U32 vrfId, const P & prefix, const Route & route );
    void store( Entry & entry, const Route & route );
 
    Slab< Entry > slab_;
