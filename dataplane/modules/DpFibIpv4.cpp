@@ -123,7 +123,7 @@ Outcome FibIpv4::delVrf( const FibIpv4VrfArg & arg ) {
 
 void FibIpv4::expect( const FibIpv4RouteArg & arg ) const {
    Ipv4Prefix prefix;
-   if ( const auto * routes = table( arg.vrf() ); routes && prefixFrom( arg.prefix(), arg.prefix_len(), prefix ).ok() )
+   if ( auto * const routes = table( arg.vrf() ); routes && prefixFrom( arg.prefix(), arg.prefix_len(), prefix ).ok() )
       routes->expect( prefix );
 }
 
