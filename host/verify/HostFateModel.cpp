@@ -104,6 +104,11 @@ const IntfFact * FateModel::intf( Kynet::IntfId intfId ) const {
    return at == intfs_.end() ? nullptr : &at->second.fact;
 }
 
+bool FateModel::isUp( Kynet::IntfId intfId ) const {
+   const auto * const fact = intf( intfId );
+   return fact != nullptr && fact->enabled;
+}
+
 const AclFact * FateModel::list( const Gant::String & name ) const {
    const auto & lists = state_.aclBook().lists();
    const auto at = lists.find( name );

@@ -38,11 +38,17 @@ class IoVec(ctypes.Structure):
     _fields_ = [('base', ctypes.c_void_p), ('size', ctypes.c_size_t)]
 
 
-class MMsgHdr(ctypes.Structure):
-    """struct mmsghdr, see sendmmsg(2)."""
+class MsgHdr(ctypes.Structure):
+    """struct msghdr, see sendmsg(2)."""
     _fields_ = [('name', ctypes.c_void_p), ('nameSize', ctypes.c_uint32), ('parts', ctypes.POINTER(IoVec)),
                 ('count', ctypes.c_size_t), ('control', ctypes.c_void_p), ('controlSize', ctypes.c_size_t),
-                ('flags', ctypes.c_size_t), ('sent', ctypes.c_size_t)]  # each an int, and padding
+                ('flags', ctypes.c_int)]
+
+
+class MMsgHdr(ctypes.Structure):
+    """struct mmsghdr, see sendmmsg(2)."""
+    _anonymous_ = ['header']
+    _fields_ = [('header', MsgHdr), ('sent', ctypes.c_uint)]
 
 
 def missing():
