@@ -215,6 +215,7 @@ class Bench:
         return rate
 
     def overflows(self):
+        time.sleep(1.5)  # ports are asked every second
         return next(port['dropsIn'] for port in self.net.ask('show', 'ports') if port['port'] == 'Ethernet2')
 
     def lost(self, rate, work):
@@ -224,7 +225,6 @@ class Bench:
         work()
         sent = sender.stop()
         lost = sent - (self.arrivals.last() - before)
-        time.sleep(1.5)  # ports are asked every second
         return sent, lost, self.overflows() - overflowed
 
     def changes(self):
