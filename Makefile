@@ -39,6 +39,7 @@ bench: build
 	build/release/bin/vexl3_bench $(BENCH)
 	build/release/bin/acl_bench
 	build/release/bin/transit_bench
+	VEXL3_BIN=build/release/bin bench/traffic.py
 
 check:
 	@tools/setup --check

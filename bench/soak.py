@@ -16,6 +16,7 @@ import signal
 import sys
 import time
 
+import fpm
 import sources
 
 lab = sources.lab
@@ -26,14 +27,14 @@ LONGEST = 600  # seconds, of a round
 class Soak:
     def __init__(self, net, routes):
         self.router, self.routes = net.routers[1], routes
-        self.player = sources.Player(self.router)
-        self.tables = [sources.announcements(routes, shift=shift) for shift in range(2)]
-        self.half = sources.announcements(routes // 2, shift=1)
-        self.without = sources.withdrawals(routes // 2)
+        self.player = fpm.Player(self.router.name)
+        self.tables = [fpm.announcements(routes, shift=shift) for shift in range(2)]
+        self.half = fpm.announcements(routes // 2, shift=1)
+        self.without = fpm.withdrawals(routes // 2)
         self.next_hops()
 
     def next_hops(self):
-        self.player.play(sources.next_hops(self.router.index()))
+        self.player.play(fpm.next_hops(self.router.index()))
 
     def pids(self):
         return {'vexl3d': self.router.fact('status', 'pid'), 'vexdp': self.router.fact('status', 'dataPlanePid')}
@@ -46,7 +47,7 @@ class Soak:
                   (self.router.fact('summary', 'routesProgrammed') or 0) >= routes, f'{routes} routes are programmed', LONGEST)
 
     def churn(self, number):
-        for host in range(2, 2 + sources.HOPS):
+        for host in range(2, 2 + fpm.HOPS):
             self.router.ctl('neighbor', 'replace', 'Ethernet1', f'10.0.1.{host}', f'02:00:00:00:{number % 256:02x}:{host:02x}')
         for name in range(10, 20):
             self.router.ctl('interface', 'add', f'Loopback{name}', 'address', f'192.0.2.{name}/32')
@@ -70,7 +71,7 @@ class Soak:
         restarts = self.router.fact('status', 'restarts')
         lab.until(lambda: self.router.fact('status', 'restarts') > restarts, 'the loss is seen')
         self.next_hops()
-        lab.until(lambda: all(row.get('via') for row in self.router.ctl('show', 'routes', sources.dotted(0))['rows']),
+        lab.until(lambda: all(row.get('via') for row in self.router.ctl('show', 'routes', fpm.dotted(0))['rows']),
                   'routes lead out again')
         self.settled(self.routes)
 

@@ -11,78 +11,18 @@ programs are.
 import argparse
 import pathlib
 import signal
-import socket
-import struct
 import subprocess
 import sys
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / 'tests/peers'))
 import lab  # noqa: E402
-
-HOPS = 16
-
-
-def prefix(number):
-    """/24s from 16.0.0.0 up, of which there are enough."""
-    return (16 << 24) + (number << 8)
-
-
-def dotted(number):
-    return socket.inet_ntoa(struct.pack('>I', prefix(number)))
-
-
-def attr(kind, value):
-    return struct.pack('HH', 4 + len(value), kind) + value + b'\0' * (-len(value) % 4)
-
-
-def frame(kind, body):
-    message = struct.pack('IHHII', 16 + len(body), kind, 0x501, 0, 0) + body
-    return struct.pack('>BBH', 1, 1, 4 + len(message)) + message
-
-
-def next_hops(index):
-    return b''.join(frame(104, struct.pack('BBBBI', 2, 0, 11, 0, 0) + attr(1, struct.pack('I', n + 1)) +
-                          attr(6, bytes([10, 0, 1, n + 2])) + attr(5, struct.pack('I', index))) for n in range(HOPS))
-
-
-def announcements(routes, first=0, shift=0):
-    """Routes of bgp by the ids of their next hops, each to the `shift`th after its own."""
-    head = struct.pack('BBBBBBBBI', 2, 24, 0, 0, 254, 186, 0, 1, 0)
-    return b''.join(frame(24, head + attr(1, struct.pack('>I', prefix(n))) + attr(6, struct.pack('I', 20)) +
-                          attr(30, struct.pack('I', (n + shift) % HOPS + 1))) for n in range(first, routes))
-
-
-def stream(routes, index, first=0):
-    """As zebra words it."""
-    return next_hops(index) + announcements(routes, first)
-
-
-def withdrawals(routes):
-    head = struct.pack('BBBBBBBBI', 2, 24, 0, 0, 254, 186, 0, 1, 0)
-    return b''.join(frame(25, head + attr(1, struct.pack('>I', prefix(n))) + attr(6, struct.pack('I', 20)))
-                    for n in range(routes))
+from fpm import HOPS, Player, dotted, stream  # noqa: E402
 
 
 def resident(pid):
     """Bytes."""
     return int(pathlib.Path(f'/proc/{pid}/status').read_text().split('VmRSS:')[1].split()[0]) * 1024
-
-
-class Player:
-    """The client of FPM, in the router's namespace. It takes what is answered, as zebra does."""
-
-    def __init__(self, router):
-        self.process = subprocess.Popen(['ip', 'netns', 'exec', router.name, sys.executable, '-c', PLAYER],
-                                        stdin=subprocess.PIPE)
-
-    def play(self, stream):
-        self.process.stdin.write(stream)
-        self.process.stdin.flush()
-
-    def close(self):
-        self.process.stdin.close()
-        self.process.wait()
 
 
 class Bench:
@@ -110,7 +50,7 @@ class Bench:
               f'{self.routes / all_:,.0f} routes/s; {(self.memory() - before) / self.routes:.0f} bytes a route', flush=True)
 
     def fpm(self):
-        recorded, player = stream(self.routes, self.router.index()), Player(self.router)
+        recorded, player = stream(self.routes, self.router.index()), Player(self.router.name)
         before, since = self.memory(), time.monotonic()
         player.play(recorded)
         self.say('fpm', self.until_all('fpm', since), before)
@@ -136,16 +76,6 @@ class Bench:
         self.router.describe(f'kernel-routes: false\nroute-file: {{path: {file}, nexthops: [10.0.1.2]}}\n')
         self.router.ctl('reload')
         self.say('file', self.until_all('route-file', since), before)
-
-
-PLAYER = '''
-import socket, sys, threading
-wire = socket.create_connection(("127.0.0.1", 2620))
-def read():
-    while wire.recv(1 << 20): pass
-threading.Thread(target=read, daemon=True).start()
-while some := sys.stdin.buffer.read1(1 << 20): wire.sendall(some)
-'''
 
 
 def main():

@@ -363,7 +363,7 @@ std::vector< Show > daemonShows() {
                        count( "Routed interfaces", "routedInterfaces" ), count( "Tunnels", "tunnels" ),
                        inner( "Routes told", "routesTold", { "ipv4", "ipv6" } ),
                        count( "Routes programmed", "routesProgrammed" ),
-                       count( "Routes over disabled interfaces", "routesOverDisabled" ),
+                       count( "Routes over interfaces not up", "routesOverDisabled" ),
                        inner( "Routes under way", "routesUnderWay", { "ipv4", "ipv6" } ),
                        inner( "Routes refused", "routesRefused", { "ipv4", "ipv6" } ), count( "FECs", "fecs" ),
                        count( "Adjacencies", "adjacencies" ), count( "Modules", "modules" ),

@@ -17,7 +17,7 @@ import unittest
 import lab
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / 'bench'))
-import sources  # noqa: E402
+import fpm  # noqa: E402
 
 ROUTES = 20000
 CONFIG = 'kernel-offload: false\n'
@@ -37,7 +37,7 @@ class Client:
         self.index = router.index()
 
     def tell(self, first, last):
-        self.wire.sendall(sources.stream(last, self.index, first))
+        self.wire.sendall(fpm.stream(last, self.index, first))
 
     def close(self):
         self.wire.close()
@@ -69,7 +69,7 @@ class Abuse(unittest.TestCase):
     def test_a_flood_that_no_buffer_holds_is_read_again(self):
         for verb, left in (('add', ROUTES), ('del', 0), ('add', ROUTES)):
             file = self.router.directory / 'flood'
-            file.write_text(''.join(f'route {verb} {sources.dotted(n)}/24 via 10.0.1.2\n' for n in range(ROUTES)))
+            file.write_text(''.join(f'route {verb} {fpm.dotted(n)}/24 via 10.0.1.2\n' for n in range(ROUTES)))
             self.router.processes['vexl3d'].send_signal(signal.SIGSTOP)
             self.router.run('ip', '-batch', file)
             self.router.processes['vexl3d'].send_signal(signal.SIGCONT)
@@ -112,7 +112,7 @@ class Abuse(unittest.TestCase):
         plane = self.router.fact('status', 'dataPlanePid')
         lab.run('kill', '-STOP', plane)
         client.wire.settimeout(0.2)
-        stream = sources.stream(50 * ROUTES, client.index)
+        stream = fpm.stream(50 * ROUTES, client.index)
 
         def paused():
             nonlocal stream
