@@ -245,7 +245,8 @@ TEST_F( KernelTwinTest, theKernelHasTheRoutesThatItCanUse ) {
    EXPECT_EQ( printed( ip + "nexthop show proto 86 | grep -c -v group" ), Lines{ "4" } );
    // One that goes, with another source's in its place before the kernel is told.
    router.change( "del route {prefix: 10.99.0.0/16}" );
-   router.state.routeIs( { L3::VrfName::defaultVrf(), *Kynet::IpGenPrefix::fromString( "10.99.0.0/16" ),
+   router.state.routeIs( { L3::VrfName::defaultVrf(),
+                           *Kynet::IpGenPrefix::fromString( "10.99.0.0/16" ),
                            { Mirel::RouteType::drop(), {} } },
                          Host::Teller::fpm() );
    expectPrinted( routes, { fewer[ 0 ] } );
