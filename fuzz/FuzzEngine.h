@@ -19,7 +19,7 @@ inline Vexdp::CounterTable & counters() {
 
 class Plane {
  public:
-   Plane() : engine( counters(), { 4096 } ) {}
+   Plane() : engine( counters(), { { 4096 } } ) {}
    // All that is held is told.
    ~Plane() {
       std::unique_ptr< Vexdp::Dump > dump;

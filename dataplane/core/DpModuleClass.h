@@ -32,6 +32,8 @@ struct Command {
    const google::protobuf::Message * arg; // prototype of the message that it takes
    // REQUIRES: the module is of the command's class, and the message of the prototype's type
    Outcome ( *run )( Module & module, const google::protobuf::Message & arg, Answer & answer );
+   // The message is to be run soon: the module may have memory fetched that it will need. Null for most.
+   void ( *expect )( const Module & module, const google::protobuf::Message & arg ) = nullptr;
 };
 
 struct ModuleClass {
@@ -105,6 +107,17 @@ struct CommandOf< Outcome ( T::* )( const Arg &, Reply & ) const > {
    }
 };
 
+template < typename Handler >
+struct ExpectingOf;
+
+template < class T, class Arg >
+struct ExpectingOf< void ( T::* )( const Arg & ) const > {
+   template < auto handler >
+   static void expect( const Module & module, const google::protobuf::Message & arg ) {
+      ( static_cast< const T & >( module ).*handler )( static_cast< const Arg & >( arg ) );
+   }
+};
+
 } // namespace Detail
 
 // A command that the member function `handler` carries out: `Outcome T::f( const Arg & )`, or, where it answers,
@@ -113,6 +126,14 @@ template < auto handler >
 Command command( std::string name ) {
    using Of = Detail::CommandOf< decltype( handler ) >;
    return { std::move( name ), &Of::ArgType::default_instance(), &Of::template run< handler > };
+}
+
+// The same, where `void T::g( const Arg & ) const` is told of each message before its turn.
+template < auto handler, auto expecting >
+Command command( std::string name ) {
+   auto made = command< handler >( std::move( name ) );
+   made.expect = &Detail::ExpectingOf< decltype( expecting ) >::template expect< expecting >;
+   return made;
 }
 
 // Full name of a message's type, such as "vex.pb.FibIpv4RouteArg".

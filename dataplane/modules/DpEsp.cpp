@@ -213,7 +213,7 @@ EspFailure espOpen( IpsecSa & sa, Packet & packet, bool advance, const Seat & se
    if ( espLen < overhead + block || ( espLen - overhead ) % block != 0 ) return "its length is wrong";
    const auto sequence = get32( packet.data() + at + 4 );
    constexpr EspFailure kReplayed = "its sequence number has come before, or is too old";
-   if ( !mayCome( sa, sequence, false, seat ) ) return kReplayed;
+   if ( advance ? !mayCome( sa, sequence, false, seat ) : !sa.wouldAdmit( sequence ) ) return kReplayed;
 
    const auto pieces = piecesOf( sa, ByteSpan( packet.data() + at, espLen ) );
    if ( !sa.session().decrypt( pieces, seat.worker ) ) return "it is not authentic";

@@ -45,10 +45,11 @@ const ModuleClass & FibIpv4::moduleClass() {
    static const ModuleClass self = describe< FibIpv4, FibIpv4Arg >(
         "FibIpv4", "IPv4 forwarding: longest match of the destination in the packet's VRF, then one member of the FEC",
         { .igates = kMaxGates, .ogates = kMaxGates },
-        { command< &FibIpv4::addRoute >( "addRoute" ), command< &FibIpv4::delRoute >( "delRoute" ),
-          command< &FibIpv4::addFec >( "addFec" ), command< &FibIpv4::delFec >( "delFec" ),
-          command< &FibIpv4::addVrf >( "addVrf" ), command< &FibIpv4::delVrf >( "delVrf" ),
-          command< &FibIpv4::showFib >( "showFib" ), command< &FibIpv4::setCounterIds >( "setCounterIds" ) } );
+        { command< &FibIpv4::addRoute, &FibIpv4::expect >( "addRoute" ),
+          command< &FibIpv4::delRoute, &FibIpv4::expect >( "delRoute" ), command< &FibIpv4::addFec >( "addFec" ),
+          command< &FibIpv4::delFec >( "delFec" ), command< &FibIpv4::addVrf >( "addVrf" ),
+          command< &FibIpv4::delVrf >( "delVrf" ), command< &FibIpv4::showFib >( "showFib" ),
+          command< &FibIpv4::setCounterIds >( "setCounterIds" ) } );
    return self;
 }
 
@@ -118,6 +119,12 @@ Outcome FibIpv4::delVrf( const FibIpv4VrfArg & arg ) {
    for ( const auto & route : at->second->routes() ) routeGone( route.value );
    vrfs_.erase( at );
    return {};
+}
+
+void FibIpv4::expect( const FibIpv4RouteArg & arg ) const {
+   Ipv4Prefix prefix;
+   if ( auto * const routes = table( arg.vrf() ); routes && prefixFrom( arg.prefix(), arg.prefix_len(), prefix ).ok() )
+      routes->expect( prefix );
 }
 
 Outcome FibIpv4::addRoute( const FibIpv4RouteArg & arg ) {

@@ -75,6 +75,8 @@ class FibIpv4 : public Module {
 
  private:
    struct Snapshot;
+   // The route is to be added, replaced or deleted soon.
+   void expect( const vex::pb::FibIpv4RouteArg & arg ) const;
    using Slot = std::uint32_t;
    // Where a FEC has its place as long as it is there or a route names it: routes have the number of the place.
    struct Place {

@@ -171,10 +171,20 @@ IpsecSa::IpsecSa( const Entry & entry, std::uint32_t encapId, SaDirection direct
      session_( { cipher(), auth(), cipherKey_.span(), authKey_.span() }, workers ) {}
 
 // What nobody has authenticated moves no window: a forged packet would shut it.
-ReplayWindow & IpsecSa::replay() {
+std::uint32_t IpsecSa::windowSize() const {
    const bool authenticates = cipher() == IpsecCipher::aesGcm || auth() != IpsecAuth::none;
-   use_->replay.sizeIs( authenticates ? entry_.replay_window() : 0 );
+   return authenticates ? entry_.replay_window() : 0;
+}
+
+ReplayWindow & IpsecSa::replay() {
+   use_->replay.sizeIs( windowSize() );
    return use_->replay;
+}
+
+bool IpsecSa::wouldAdmit( std::uint32_t sequence ) const {
+   auto window = use_->replay;
+   window.sizeIs( windowSize() );
+   return window.admits( sequence );
 }
 
 bool IpsecSa::is( const Entry & entry ) const {

@@ -50,11 +50,15 @@ class IpsecSa {
    SaUse & use() { return *use_; }
    // That of its use, of its own size from here on. Under the lock of its use.
    ReplayWindow & replay();
+   // As replay().admits(), and leaves the window as it is, its size too.
+   bool wouldAdmit( std::uint32_t sequence ) const;
    EspSession & session() { return session_; }
    // Of its outer headers.
    std::atomic< std::uint16_t > & nextId() { return *ids_; }
 
  private:
+   std::uint32_t windowSize() const;
+
    const Entry entry_;
    const std::uint32_t encapId_;
    const std::size_t icvLen_;

@@ -94,16 +94,16 @@ void Lpm::giveBackBelow( const LpmEntry & owner ) {
    pool_.giveBack( owner.number );
 }
 
-// It is on its way while the hash table is waited for. g++ 12 takes a function that only fetches for one that does
-// nothing, and leaves its calls out.
-[[gnu::always_inline]] inline void Lpm::fetchBlock( Ipv4Prefix prefix ) const {
-   const auto root = root_[ rootAt( prefix.addr ) ];
+void Lpm::expect( Ipv4Prefix prefix ) {
+   rules_.prefetch( keyOf( prefix ) );
+   __builtin_prefetch( &root_[ rootAt( prefix.addr ) ] );
+   const auto before = std::exchange( expected_[ expecting_++ % expected_.size() ], prefix.addr );
+   const auto root = root_[ rootAt( before ) ];
    if ( root.isBlock ) __builtin_prefetch( &pool_.at( root.number ), 1 );
 }
 
 Lpm::Insert Lpm::insert( Ipv4Prefix prefix, std::uint32_t value, bool room, std::uint32_t * was ) {
    assert( value < kMostValues );
-   fetchBlock( prefix );
    const auto [ rule, added ] = rules_.try_emplace( keyOf( prefix ), value );
    if ( added && !room ) {
       rules_.erase( rule );
@@ -123,7 +123,6 @@ Lpm::Insert Lpm::insert( Ipv4Prefix prefix, std::uint32_t value, bool room, std:
 }
 
 bool Lpm::remove( Ipv4Prefix prefix, std::uint32_t * was ) {
-   fetchBlock( prefix );
    const auto rule = rules_.find( keyOf( prefix ) );
    if ( rule == rules_.end() ) return false;
    if ( was != nullptr ) *was = rule->second;

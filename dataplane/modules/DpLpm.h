@@ -42,6 +42,9 @@ class Lpm {
    Lpm( const Lpm & ) = delete;
    Lpm & operator=( const Lpm & ) = delete;
 
+   // The prefix is to be inserted or removed soon, some 8 of them later: fetches the memory where it will be looked
+   // for.
+   void expect( Ipv4Prefix prefix );
    // full: the prefix is new and there is no room for it, so nothing was done. replaced: `*was` is what it had.
    enum class Insert { added, replaced, full };
    Insert insert( Ipv4Prefix prefix, std::uint32_t value, bool room, std::uint32_t * was = nullptr );
@@ -70,7 +73,6 @@ class Lpm {
    static Key keyOf( Ipv4Prefix prefix ) { return Key( prefix.addr.value ) << 8 | prefix.len; }
    static Ipv4Prefix prefixOf( Key key ) { return { { std::uint32_t( key >> 8 ) }, std::uint8_t( key & 255 ) }; }
 
-   void fetchBlock( Ipv4Prefix prefix ) const;
    // Changes what the prefix, of length 1 to 32, covers at its level: `change` makes of each entry what it is to be.
    // `users` more prefixes stand there then.
    template < typename Change >
@@ -87,6 +89,9 @@ class Lpm {
    absl::flat_hash_map< Key, std::uint32_t > rules_;
    std::array< std::uint32_t, 33 > byLength_{}; // prefixes of each length
    std::optional< std::uint32_t > default_;
+   // Of the last prefixes that are expected: the first of them knows its block when its root has come.
+   std::array< Ipv4Addr, 4 > expected_{};
+   unsigned expecting_ = 0;
 };
 
 } // namespace Vexdp

@@ -2,6 +2,7 @@
 
 #include "DpRegistry.h"
 
+#include <algorithm>
 #include <cerrno>
 
 namespace Vexdp {
@@ -41,12 +42,14 @@ class BatchRun {
       Requests::Target target;
       const auto found = requests_.find( run.module(), run.cmd(), run.type(), target );
       const auto subject = requests_.subject( run.module(), run.cmd() );
-      for ( const auto & bytes : run.arg() ) {
+      int read = 0;
+      for ( int at = 0; at < run.arg_size(); ++at ) {
          if ( !found.ok() ) {
             refused( found, subject );
          } else {
+            while ( read < std::min( at + Requests::Target::kAhead, run.arg_size() ) ) target.read( run.arg( read++ ) );
             Answer answer;
-            const auto out = target.run( bytes, answer );
+            const auto out = target.run( answer );
             if ( answer ) answered( *answer );
             if ( !out.ok() ) refused( out, subject );
          }

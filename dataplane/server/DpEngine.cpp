@@ -166,7 +166,10 @@ void Engine::apply( const bess::pb::CommandRequest & request, bess::pb::CommandR
    Requests::Target target;
    Answer answer;
    auto out = graphs_.requests().find( request.name(), request.cmd(), typeName( request.arg() ), target );
-   if ( out.ok() ) out = target.run( request.arg().value(), answer );
+   if ( out.ok() ) {
+      target.read( request.arg().value() );
+      out = target.run( answer );
+   }
    report( graphs_.requests().subject( request.name(), request.cmd() ), out, response );
    if ( answer ) response.mutable_data()->Swap( answer.get() );
 }

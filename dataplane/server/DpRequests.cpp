@@ -3,6 +3,7 @@
 #include "DpCleanse.h"
 #include "DpRegistry.h"
 
+#include <cassert>
 #include <cctype>
 #include <cerrno>
 
@@ -69,14 +70,23 @@ Outcome Requests::find( std::string_view name, std::string_view cmd, std::string
    if ( type != typeName( *command->arg ) ) return wrongType( "the argument", type, *command->arg );
    target.module_ = module;
    target.command_ = command;
-   target.arg_.reset( command->arg->New() );
    return {};
 }
 
-Outcome Requests::Target::run( const std::string & bytes, Answer & answer ) {
-   if ( !arg_->ParseFromString( bytes ) ) return notParsed( *arg_ );
-   auto out = command_->run( *module_, *arg_, answer );
-   cleanse( *arg_ );
+void Requests::Target::read( const std::string & bytes ) {
+   assert( read_ - run_ < kAhead );
+   auto & arg = args_[ read_++ % kAhead ];
+   if ( arg.message == nullptr ) arg.message.reset( command_->arg->New() );
+   arg.parsed = arg.message->ParseFromString( bytes );
+   if ( arg.parsed && command_->expect != nullptr ) command_->expect( *module_, *arg.message );
+}
+
+Outcome Requests::Target::run( Answer & answer ) {
+   assert( run_ != read_ );
+   const auto & arg = args_[ run_++ % kAhead ];
+   if ( !arg.parsed ) return notParsed( *arg.message );
+   auto out = command_->run( *module_, *arg.message, answer );
+   cleanse( *arg.message );
    return out;
 }
 

@@ -8,6 +8,8 @@
 #include "bess/control.pb.h"
 #include "vex/engine.pb.h"
 
+#include <array>
+
 namespace Vexdp {
 
 class Requests {
@@ -24,14 +26,24 @@ class Requests {
    // A command of a module, found once and run with many arguments. Good until the graph changes.
    class Target {
     public:
-      // EINVAL: the bytes are no message of the command's type.
-      Outcome run( const std::string & bytes, Answer & answer );
+      // So many arguments may be read before their turn.
+      static constexpr int kAhead = 8;
+      // REQUIRES: fewer than kAhead were read and not run
+      void read( const std::string & bytes );
+      // With the oldest that was read. EINVAL: its bytes are no message of the command's type.
+      Outcome run( Answer & answer );
 
     private:
       friend class Requests;
+      struct Arg {
+         std::unique_ptr< google::protobuf::Message > message;
+         bool parsed;
+      };
       Module * module_ = nullptr;
       const Command * command_ = nullptr;
-      std::unique_ptr< google::protobuf::Message > arg_;
+      std::array< Arg, kAhead > args_;
+      unsigned read_ = 0;
+      unsigned run_ = 0;
    };
    // ENOENT: no such module. EOPNOTSUPP: its class has no such command. EINVAL: the command takes another type.
    Outcome find( std::string_view module, std::string_view cmd, std::string_view type, Target & target ) const;

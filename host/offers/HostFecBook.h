@@ -12,7 +12,7 @@ namespace Host {
 // What a hop of a route of the kind comes to.
 struct Way {
    Mirel::Via via;
-   bool usable; // its interface is enabled
+   bool usable; // its interface is up
 };
 // Nothing while no interface of the VRF reaches it.
 using Resolve = std::function< std::optional< Way >( U32 vrfId, Mirel::RouteType kind, const Hop & hop ) >;

@@ -18,6 +18,8 @@ constexpr double pollEvery = 1;
 constexpr double firstBackOff = 1;
 constexpr double mostBackOff = 2;
 constexpr double mostBackOffDenied = 60; // a data plane without the right does not get it
+// A link comes up so long after its device.
+constexpr double linkPatience = 3;
 // Ports are looked at every second: what is due by half of that is done.
 constexpr double early = 0.5;
 
@@ -67,6 +69,16 @@ bool KeptPort::leftOut() const {
    return !wish_->impossible.empty() || denied( code_ ) || reason_.find( "/dev/net/tun" ) != Gant::String::npos;
 }
 
+std::optional< bool > KeptPort::carries() const {
+   if ( !wish_ || !wish_->hasLink || !wish_->conf.admin_up() ) return std::nullopt;
+   if ( noDevice_ ) return false;
+   return linkKnown_ && !broken_ && made() && conf_ == wishedConf_ ? std::optional( linkUp_ ) : std::nullopt;
+}
+
+bool KeptPort::linkAwaited() const {
+   return made() && !broken_ && wish_->conf.admin_up() && conf_ == wishedConf_ && !linkKnown_;
+}
+
 bool KeptPort::due( double time ) const { return loopTime() + early >= time; }
 
 void KeptPort::wishIs( std::optional< PortWish > wish ) {
@@ -76,6 +88,7 @@ void KeptPort::wishIs( std::optional< PortWish > wish ) {
       retryAt_ = backOff_ = 0;
       reason_.clear();
       code_ = 0;
+      noDevice_ = false;
    }
    wishedCreate_ = std::move( create );
    wishedConf_ = wish_ ? wish_->conf.SerializeAsString() : Gant::String();
@@ -130,6 +143,7 @@ void KeptPort::created( const Gant::String & error, const bess::pb::CreatePortRe
    // Whose ever it is, and whatever the call that broke off has done: it is destroyed first.
    if ( !error.empty() || code == EEXIST ) made_.clear();
    there_ = error.empty() && ( code == 0 || code == EEXIST );
+   noDevice_ = error.empty() && code == ENODEV;
    found_ = false;
    broken_ = false;
    set_ = false;
@@ -187,6 +201,9 @@ void KeptPort::configured( const bess::pb::PortConf & told, const Gant::String &
       failed( refusal.code(), error.empty() ? refusal.errmsg() : error );
    if ( taken ) events_.done();
    if ( taken && !told.mac_addr().empty() ) mac_ = told.mac_addr();
+   linkKnown_ = false;
+   linkBy_ = loopTime() + linkPatience;
+   pollAt_ = 0;
    settled();
 }
 
@@ -215,7 +232,9 @@ void KeptPort::linkIs( const bess::pb::GetLinkStatusResponse & reply ) {
       broken( refusal.errmsg() );
       return;
    }
+   const auto carried = carries();
    const bool was = std::exchange( linkUp_, refusal.code() != 0 || reply.link_up() || ( wish_ && wish_->kernel ) );
+   if ( conf_ == wishedConf_ && ( linkUp_ || loopTime() >= linkBy_ ) ) linkKnown_ = true;
    speed_ = reply.speed();
    if ( !wish_ ) return review();
    if ( conf_ == wishedConf_ ) {
@@ -224,7 +243,7 @@ void KeptPort::linkIs( const bess::pb::GetLinkStatusResponse & reply ) {
       else
          failed( 0, "device " + wish_->device + ": the link is down" );
    }
-   if ( linkUp_ != was ) events_.changed();
+   if ( linkUp_ != was || carries() != carried ) events_.changed();
    pollStats();
 }
 

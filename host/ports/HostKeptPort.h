@@ -24,6 +24,7 @@ struct PortWish {
    Gant::String hostDevice{}; // the kernel's device below it, where there is one
    Gant::String impossible{}; // why nobody can make it; empty: it can be
    bool kernel = false;       // a device in the kernel, whose link is what others make it
+   bool hasLink = true;       // packets need its link: a socket has whoever comes to it
    bool byDefault = false;    // nobody asked for it: without the right to make it there is none
 };
 
@@ -79,6 +80,11 @@ class KeptPort {
    State state() const;
    const Gant::String & reason() const { return reason_; } // why it is not as wanted; empty: it is
    bool linkUp() const { return linkUp_; }
+   // Whether packets can go by it: its link is up, or that is down or the device is not there. Nothing: that is not
+   // known, as while it is being made or set, or without the right to make it; or nobody asks.
+   std::optional< bool > carries() const;
+   // It is there as it is wanted, and what is to be known of its link will be soon.
+   bool linkAwaited() const;
    U32 speed() const { return speed_; }              // Mbit/s; 0: not known
    const Gant::String & mac() const { return mac_; } // as text, of the port itself
    const PortTraffic & in() const { return in_; }
@@ -128,6 +134,9 @@ class KeptPort {
    Gant::String reason_;
    Gant::String told_; // the reason that is in the log
    bool linkUp_ = false;
+   bool linkKnown_ = false; // since it was set
+   double linkBy_ = 0;      // until then a link that is not up may be on its way
+   bool noDevice_ = false;  // it could not be made for want of one
    U32 speed_ = 0;
    Gant::String mac_;
    PortTraffic in_, out_;

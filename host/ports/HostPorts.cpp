@@ -81,11 +81,12 @@ Gant::String kernelName( Kynet::IntfId intfId ) {
 }
 
 Ports::Ports( Gant::Ptr< const DeviceDir > devices, const Vex::Peer & peer, KernelDeviceWatcher * kernelWatcher,
-              bool sweep ) :
+              LinkWatcher linkWatcher, bool sweep ) :
      devices_( std::move( devices ) ),
-     kernelWatcher_( kernelWatcher ), engine_( std::make_unique< Vex::EnginePorts >( peer ) ),
-     told_( std::make_unique< Told >() ), sweep_( sweep ), clock_( Gant::activityManager()->newClock() ),
-     deviceReactor_( std::make_unique< GantDevices >( this ) ), clockReactor_( std::make_unique< GantClock >( this ) ) {
+     kernelWatcher_( kernelWatcher ), linkWatcher_( std::move( linkWatcher ) ),
+     engine_( std::make_unique< Vex::EnginePorts >( peer ) ), told_( std::make_unique< Told >() ), sweep_( sweep ),
+     clock_( Gant::activityManager()->newClock() ), deviceReactor_( std::make_unique< GantDevices >( this ) ),
+     clockReactor_( std::make_unique< GantClock >( this ) ) {
    listing_ = engine_->listPorts( [ this ]( const auto & error, const auto & reply ) {
       for ( const auto & port : reply.ports() ) keepFound( port );
       listed( error.empty() ? reply.error().errmsg() : error );
@@ -106,6 +107,10 @@ const KeptPort * Ports::port( const PortKey & key ) const {
 bool Ports::changing() const {
    return reviewPosted_ || !listed_ ||
           std::ranges::any_of( kept_, []( const auto & entry ) { return entry.second->changing(); } );
+}
+
+bool Ports::linksKnown() const {
+   return std::ranges::none_of( kept_, []( const auto & entry ) { return entry.second->linkAwaited(); } );
 }
 
 bool Ports::mayChange() const {
@@ -166,6 +171,7 @@ void Ports::review() {
       for ( const auto & [ key, port ] : kept_ ) port->review();
    std::erase_if( kept_, []( const auto & entry ) { return entry.second->gone(); } );
    tellKernelDevices();
+   tellLinks();
    if ( !kept_.empty() && clock_->timeMin() == Gant::Clock::never ) clock_->timeMinIs( clock_->now() + tickEvery );
 }
 
@@ -232,6 +238,7 @@ PortWish Ports::portWish( Kynet::IntfId intfId, const Device & device ) {
       break;
    }
    case PortKind::unixSocket_: {
+      wish.hasLink = false;
       create.set_driver( "UnixSocketPort" );
       bess::pb::UnixSocketPortArg arg;
       arg.set_path( port.device );
@@ -269,6 +276,12 @@ PortWish Ports::kernelWish( Kynet::IntfId intfId, const Device & device ) {
    if ( !device.open.mtu ) wish.conf.set_mtu( device.mtu );
    wish.conf.set_admin_up( device.enabled );
    return wish;
+}
+
+void Ports::tellLinks() const {
+   if ( !linkWatcher_ ) return;
+   for ( const auto & [ key, port ] : kept_ )
+      if ( const auto up = port->carries(); up && !key.kernel && !!key.intfId ) linkWatcher_( key.intfId, *up );
 }
 
 void Ports::tellKernelDevices() {

@@ -4,6 +4,7 @@
 #include "bess/control.pb.h"
 #include "HostStateTree.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -30,8 +31,11 @@ struct PortKey {
    friend auto operator<=>( const PortKey &, const PortKey & ) = default;
 };
 
+// Whether an interface's port carries packets. What was told before holds while nobody can say.
+using LinkWatcher = std::function< void( Kynet::IntfId intfId, bool up ) >;
+
 //   watches  DeviceDir::device
-//   calls    Vex::EnginePorts, KernelDeviceWatcher
+//   calls    Vex::EnginePorts, KernelDeviceWatcher, LinkWatcher
 //
 // What the data plane has at first is from another session. What is wanted so is taken over, and the rest destroyed,
 // when sweepIs() says that it may be. Of several ports that are wanted a few are made at a time, and none waits for one
@@ -41,9 +45,10 @@ class Ports : public Gant::StateMachine {
    using Kept = std::map< PortKey, std::unique_ptr< KeptPort > >;
 
    // `peer` as of GrpcChannel. `kernelWatcher`, which may be null, is told of devices until this goes, and is not
-   // owned. Begins in a later turn. `sweep`: what is not wanted goes at once.
+   // owned. `linkWatcher`, which may be empty, is called in turns of the loop, also with what it was told before.
+   // Begins in a later turn. `sweep`: what is not wanted goes at once.
    Ports( Gant::Ptr< const DeviceDir > devices, const Vex::Peer & peer, KernelDeviceWatcher * kernelWatcher,
-          bool sweep = true );
+          LinkWatcher linkWatcher, bool sweep = true );
    ~Ports() override;
 
    const Kept & kept() const { return kept_; }
@@ -51,6 +56,8 @@ class Ports : public Gant::StateMachine {
    const KeptPort * port( const PortKey & key ) const;
    // Something is being made, set or destroyed, or is about to be. What waits to be tried again does not count.
    bool changing() const;
+   // None is there whose link is still to be looked at.
+   bool linksKnown() const;
    // What another session has left, and is not wanted, goes from here on.
    void sweepIs();
    // Goes up with each change at the data plane.
@@ -72,10 +79,12 @@ class Ports : public Gant::StateMachine {
    PortWish portWish( Kynet::IntfId intfId, const Device & device );
    static PortWish kernelWish( Kynet::IntfId intfId, const Device & device );
    void tellKernelDevices();
+   void tellLinks() const;
    void handleClock();
 
    const Gant::Ptr< const DeviceDir > devices_;
    KernelDeviceWatcher * const kernelWatcher_;
+   const LinkWatcher linkWatcher_;
    std::unique_ptr< Vex::EnginePorts > engine_;
    Kept kept_;
    std::map< Kynet::IntfId, unsigned > numbers_; // in names of virtual devices

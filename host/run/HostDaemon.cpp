@@ -34,8 +34,9 @@ double systemSeconds() {
    return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
 }
 
-Supervisor::Config withWatcher( Supervisor::Config config, KernelDeviceWatcher * watcher ) {
+Supervisor::Config withWatchers( Supervisor::Config config, KernelDeviceWatcher * watcher, LinkWatcher linkWatcher ) {
    config.kernelWatcher = watcher;
+   config.linkWatcher = std::move( linkWatcher );
    return config;
 }
 
@@ -91,7 +92,9 @@ Daemon::Daemon( Options options ) :
              { [ this ]( auto af, U32 slot ) { return outcomeOf( af, slot ); },
                [ this ]( Kynet::IntfId intfId ) { return kernel_.indexOf( intfId ); } },
              tellOfSource } ),
-     supervisor_( state_.tree(), withWatcher( options_.dataPlane, kernelJoint_.get() ),
+     supervisor_( state_.tree(),
+                  withWatchers( options_.dataPlane, kernelJoint_.get(),
+                                [ this ]( Kynet::IntfId intfId, bool up ) { state_.linkIs( intfId, up ); } ),
                   { [ this ] { return !sources_.busy(); },
                     [ this ] {
                        if ( feedHeld_ ) postFeed();

@@ -105,7 +105,8 @@ void Session::mapCounters() {
 
 void Session::start() {
    if ( stoodBy_ ) begunAt_ = clock_->now();
-   ports_ = Gant::make< Ports >( tree_.deviceDir, way_.peer, way_.kernelWatcher, !channel_->beside() );
+   ports_ =
+        Gant::make< Ports >( tree_.deviceDir, way_.peer, way_.kernelWatcher, way_.linkWatcher, !channel_->beside() );
    startRuleTables();
    vexcsd_->routesMostIs( channel_->routesMost() );
    portSm_ = Gant::make< PortSm >( tree_.portDir, vexcsd_, global_->moduleConfigStatusPairIs( "engine" ) );
@@ -127,7 +128,7 @@ void Session::handleClock() {
    if ( settled && !fed_ ) handleFed();
    if ( !inStep_ && !inStepTold_ ) {
       const auto seconds = clock_->now() - begunAt_;
-      const bool told = settled && !ports_->changing() && events_.sourcesTold( seconds );
+      const bool told = settled && !ports_->changing() && ports_->linksKnown() && events_.sourcesTold( seconds );
       if ( told || ( seconds >= way_.inStepMost && events_.sourcesRead() ) ) tellInStep();
    }
    if ( !fed_ || ( !inStep_ && !inStepTold_ ) ) clock_->timeMinIs( clock_->now() + fedLookEvery );

@@ -32,8 +32,8 @@ namespace Host {
 // session stays lost.
 //
 // Where the graph of a session before goes on forwarding, it does so until this one is in step: when all sources have
-// told what they have, the ports are there and all is acknowledged; when `Way::inStepMost` is over, the files alone are
-// waited for. What the former session has left elsewhere stays for as long.
+// told what they have, the ports are there with their links known, and all is acknowledged; when `Way::inStepMost` is
+// over, the files alone are waited for. What the former session has left elsewhere stays for as long.
 class Session : public Gant::StateMachine {
  public:
    // Called in turns of the loop of their own; the session may be let go in them.
@@ -54,6 +54,7 @@ class Session : public Gant::StateMachine {
       bool takeOver = false;
       double silenceMost = 0;
       KernelDeviceWatcher * kernelWatcher = nullptr;
+      LinkWatcher linkWatcher{};
       double inStepMost = 60; // seconds
    };
    Session( const StateTree & tree, const Way & way, Events events );

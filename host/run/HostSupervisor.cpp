@@ -6,6 +6,7 @@
 #include <chrono>
 #include <fmt/chrono.h>
 #include <spdlog/spdlog.h>
+#include <utility>
 
 namespace Host {
 
@@ -16,6 +17,8 @@ constexpr double firstBackOff = 0.05;
 constexpr double mostBackOff = 2;
 constexpr double listensEvery = 0.005; // whether a child that was started listens
 constexpr double listensWithin = 10;
+
+constexpr double firstWordWithin = 10; // of a peer that is waited for without a limit, until somebody hears of it
 
 constexpr int childPatience = 100; // milliseconds
 
@@ -46,8 +49,11 @@ void Supervisor::handleClock() {
       begin();
       return;
    }
-   if ( phase_ != Phase::starting || session_ ) return;
-   if ( dataPlane_->listens() ) {
+   if ( phase_ != Phase::starting ) return;
+   if ( session_ ) {
+      spdlog::warn( "the data plane at {} has said nothing for {:g} s; it is waited for without a limit",
+                    dataPlane_ ? dataPlane_->address() : config_.dataPlane, firstWordWithin );
+   } else if ( dataPlane_->listens() ) {
       connect();
    } else if ( clock_->now() - startedAt_ > listensWithin ) {
       lost( "the data plane was started and does not listen" );
@@ -90,9 +96,11 @@ void Supervisor::connect() {
    events.inStep = events_.inStep;
    events.lost = [ this ]( const std::string & reason ) { lost( reason ); };
    const Vex::Peer peer = dataPlane_ ? Vex::Peer( dataPlane_->address() ) : Vex::Peer( config_.dataPlane, config_.tls );
-   session_ = Gant::make< Session >(
-        tree_, Session::Way{ peer, takeOver_, config_.silenceMost, config_.kernelWatcher, config_.inStepMost },
-        std::move( events ) );
+   session_ = Gant::make< Session >( tree_,
+                                     Session::Way{ peer, takeOver_, config_.silenceMost, config_.kernelWatcher,
+                                                   config_.linkWatcher, config_.inStepMost },
+                                     std::move( events ) );
+   if ( config_.silenceMost == 0 ) wake( firstWordWithin );
 }
 
 std::string Supervisor::owner() const { return phase_ == Phase::standby ? session_->channel()->owner() : ""; }
@@ -131,11 +139,15 @@ void Supervisor::lost( const std::string & given ) {
    const bool news = phase_ == Phase::running || reason != lastLoss_;
    if ( phase_ == Phase::running ) ++restarts_;
    phase_ = Phase::waiting;
-   session_ = nullptr;
    lastLoss_ = reason;
    if ( news ) spdlog::warn( "no data plane: {}; trying again", reason );
-   wake( backOff_ );
-   backOff_ = std::min( mostBackOff, std::max( firstBackOff, 2 * backOff_ ) );
+   const auto seconds = std::exchange( backOff_, std::min( mostBackOff, std::max( firstBackOff, 2 * backOff_ ) ) );
+   // A large table takes the session as long to let go of as a child takes to start.
+   const auto former = std::exchange( session_, nullptr );
+   if ( dataPlane_ && seconds == 0 )
+      begin();
+   else
+      wake( seconds );
 }
 
 } // namespace Host

@@ -38,6 +38,7 @@ class Supervisor : public Gant::StateMachine {
       unsigned maxRoutes = 1u << 22;                 // that an embedded one holds
       unsigned workers = 1;                          // of an embedded one
       KernelDeviceWatcher * kernelWatcher = nullptr; // told of the router's devices in the kernel; not owned
+      LinkWatcher linkWatcher{};                     // told of the ports' links
       double inStepMost = 60; // seconds for which a former session's graph forwards at most beside a new one
    };
    struct Events {

@@ -54,6 +54,7 @@ class Findings {
       row_[ "lost" ].push_back( { { "where", where }, { "why", why } } );
    }
    void acknowledged( U32 command );
+   std::string subnetNotUp() const;
    void ways();
 
    DaemonControl & daemon_;
@@ -67,6 +68,14 @@ class Findings {
    std::string fate_;
    Json row_;
 };
+
+// The subnet of an interface that is not up has no route.
+std::string Findings::subnetNotUp() const {
+   const auto & book = daemon_.state().intfBook();
+   const auto at = book.intfs().find( book.intfOf( asked_.vrfId, Hop( asked_.address, {}, 1 ) ) );
+   if ( at == book.intfs().end() || book.up( at->second.fact ) ) return {};
+   return ", whose interface " + at->first.stringValue() + " is " + ( at->second.fact.enabled ? "down" : "disabled" );
+}
 
 void Findings::held() {
    const auto & state = daemon_.state();
@@ -197,7 +206,7 @@ Json Findings::row() {
       return row_;
    }
    if ( held_ && !builtIn_ ) ways();
-   if ( !prefix_ ) lost( "VRF " + asked_.vrf, "no route to " + asked_.address.stringValue() );
+   if ( !prefix_ ) lost( "VRF " + asked_.vrf, "no route to " + asked_.address.stringValue() + subnetNotUp() );
    if ( fate_.empty() && builtIn_ ) fate_ = "local";
    if ( noSession_ || !inDataPlane_ ) {
       if ( fate_ != "misrouted" && fate_ != "unknown" ) fate_ = "lost";

@@ -48,8 +48,11 @@ class WaysOf {
       const auto * const via = viaOf( hop, vias );
       if ( via == nullptr ) {
          if ( !!hop.intfId() ) row[ "interface" ] = hop.intfId().stringValue();
-         const auto why = state_.intfBook().unreachable( vrfId_, hop );
-         return lose( row, why.empty() ? "its interface is disabled" : why );
+         if ( const auto by = state_.intfBook().intfOf( vrfId_, hop ); !!by )
+            intf( row, by );
+         else
+            lose( row, state_.intfBook().unreachable( vrfId_, hop ) );
+         return lose( row, "its interface is not up" );
       }
       if ( Kynet::TunnelIntfId::isTunnelIntfId( via->intfId() ) ) return tunnel( row, via->intfId() );
       intf( row, via->intfId() );
@@ -86,7 +89,7 @@ class WaysOf {
          return;
       }
       const auto & fact = at->second.fact;
-      row[ "state" ] = fact.enabled ? "enabled" : "disabled";
+      row[ "state" ] = !fact.enabled ? "disabled" : state_.intfBook().down( fact ) ? "down" : "enabled";
       if ( !fact.enabled ) lose( row, "interface " + name + " is disabled" );
       if ( !fact.filters.aclOut.empty() ) row[ "accessList" ] = fact.filters.aclOut;
       if ( !hasDevice( intfId ) ) {

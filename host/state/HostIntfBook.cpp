@@ -27,9 +27,9 @@ Kynet::IpAddr broadcastOf( Kynet::Prefix address ) {
    return Kynet::IpAddr( address.address().value() | ~address.mask() );
 }
 
-std::map< Kynet::Prefix, RouteType > derivedOf( const IntfFact & fact ) {
+std::map< Kynet::Prefix, RouteType > derivedOf( const IntfFact & fact, bool up ) {
    std::map< Kynet::Prefix, RouteType > derived;
-   if ( !fact.enabled ) return derived;
+   if ( !up ) return derived;
    for ( const auto & address : fact.addresses ) {
       // All of a tunnel's subnet is at its other end.
       if ( address.len() < 32 )
@@ -183,6 +183,7 @@ ChangeResult IntfBook::factIs( const IntfFact & fact, Teller teller ) {
       at->second.teller = teller;
       const auto former = at->second.fact;
       if ( former == fact ) return done();
+      if ( former.port != fact.port ) down_.erase( fact.intfId );
       if ( former.vrf != fact.vrf || former.tunnel != fact.tunnel )
          takeDown( former );
       else
@@ -194,12 +195,19 @@ ChangeResult IntfBook::factIs( const IntfFact & fact, Teller teller ) {
    return done();
 }
 
+void IntfBook::linkIs( Kynet::IntfId intfId, bool up ) {
+   const auto at = intfs_.find( intfId );
+   if ( at == intfs_.end() || ( up ? down_.erase( intfId ) == 0 : !down_.insert( intfId ).second ) ) return;
+   bringUp( at->second.fact );
+}
+
 ChangeResult IntfBook::intfDel( Kynet::IntfId intfId ) {
    const auto at = intfs_.find( intfId );
    if ( at == intfs_.end() ) return notFound( "interface " + intfId.stringValue() + " does not exist" );
    takeDown( at->second.fact );
    said_.erase( intfId );
    kernelFacts_.erase( intfId );
+   down_.erase( intfId );
    writeFilters( IntfFact{ intfId } );
    std::vector< NeighborKey > gone;
    for ( auto n = neighbors_.lower_bound( { intfId, {} } ); n != neighbors_.end() && n->first.first == intfId; ++n )
@@ -212,9 +220,9 @@ ChangeResult IntfBook::intfDel( Kynet::IntfId intfId ) {
 void IntfBook::bringUp( const IntfFact & fact ) {
    writeFilters( fact );
    withdrawDerived( fact );
-   if ( !fact.enabled ) reviewFecs( fact.intfId );
+   if ( !up( fact ) ) reviewFecs( fact.intfId );
    writeEntities( fact );
-   if ( fact.enabled ) reviewFecs( fact.intfId );
+   if ( up( fact ) ) reviewFecs( fact.intfId );
    announceDerived( fact );
    neighborRoutesAre( fact );
 }
@@ -256,7 +264,7 @@ void IntfBook::writeEntities( const IntfFact & fact ) {
    status.tcpMssEgressIs( fact.mssEgress );
    tree_.ipStatus->intfStatusIs( intfId, status );
    addressesAre( intfId, fact.addresses );
-   tree_.allIntfStatusDir->intfStatusIs( intfId, Interface::IntfStatus( fact.enabled, fact.enabled ) );
+   tree_.allIntfStatusDir->intfStatusIs( intfId, Interface::IntfStatus( fact.enabled, up( fact ) ) );
 }
 
 void IntfBook::addressesAre( Kynet::IntfId intfId, const std::vector< Kynet::Prefix > & addresses ) {
@@ -335,7 +343,7 @@ void IntfBook::subnetsAre( const IntfFact & fact, bool present ) {
 
 // What no longer follows from the interface's addresses.
 void IntfBook::withdrawDerived( const IntfFact & fact ) {
-   const auto wanted = derivedOf( fact );
+   const auto wanted = derivedOf( fact, up( fact ) );
    auto & present = derived_[ fact.intfId ];
    std::erase_if( present, [ & ]( const auto & entry ) {
       if ( wanted.contains( entry.first ) ) return false;
@@ -347,7 +355,7 @@ void IntfBook::withdrawDerived( const IntfFact & fact ) {
 
 void IntfBook::announceDerived( const IntfFact & fact ) {
    const auto vrf = vrfId( fact );
-   for ( const auto & [ prefix, kind ] : derivedOf( fact ) ) {
+   for ( const auto & [ prefix, kind ] : derivedOf( fact, up( fact ) ) ) {
       const auto fecId = routes4_.fecs().acquire( vrf, { kind, { Hop( {}, fact.intfId, 1 ) } } );
       routes4_.routeIs( vrf, prefix, Teller::connected(), kind, fecId );
       routes4_.fecs().release( fecId );
@@ -363,7 +371,7 @@ void IntfBook::neighborRouteIs( const IntfFact & fact, const NeighborFact & neig
    if ( neighbor.addr.af() != Kynet::AddressFamily::ipv4_ ) return;
    const auto prefix = hostRoute( neighbor.addr.v4Addr() );
    const auto vrf = vrfId( fact );
-   if ( !fact.enabled || !onSubnet( fact, prefix.address() ) ) {
+   if ( !up( fact ) || !onSubnet( fact, prefix.address() ) ) {
       routes4_.routeDel( vrf, prefix, Teller::neighbor() );
       return;
    }
@@ -469,13 +477,18 @@ std::optional< Way > IntfBook::resolve( U32 vrfId, RouteType kind, const Hop & h
    if ( at == intfs_.end() ) return std::nullopt;
    const auto & fact = at->second.fact;
    const auto way = [ & ]( const Kynet::IpGenAddr & addr, Kynet::IntfId by ) {
-      return Way{ Mirel::Via( kind, addr, by, hop.weight() ), fact.enabled };
+      return Way{ Mirel::Via( kind, addr, by, hop.weight() ), up( fact ) };
    };
    if ( kind != RouteType::forward_ ) return way( {}, intfId );
    if ( this->vrfId( fact ) != vrfId ) return std::nullopt;
    if ( fact.tunnel ) return way( {}, intfId );
    if ( v4 && !hop.onlink() && !onSubnet( fact, hop.addr().v4Addr() ) ) return std::nullopt;
    return way( hop.addr(), intfId );
+}
+
+Kynet::IntfId IntfBook::intfOf( U32 vrfId, const Hop & hop ) const {
+   const auto way = resolve( vrfId, RouteType::forward(), hop );
+   return way ? way->via.intfId() : Kynet::IntfId();
 }
 
 Gant::String IntfBook::wrongHop( Kynet::AddressFamily af, const Hop & hop ) const {

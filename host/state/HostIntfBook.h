@@ -14,8 +14,8 @@ namespace Host {
 //
 // From an address follow a route of its subnet to whoever on the interface has the destination (`attached`), one of
 // the address itself to the router (`receive`), and, in subnets of up to 30 bits, one of the broadcast address
-// (`broadcast`). A tunnel's subnet is forwarded into it. From a neighbour on a subnet follows a host route. A disabled
-// interface has none of them.
+// (`broadcast`). A tunnel's subnet is forwarded into it. From a neighbour on a subnet follows a host route. An
+// interface that is not up has none of them, and next hops over it are left out of their routes while others remain.
 //
 // A loopback interface has a port like an Ethernet interface, with nobody at its other end: its addresses are received
 // through it.
@@ -33,6 +33,15 @@ class IntfBook {
    // Addresses that it cannot have are left out; of anything else that it cannot have all is refused, and what the
    // kernel said before holds. Gives the first that was not taken. Of an interface that has gone nothing is taken.
    ChangeResult kernelFactsAre( Kynet::IntfId intfId, const KernelFacts & facts );
+   // Whether the link of its port is up: at first it is, and again when it gets another port. An interface that is not
+   // there has none.
+   void linkIs( Kynet::IntfId intfId, bool up );
+   // It is enabled, and its link is not down.
+   bool up( const IntfFact & fact ) const { return fact.enabled && !down( fact ); }
+   // Its port's link is.
+   bool down( const IntfFact & fact ) const {
+      return fact.port.kind != PortKind::none_ && down_.contains( fact.intfId );
+   }
    // Its neighbours go with it.
    ChangeResult intfDel( Kynet::IntfId intfId );
    ChangeResult neighborIs( const NeighborFact & fact, Teller teller );
@@ -67,8 +76,10 @@ class IntfBook {
    // Why the hop can never be one of a route of the family; empty when it can.
    Gant::String wrongHop( Kynet::AddressFamily af, const Hop & hop ) const;
    // Why no packet of the VRF can go by the hop as things are; empty when it can, if need be through an interface that
-   // is disabled. REQUIRES: the hop is not wrong.
+   // is not up. REQUIRES: the hop is not wrong.
    Gant::String unreachable( U32 vrfId, const Hop & hop ) const;
+   // By which it is reached, if need be though that is not up; none.
+   Kynet::IntfId intfOf( U32 vrfId, const Hop & hop ) const;
 
  private:
    using Derived = std::map< Kynet::Prefix, Mirel::RouteType >;
@@ -100,6 +111,7 @@ class IntfBook {
    Intfs intfs_;                              // with what the kernel says
    std::map< Kynet::IntfId, IntfFact > said_; // without it
    std::map< Kynet::IntfId, KernelFacts > kernelFacts_;
+   std::set< Kynet::IntfId > down_; // by their links
    Neighbors neighbors_;
    Subnets subnets_;
    Kynet::EthAddr routerMac_;

@@ -46,6 +46,8 @@ class RouterState {
    ChangeResult kernelFactsAre( Kynet::IntfId intfId, const KernelFacts & facts ) {
       return intfs_.kernelFactsAre( intfId, facts );
    }
+   // As IntfBook has it.
+   void linkIs( Kynet::IntfId intfId, bool up ) { intfs_.linkIs( intfId, up ); }
    ChangeResult neighborIs( const NeighborFact & fact, Teller teller ) { return intfs_.neighborIs( fact, teller ); }
    ChangeResult routeIs( const RouteFact & fact, Teller teller );
    // Why no IPsec connection is taken; empty: they are.

@@ -104,6 +104,11 @@ const IntfFact * FateModel::intf( Kynet::IntfId intfId ) const {
    return at == intfs_.end() ? nullptr : &at->second.fact;
 }
 
+bool FateModel::isUp( Kynet::IntfId intfId ) const {
+   const auto * const fact = intf( intfId );
+   return fact != nullptr && fact->enabled;
+}
+
 const AclFact * FateModel::list( const Gant::String & name ) const {
    const auto & lists = state_.aclBook().lists();
    const auto at = lists.find( name );
@@ -277,7 +282,7 @@ void FateModel::tunnelled( const IntfFact & tunnel, Way & way ) const {
    bool any = false;
    for ( const auto & via : *vias ) {
       const auto * const by = intf( via.intfId() );
-      if ( by == nullptr || by->tunnel || !by->enabled || via.kind() == Type::drop_ ) continue;
+      if ( by == nullptr || by->tunnel || !state_.intfBook().up( *by ) || via.kind() == Type::drop_ ) continue;
       any = true;
       way.meet( { FateMet::Kind::tunnel, tunnel.intfId } );
       if ( !permits( tunnel.filters.aclOut, { FateMet::Kind::listOut, tunnel.intfId }, way.packet, way ) ) continue;
@@ -298,7 +303,7 @@ void FateModel::toNeighbor( Kynet::IntfId intfId, const Kynet::IpGenAddr & addr,
    if ( !permits( fact->filters.aclOut, { FateMet::Kind::listOut, intfId }, outer.packet, way ) ) return;
    const auto & arp = *state_.tree().arp;
    const Arp::NeighborKey key( intfId, addr );
-   if ( !arp.neighborHas( key ) ) return way.end( { PacketFate::Kind::local } );
+   if ( !arp.neighborHas( key ) || !state_.intfBook().up( *fact ) ) return way.end( { PacketFate::Kind::local } );
    PacketFate fate{ PacketFate::Kind::sent, intfId, arp.neighbor( key ) };
    if ( &outer == &way ) {
       fate.dscp = way.packet.dscp;

@@ -68,6 +68,8 @@ class FateModel {
    // The VRF's number.
    U32 vrfOf( const IntfFact & fact ) const { return state_.vrfBook().id( fact.vrf ).value_or( 0 ); }
    const IntfFact * intf( Kynet::IntfId intfId ) const;
+   // There, and not disabled.
+   bool isUp( Kynet::IntfId intfId ) const;
    const RouterState & state() const { return state_; }
 
  private:

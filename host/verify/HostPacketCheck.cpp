@@ -71,7 +71,7 @@ PacketCheck::PacketCheck( const AgentView & session, const RouterState & state, 
      session_( session ),
      wake_( std::move( wake ) ), later_( std::move( later ) ), scope_( state, most ),
      query_( session_.channel()->peer() ) {
-   for ( auto * const source : { routeProbes, ruleProbes, classProbes, tunnelProbes } )
+   for ( auto * const source : { routeProbes, ruleProbes, classProbes, tunnelProbes, associationProbes } )
       sources_.push_back( source( scope_ ) );
    batch_.reserve( batchMost );
 }
@@ -148,15 +148,13 @@ bool PacketCheck::compare( Findings & findings ) {
 
 void PacketCheck::compare( Asked & asked, const TracePacketReply & found, Findings & findings ) {
    const auto & probe = asked.probe;
-   const auto * const in = scope_.model.intf( probe.in );
    if ( !asked.again ) findings.compared( asked.what );
-   // By an interface that has gone meanwhile no packet comes in.
-   if ( in == nullptr || !in->enabled ) return;
+   if ( !isThere( scope_.model, probe ) ) return;
    met_.clear();
    const auto fates = fatesOf( scope_.model, probe, &met_ );
    if ( found.error().code() == 0 &&
         std::ranges::any_of( fates, [ & ]( const auto & fate ) { return isSo( fate, found ); } ) ) {
-      scope_.destinations.note( scope_.model.vrfOf( *in ), probe.packet.dst, fates, met_ );
+      scope_.destinations.note( scope_.model.vrfOf( *scope_.model.intf( probe.in ) ), probe.packet.dst, fates, met_ );
       return;
    }
    if ( wasQuiet_ && ( asked.again || doubts_.size() >= doubtsMost ) )

@@ -1,6 +1,7 @@
 #include "HostPacketProbes.h"
 
 #include <algorithm>
+#include <set>
 
 namespace Host {
 
@@ -16,8 +17,23 @@ void keep( std::vector< U32 > & hints, U32 dst ) {
 
 std::vector< PacketFate > fatesOf( const FateModel & model, const PacketProbe & probe, std::vector< FateMet > * met ) {
    auto fates = model.fates( probe.in, probe.packet, met );
-   if ( !probe.tunnel || fates != std::vector{ PacketFate{ PacketFate::Kind::local } } ) return fates;
-   return model.fates( probe.tunnel, probe.inner, met );
+   if ( probe.tunnels.empty() || fates != std::vector{ PacketFate{ PacketFate::Kind::local } } ) return fates;
+   std::set< PacketFate > inside;
+   for ( const auto intfId : probe.tunnels ) {
+      const auto some = model.fates( intfId, probe.inner, met );
+      inside.insert( some.begin(), some.end() );
+   }
+   return { inside.begin(), inside.end() };
+}
+
+bool isThere( const FateModel & model, const PacketProbe & probe ) {
+   const auto up = [ &model ]( Kynet::IntfId intfId ) { return model.isUp( intfId ); };
+   if ( !up( probe.in ) || !std::ranges::all_of( probe.tunnels, up ) ) return false;
+   if ( !probe.association ) return true;
+   const auto & connections = model.state().ipsecBook().connections();
+   const auto at = connections.find( probe.association->connection );
+   return at != connections.end() &&
+          std::ranges::count( at->second.fact.connection.inSaq(), probe.association->sa ) != 0;
 }
 
 void NotMet::add( const std::string & object, const std::string & why ) {
@@ -48,9 +64,8 @@ const std::vector< Kynet::IntfId > & ProbeScope::ingresses( U32 vrf ) {
 }
 
 bool ProbeScope::takes( Kynet::IntfId in, const FatePacket & packet ) const {
-   const auto * const fact = model.intf( in );
-   if ( fact == nullptr || !fact->enabled ) return false;
-   const auto * const list = model.list( fact->filters.aclIn );
+   if ( !model.isUp( in ) ) return false;
+   const auto * const list = model.list( model.intf( in )->filters.aclIn );
    if ( list == nullptr ) return true;
    const auto rule = FateModel::ruleOf( *list, packet );
    return rule != 0 && list->entries.at( rule ).rule.action() == Acl::permit;
@@ -196,107 +211,8 @@ class RouteProbes : public ProbeSource {
    std::deque< std::pair< Key, U32 > > ready_;
 };
 
-// GRE and what is in it (RFC 2784, RFC 2890).
-std::string greOf( U32 key, const FatePacket & inner ) {
-   std::string bytes;
-   const auto put16 = [ & ]( U32 value ) {
-      bytes += char( value >> 8 );
-      bytes += char( value );
-   };
-   const auto put32 = [ & ]( U32 value ) {
-      put16( value >> 16 );
-      put16( value & 0xffff );
-   };
-   put16( key == 0 ? 0 : 0x2000 );
-   put16( 0x0800 );
-   if ( key != 0 ) put32( key );
-   const auto header = bytes.size();
-   put16( 0x4500 );
-   put16( inner.size() );
-   put32( 0 );
-   put16( U32( inner.ttl ) << 8 | inner.proto );
-   put16( 0 );
-   put32( inner.src );
-   put32( inner.dst );
-   U32 sum = 0;
-   for ( size_t at = header; at < bytes.size(); at += 2 ) sum += U32( U8( bytes[ at ] ) ) << 8 | U8( bytes[ at + 1 ] );
-   while ( sum >> 16 != 0 ) sum = ( sum & 0xffff ) + ( sum >> 16 );
-   bytes[ header + 10 ] = char( ~sum >> 8 );
-   bytes[ header + 11 ] = char( ~sum );
-   put16( inner.sport );
-   put16( inner.dport );
-   put16( inner.size() - 20 );
-   put16( 0 ); // no checksum (RFC 768)
-   return bytes;
-}
-
-// Each tunnel on its way out, and of GRE on its way in.
-class TunnelProbes : public ProbeSource {
- public:
-   explicit TunnelProbes( ProbeScope & scope ) : scope_( scope ) {
-      for ( const auto & [ intfId, told ] : scope.model.state().intfBook().intfs() )
-         if ( told.fact.tunnel )
-            for ( const bool out : { true, false } ) due_.emplace_back( intfId, out );
-   }
-   const char * what() const override { return "packets of tunnels"; }
-
-   Got next( PacketProbe & probe ) override {
-      if ( due_.empty() ) return Got::end;
-      const auto [ intfId, out ] = due_.front();
-      due_.pop_front();
-      const auto * const fact = scope_.model.intf( intfId );
-      if ( fact == nullptr || !fact->tunnel ) return Got::nothing;
-      probe = { "tunnel " + intfId.stringValue() + ( out ? ", out" : ", in" ) };
-      const auto why = !fact->enabled ? "it is disabled" : out ? leave( *fact, probe ) : enter( *fact, probe );
-      if ( why.empty() ) return Got::probe;
-      scope_.notMet.add( probe.object, why );
-      return Got::nothing;
-   }
-
- private:
-   std::string leave( const IntfFact & fact, PacketProbe & probe ) {
-      auto dsts = scope_.destinations.by( fact.intfId );
-      for ( const auto & address : fact.addresses )
-         for ( const U32 other : { 1, 3 } ) dsts.push_back( address.address().value() ^ other );
-      const auto vrf = scope_.model.vrfOf( fact );
-      for ( const auto dst : dsts ) {
-         probe.packet = { .src = benchmarkSource, .dst = dst, .sport = 49152, .dport = 7 };
-         probe.in = scope_.ingress( vrf, probe.packet );
-         if ( !probe.in ) continue;
-         std::vector< FateMet > met;
-         scope_.model.fates( probe.in, probe.packet, &met );
-         if ( std::ranges::count( met, FateMet{ FateMet::Kind::tunnel, fact.intfId } ) != 0 ) return {};
-      }
-      return "no route was found that leads into it";
-   }
-
-   std::string enter( const IntfFact & fact, PacketProbe & probe ) {
-      const auto & ends = *fact.tunnel;
-      if ( ends.mode() == Interface::TunnelMode::ipsec_ ) return "its packets are protected, by keys that nobody reads";
-      const auto underlay = scope_.model.state().vrfBook().id( ends.underlayVrf() );
-      auto dsts = scope_.destinations.ofVrf( scope_.model.vrfOf( fact ) );
-      if ( !fact.addresses.empty() ) dsts.push_back( fact.addresses.front().address().value() );
-      if ( dsts.empty() ) dsts.push_back( benchmarkSource + 1 );
-      probe.inner = { .src = benchmarkSource, .dst = dsts.front(), .sport = 49152, .dport = 7 };
-      probe.tunnel = fact.intfId;
-      probe.payload = greOf( ends.key(), probe.inner );
-      probe.packet = { .src = ends.dstAddr().value(), .dst = ends.srcAddr().value(), .proto = 47 };
-      probe.packet.length = U16( 20 + probe.payload.size() );
-      probe.in = scope_.ingress( underlay.value_or( 0 ), probe.packet );
-      if ( !underlay || !probe.in ) return "no interface of its underlay takes a packet in";
-      // Without its protection it is for no tunnel.
-      for ( const auto & [ name, told ] : scope_.model.state().ipsecBook().connections() )
-         if ( told.fact.connection.intfList().intf( fact.intfId ) ) probe.tunnel = {};
-      return {};
-   }
-
-   ProbeScope & scope_;
-   std::deque< std::pair< Kynet::IntfId, bool > > due_;
-};
-
 } // namespace
 
 std::unique_ptr< ProbeSource > routeProbes( ProbeScope & scope ) { return std::make_unique< RouteProbes >( scope ); }
-std::unique_ptr< ProbeSource > tunnelProbes( ProbeScope & scope ) { return std::make_unique< TunnelProbes >( scope ); }
 
 } // namespace Host

@@ -1,8 +1,9 @@
-// The packets that meet each route, list rule, policy class and tunnel.
+// The packets that meet each route, list rule, policy class, tunnel and inbound association.
 #pragma once
 
 #include "HostFateModel.h"
 #include "HostSortedRuns.h"
+#include "StateIpsec.h"
 
 #include <deque>
 #include <memory>
@@ -16,11 +17,20 @@ struct PacketProbe {
    std::string object;
    Kynet::IntfId in{};
    FatePacket packet{};
-   // Of a tunnel's packet that comes from its other end: what is behind the outer header, and what comes out of it.
+   // Of a tunnel's packet that comes from its other end: what is behind the outer header, what comes out of it, and the
+   // tunnels of which it enters one.
    std::string payload{};
-   Kynet::IntfId tunnel{};
+   std::vector< Kynet::IntfId > tunnels{};
    FatePacket inner{};
+   // That has it sealed.
+   struct Association {
+      Gant::Name connection;
+      Ipsec::Ike::SecurityAssociation sa;
+   };
+   std::optional< Association > association{};
 };
+// What it was made for is still told.
+bool isThere( const FateModel & model, const PacketProbe & probe );
 // What may become of it.
 std::vector< PacketFate > fatesOf( const FateModel & model, const PacketProbe & probe,
                                    std::vector< FateMet > * met = nullptr );
@@ -91,5 +101,6 @@ std::unique_ptr< ProbeSource > routeProbes( ProbeScope & scope );
 std::unique_ptr< ProbeSource > ruleProbes( ProbeScope & scope );
 std::unique_ptr< ProbeSource > classProbes( ProbeScope & scope );
 std::unique_ptr< ProbeSource > tunnelProbes( ProbeScope & scope );
+std::unique_ptr< ProbeSource > associationProbes( ProbeScope & scope );
 
 } // namespace Host

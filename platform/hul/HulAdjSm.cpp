@@ -343,7 +343,7 @@ Kynet::IntfId AdjSm::disabledIntf( Number number ) const {
    const auto & intfs = *impl_->args.allIntfStatusDir;
    Kynet::IntfId first;
    for ( const auto & via : vias( number ) ) {
-      if ( !via.intfId() || !intfs.intfStatusHas( via.intfId() ) || intfs.intfStatus( via.intfId() ).adminUp() )
+      if ( !via.intfId() || !intfs.intfStatusHas( via.intfId() ) || intfs.intfStatus( via.intfId() ).operUp() )
          return {};
       if ( !first ) first = via.intfId();
    }
@@ -352,7 +352,9 @@ Kynet::IntfId AdjSm::disabledIntf( Number number ) const {
 
 Gant::String AdjSm::disabled( Number number ) const {
    const auto intfId = disabledIntf( number );
-   return !intfId ? Gant::String() : "interface " + intfId.stringValue() + " is disabled";
+   if ( !intfId ) return {};
+   const bool enabled = impl_->args.allIntfStatusDir->intfStatus( intfId ).adminUp();
+   return "interface " + intfId.stringValue() + ( enabled ? " is down" : " is disabled" );
 }
 
 RouteState AdjSm::state( U64 adjIndex ) const {

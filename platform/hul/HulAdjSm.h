@@ -129,7 +129,7 @@ class AdjSm : public Gant::StateMachine {
    // Whether the data plane refused one of the last commands of the adjacency, and with what.
    bool refused( Number number ) const;
    Gant::String refusal( Number number ) const;
-   // Nothing goes its ways, though it is programmed, where all of them lead out of interfaces that are disabled. The
+   // Nothing goes its ways, though it is programmed, where all of them lead out of interfaces that are not up. The
    // first of these, and why in words; none, and empty: something can go.
    Kynet::IntfId disabledIntf( Number number ) const;
    Gant::String disabled( Number number ) const;

@@ -166,7 +166,7 @@ grpc::ByteBuffer byteBuffer( Gant::CleansedString bytes ) {
 
 GrpcChannel::GrpcChannel( Peer peer, bool takeOver, double silenceMost, bool beside ) :
      peer_( std::move( peer ) ), inbox_( std::make_shared< Inbox >( this ) ),
-     transport_( streamTransport( peer_, inbox_, { takeOver, beside } ) ), liveness_( silenceMost ),
+     transport_( streamTransport( peer_, inbox_, { takeOver, beside, silenceMost } ) ), liveness_( silenceMost ),
      arena_( newArena() ) {
    if ( silenceMost > 0 ) watch_ = std::make_unique< Watch >( *this, liveness_.period() );
 }

@@ -31,7 +31,8 @@ Gant::String agentText() {
 class StreamTransport : public Transport {
  public:
    StreamTransport( const Peer & peer, std::shared_ptr< TransportSink > sink, SessionWish wish ) :
-        sink_( std::move( sink ) ), channel_( transportChannel( peer ) ), stub_( channel_ ) {
+        address_( peer.address ), sink_( std::move( sink ) ), channel_( transportChannel( peer, wish.silenceMost ) ),
+        stub_( channel_ ) {
       context_.AddMetadata( "vex-agent", agentText() );
       if ( wish.beside ) context_.AddMetadata( "vex-beside", "1" );
       if ( wish.takeOver ) context_.AddMetadata( "vex-takeover", "1" );
@@ -126,15 +127,21 @@ class StreamTransport : public Transport {
          context_.TryCancel();
          return false;
       }
+      heard_ = true;
       sink_->reply( std::move( reply ) );
       return true;
    }
 
    Gant::String reason() const {
       if ( malformed_ ) return "a reply that is not one";
+      // gRPC's words of a connection that it was given name the system call at most.
+      const bool given =
+           status_.error_message() == "Transport closed" || status_.error_message().starts_with( "recvmsg" );
+      if ( !heard_ && given ) return "the data plane at " + address_ + " takes no connection, or closes it at once";
       return status_.ok() ? "the data plane ended the session" : status_.error_message();
    }
 
+   const Gant::String address_;
    std::shared_ptr< TransportSink > sink_;
    grpc::ClientContext context_;
    grpc::CompletionQueue queue_;
@@ -143,6 +150,7 @@ class StreamTransport : public Transport {
    std::unique_ptr< grpc::GenericClientAsyncReaderWriter > stream_;
    grpc::ByteBuffer incoming_;
    grpc::Status status_;
+   bool heard_ = false;
    bool malformed_ = false;
    std::thread thread_;
 

@@ -45,8 +45,9 @@ bool parse( const grpc::ByteBuffer & bytes, google::protobuf::Message & message 
 
 // What a session asks for at its begin, in the call's metadata.
 struct SessionWish {
-   bool takeOver = false; // also from another agent that has the data plane
-   bool beside = false;   // what forwards goes on until this session is in step
+   bool takeOver = false;  // also from another agent that has the data plane
+   bool beside = false;    // what forwards goes on until this session is in step
+   double silenceMost = 0; // seconds of the peer's silence after which it ends; 0: it does not
 };
 std::unique_ptr< Transport > streamTransport( const Peer & peer, std::shared_ptr< TransportSink > sink,
                                               SessionWish wish );

@@ -9,8 +9,11 @@
 namespace Vex {
 
 // A connection of its own, with no limit on the size of messages. With files of TLS that cannot be read, it is one that
-// every call on it fails. To "unix:/path" it is made at once, and only once: when it is lost, all calls fail.
-std::shared_ptr< grpc::Channel > transportChannel( const Peer & peer );
+// every call on it fails. To "unix:/path", and without TLS to an address or localhost, it is made at once, and only
+// once: when it is lost, all calls fail. Otherwise gRPC makes it, and gives up one on which nothing is heard for most
+// of `silenceMost` seconds (0: as 3): whoever lets go of the channel earlier leaves its socket open when the peer
+// speaks after that.
+std::shared_ptr< grpc::Channel > transportChannel( const Peer & peer, double silenceMost = 3 );
 
 // Service::Stub over a connection of its own, which the first call makes, and the first one after it was lost.
 template < typename Service >

@@ -191,10 +191,12 @@ TEST_F( KernelTwinTest, neighborsAreLearnedKeptAndLostAndWhatIsToldHolds ) {
    router.change( "del neighbor {interface: Ethernet1, address: 10.66.1.2}" );
    EXPECT_TRUE( comes( [ & ] { return mac( "10.66.1.2" ) == "02:00:00:00:66:02"; } ) );
    // One that is in use is asked for again, also after the wire was away.
-   for ( const auto & loss : { ip + "neigh del 10.66.1.2 dev one", "ip -n " + far + " link set far down" } ) {
+   const auto answers = "ip netns exec " + far + " sysctl -qw net.ipv4.conf.all.arp_ignore=";
+   for ( const auto & loss :
+         { answers + "8; " + ip + "neigh del 10.66.1.2 dev one", "ip -n " + far + " link set far down" } ) {
       run( loss );
       EXPECT_TRUE( comes( [ & ] { return mac( "10.66.1.2" ) == "00:00:00:00:00:00"; } ) );
-      run( "ip -n " + far + " link set far up" );
+      run( answers + "0; ip -n " + far + " link set far up" );
       EXPECT_TRUE( comes( [ & ] { return mac( "10.66.1.2" ) == "02:00:00:00:66:02"; } ) );
    }
    run( ip + "link del one" );

@@ -3,6 +3,7 @@
 #include "SessionRouter.h"
 #include "vex/fib_ipv4.pb.h"
 #include "vex/ip.pb.h"
+#include "vex/ipsec.pb.h"
 #include "vex/next_hop.pb.h"
 #include "VexKyAclDb.h"
 
@@ -125,6 +126,36 @@ TEST_F( Packets, nameARuleAClassAndATunnelThatAreNotWhatTheyWere ) {
                        "traffic class 5 | out of Ethernet2 to 02:00:00:00:02:02",
                        "tunnel Tunnel1, in: out of Ethernet2 to 02:00:00:00:02:02 | to the router: next hop 2 "
                        "is to be punted" } ) );
+}
+
+TEST_F( Packets, nameAnAssociationThatOpensNothing ) {
+   const std::string sas[] = {
+        "encryption: aes, encryption-key: 0x00112233445566778899aabbccddeeff",
+        "mode: transport, encryption: rfc4106(gcm(aes)), icv-bits: 96, udp: {source-port: 4500, destination-port: "
+        "4501}, "
+        "encryption-key: 0x00112233445566778899aabbccddeeff00112233445566770123456789abcdef01234567",
+        "authentication: sha1, authentication-key: 0x000102030405060708090a0b0c0d0e0f10111213" };
+   for ( size_t n = 0; n < std::size( sas ); ++n ) {
+      const auto number = std::to_string( n + 2 ), peer = "203.0.113." + number;
+      const bool gre = n == 1;
+      for ( const auto & [ kind, entry ] :
+            { std::pair( "tunnel", "{name: Tunnel" + number + ", mode: " + ( gre ? "gre-ipsec" : "ipsec" ) +
+                                        ", source: 10.0.1.1, destination: " + peer + "}" ),
+              std::pair( "ipsec", "{name: c" + number + ", id: " + number + ( gre ? ", type: gre" : "" ) +
+                                       ", interfaces: Tunnel" + number + ", inbound: [{spi: " + number +
+                                       "000, source: " + peer + ", destination: 10.0.1.1, " + sas[ n ] + "}]}" ) } )
+         ASSERT_EQ( router_.change( Host::ChangeOp::add, kind, entry ).message, "" ) << entry;
+   }
+   EXPECT_EQ( differences(), Lines() );
+   EXPECT_EQ( answer_.end[ "compared" ][ "packets of associations" ], 3 );
+   vex::pb::IpsecDeleteSAArg gone;
+   gone.set_vrf( 0 );
+   gone.set_encap_id( 3 );
+   gone.set_sa_direction( 1 );
+   command( "ipsecManagementModule", "deleteIpsecSAs", gone );
+   EXPECT_EQ( differences(),
+              Lines{ "inbound SA 0x00000bb8 of c3, in Tunnel3: out of Ethernet2 to 02:00:00:00:02:02 | to "
+                     "the router: next hop 2 is to be punted" } );
 }
 
 TEST_F( Packets, forATunnelsOwnAddressMeetNoListOfAnotherInterface ) {

@@ -61,7 +61,7 @@ class FakePorts : public BESSControl::Service {
                                GetLinkStatusResponse * response ) override {
       const std::lock_guard lock( mutex );
       if ( lost.erase( request->name() ) != 0 ) response->mutable_error()->set_code( ENODEV );
-      response->set_link_up( true );
+      response->set_link_up( !cut.contains( request->name() ) );
       return grpc::Status::OK;
    }
    grpc::Status GetPortStats( Context *, const GetPortStatsRequest *, GetPortStatsResponse * response ) override {
@@ -78,7 +78,7 @@ class FakePorts : public BESSControl::Service {
 
    std::mutex mutex;
    std::map< std::string, CreatePortRequest > ports;
-   std::set< std::string > missing, lost;
+   std::set< std::string > missing, lost, cut;
    Lines calls;
 };
 
@@ -106,11 +106,17 @@ class HostPorts : public testing::Test {
       server->Shutdown();
    }
    void begin( bool sweep = true ) {
-      ports = Gant::make< Host::Ports >( router.state.tree().deviceDir, address, &kernel, sweep );
+      ports = Gant::make< Host::Ports >(
+           router.state.tree().deviceDir, address, &kernel,
+           [ this ]( auto intfId, bool up ) { router.state.linkIs( intfId, up ); }, sweep );
    }
    std::string seen( const char * name ) const {
       const auto * const port = ports->port( Host::PortKey::ofName( name ) );
       return port == nullptr ? "none" : std::string( textOf( port->state() ) ) + " " + port->reason();
+   }
+   void at( const std::function< void( FakePorts & ) > & change ) {
+      const std::lock_guard lock( engine.mutex );
+      change( engine );
    }
    void until( const char * name, const std::string & state ) {
       runUntil( [ & ] { return seen( name ) == state; } );
@@ -241,6 +247,61 @@ interfaces: [{name: Ethernet1, device: veth1}, {name: Ethernet2, device: veth2}]
    router.change( "replace interface {name: Ethernet2, device: veth2, kernel: true, vrf: red}" );
    until( "kernel:Ethernet2", "failed VRF red has no netns for the device Ethernet2" );
    EXPECT_EQ( engine.take().at( 1 ), "destroy kernel:Ethernet2" );
+}
+
+TEST_F( HostPorts, anInterfaceCarriesNothingWhileItsLinkIsDownOrItsDeviceIsGone ) {
+   router.describe( R"(
+router: {kernel: false}
+interfaces:
+  - {name: Ethernet1, device: veth1, addresses: 10.0.1.1/24}
+  - {name: Ethernet2, device: veth2, addresses: 10.0.2.1/24}
+neighbors: [{interface: Ethernet2, address: 10.0.2.2, mac: 02:00:00:00:00:09}]
+routes:
+  - {prefix: 20.0.0.0/8, via: [10.0.1.2, 10.0.2.2]}
+  - {prefix: 10.0.2.0/24, via: 10.0.1.2}
+)" );
+   const Lines whole{ "10.0.1.0/24 attached Ethernet1 (connected)",
+                      "10.0.1.1/32 receive Ethernet1 (connected)",
+                      "10.0.1.255/32 broadcast Ethernet1 (connected)",
+                      "10.0.2.0/24 attached Ethernet2 (connected)",
+                      "10.0.2.1/32 receive Ethernet2 (connected)",
+                      "10.0.2.2/32 forward 10.0.2.2%Ethernet2 (neighbor)",
+                      "10.0.2.255/32 broadcast Ethernet2 (connected)",
+                      "20.0.0.0/8 forward 10.0.1.2%Ethernet1 10.0.2.2%Ethernet2 (description)" },
+        without{ whole[ 0 ], whole[ 1 ], whole[ 2 ], "10.0.2.0/24 forward 10.0.1.2%Ethernet1 (description)",
+                 "20.0.0.0/8 forward 10.0.1.2%Ethernet1 (description)" };
+   const auto untilRoutes = [ & ]( const Lines & wanted ) {
+      runUntil( [ & ] { return router.routes() == wanted; } );
+      EXPECT_EQ( router.routes(), wanted );
+   };
+   const auto intfId = *Kynet::IntfId::fromString( "Ethernet2" );
+   const auto status = [ & ] { return router.state.tree().allIntfStatusDir->intfStatus( intfId ); };
+   begin();
+   until( "Ethernet2", "up " );
+   untilRoutes( whole );
+   at( []( auto & its ) { its.cut = { "Ethernet2" }; } );
+   untilRoutes( without );
+   EXPECT_EQ( status(), Interface::IntfStatus( true, false ) );
+   EXPECT_EQ( seen( "Ethernet2" ), "down device veth2: the link is down" );
+   // Who comes after a lost session finds it as it was.
+   ports = nullptr;
+   EXPECT_EQ( router.routes(), without );
+   at( []( auto & its ) { its.cut.clear(); } );
+   begin();
+   untilRoutes( whole );
+   // One that is made again is not down, one whose device is gone is.
+   at( []( auto & its ) { its.lost = { "Ethernet2" }, its.calls.clear(); } );
+   runUntil( [ & ] {
+      EXPECT_EQ( status(), Interface::IntfStatus( true, true ) );
+      const std::lock_guard lock( engine.mutex );
+      return std::ranges::count( engine.calls, "destroy Ethernet2" ) == 1 && engine.ports.contains( "Ethernet2" );
+   } );
+   until( "Ethernet2", "up " );
+   at( []( auto & its ) { its.lost = { "Ethernet2" }, its.missing = { "veth2" }; } );
+   untilRoutes( without );
+   // Another port of it has a link of its own.
+   router.change( "replace interface {name: Ethernet2, device: veth3, addresses: 10.0.2.1/24}" );
+   EXPECT_EQ( router.routes(), whole );
 }
 
 } // namespace

@@ -224,7 +224,7 @@ TEST_F( SlowDataPlane, aRouteIsWhatTheDataPlaneSaidToItsLastChange ) {
    EXPECT_EQ( layer.root->routeCounts( Kynet::AddressFamily::ipv4_ ).refused, 0u );
 }
 
-TEST_F( SlowDataPlane, aRouteOverADisabledInterfaceIsPending ) {
+TEST_F( SlowDataPlane, aRouteOverAnInterfaceThatIsNotUpIsPending ) {
    state.route( "10.0.0.0/8", 2 );
    progress.acknowledgedIs( 1 );
    EXPECT_EQ( of( "10.0.0.0/8" ), done );
@@ -234,6 +234,9 @@ TEST_F( SlowDataPlane, aRouteOverADisabledInterfaceIsPending ) {
    };
    state.intfs->intfStatusIs( intfId( "Et1" ), Interface::IntfStatus( false, false ) );
    EXPECT_EQ( of( "10.0.0.0/8" ), "pending: interface Ethernet1 is disabled" );
+   EXPECT_EQ( counts(), std::pair( 0u, 1u ) );
+   state.intfs->intfStatusIs( intfId( "Et1" ), Interface::IntfStatus( true, false ) );
+   EXPECT_EQ( of( "10.0.0.0/8" ), "pending: interface Ethernet1 is down" );
    EXPECT_EQ( counts(), std::pair( 0u, 1u ) );
    state.intfs->intfStatusIs( intfId( "Et1" ), Interface::IntfStatus( true, true ) );
    EXPECT_EQ( counts(), std::pair( 1u, 0u ) );

@@ -34,11 +34,7 @@ A, B = rules({BOTH_PERMIT, ONLY_A}), rules({BOTH_PERMIT, ONLY_B})
 LEFT_INTERFACE = 'address 10.0.1.1/24 device wire-left'.split()
 
 
-class Changes(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.lab = Lab('vexl3chg', {'left': (LEFT + '/24', '10.0.1.1'), 'right': (RIGHT + '/24', '10.0.2.1'),
-                                   'third': (THIRD + '/24', '10.0.3.1')}, f'''
+DESCRIPTION = f'''
 router: {{mac: '{ROUTER_MAC}'}}
 interfaces:
   - {{name: Ethernet1, addresses: 10.0.1.1/24, device: wire-left}}
@@ -52,10 +48,24 @@ policy-maps:
   - {{name: high, classes: [{{class: class-default, set: {{dscp: 20}}}}]}}
 routes:
   - {{prefix: 50.0.0.0/8, via: [10.0.2.2, 10.0.3.2]}}
-''')
-        cls.addClassCleanup(cls.lab.end)
-        cls.lab.start()
-        cls.left, cls.right, cls.third = (cls.lab.hosts[name] for name in ('left', 'right', 'third'))
+'''
+
+
+def setUpModule():
+    lab = Lab('vexl3chg', {'left': (LEFT + '/24', '10.0.1.1'), 'right': (RIGHT + '/24', '10.0.2.1'),
+                           'third': (THIRD + '/24', '10.0.3.1')}, DESCRIPTION)
+    unittest.addModuleCleanup(lab.end)
+    OneWorker.lab = lab
+    OneWorker.left, OneWorker.right, OneWorker.third = (lab.hosts[name] for name in ('left', 'right', 'third'))
+
+
+class OneWorker(unittest.TestCase):
+    workers = '1'
+
+    @classmethod
+    def setUpClass(cls):
+        cls.lab.start(['--workers', cls.workers])
+        cls.addClassCleanup(cls.lab.stop)
         for host in (cls.right, cls.third):
             host.until_it_reaches(LEFT)
 
@@ -101,6 +111,7 @@ routes:
         return packets, collections.Counter(p['UDP'].sport for p in packets)
 
     def check_lists(self, swap):
+        self.lab.acknowledged()
         with self.traffic() as sent:
             for n in range(SWAPS):
                 swap(n)
@@ -128,6 +139,7 @@ routes:
 
         policy('low')
         self.addCleanup(self.lab.ctl, 'interface', 'replace', 'Ethernet1', *LEFT_INTERFACE)
+        self.lab.acknowledged()
         with self.traffic(ports=[BOTH_PERMIT]) as sent:
             for n in range(SWAPS):
                 policy(('high', 'low')[n % 2])
@@ -142,22 +154,49 @@ routes:
                              'mtu', ('1300', '1500')[n % 2])
         self.all_arrived(sent[BOTH_PERMIT], self.arrived(self.right)[1][BOTH_PERMIT])
 
-    def test_flows_leave_a_next_hop_that_dies(self):
+    def test_flows_leave_a_next_hop_whose_link_is_cut_and_come_back_with_it(self):
         flows = range(5000, 5064)
         with self.traffic('50.1.1.1', flows):
             pass
         for host in (self.right, self.third):
             self.assertTrue(self.arrived(host)[1], 'each next hop has flows')
+
+        def prefixes():
+            return {route['prefix'] for route in self.lab.ask('show', 'routes')}
+
+        whole = prefixes()
         self.third.run('ip', 'link', 'set', 'eth0', 'down')
+        # Its kernel has lost its route with its link.
+        self.addCleanup(self.third.run, 'ip', 'route', 'replace', 'default', 'via', '10.0.3.1')
         self.addCleanup(self.third.run, 'ip', 'link', 'set', 'eth0', 'up')
 
-        def alive():
-            self.right.forget()
+        def alive(*hosts):
+            for host in hosts:
+                host.forget()
             with self.traffic('50.1.1.1', flows) as sent:
                 pass
-            return self.arrived(self.right)[1] == sent
+            got = [self.arrived(host)[1] for host in hosts]
+            return all(got) and sum(got, collections.Counter()) == sent
 
-        until(alive, 'every flow takes the way that is left')
+        def state():
+            return self.lab.ask('show', 'interfaces', 'Ethernet3')[0]['state']
+
+        until(lambda: state() == 'down', 'the interface goes with its link')
+        until(lambda: alive(self.right), 'every flow takes the way that is left')
+        self.assertEqual(prefixes(), {prefix for prefix in whole if not prefix.startswith('10.0.3.')})
+        told = self.lab.ctl('why', '50.1.1.1').stdout
+        self.assertIn('the port of Ethernet3 is down: device wire-third: the link is down', told)
+        self.assertIn('whose interface Ethernet3 is down', self.lab.ctl('why', THIRD).stdout)
+        self.third.run('ip', 'link', 'set', 'eth0', 'up')
+        with contextlib.suppress(OSError):  # that the network was down
+            self.third.forget()
+        until(lambda: state() == 'up', 'the interface comes with its link')
+        until(lambda: alive(self.right, self.third), 'each next hop has flows again')
+        self.assertEqual(prefixes(), whole)
+
+
+class TwoWorkers(OneWorker):
+    workers = '2'
 
 
 if __name__ == '__main__':

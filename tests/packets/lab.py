@@ -38,11 +38,17 @@ class IoVec(ctypes.Structure):
     _fields_ = [('base', ctypes.c_void_p), ('size', ctypes.c_size_t)]
 
 
-class MMsgHdr(ctypes.Structure):
-    """struct mmsghdr, see sendmmsg(2)."""
+class MsgHdr(ctypes.Structure):
+    """struct msghdr, see sendmsg(2)."""
     _fields_ = [('name', ctypes.c_void_p), ('nameSize', ctypes.c_uint32), ('parts', ctypes.POINTER(IoVec)),
                 ('count', ctypes.c_size_t), ('control', ctypes.c_void_p), ('controlSize', ctypes.c_size_t),
-                ('flags', ctypes.c_int), ('sent', ctypes.c_uint)]
+                ('flags', ctypes.c_int)]
+
+
+class MMsgHdr(ctypes.Structure):
+    """struct mmsghdr, see sendmmsg(2)."""
+    _anonymous_ = ['header']
+    _fields_ = [('header', MsgHdr), ('sent', ctypes.c_uint)]
 
 
 def missing():
@@ -206,10 +212,10 @@ class Lab:
     def lab(self, *words):
         subprocess.run([ROOT / 'tools/lab', *words], check=True)
 
-    def start(self):
+    def start(self, workers=WORKERS):
         self.daemon = subprocess.Popen(
             ['ip', 'netns', 'exec', f'{self.name}-router', BIN / 'vexl3d', '--config', self.description, '--socket',
-             self.socket, *WORKERS], stdout=self.log, stderr=self.log)
+             self.socket, *workers], stdout=self.log, stderr=self.log)
         until(self.ready, f'every port is up: {self.text()}')
 
     def ready(self):
@@ -237,14 +243,22 @@ class Lab:
         answer = json.loads(done.stdout)
         return answer if isinstance(answer, list) else answer.get('rows', answer)
 
+    def acknowledged(self):
+        """Waits until the data plane has taken all that was told: only then anything is compared."""
+        if differences := self.ask('verify'):
+            raise AssertionError(differences)
+
     def data_plane(self):
         """The process of the embedded one; 0: there is none."""
         return self.ask('show', 'status')['result'].get('dataPlanePid', 0)
 
-    def end(self):
+    def stop(self):
         if self.daemon is not None and self.daemon.poll() is None:
             self.daemon.terminate()
             self.daemon.wait(DEADLINE)
+
+    def end(self):
+        self.stop()
         for host in self.hosts.values():
             host.wire.close()
             host.sink.close()

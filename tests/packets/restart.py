@@ -18,7 +18,7 @@ sys.path.insert(0, os.path.dirname(__file__))
 from scapy.layers.inet import IP, UDP  # noqa: E402
 from scapy.packet import Raw  # noqa: E402
 
-from lab import BIN, ROUTER_MAC, WORKERS, Lab, missing, until  # noqa: E402
+from lab import BIN, ROUTER_MAC, Lab, missing, until  # noqa: E402
 from tunnels import sa_text  # noqa: E402
 
 LEFT, RIGHT, THIRD = '10.0.1.2', '10.0.2.2', '10.0.3.2'
@@ -52,7 +52,7 @@ class TwoUnits(Lab):
     def start_plane(self):
         self.plane = subprocess.Popen(
             ['ip', 'netns', 'exec', f'{self.name}-router', BIN / 'vexdp', '--listen', f'unix:{self.folder.name}/dp',
-             *WORKERS],
+             '--workers', os.environ.get('VEXL3_WORKERS', '2')],
             stdout=self.log, stderr=self.log)
         until(lambda: os.path.exists(f'{self.folder.name}/dp'), 'vexdp listens')
 

@@ -366,9 +366,15 @@ routes:
 
     def test_verify_finds_nothing(self):
         # AF_XDP leaves its device's MAC alone.
-        found = json.loads(self.lab.ctl('verify', check=False).stdout)
+        found = json.loads(self.lab.ctl('verify', '--packets', check=False).stdout)
         self.assertEqual([row for row in found['rows'] if row['object'] != 'MAC'], [])
         self.assertEqual(found['notCompared'], [])
+        self.assertEqual(found['compared']['packets of associations'], len(self.connections) + 1)
+        # What was sealed to find that out has moved no window.
+        opened = [number for number, (_, more) in self.connections.items() if more.get('mode') != 'transport']
+        for number in opened:
+            self.from_peer(seal(self.inbound_sa(number), udp(number)))
+        self.assertEqual([index_of(p) for p in self.at_near(len(opened))], opened)
         rows = self.lab.ask('show', 'ipsec', 'connections')
         self.assertTrue(all(pair['active'] for row in rows for pair in row['pairs']), rows)
 
