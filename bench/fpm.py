@@ -43,10 +43,10 @@ def stream(routes, index, first=0):
     return next_hops(index) + announcements(routes, first)
 
 
-def withdrawals(routes):
+def withdrawals(routes, first=0):
     head = struct.pack('BBBBBBBBI', 2, 24, 0, 0, 254, 186, 0, 1, 0)
     return b''.join(frame(25, head + attr(1, struct.pack('>I', prefix(n))) + attr(6, struct.pack('I', 20)))
-                    for n in range(routes))
+                    for n in range(first, routes))
 
 
 class Player:

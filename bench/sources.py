@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
 """How fast routes of a source that stays connected come to the data plane, and what they cost.
 
-    bench/sources.py [--routes 1000000] [fpm] [kernel] [file]
+    bench/sources.py [--routes 1000000] [--answered] [fpm] [kernel] [file]
 
 Plays a recorded stream of FPM at full speed, has the kernel's table read, or a route file, and prints routes a second until
-the data plane has acknowledged all of them, and the daemon's memory before and after. As root; VEXL3_BIN is where the
-programs are.
+the data plane has acknowledged all of them, and the daemon's memory before and after. What a source costs is what its
+routes cost over those of the file. With --answered the kernel's are a routing suite's, and are told what has become of them:
+the memory is that of everything answered, too. As root; VEXL3_BIN is where the programs are.
 """
 
 import argparse
@@ -26,9 +27,10 @@ def resident(pid):
 
 
 class Bench:
-    def __init__(self, net, routes):
+    def __init__(self, net, routes, answered):
         self.router = net.routers[1]
         self.routes = routes
+        self.answered = answered
 
     def pid(self):
         found = subprocess.run(['pgrep', '-f', f'vexl3d --config {self.router.directory}'], capture_output=True, text=True)
@@ -58,7 +60,8 @@ class Bench:
 
     def kernel(self):
         file = self.router.directory / 'routes'
-        file.write_text(''.join(f'route add {dotted(n)}/24 via 10.0.1.{n % HOPS + 2}\n'
+        protocol = ' proto bgp' if self.answered else ''
+        file.write_text(''.join(f'route add {dotted(n)}/24 via 10.0.1.{n % HOPS + 2}{protocol}\n'
                                 for n in range(self.routes)))
         before = self.memory()
         # What it missed it reads when it goes on.
@@ -66,7 +69,10 @@ class Bench:
         self.router.run('ip', '-batch', file)
         subprocess.run(['kill', f'-{signal.SIGCONT.value}', str(self.pid())], check=True)
         lab.until(lambda: self.router.source('kernel')['routes'] > 1000, 'it reads', 60)
-        self.say('kernel', self.until_all('kernel', time.monotonic()), before)
+        took = self.until_all('kernel', time.monotonic())
+        if self.answered:
+            lab.until(lambda: self.router.source('kernel')['answered'] >= self.routes, 'all are answered', 600)
+        self.say('kernel', took, before)
 
     def file(self):
         file = self.router.directory / 'table'
@@ -81,15 +87,16 @@ class Bench:
 def main():
     options = argparse.ArgumentParser()
     options.add_argument('--routes', type=int, default=1000000)
+    options.add_argument('--answered', action='store_true')
     options.add_argument('what', nargs='*', default=['fpm', 'kernel', 'file'])
     options = options.parse_args()
     if why := lab.missing():
         sys.exit(why)
     for what in options.what:
         with lab.Lab() as net:
-            net.routers[1].begin(more='kernel-offload: false\n')
+            net.routers[1].begin(more='' if options.answered else 'kernel-offload: false\n')
             lab.until(lambda: net.routers[1].fact('status', 'phase') == 'running', 'it runs')
-            getattr(Bench(net, options.routes), what)()
+            getattr(Bench(net, options.routes, options.answered), what)()
 
 
 if __name__ == '__main__':

@@ -31,7 +31,7 @@ std::string textOf( const tcp::endpoint & endpoint ) {
 } // namespace
 
 std::string parseFpm( const std::string & text, FpmServer::Config & config ) {
-   config = { {}, 0 };
+   config = { {}, 0, config.receiveBuffer };
    if ( text == "off" ) return {};
    const auto colon = text.rfind( ':' );
    auto wrong = "\"" + text + "\" is not ADDRESS:PORT or off";
@@ -128,6 +128,8 @@ std::string FpmServer::open() {
    try {
       runInNamespace( netns_, [ & ] { acceptor.open( endpoint.protocol() ); } );
       acceptor.set_option( tcp::acceptor::reuse_address( true ) );
+      if ( config_.receiveBuffer != 0 )
+         acceptor.set_option( asio::socket_base::receive_buffer_size( config_.receiveBuffer ) );
       acceptor.bind( endpoint );
       acceptor.listen();
    } catch ( const std::system_error & error ) {

@@ -19,6 +19,7 @@ class FpmServer : public Source, public Gant::StateMachine {
    struct Config {
       std::string address = "127.0.0.1"; // empty: there is no server
       U16 port = 2620;
+      int receiveBuffer = 0; // bytes; 0: as the system has it
    };
    using Tell = std::function< void( const std::string & text, bool error ) >;
    struct Surroundings {

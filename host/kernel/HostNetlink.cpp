@@ -25,7 +25,7 @@ namespace {
 constexpr size_t roomOfMessage = 10240;
 constexpr size_t pieceMost = 32768;
 constexpr unsigned piecesPerTurn = 16, drainMost = 65536;
-constexpr int receiveBuffer = 4 << 20; // bytes
+int receiveBuffer = defaultReceiveBuffer; // bytes
 
 std::string reasonOf( int error, const nlmsghdr & header ) {
    std::string reason = std::strerror( error );
@@ -283,6 +283,8 @@ void runInNamespace( const std::string & netns, const std::function< void() > & 
    if ( thrown ) std::rethrow_exception( thrown );
 }
 
+void receiveBufferIs( int bytes ) { receiveBuffer = bytes; }
+
 int openNetlink( const std::string & netns, std::span< const U32 > groups ) {
    int fd = -1;
    runInNamespace( netns, [ & ] {
@@ -297,7 +299,9 @@ int openNetlink( const std::string & netns, std::span< const U32 > groups ) {
    optionIs( SOL_NETLINK, NETLINK_CAP_ACK, 1 );
    // Dumps of one protocol's routes.
    optionIs( SOL_NETLINK, NETLINK_GET_STRICT_CHK, 1 );
-   if ( !optionIs( SOL_SOCKET, SO_RCVBUFFORCE, receiveBuffer ) ) optionIs( SOL_SOCKET, SO_RCVBUF, receiveBuffer );
+   // What is asked for comes as it is read.
+   const int room = groups.empty() ? defaultReceiveBuffer : receiveBuffer;
+   if ( !optionIs( SOL_SOCKET, SO_RCVBUFFORCE, room ) ) optionIs( SOL_SOCKET, SO_RCVBUF, room );
    sockaddr_nl own{};
    own.nl_family = AF_NETLINK;
    bool joined = ::bind( fd, reinterpret_cast< const sockaddr * >( &own ), sizeof( own ) ) == 0;

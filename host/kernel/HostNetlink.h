@@ -130,6 +130,10 @@ class NetlinkSocket {
    std::shared_ptr< bool > alive_ = std::make_shared< bool >( true );
 };
 
+constexpr int defaultReceiveBuffer = 4 << 20; // bytes
+// What the kernel keeps of notifications until they are read, of sockets that are opened from here on. What is more is
+// lost, and everything is read again.
+void receiveBufferIs( int bytes );
 // A new socket in the namespace: empty: the process's own; a name as of `ip netns`; or a path. `groups` are those of
 // RTNLGRP_*. Throws std::system_error.
 int openNetlink( const std::string & netns, std::span< const U32 > groups );

@@ -3,6 +3,7 @@
 #include "GantAsio.h"
 #include "HostDocument.h"
 #include "HostKernelDeviceWatcher.h"
+#include "HostNetlink.h"
 #include "HostNotify.h"
 #include "HostVerdict.h"
 #include "HulVrfRootSm.h"
@@ -104,6 +105,7 @@ Daemon::Daemon( Options options ) :
      clock_( Gant::activityManager()->newClock() ), clockReactor_( std::make_unique< GantClock >( this ) ) {
    state_.keysRefusedIs( options_.keysRefused() );
    state_.sources().quietIs( options_.sourceQuiet );
+   if ( options_.fpm.receiveBuffer != 0 ) receiveBufferIs( options_.fpm.receiveBuffer );
    kernel_.leftoversHeldIs( true );
    kernel_.indexWatcherIs( [ this ] { fpm_.devicesChanged(); } );
    clock_->timeMinIs( clock_->now() + trimEvery );

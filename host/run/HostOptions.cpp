@@ -141,6 +141,12 @@ std::optional< Options > parsedOptions( int argc, char ** argv, int & exitCode )
         ->type_name( "SECONDS" )
         ->capture_default_str()
         ->check( CLI::Range( 0.0, 86400.0 ).description( "" ) );
+   app.add_option(
+           "--receive-buffer", options.fpm.receiveBuffer,
+           "what waits in the system before it is read, of FPM and of the kernel's notifications; without it the "
+           "system's choice and 4 MB" )
+        ->type_name( "BYTES" )
+        ->check( CLI::Range( 2048, 1 << 30 ).description( "" ) );
    app.add_option( "--log", log, "log the traces of a unit up to a level from 0 to 9; * is every unit" )
         ->type_name( "UNIT=LEVEL" )
         ->check( checkUnitLevel );

@@ -245,6 +245,13 @@ TEST_F( KernelTwinTest, theKernelHasTheRoutesThatItCanUse ) {
    // Somebody else's blackhole is the router's route too, and so the blackhole's FEC is still there.
    EXPECT_EQ( router.routes( "kernel" ), Lines{ "10.56.0.0/16 drop (kernel)" } );
    EXPECT_EQ( printed( ip + "nexthop show proto 86 | grep -c -v group" ), Lines{ "4" } );
+   // One that goes, with another source's in its place before the kernel is told.
+   router.change( "del route {prefix: 10.99.0.0/16}" );
+   router.state.routeIs( { L3::VrfName::defaultVrf(),
+                           *Kynet::IpGenPrefix::fromString( "10.99.0.0/16" ),
+                           { Mirel::RouteType::drop(), {} } },
+                         Host::Teller::fpm() );
+   expectPrinted( routes, { fewer[ 0 ] } );
    // An address of the router's becomes a route's prefix, and comes back.
    const std::string local =
         "{ " + ip + "route show table local proto 86; " + ip + "route show 192.0.2.1 proto 86 | grep -o via; }";

@@ -43,6 +43,7 @@ interface Ethernet2
  ip ospf network point-to-point
 '''
 STATIC = 'ip route 192.0.2.0/24 10.0.1.9\nip route 198.51.100.0/24 blackhole\n'
+RED = 'vrf {vrf}\n ip route 192.0.2.0/24 10.0.1.2\nexit-vrf\nip route 192.0.2.0/24 10.0.12.2\n'
 
 
 SUPPRESS = 'router bgp 65001\n bgp suppress-fib-pending\n neighbor 10.0.1.2 remote-as 65003\n'
@@ -160,6 +161,24 @@ class Frr(unittest.TestCase):
             router.run('ip', 'route', 'add', '198.51.100.0/24', 'via', '10.0.1.2')
             lab.until(lambda: 'offload' in router.run('ip', 'route', 'show', '198.51.100.0/24').stdout, 'it is answered')
             self.assertEqual(router.source('kernel')['answered'], answered + 1)
+
+    def test_vrfs_with_namespaces_of_their_own_have_their_routes_by_the_kernel(self):
+        with lab.Lab() as net:
+            router, red = net.routers[1], lab.Space('red')
+            self.addCleanup(red.close)
+            router.begin()
+            description = router.describe(f'vrfs: [{{name: red, netns: {red.name}}}]\n')
+            description.write_text(description.read_text().replace('device: wire1', 'vrf: red, device: wire1'))
+            router.ctl('reload')
+            router.frr('zebra', '', '-n', '-P', '0')
+            lab.until(lambda: (router.directory / 'zserv').exists(), 'zebra listens')
+            router.frr('staticd', RED.format(vrf=red.name))
+
+            def of_kernel():
+                return {(row['vrf'], row['prefix'], row['via'][0]['interface'])
+                        for row in router.ctl('show', 'routes', 'vrf', 'all')['rows'] if row['source'] == 'kernel'}
+            lab.until(lambda: of_kernel() == {('red', '192.0.2.0/24', 'Ethernet1'), ('default', '192.0.2.0/24', 'Ethernet2')},
+                      lambda: f'each in its VRF, not {of_kernel()}')
 
     def test_a_route_is_answered_once_and_what_is_malformed_ends_the_connection(self):
         with lab.Lab() as net:
