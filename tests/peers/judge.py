@@ -174,9 +174,11 @@ class Router:
         return {(row['dev'], row['dst']): row['lladdr'] for row in rows if 'lladdr' in row}
 
     def named(self):
-        """What follows from no address of a disabled interface; the kernel has its own address all the same."""
-        return {address.split('/')[0] for row in self.router.ctl('show', 'interfaces')['rows']
-                if row['state'] == 'disabled' for address in row.get('addresses', [])}
+        """Interfaces that are shown not to be up, and their subnets, from whose addresses nothing follows. The kernel takes
+        what is for them all the same, and sends by a device without a carrier."""
+        down = [row for row in self.router.ctl('show', 'interfaces')['rows'] if row['state'] != 'up']
+        return ({row['interface'] for row in down},
+                [ipaddress.ip_interface(address).network for row in down for address in row.get('addresses', [])])
 
     def traces(self, addresses):
         """Requests of one connection are answered one after the other, those of several at once."""
@@ -198,14 +200,15 @@ class Router:
 
     def differences(self, addresses):
         """Those of the addresses on which the two do not agree, with what they say."""
-        neighbours, named = self.neighbours(), self.named()
+        neighbours, (down, named) = self.neighbours(), self.named()
         kernel, traces = self.kernel(addresses), self.traces(addresses)
         return {address: f'kernel {sorted(map(str, ways))}, data plane {traces[address]}'
                 for address, ways in kernel.items()
-                if address not in named and not self.agrees(ways, traces[address], neighbours)}
+                if not self.agrees(ways, traces[address], neighbours, down) and
+                not ('local' in ways and any(ipaddress.ip_address(address) in subnet for subnet in named))}
 
     @staticmethod
-    def agrees(ways, trace, neighbours):
+    def agrees(ways, trace, neighbours, down):
         end = trace.get('end')
         # What the kernel drops, with the error that it says to the sender.
         if any(isinstance(way, str) and way != 'local' for way in ways):
@@ -215,6 +218,8 @@ class Router:
         macs = {(device, neighbours.get((device, hop))) for device, hop in ways}
         if end == 'sent':
             return (trace.get('interface'), trace.get('mac')) in macs
+        if all(device in down for device, _ in ways):
+            return end in ('local', 'dropped')
         # The kernel finds out whose address it is.
         return end == 'local' and any(mac is None for _, mac in macs)
 
