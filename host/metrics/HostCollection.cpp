@@ -186,8 +186,8 @@ void Collection::routes() {
                       "Routes that the data plane took, and whose next hops it refused.", counts.overRefused,
                       { { "family", family } } );
       samples_.gauge( "vexl3_routes_over_disabled_interfaces",
-                      "Routes that the data plane took, and whose interfaces are all disabled or down.", counts.overDisabled,
-                      { { "family", family } } );
+                      "Routes that the data plane took, and whose interfaces are all disabled or down.",
+                      counts.overDisabled, { { "family", family } } );
    }
 }
 
