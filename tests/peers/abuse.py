@@ -9,7 +9,6 @@ that the data plane was asked for.
 
 import argparse
 import pathlib
-import signal
 import socket
 import sys
 import unittest
@@ -84,30 +83,19 @@ class Abuse(unittest.TestCase):
     def verified(self):
         lab.until(lambda: self.router.ctl('verify').get('differences') == 0, 'the data plane has what is meant')
 
-<<<<<<< HEAD
-    def test_a_flood_that_no_buffer_holds_is_read_again(self):
-        for verb, left in (('add', ROUTES), ('del', 0), ('add', ROUTES)):
-            file = self.router.directory / 'flood'
-            file.write_text(''.join(f'route {verb} {fpm.dotted(n)}/24 via 10.0.1.2\n' for n in range(ROUTES)))
-            self.router.processes['vexl3d'].send_signal(signal.SIGSTOP)
-            self.router.run('ip', '-batch', file)
-            self.router.processes['vexl3d'].send_signal(signal.SIGCONT)
-            self.counted('kernel', left)
-=======
     def test_a_fast_changer_and_buffers_of_4_kb(self):
         self.router.end('vexl3d', kill=True)
         self.begin('--receive-buffer', '4096')
         client, file = Client(self.router), self.router.directory / 'flood'
         for verb, every in (('add', 1), ('del', 1), ('add', 1), ('del', 3)):
-            file.write_text(''.join(f'route {verb} {sources.dotted(n)}/24 via 10.0.1.2\n' for n in range(0, ROUTES, every)))
+            file.write_text(''.join(f'route {verb} {fpm.dotted(n)}/24 via 10.0.1.2\n' for n in range(0, ROUTES, every)))
             changer = self.router.popen('ip', '-batch', file)
-            client.wire.sendall(sources.withdrawals(2 * ROUTES, ROUTES) if verb == 'del' else
-                                sources.stream(2 * ROUTES, client.index, ROUTES))
+            client.wire.sendall(fpm.withdrawals(2 * ROUTES, ROUTES) if verb == 'del' else
+                                fpm.stream(2 * ROUTES, client.index, ROUTES))
             self.assertEqual(changer.communicate()[0], '')
         client.tell(ROUTES, 2 * ROUTES)
         self.counted('kernel', ROUTES - len(range(0, ROUTES, 3)))
         self.counted('fpm', ROUTES)
->>>>>>> peers14
         self.assertGreater(self.router.source('kernel')['losses'], 0)
         kernel = self.router.run('ip', 'route', 'show', 'via', '10.0.1.2').stdout.splitlines()
         self.assertEqual(set(self.router.routes('kernel')), {route.split()[0] for route in kernel})
@@ -149,7 +137,7 @@ class Abuse(unittest.TestCase):
         if 'bird' in host.processes:
             host.end('bird', kill=True)
         host.bird(self.router.directory, ANNOUNCER.format(
-            routes=''.join(f'route {sources.dotted(n)}/24 blackhole;' for n in range(routes))))
+            routes=''.join(f'route {fpm.dotted(n)}/24 blackhole;' for n in range(routes))))
 
     def suite(self):
         self.router.zebra()
@@ -161,7 +149,7 @@ class Abuse(unittest.TestCase):
 
     def has(self, routes):
         self.counted('fpm', routes)
-        self.assertEqual(set(self.router.routes('fpm')), {f'{sources.dotted(n)}/24' for n in range(routes)})
+        self.assertEqual(set(self.router.routes('fpm')), {f'{fpm.dotted(n)}/24' for n in range(routes)})
 
     def test_zebra_is_killed_in_the_middle_of_its_table_then_the_daemon_then_both(self):
         self.announce(TABLE)
